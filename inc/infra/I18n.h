@@ -1,0 +1,10 @@
+// Wide text and UTF-8.
+#pragma once
+
+#include <infra/RWCString.h>
+#include <infra/RWWString.h>
+
+// Null gives the empty string in both. What is no character (a surrogate, a number above 10FFFF, bytes that
+// are no well-formed UTF-8) becomes U+FFFD.
+RWCString ToUTF8(const wchar_t* text);
+RWWString FromUTF8(char const* text);

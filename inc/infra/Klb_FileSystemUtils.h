@@ -1,0 +1,18 @@
+// Questions about the space that a directory tree takes and that its file system has. The unit KB is 1024
+// bytes.
+#pragma once
+
+class Klb_FileSystemUtils {
+public:
+  // The sum of the sizes of all regular files at and below `path`, rounded up to whole KB. Symbolic links in
+  // the tree are neither followed nor counted; what vanishes during the walk isn't counted, a subdirectory
+  // that can't be read is logged and not counted. -1, with errno, when `path` itself can't be read.
+  static long GetDirSize(char const* path);
+
+  // Size of the file system that holds `path`, and what of it an ordinary user may still fill, in KB. 0, or
+  // -1 with errno and both results untouched.
+  static int FindDiskSizes(char const* path, long* total_kb, long* free_kb);
+
+  // The same free space in bytes.
+  static int GetFreeSpace(char const* path, double* bytes);
+};

@@ -1,0 +1,6 @@
+// A string of wide characters, one per code point.
+#pragma once
+
+#include <infra/RWBasicString.h>
+
+using RWWString = RWBasicString<wchar_t>;

@@ -1,0 +1,32 @@
+// A block of heap memory of a fixed size. It isn't filled when it is made, so that a file can be read into it
+// without touching each page twice. Once filled it is shared as `std::shared_ptr<Util_Buffer const>` and
+// never changes.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+class Util_Buffer {
+public:
+  // Null, with errno ENOMEM, when there is no memory.
+  static std::shared_ptr<Util_Buffer> Make(size_t size) noexcept;
+
+  ~Util_Buffer();
+  Util_Buffer(Util_Buffer const&) = delete;
+  Util_Buffer& operator=(Util_Buffer const&) = delete;
+
+  char const* data() const { return data_; }
+  char* data() { return data_; }
+  size_t size() const { return size_; }
+
+  // Forgets the bytes from `size` on; no more than there are.
+  void Truncate(size_t size) {
+    if (size < size_) size_ = size;
+  }
+
+private:
+  Util_Buffer(char* data, size_t size) : data_(data), size_(size) {}
+
+  char* data_;
+  size_t size_;
+};

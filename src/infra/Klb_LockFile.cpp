@@ -1,0 +1,147 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <infra/Klb_LockFile.h>
+#include <infra/Klb_LogFile.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+// How often a lock is taken on a file that turns out to be gone before we give up.
+constexpr int max_attempts = 100;
+
+Util_FileSystemInterface& system_calls() { return Util_FileSystemInterface::Current(); }
+
+int fail(char const* what, std::string const& path) {
+  DISK_LOG(3, "%s %s: errno %d\n", what, path.c_str(), errno);
+  return -1;
+}
+
+// 0, 1 if somebody else holds the lock and the operation doesn't wait, or -1.
+int flock_file(int fd, int operation) {
+  int result = system_calls().Flock(fd, operation);
+  while (result == -1 && errno == EINTR)
+    result = system_calls().Flock(fd, operation);
+  return result == -1 && errno == EWOULDBLOCK && (operation & LOCK_NB) ? 1 : result;
+}
+
+} // namespace
+
+Klb_LockFile::~Klb_LockFile() { close_file(); }
+
+int Klb_LockFile::Init(char const* directory, char const* file_name, int read_only) {
+  close_file();
+  directory_ = directory && *directory ? directory : ".";
+  path_ = file_name ? file_name : "";
+  read_only_ = read_only != 0;
+  if (path_.empty()) {
+    errno = EINVAL;
+    return fail("No name for the lock file in", directory_);
+  }
+  if (open_file() == 0) return 0;
+  int const error = errno;
+  path_.clear();
+  errno = error;
+  return -1;
+}
+
+int Klb_LockFile::LockShared() { return lock(LOCK_SH); }
+
+int Klb_LockFile::LockExclusive() { return lock(LOCK_EX); }
+
+int Klb_LockFile::TryLockExclusive() { return lock(LOCK_EX | LOCK_NB); }
+
+int Klb_LockFile::UnlockShared() { return unlock(); }
+
+int Klb_LockFile::UnlockExclusive() { return unlock(); }
+
+// Leaves file_ empty after 0 when a reader goes without a lock file.
+int Klb_LockFile::open_file() {
+  // O_NONBLOCK: a pipe that stands there must not make us wait.
+  int const flags = (read_only_ ? O_RDONLY : O_RDWR | O_CREAT) | O_NONBLOCK;
+  Util_FileDescriptor file = Util_FileSystem::Open(path_.c_str(), flags);
+  struct stat status;
+  if (!file && read_only_ && errno == EACCES) return 0;
+  if (!file && read_only_ && errno == ENOENT && system_calls().Access(directory_.c_str(), F_OK) == 0) return 0;
+  if (!file) return fail("Can't open lock file", path_);
+  if (system_calls().Fstat(file.Get(), &status) == -1) return fail("Can't look at lock file", path_);
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+  process_ = getpid();
+  file_ = std::move(file);
+  return 0;
+}
+
+bool Klb_LockFile::stands_at_path() const {
+  struct stat status;
+  return system_calls().Stat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+}
+
+int Klb_LockFile::lock(int operation) {
+  if (path_.empty()) {
+    errno = EBADF;
+    return fail("A lock without a lock file", path_);
+  }
+  // A child of a fork has the parent's open file, on which the two don't exclude each other.
+  if (process_ != getpid()) close_file();
+  for (int attempt = 0; attempt < max_attempts; ++attempt) {
+    if (!file_ && open_file() == -1) return -1;
+    if (!file_) return 0;
+    int const result = flock_file(file_.Get(), operation);
+    if (result != 0) {
+      release();
+      return result == 1 ? 1 : fail("Can't lock", path_);
+    }
+    held_ = true;
+    if (stands_at_path()) return 0;
+    close_file();
+  }
+  errno = EAGAIN;
+  return fail("The lock file doesn't stay", path_);
+}
+
+int Klb_LockFile::unlock() {
+  // What a child of a fork finds held is its parent's.
+  bool const ours = held_ && process_ == getpid();
+  held_ = false;
+  return !ours || flock_file(file_.Get(), LOCK_UN) == 0 ? 0 : fail("Can't unlock", path_);
+}
+
+// Closing alone wouldn't do: a child of a fork that still has the file open would go on holding.
+void Klb_LockFile::release() {
+  int const error = errno;
+  unlock();
+  errno = error;
+}
+
+void Klb_LockFile::close_file() {
+  release();
+  file_ = Util_FileDescriptor();
+}
+
+Klb_LockGuard::Klb_LockGuard(Klb_LockFile& file, Mode mode) : mode_(mode) {
+  if ((mode == Shared ? file.LockShared() : file.LockExclusive()) == 0) file_ = &file;
+}
+
+Klb_LockGuard::Klb_LockGuard(Klb_LockGuard&& other) noexcept
+    : file_(std::exchange(other.file_, nullptr)), mode_(other.mode_) {}
+
+Klb_LockGuard& Klb_LockGuard::operator=(Klb_LockGuard&& other) noexcept {
+  if (this != &other) {
+    Release();
+    file_ = std::exchange(other.file_, nullptr);
+    mode_ = other.mode_;
+  }
+  return *this;
+}
+
+void Klb_LockGuard::Release() {
+  Klb_LockFile* const file = std::exchange(file_, nullptr);
+  if (!file) return;
+  int const error = errno;
+  if (mode_ == Shared)
+    file->UnlockShared();
+  else
+    file->UnlockExclusive();
+  errno = error;
+}
