@@ -1,0 +1,19 @@
+#pragma once
+#include <dicom/Dicom_Msg.h>
+
+/// Compresses and decompresses the pixels of an object, without loss, in place.
+///
+/// Type 0 is JPEG-LS lossless (1.2.840.10008.1.2.4.80): one fragment per frame, with an offset table. Objects whose
+/// pixels are encapsulated already, that have none, or whose pixels the codec doesn't take, are left as they are.
+class Dicom_Compressor {
+public:
+  /// 0: the object isn't compressed. 1: its pixels are encapsulated. `*flag`, which may be null, gets the same.
+  int GetKolbaCompressionVersion(Dicom_Msg const& msg, int* flag) const;
+  /// 0 when the object is compressed or was left alone (a log line of level 6 says why), -1 when the codec failed or
+  /// `type` isn't one; the object is unchanged then.
+  int Compress(Dicom_Msg* msg, int type) const;
+  /// Brings encapsulated JPEG-LS pixels back, byte for byte what Compress was given. 0 also for native pixels; -1
+  /// when they are compressed by another codec, damaged, or don't have the size that the attributes tell; the
+  /// object is unchanged then.
+  int Decompress(Dicom_Msg* msg) const;
+};

@@ -1,0 +1,180 @@
+#pragma once
+#include <dicom/Dicom_ME.h>
+#include <dicom/Dicom_NumberTypes.h>
+#include <dicom/Dicom_OtherTypes.h>
+#include <dicom/Dicom_Sequence.h>
+#include <dicom/Dicom_StringTypes.h>
+#include <dicom/Dicom_TransferSyntax.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class Dicom_CharacterSet;
+class Util_Buffer;
+struct Dicom_Origin;
+
+/// A data set: elements in ascending order of their tags.
+///
+/// A message that was read holds its bytes, checked, and takes them apart into elements when it has to; until then
+/// values are found by a walk over the bytes, and a copy of the message shares them, which is safe as they never
+/// change. Elements that nobody sets are dumped as they were read.
+///
+/// Private attributes (tags with an implementor) are found in, and put into, whatever block their implementor has
+/// reserved in this message; Set reserves one where there is none.
+///
+/// One object serves one thread at a time, reading included.
+class Dicom_Msg {
+public:
+  Dicom_Msg();
+  Dicom_Msg(Dicom_Msg const& other);
+  Dicom_Msg(Dicom_Msg&&) noexcept;
+  Dicom_Msg& operator=(Dicom_Msg const& other);
+  Dicom_Msg& operator=(Dicom_Msg&&) noexcept;
+  virtual ~Dicom_Msg();
+
+  /// A data set of `length` bytes in native transfer syntax. With `copy` 0 the bytes stay the caller's, who keeps
+  /// them alive and unchanged. `*error` is -1 on failure (the message is empty then), 0 otherwise.
+  Dicom_Msg(char const* buffer, unsigned length, int copy, int* error, int msg_source = Dicom_SwapInfo::msg_source);
+  /// The next `length` bytes of the descriptor as a data set in `syntax`. `*read_length` is the number of bytes
+  /// taken. `*error` is -1 on failure. Nothing is allocated beyond what the file really holds.
+  Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
+  /// A copy for the caller to own.
+  Dicom_Msg* Clone() const { return new Dicom_Msg(*this); }
+
+  /// The value of an attribute, or null. It stays the message's and is good until the message changes.
+  Dicom_Type const* Get(Dicom_Tag const& tag) const;
+  /// The value of an attribute as one class, by value; its null value when the attribute is absent. Text classes
+  /// take any text, number classes any number; a text that is asked for as another kind gives the null value.
+  template <class V>
+  V Value(Dicom_Tag const& tag) const;
+  /// Whether the attribute is present with this text (UTF-8, without padding). Without a copy where it is ASCII.
+  bool TextEquals(Dicom_Tag const& tag, std::string_view text) const;
+  /// The attribute's text; empty when it is absent.
+  std::string Text(Dicom_Tag const& tag) const;
+  bool Has(Dicom_Tag const& tag) const;
+
+  /// Stores a copy of `value`, replacing an older value. 0, or -1 for a null pointer or when no private block is
+  /// left; the message stays as it was then.
+  int Set(Dicom_Tag const& tag, Dicom_Type const* value);
+  int Set(Dicom_Tag const& tag, Dicom_Type const& value) { return Set(tag, &value); }
+  /// Takes an attribute out. 0, also when it wasn't there.
+  int Remove(Dicom_Tag const& tag);
+  /// Puts an element in, replacing one of the same tag. With `copy` 0 the message takes `element` over if it
+  /// succeeds. 0, or -1 for a null element and for one with the tag of a delimiter or an unresolved private tag.
+  int Add(Dicom_ME* element, int copy);
+  int Add(Dicom_ME element);
+  /// The element, or null; it stays the message's.
+  Dicom_ME const* Find(Dicom_Tag const& tag) const;
+  int GetNElements() const;
+  /// Element `i` in tag order, or null beyond the last.
+  Dicom_ME const* GetElement(int i) const;
+  /// Takes over the elements of `other`: those that this message lacks, and with `replace` also the others.
+  /// With `only_existing` elements that this message lacks stay out. Private attributes go to the block that their
+  /// implementor has here, which has the same number as there if it is free. 0, or -1 when one found no block; the
+  /// others are taken over all the same.
+  int Update(Dicom_Msg const& other, bool replace, bool only_existing);
+  bool IsEmpty() const;
+
+  /// The length of the data set in `syntax`, without any header. The default is the native transfer syntax.
+  unsigned GetDumpLen(Dicom_TransferSyntax const& syntax, int mode, SCompressionParms const& parameters) const;
+  unsigned GetDumpLen() const;
+  /// Writes the data set. `length` must be what GetDumpLen gave. The number of bytes written, or -1: for another
+  /// length, one beyond int, nesting that no reader takes, or what the syntax can't express (fragments in big endian).
+  int Dump(char* buffer, unsigned length, Dicom_TransferSyntax const& syntax, int mode, void* reserved) const;
+  int Dump(char* buffer, unsigned length) const;
+
+  /// The character set of the message's own text: that of its (0008,0005), else of the data set around it.
+  Dicom_CharacterSet const& GetCharacterSet() const;
+  /// Makes sure that every text can be dumped in the declared character set: when one can't, all text that the
+  /// declaration holds for, that of nested items without their own included, moves to ISO_IR 192.
+  void SettleCharacterSet();
+  /// The transfer syntax of encapsulated Pixel Data; the null value when the pixels are native or absent.
+  Dicom_UI GetEncapsulatedSyntax() const;
+
+  /// The file that the message was read from, as far as its reader bound it (Util_File::SetOriginalBuffer); empty
+  /// otherwise, and after a change.
+  std::string_view GetOriginalBuffer() const { return HasChanged() ? std::string_view() : original_; }
+  /// Whether elements were set or removed, in nested items too, since the message was made or read.
+  bool HasChanged() const;
+
+protected:
+  /// The block number's tag for `tag` in this message, 0 when its implementor has none here.
+  std::uint32_t Resolve(Dicom_Tag const& tag) const;
+
+private:
+  friend class Dicom_DataSetWriter;
+  friend class Dicom_ElementCursor;
+  friend class Dicom_Sequence;
+  friend class Dicom_SQ;
+  friend class Dicom_ME;
+  friend class Dicom_Tag;
+  friend class Util_File;
+  using Elements = std::vector<Dicom_ME>;
+
+  /// Bytes that were checked already.
+  Dicom_Msg(std::shared_ptr<Dicom_Origin const> origin, char const* bytes, std::size_t length);
+  /// Checks the bytes and takes them; -1, with the reason in `*error`, when they are no data set. A null `buffer`
+  /// stands for bytes that a caller keeps.
+  int take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,
+           std::size_t length, std::string* error);
+  /// Takes the bytes apart; afterwards elements_ alone holds the data set.
+  void parse() const;
+  Dicom_Origin const* own_origin() const;
+  /// The character set that the message's own (0008,0005) declares; null without one.
+  std::shared_ptr<Dicom_CharacterSet const> declared_set() const;
+  std::size_t position(std::uint32_t tag) const;
+  /// The element of that number, in `storage` when the message hasn't been taken apart; null when absent.
+  Dicom_ME const* lookup(std::uint32_t tag, Dicom_ME& storage) const;
+  /// The number for an attribute that is about to be put in, in the block that its implementor has; without one a
+  /// free block is reserved, `wanted` (0x10 to 0xFF) where that is free. 0 when none is.
+  std::uint32_t reserve(Dicom_Tag const& tag, std::uint32_t wanted = 0x10);
+  bool is_free_block(std::uint32_t creator) const;
+  void put(Dicom_ME element);
+  /// Settles the nested items that have character sets of their own, and tells whether the rest of the text fits
+  /// into `surrounding`.
+  bool settle(Dicom_CharacterSet const& surrounding);
+  /// A copy with bytes of its own, so that it doesn't keep a whole file alive.
+  std::unique_ptr<Dicom_Msg> detached() const;
+
+  std::shared_ptr<Dicom_Origin const> origin_;
+  mutable char const* bytes_ = nullptr; // not null: not taken apart yet
+  std::size_t length_ = 0;
+  mutable Elements elements_;
+  mutable std::shared_ptr<Dicom_Origin const> own_origin_;     // origin_ with what the message itself says
+  mutable std::shared_ptr<Dicom_CharacterSet const> declared_; // what GetCharacterSet gave last
+  std::string_view original_;
+  bool changed_ = false;
+};
+
+template <class V>
+V Dicom_Msg::Value(Dicom_Tag const& tag) const {
+  Dicom_ME storage;
+  Dicom_ME const* element = lookup(Resolve(tag), storage);
+  return element ? element->ValueAs<V>() : V();
+}
+
+/// A walk over the elements of a message in ascending order, without taking it apart.
+///
+///     for (Dicom_ElementCursor c(msg); !c.AtEnd(); c.Next())
+///       if (c.Element().Match(key)) ...
+class Dicom_ElementCursor {
+public:
+  /// `first`: the number of the tag from which on the walk goes.
+  explicit Dicom_ElementCursor(Dicom_Msg const& msg, std::uint32_t first = 0);
+  Dicom_ElementCursor(Dicom_ElementCursor const&) = delete;
+  Dicom_ElementCursor& operator=(Dicom_ElementCursor const&) = delete;
+  bool AtEnd() const { return current_ == nullptr; }
+  /// Good until Next.
+  Dicom_ME const& Element() const { return *current_; }
+  void Next();
+
+private:
+  Dicom_Msg const& msg_;
+  Dicom_ME const* current_ = nullptr;
+  std::size_t index_ = 0;
+  char const* next_ = nullptr;
+  char const* end_ = nullptr;
+  Dicom_ME raw_;
+};

@@ -1,0 +1,22 @@
+#pragma once
+#include <dicom/Dicom_StringTypes.h>
+
+/// Code strings that records and objects hold.
+class IOD_Image {
+public:
+  // directory record types
+  static inline Dicom_CS const PATIENT{"PATIENT"};
+  static inline Dicom_CS const STUDY{"STUDY"};
+  static inline Dicom_CS const SERIES{"SERIES"};
+  static inline Dicom_CS const IMAGE{"IMAGE"};
+  static inline Dicom_CS const PRESENTATION{"PRESENTATION"};
+  static inline Dicom_CS const SR_DOCUMENT{"SR DOCUMENT"};
+  static inline Dicom_CS const PRIVATE_CS{"PRIVATE"};
+  // modalities
+  static inline Dicom_CS const PR{"PR"};
+  static inline Dicom_CS const SR{"SR"};
+  // flags
+  static inline Dicom_CS const Y{"Y"};
+  static inline Dicom_CS const N{"N"};
+  static inline Dicom_CS const VERIFIED{"VERIFIED"};
+};

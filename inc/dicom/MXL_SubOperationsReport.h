@@ -1,0 +1,24 @@
+#pragma once
+#include <dicom/Dicom_NumberTypes.h>
+
+/// The counts of sub-operations of a request: four pairs of a presence flag and a count. Counts are 16 bits wide.
+class MXL_SubOperationsReport {
+public:
+  enum Pair { Remaining = 0, Completed = 1, Failed = 2, Warning = 3 };
+  bool IsPresent(Pair pair) const { return present_[pair]; }
+  Dicom_US Get(Pair pair) const { return counts_[pair]; }
+  void Set(Pair pair, Dicom_US const& count) {
+    present_[pair] = true;
+    counts_[pair] = count;
+  }
+
+private:
+  bool present_[4] = {};
+  Dicom_US counts_[4];
+};
+
+/// The status of a response.
+class SCL_ResponseStatus {
+public:
+  enum Value { Success = 0, RefusedProtected = 3, Failed = 4 };
+};

@@ -1,0 +1,256 @@
+#include "dicom/Dicom_DataSetWriter.h"
+
+#include "dicom/Dicom_DataSetReader.h"
+
+#include <dicom/Dicom_DataDictionary.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+Dicom_CharacterSet::Delimiters DelimitersOf(Dicom_VR vr) {
+  if (vr == Dicom_VR::PN) return Dicom_CharacterSet::Delimiters::PersonName;
+  return Dicom_IsMultiValueText(vr) ? Dicom_CharacterSet::Delimiters::MultiValue : Dicom_CharacterSet::Delimiters::Text;
+}
+
+} // namespace
+
+bool Dicom_SameSet(Dicom_CharacterSet const& a, Dicom_CharacterSet const& b) {
+  return &a == &b || a.Terms() == b.Terms();
+}
+
+std::string Dicom_DecodeText(std::string_view bytes, Dicom_VR vr, Dicom_CharacterSet const& set) {
+  if (Dicom_IsPlainAscii(bytes)) return std::string(bytes);
+  // other text is ASCII by its VR; what isn't becomes UTF-8 all the same
+  if (!Dicom_IsCharsetText(vr)) return Dicom_UndeclaredSet()->ToUtf8(bytes, DelimitersOf(vr));
+  return set.ToUtf8(bytes, DelimitersOf(vr));
+}
+
+bool Dicom_CanEncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set) {
+  if (!Dicom_IsCharsetText(vr) || Dicom_IsPlainAscii(text)) return true;
+  std::string bytes;
+  return set.FromUtf8(text, DelimitersOf(vr), bytes);
+}
+
+std::string Dicom_EncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set) {
+  if (!Dicom_IsCharsetText(vr) || Dicom_IsPlainAscii(text) || set.IsAscii()) return std::string(text);
+  std::string bytes;
+  if (set.FromUtf8(text, DelimitersOf(vr), bytes)) return bytes;
+  std::string replaced;
+  for (char const c : text) {
+    auto const byte = static_cast<unsigned char>(c);
+    if (byte < 0x80) replaced += c;
+    if (byte >= 0xC0) replaced += '?';
+  }
+  return replaced;
+}
+
+bool Dicom_DataSetWriter::can_copy(Dicom_Origin const& origin, Dicom_CharacterSet const& set) const {
+  return origin.canonical && origin.encoding == encoding_ && is_shallow(origin) &&
+         Dicom_SameSet(*origin.character_set, set);
+}
+
+bool Dicom_DataSetWriter::is_shallow(Dicom_Origin const& origin) const {
+  return depth_ + origin.depth - 1 <= kMaximalDepth + 1;
+}
+
+void Dicom_DataSetWriter::message(Dicom_Msg const& msg, Dicom_CharacterSet const& surrounding) {
+  if (msg.bytes_ && can_copy(*msg.origin_, surrounding)) return append(msg.bytes_, msg.length_);
+  std::shared_ptr<Dicom_CharacterSet const> const declared = msg.declared_set();
+  for (Dicom_ME const& e : msg.elements_)
+    element(e, declared ? *declared : surrounding);
+}
+
+void Dicom_DataSetWriter::Items(Dicom_Sequence const& sequence, Dicom_CharacterSet const& surrounding) {
+  if (depth_ > kMaximalDepth) {
+    failed_ = true;
+    return;
+  }
+  ++depth_;
+  for (std::size_t i = sequence.head_; i < sequence.items_.size(); ++i) {
+    Dicom_Sequence::Item const& item = sequence.items_[i];
+    put_tag(kItemTag);
+    std::size_t const place = length_;
+    put32(0);
+    if (item.msg) {
+      message(*item.msg, surrounding);
+    } else if (can_copy(*sequence.origin_, surrounding)) {
+      append(item.bytes, item.length);
+    } else {
+      message(Dicom_Msg(sequence.origin_, item.bytes, item.length), surrounding);
+    }
+    patch_length(place);
+  }
+  --depth_;
+}
+
+void Dicom_DataSetWriter::element(Dicom_ME const& element, Dicom_CharacterSet const& set) {
+  if ((element.tag_ & 0xFFFF) == 0 && element.tag_ >> 16 != 2) return; // a group length
+  if (element.bytes_) {
+    raw(element, set);
+  } else {
+    typed(element, *element.value_, set);
+  }
+}
+
+void Dicom_DataSetWriter::raw(Dicom_ME const& element, Dicom_CharacterSet const& set) {
+  std::string_view const bytes(element.bytes_, element.length_);
+  Dicom_Origin const& origin = *element.origin_;
+  bool const same_set = Dicom_SameSet(*origin.character_set, set);
+  bool const changed = !as_read_ && element.has_changed();
+  Dicom_VR const vr = same_set && !changed ? element.vr_ : element.meaning();
+  if (element.IsEncapsulated()) {
+    fragments(element.tag_, vr, bytes);
+  } else if (vr == Dicom_VR::SQ) {
+    if (changed || !can_copy(origin, set)) {
+      bool const around = std::exchange(as_read_, !changed);
+      sequence(element, set);
+      as_read_ = around;
+    } else if (element.undefined_length_) {
+      with_delimiter(element.tag_, vr, bytes);
+    } else {
+      header(element.tag_, vr, bytes.size());
+      append(bytes.data(), bytes.size());
+    }
+  } else if (element.undefined_length_) { // of unknown VR: items whose encoding is always the same
+    if (!is_shallow(origin)) {
+      char const* const end = bytes.data() + bytes.size();
+      failed_ |= !Dicom_CheckItems(bytes.data(), end, false, kUnknownVREncoding, depth_).ok;
+    }
+    with_delimiter(element.tag_, vr, bytes);
+  } else if (Dicom_IsCharsetText(vr) && !same_set && !Dicom_IsPlainAscii(bytes)) {
+    leaf(element.tag_, vr, Dicom_EncodeText(element.GetText(), vr, set), 0, false);
+  } else {
+    leaf(element.tag_, element.vr_, bytes, 0, origin.encoding.big_endian);
+  }
+}
+
+void Dicom_DataSetWriter::typed(Dicom_ME const& element, Dicom_Type const& value, Dicom_CharacterSet const& set) {
+  if (element.vr_ == Dicom_VR::SQ) return sequence(element, set);
+  std::string bytes;
+  value.AppendBytes(bytes);
+  std::size_t width = 0;
+  if (auto const* text = dynamic_cast<Dicom_StringType const*>(&value)) {
+    bytes = Dicom_EncodeText(bytes, element.vr_, set);
+    width = text->Width();
+  }
+  if (element.IsEncapsulated()) {
+    fragments(element.tag_, element.vr_, bytes);
+  } else {
+    leaf(element.tag_, element.vr_, bytes, width, false);
+  }
+}
+
+/// In implicit VR a sequence that the dictionary doesn't know shows itself by its undefined length.
+void Dicom_DataSetWriter::sequence(Dicom_ME const& element, Dicom_CharacterSet const& set) {
+  bool const known = encoding_.explicit_vr || Dicom_ImplicitVR(element.tag_, false) == Dicom_VR::SQ;
+  if (!known && element.tag_ == kPixelDataTag) failed_ = true; // would pass for fragments
+  header(element.tag_, Dicom_VR::SQ, known ? 0 : kUndefinedLength);
+  std::size_t const place = length_ - 4;
+  auto const* value = dynamic_cast<Dicom_SQ const*>(element.GetValue());
+  if (value && value->GetSequence()) Items(*value->GetSequence(), set);
+  if (known) {
+    patch_length(place);
+  } else {
+    delimiter(encoding_.big_endian);
+  }
+}
+
+void Dicom_DataSetWriter::leaf(std::uint32_t tag, Dicom_VR vr, std::string_view bytes, std::size_t width,
+                               bool big_endian) {
+  std::size_t const padded = (std::max(bytes.size(), width) + 1) & ~std::size_t(1);
+  if (!encoding_.explicit_vr && padded > 0 && Dicom_ImplicitVR(tag, false) == Dicom_VR::SQ) {
+    // the value will be read as a sequence, so it had better be one
+    bool const items = padded == bytes.size() && Dicom_UnitSize(vr) == 1 &&
+                       Dicom_CheckItems(bytes.data(), bytes.data() + padded, false, encoding_, depth_).ok;
+    if (!items) failed_ = true;
+  }
+  Dicom_VR const written = header(tag, vr, padded);
+  std::size_t const unit = Dicom_UnitSize(vr), start = length_;
+  append(bytes.data(), bytes.size());
+  if (padded > bytes.size()) fill(Dicom_PadChar(vr), padded - bytes.size());
+  bool const to_big_endian = encoding_.big_endian && written == vr; // an unknown VR is always little endian
+  if (big_endian == to_big_endian || unit == 1 || !out_ || !fits()) return;
+  for (std::size_t i = start; i + unit <= length_; i += unit)
+    std::reverse(out_ + i, out_ + i + unit);
+}
+
+void Dicom_DataSetWriter::fragments(std::uint32_t tag, Dicom_VR vr, std::string_view bytes) {
+  if (encoding_.big_endian) failed_ = true;
+  with_delimiter(tag, vr, bytes);
+}
+
+/// A value of undefined length: fragments or items as they are, and the delimiter. In implicit VR the tag alone tells
+/// the one from the other.
+void Dicom_DataSetWriter::with_delimiter(std::uint32_t tag, Dicom_VR vr, std::string_view bytes) {
+  bool const is_fragments = vr == Dicom_VR::OB || vr == Dicom_VR::OW;
+  if (!encoding_.explicit_vr && is_fragments != (tag == kPixelDataTag)) failed_ = true;
+  header(tag, vr, kUndefinedLength);
+  append(bytes.data(), bytes.size());
+  delimiter(encoding_.big_endian && vr != Dicom_VR::UN);
+}
+
+void Dicom_DataSetWriter::delimiter(bool big_endian) {
+  bool const around = encoding_.big_endian;
+  encoding_.big_endian = big_endian;
+  put_tag(kSequenceDelimiter);
+  put32(0);
+  encoding_.big_endian = around;
+}
+
+/// The VR that it writes, which is UN for what its own VR can't hold.
+Dicom_VR Dicom_DataSetWriter::header(std::uint32_t tag, Dicom_VR vr, std::size_t length) {
+  if (length > kUndefinedLength) failed_ = true;
+  put_tag(tag);
+  if (encoding_.explicit_vr) {
+    // a length beyond 16 bits stands in implicit VR only; in explicit VR such a value is of unknown VR
+    if (!Dicom_HasLongLength(vr) && length > 0xFFFE) vr = Dicom_VR::UN;
+    char const name[2] = {char(std::uint16_t(vr) & 0xFF), char(std::uint16_t(vr) >> 8)};
+    append(name, 2);
+    if (!Dicom_HasLongLength(vr)) {
+      put16(std::uint16_t(length));
+      return vr;
+    }
+    fill(0, 2);
+  }
+  put32(std::uint32_t(length));
+  return vr;
+}
+
+void Dicom_DataSetWriter::append(void const* bytes, std::size_t length) {
+  if (out_ && length_ + length <= capacity_ && length > 0) std::memcpy(out_ + length_, bytes, length);
+  length_ += length;
+}
+
+void Dicom_DataSetWriter::fill(char c, std::size_t count) {
+  if (out_ && length_ + count <= capacity_) std::memset(out_ + length_, c, count);
+  length_ += count;
+}
+
+void Dicom_DataSetWriter::put16(std::uint16_t number) {
+  char const low = char(number & 0xFF), high = char(number >> 8);
+  char const bytes[2] = {encoding_.big_endian ? high : low, encoding_.big_endian ? low : high};
+  append(bytes, 2);
+}
+
+void Dicom_DataSetWriter::put32(std::uint32_t number) {
+  put16(std::uint16_t(encoding_.big_endian ? number >> 16 : number));
+  put16(std::uint16_t(encoding_.big_endian ? number : number >> 16));
+}
+
+void Dicom_DataSetWriter::put_tag(std::uint32_t tag) {
+  put16(std::uint16_t(tag >> 16));
+  put16(std::uint16_t(tag));
+}
+
+/// Writes the number of bytes behind the length field at `place` into that field.
+void Dicom_DataSetWriter::patch_length(std::size_t place) {
+  std::size_t const end = length_;
+  if (end - place - 4 >= kUndefinedLength) failed_ = true;
+  if (!out_ || end > capacity_) return;
+  length_ = place;
+  put32(std::uint32_t(end - place - 4));
+  length_ = end;
+}

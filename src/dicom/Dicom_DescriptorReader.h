@@ -1,0 +1,14 @@
+#pragma once
+#include "dicom/Dicom_DataSetReader.h"
+
+#include <memory>
+
+/// Reading from the position of an open file. Nothing is allocated beyond what the file holds.
+
+/// `length` bytes from the position on; null when the file ends before.
+std::shared_ptr<Util_Buffer const> Dicom_ReadBytesFrom(int fd, std::size_t length);
+/// All bytes from the position to the end of the file; null on an error.
+std::shared_ptr<Util_Buffer const> Dicom_ReadRestFrom(int fd);
+/// One element. `*bytes` holds what was read, `*element` points into it, and the position is behind the element.
+/// 0, or -1.
+int Dicom_ReadElementFrom(int fd, Dicom_Encoding encoding, std::string* bytes, Dicom_RawElement* element);

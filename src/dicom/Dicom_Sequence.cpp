@@ -1,0 +1,202 @@
+#include <dicom/Dicom_Sequence.h>
+
+#include "dicom/Dicom_DataSetReader.h"
+#include "dicom/Dicom_DataSetWriter.h"
+#include "dicom/Dicom_DescriptorReader.h"
+
+#include <dicom/IOD_Msg.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystemInterface.h>
+
+#include <algorithm>
+#include <climits>
+#include <unistd.h>
+
+Dicom_Sequence::Dicom_Sequence() = default;
+
+Dicom_Sequence::Dicom_Sequence(std::shared_ptr<Dicom_Origin const> origin, char const* begin, char const* end)
+    : origin_(std::move(origin)) {
+  Dicom_RawItem item;
+  for (char const* p = begin; Dicom_ReadItem(p, end, origin_->encoding, &item, origin_->extents.get()); p = item.next)
+    items_.push_back({nullptr, item.value, item.length, true});
+}
+
+Dicom_Sequence::Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dicom_TransferSyntax const& syntax,
+                               int* error) {
+  *error = -1;
+  *parsed_length = 0;
+  std::shared_ptr<Util_Buffer const> const buffer =
+      length < 0 ? Dicom_ReadRestFrom(fd) : Dicom_ReadBytesFrom(fd, std::size_t(length));
+  if (!buffer) return;
+  Dicom_Encoding const encoding{syntax.IsExplicitVR(), syntax.IsBigEndian()};
+  char const* const begin = buffer->data();
+  Dicom_Check check = Dicom_CheckItems(begin, begin + buffer->size(), length < 0, encoding);
+  if (!check.ok) {
+    DISK_LOG(3, "Dicom_Sequence: %s\n", check.error.c_str());
+    return;
+  }
+  *parsed_length = unsigned(check.length);
+  *error = 0;
+  // leave the position behind the items, as a reader of the descriptor expects
+  if (length < 0) {
+    off_t const excess = off_t(buffer->size()) - off_t(check.length) - 8;
+    if (Util_FileSystemInterface::Current().Lseek(fd, -excess, SEEK_CUR) == -1) *error = -1;
+  }
+  char const* const end = begin + check.length;
+  *this = Dicom_Sequence(Dicom_MakeOrigin(buffer, syntax, std::move(check)), begin, end);
+}
+
+Dicom_Sequence& Dicom_Sequence::operator=(Dicom_Sequence&& other) noexcept {
+  std::swap(origin_, other.origin_);
+  std::swap(items_, other.items_);
+  std::swap(head_, other.head_);
+  return *this;
+}
+
+Dicom_Sequence::~Dicom_Sequence() { truncate(0); }
+
+Dicom_Msg* Dicom_Sequence::Get(int i) const {
+  if (i < 0 || i >= GetNItems()) return nullptr;
+  Item& item = items_[head_ + std::size_t(i)];
+  if (!item.msg) item.msg = new IOD_Msg(Dicom_Msg(origin_, item.bytes, item.length));
+  return item.msg;
+}
+
+int Dicom_Sequence::Remove(int i, int destroy) {
+  if (i < 0 || i >= GetNItems()) return -1;
+  std::size_t const position = head_ + std::size_t(i);
+  if (destroy && items_[position].own) delete items_[position].msg;
+  changed_ = true;
+  if (i > 0) {
+    items_.erase(items_.begin() + std::ptrdiff_t(position));
+  } else if (++head_ > items_.size() / 2) { // so that what was taken off costs neither time nor, for long, memory
+    items_.erase(items_.begin(), items_.begin() + std::ptrdiff_t(head_));
+    head_ = 0;
+  }
+  return 0;
+}
+
+/// Destroys the items from `count` on.
+void Dicom_Sequence::truncate(int count) {
+  for (int i = GetNItems(); i > count; --i) {
+    if (items_.back().own) delete items_.back().msg;
+    items_.pop_back();
+  }
+}
+
+int Dicom_Sequence::Append(Dicom_Msg* msg, bool own) {
+  if (!msg) return -1;
+  items_.push_back({msg, nullptr, 0, own});
+  changed_ = true;
+  return 0;
+}
+
+bool Dicom_Sequence::HasChanged() const {
+  return changed_ || std::any_of(items_.begin() + std::ptrdiff_t(head_), items_.end(),
+                                 [](Item const& item) { return item.msg && item.msg->HasChanged(); });
+}
+
+std::unique_ptr<Dicom_Sequence> Dicom_Sequence::Clone() const {
+  auto copy = std::make_unique<Dicom_Sequence>();
+  for (int i = 0; i < GetNItems(); ++i) {
+    Item const& item = items_[head_ + std::size_t(i)];
+    std::unique_ptr<Dicom_Msg> msg =
+        item.msg ? item.msg->detached() : Dicom_Msg(origin_, item.bytes, item.length).detached();
+    copy->items_.push_back({new IOD_Msg(std::move(*msg)), nullptr, 0, true});
+  }
+  return copy;
+}
+
+// The value that wraps it
+
+Dicom_SQ const SQ_NULL;
+
+Dicom_SQ::Dicom_SQ() = default;
+Dicom_SQ::~Dicom_SQ() = default;
+Dicom_SQ::Dicom_SQ(Dicom_Sequence* sequence) : owned_(sequence), sequence_(sequence) {}
+
+Dicom_SQ::Dicom_SQ(Dicom_Sequence* sequence, int copy) : sequence_(sequence) {
+  if (!copy || !sequence) return;
+  owned_ = sequence->Clone();
+  sequence_ = owned_.get();
+}
+
+Dicom_SQ::Dicom_SQ(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error) {
+  *error = -1;
+  if (consumed) *consumed = 0;
+  if (!buffer) return;
+  std::shared_ptr<Util_Buffer> own;
+  if (copy) {
+    own = Util_Buffer::Make(length);
+    if (!own) return;
+    std::copy(buffer, buffer + length, own->data());
+    buffer = own->data();
+  }
+  Dicom_Check check = Dicom_CheckItems(buffer, buffer + length, false, {});
+  if (!check.ok) return;
+  auto origin = Dicom_MakeOrigin(own, Dicom_TransferSyntax::Native(), std::move(check));
+  owned_.reset(new Dicom_Sequence(std::move(origin), buffer, buffer + length));
+  sequence_ = owned_.get();
+  if (consumed) *consumed = length;
+  *error = 0;
+}
+
+Dicom_SQ::Dicom_SQ(Dicom_SQ const& other) : Dicom_SQ(other.sequence_, 1) {}
+
+Dicom_SQ& Dicom_SQ::operator=(Dicom_SQ const& other) { return *this = Dicom_SQ(other); }
+
+unsigned Dicom_SQ::GetDumpLen() const {
+  if (!sequence_) return 0;
+  Dicom_DataSetWriter writer({});
+  writer.Items(*sequence_, *Dicom_UndeclaredSet());
+  return unsigned(writer.Length());
+}
+
+int Dicom_SQ::Dump(char* buffer, unsigned length) const {
+  if (!sequence_) return length == 0 ? 0 : -1;
+  Dicom_DataSetWriter writer({}, buffer, length);
+  writer.Items(*sequence_, *Dicom_UndeclaredSet());
+  return writer.Ok() && writer.Length() == length && length <= INT_MAX ? int(length) : -1;
+}
+
+namespace {
+
+/// Whether a key restricts nothing: it is empty, or of asterisks alone.
+bool IsUniversal(Dicom_ME const& key) {
+  if (key.GetValue()->GetVR() == Dicom_VR::SQ) return SQ_NULL.Match(*key.GetValue()) != 0;
+  std::string const text = key.GetText();
+  return text.empty() ? key.IsEmpty() : text.find_first_not_of('*') == std::string::npos;
+}
+
+/// Whether an item has all that the key's item asks for. What it lacks counts as empty.
+bool Satisfies(Dicom_Msg const& item, Dicom_Msg const& pattern) {
+  for (int i = 0; i < pattern.GetNElements(); ++i) {
+    Dicom_ME const& e = *pattern.GetElement(i);
+    Dicom_Tag tag = e.GetTag();
+    if (tag.IsPrivateCreator()) continue;
+    tag.Unresolve(pattern);
+    Dicom_ME const* found = item.Find(tag);
+    if (found ? !found->Match(e) : !IsUniversal(e)) return false;
+  }
+  return true;
+}
+
+} // namespace
+
+bool Dicom_SQ::operator==(Dicom_Type const& other) const {
+  auto const* sq = dynamic_cast<Dicom_SQ const*>(&other);
+  if (!sq) return IsEmpty() && other.IsEmpty();
+  if (GetNValues() != sq->GetNValues()) return false;
+  std::string mine(GetDumpLen(), '\0'), theirs(sq->GetDumpLen(), '\0');
+  return Dump(mine.data(), unsigned(mine.size())) != -1 && sq->Dump(theirs.data(), unsigned(theirs.size())) != -1 &&
+         mine == theirs;
+}
+
+int Dicom_SQ::Match(Dicom_Type const& key) const {
+  auto const* wanted = dynamic_cast<Dicom_SQ const*>(&key);
+  if (!wanted || wanted->IsEmpty()) return key.IsEmpty();
+  Dicom_Msg const& pattern = *wanted->sequence_->Get(0);
+  for (int i = 0; i < GetNValues(); ++i)
+    if (Satisfies(*sequence_->Get(i), pattern)) return 1;
+  return Satisfies(Dicom_Msg(), pattern); // a key that asks for nothing
+}
