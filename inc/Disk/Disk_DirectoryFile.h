@@ -1,0 +1,77 @@
+#pragma once
+#include <Disk/Disk_File.h>
+#include <Disk/Disk_StoreParams.h>
+#include <dicom/Dicom_UIDGenerator.h>
+
+#include <string>
+
+class Disk_DicomDir;
+class Disk_StorageStrategy;
+
+/// What the root, study and series directory files have in common: the format of a private directory file, the
+/// VERSION file beside it, unique names, names made from UIDs, and the clock.
+///
+/// VERSION holds the number of writes of its directory file. A reader whose records have another number reads them
+/// again. It is read before the records and written after them, so a reader can only think its records older than
+/// they are. Nothing here locks: the caller holds the lock of the level.
+class Disk_DirectoryFile : public Disk_File {
+public:
+  /// `dicomdir` is null in the private structure; otherwise borrowed.
+  Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir);
+  virtual ~Disk_DirectoryFile() = default;
+
+  /// The strategy stays the caller's; it may be null.
+  void SetWritingStrategy(Disk_StorageStrategy* strategy) { writing_strategy = strategy; }
+  Disk_StorageStrategy* GetWritingStrategy() const { return writing_strategy; }
+  /// Makes VERSION count again after a read-only file-set was found to have none.
+  void ResetVersionFileStatus() { version_file_in_use = 1; }
+  /// 1 when the standard DICOMDIR is called "dicomdir".
+  int Lowercase() const;
+
+  /// Reads a private directory file. On 0 `*found` tells whether it exists; then `*msg` is the caller's to delete
+  /// and owns `*sequence`, the records. -1 when the file can't be read; nothing is to be deleted then.
+  int Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg);
+  /// Replaces the file by one with these records and moves VERSION. 0, or -1; the file is the old or the new one.
+  int Write(Dicom_Sequence& sequence);
+
+protected:
+  /// From here on the records in memory may differ from the file: the next Read loads them.
+  void MarkDirty() { file_version = 0; }
+  /// Whether the records in memory can be used as they are.
+  int IsUpToDate() const;
+  void ReadFileVersion();
+  int UpdateFileVersion();
+  /// A path that doesn't exist, made from `path`: its last component is brought to 8 characters and its last three
+  /// count up. Empty, with error 211005, when all are taken. The name is free only while the level's lock is held.
+  std::string FindUniqueFileName(std::string path) const;
+  /// The directory that the standard structure gives to a UID: always the same name for one UID.
+  Disk_FileID GenerateFileID(Dicom_UI const& uid) const;
+  /// The directory of this file.
+  Disk_FileID directory() const;
+  /// A new file or directory beside this file, whose name begins with `name`. `*status` is -1, with error 211004
+  /// when `name` can't be one, and the ID empty.
+  Disk_FileID unique_file_id(std::string const& name, int* status) const;
+  /// The name of a new directory or file: `letter`, the end of `text`, of at most `most` characters ("U" for an
+  /// empty text).
+  static std::string name_part(std::string_view text, std::size_t most);
+  /// `text` with everything but digits and upper-case letters replaced by `_`.
+  static std::string sanitized(std::string_view text);
+  /// Makes the directory of a new study or series and syncs the entry. 0, or -1 with errno.
+  static int make_directory(std::string const& path);
+  std::string version_path() const;
+  bool is_standard() const { return standard_dicomdir != nullptr; }
+
+  static Dicom_DA GetCurrentDate();
+  static Dicom_TM GetTickCount();
+
+  Dicom_UIDGenerator uid_generator;
+  mutable long file_version = 0; // of the records in memory; 0: not read, or dirty
+  mutable int version_file_in_use = 1;
+  Disk_DicomDir* standard_dicomdir;
+  Disk_StorageStrategy* writing_strategy = nullptr;
+  Disk_StoreParams params;
+
+private:
+  long GetFileVersion() const;
+  int SetFileVersion(long version) const;
+};

@@ -1,0 +1,57 @@
+#pragma once
+#include <dicom/IOD_Msg.h>
+#include <infra/RWCollectable.h>
+
+#include <memory>
+
+/// One directory record: the owner of a message that holds the record's attributes, and the two flags that tell what
+/// has to be written in a standard DICOMDIR.
+///
+/// A record of the private shape stands in a private directory file; its place in the hierarchy follows from the
+/// file. One of the standard shape also has its links and its in-use flag.
+class Disk_DirectoryRecord : public RWCollectable {
+public:
+  ~Disk_DirectoryRecord() override = default;
+  Disk_DirectoryRecord(Disk_DirectoryRecord const&) = delete;
+  Disk_DirectoryRecord& operator=(Disk_DirectoryRecord const&) = delete;
+
+  /// The message, which stays the record's; null before the record is filled. The accessors below need it.
+  IOD_Msg* GetRecordMsg() const { return record_msg.get(); }
+  /// Item tag and length are still to be written.
+  bool IsNew() const { return is_new; }
+  void SetNew(bool value) { is_new = value; }
+  /// The body differs from what stands in the file.
+  bool Changed() const { return changed; }
+  void SetChanged(bool value) { changed = value; }
+
+  /// Get gives a copy of the value, the null constant when the attribute is absent. Set stores a copy: 0, or -1.
+  /// Remove takes the attribute out: 0, also when it was absent.
+#define DISK_FILE_SET_ELEMENT(Name, Class, Element)                                                                    \
+  Class Get##Name() const { return record_msg->Value<Class>(Dicom_Tag(0x0004, Element)); }                             \
+  int Set##Name(Class const& value) { return record_msg->Set(Dicom_Tag(0x0004, Element), value); }                     \
+  int Remove##Name() { return record_msg->Remove(Dicom_Tag(0x0004, Element)); }
+
+  DISK_FILE_SET_ELEMENT(OffsetOfTheNextDirectoryRecord, Dicom_UL, 0x1400)
+  DISK_FILE_SET_ELEMENT(RecordInUseFlag, Dicom_US, 0x1410)
+  DISK_FILE_SET_ELEMENT(OffsetOfReferencedLowerLevelDirectoryEntity, Dicom_UL, 0x1420)
+  DISK_FILE_SET_ELEMENT(DirectoryRecordType, Dicom_CS, 0x1430)
+  DISK_FILE_SET_ELEMENT(ReferencedFileID, Dicom_CS, 0x1500)
+
+protected:
+  Disk_DirectoryRecord() = default;
+  /// Keeps a copy of `msg`; without a message when that is null.
+  explicit Disk_DirectoryRecord(Dicom_Msg const* msg);
+  Disk_DirectoryRecord(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
+
+  /// 0 when the record's type is one that this library keeps; it needn't be that of the record's class.
+  int ValidateDirectoryRecord() const;
+
+  /// The start of a filling: a new message. -1, logged, for a record that has one.
+  int start_filling(char const* who);
+  /// The end of one: the links of the standard shape. -1 on the first that can't be set.
+  int set_chain_elements();
+
+  std::unique_ptr<IOD_Msg> record_msg;
+  bool is_new = false;
+  bool changed = false;
+};

@@ -1,0 +1,42 @@
+#pragma once
+#include <Disk/Disk_FileID.h>
+#include <dicom/IOD_Msg.h>
+#include <infra/RWCString.h>
+
+/// A handle for asynchronous reading that callers pass along; nothing here looks at it.
+class Disk_AsyncFile;
+
+/// A DICOM file of a file-set.
+///
+/// A write goes to the file's name with ".tmp" behind it, in the same directory, and is brought to its name by
+/// rename: after a crash the file is the old or the new one. A ".tmp" file that a crash left has no meaning; the
+/// next write replaces it. Two writers of one file are kept apart by the locks of their level.
+class Disk_File {
+public:
+  Disk_File(Disk_FileID const& id) : file_id(id) {}
+
+  Disk_FileID GetFileID() const { return file_id; }
+  char const* GetFileSetPrefix() const { return file_id.GetFileSetPrefix(); }
+
+  /// Stamps `msg` with the program's version and writes it in `syntax`. 0 when the file stands under its name, with
+  /// full durability also after a power cut; -1 otherwise, with error 211020 when the rename failed.
+  int Write(IOD_Msg* msg, Dicom_UI const& sop_class, Dicom_UI const& sop_instance, Dicom_UI const& syntax,
+            bool mode_three);
+  /// Reads the file. On 0 `*found` tells whether it exists; if it is 1, `*msg` is a new message for the caller to
+  /// delete. -1 with error 211004 for a name that can't be formed, -1 for a file that can't be read or decoded.
+  int Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_AsyncFile* async);
+  /// Nothing has to be done: directories are made by those who name them. 0.
+  static int CreateDirectoryIfNotPresent(char const* path);
+
+protected:
+  /// Write, without the sync of the directory when the caller is going to sync it anyway.
+  int write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, bool sync_directory);
+  static int replace(std::string const& temporary, std::string const& path);
+  /// A failed sync is logged; 0 or -1.
+  static int sync_directory_of(std::string const& path);
+
+  Disk_FileID file_id;
+
+private:
+  RWCString get_filename_to_use(char const* file_name) const;
+};

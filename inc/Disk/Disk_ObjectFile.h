@@ -1,0 +1,25 @@
+#pragma once
+#include <Disk/Disk_File.h>
+#include <Disk/Disk_StoreParams.h>
+
+/// The file of one stored object. It decides in which transfer syntax the object goes to disk and whether it is
+/// compressed first.
+class Disk_ObjectFile : public Disk_File {
+public:
+  /// For storing.
+  Disk_ObjectFile(Disk_FileID const& id, Disk_StoreParams params) : Disk_File(id), params_(params) {}
+  /// For reading only.
+  explicit Disk_ObjectFile(Disk_FileID const& id) : Disk_File(id), params_(Disk_StoreParams::READ_ONLY) {}
+
+  /// Reads the object. 0 and a new message for the caller to own, or -1, also when there is no such file.
+  int Get(IOD_Msg** msg, Disk_AsyncFile* async);
+  /// Writes the object: natively, or compressed, and then `msg` holds the compressed form afterwards. With
+  /// `sync_directory` false the caller syncs the directory before it acknowledges anything. 0, or -1.
+  int Store(IOD_Msg* msg, bool sync_directory = true);
+
+private:
+  int Read(IOD_Msg** msg, Disk_AsyncFile* async);
+  int Write(IOD_Msg* msg, bool sync_directory);
+
+  Disk_StoreParams params_;
+};

@@ -1,0 +1,18 @@
+#pragma once
+#include <Disk/Disk_RecordList.h>
+#include <Disk/Disk_StudyDirectoryRecord.h>
+
+/// The record of a patient; owns the records of the patient's studies.
+class Disk_PatientDirectoryRecord : public Disk_DirectoryRecord {
+public:
+  Disk_PatientDirectoryRecord() = default;
+  /// Keeps a copy of `msg`. `error` is -1 when it is no directory record.
+  Disk_PatientDirectoryRecord(Dicom_Msg const* msg, int& error);
+
+  /// Fills an empty record from an object. 0, or -1; the record then keeps what it has so far.
+  int FillPatientRecord(IOD_Msg const& msg, bool standard);
+  Disk_RecordList<Disk_StudyDirectoryRecord>& GetStudyRecords() const { return study_records_; }
+
+private:
+  mutable Disk_RecordList<Disk_StudyDirectoryRecord> study_records_;
+};

@@ -1,0 +1,118 @@
+#pragma once
+#include <Disk/Disk_PatientDirectoryRecord.h>
+#include <Disk/Disk_StudyDirectoryFile.h>
+
+#include <memory>
+
+class Disk_RecordWalk;
+
+/// A file-set: the object through which every caller stores, queries and fetches.
+///
+/// It is bound to one directory, the prefix. One object serves one thread at a time; processes, and objects in other
+/// threads, are held apart by lock files. Records stay in memory between calls and are read again when another
+/// process has written them.
+///
+///     int status = 0;
+///     Disk_RootDirectoryFile root("/data/set", Disk_StoreParams(), 0, &status, nullptr);
+///     if (status == 0 && root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0) ...
+class Disk_RootDirectoryFile : public Disk_DirectoryFile {
+public:
+  /// Opens the file-set in a directory that exists; an empty one becomes a file-set with the first store.
+  /// `reserved_kb` is taken off the free space of the disk by FreeSpace. `strategy`, which may be null, stays the
+  /// caller's. `*status` is 0, or -1 and then the object must not be used.
+  Disk_RootDirectoryFile(char const* file_set_prefix, Disk_StoreParams params, long reserved_kb, int* status,
+                         Disk_StorageStrategy* strategy);
+  Disk_RootDirectoryFile(wchar_t const* file_set_prefix, Disk_StoreParams params, long reserved_kb, int* status,
+                         Disk_StorageStrategy* strategy);
+  ~Disk_RootDirectoryFile() override;
+
+  void SetAutoDeletePar(Disk_AutoDeletePar const& par) { auto_delete_par = par; }
+  void SetSupportPar(Disk_SupportPar const& par) { support_par = par; }
+
+  /// Makes an object part of the file-set.
+  ///
+  /// `msg` stays the caller's; it is stamped, may get its record's icon and be compressed. `add_icon`: a new image
+  /// gets an icon. `store_unmatching_images` 0: an object whose Patient's Name, Patient ID, Study ID or Series Number
+  /// contradicts its study or series is refused; otherwise that is only logged. `in_place` not 0: the object's file
+  /// stands inside the file-set already, as `existing_file` (a full path below the prefix). `move_store` not 0:
+  /// instead of writing `msg`, `file_to_move` is renamed to the object's place, and its path copied to
+  /// `stored_file_name`, of at least 512 bytes. `syntax_in_file` may be null.
+  ///
+  /// 0: stored; with full durability it survives a power cut. -1: not stored; errors 211004 (a value can't be part of
+  /// a file name), 211005, 211017, 211018, 211019, 211020, 211001 and 210000 + errno tell causes. What was stored
+  /// before is unharmed; files that no record names may be left.
+  int Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place, char* existing_file, int move_store,
+            char* file_to_move, char* stored_file_name, Dicom_UI const* syntax_in_file);
+
+  /// Answers an identifier at study, series or image level from the records alone. `results` is the caller's; new
+  /// responses, owned by it, are appended, and any response in it that lacks a queried attribute with a real value
+  /// is removed. 0, also without a match. -1 with error 211007 for an information model other than 1, 211002 for an
+  /// unknown level, 211001; responses found so far stay in `results`.
+  int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
+
+  /// Reads one object, by the identifier's Referenced File ID or, without one, by its three UIDs, and notes the
+  /// access in the study's record. 0 and a new message for the caller to own, or -1.
+  int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object, Disk_AsyncFile* async);
+
+  /// Sets the study's access date to now; private structure only. 0, or -1.
+  int SetStudyAccessed(Dicom_UI const& study_uid);
+
+private:
+  void Construct(char const* file_set_prefix, int* status);
+  int Read();
+  int Write();
+  int read_records(Dicom_Sequence& sequence);
+  int read_record(Dicom_Msg const& item, Disk_PatientDirectoryRecord** patient);
+
+  Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_LO const& patient_id, Dicom_LO const& issuer) const;
+  Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_UI const& study_uid) const;
+  Disk_StudyDirectoryRecord* GetStudyRecord(Dicom_UI const& study_uid) const;
+  Disk_StudyDirectoryRecord* GetStudyRecord(Disk_PatientDirectoryRecord const& patient,
+                                            Dicom_UI const& study_uid) const;
+  void GetStudyFile(Disk_StudyDirectoryRecord* study);
+  void ResetStudyFile();
+
+  // store
+  int store(Disk_StoreRequest const& request);
+  int check_identifiers(IOD_Msg const& msg) const;
+  int add_study(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord** study);
+  int new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient);
+  int check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const& reference,
+                  Disk_StudyDirectoryRecord const& study) const;
+  int NewPatient(Disk_PatientDirectoryRecord* patient);
+  int NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study, int in_place,
+               char const* existing_file);
+  int study_directory(Disk_StudyDirectoryRecord const& study, int in_place, char const* existing_file, Disk_FileID* id);
+  Disk_FileID GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid, int* status) const;
+
+  // details of the study record
+  int update_zentara_details(Disk_StudyDirectoryRecord* study, IOD_Msg* msg, int new_series, int new_image);
+  int count_new_series(IOD_Msg& record, IOD_Msg const& msg);
+  int UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecord* study, Dicom_DA const& date, Dicom_TM const& time) const;
+
+  // query
+  int query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
+  int query_patients(SCL_QueryIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level,
+                     Dicom_Sequence* results);
+  int query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
+                   std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
+  int query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
+                  Dicom_Msg const* patient_response, Dicom_Sequence* results) const;
+  int query_lower(Disk_StudyDirectoryRecord* study, SCL_QueryRetrieveLevel::Value level,
+                  SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+
+  // fetch
+  int get_one(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
+              Disk_AsyncFile* async);
+  int fetch_by_uids(SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* tried);
+  void note_access(Dicom_UI const& study_uid);
+  int set_study_accessed(Dicom_UI const& study_uid);
+
+  Disk_LockManager lock_manager;
+  Disk_RecordList<Disk_PatientDirectoryRecord> patients;
+  std::unique_ptr<Disk_StudyDirectoryFile> study_file;
+  long reserved_kb;
+  Disk_AutoDeletePar auto_delete_par{};
+  Disk_SupportPar support_par;
+  Dicom_UI current_study_uid; // that the last GetOne touched
+};

@@ -1,0 +1,46 @@
+#pragma once
+#include <Disk/Disk_DirectoryFile.h>
+#include <Disk/Disk_InstanceDirectoryRecord.h>
+#include <Disk/Disk_RecordList.h>
+#include <Disk/Disk_SeriesDirectoryRecord.h>
+#include <Disk/Disk_StoreRequest.h>
+#include <dicom/SCL_Identifier.h>
+
+/// One series: the records of its objects, and their files beside the directory file. It has no lock of its own; the
+/// caller holds that of the study or, in the standard structure, of the file-set.
+class Disk_SeriesDirectoryFile : public Disk_DirectoryFile {
+public:
+  /// `first_image_offset`: in the standard structure the place of the first instance record, 0 for none.
+  Disk_SeriesDirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir,
+                           unsigned first_image_offset);
+
+  unsigned GetOffset() const { return first_image_offset; }
+  /// Brings the records up to date. 0, or -1.
+  int Read();
+  /// Writes the records. 0, or -1.
+  int Write();
+  /// Finds or makes the object's record, writes the object, then the records. On 0 `*new_image` is 1 when a record
+  /// was added. After -1 the records on disk are as before; an object file that no record names may be left.
+  int Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon, int in_place,
+            char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
+            Dicom_UI const* syntax_in_file);
+  int Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series, int* new_image);
+  /// Appends a response to `results` for each record that matches. 0, or -1.
+  int Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  /// Reads one object. 0 and a new message for the caller to own, or -1.
+  int GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+
+private:
+  Disk_InstanceDirectoryRecord* GetImageRecord(Dicom_UI const& image_uid) const;
+  int NewImage(Disk_SeriesDirectoryRecord* series, Disk_InstanceDirectoryRecord* image,
+               Disk_StoreRequest const& request);
+  Disk_FileID GenerateReferencedFileID(Dicom_IS const& image_number, Dicom_SH const& image_label, int* status) const;
+  int add_image(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
+                Disk_InstanceDirectoryRecord** image);
+  int update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const;
+  int place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image);
+  int move_object(Disk_StoreRequest const& request, Disk_FileID const& id);
+
+  Disk_RecordList<Disk_InstanceDirectoryRecord> image_records;
+  unsigned first_image_offset;
+};

@@ -1,0 +1,51 @@
+#pragma once
+#include <Disk/Disk_LockManager.h>
+#include <Disk/Disk_SeriesDirectoryFile.h>
+#include <Disk/Disk_StudyDirectoryRecord.h>
+
+#include <memory>
+
+/// One study: the records of its series, the study lock, and the directory file of the series that was asked for
+/// last. In the standard structure the lock operations do nothing: the file-set lock is held throughout.
+class Disk_StudyDirectoryFile : public Disk_DirectoryFile {
+public:
+  /// `first_series_offset`: in the standard structure the place of the first series record, 0 for none.
+  Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir,
+                          unsigned first_series_offset);
+
+  unsigned GetOffset() const { return first_series_offset; }
+  int Read();
+  int Write();
+  int LockExclusive();
+  int LockShared();
+  int UnlockExclusive();
+  int UnlockShared();
+
+  /// Finds or makes the object's series and stores the object there, then writes the records. On 0 `*new_series` and
+  /// `*new_image` tell whether a record was added. -1 with error 211019 when the Series Number doesn't match.
+  int Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image, bool add_icon,
+            int store_unmatching_images, int in_place, char* existing_file, int move_store, char* file_to_move,
+            char* stored_file_name, Dicom_UI const* syntax_in_file);
+  int Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image);
+  /// Appends the responses of a query at series or image level to `results`. The caller holds the study lock.
+  int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+
+private:
+  using Lock = int (Klb_LockFile::*)();
+  int with_lock(Lock operation, char const* failure);
+  Disk_SeriesDirectoryRecord* GetSeriesRecord(Dicom_UI const& series_uid) const;
+  int NewSeries(Disk_StudyDirectoryRecord* study, Disk_SeriesDirectoryRecord* series, Disk_StoreRequest const& request);
+  Disk_FileID GenerateReferencedFileID(Dicom_IS const& series_number, int* status) const;
+  void GetSeriesFile(Disk_SeriesDirectoryRecord* series);
+  int add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
+                 Disk_SeriesDirectoryRecord** series);
+  int check_series_number(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord const& series) const;
+  int count_new_image(Disk_SeriesDirectoryRecord* series) const;
+  int query_images(Disk_SeriesDirectoryRecord* series, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+
+  Disk_RecordList<Disk_SeriesDirectoryRecord> series_records;
+  Disk_LockManager lock_manager;
+  std::unique_ptr<Disk_SeriesDirectoryFile> series_file;
+  unsigned first_series_offset;
+};

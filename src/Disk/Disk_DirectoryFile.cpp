@@ -1,0 +1,127 @@
+#include "Disk/Disk_VersionFile.h"
+
+#include <Disk/Disk_Bits.h>
+#include <Disk/Disk_DirectoryFile.h>
+#include <Disk/Disk_Error.h>
+#include <Disk/Disk_StorageStrategy.h>
+#include <dicom/Dicom_UIDic.h>
+#include <infra/Klb_GError.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_Clock.h>
+#include <infra/Util_FileSystem.h>
+
+#include <cerrno>
+#include <memory>
+
+namespace {
+
+constexpr Dicom_Tag kFileSetID{0x0004, std::uint16_t(0x1130)};
+constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
+constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
+constexpr Dicom_Tag kConsistencyFlag{0x0004, std::uint16_t(0x1212)};
+constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
+
+} // namespace
+
+Disk_DirectoryFile::Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params, Disk_DicomDir* dicomdir)
+    : Disk_File(id), standard_dicomdir(dicomdir), params(store_params) {}
+
+int Disk_DirectoryFile::Lowercase() const { return 0; }
+
+int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg) {
+  // the version first: what is written meanwhile makes the records newer than their number, never older
+  long const version = GetFileVersion();
+  if (Disk_File::Read(msg, found, 1, nullptr) == -1) {
+    DISK_LOG(3, "Read(): Can't read directory file.\n");
+    return -1;
+  }
+  if (!*found) return 0;
+  std::unique_ptr<IOD_Msg> owner(*msg);
+  Dicom_Type const* value = owner->Get(kRecordSequence);
+  auto const* records = dynamic_cast<Dicom_SQ const*>(value);
+  if (!records || !records->GetSequence()) {
+    DISK_LOG_TEXT(3, !value     ? "Read(): Can't find sequence of directory records.\n"
+                     : !records ? "Read(): No sequence of directory records.\n"
+                                : "Read(): Can't retrieve data from element.\n");
+    *msg = nullptr;
+    return -1;
+  }
+  *sequence = records->GetSequence();
+  owner.release();
+  file_version = version == -1 ? 0 : version;
+  return 0;
+}
+
+int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
+  IOD_Msg msg;
+  int status = 0;
+  Dicom_CS const no_id("", &status);
+  if (status == -1) {
+    DISK_LOG(3, "Write(): Can't create Dicom_CS.\n");
+    return -1;
+  }
+  auto const add = [&msg](Dicom_Tag tag, std::unique_ptr<Dicom_Type> value) {
+    return msg.Add(Dicom_ME(tag, std::move(value)));
+  };
+  if (add(kFileSetID, std::make_unique<Dicom_CS>(no_id)) == -1 ||
+      add(kFirstOffset, std::make_unique<Dicom_UL>(0u)) == -1 ||
+      add(kLastOffset, std::make_unique<Dicom_UL>(0u)) == -1 ||
+      add(kConsistencyFlag, std::make_unique<Dicom_US>(std::uint16_t(0))) == -1 ||
+      add(kRecordSequence, std::make_unique<Dicom_SQ>(&sequence, 0)) == -1) {
+    DISK_LOG(3, "Write(): Can't add element to message.\n");
+    return -1;
+  }
+  int const result = Disk_File::Write(&msg, Dicom_UIDic::BASIC_DIRECTORY_STORAGE, uid_generator.Generate(),
+                                      Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, false);
+  return result == 0 ? UpdateFileVersion() : result;
+}
+
+// VERSION
+
+std::string Disk_DirectoryFile::version_path() const { return directory().Path() + "/VERSION"; }
+
+int Disk_DirectoryFile::IsUpToDate() const {
+  if (writing_strategy && writing_strategy->HasPendingData()) return 1;
+  if (version_file_in_use == 0) return 1;
+  long const version = GetFileVersion();
+  if (version == -1 && params.read_only) version_file_in_use = 0; // a read-only medium can't change
+  return file_version == version;
+}
+
+long Disk_DirectoryFile::GetFileVersion() const { return Disk_ReadVersion(version_path()); }
+
+int Disk_DirectoryFile::SetFileVersion(long version) const {
+  return Disk_WriteVersion(version_path(), version, is_standard());
+}
+
+void Disk_DirectoryFile::ReadFileVersion() {
+  long const version = GetFileVersion();
+  file_version = version == -1 ? 0 : version;
+}
+
+int Disk_DirectoryFile::UpdateFileVersion() {
+  long const version = GetFileVersion();
+  file_version = version == -1 ? 1 : version + 1;
+  if (SetFileVersion(file_version) == 0) return 0;
+  DISK_LOG(3, "UpdateFileVersion: Failed setting the file version.\n");
+  return -1;
+}
+
+// Clock
+
+Dicom_DA Disk_DirectoryFile::GetCurrentDate() {
+  std::tm now{};
+  if (Util_Clock::LocalTime(Util_Clock::Now(), &now) == 0)
+    return Dicom_DA(now.tm_year + 1900, now.tm_mon + 1, now.tm_mday);
+  DISK_LOG(3, "GetCurrentTime(): Error in localtime() (errno=%d).\n", errno);
+  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  return DA_NULL;
+}
+
+Dicom_TM Disk_DirectoryFile::GetTickCount() {
+  std::tm now{};
+  if (Util_Clock::LocalTime(Util_Clock::Now(), &now) == 0) return Dicom_TM(now.tm_hour, now.tm_min, now.tm_sec);
+  DISK_LOG(3, "GetCurrentTime(): Error in localtime (errno=%d).\n", errno);
+  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  return TM_NULL;
+}

@@ -1,0 +1,126 @@
+#include <Disk/Disk_Error.h>
+#include <Disk/Disk_File.h>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <infra/Klb_GError.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystem.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI const& syntax, bool mode_three) {
+  return write(msg, syntax, mode_three, true);
+}
+
+int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, bool sync_directory) {
+  msg->AddKolbaExeVersion(LO_NULL);
+  std::string const path = file_id.Path();
+  if (path.empty()) {
+    DISK_LOG(3, "Write(): Illegal file name.\n");
+    return -1;
+  }
+  std::string const temporary = path + ".tmp";
+  int status = 0;
+  Util_File file(*msg, &status, syntax, mode_three ? 3 : 2, nullptr);
+  if (status == -1) {
+    DISK_LOG(3, "Write: Failed Dumping the msg into a buffer.\n");
+    return -1;
+  }
+  if (file.Write(temporary.c_str(), nullptr) == -1) {
+    int const cause = errno;
+    DISK_LOG(3, "Write: Failed writing the buffer into the temporary file %s.\n", temporary.c_str());
+    DISK_LOG(3, "Write: %s: %s\n", temporary.c_str(), std::strerror(cause));
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  }
+  if (replace(temporary, path) == -1) return -1;
+  return sync_directory ? sync_directory_of(path) : 0;
+}
+
+int Disk_File::replace(std::string const& temporary, std::string const& path) {
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  int result = system.Rename(temporary.c_str(), path.c_str());
+  if (result == -1 && errno == EEXIST) { // a platform that doesn't replace a target
+    if (system.Unlink(path.c_str()) == -1) {
+      DISK_LOG(3, "Write: can't remove file %s (errno=%d).\n", path.c_str(), errno);
+      KlbGError.Set(DISK_ERROR_RENAME);
+      return -1;
+    }
+    result = system.Rename(temporary.c_str(), path.c_str());
+  }
+  if (result == -1) {
+    DISK_LOG(3, "Write(): Can't rename file (errno=%d).\n", errno);
+    KlbGError.Set(DISK_ERROR_RENAME);
+  }
+  return result;
+}
+
+int Disk_File::sync_directory_of(std::string const& path) {
+  std::string const directory = path.substr(0, path.rfind('/'));
+  if (Util_FileSystem::SyncDirectory(directory.empty() ? "/" : directory.c_str()) == 0) return 0;
+  int const cause = errno;
+  DISK_LOG(3, "Write: Can't sync the directory %s (errno=%d).\n", directory.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+int Disk_File::Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_AsyncFile*) {
+  std::string const path = file_id.Path();
+  if (path.empty()) {
+    DISK_LOG(3, "Read(): Illegal file name.\n");
+    KlbGError.Set(DISK_ERROR_FILE_NAME);
+    return -1;
+  }
+  DISK_LOG(7, "Disk_File::Read. file %s\n", path.c_str());
+  Util_File file;
+  file.no_original_buffer = no_original_buffer;
+  std::string name = path;
+  int result = file.GetFile(name.c_str(), 0, nullptr);
+  if (result == -1 && errno == ENOENT) { // only then is it worth looking for another name
+    name = get_filename_to_use(path.c_str()).str();
+    if (name != path) {
+      result = file.GetFile(name.c_str(), 0, nullptr);
+    } else {
+      errno = ENOENT;
+    }
+  }
+  DISK_LOG(7, "Disk_File::File name to use = <%s>.\n", name.c_str());
+  if (result == -1) {
+    if (errno == ENOENT) {
+      *found = 0;
+      return 0;
+    }
+    int const cause = errno;
+    DISK_LOG(3, "Read: Failed getting the File.\n");
+    DISK_LOG(3, "Read: %s: %s\n", name.c_str(), std::strerror(cause));
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  }
+  if (file.GetTransferSyntax() != Dicom_UIDic::NATIVE_TRANSFER_SYNTAX)
+    DISK_LOG(5, "Read(): Transfer Syntax should be native for file %s.\n", name.c_str());
+  std::unique_ptr<IOD_Msg> decoded(file.operator IOD_Msg*());
+  if (!decoded) {
+    DISK_LOG(3, "Read(): Can't create message from buffer.\n");
+    DISK_LOG(3, "Read: %s: %s\n", name.c_str(), file.GetError().c_str());
+    return -1;
+  }
+  if (no_original_buffer == 0) file.SetOriginalBuffer(decoded.get());
+  *msg = decoded.release();
+  *found = 1;
+  return 0;
+}
+
+int Disk_File::CreateDirectoryIfNotPresent(char const*) { return 0; }
+
+/// A file that a medium carries as NAME.EXT is found under the ID NAME_EXT.
+RWCString Disk_File::get_filename_to_use(char const* file_name) const {
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  if (system.Access(file_name, 0) == 0) return file_name;
+  std::string candidate = file_name;
+  std::size_t const last = candidate.rfind('_');
+  if (last == std::string::npos || candidate.find_first_of("/\\", last) != std::string::npos) return file_name;
+  candidate[last] = '.';
+  return system.Access(candidate.c_str(), 0) == 0 ? RWCString(candidate) : RWCString(file_name);
+}

@@ -1,0 +1,79 @@
+#include <Disk/Disk_Error.h>
+#include <Disk/Disk_FileID.h>
+#include <infra/Klb_GError.h>
+#include <infra/Klb_LogFile.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+namespace {
+
+/// Whether a component can be a name below the prefix.
+bool IsSafe(std::string_view component) {
+  return component != "." && component != ".." && component.find('/') == std::string_view::npos &&
+         component.find('\0') == std::string_view::npos;
+}
+
+} // namespace
+
+Disk_FileID::Disk_FileID(char const* file_set_prefix, Dicom_CS const& id, int lowercase)
+    : id_(id), lowercase_(lowercase), has_prefix_(true), prefix_(file_set_prefix ? file_set_prefix : "") {}
+
+Disk_FileID::Disk_FileID(char const* file_set_prefix, char const* file_name, int* status, int lowercase)
+    : Disk_FileID(file_set_prefix, CS_NULL, lowercase) {
+  std::string_view const path = file_name ? file_name : "";
+  std::size_t const cut = file_set_prefix ? prefix_.size() + 1 : 0; // the prefix and its separator
+  *status = 0;
+  if (path.size() <= cut) {
+    DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", file_name ? file_name : "");
+    KlbGError.Set(DISK_ERROR_FILE_NAME);
+    *status = -1;
+    return;
+  }
+  std::string components(path.substr(cut));
+  std::replace(components.begin(), components.end(), '/', '\\');
+  id_ = Dicom_CS(components.data(), int(components.size()), 1, status);
+}
+
+std::string Disk_FileID::Path() const {
+  std::string path = prefix_;
+  for (int i = 0; i < id_.GetNValues(); ++i) {
+    std::string component(id_.ValueView(i));
+    if (lowercase_) {
+      for (char& c : component)
+        c = char(std::tolower(static_cast<unsigned char>(c)));
+    }
+    if (component.empty()) continue;
+    if (component.back() == ' ') component.pop_back();
+    if (!IsSafe(component)) return {};
+    path += '/';
+    path += component;
+  }
+  return path.size() < kPathSize ? path : std::string();
+}
+
+Disk_FileID::operator char*() const {
+  std::string const path = Path();
+  if (path.empty()) return nullptr;
+  char* const copy = new char[kPathSize];
+  std::memcpy(copy, path.c_str(), path.size() + 1);
+  return copy;
+}
+
+int Disk_FileID::AddComponent(char const* component) {
+  int status = component ? 0 : -1;
+  if (status == -1) return -1;
+  std::string const text = (id_.IsEmpty() ? std::string() : id_.GetText() + '\\') + component;
+  if (text.size() >= kPathSize) return -1;
+  Dicom_CS const longer(text.c_str(), &status);
+  if (status != -1) id_ = longer;
+  return status;
+}
+
+int Disk_FileID::RemoveLastComponent() {
+  std::string_view const text = id_.View();
+  std::size_t const last = text.rfind('\\');
+  id_ = last == std::string_view::npos ? CS_NULL : Dicom_CS(std::string(text.substr(0, last)));
+  return 0;
+}

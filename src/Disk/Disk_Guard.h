@@ -1,0 +1,54 @@
+#pragma once
+#include <Disk/Disk_Error.h>
+#include <infra/Klb_GError.h>
+#include <infra/Klb_LogFile.h>
+
+#include <exception>
+#include <new>
+
+/// Runs a public operation: what it throws, which is nothing but the lack of memory, becomes a log line, an error
+/// code and -1.
+template <class Operation>
+int Disk_Guarded(char const* name, Operation operation) noexcept {
+  try {
+    return operation();
+  } catch (std::bad_alloc const&) {
+    DISK_LOG(3, "%s: out of memory.\n", name);
+    KlbGError.Set(DISK_ERROR_MEMORY);
+  } catch (std::exception const& e) {
+    DISK_LOG(3, "%s: %s\n", name, e.what());
+  }
+  return -1;
+}
+
+/// Holds a lock for a scope, or until it is released, which tells its result. `Lock` has LockShared and its like.
+template <class Lock>
+class [[nodiscard]] Disk_Hold {
+public:
+  Disk_Hold() = default;
+  ~Disk_Hold() { Release(); }
+  Disk_Hold(Disk_Hold const&) = delete;
+  Disk_Hold& operator=(Disk_Hold const&) = delete;
+
+  int Shared(Lock& lock) { return take(lock, lock.LockShared(), true); }
+  int Exclusive(Lock& lock) { return take(lock, lock.LockExclusive(), false); }
+  bool IsHeld() const { return lock_ != nullptr; }
+  /// 0, also when nothing is held, or -1.
+  int Release() {
+    if (!lock_) return 0;
+    int const result = shared_ ? lock_->UnlockShared() : lock_->UnlockExclusive();
+    lock_ = nullptr;
+    return result;
+  }
+
+private:
+  int take(Lock& lock, int result, bool shared) {
+    if (result == -1) return -1;
+    lock_ = &lock;
+    shared_ = shared;
+    return 0;
+  }
+
+  Lock* lock_ = nullptr;
+  bool shared_ = false;
+};

@@ -1,0 +1,150 @@
+#include <Disk/Disk_InstanceDirectoryRecord.h>
+
+#include "Disk/Disk_Attributes.h"
+
+#include <dicom/GDS_Icon.h>
+#include <dicom/IOD_Image.h>
+#include <infra/Klb_GError.h>
+#include <infra/Klb_LogFile.h>
+
+namespace {
+
+using A = Disk_Attribute;
+Disk_Attribute const kImageAttributes[] = {
+    {{0x0008, std::uint16_t(0x0023)}, Disk_CopyAttribute<Dicom_DA>, A::IfPresent}, // Content Date
+    {{0x0008, std::uint16_t(0x0033)}, Disk_CopyAttribute<Dicom_TM>, A::IfPresent}, // Content Time
+    {{0x0008, std::uint16_t(0x0012)}, Disk_CopyAttribute<Dicom_DA>, A::IfPresent}, // Instance Creation Date
+    {{0x0008, std::uint16_t(0x0013)}, Disk_CopyAttribute<Dicom_TM>, A::IfPresent}, // Instance Creation Time
+    {{0x0008, std::uint16_t(0x0008)}, Disk_CopyAttribute<Dicom_CS>, A::IfPresent}, // Image Type
+    {{0x0020, std::uint16_t(0x1041)}, Disk_CopyAttribute<Dicom_DS>, A::IfPresent}, // Slice Location
+    {{0x0028, std::uint16_t(0x0010)}, Disk_CopyAttribute<Dicom_US>},               // Rows
+    {{0x0028, std::uint16_t(0x0011)}, Disk_CopyAttribute<Dicom_US>},               // Columns
+    {{0x0018, std::uint16_t(0x0010)}, Disk_CopyAttribute<Dicom_LO>},               // Contrast/Bolus Agent
+    {{0x0020, std::uint16_t(0x0052)}, Disk_CopyAttribute<Dicom_UI>},               // Frame of Reference UID
+    {{0x0028, std::uint16_t(0x0100)}, Disk_CopyAttribute<Dicom_US>, A::IfPresent}, // Bits Allocated
+    {{0x0028, std::uint16_t(0x0002)}, Disk_CopyAttribute<Dicom_US>, A::IfPresent}, // Samples per Pixel
+    {{0x0028, std::uint16_t(0x0008)}, Disk_CopyAttribute<Dicom_IS>, A::IfPresent}, // Number of Frames
+    {{0x0028, std::uint16_t(0x0004)}, Disk_CopyAttribute<Dicom_CS>, A::IfPresent}, // Photometric Interpretation
+    {Dicom_Dictionary::KOLBA_KEY_IMAGE, Disk_CopyAttribute<Dicom_CS>, A::IfPresent},
+    {Dicom_Dictionary::KOLBA_IMAGE_LABEL, Disk_CopyAttribute<Dicom_SH>},
+    {Dicom_Dictionary::KOLBA_SLICE_NUMBER, Disk_CopyAttribute<Dicom_DS>, A::IfPresent},
+    {{0x0018, std::uint16_t(0x0086)}, Disk_CopyAttribute<Dicom_IS>, A::IfPresent}, // Echo Number
+    {Dicom_Dictionary::KOLBA_SLICE_DIRECTION, Disk_CopyAttribute<Dicom_CS>, A::IfPresent},
+    {{0x0018, std::uint16_t(0x0024)}, Disk_CopyAttribute<Dicom_SH>, A::IfPresent}, // Sequence Name
+    {{0x0018, std::uint16_t(0x1060)}, Disk_CopyAttribute<Dicom_DS>, A::IfPresent}, // Trigger Time
+};
+Disk_Attribute const kPresentationAttributes[] = {
+    {{0x0070, std::uint16_t(0x0080)}, Disk_CopyAttribute<Dicom_CS>},               // Content Label
+    {{0x0070, std::uint16_t(0x0081)}, Disk_CopyAttribute<Dicom_LO>, A::IfPresent}, // Content Description
+    {{0x0070, std::uint16_t(0x0082)}, Disk_CopyAttribute<Dicom_DA>},               // Presentation Creation Date
+    {{0x0070, std::uint16_t(0x0083)}, Disk_CopyAttribute<Dicom_TM>},               // Presentation Creation Time
+    {{0x0070, std::uint16_t(0x0084)}, Disk_CopyAttribute<Dicom_PN>, A::IfPresent}, // Content Creator's Name
+};
+Disk_Attribute const kReportAttributes[] = {
+    {Dicom_Dictionary::KOLBA_IMAGE_LABEL, Disk_CopyAttribute<Dicom_SH>},
+    {{0x0040, std::uint16_t(0xA491)}, Disk_CopyAttribute<Dicom_CS>}, // Completion Flag
+    {{0x0040, std::uint16_t(0xA493)}, Disk_CopyAttribute<Dicom_CS>}, // Verification Flag
+    {{0x0008, std::uint16_t(0x0023)}, Disk_CopyAttribute<Dicom_DA>}, // Content Date
+    {{0x0008, std::uint16_t(0x0033)}, Disk_CopyAttribute<Dicom_TM>}, // Content Time
+};
+
+/// -1, with the line that all attributes share, when `result` is -1.
+int Logged(int result) {
+  if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord(): Can't add element.\n");
+  return result;
+}
+
+} // namespace
+
+Disk_InstanceDirectoryRecord::Disk_InstanceDirectoryRecord(Dicom_Msg const* msg, int& error)
+    : Disk_DirectoryRecord(msg) {
+  error = ValidateDirectoryRecord();
+}
+
+int Disk_InstanceDirectoryRecord::FillInstanceRecord(IOD_Msg const& msg, bool standard, bool add_icon) {
+  if (record_msg) {
+    DISK_LOG(3, "Disk_InstanceDirectoryRecord::FillInstanceRecord - Instance record already has data!\n");
+    return -1;
+  }
+  record_msg = std::make_unique<IOD_Msg>();
+  if (AddGeneralAttributes(msg, standard) == -1) {
+    DISK_LOG(3, "Disk_InstanceDirectoryRecord::FillInstanceRecord - Failed setting record general attributes.\n");
+    return -1;
+  }
+  is_new = true;
+  Dicom_CS const modality = msg.GetModality();
+  int result = modality == IOD_Image::PR   ? AddPresentationAttributes(msg)
+               : modality == IOD_Image::SR ? AddStructureReportingAttributes(msg)
+                                           : AddImageAttributes(msg, standard, add_icon);
+  if (result == -1 || !standard) return result;
+  result = set_chain_elements();
+  if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord: Failed set element.\n");
+  return result;
+}
+
+int Disk_InstanceDirectoryRecord::AddGeneralAttributes(IOD_Msg const& msg, bool standard) {
+  Dicom_UI const sop_instance = msg.GetSOPInstanceUID(), sop_class = msg.GetSOPClassUID();
+  if (Logged(record_msg->SetModality(msg.GetModality())) == -1) return -1;
+  if (Logged(record_msg->SetImageNumber(msg.GetImageNumber())) == -1) return -1;
+  if (standard && SetReferencedSOPInstanceUIDInFile(sop_instance) == -1) {
+    DISK_LOG(3, "AddGeneralAttributes: Failed setting Referenced SOP Instance UID.\n");
+    return -1;
+  }
+  if (standard && SetReferencedSOPClassUIDInFile(sop_class) == -1) {
+    DISK_LOG(3, "AddGeneralAttributes: Failed set Referenced SOP Class UID.\n");
+    return -1;
+  }
+  if (Logged(record_msg->SetSOPInstanceUID(sop_instance)) == -1) return -1;
+  return Logged(record_msg->SetSOPClassUID(sop_class));
+}
+
+int Disk_InstanceDirectoryRecord::AddImageAttributes(IOD_Msg const& msg, bool standard, bool add_icon) {
+  if (Logged(SetDirectoryRecordType(IOD_Image::IMAGE)) == -1) return -1;
+  if (Logged(Disk_CopyAttributes(kImageAttributes, msg, *record_msg, standard)) == -1) return -1;
+  if (add_icon && AddIconImage(&msg) == -1)
+    DISK_LOG(4, "Write(): Warning: can't add icon to directory record (error = %d)\n", KlbGError.Get());
+  return 0;
+}
+
+int Disk_InstanceDirectoryRecord::AddPresentationAttributes(IOD_Msg const& msg) {
+  if (Logged(SetDirectoryRecordType(IOD_Image::PRESENTATION)) == -1) return -1;
+  if (Logged(Disk_CopyAttributes(kPresentationAttributes, msg, *record_msg, false)) == -1) return -1;
+  if (AddReferencedSeriesSequence(&msg) == 0) return 0;
+  DISK_LOG(3, "Disk_InstanceDirectoryRecord(): can't add element.\n");
+  return -1;
+}
+
+int Disk_InstanceDirectoryRecord::AddStructureReportingAttributes(IOD_Msg const& msg) {
+  if (Logged(SetDirectoryRecordType(IOD_Image::SR_DOCUMENT)) == -1) return -1;
+  if (Logged(Disk_CopyAttributes(kReportAttributes, msg, *record_msg, false)) == -1) return -1;
+  if (add_concept_name(msg) == -1) return -1;
+  if (msg.GetVerificationFlag() == IOD_Image::VERIFIED && Logged(AddVerificationDateTime(&msg)) == -1) return -1;
+  if (AddContentSequence(&msg) == 0) return 0;
+  DISK_LOG(3, "failed in AddContentSequence.\n");
+  return -1;
+}
+
+int Disk_InstanceDirectoryRecord::AddIconImage(IOD_Msg const* msg) {
+  if (GetDirectoryRecordType() != IOD_Image::IMAGE) {
+    DISK_LOG(3, "AddIconImage: Can't add Icon for this type of instance.\n");
+    return -1;
+  }
+  std::unique_ptr<IOD_Msg> icon(GDS_Icon(msg).GetImagePixelModule(1));
+  Dicom_SQ const brought = icon ? Dicom_SQ() : msg->GetIconImage();
+  if (!icon && brought.IsEmpty()) {
+    DISK_LOG(6, "Image record will not contain icon.\n");
+    return 0;
+  }
+  if (!icon) {
+    int const result = record_msg->SetIconImage(brought);
+    if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord: SetIconImage FAILURE\n");
+    return result;
+  }
+  auto items = std::make_unique<Dicom_Sequence>();
+  if (items->Append(icon.get(), true) == -1) {
+    DISK_LOG(3, "AddIconImage(): Can't get sequence from SQ.\n");
+    return -1;
+  }
+  icon.release();
+  return record_msg->SetIconImage(Dicom_SQ(items.release()));
+}

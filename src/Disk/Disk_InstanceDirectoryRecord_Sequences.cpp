@@ -1,0 +1,142 @@
+#include <Disk/Disk_InstanceDirectoryRecord.h>
+#include <dicom/IOD_Image.h>
+#include <infra/Klb_LogFile.h>
+
+namespace {
+
+/// The sequence of an attribute, or null; `*present` tells whether the attribute is there at all.
+Dicom_Sequence const* SequenceOf(Dicom_Msg const& msg, Dicom_Tag const& tag, bool* present) {
+  Dicom_Type const* value = msg.Get(tag);
+  *present = value != nullptr;
+  auto const* sq = dynamic_cast<Dicom_SQ const*>(value);
+  return sq ? sq->GetSequence() : nullptr;
+}
+
+/// A copy of an item that shares nothing with the object that it came from.
+std::unique_ptr<Dicom_Msg> CopyByValue(Dicom_Msg const& item) {
+  Dicom_Sequence one;
+  if (one.Append(const_cast<Dicom_Msg*>(&item), false) == -1) return nullptr;
+  std::unique_ptr<Dicom_Sequence> const copy = one.Clone();
+  std::unique_ptr<Dicom_Msg> taken(copy->Get(0));
+  if (taken) copy->Remove(0, 0);
+  return taken;
+}
+
+} // namespace
+
+int Disk_InstanceDirectoryRecord::AddReferencedSeriesSequence(IOD_Msg const* msg) {
+  if (GetDirectoryRecordType() != IOD_Image::PRESENTATION) {
+    DISK_LOG(3, "AddReferencedSeriesSequence: Can't add ReferencedImageSequence for this type of instance.\n");
+    return -1;
+  }
+  bool present = false;
+  Dicom_Sequence const* source = SequenceOf(*msg, Dicom_Tag(0x0008, 0x1115), &present);
+  if (!source) {
+    DISK_LOG(6, "AddReferencedSeriesSequence: no sequence present in the instance.\n");
+    return 0;
+  }
+  auto series = std::make_unique<Dicom_Sequence>();
+  for (int i = 0; i < source->GetNItems(); ++i) {
+    IOD_Msg const item(*source->Get(i));
+    Dicom_Sequence const* images = SequenceOf(item, Dicom_Tag(0x0008, 0x1140), &present);
+    Dicom_UI const uid = item.GetSeriesInstanceUID();
+    if (!item.Has(Dicom_Tag(0x0020, 0x000E)) || !images) return -1;
+    std::unique_ptr<Dicom_Sequence> const references(CreateReferencedImageSequence(images));
+    if (!references) return -1;
+    auto entry = std::make_unique<IOD_Msg>();
+    if (entry->SetSeriesInstanceUID(uid.Duplicate()) == -1 ||
+        entry->SetReferencedImageSequence(Dicom_SQ(references.get(), 1)) == -1 ||
+        series->Append(entry.get(), true) == -1)
+      return -1;
+    entry.release();
+  }
+  int const result = record_msg->SetReferencedSeriesSequence(Dicom_SQ(series.get(), 1));
+  if (result == -1) DISK_LOG(3, "AddReferencedSeriesSequence: Error in building sequence.\n");
+  return result;
+}
+
+Dicom_Sequence* Disk_InstanceDirectoryRecord::CreateReferencedImageSequence(Dicom_Sequence const* source) {
+  auto references = std::make_unique<Dicom_Sequence>();
+  for (int i = 0; i < source->GetNItems(); ++i) {
+    IOD_Msg const item(*source->Get(i));
+    if (!item.Has(Dicom_Tag(0x0008, 0x1150)) || !item.Has(Dicom_Tag(0x0008, 0x1155))) return nullptr;
+    auto reference = std::make_unique<IOD_Msg>();
+    if (reference->SetReferencedSOPClassUID(item.GetReferencedSOPClassUID()) == -1 ||
+        reference->SetReferencedSOPInstanceUID(item.GetReferencedSOPInstanceUID()) == -1 ||
+        references->Append(reference.get(), true) == -1)
+      return nullptr;
+    reference.release();
+  }
+  return references.release();
+}
+
+int Disk_InstanceDirectoryRecord::add_concept_name(IOD_Msg const& msg) {
+  bool present = false;
+  Dicom_Sequence const* source = SequenceOf(msg, Dicom_Tag(0x0040, 0xA043), &present);
+  if (!source || source->GetNItems() == 0) return 0;
+  std::unique_ptr<Dicom_Msg> copy = CopyByValue(*source->Get(0));
+  auto concept_name = std::make_unique<Dicom_Sequence>();
+  if (!copy || concept_name->Append(copy.get(), true) == -1) {
+    DISK_LOG(3, "failed in dumping ConceptNameCodeSequence\n");
+    return -1;
+  }
+  copy.release();
+  int const result = record_msg->SetConceptNameCodeSequence(Dicom_SQ(concept_name.release()));
+  if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord(): Can't add element.\n");
+  return result;
+}
+
+int Disk_InstanceDirectoryRecord::AddVerificationDateTime(IOD_Msg const* msg) {
+  if (GetDirectoryRecordType() != IOD_Image::SR_DOCUMENT) {
+    DISK_LOG(3, "AddVerificationDateTime: can't add Verification Date Time for this type of instance.\n");
+    return -1;
+  }
+  bool present = false;
+  Dicom_Sequence const* observers = SequenceOf(*msg, Dicom_Tag(0x0040, 0xA073), &present);
+  if (!present) return 0;
+  if (!observers) {
+    DISK_LOG(6, "AddVerificationDateTime: no sequence available.\n");
+    return 0;
+  }
+  Dicom_DA latest;
+  for (int i = 0; i < observers->GetNItems(); ++i) {
+    Dicom_DA const date = IOD_Msg(*observers->Get(i)).GetVerificationDateTime();
+    if (date != DA_NULL && (latest == DA_NULL || latest < date)) latest = date;
+  }
+  int const result = record_msg->SetVerificationDateTime(latest);
+  if (result == -1) DISK_LOG(3, "AddVerificationDateTime: can't add VerificationDateTime tag.\n");
+  return result;
+}
+
+int Disk_InstanceDirectoryRecord::AddContentSequence(IOD_Msg const* msg) {
+  if (GetDirectoryRecordType() != IOD_Image::SR_DOCUMENT) {
+    DISK_LOG(3, "AddContentSequence: can't add Content Sequence for this type of instance.\n");
+    return -1;
+  }
+  Dicom_Tag const tag(0x0040, 0xA730);
+  bool present = false;
+  Dicom_Sequence const* content = SequenceOf(*msg, tag, &present);
+  if (!present) return 0;
+  if (!content) {
+    DISK_LOG(6, "AddContentSequence: no sequence available\n");
+    return 0;
+  }
+  static Dicom_CS const s_modifier("HAS CONCEPT MOD");
+  auto modifiers = std::make_unique<Dicom_Sequence>();
+  for (int i = 0; i < content->GetNItems(); ++i) {
+    Dicom_Msg const& item = *content->Get(i);
+    if (item.Value<Dicom_CS>(Dicom_Tag(0x0040, 0xA010)) != s_modifier) continue;
+    std::unique_ptr<Dicom_Msg> copy = CopyByValue(item);
+    if (!copy) {
+      DISK_LOG(3, "failed in dumping content sequence\n");
+      return -1;
+    }
+    if (modifiers->Append(copy.get(), true) == -1) {
+      DISK_LOG(3, "AddContentSequence: failure\n");
+      return -1;
+    }
+    copy.release();
+  }
+  if (modifiers->GetNItems() == 0) return 0;
+  return record_msg->Set(tag, Dicom_SQ(modifiers.release()));
+}

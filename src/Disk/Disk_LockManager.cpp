@@ -1,0 +1,10 @@
+#include <Disk/Disk_LockManager.h>
+#include <infra/Klb_LogFile.h>
+
+int Disk_LockManager::Init(char const* directory, int read_only) {
+  std::string const folder = directory ? std::string(directory) + "/" : std::string();
+  std::string const file = folder + "LOCKFILE";
+  int const result = Klb_LockFile::Init(folder.c_str(), file.c_str(), read_only);
+  if (result == -1) DISK_LOG(3, "Init: Cannot open %s\n", file.c_str());
+  return result;
+}

@@ -1,0 +1,49 @@
+#include <Disk/Disk_ObjectFile.h>
+#include <dicom/Dicom_Compressor.h>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <infra/Klb_LogFile.h>
+
+int Disk_ObjectFile::Get(IOD_Msg** msg, Disk_AsyncFile* async) {
+  if (Read(msg, async) == 0) return 0;
+  DISK_LOG(3, "Get(): Can't read object file.\n");
+  return -1;
+}
+
+int Disk_ObjectFile::Read(IOD_Msg** msg, Disk_AsyncFile* async) {
+  int found = 0;
+  if (Disk_File::Read(msg, &found, 0, async) == 0 && found) return 0;
+  DISK_LOG(3, "Can't read object file.\n");
+  return -1;
+}
+
+int Disk_ObjectFile::Store(IOD_Msg* msg, bool sync_directory) {
+  if (params_.read_only) {
+    DISK_LOG(3, "Disk_ObjectFile::Store() - operation cannot be performed on a read-only access object.\n");
+    return -1;
+  }
+  if (Write(msg, sync_directory) == 0) return 0;
+  DISK_LOG(3, "Store(): Can't write object file.\n");
+  return -1;
+}
+
+int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory) {
+  if (msg->GetSOPClassUID() == UI_NULL) {
+    DISK_LOG(3, "Can't get SOP Class UID.\n");
+    return -1;
+  }
+  if (msg->GetSOPInstanceUID() == UI_NULL) {
+    DISK_LOG(3, "Can't get SOP Instance UID.\n");
+    return -1;
+  }
+  Dicom_UI syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX;
+  if (!params_.store_native) {
+    Dicom_Compressor const compressor;
+    int flag = 0;
+    if (compressor.GetKolbaCompressionVersion(*msg, &flag) == 0 && compressor.Compress(msg, 0) == -1) return -1;
+    syntax = Util_File::GetRecomendedCommpressedTxForSave(msg);
+  }
+  msg->SettleCharacterSet();
+  DISK_LOG(7, "Write: will store image in tx <%s>\n", syntax.CStr());
+  return write(msg, syntax, params_.dump_mode_three, sync_directory);
+}

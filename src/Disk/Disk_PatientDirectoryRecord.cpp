@@ -1,0 +1,38 @@
+#include "Disk/Disk_Attributes.h"
+
+#include <Disk/Disk_PatientDirectoryRecord.h>
+#include <dicom/IOD_Image.h>
+#include <infra/Klb_LogFile.h>
+
+namespace {
+
+using A = Disk_Attribute;
+Disk_Attribute const kAttributes[] = {
+    {{0x0010, std::uint16_t(0x0010)}, Disk_CopyAttribute<Dicom_PN>},                         // Patient's Name
+    {{0x0010, std::uint16_t(0x0020)}, Disk_CopyAttribute<Dicom_LO>},                         // Patient ID
+    {{0x0010, std::uint16_t(0x0021)}, Disk_CopyAttribute<Dicom_LO>},                         // Issuer of Patient ID
+    {{0x0010, std::uint16_t(0x0030)}, Disk_CopyAttribute<Dicom_DA>, A::Always, A::Standard}, // Birth Date
+    {{0x0010, std::uint16_t(0x0040)}, Disk_CopyAttribute<Dicom_CS>, A::Always, A::Standard}, // Sex
+};
+
+} // namespace
+
+Disk_PatientDirectoryRecord::Disk_PatientDirectoryRecord(Dicom_Msg const* msg, int& error) : Disk_DirectoryRecord(msg) {
+  error = ValidateDirectoryRecord();
+}
+
+int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool standard) {
+  if (start_filling("Disk_PatientDirectoryRecord()") == -1) return -1;
+  if (SetDirectoryRecordType(IOD_Image::PATIENT) == -1) {
+    DISK_LOG(3, "Disk_PatientDirectoryRecord(): Can't set directory record type.\n");
+    return -1;
+  }
+  if (Disk_CopyAttributes(kAttributes, msg, *record_msg, standard) == -1) {
+    DISK_LOG(3, "Disk_PatientDirectoryRecord(): Can't add element.\n");
+    return -1;
+  }
+  if (!standard) return 0;
+  if (set_chain_elements() == 0) return 0;
+  DISK_LOG(3, "Disk_PatientDirectoryRecord: Failed set element.\n");
+  return -1;
+}

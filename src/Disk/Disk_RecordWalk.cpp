@@ -1,0 +1,99 @@
+#include "Disk/Disk_RecordWalk.h"
+
+#include <infra/Klb_LogFile.h>
+
+#include <memory>
+
+namespace {
+
+constexpr Dicom_Tag kSpecificCharacterSet{0x0008, std::uint16_t(0x0005)};
+constexpr Dicom_Tag kQueryRetrieveLevel{0x0008, std::uint16_t(0x0052)};
+
+/// An attribute of another vendor's equipment, whose absence means something. `tag` is unresolved.
+bool IsElscintAttribute(Dicom_Tag const& tag) {
+  return tag.Group() == 0x07A1 && (tag.Element() & 0xFF) == 0x2B && tag.GetImplementorID() == "ELSCINT1";
+}
+
+} // namespace
+
+Disk_RecordWalk::Disk_RecordWalk(SCL_QueryIdentifier const& identifier, Disk_WalkLevel const& level)
+    : identifier_(identifier), level_(level) {
+  for (int i = 0; i < identifier_.GetNElements(); ++i) {
+    Dicom_ME const* element = identifier_.GetElement(i);
+    Dicom_Tag tag = element->GetTag();
+    if (tag == kSpecificCharacterSet || (level.passes_level_over && tag == kQueryRetrieveLevel)) continue;
+    if (tag.Number() == 0) {
+      DISK_LOG_TEXT(3, level.cant_find_tag);
+      status_ = -1;
+      return;
+    }
+    bool const creator = tag.IsPrivateCreator();
+    if (tag.Unresolve(identifier_) == -1) {
+      DISK_LOG_TEXT(3, level.cant_unresolve);
+      status_ = -1;
+      return;
+    }
+    keys_.push_back({element, tag, level.elscint_rule && !creator && IsElscintAttribute(tag)});
+  }
+}
+
+int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** response) const {
+  *response = nullptr;
+  int status = 0;
+  auto answer = std::make_unique<SCL_QueryRspIdentifier>(level_.level, &status);
+  if (status == -1) {
+    DISK_LOG_TEXT(3, level_.cant_create_response);
+    return -1;
+  }
+  Dicom_ElementCursor cursor(record);
+  for (Key const& key : keys_) {
+    Dicom_Tag tag = key.tag;
+    if (tag.ResolveIfFound(record) == -1) continue; // no such private block: nothing is required
+    while (!cursor.AtEnd() && cursor.Element().GetTag().Compare(tag) == 0)
+      cursor.Next();
+    if (cursor.AtEnd() || cursor.Element().GetTag().Number() != tag.Number()) {
+      if (key.elscint && !key.element->IsEmpty()) return 0;
+      continue;
+    }
+    switch (compare(cursor.Element(), key, record, *answer)) {
+    case Found::Match:
+      break;
+    case Found::Mismatch:
+      return 0;
+    case Found::Failure:
+      return -1;
+    }
+  }
+  *response = answer.release();
+  return 0;
+}
+
+Disk_RecordWalk::Found Disk_RecordWalk::compare(Dicom_ME const& element, Key const& key, Dicom_Msg const& record,
+                                                Dicom_Msg& response) const {
+  Dicom_Tag const tag = element.GetTag();
+  if (!element.Match(*key.element)) {
+    if (level_.level == SCL_QueryRetrieveLevel::STUDY)
+      DISK_LOG(7, "query_record: tag (%04x, %04x) doesn't match. queried for: %s, disk has: %s\n", tag.Group(),
+               tag.Element(), key.element->GetText().c_str(), element.GetText().c_str());
+    return Found::Mismatch;
+  }
+  int result = 0;
+  if (level_.retrieves) {
+    Dicom_Type* value = nullptr;
+    if (element.GetValue()->MatchRetrieve(*key.element->GetValue(), &value) == -1) {
+      DISK_LOG(3, "Query: can't retrive data.\n");
+      return Found::Mismatch;
+    }
+    if (!value) return Found::Mismatch;
+    result = response.Add(Dicom_ME(tag, std::unique_ptr<Dicom_Type>(value)));
+  } else {
+    result = response.Add(Dicom_ME(element));
+  }
+  // a private attribute means nothing without the element that reserves its block
+  Dicom_Tag const creator(tag.Group(), std::uint16_t(tag.Element() >> 8));
+  if (result == 0 && creator.IsPrivateCreator() && !response.Has(creator))
+    if (Dicom_ME const* reserved = record.Find(creator)) result = response.Add(Dicom_ME(*reserved));
+  if (result == 0) return Found::Match;
+  DISK_LOG_TEXT(3, level_.cant_add);
+  return Found::Failure;
+}

@@ -1,0 +1,89 @@
+#include "Disk/Disk_ResponseFilter.h"
+
+#include <dicom/Dicom_CharacterSet.h>
+#include <infra/Klb_LogFile.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr Dicom_Tag kSpecificCharacterSet{0x0008, std::uint16_t(0x0005)};
+
+/// Attributes that a response may lack whatever was asked for.
+constexpr Dicom_Tag kExempt[] = {
+    {0x0020, std::uint16_t(0x000E)},       {0x0020, std::uint16_t(0x000D)}, kSpecificCharacterSet,
+    {0x0008, std::uint16_t(0x0052)},       Dicom_Dictionary::KOLBA_FOLDER,  Dicom_Dictionary::KOLBA_SOURCE_AE,
+    Dicom_Dictionary::KOLBA_DICOMDIR_PATH,
+};
+
+bool IsExempt(Dicom_Msg const& identifier, Dicom_Tag tag) {
+  if (tag.Unresolve(identifier) == -1) return false;
+  return std::any_of(std::begin(kExempt), std::end(kExempt), [&](Dicom_Tag const& exempt) { return exempt == tag; });
+}
+
+/// The attributes that every response must have, by their tags in a response.
+std::vector<Dicom_ME const*> Required(Dicom_Msg const& identifier) {
+  std::vector<Dicom_ME const*> required;
+  for (int i = 0; i < identifier.GetNElements(); ++i) {
+    Dicom_ME const* element = identifier.GetElement(i);
+    Dicom_Tag const tag = element->GetTag();
+    if (IsExempt(identifier, tag) || (tag.IsPrivate() && tag.Element() < 0x100)) continue;
+    if (element->IsEmpty() || Disk_AllMatching(element->GetValue())) continue;
+    required.push_back(element);
+  }
+  return required;
+}
+
+bool HoldsAll(Dicom_Msg const& identifier, std::vector<Dicom_ME const*> const& required, Dicom_Msg const& result) {
+  return std::all_of(required.begin(), required.end(), [&](Dicom_ME const* element) {
+    Dicom_Tag tag = element->GetTag();
+    tag.Unresolve(identifier); // whatever block its implementor has in the response
+    if (tag.ResolveIfFound(result) == 0 && result.Has(tag)) return true;
+    if (Klb_LogFile::GetLogLevel(210000) == 7 && !element->GetText().empty())
+      DISK_LOG(7, "Filter_msg.Remove msg from query result.Can not find Tag:<%d>.filter str:<%s>\n",
+               int(element->GetTag().Number()), element->GetText().c_str());
+    return false;
+  });
+}
+
+} // namespace
+
+int Disk_AllMatching(Dicom_Type const* value) {
+  return value->GetText().find_first_not_of("^=*?") == std::string::npos ? 1 : 0;
+}
+
+int Disk_FilterMsg(Dicom_Msg const& identifier, Dicom_Msg const& result) {
+  return HoldsAll(identifier, Required(identifier), result) ? 1 : 0;
+}
+
+void Disk_FilterMissingTags(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
+  std::vector<Dicom_ME const*> const required = Required(identifier);
+  if (required.empty()) return;
+  results->RemoveIf([&](Dicom_Msg const& result) { return !HoldsAll(identifier, required, result); });
+}
+
+int Disk_TakeItemsOver(Dicom_Sequence& lower, Dicom_Sequence& results, Dicom_Tag const& tag, Dicom_UI const& uid,
+                       char const* no_uid) {
+  for (int left = lower.GetNItems(); left > 0; --left) {
+    std::unique_ptr<Dicom_Msg> response(lower.Get(0));
+    lower.Remove(0, 0);
+    if (uid == UI_NULL) {
+      DISK_LOG_TEXT(3, no_uid);
+      return -1;
+    }
+    response->Add(Dicom_ME(tag, std::make_unique<Dicom_UI>(uid)));
+    results.Append(response.release(), true);
+  }
+  return 0;
+}
+
+void Disk_DeclareCharacterSet(Dicom_Msg& response) {
+  for (int i = 0; i < response.GetNElements(); ++i) {
+    Dicom_ME const& element = *response.GetElement(i);
+    if (!Dicom_IsCharsetText(element.GetVR()) || Dicom_IsPlainAscii(element.GetText())) continue;
+    response.Set(kSpecificCharacterSet, Dicom_CS("ISO_IR 192"));
+    return;
+  }
+}

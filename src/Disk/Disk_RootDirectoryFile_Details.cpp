@@ -1,0 +1,71 @@
+#include <Disk/Disk_RootDirectoryFile.h>
+
+#include <infra/Klb_LogFile.h>
+
+#include <tuple>
+
+namespace {
+
+int Logged(int result) {
+  if (result == -1) DISK_LOG(3, "Store: Can't update study directory record.\n");
+  return result;
+}
+
+} // namespace
+
+int Disk_RootDirectoryFile::update_zentara_details(Disk_StudyDirectoryRecord* study, IOD_Msg* msg, int new_series,
+                                                   int new_image) {
+  IOD_Msg& record = *study->GetRecordMsg();
+  Dicom_DA const date = GetCurrentDate();
+  Dicom_TM const time = GetTickCount();
+  Dicom_DT const now(date, time.Hours(), time.Minutes(), 0.0, nullptr);
+  if (Logged(record.SetLastUpdateDate(date)) == -1 || Logged(record.SetLastUpdateTime(time)) == -1) return -1;
+  if (Logged(record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_STORE_DATE, now)) == -1) return -1;
+  if (Logged(record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, DT_NULL)) == -1) return -1;
+
+  if (record.GetStudyDate() == DA_NULL && record.GetStudyTime() == TM_NULL &&
+      UpdateFakedStudyDateAndTime(study, msg->GetImageDate(), msg->GetImageTime()) == -1)
+    DISK_LOG(4, "Store: Warning: can't update faked study date/time\n");
+
+  if (new_series && Logged(count_new_series(record, *msg)) == -1) return -1;
+  if (new_image) {
+    Dicom_IS const images = record.GetNumberOfStudyRelatedImages();
+    if (Logged(images == IS_NULL ? -1 : record.SetNumberOfStudyRelatedImages(Dicom_IS(images + 1, true))) == -1)
+      return -1;
+  }
+  Dicom_PN const physician = msg->GetReferringPhysiciansName();
+  DISK_LOG(7, "Store: Setting study's refering physician's name to \"%s\".\n", physician.CStr());
+  if (record.SetReferringPhysiciansName(physician.Duplicate()) == 0) return 0;
+  DISK_LOG(3, "Store: Can't set the refering physician's name.\n");
+  return -1;
+}
+
+int Disk_RootDirectoryFile::count_new_series(IOD_Msg& record, IOD_Msg const& msg) {
+  Dicom_IS const related = record.GetNumberOfStudyRelatedSeries();
+  Dicom_UL const series = record.GetNumberOfSeries();
+  if (related == IS_NULL && series == UL_NULL) return -1;
+  int const count = (related == IS_NULL ? int(unsigned(series)) : int(related)) + 1;
+  if (record.SetNumberOfStudyRelatedSeries(Dicom_IS(count, true)) == -1) return -1;
+  if (record.SetNumberOfSeries(Dicom_UL(unsigned(count))) == -1) return -1;
+
+  DISK_LOG(7, "******* Adding series modality to study *******\n");
+  Dicom_CS const modality = msg.GetModality(), modalities = record.GetModalitiesInStudy();
+  if (record.SetMultiModality(record.GetMultiModality() | modality) == -1) return -1;
+  bool const contained = modalities.View().find(modality.View()) != std::string_view::npos;
+  return record.SetModalitiesInStudy(contained ? modalities : modalities | modality);
+}
+
+/// Keeps the earliest date and time of the images.
+int Disk_RootDirectoryFile::UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecord* study, Dicom_DA const& date,
+                                                        Dicom_TM const& time) const {
+  if (date == DA_NULL || time == TM_NULL) return 0;
+  IOD_Msg& record = *study->GetRecordMsg();
+  Dicom_DA const kept_date = record.GetFakedStudyDate();
+  Dicom_TM const kept_time = record.GetFakedStudyTime();
+  if (kept_date != DA_NULL && kept_time != TM_NULL) {
+    if (kept_date < date) return 0;
+    if (!(date < kept_date) && !(time < kept_time)) return 0;
+  }
+  if (record.SetFakedStudyDate(date.Duplicate()) == -1) return -1;
+  return record.SetFakedStudyTime(time.Duplicate());
+}

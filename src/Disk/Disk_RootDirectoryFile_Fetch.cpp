@@ -1,0 +1,142 @@
+#include <Disk/Disk_RootDirectoryFile.h>
+
+#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RecordIO.h"
+
+#include <Disk/Disk_ObjectFile.h>
+
+#include <atomic>
+
+namespace {
+
+std::atomic<int> s_fetches{0}; // feeds a log line only
+
+} // namespace
+
+int Disk_RootDirectoryFile::GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
+                                   Disk_AsyncFile* async) {
+  return Disk_Guarded("GetOne", [&] { return get_one(identifier, model, object, async); });
+}
+
+int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
+                                    Disk_AsyncFile* async) {
+  DISK_LOG(7, "GetOne: [%d]\n", ++s_fetches);
+  Dicom_Tag const file_id_tag(0x0004, 0x1500);
+  Dicom_UI const study_uid = identifier.GetStudyInstanceUID();
+  if (model != 1) {
+    DISK_LOG(3, "GetOne(): Unsupported information model.\n");
+    KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
+    return -1;
+  }
+  Disk_Hold<Klb_LockFile> file_set;
+  if (file_set.Shared(lock_manager) == -1) {
+    DISK_LOG(3, "GetOne(): Can't lock file-set.\n");
+    return -1;
+  }
+  int result = -1;
+  if (identifier.Has(file_id_tag)) {
+    Disk_FileID const id(GetFileSetPrefix(), identifier.Value<Dicom_CS>(file_id_tag), Lowercase());
+    result = Disk_ObjectFile(id, params).Get(object, async);
+  } else {
+    bool reached = false;
+    result = fetch_by_uids(identifier, object, &reached);
+    if (!reached) return -1;
+  }
+  note_access(study_uid);
+  if (file_set.Release() == -1) {
+    DISK_LOG(3, "GetOne(): Can't unlock file-set.\n");
+    return -1;
+  }
+  return result;
+}
+
+/// `*reached` tells whether the study was reached; only then does the fetch count as an access.
+int Disk_RootDirectoryFile::fetch_by_uids(SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* reached) {
+  if (Read() == -1) {
+    DISK_LOG(3, "GetOne(): Can't read root directory file.\n");
+    return -1;
+  }
+  Disk_StudyDirectoryRecord* study = GetStudyRecord(identifier.GetStudyInstanceUID());
+  if (!study) {
+    DISK_LOG(3, "GetOne(): Can't find study.\n");
+    return -1;
+  }
+  ResetStudyFile(); // one that a failure left may have no lock
+  GetStudyFile(study);
+  Disk_Hold<Disk_StudyDirectoryFile> held;
+  if (!study_file || held.Shared(*study_file) == -1) {
+    DISK_LOG(3, "GetOne(): Can't lock study.\n");
+    return -1;
+  }
+  *reached = true;
+  int const result = study_file->GetOne(identifier.GetSeriesInstanceUID(), identifier.GetSOPInstanceUID(), object);
+  if (held.Release() == -1) DISK_LOG(3, "GetOne(): Can't unlock study.\n");
+  ResetStudyFile();
+  return result;
+}
+
+/// Brings the study's access date up to date. Nothing that goes wrong here fails the fetch.
+void Disk_RootDirectoryFile::note_access(Dicom_UI const& study_uid) {
+  if (study_uid == current_study_uid || study_uid == UI_NULL) return;
+  current_study_uid = study_uid;
+  Read();
+  if (!GetStudyRecord(study_uid)) {
+    DISK_LOG(3, "Can not update the last access time of study. Study not found (uid: <%s>).\n", study_uid.CStr());
+    return;
+  }
+  if (is_standard() || params.read_only) return;
+
+  // The file-set is locked shared, so nobody stores; of several fetches at this step one writes, and the others
+  // leave it to that one. Whoever writes looks at the records once more first.
+  Klb_LockFile turn;
+  if (turn.Init(GetFileSetPrefix(), version_path().c_str(), 1) == -1 || turn.TryLockExclusive() != 0) return;
+  if (Read() == -1) return;
+  Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
+  if (!study) return;
+  Dicom_DT const now(GetCurrentDate(), GetTickCount(), nullptr);
+  Dicom_DT const last = study->GetRecordMsg()->Value<Dicom_DT>(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE);
+  if (last != DT_NULL && !(last < now)) return;
+  MarkDirty();
+  if (study->GetRecordMsg()->Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, now) == 0) Write();
+}
+
+int Disk_RootDirectoryFile::SetStudyAccessed(Dicom_UI const& study_uid) {
+  return Disk_Guarded("SetStudyAccessed", [&] { return set_study_accessed(study_uid); });
+}
+
+int Disk_RootDirectoryFile::set_study_accessed(Dicom_UI const& study_uid) {
+#define DISK_ACCESSED "Disk_RootDirectoryFile::SetStudyAccessed() - "
+  if (is_standard()) {
+    DISK_LOG(3, DISK_ACCESSED "service is supported only for private DICOMDIR structure.\n");
+    return -1;
+  }
+  Disk_Hold<Klb_LockFile> file_set;
+  if (file_set.Exclusive(lock_manager) == -1) {
+    DISK_LOG(3, DISK_ACCESSED "Can't lock file-set.\n");
+    return -1;
+  }
+  if (Read() == -1) {
+    DISK_LOG(3, DISK_ACCESSED "Can't read root directory file.\n");
+    return -1;
+  }
+  Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
+  if (!study) {
+    DISK_LOG(3, DISK_ACCESSED "study does not exists in DICOMDIR.\n");
+    return -1;
+  }
+  MarkDirty();
+  Dicom_DT const now(GetCurrentDate(), GetTickCount(), nullptr);
+  if (study->GetRecordMsg()->Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, now) == -1) {
+    DISK_LOG(3, DISK_ACCESSED "Cannot update access date.\n");
+    return -1;
+  }
+  if (Write() == -1) {
+    DISK_LOG(3, DISK_ACCESSED "Can't update the root directory file.\n");
+    return -1;
+  }
+  ResetStudyFile();
+  if (file_set.Release() == 0) return 0;
+  DISK_LOG(3, DISK_ACCESSED "Can't unlock file-set.\n");
+  return -1;
+#undef DISK_ACCESSED
+}

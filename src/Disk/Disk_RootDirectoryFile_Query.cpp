@@ -1,0 +1,159 @@
+#include <Disk/Disk_RootDirectoryFile.h>
+
+#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_RecordWalk.h"
+#include "Disk/Disk_ResponseFilter.h"
+
+namespace {
+
+constexpr Disk_WalkLevel kStudyLevel{SCL_QueryRetrieveLevel::STUDY,
+                                     true,
+                                     false,
+                                     false,
+                                     "query_record: Can't create query response identifier.\n",
+                                     "query_record: Can't find the tag of an element.\n",
+                                     "query_record: Can't unresolve tag.\n",
+                                     "query_record: Can't add attribute to the result message.\n"};
+constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
+
+enum class Choice { Chosen, PassedOver, Impossible };
+
+/// Whether a query at series or image level goes into a study.
+Choice ChooseStudy(IOD_Msg const& record, SCL_QueryIdentifier const& identifier) {
+  Dicom_UI const uid = record.GetStudyInstanceUID(), wanted_uid = identifier.GetStudyInstanceUID();
+  if (uid != UI_NULL && wanted_uid != UI_NULL) return uid.Match(wanted_uid) ? Choice::Chosen : Choice::PassedOver;
+  Dicom_SH const number = record.GetAccessionNumber(), wanted_number = identifier.GetAccessionNumber();
+  if (number == SH_NULL && wanted_number == SH_NULL) return Choice::Impossible;
+  return number.Match(wanted_number) ? Choice::Chosen : Choice::PassedOver;
+}
+
+} // namespace
+
+int Disk_RootDirectoryFile::Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
+                                  Dicom_Sequence* results) {
+  return Disk_Guarded("Query", [&] { return query(identifier, model, results); });
+}
+
+int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
+                                  Dicom_Sequence* results) {
+  ResetStudyFile();
+  if (model != 1) {
+    DISK_LOG(3, "Query(): Unsupported information model.\n");
+    KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
+    return -1;
+  }
+  Disk_Hold<Klb_LockFile> file_set;
+  if (file_set.Shared(lock_manager) == -1) {
+    DISK_LOG(3, "Query(): Can't lock file-set.\n");
+    return -1;
+  }
+  if (Read() == -1) {
+    DISK_LOG(3, "Query(): Can't read root directory file.\n");
+    return -1;
+  }
+  SCL_QueryRetrieveLevel::Value const level = identifier.GetQueryRetrieveLevel();
+  if (query_patients(identifier, level, results) == -1) return -1;
+  if (file_set.Release() == -1) {
+    DISK_LOG(3, "Query(): Can't unlock file-set.\n");
+    return -1;
+  }
+  Disk_FilterMissingTags(identifier, results);
+  return 0;
+}
+
+int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level,
+                                           Dicom_Sequence* results) {
+  Disk_RecordWalk const walk(identifier, kStudyLevel);
+  DISK_LOG(7, "Got %d Elements in query identifier\n", identifier.GetNElements());
+  for (Disk_PatientDirectoryRecord* patient : patients) {
+    if (!Disk_IsLive(*patient, is_standard())) continue;
+    std::unique_ptr<SCL_QueryRspIdentifier> patient_response;
+    if (is_standard() && level == SCL_QueryRetrieveLevel::STUDY) {
+      if (query_record(walk, *patient, &patient_response) == -1) {
+        DISK_LOG(3, "Query: Failed query the patient record.\n");
+        return -1;
+      }
+      if (!patient_response) continue;
+    }
+    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
+      if (!Disk_IsLive(*study, is_standard())) continue;
+      int result = 0;
+      switch (level) {
+      case SCL_QueryRetrieveLevel::STUDY:
+        result = query_study(walk, *study, patient_response.get(), results);
+        break;
+      case SCL_QueryRetrieveLevel::SERIES:
+      case SCL_QueryRetrieveLevel::IMAGE:
+        result = query_lower(study, level, identifier, results);
+        break;
+      default:
+        DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
+        KlbGError.Set(DISK_ERROR_LEVEL);
+        result = -1;
+      }
+      if (result == -1) return -1;
+    }
+  }
+  return 0;
+}
+
+int Disk_RootDirectoryFile::query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
+                                         std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
+  SCL_QueryRspIdentifier* answer = nullptr;
+  int const result = walk.Status() == -1 ? -1 : walk.Run(*record.GetRecordMsg(), &answer);
+  response->reset(answer);
+  return result;
+}
+
+int Disk_RootDirectoryFile::query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
+                                        Dicom_Msg const* patient_response, Dicom_Sequence* results) const {
+  std::unique_ptr<SCL_QueryRspIdentifier> response;
+  if (query_record(walk, study, &response) == -1) {
+    DISK_LOG(3, "Query: FAiled query the study record.\n");
+    return -1;
+  }
+  if (!response) return 0;
+  if (patient_response && response->Update(*patient_response, false, false) == -1) {
+    DISK_LOG(3, "Query: Failed update the patient result.\n");
+    return -1;
+  }
+  Disk_DeclareCharacterSet(*response);
+  if (results->Append(response.get(), true) == -1) {
+    DISK_LOG(3, "Query: Can't add a result to the sequence of results.\n");
+    return -1;
+  }
+  response.release();
+  return 0;
+}
+
+int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_QueryRetrieveLevel::Value level,
+                                        SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
+  switch (ChooseStudy(*study->GetRecordMsg(), identifier)) {
+  case Choice::Chosen:
+    break;
+  case Choice::PassedOver:
+    return 0;
+  case Choice::Impossible:
+    DISK_LOG(3, "Query: Can't get study instance UID nor Accession Number.\n");
+    return -1;
+  }
+  Dicom_Sequence local;
+  GetStudyFile(study);
+  Disk_Hold<Disk_StudyDirectoryFile> held;
+  if (!study_file || held.Shared(*study_file) == -1) {
+    DISK_LOG(3, "Query: Can't lock study .\n");
+    return -1;
+  }
+  if (study_file->Query(level, identifier, &local) == -1) {
+    DISK_LOG(3, "Query(): Can't query lower level.\n");
+    return -1;
+  }
+  if (held.Release() == -1) {
+    DISK_LOG(3, "Query(): Can't unlock study.\n");
+    return -1;
+  }
+  ResetStudyFile();
+  Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
+  return Disk_TakeItemsOver(local, *results, kStudyInstanceUid, uid, "Query(): Can't get Study instance UID.\n");
+}

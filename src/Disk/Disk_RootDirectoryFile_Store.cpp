@@ -1,0 +1,250 @@
+#include <Disk/Disk_RootDirectoryFile.h>
+
+#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RecordIO.h"
+
+#include <cerrno>
+
+int Disk_RootDirectoryFile::Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place,
+                                  char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
+                                  Dicom_UI const* syntax_in_file) {
+  return Disk_Guarded("Store", [&] {
+    return store({msg, add_icon, store_unmatching_images, in_place, existing_file, move_store, file_to_move,
+                  stored_file_name, syntax_in_file});
+  });
+}
+
+int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
+  if (!request.msg) {
+    DISK_LOG(3, "Disk_RootDirectoryFile::Store : StoredObject is NULL\n");
+    return -1;
+  }
+  IOD_Msg& msg = *request.msg;
+  if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
+  DISK_LOG_TEXT(6, Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
+  if (check_identifiers(msg) == -1) return -1;
+  Dicom_UI const study_uid = msg.GetStudyInstanceUID();
+  ResetStudyFile(); // one that a failure left may have no lock
+
+  Disk_Hold<Klb_LockFile> file_set;
+  if (file_set.Exclusive(lock_manager) == -1) {
+    DISK_LOG(3, "Store: Can't lock file-set.\n");
+    return -1;
+  }
+  if (Read() == -1) {
+    DISK_LOG(3, "Store: Can't read root directory file.\n");
+    return -1;
+  }
+  MarkDirty(); // from here on a failure makes the next Read load the records again
+  Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
+  bool const new_study = !study;
+  if (new_study && add_study(request, &study) == -1) return -1;
+
+  // a known study has its own lock: other studies go on meanwhile
+  bool const give_up_root = !new_study && !is_standard();
+  GetStudyFile(study);
+  if (give_up_root && file_set.Release() == -1) {
+    DISK_LOG(3, "Store: Can't unlock file-set.\n");
+    return -1;
+  }
+  DISK_LOG(7, "Store: locking the study.\n");
+  int new_series = 0, new_image = 0;
+  {
+    Disk_Hold<Disk_StudyDirectoryFile> held;
+    if (!study_file || held.Exclusive(*study_file) == -1) {
+      DISK_LOG(3, "Store: Can't lock study .\n");
+      return -1;
+    }
+    if (!new_study && check_match(request, *study, *study) == -1) return -1;
+    if (study_file->Store(request, study, &new_series, &new_image) == -1) {
+      DISK_LOG(3, "Store: Can't store.\n");
+      return -1;
+    }
+    if (held.Release() == -1) {
+      DISK_LOG(3, "Store: Can't unlock file-set.\n");
+      return -1;
+    }
+  }
+  if (give_up_root) {
+    if (file_set.Exclusive(lock_manager) == -1) {
+      DISK_LOG(3, "Store: Can't lock file-set.\n");
+      return -1;
+    }
+    if (Read() == -1) {
+      DISK_LOG(3, "Store: Can't read root directory file.\n");
+      return -1;
+    }
+    MarkDirty();
+    study = GetStudyRecord(study_uid);
+    if (!study) {
+      DISK_LOG(3, "Problem reading study record of study <%s>\n", study_uid.CStr());
+      return -1;
+    }
+  }
+  if (update_zentara_details(study, &msg, new_series, new_image) == -1) {
+    DISK_LOG(3, "Store: Failed updating the zentara details.\n");
+    return -1;
+  }
+  if (Write() == -1) {
+    DISK_LOG(3, "Store: Can't update the file.\n");
+    return -1;
+  }
+  if (file_set.Release() == -1) {
+    DISK_LOG(3, "Store: Can't unlock file-set.\n");
+    return -1;
+  }
+  ResetStudyFile();
+  return 0;
+}
+
+int Disk_RootDirectoryFile::check_identifiers(IOD_Msg const& msg) const {
+  char const* const missing = msg.GetStudyInstanceUID() == UI_NULL    ? "Store: Missing Study Instance UID.\n"
+                              : msg.GetSeriesInstanceUID() == UI_NULL ? "Store: Missing Series Instance UID.\n"
+                              : msg.GetSOPInstanceUID() == UI_NULL    ? "Store: Missing SOP Instance UID.\n"
+                              : msg.GetPatientID() == LO_NULL         ? "Store: Missing Patient ID.\n"
+                                                                      : nullptr;
+  if (missing) {
+    DISK_LOG_TEXT(3, missing);
+    return -1;
+  }
+  DISK_LOG(6, "Store: Storing instance of study %s\n", msg.GetStudyInstanceUID().CStr());
+  DISK_LOG(6, "Store: Storing instance of series %s\n", msg.GetSeriesInstanceUID().CStr());
+  DISK_LOG(6, "Store: Instance UID %s\n", msg.GetSOPInstanceUID().CStr());
+  return 0;
+}
+
+int Disk_RootDirectoryFile::add_study(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord** study) {
+  IOD_Msg const& msg = *request.msg;
+  Disk_PatientDirectoryRecord* patient = GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
+  if (!patient && new_patient_record(msg, &patient) == -1) return -1;
+  std::unique_ptr<Disk_StudyDirectoryRecord> record(new (std::nothrow) Disk_StudyDirectoryRecord());
+  if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
+  if (!record || record->FillStudyRecord(msg, is_standard()) == -1) {
+    DISK_LOG(3, "Store: Can't create new study directory record.\n");
+    return -1;
+  }
+  if (NewStudy(patient, record.get(), request.in_place, request.existing_file) == -1) {
+    DISK_LOG(3, "Store: Can't create new study.\n");
+    return -1;
+  }
+  *study = record.release();
+  if (!is_standard() && (*study)->GetRecordMsg()->SetProtectionFlag(IOD_Image::N) == -1) {
+    DISK_LOG(3, "Store: Can't set protection flag.\n");
+    return -1;
+  }
+  return 0;
+}
+
+int Disk_RootDirectoryFile::new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient) {
+  std::unique_ptr<Disk_PatientDirectoryRecord> record(new (std::nothrow) Disk_PatientDirectoryRecord());
+  if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
+  if (!record || record->FillPatientRecord(msg, is_standard()) == -1) {
+    DISK_LOG(3, "Store: Can't create new patient directory record.\n");
+    return -1;
+  }
+  if (NewPatient(record.get()) == -1) {
+    DISK_LOG(3, "Store: Can't create new patient.\n");
+    return -1;
+  }
+  *patient = record.release();
+  return 0;
+}
+
+int Disk_RootDirectoryFile::NewPatient(Disk_PatientDirectoryRecord* patient) {
+  patients.append(patient);
+  return 0;
+}
+
+int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study,
+                                     int in_place, char const* existing_file) {
+  DISK_LOG(7, "NewStudy:\n");
+  Disk_FileID id;
+  if (study_directory(*study, in_place, existing_file, &id) == -1) return -1;
+  if (id.AddComponent("DIRFILE") == -1) {
+    DISK_LOG(3, "NewStudy(): Can't add component to file-id.\n");
+    return -1;
+  }
+  if (Disk_StudyDirectoryFile(id, params, standard_dicomdir, 0).Write() == -1) {
+    DISK_LOG(3, "NewStudy(): Can't write new directory file.\n");
+    return -1;
+  }
+  if (study->SetReferencedFileID(id.GetID()) == -1) return -1;
+  patient->GetStudyRecords().append(study);
+  return 0;
+}
+
+/// The directory of a new study: that above the series of an object in place, or a new one.
+int Disk_RootDirectoryFile::study_directory(Disk_StudyDirectoryRecord const& study, int in_place,
+                                            char const* existing_file, Disk_FileID* id) {
+  int status = 0;
+  IOD_Msg const& record = *study.GetRecordMsg();
+  *id = in_place ? Disk_FileID(GetFileSetPrefix(), existing_file, &status, 0)
+                 : GenerateReferencedFileID(record.GetStudyID(), record.GetStudyInstanceUID(), &status);
+  if (status == -1) {
+    DISK_LOG(3, "NewStudy(): Can't generate a file ID.\n");
+    return -1;
+  }
+  if (in_place) {
+    if (id->RemoveLastComponent() == 0 && id->RemoveLastComponent() == 0) return 0;
+    DISK_LOG(3, "NewStudy(): Can't remove last component from file-id.\n");
+    return -1;
+  }
+  std::string const path = id->Path();
+  if (make_directory(path) == 0) return 0;
+  int const cause = errno;
+  DISK_LOG(3, "NewStudy(): Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+Disk_FileID Disk_RootDirectoryFile::GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid,
+                                                             int* status) const {
+  DISK_LOG(7, "GenerateReferencedFileID:\n");
+  constexpr std::size_t kIdLength = 6;
+  std::string_view const text = study_id == SH_NULL ? study_uid.View() : study_id.View();
+  return unique_file_id("S" + name_part(sanitized(text), kIdLength) + "0", status);
+}
+
+namespace {
+
+struct Mismatch {
+  char const* tolerated;
+  char const* refused;
+  char const* values; // the object's, then the stored one
+  int code;
+};
+
+constexpr Mismatch kName{"Store: Patient's name doesn't match the study UID, but the image is stored\n",
+                         "Store: Patient's name does not match the study UID.\n",
+                         "Patient Name is %s, but must be %s\n", DISK_ERROR_PATIENT_MISMATCH};
+constexpr Mismatch kId{"Store: Patient ID doesn't match the study UID, but the image is stored\n",
+                       "Store: Patient ID does not match the study UID.\n", "Patient ID is %s, but must be %s\n",
+                       DISK_ERROR_PATIENT_MISMATCH};
+constexpr Mismatch kStudyId{"Store: Study ID doesn't match the study UID, but the image is stored.\n",
+                            "Store: Study ID does not match the study UID of old images of the same study.\n",
+                            "Study ID is %s, but must be %s. Store cant be done...\n", DISK_ERROR_STUDY_ID_MISMATCH};
+
+int Compare(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringType const& stored, bool tolerate) {
+  if (its.View() == stored.View()) return 0;
+  if (tolerate) {
+    DISK_LOG_TEXT(5, mismatch.tolerated);
+    return 0;
+  }
+  DISK_LOG_TEXT(3, mismatch.refused);
+  DISK_LOG(3, mismatch.values, its.CStr(), stored.CStr());
+  KlbGError.Set(mismatch.code);
+  return -1;
+}
+
+} // namespace
+
+int Disk_RootDirectoryFile::check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const& reference,
+                                        Disk_StudyDirectoryRecord const& study) const {
+  IOD_Msg const &msg = *request.msg, &known = *reference.GetRecordMsg();
+  bool const tolerate = request.store_unmatching_images != 0;
+  if (Compare(kName, msg.GetPatientsName(), known.GetPatientsName(), tolerate) == -1) return -1;
+  if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
+  if (Compare(kStudyId, msg.GetStudyID(), study.GetRecordMsg()->GetStudyID(), tolerate) == 0) return 0;
+  DISK_LOG(4, "Store can be more tolerant, if the parameter store_unmatching_images is TRUE within all_clients\n");
+  return -1;
+}

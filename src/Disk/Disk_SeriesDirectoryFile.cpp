@@ -1,0 +1,177 @@
+#include <Disk/Disk_SeriesDirectoryFile.h>
+
+#include "Disk/Disk_RecordIO.h"
+
+#include <Disk/Disk_ObjectFile.h>
+#include <infra/Util_FileSystem.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+
+namespace {
+
+constexpr Dicom_Tag kSopInstanceUid{0x0008, std::uint16_t(0x0018)};
+constexpr Dicom_Tag kReferencedSopInstanceUid{0x0004, std::uint16_t(0x1511)};
+
+} // namespace
+
+Disk_SeriesDirectoryFile::Disk_SeriesDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
+                                                   Disk_DicomDir* dicomdir, unsigned offset)
+    : Disk_DirectoryFile(id, store_params, dicomdir), first_image_offset(offset) {}
+
+int Disk_SeriesDirectoryFile::Read() {
+  if (IsUpToDate()) return 0;
+  image_records.clearAndDestroy();
+  Dicom_Sequence* sequence = nullptr;
+  IOD_Msg* msg = nullptr;
+  int found = 0;
+  if (Disk_DirectoryFile::Read(&sequence, &found, &msg) == -1) {
+    DISK_LOG(3, "Read(): Can't read series directory file.\n");
+    return -1;
+  }
+  std::unique_ptr<IOD_Msg> const owner(msg);
+  if (!found) return 0;
+  int const result = Disk_TakeRecords(*sequence, image_records, "Read(): Can't create instance directory record.\n");
+  if (result == -1) MarkDirty();
+  return result;
+}
+
+int Disk_SeriesDirectoryFile::Write() {
+  DISK_LOG(7, "Write:\n");
+  Dicom_Sequence sequence;
+  if (Disk_AppendRecords(image_records, sequence, "Write(): Bad instance directory record.\n") == -1) return -1;
+  return Disk_DirectoryFile::Write(sequence);
+}
+
+Disk_InstanceDirectoryRecord* Disk_SeriesDirectoryFile::GetImageRecord(Dicom_UI const& image_uid) const {
+  Dicom_Tag const& tag = is_standard() ? kReferencedSopInstanceUid : kSopInstanceUid;
+  return Disk_FindRecord(image_records, is_standard(), tag, image_uid.View());
+}
+
+int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon,
+                                    int in_place, char* existing_file, int move_store, char* file_to_move,
+                                    char* stored_file_name, Dicom_UI const* syntax_in_file) {
+  return Store({msg, add_icon, 0, in_place, existing_file, move_store, file_to_move, stored_file_name, syntax_in_file},
+               series, new_image);
+}
+
+int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
+                                    int* new_image) {
+  DISK_LOG(7, "Entering Store\n");
+  if (is_standard()) DISK_LOG(6, "Store: standard_dicomdir.\n");
+  if (Read() == -1) {
+    DISK_LOG(3, "Store(): Can't read series directory file.\n");
+    return -1;
+  }
+  MarkDirty();
+  Disk_InstanceDirectoryRecord* image = GetImageRecord(request.msg->GetSOPInstanceUID());
+  *new_image = image ? 0 : 1;
+  if (image ? update_key_image(*request.msg, image) == -1 : add_image(request, series, &image) == -1) return -1;
+
+  Dicom_SQ const icon = image->GetRecordMsg()->GetIconImage();
+  if (icon.IsEmpty()) {
+    DISK_LOG(7, "Store(): There is no icon in ImageRecord\n");
+  } else if (request.msg->SetIconImage(icon) == -1) {
+    DISK_LOG(3, "Store(): Warning: Can't attach icon to stored object.\n");
+  }
+  if (place_object(request, *image) == -1) return -1;
+  if (Write() == 0) return 0;
+  DISK_LOG(3, "Store(): Can't update the series directory file.\n");
+  return -1;
+}
+
+int Disk_SeriesDirectoryFile::add_image(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
+                                        Disk_InstanceDirectoryRecord** image) {
+  std::unique_ptr<Disk_InstanceDirectoryRecord> record(new (std::nothrow) Disk_InstanceDirectoryRecord());
+  if (!record) KlbGError.Set(DISK_ERROR_NEW_RECORD);
+  if (!record || record->FillInstanceRecord(*request.msg, is_standard(), request.add_icon) == -1) {
+    DISK_LOG(3, "Store(): Can't create new image directory record.\n");
+    return -1;
+  }
+  if (NewImage(series, record.get(), request) == -1) {
+    DISK_LOG(3, "Store(): Can't create new image.\n");
+    return -1;
+  }
+  *image = record.release();
+  return 0;
+}
+
+int Disk_SeriesDirectoryFile::NewImage(Disk_SeriesDirectoryRecord*, Disk_InstanceDirectoryRecord* image,
+                                       Disk_StoreRequest const& request) {
+  int status = 0;
+  IOD_Msg const& record = *image->GetRecordMsg();
+  Disk_FileID const id = request.in_place
+                             ? Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0)
+                             : GenerateReferencedFileID(record.GetImageNumber(), record.GetImageLabel(), &status);
+  if (status == -1) {
+    DISK_LOG(3, "NewImage(): Can't generate a file ID.\n");
+    return -1;
+  }
+  if (image->SetReferencedFileID(id.GetID()) == -1) return -1;
+  image_records.append(image);
+  return 0;
+}
+
+Disk_FileID Disk_SeriesDirectoryFile::GenerateReferencedFileID(Dicom_IS const& image_number,
+                                                               Dicom_SH const& image_label, int* status) const {
+  constexpr std::size_t kNumberLength = 4, kLabelLength = 2;
+  std::string const label = image_label == SH_NULL ? "" : name_part(sanitized(image_label.View()), kLabelLength);
+  return unique_file_id("I" + name_part(image_number.View(), kNumberLength) + label + "0", status);
+}
+
+/// A known object that comes again may bring another key image flag.
+int Disk_SeriesDirectoryFile::update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const {
+  Dicom_CS const now = msg.GetKolbaKeyImage(), before = image->GetRecordMsg()->GetKolbaKeyImage();
+  if (now == before || (is_standard() && before == CS_NULL)) return 0;
+  image->SetChanged(true);
+  return image->GetRecordMsg()->SetKolbaKeyImage(now == CS_NULL ? IOD_Image::N : now);
+}
+
+int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request,
+                                           Disk_InstanceDirectoryRecord const& image) {
+  Disk_FileID const id(GetFileSetPrefix(), image.GetReferencedFileID(), 0);
+  if (request.move_store) return move_object(request, id);
+  if (request.in_place) return 0;
+  // the directory is synced with the directory file, which is written next
+  if (Disk_ObjectFile(id, params).Store(request.msg, false) == 0) return 0;
+  DISK_LOG(3, "Store(): Can't store object.\n");
+  return -1;
+}
+
+int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk_FileID const& id) {
+  if (!request.file_to_move) {
+    DISK_LOG(3, "Store(): move store was requested, no file name to move was given.\n");
+    return -1;
+  }
+  std::string const path = id.Path();
+  if (path.empty()) {
+    DISK_LOG(3, "Store(): Illegal file name.\n");
+    KlbGError.Set(DISK_ERROR_FILE_NAME);
+    return -1;
+  }
+  DISK_LOG(7, "Store(): a move store. db file name will be %s\n", path.c_str());
+  Util_FileDescriptor const file = Util_FileSystem::Open(request.file_to_move, O_RDONLY | O_NONBLOCK);
+  bool const lasting = file && Util_FileSystem::SyncFile(file.Get()) == 0;
+  if (!lasting || Util_FileSystemInterface::Current().Rename(request.file_to_move, path.c_str()) == -1) {
+    DISK_LOG(3, "Store(): rename of %s to %s failed. errno=%d.\n", request.file_to_move, path.c_str(), errno);
+    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+    return -1;
+  }
+  if (request.stored_file_name) std::memcpy(request.stored_file_name, path.c_str(), path.size() + 1);
+  return 0;
+}
+
+int Disk_SeriesDirectoryFile::GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object) {
+  if (Read() == -1) {
+    DISK_LOG(3, "GetOne(): Can't read series directory file.\n");
+    return -1;
+  }
+  Disk_InstanceDirectoryRecord const* image = GetImageRecord(sop_instance_uid);
+  if (!image) {
+    DISK_LOG(3, "GetOne(): Can't find image with SOPInstanceUID = %s\n", sop_instance_uid.CStr());
+    return -1;
+  }
+  Disk_FileID const id(GetFileSetPrefix(), image->GetReferencedFileID(), Lowercase());
+  return Disk_ObjectFile(id, params).Get(object, nullptr);
+}

@@ -1,0 +1,220 @@
+#include <Disk/Disk_StudyDirectoryFile.h>
+
+#include "Disk/Disk_RecordIO.h"
+
+#include <infra/Util_FileSystem.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
+
+} // namespace
+
+Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
+                                                 Disk_DicomDir* dicomdir, unsigned offset)
+    : Disk_DirectoryFile(id, store_params, dicomdir), first_series_offset(offset) {
+  if (is_standard()) return;
+  std::string const folder = directory().Path();
+  if (folder.empty() || lock_manager.Init(folder.c_str(), params.read_only) == -1)
+    DISK_LOG(3, "Error when trying to lock study\n");
+}
+
+int Disk_StudyDirectoryFile::with_lock(Lock operation, char const* failure) {
+  if (is_standard() || (lock_manager.*operation)() == 0) return 0;
+  DISK_LOG_TEXT(3, failure);
+  return -1;
+}
+
+int Disk_StudyDirectoryFile::LockExclusive() {
+  return with_lock(&Klb_LockFile::LockExclusive, "Error when trying to lock study exclusively\n");
+}
+int Disk_StudyDirectoryFile::LockShared() {
+  return with_lock(&Klb_LockFile::LockShared, "Error when trying to lock study shared\n");
+}
+int Disk_StudyDirectoryFile::UnlockExclusive() {
+  return with_lock(&Klb_LockFile::UnlockExclusive, "Error when trying to unlock study \n");
+}
+int Disk_StudyDirectoryFile::UnlockShared() {
+  return with_lock(&Klb_LockFile::UnlockShared, "Error when trying to unlock study\n");
+}
+
+int Disk_StudyDirectoryFile::Read() {
+  if (IsUpToDate()) return 0;
+  series_records.clearAndDestroy();
+  Dicom_Sequence* sequence = nullptr;
+  IOD_Msg* msg = nullptr;
+  int found = 0;
+  if (Disk_DirectoryFile::Read(&sequence, &found, &msg) == -1) {
+    DISK_LOG(3, "Read(): Can't read study directory file.\n");
+    return -1;
+  }
+  std::unique_ptr<IOD_Msg> const owner(msg);
+  if (!found) return 0;
+  int const result = Disk_TakeRecords(*sequence, series_records, "Read(): Can't create series directory record.\n");
+  if (result == -1) MarkDirty();
+  return result;
+}
+
+int Disk_StudyDirectoryFile::Write() {
+  DISK_LOG(7, "Write:\n");
+  Dicom_Sequence sequence;
+  if (Disk_AppendRecords(series_records, sequence, "Write(): Bad series directory record.\n") == -1) return -1;
+  return Disk_DirectoryFile::Write(sequence);
+}
+
+Disk_SeriesDirectoryRecord* Disk_StudyDirectoryFile::GetSeriesRecord(Dicom_UI const& series_uid) const {
+  return Disk_FindRecord(series_records, is_standard(), kSeriesInstanceUid, series_uid.View());
+}
+
+void Disk_StudyDirectoryFile::GetSeriesFile(Disk_SeriesDirectoryRecord* series) {
+  Disk_FileID const id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
+  if (!series_file || !(series_file->GetFileID() == id))
+    series_file = std::make_unique<Disk_SeriesDirectoryFile>(id, params, standard_dicomdir, 0);
+  series_file->SetWritingStrategy(writing_strategy);
+}
+
+int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image,
+                                   bool add_icon, int store_unmatching_images, int in_place, char* existing_file,
+                                   int move_store, char* file_to_move, char* stored_file_name,
+                                   Dicom_UI const* syntax_in_file) {
+  return Store({msg, add_icon, store_unmatching_images, in_place, existing_file, move_store, file_to_move,
+                stored_file_name, syntax_in_file},
+               study, new_series, new_image);
+}
+
+int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series,
+                                   int* new_image) {
+  if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
+  if (Read() == -1) {
+    DISK_LOG(3, "Store(): Can't read the study directory file.\n");
+    return -1;
+  }
+  MarkDirty();
+  Disk_SeriesDirectoryRecord* series = GetSeriesRecord(request.msg->GetSeriesInstanceUID());
+  *new_series = series ? 0 : 1;
+  if (series ? check_series_number(request, *series) == -1 : add_series(request, study, &series) == -1) return -1;
+
+  GetSeriesFile(series);
+  if (series_file->Store(request, series, new_image) == -1) {
+    DISK_LOG(3, "Store(): Can't store.\n");
+    return -1;
+  }
+  IOD_Msg& record = *series->GetRecordMsg();
+  if (!is_standard() &&
+      (record.SetLastUpdateDate(GetCurrentDate()) == -1 || record.SetLastUpdateTime(GetTickCount()) == -1)) {
+    DISK_LOG(3, "Store(): Can't update series directory record.\n");
+    return -1;
+  }
+  if (*new_image && count_new_image(series) == -1) {
+    DISK_LOG(3, "Store(): Can't update series directory record.\n");
+    return -1;
+  }
+  if (Write() == 0) return 0;
+  DISK_LOG(3, "Store(): Can't update the study directory file.\n");
+  return -1;
+}
+
+int Disk_StudyDirectoryFile::add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
+                                        Disk_SeriesDirectoryRecord** series) {
+  std::unique_ptr<Disk_SeriesDirectoryRecord> record(new (std::nothrow) Disk_SeriesDirectoryRecord());
+  if (!record) KlbGError.Set(DISK_ERROR_NEW_RECORD);
+  if (!record || record->FillSeriesRecord(*request.msg, is_standard()) == -1) {
+    DISK_LOG(3, "Store(): Can't create new series directory record.\n");
+    return -1;
+  }
+  if (NewSeries(study, record.get(), request) == -1) {
+    DISK_LOG(3, "Store(): Can't create new series.\n");
+    return -1;
+  }
+  *series = record.release();
+  return 0;
+}
+
+/// A new series gets a directory of its own, also when its first object stands in the file-set already.
+int Disk_StudyDirectoryFile::NewSeries(Disk_StudyDirectoryRecord*, Disk_SeriesDirectoryRecord* series,
+                                       Disk_StoreRequest const& request) {
+  int status = 0;
+  if (request.in_place) Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0);
+  Disk_FileID id =
+      status == -1 ? Disk_FileID() : GenerateReferencedFileID(series->GetRecordMsg()->GetSeriesNumber(), &status);
+  if (status == -1) {
+    DISK_LOG(3, "NewSeries(): Can't generate a file ID.\n");
+    return -1;
+  }
+  std::string const path = id.Path();
+  if (make_directory(path) == -1) {
+    int const cause = errno;
+    if (cause != EEXIST) {
+      DISK_LOG(3, "NewSeries(): Can't create a new directory (errno=%d)\n", cause);
+      KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+      return -1;
+    }
+    DISK_LOG(6, "NewSeries: directory %s already exist.\n", path.c_str());
+  }
+  if (id.AddComponent("DIRFILE") == -1) {
+    DISK_LOG(3, "NewSeries(): Can't add component to file-id.\n");
+    return -1;
+  }
+  if (Disk_SeriesDirectoryFile(id, params, standard_dicomdir, 0).Write() == -1) {
+    DISK_LOG(3, "NewSeries(): Can't write new directory file.\n");
+    return -1;
+  }
+  if (series->SetReferencedFileID(id.GetID()) == -1) return -1;
+  series_records.append(series);
+  return 0;
+}
+
+Disk_FileID Disk_StudyDirectoryFile::GenerateReferencedFileID(Dicom_IS const& series_number, int* status) const {
+  constexpr std::size_t kNumberLength = 6;
+  return unique_file_id("S" + name_part(series_number.View(), kNumberLength) + "0", status);
+}
+
+int Disk_StudyDirectoryFile::check_series_number(Disk_StoreRequest const& request,
+                                                 Disk_SeriesDirectoryRecord const& series) const {
+  Dicom_IS const mine = series.GetRecordMsg()->GetSeriesNumber(), its = request.msg->GetSeriesNumber();
+  if (mine == its) return 0;
+  if (request.store_unmatching_images) {
+    DISK_LOG(5, "Store: Series number does not match the series UID, but the image is stored\n");
+    return 0;
+  }
+  if (int(mine) == int(its)) {
+    DISK_LOG(5,
+             "Store: Series number string does not match the series UID, but the integer value is equal - saving.\n");
+    return 0;
+  }
+  DISK_LOG(3, "Store: Series number does not match the series UID.\n");
+  DISK_LOG(3, "Series number is %d, but must be %d.\n", int(its), int(mine));
+  KlbGError.Set(DISK_ERROR_SERIES_NUMBER_MISMATCH);
+  return -1;
+}
+
+int Disk_StudyDirectoryFile::count_new_image(Disk_SeriesDirectoryRecord* series) const {
+  IOD_Msg& record = *series->GetRecordMsg();
+  Dicom_IS const count = record.GetNumberOfSeriesRelatedImages();
+  if (is_standard()) {
+    if (count == IS_NULL) return 0;
+    series->SetChanged(true);
+    return record.SetNumberOfSeriesRelatedImages(Dicom_IS(count + 1, true));
+  }
+  Dicom_UL const other = record.GetNumberOfImages();
+  if (count == IS_NULL && other == UL_NULL) return -1;
+  int const sum = (count == IS_NULL ? int(unsigned(other)) : int(count)) + 1;
+  if (record.SetNumberOfImages(Dicom_UL(unsigned(sum))) == -1) return -1;
+  return record.SetNumberOfSeriesRelatedImages(Dicom_IS(sum, true));
+}
+
+int Disk_StudyDirectoryFile::GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object) {
+  if (Read() == -1) {
+    DISK_LOG(3, "GetOne(): Can't read the study directory file.\n");
+    return -1;
+  }
+  Disk_SeriesDirectoryRecord* series = GetSeriesRecord(series_uid);
+  if (!series) {
+    DISK_LOG(3, "GetOne(): Can't find series.\n");
+    return -1;
+  }
+  GetSeriesFile(series);
+  return series_file->GetOne(sop_instance_uid, object);
+}

@@ -1,0 +1,10 @@
+#pragma once
+#include <string>
+
+/// The VERSION file beside a directory file: 4 bytes, a signed number in little endian order.
+
+/// The version, or -1 when there is none: no file, fewer than 4 bytes (logged), or 0.
+long Disk_ReadVersion(std::string const& path);
+/// Writes it in place: the file is never empty on the way. 0, or -1 (logged). In the standard structure a missing
+/// directory is no failure: an in-place store can leave a study or series without one.
+int Disk_WriteVersion(std::string const& path, long version, bool standard);
