@@ -1,0 +1,28 @@
+// Listens to what the library logs, to find out why an operation failed.
+//
+//   EngineLog log("/data/set");
+//   log.Begin();
+//   if (root.Store(...) == -1) report.Fail(file, log.Cause());
+#pragma once
+
+#include <string>
+#include <vector>
+
+class EngineLog {
+public:
+  // `directory`: that of the file-set; a line that names a file there tells more than others. There is one
+  // such object at a time.
+  explicit EngineLog(std::string directory);
+  ~EngineLog();
+  EngineLog(EngineLog const&) = delete;
+  EngineLog& operator=(EngineLog const&) = delete;
+
+  // Forgets what was said so far, and the last error code.
+  void Begin();
+  // Why the operation since Begin failed, in one line.
+  std::string Cause() const;
+
+private:
+  std::string directory_;
+  std::vector<std::string> errors_; // the texts, the deepest first
+};

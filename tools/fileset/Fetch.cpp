@@ -1,0 +1,182 @@
+#include "Fetch.h"
+
+#include "EngineLog.h"
+#include "Interruption.h"
+#include "Json.h"
+#include "ObjectWriter.h"
+#include "Report.h"
+#include "Search.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <dicom/Dicom_Compressor.h>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+char const kDescription[] = "Copies objects out of a file-set, as they are stored, into files of a folder";
+
+char const kFooter[] = R"(
+A study or series is copied with all that it holds. The study notes when it was last accessed.
+
+The files are named FOLDER/SOPINSTANCEUID.dcm. A file that is there already is left alone, which counts
+as a failure, unless --force is given. FOLDER is made if need be.
+UIDs and file IDs are what `fileset query` shows.
+
+Examples:
+  fileset fetch /data/set --study 1.2.840.4711 --out /tmp/study
+  fileset fetch /data/set --image 1.2.840.4711.1.7 --out . --decompress
+  fileset fetch /data/set --file-id 'SA100000\S1000000\I1000000' --out .
+
+Ends with 0 when every object was copied, 1 when nothing was found or something failed (a line on
+standard error for each), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+
+struct Options {
+  std::string directory, study, series, image, file_id, out;
+  bool has_file_id = false, all = false, decompress = false, force = false, json = false;
+};
+
+// What is asked for: requests to the library, one per object, and the name of each in a report.
+struct Wanted {
+  SCL_MoveIdentifier identifier;
+  std::string name;
+};
+
+// 0, or -1 (reported) when the file-set can't be read.
+int FindWanted(Options const& options, FileSet& set, EngineLog& log, Report& report, std::vector<Wanted>* wanted) {
+  using namespace Attributes;
+  if (options.has_file_id) {
+    wanted->push_back({{}, options.file_id});
+    wanted->back().identifier.Set(kReferencedFileId, Dicom_CS(options.file_id));
+    return 0;
+  }
+  Search::Rows rows;
+  std::vector<Key> const keys = {{kStudyInstanceUid, options.study},
+                                 {kSeriesInstanceUid, options.series},
+                                 {kSopInstanceUid, options.image},
+                                 {kReferencedFileId, ""}};
+  if (Search(set, log, report).Run(Level::IMAGE, keys, &rows) == -1) return -1;
+  for (auto const& row : rows)
+    wanted->push_back({SCL_MoveIdentifier(*row), row->Text(kSopInstanceUid)});
+  return 0;
+}
+
+// The bytes of the object's file; empty with a cause when there are none. `file` holds them if they are new.
+std::string_view ObjectBytes(IOD_Msg& object, bool decompress, std::unique_ptr<Util_File>* file, std::string* cause) {
+  bool const changes = decompress && object.GetEncapsulatedSyntax() != UI_NULL;
+  if (changes && Dicom_Compressor().Decompress(&object) == -1)
+    *cause = "can't be decompressed (" + object.GetEncapsulatedSyntax().GetText() + "): copied as it is";
+  bool const decompressed = changes && cause->empty();
+  if (!decompressed && !object.GetOriginalBuffer().empty()) return object.GetOriginalBuffer();
+  int status = 0;
+  *file = std::make_unique<Util_File>(object, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, cause);
+  return (*file)->Bytes();
+}
+
+bool IsMissing(Wanted const& wanted, FileSet const& set) {
+  Dicom_CS const id = wanted.identifier.Value<Dicom_CS>(Attributes::kReferencedFileId);
+  std::string const path = Disk_FileID(set.directory.c_str(), id, 0).Path();
+  return !path.empty() && access(path.c_str(), F_OK) == -1;
+}
+
+// The path of the copy; empty (reported) when there is none.
+std::string FetchOne(Wanted const& wanted, Options const& options, FileSet& set, EngineLog& log, Report& report,
+                     ObjectWriter& writer) {
+  IOD_Msg* found = nullptr;
+  log.Begin();
+  int const result = set.root->GetOne(wanted.identifier, 1, &found, nullptr);
+  std::unique_ptr<IOD_Msg> const object(found);
+  if (result == -1 || !object) {
+    report.Fail(wanted.name, IsMissing(wanted, set) ? "there is no such file in the file-set" : log.Cause());
+    return {};
+  }
+  std::string cause, path;
+  std::unique_ptr<Util_File> file;
+  std::string_view const bytes = ObjectBytes(*object, options.decompress, &file, &cause);
+  if (!cause.empty()) report.Fail(wanted.name, cause);
+  if (bytes.empty()) return {};
+  if (writer.Write(object->GetSOPInstanceUID().View(), bytes, &path) == 0) return path;
+  report.Fail(path, std::strerror(errno));
+  return {};
+}
+
+void PrintOutcome(std::vector<std::string> const& files, double seconds, Options const& options, Report const& report) {
+  if (!options.json) {
+    std::printf("%zu copied to %s, %zu failed in %.1f s\n", files.size(), options.out.c_str(), report.Failures().size(),
+                seconds);
+    return;
+  }
+  nlohmann::json failures = nlohmann::json::array();
+  for (auto const& [object, cause] : report.Failures())
+    failures.push_back({{"object", object}, {"cause", cause}});
+  std::printf(
+      "%s\n",
+      JsonText({{"fetched", files.size()}, {"files", files}, {"seconds", seconds}, {"failures", failures}}).c_str());
+}
+
+int Run(Options const& options) {
+  Report report;
+  EngineLog log(options.directory);
+  if (options.study.empty() && options.series.empty() && options.image.empty() && !options.has_file_id &&
+      !options.all) {
+    report.Fail("fetch", "say what: --study, --series, --image, --file-id or --all");
+    return kUsage;
+  }
+  FileSet set = OpenFileSet(options.directory, Access::Visit, {}, log, report);
+  if (!set.root) return kNotOpened;
+  std::vector<Wanted> wanted;
+  if (FindWanted(options, set, log, report, &wanted) == -1) return kNotOpened;
+  if (wanted.empty()) {
+    report.Fail(options.directory, "holds no such object");
+    return kFailed;
+  }
+  ObjectWriter writer(options.out, options.force);
+  if (writer.MakeFolder() == -1) {
+    report.Fail(options.out, std::string("can't be made: ") + std::strerror(errno));
+    return kFailed;
+  }
+  WatchForInterruption();
+  auto const start = std::chrono::steady_clock::now();
+  std::vector<std::string> files;
+  report.Begin(wanted.size());
+  for (Wanted const& one : wanted) {
+    if (IsInterrupted()) break;
+    std::string path = FetchOne(one, options, set, log, report, writer);
+    if (!path.empty()) files.push_back(std::move(path));
+    report.Step();
+  }
+  report.End();
+  if (IsInterrupted()) report.Fail(options.out, "interrupted before all objects were copied");
+  PrintOutcome(files, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), options, report);
+  return report.Result();
+}
+
+} // namespace
+
+Command AddFetch(CLI::App& app) {
+  auto const options = std::make_shared<Options>();
+  CLI::App* line = app.add_subcommand("fetch", kDescription)->footer(kFooter);
+  line->add_option("DIR", options->directory, "The file-set")->required();
+  CLI::Option* all = line->add_flag("--all", options->all, "Everything");
+  CLI::Option* file_id =
+      line->add_option("--file-id", options->file_id, "The object with this Referenced File ID")->option_text("ID");
+  file_id->each([options](std::string const&) { options->has_file_id = true; })->excludes(all);
+  struct Selection {
+    char const* name;
+    std::string* value;
+    char const* help;
+  } const selections[] = {{"--study", &options->study, "The study with this Study Instance UID"},
+                          {"--series", &options->series, "The series with this Series Instance UID"},
+                          {"--image", &options->image, "The object with this SOP Instance UID"}};
+  for (Selection const& s : selections)
+    line->add_option(s.name, *s.value, s.help)->option_text("UID")->excludes(file_id)->excludes(all);
+  line->add_option("--out", options->out, "Folder for the files")->option_text("FOLDER")->required();
+  line->add_flag("--decompress", options->decompress, "Write uncompressed pixels, as explicit little endian");
+  line->add_flag("--force", options->force, "Write over files that are there");
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options] { return Run(*options); }};
+}

@@ -1,0 +1,89 @@
+#include "FileSet.h"
+
+#include "EngineLog.h"
+#include "Report.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dicom/Util_TransferSyntax.h>
+#include <fcntl.h>
+#include <infra/Util_FileSystem.h>
+#include <optional>
+#include <unistd.h>
+
+namespace {
+
+constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
+constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
+
+struct Found {
+  Structure structure = Structure::None;
+  std::string problem; // not empty: this is no file-set
+};
+
+// Whether both offsets are 0; nothing unless the file begins as a directory file does.
+std::optional<bool> HasNoOffsets(int fd) {
+  constexpr int kMostElements = 32; // before the offsets
+  Util_TransferSyntax start;
+  if (start.GetDetails(fd) == -1) return {};
+  int error = 0;
+  Dicom_TransferSyntax const syntax(start.GetTransferSyntax(), &error);
+  std::optional<unsigned> first;
+  for (int i = 0; i < kMostElements && error == 0; ++i) {
+    unsigned consumed = 0;
+    Dicom_ME const element(fd, &consumed, syntax, nullptr, &error);
+    if (error == -1 || element.GetTag().Number() > kLastOffset.Number()) break;
+    unsigned const value = element.ValueAs<Dicom_UL>();
+    if (element.GetTag() == kFirstOffset) first = value;
+    if (element.GetTag() == kLastOffset && first) return *first == 0 && value == 0;
+  }
+  return {};
+}
+
+Found Recognise(std::string const& directory) {
+  struct stat status {};
+  std::string const path = directory + "/DICOMDIR", version = directory + "/VERSION";
+  if (stat(directory.c_str(), &status) == -1) return {{}, std::strerror(errno)};
+  if (!S_ISDIR(status.st_mode)) return {{}, "not a directory"};
+  Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  if (!file && errno == ENOENT) return {};
+  if (!file) return {{}, std::string("DICOMDIR: ") + std::strerror(errno)};
+  if (fstat(file.Get(), &status) == -1 || !S_ISREG(status.st_mode)) return {{}, "DICOMDIR isn't a file"};
+  std::optional<bool> const no_offsets = HasNoOffsets(file.Get());
+  if (!no_offsets) return {{}, "DICOMDIR isn't a directory of DICOM objects, or it is damaged"};
+  bool const own = *no_offsets && access(version.c_str(), F_OK) == 0;
+  return {own ? Structure::Private : Structure::Standard, {}};
+}
+
+std::unique_ptr<Disk_RootDirectoryFile> Open(std::string const& directory, Disk_StoreParams params) {
+  int status = 0;
+  auto root = std::make_unique<Disk_RootDirectoryFile>(directory.c_str(), params, 0, &status, nullptr);
+  return status == 0 ? std::move(root) : nullptr;
+}
+
+} // namespace
+
+FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
+                    Report& report) {
+  FileSet set{directory, {}, nullptr};
+  auto const [structure, problem] = Recognise(directory);
+  set.structure = structure;
+  if (!problem.empty()) {
+    report.Fail(directory, problem);
+    return set;
+  }
+  if (structure == Structure::Standard) {
+    report.Fail(directory, "standard structure: not supported by this version");
+    return set;
+  }
+  // reading must not leave a lock file where there is no file-set
+  params.read_only = access == Access::Read || (access == Access::Visit && structure == Structure::None);
+  log.Begin();
+  set.root = Open(directory, params);
+  if (!set.root && access == Access::Visit) {
+    params.read_only = 1;
+    set.root = Open(directory, params);
+  }
+  if (!set.root) report.Fail(directory, log.Cause());
+  return set;
+}

@@ -1,0 +1,30 @@
+// Opening a file-set: finds out what stands in the directory, and says why it can't be used.
+#pragma once
+
+#include <Disk/Disk_RootDirectoryFile.h>
+#include <memory>
+#include <string>
+
+class EngineLog;
+class Report;
+
+enum class Structure {
+  None,    // no DICOMDIR: an empty directory, or one that isn't a file-set
+  Private, // this system's own, one directory file per level
+  Standard // one DICOMDIR, as on exchange media
+};
+
+enum class Access {
+  Read,     // nothing is written
+  Visit,    // reading, which leaves the access date behind where that can be written
+  ReadWrite // a file-set is made where there is none
+};
+
+struct FileSet {
+  std::string directory;
+  Structure structure = Structure::None;
+  std::unique_ptr<Disk_RootDirectoryFile> root; // null: it couldn't be opened, and the report says why
+};
+
+FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
+                    Report& report);

@@ -1,0 +1,66 @@
+#include "ObjectWriter.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <infra/Util_FileSystem.h>
+#include <unistd.h>
+
+namespace {
+
+// Letters, digits, dots and hyphens; not beginning with a dot, and short enough for a name.
+std::string SafeName(std::string_view uid) {
+  constexpr std::size_t kLongest = 128;
+  std::string name(uid.substr(0, kLongest));
+  for (char& c : name) {
+    bool const safe =
+        (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '.' || c == '-';
+    if (!safe) c = '_';
+  }
+  if (name.empty()) return "object";
+  if (name[0] == '.') name[0] = '_';
+  return name;
+}
+
+// Brings the finished file to its name; over an older one only with `force`.
+int Place(char const* temporary, char const* path, bool force) {
+  if (force) return std::rename(temporary, path);
+  if (renameat2(AT_FDCWD, temporary, AT_FDCWD, path, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return -1;
+  if (access(path, F_OK) == 0) { // a file system that can't tell by itself
+    errno = EEXIST;
+    return -1;
+  }
+  return std::rename(temporary, path);
+}
+
+int WriteNew(char const* path, std::string_view bytes) {
+  Util_FileDescriptor file = Util_FileSystem::Open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
+  if (!file) return -1;
+  return Util_FileSystem::WriteAll(file.Get(), bytes.data(), bytes.size()) == 0 ? file.Close() : -1;
+}
+
+} // namespace
+
+int ObjectWriter::MakeFolder() const {
+  std::error_code error;
+  std::filesystem::create_directories(folder_, error);
+  if (!error && !std::filesystem::is_directory(folder_, error))
+    error = std::make_error_code(std::errc::not_a_directory);
+  errno = error.value();
+  return error ? -1 : 0;
+}
+
+int ObjectWriter::Write(std::string_view uid, std::string_view bytes, std::string* path) {
+  std::string name = SafeName(uid);
+  int const count = ++names_[name];
+  if (count > 1) name += "-" + std::to_string(count);
+  *path = folder_ + "/" + name + ".dcm";
+  std::string const temporary = folder_ + "/." + name + "." + std::to_string(getpid()) + ".tmp";
+  if (WriteNew(temporary.c_str(), bytes) == 0 && Place(temporary.c_str(), path->c_str(), force_) == 0) return 0;
+  int const cause = errno;
+  unlink(temporary.c_str());
+  errno = cause;
+  return -1;
+}

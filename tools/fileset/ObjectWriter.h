@@ -1,0 +1,24 @@
+// Writes objects into files of one folder. A file is there whole or not at all, and none is ever written
+// outside of the folder, whatever the UIDs say.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+class ObjectWriter {
+public:
+  // With `force` files that are there are written over.
+  ObjectWriter(std::string folder, bool force) : folder_(std::move(folder)), force_(force) {}
+
+  // Makes the folder, and those above it, if need be. 0, or -1 with errno.
+  int MakeFolder() const;
+  // `*path` becomes the file's: UID.dcm, or UID-2.dcm and so on for another object of that UID. 0, or -1 with
+  // errno, EEXIST for a file that was there before.
+  int Write(std::string_view uid, std::string_view bytes, std::string* path);
+
+private:
+  std::string folder_;
+  bool force_;
+  std::map<std::string, int> names_; // how often each was given
+};

@@ -1,0 +1,125 @@
+#include "Search.h"
+
+#include "EngineLog.h"
+#include "Report.h"
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <unordered_map>
+
+namespace {
+
+using Attributes::kSeriesInstanceUid;
+using Attributes::kStudyInstanceUid;
+
+// More than so many UIDs aren't compared with every record; what they don't name is dropped afterwards.
+constexpr std::size_t kLongestList = 64;
+
+// What tells a study or series from all others.
+std::string Identity(Dicom_Msg const& row, Level level) {
+  std::string const study = row.Text(kStudyInstanceUid);
+  return level == Level::STUDY ? study : study + "|" + row.Text(kSeriesInstanceUid);
+}
+
+// The UIDs of the rows as a key; `any` when there are too many.
+Dicom_UI UidList(Search::Rows const& rows, Dicom_Tag const& tag, char const* any) {
+  std::set<std::string> uids;
+  for (auto const& row : rows) {
+    uids.insert(row->Text(tag));
+    if (uids.size() > kLongestList) return Dicom_UI(any);
+  }
+  std::string list;
+  for (std::string const& uid : uids)
+    list += (list.empty() ? "" : "\\") + uid;
+  return Dicom_UI(list);
+}
+
+// Adds what the upper row holds and the lower one doesn't.
+void AddFrom(Dicom_Msg const& upper, Dicom_Msg& row) {
+  for (int i = 0; i < upper.GetNElements(); ++i) {
+    Dicom_ME const& element = *upper.GetElement(i);
+    Dicom_Tag tag = element.GetTag();
+    if (tag.IsPrivateCreator()) continue;
+    tag.Unresolve(upper); // the two may have different private blocks
+    if (!row.Has(tag)) row.Set(tag, element.GetValue());
+  }
+}
+
+} // namespace
+
+int Search::Run(Level level, std::vector<Key> const& keys, Rows* rows) {
+  level_ = level;
+  keys_ = keys;
+  if (set_.structure == Structure::None) return 0;
+  if (ask(identifier(Level::STUDY, Level::STUDY, Level::STUDY), rows) == -1) {
+    report_.Fail(set_.directory, log_.Cause());
+    return -1;
+  }
+  if (level == Level::STUDY) return 0;
+  bool const asks_series = level == Level::SERIES || std::any_of(keys_.begin(), keys_.end(), [](Key const& key) {
+                             return Attributes::LevelOf(key.tag) == Level::SERIES && key.tag != kSeriesInstanceUid;
+                           });
+  if (asks_series) *rows = below(*rows, identifier(Level::SERIES, Level::SERIES, Level::SERIES), Level::STUDY);
+  if (level == Level::SERIES) return 0;
+  *rows = asks_series ? below(*rows, identifier(Level::IMAGE, Level::IMAGE, Level::IMAGE), Level::SERIES)
+                      : below(*rows, identifier(Level::IMAGE, Level::SERIES, Level::IMAGE), Level::STUDY);
+  return 0;
+}
+
+SCL_QueryIdentifier Search::identifier(Level level, Level from, Level to) const {
+  SCL_QueryIdentifier result(level);
+  result.SetStudyInstanceUID(UI_NULL);
+  if (level >= Level::SERIES) result.SetSeriesInstanceUID(UI_NULL);
+  if (level == Level::IMAGE) result.SetSOPInstanceUID(UI_NULL);
+  for (Key const& key : keys_) {
+    // an attribute that several levels have is asked of the lowest
+    Level const of = std::min(Attributes::LevelOf(key.tag), level_);
+    if (of >= from && of <= to) result.Set(key.tag, Dicom_UC(key.value));
+  }
+  return result;
+}
+
+int Search::ask(SCL_QueryIdentifier const& identifier, Rows* rows) {
+  Dicom_Sequence results;
+  log_.Begin();
+  if (set_.root->Query(identifier, 1, &results) == -1) return -1;
+  rows->reserve(rows->size() + std::size_t(results.GetNItems()));
+  while (results.GetNItems() > 0) {
+    rows->emplace_back(results.Get(0));
+    results.Remove(0, 0);
+  }
+  return 0;
+}
+
+Search::Rows Search::below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level) {
+  Rows found, kept;
+  if (parents.empty()) return kept;
+  identifier.SetStudyInstanceUID(UidList(parents, kStudyInstanceUid, "*"));
+  if (parent_level == Level::SERIES) identifier.SetSeriesInstanceUID(UidList(parents, kSeriesInstanceUid, ""));
+  if (ask(identifier, &found) == -1) {
+    found.clear();
+    ask_each_study(parents, identifier, &found);
+  }
+  std::unordered_map<std::string, Dicom_Msg const*> index;
+  for (auto const& parent : parents)
+    index.emplace(Identity(*parent, parent_level), parent.get());
+  for (auto& row : found) {
+    auto const parent = index.find(Identity(*row, parent_level));
+    if (parent == index.end()) continue;
+    AddFrom(*parent->second, *row);
+    kept.push_back(std::move(row));
+  }
+  return kept;
+}
+
+// One damaged study fails a query over all; so that the others are found, each is asked by itself.
+void Search::ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier, Rows* rows) {
+  std::set<std::string> asked;
+  for (auto const& parent : parents) {
+    std::string const uid = parent->Text(kStudyInstanceUid);
+    if (!asked.insert(uid).second) continue;
+    identifier.SetStudyInstanceUID(Dicom_UI(uid));
+    if (ask(identifier, rows) == -1) report_.Fail("study " + uid, log_.Cause());
+  }
+}

@@ -1,0 +1,37 @@
+// A query whose keys may belong to any level.
+//
+// The records of a level hold the attributes of that level only, so a search asks the study records first,
+// with the keys that they know, and goes down with the UIDs of what it found. What it found above, an image's
+// patient say, is added to the responses below.
+#pragma once
+
+#include "Attribute.h"
+#include "FileSet.h"
+
+#include <memory>
+#include <vector>
+
+class Search {
+public:
+  using Rows = std::vector<std::unique_ptr<Dicom_Msg>>;
+
+  // All three are the caller's and must outlive the search.
+  Search(FileSet& set, EngineLog& log, Report& report) : set_(set), log_(log), report_(report) {}
+
+  // Every row holds the UIDs down to its level. 0, or -1 (reported) when the file-set can't be read. A study
+  // that can't be read is reported and left out.
+  int Run(Level level, std::vector<Key> const& keys, Rows* rows);
+
+private:
+  // The keys of the levels from `from` to `to`.
+  SCL_QueryIdentifier identifier(Level level, Level from, Level to) const;
+  int ask(SCL_QueryIdentifier const& identifier, Rows* rows);
+  Rows below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level);
+  void ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier, Rows* rows);
+
+  FileSet& set_;
+  EngineLog& log_;
+  Report& report_;
+  Level level_ = Level::STUDY;
+  std::vector<Key> keys_;
+};

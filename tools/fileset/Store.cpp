@@ -1,0 +1,181 @@
+#include "Store.h"
+
+#include "EngineLog.h"
+#include "FileSet.h"
+#include "Interruption.h"
+#include "Json.h"
+#include "Report.h"
+#include "SourceFiles.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <dicom/Util_File.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <infra/Util_Cfg.h>
+#include <infra/Util_FileSystem.h>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+char const kDescription[] = "Stores DICOM objects in a file-set: files, and all files in folders and below";
+
+char const kFooter[] = R"(
+DIR is made if it isn't there (the folder above it must be). An object that is there already is replaced.
+
+An object is compressed without loss unless --native is given. An object whose Patient's Name, Patient
+ID, Study ID or Series Number contradicts what the file-set knows of its study or series is refused
+unless --accept-mismatch is given. A DICOMDIR is no object and is refused.
+
+Durability: the files are written without waiting for the disk, and one sync at the end makes all of
+them survive a power cut. With --durable, or `durability: full` in the configuration, each object has
+reached the disk before the next one is begun, which takes several times as long.
+
+Example: store a folder, and see what came
+  fileset store /data/set /media/cdrom/images report.dcm
+  fileset query /data/set
+
+Ends with 0 when every file was stored, 1 when some weren't (a line on standard error for each; all
+others are stored), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+
+struct Options {
+  std::string directory;
+  std::vector<std::string> sources;
+  bool native = false, icon = false, accept_mismatch = false, move = false, durable = false, json = false;
+};
+
+struct Outcome {
+  std::size_t stored = 0, refused = 0;
+  double seconds = 0;
+  char const* durability = "";
+};
+
+// Makes the file-set's directory, if need be. 0, or -1 with errno.
+int MakeDirectory(std::string const& directory) {
+  bool made = false;
+  if (Util_FileSystem::MakeDirectory(directory.c_str(), 0775, &made) == -1) return errno == EEXIST ? 0 : -1;
+  std::string const parent = std::filesystem::path(directory + "/..").string();
+  return made ? Util_FileSystem::SyncDirectory(parent.c_str()) : 0;
+}
+
+bool WantsFullDurability(Options const& options) {
+  Util_CfgHandle const* const handle = Util_Cfg::GetHandle();
+  Tree_Node const* const wish = handle ? handle->GetRoot()->GetChild("durability") : nullptr;
+  return options.durable || (wish && wish->GetValue() == "full");
+}
+
+// Why a file can't be moved into the file-set; empty if it can.
+std::string MoveProblem(std::string const& file, std::string const& directory) {
+  struct stat source {
+  }, target{};
+  if (lstat(file.c_str(), &source) == -1 || stat(directory.c_str(), &target) == -1) return std::strerror(errno);
+  if (S_ISLNK(source.st_mode)) return "a symbolic link can't be moved into the file-set";
+  return source.st_dev == target.st_dev ? "" : "on another file system than the file-set, so it can't be moved";
+}
+
+// Empty when the object is stored, else the cause.
+std::string StoreFile(std::string const& path, Options const& options, FileSet& set, EngineLog& log) {
+  constexpr Dicom_Tag kDirectoryRecords(0x0004, std::uint16_t(0x1220));
+  Util_File file;
+  if (file.GetFile(path.c_str(), 0, nullptr) == -1) return file.GetError();
+  std::unique_ptr<IOD_Msg> const object(file.operator IOD_Msg*());
+  if (!object) return file.GetError();
+  if (object->Has(kDirectoryRecords)) return "a DICOMDIR: a directory of objects, not an object";
+  std::string problem = options.move ? MoveProblem(path, set.directory) : "";
+  if (!problem.empty()) return problem;
+  log.Begin();
+  std::string source = path;
+  char stored_file_name[Disk_FileID::kPathSize];
+  int const result = set.root->Store(object.get(), options.icon, options.accept_mismatch, 0, nullptr, options.move,
+                                     source.data(), stored_file_name, nullptr);
+  return result == 0 ? "" : log.Cause();
+}
+
+// Brings to the disk what was written without waiting for it.
+int SyncFileSystem(std::string const& directory) {
+  Util_FileDescriptor const folder = Util_FileSystem::Open(directory.c_str(), O_RDONLY | O_DIRECTORY);
+  return folder ? syncfs(folder.Get()) : -1;
+}
+
+Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& report) {
+  std::vector<std::string> const files = FindSourceFiles(options.sources, options.directory, report);
+  bool const full = WantsFullDurability(options);
+  Util_FileSystem::SetDurability(full ? Util_Durability::Full : Util_Durability::Relaxed);
+  WatchForInterruption();
+  auto const start = std::chrono::steady_clock::now();
+  Outcome outcome{0, 0, 0, "each object was on the disk before the next"};
+  report.Begin(files.size());
+  for (std::string const& file : files) {
+    if (IsInterrupted()) break;
+    std::string const cause = StoreFile(file, options, set, log);
+    if (cause.empty())
+      ++outcome.stored;
+    else
+      report.Fail(file, cause);
+    report.Step();
+  }
+  report.End();
+  outcome.refused = report.Failures().size();
+  if (!full && outcome.stored > 0) {
+    outcome.durability = "one sync at the end";
+    if (SyncFileSystem(options.directory) == -1)
+      report.Fail(options.directory, std::string("what was stored may not survive a power cut, as the sync failed: ") +
+                                         std::strerror(errno));
+  }
+  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (IsInterrupted()) report.Fail(options.directory, "interrupted before all files were stored");
+  return outcome;
+}
+
+void PrintOutcome(Outcome const& outcome, Options const& options, Report const& report) {
+  double const rate = outcome.seconds > 0 ? double(outcome.stored) / outcome.seconds : 0;
+  if (!options.json) {
+    std::printf("%zu stored, %zu refused in %.1f s (%.0f per second)%s%s\n", outcome.stored, outcome.refused,
+                outcome.seconds, rate, outcome.stored > 0 ? "; " : "", outcome.stored > 0 ? outcome.durability : "");
+    return;
+  }
+  nlohmann::json failures = nlohmann::json::array();
+  for (auto const& [file, cause] : report.Failures())
+    failures.push_back({{"file", file}, {"cause", cause}});
+  std::printf("%s\n", JsonText({{"stored", outcome.stored},
+                                {"refused", outcome.refused},
+                                {"seconds", outcome.seconds},
+                                {"per_second", rate},
+                                {"durability", outcome.durability},
+                                {"failures", failures}})
+                          .c_str());
+}
+
+int Run(Options const& options) {
+  Report report;
+  EngineLog log(options.directory);
+  if (MakeDirectory(options.directory) == -1) {
+    report.Fail(options.directory, std::string("can't be made: ") + std::strerror(errno));
+    return kNotOpened;
+  }
+  Disk_StoreParams const params(options.native ? std::uint32_t(Disk_StoreParams::STORE_NATIVE) : 0u);
+  FileSet set = OpenFileSet(options.directory, Access::ReadWrite, params, log, report);
+  if (!set.root) return kNotOpened;
+  Outcome const outcome = StoreAll(options, set, log, report);
+  PrintOutcome(outcome, options, report);
+  return report.Result();
+}
+
+} // namespace
+
+Command AddStore(CLI::App& app) {
+  auto const options = std::make_shared<Options>();
+  CLI::App* line = app.add_subcommand("store", kDescription)->footer(kFooter);
+  line->add_option("DIR", options->directory, "The file-set")->required();
+  line->add_option("FILES", options->sources, "Files and folders")->required();
+  CLI::Option* native = line->add_flag("--native", options->native, "Write uncompressed, as explicit little endian");
+  line->add_flag("--icon", options->icon, "Put an icon of each new image into its record");
+  line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
+  line->add_flag("--move", options->move, "Move the files, as they are, into the file-set instead of writing new ones")
+      ->excludes(native);
+  line->add_flag("--durable", options->durable, "Bring each object to the disk before the next");
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options] { return Run(*options); }};
+}
