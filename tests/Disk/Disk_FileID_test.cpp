@@ -1,0 +1,96 @@
+#include <Disk/Disk_Bits.h>
+#include <Disk/Disk_Error.h>
+#include <Disk/Disk_FileID.h>
+#include <gtest/gtest.h>
+#include <infra/Klb_GError.h>
+
+#include <memory>
+
+namespace {
+
+std::string PathOf(char const* prefix, char const* id, int lowercase = 0) {
+  std::unique_ptr<char[]> const path(Disk_FileID(prefix, Dicom_CS(id), lowercase).operator char*());
+  return path ? path.get() : "(none)";
+}
+
+} // namespace
+
+TEST(Disk_FileID, FormsPathsBelowThePrefixOnly) {
+  struct Case {
+    char const *prefix, *id;
+    int lowercase;
+    std::string path;
+  } const cases[] = {
+      {"/d", "A\\B", 0, "/d/A/B"},
+      {"/d", "", 0, "/d"},
+      {"/D", "SA100000\\DIRFILE", 1, "/D/sa100000/dirfile"},
+      {"/d", "A \\B", 0, "/d/A/B"},  // a padded component
+      {"/d", "A\\\\B", 0, "/d/A/B"}, // an empty one
+      {"/d", "A\\..\\B", 0, "(none)"},
+      {"/d", "..", 0, "(none)"},
+      {"/d", ".. \\B", 0, "(none)"}, // as the padding goes first
+      {"/d", ".\\B", 0, "(none)"},
+      {"/d", "A/../../etc", 0, "(none)"},
+      {"/d", "/etc", 0, "(none)"},
+  };
+  for (Case const& c : cases)
+    EXPECT_EQ(PathOf(c.prefix, c.id, c.lowercase), c.path) << c.id;
+  std::string const longest(Disk_FileID::kPathSize - 4, 'A'); // with "/d/" before it one byte short of the buffer
+  EXPECT_EQ(PathOf("/d", longest.c_str()).size(), Disk_FileID::kPathSize - 1);
+  EXPECT_EQ(PathOf("/d", (longest + "A").c_str()), "(none)");
+}
+
+TEST(Disk_FileID, TakesPathsApart) {
+  int status = 7;
+  Disk_FileID id("/d", "/d/A/B", &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(id.GetID().GetText(), "A\\B");
+  EXPECT_EQ(id.Path(), "/d/A/B");
+  EXPECT_EQ(id.AddComponent("DIRFILE"), 0);
+  EXPECT_EQ(id.GetID().GetText(), "A\\B\\DIRFILE");
+  EXPECT_EQ(id.RemoveLastComponent(), 0);
+  EXPECT_EQ(id.RemoveLastComponent(), 0);
+  EXPECT_EQ(id.GetID().GetText(), "A");
+  EXPECT_EQ(id.RemoveLastComponent(), 0);
+  EXPECT_EQ(id.RemoveLastComponent(), 0);
+  EXPECT_EQ(id.AddComponent("DIRFILE"), 0);
+  EXPECT_EQ(id.Path(), "/d/DIRFILE");
+
+  for (char const* path : {"/d", "/d/", ""}) {
+    KlbGError.Set(0);
+    Disk_FileID const none("/d", path, &status, 0);
+    EXPECT_EQ(status, -1) << path;
+    EXPECT_EQ(KlbGError.Get(), DISK_ERROR_FILE_NAME);
+    EXPECT_TRUE(none.GetID().IsEmpty());
+  }
+  EXPECT_EQ(Disk_FileID("/d", "/d/A\\B/C", &status, 0).GetID().GetNValues(), 3); // backslashes separate as well
+  EXPECT_EQ(Disk_FileID().GetFileSetPrefix(), nullptr);
+}
+
+TEST(Disk_Bits, ShiftsAndRotates) {
+  auto const bits = [](std::initializer_list<unsigned char> bytes) {
+    return Disk_Bits(std::data(bytes), int(bytes.size()) * 8);
+  };
+  auto const bytes = [](Disk_Bits const& b) {
+    std::vector<int> values;
+    for (int i = 0; i < b.NBits() / 8; ++i)
+      values.push_back(b[i]);
+    return values;
+  };
+  using Bytes = std::vector<int>;
+  Disk_Bits high = bits({0x80, 0, 0, 0, 0}), low = bits({0, 0, 0, 0, 1});
+  high.RotateRight(7);
+  low.RotateRight(7);
+  EXPECT_EQ(bytes(high), (Bytes{1, 0, 0, 0, 0}));
+  EXPECT_EQ(bytes(low), (Bytes{2, 0, 0, 0, 0}));
+  low.RotateLeft(7);
+  EXPECT_EQ(bytes(low), (Bytes{0, 0, 0, 0, 1}));
+  EXPECT_EQ(bytes(bits({0xFF, 0xFF}) << 5), (Bytes{0xFF, 0xE0}));
+  EXPECT_EQ(bytes(bits({0xFF, 0xFF}) >> 9), (Bytes{0, 0x7F}));
+  EXPECT_EQ(bytes(bits({0xFF, 0xFF}) >> 0), (Bytes{0xFF, 0xFF}));
+  Disk_Bits both = bits({0x0F, 0x00, 0x55});
+  both |= bits({0xF0, 0x01});
+  EXPECT_EQ(bytes(both), (Bytes{0xFF, 1, 0x55}));
+  both ^= bits({0xFF});
+  EXPECT_EQ(bytes(both), (Bytes{0, 1, 0x55}));
+}

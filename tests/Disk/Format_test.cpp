@@ -1,0 +1,56 @@
+// The dump in docs/format.md is what the library writes. With DISK_UPDATE_DOCS in the environment it is written anew.
+#include "support/FileSetFixture.h"
+
+#include <cstdlib>
+#include <infra/Util_Clock.h>
+
+namespace {
+
+std::string Dump(std::string_view bytes) {
+  std::string text;
+  char number[32];
+  for (std::size_t line = 0; line < bytes.size(); line += 16) {
+    std::snprintf(number, sizeof number, "%04zx ", line);
+    text += number;
+    std::string characters;
+    for (std::size_t i = line; i < line + 16; ++i) {
+      if (i >= bytes.size()) {
+        text += "   ";
+        continue;
+      }
+      std::snprintf(number, sizeof number, " %02x", static_cast<unsigned char>(bytes[i]));
+      text += number;
+      characters += bytes[i] >= ' ' && bytes[i] <= '~' ? bytes[i] : '.';
+    }
+    text += "  " + characters + "\n";
+  }
+  return text;
+}
+
+using FormatTest = FileSetTest;
+
+} // namespace
+
+TEST_F(FormatTest, TheDumpInTheDocumentIsWhatIsWritten) {
+  Util_Clock::SetNow(1700000000);
+  auto msg = Example();
+  ASSERT_EQ(Store(*Open(), *msg), 0);
+  Util_Clock::SetNow(0);
+  std::string const file = directory.Read("SA100000/S3000000/DIRFILE");
+  // the meta information holds a random UID; the data set begins with File-set ID
+  std::size_t const start = file.find(std::string("\x04\0\x30\x11", 4));
+  ASSERT_NE(start, std::string::npos);
+  std::string const expected = Dump(std::string_view(file).substr(start));
+
+  std::string const path = DISK_SOURCE_DIR "/docs/format.md", begin = "<!-- dump -->\n```\n", end = "```\n<!-- end -->";
+  std::ifstream in(path);
+  std::string text{std::istreambuf_iterator<char>(in), {}};
+  std::size_t const from = text.find(begin), to = text.find(end);
+  ASSERT_TRUE(from != std::string::npos && to != std::string::npos);
+  std::size_t const body = from + begin.size();
+  if (std::getenv("DISK_UPDATE_DOCS")) {
+    std::ofstream(path) << text.replace(body, to - body, expected);
+    GTEST_SKIP() << "docs/format.md written anew";
+  }
+  EXPECT_EQ(text.substr(body, to - body), expected) << "run this test with DISK_UPDATE_DOCS=1 and look at the change";
+}

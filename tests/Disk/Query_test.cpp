@@ -1,0 +1,174 @@
+#include "support/FileSetFixture.h"
+
+#include <Disk/Disk_Error.h>
+#include <dicom/SCL_Identifier.h>
+
+namespace {
+
+class QueryTest : public FileSetTest {
+protected:
+  using Keys = std::vector<std::pair<Dicom_Tag, std::string>>;
+
+  std::vector<std::unique_ptr<IOD_Msg>> Ask(SCL_QueryRetrieveLevel::Value level, Keys const& keys, int expected = 0) {
+    SCL_QueryIdentifier identifier(level);
+    for (auto const& [tag, value] : keys)
+      identifier.Set(tag, Dicom_UT(value));
+    Dicom_Sequence results;
+    EXPECT_EQ(root->Query(identifier, 1, &results), expected);
+    std::vector<std::unique_ptr<IOD_Msg>> answers;
+    for (int i = 0; i < results.GetNItems(); ++i)
+      answers.push_back(std::make_unique<IOD_Msg>(*results.Get(i)));
+    return answers;
+  }
+
+  void Fill() {
+    for (int patient : {1, 2})
+      for (int series : {1, 2})
+        for (int image : {1, 2, 3}) {
+          auto msg = Phantom::Make({.patient = patient, .series = series, .image = image, .size = 16});
+          ASSERT_EQ(Store(*root, *msg), 0);
+        }
+  }
+
+  std::unique_ptr<Disk_RootDirectoryFile> root = Open();
+  static constexpr auto STUDY = SCL_QueryRetrieveLevel::STUDY, SERIES = SCL_QueryRetrieveLevel::SERIES,
+                        IMAGE = SCL_QueryRetrieveLevel::IMAGE;
+  static constexpr Dicom_Tag kStudyUid{0x0020, std::uint16_t(0x000D)}, kSeriesUid{0x0020, std::uint16_t(0x000E)},
+      kSopUid{0x0008, std::uint16_t(0x0018)}, kName{0x0010, std::uint16_t(0x0010)},
+      kModality{0x0008, std::uint16_t(0x0060)}, kNumber{0x0020, std::uint16_t(0x0013)},
+      kStudyDescription{0x0008, std::uint16_t(0x1030)}, kAccession{0x0008, std::uint16_t(0x0050)},
+      kFileId{0x0004, std::uint16_t(0x1500)}, kLabel{0x0008, std::uint16_t(0x1010)};
+};
+
+std::string Uid(int patient, int series = 0) {
+  Phantom::Object const o{.patient = patient, .series = series ? series : 1};
+  return (series ? Phantom::SeriesUid(o) : Phantom::StudyUid(o)).GetText();
+}
+
+} // namespace
+
+TEST_F(QueryTest, EmptyFileSetAnswersNothingWhateverTheLevel) {
+  EXPECT_TRUE(Ask(STUDY, {{kStudyUid, ""}}).empty());
+  EXPECT_TRUE(Ask(SCL_QueryRetrieveLevel::UNKNOWN, {}).empty()) << "an unknown level goes unnoticed";
+  SCL_QueryIdentifier const identifier(STUDY);
+  Dicom_Sequence results;
+  EXPECT_EQ(root->Query(identifier, 2, &results), -1);
+  EXPECT_EQ(KlbGError.Get(), DISK_ERROR_INFORMATION_MODEL);
+}
+
+TEST_F(QueryTest, LevelsAndKeys) {
+  Fill();
+  struct Case {
+    SCL_QueryRetrieveLevel::Value level;
+    Keys keys;
+    std::size_t answers;
+  } const cases[] = {
+      {STUDY, {}, 2},
+      {STUDY, {{kStudyUid, Uid(1)}}, 1},
+      {STUDY, {{kStudyUid, Uid(1) + "\\" + Uid(2)}}, 2},
+      {STUDY, {{kStudyUid, "1.2.3"}}, 0},
+      {STUDY, {{kName, "*"}}, 2},
+      {STUDY, {{kLabel, "value"}}, 0}, // a record lacks the attribute: the filter takes the response away
+      {STUDY, {{kLabel, "***"}}, 2},
+      {STUDY, {{kLabel, "^^"}}, 2},
+      {STUDY, {{kLabel, ""}}, 2},
+      {STUDY, {{kSeriesUid, "1.2"}}, 2}, // exempt
+      {SERIES, {{kStudyUid, Uid(1)}}, 2},
+      {SERIES, {{kStudyUid, Uid(1)}, {kSeriesUid, Uid(1, 2)}}, 1},
+      {SERIES, {{kStudyUid, Uid(1)}, {kModality, "CT"}}, 2},
+      {SERIES, {{kStudyUid, Uid(1)}, {kModality, "MR"}}, 0},
+      {SERIES, {{kStudyUid, Uid(1)}, {kAccession, "none"}}, 2 * 0}, // chosen by UID; series lack it
+      {IMAGE, {{kStudyUid, Uid(1)}}, 6},
+      {IMAGE, {{kStudyUid, Uid(2)}, {kSeriesUid, Uid(2, 1)}}, 3},
+      {IMAGE, {{kStudyUid, Uid(2)}, {kSeriesUid, ""}}, 6},
+      {IMAGE, {{kStudyUid, Uid(1)}, {kNumber, "2"}}, 2},
+      {IMAGE, {{kStudyUid, Uid(1)}, {kStudyDescription, "x"}}, 0},
+      {IMAGE, {{kStudyUid, "1.2"}}, 0},
+  };
+  int n = 0;
+  for (Case const& c : cases)
+    EXPECT_EQ(Ask(c.level, c.keys).size(), c.answers) << "case " << n++;
+  Ask(SCL_QueryRetrieveLevel::UNKNOWN, {}, -1);
+  EXPECT_EQ(KlbGError.Get(), DISK_ERROR_LEVEL);
+}
+
+TEST_F(QueryTest, ResponsesHoldWhatWasAskedAndTheUidsAbove) {
+  Fill();
+  auto const images = Ask(IMAGE, {{kStudyUid, Uid(1)}, {kSopUid, ""}, {kFileId, ""}});
+  ASSERT_EQ(images.size(), 6u);
+  for (auto const& image : images) {
+    EXPECT_EQ(image->GetNElements(), 4);
+    EXPECT_EQ(image->GetStudyInstanceUID().GetText(), Uid(1));
+    EXPECT_NE(image->GetSeriesInstanceUID(), UI_NULL);
+    EXPECT_EQ(image->GetReferencedFileID().GetNValues(), 3);
+  }
+  auto const studies = Ask(STUDY, {});
+  EXPECT_EQ(studies[0]->GetNElements(), 0);
+}
+
+TEST_F(QueryTest, StudiesWithoutUidKeyAreChosenByAccessionNumber) {
+  for (int study : {1, 2}) {
+    auto msg = Example({.study = study});
+    msg->SetAccessionNumber(study == 1 ? Dicom_SH("ACC") : SH_NULL);
+    ASSERT_EQ(Store(*root, *msg), 0);
+  }
+  LogCapture log;
+  EXPECT_EQ(Ask(SERIES, {{kModality, ""}}, -1).size(), 1u) << "the first study has an accession number";
+  EXPECT_EQ(log.Count(3, "Query: Can't get study instance UID nor Accession Number."), 1);
+}
+
+TEST_F(QueryTest, PrivateAttributesAreFoundInAnyBlock) {
+  Fill();
+  SCL_QueryIdentifier identifier(STUDY);
+  identifier.Set(Dicom_Tag(0x0009, std::uint8_t(1), "SOMEBODY ELSE"), LO_NULL); // takes the first block
+  identifier.SetProtectionFlag(Dicom_CS("N"));
+  Dicom_Sequence results;
+  ASSERT_EQ(root->Query(identifier, 1, &results), 0);
+  ASSERT_EQ(results.GetNItems(), 2);
+  EXPECT_EQ(IOD_Msg(*results.Get(0)).GetProtectionFlag().GetText(), "N");
+  identifier.SetProtectionFlag(Dicom_CS("Y"));
+  Dicom_Sequence none;
+  ASSERT_EQ(root->Query(identifier, 1, &none), 0);
+  EXPECT_EQ(none.GetNItems(), 0);
+}
+
+TEST_F(QueryTest, NamesOfDifferentCharacterSetsCompare) {
+  int patient = 0;
+  for (auto const charset : {Phantom::Charset::Latin1, Phantom::Charset::Greek, Phantom::Charset::Cyrillic,
+                             Phantom::Charset::Japanese, Phantom::Charset::Korean, Phantom::Charset::Utf8}) {
+    auto msg = Phantom::Make({.patient = ++patient, .size = 16, .charset = charset});
+    ASSERT_EQ(Store(*root, *msg), 0);
+    std::string const name = msg->GetPatientsName().GetText();
+    auto const whole = Ask(STUDY, {{kName, name}});
+    ASSERT_EQ(whole.size(), 1u) << name;
+    EXPECT_EQ(whole[0]->GetPatientsName().GetText(), name);
+    bool const ascii = std::all_of(name.begin(), name.end(), [](char c) { return c > 0; });
+    EXPECT_EQ(whole[0]->GetSpecificCharacterSet().GetText(), ascii ? "" : "ISO_IR 192");
+    EXPECT_FALSE(Ask(STUDY, {{kName, name.substr(0, name.find('^')) + "*"}}).empty()) << name;
+  }
+}
+
+TEST_F(QueryTest, OtherVendorsAttributeIsRequiredOfRecordsThatHaveItsBlock) {
+  auto msg = Example();
+  ASSERT_EQ(Store(*root, *msg), 0);
+  SCL_QueryIdentifier identifier(IMAGE);
+  identifier.SetStudyInstanceUID(msg->GetStudyInstanceUID());
+  Dicom_Tag const tag(0x07A1, std::uint8_t(0x2B), "ELSCINT1");
+  for (char const* value : {"", "*", "Y"}) {
+    identifier.Set(tag, Dicom_CS(value));
+    Dicom_Sequence results;
+    ASSERT_EQ(root->Query(identifier, 1, &results), 0);
+    EXPECT_EQ(results.GetNItems(), value[0] == 'Y' ? 0 : 1) << "a record without the block is like any other";
+  }
+}
+
+TEST_F(QueryTest, EarlierResultsGoThroughTheFilterToo) {
+  Fill();
+  SCL_QueryIdentifier identifier(STUDY);
+  identifier.SetPatientsName(Dicom_PN("*a*"));
+  Dicom_Sequence results;
+  results.Append(new IOD_Msg, true);
+  ASSERT_EQ(root->Query(identifier, 1, &results), 0);
+  for (int i = 0; i < results.GetNItems(); ++i)
+    EXPECT_TRUE(results.Get(i)->Has(kName));
+}

@@ -1,0 +1,249 @@
+#include <dicom/Dicom_CharacterSet.h>
+
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr auto person_name = Dicom_CharacterSet::Delimiters::PersonName;
+constexpr auto multi_value = Dicom_CharacterSet::Delimiters::MultiValue;
+constexpr auto text = Dicom_CharacterSet::Delimiters::Text;
+
+struct Case {
+  char const* terms;
+  std::string bytes, utf8;
+  Dicom_CharacterSet::Delimiters kind = person_name;
+};
+
+TEST(Dicom_CharacterSet, DecodesAndEncodes) {
+  Case const cases[] = {
+      {"", "Smith^John", "Smith^John"},
+      {"ISO_IR 100", "Buc^J\351r\364me", "Buc^Jérôme"},
+      {"ISO_IR 100", "\304neas^R\374diger", "Äneas^Rüdiger"},
+      {"ISO_IR 101", "Wa\263\352sa", "Wałęsa"},
+      {"ISO_IR 109", "Za\277miet", "Zażmiet"},
+      {"ISO_IR 110", "\340rgl\272\371\340i", "ārglēųāi"},
+      {"ISO_IR 144", "\273\356\332ce\334\321yp\323", "Люкceмбypг"},
+      {"ISO_IR 127", "\342\310\307\346\352^\344\346\322\307\321", "قباني^لنزار"},
+      {"ISO_IR 126", "\304\351\357\355\365\363\351\357\362", "Διονυσιος"},
+      {"ISO_IR 138", "\371\370\345\357^\343\341\345\370\344", "שרון^דבורה"},
+      {"ISO_IR 148", "\307avu\376o\360lu", "Çavuşoğlu"},
+      {"ISO_IR 203", "\244 \275uvre", "€ œuvre"},
+      {"ISO_IR 166", "\312\301\252\322\302", "สมชาย"},
+      {"ISO_IR 192", "Wang^XiaoDong=王^小东=", "Wang^XiaoDong=王^小东="},
+      {"GB18030", "Wang^XiaoDong=\315\365^\320\241\266\253=", "Wang^XiaoDong=王^小东="},
+      {"GBK", "Wang^XiaoDong=\315\365^\320\241\266\253=", "Wang^XiaoDong=王^小东="},
+      {"GB18030", "\x81\\^\x95\x32\x82\x36", "乗^𠀀"}, // a backslash byte and one of four
+      {"\\ISO 2022 IR 87", "Yamada^Tarou=\33$B;3ED\33(B^\33$BB@O:\33(B=\33$B$d$^$@\33(B^\33$B$?$m$&\33(B",
+       "Yamada^Tarou=山田^太郎=やまだ^たろう"},
+      {"ISO_IR 13\\ISO 2022 IR 87",
+       "\324\317\300\336^\300\333\263=\33$B;3ED\33(J^\33$BB@O:\33(J=\33$B$d$^$@\33(J^\33$B$?$m$&\33(J",
+       "ﾔﾏﾀﾞ^ﾀﾛｳ=山田^太郎=やまだ^たろう"},
+      {"ISO_IR 13", "\324\317\300\336^\300\333\263\\~", "ﾔﾏﾀﾞ^ﾀﾛｳ\\~"},
+      {"\\ISO 2022 IR 87\\ISO 2022 IR 159", "\33$B;3\33$(D0!\33(B", "山丂"},
+      {"\\ISO 2022 IR 149", "Hong^Gildong=\33$)C\373\363^\33$)C\321\316\324\327=\33$)C\310\253^\33$)C\261\346\265\277",
+       "Hong^Gildong=洪^吉洞=홍^길동"},
+      {"\\ISO 2022 IR 58", "Zhang^XiaoDong=\33$)A\325\305^\33$)A\320\241\266\253=", "Zhang^XiaoDong=张^小东="},
+      {"\\ISO 2022 IR 58", "1\33$)A\265\332\322\273\320\320\r\n\33$)A\265\332\266\376\320\320 2", "1第一行\r\n第二行 2",
+       text},
+      // The initial set is there at the start; later it is called back, before delimiters too.
+      {"ISO 2022 IR 100\\ISO 2022 IR 126", "\344\33-F\304\33-A\374\33-F\304\33-A\\\344", "äΔüΔ\\ä", multi_value},
+      {"ISO 2022 IR 100\\ISO 2022 IR 87", "\344\33$B;3\33(B-\33-A\344\33$B;3\33(B\t\344", "ä山-ä山\tä", text},
+      {"\\ISO 2022 IR 100\\ISO 2022 IR 144", "\33-A\344^\33-L\320\33-A\344", "ä^аä"},
+      // Which characters are delimiters is a matter of the VR.
+      {"\\ISO 2022 IR 149", "\33$)C\310\253^\310\253\\\33$)C\310\253", "홍^홍\\홍", multi_value},
+      {"\\ISO 2022 IR 149", "\33$)C\310\253\\\310\253", "홍\\홍", text},
+  };
+  for (auto const& [terms, bytes, utf8, kind] : cases) {
+    SCOPED_TRACE(utf8);
+    auto set = Dicom_CharacterSet::Make(terms);
+    EXPECT_EQ(set->ToUtf8(bytes, kind), utf8);
+    std::string encoded = "rest";
+    EXPECT_TRUE(set->FromUtf8(utf8, kind, encoded));
+    EXPECT_EQ(encoded, bytes);
+  }
+}
+
+TEST(Dicom_CharacterSet, DecodesWhatOthersWriteWrong) {
+  Case const cases[] = {
+      {"", "J\303\251r\303\264me", "Jérôme"}, // UTF-8 and Latin-1 without a word
+      {"", "J\351r\364me", "Jérôme"},
+      {"ISO_IR 6", "J\351r\364me", "Jérôme"},
+      {"ISO_IR 13", "\216R\223c^\221\276\230Y=\224\\", "山田^太郎=能"}, // Shift-JIS; the last trail byte is 5C
+      {"ISO_IR 13", "\324\216", "ﾔ\uFFFD"},
+      {"\\ISO 2022 IR 149", "\310\253^\261\346\265\277", "홍^길동"},       // no escape
+      {"\\ISO 2022 IR 149", "\33$)C\310\253^\261\346\265\277", "홍^길동"}, // not repeated
+      {"ISO 2022 IR 149", "\33$)C\310\253", "홍"},
+      {"ISO_IR 100", "\33$)C\310\253", "홍"},                 // not among the terms
+      {"\\ISO 2022 IR 149", "\33$)C\201A", "갂"},             // not in KS X 1001
+      {"\\ISO 2022 IR 87", "\33$B|b66\33(B", "髙橋"},         // not in JIS X 0208
+      {"\\ISO 2022 IR 87", "\33$@;3\33(J^\33$(B;3", "山^山"}, // older escapes, none at the end
+      {"\\ISO 2022 IR 87", "\33$B;\n3\33(B", ";\n3"},         // half a character
+      {"\\ISO 2022 IR 87", "\33$B/!;3\33(B", "\uFFFD山"},     // one that doesn't exist
+      {"\\ISO 2022 IR 87", "a\351", "a\uFFFD"},
+      {"\\ISO 2022 IR 58", "\33$)A\252\241\325\305\325", "\uFFFD张\uFFFD"},
+      {"ISO_IR 126", "\304\256\304", "Δ®Δ"}, // AE isn't used: Latin-1
+      {"ISO_IR 192", "a\351\303\251", "a\uFFFDé"},
+      {"ISO_IR 192", "\33$B\303\251", "\33$Bé"}, // no escapes
+      {"GB18030", "\315\365\377a", "王\uFFFDa"},
+      {"ISO_IR 100", "\33X\351", "\33Xé"}, // unknown escape
+      {"ISO_IR 100", "\33", "\33"},
+  };
+  for (Case const& c : cases)
+    EXPECT_EQ(Dicom_CharacterSet::Make(c.terms)->ToUtf8(c.bytes, c.kind), c.utf8) << c.terms;
+}
+
+TEST(Dicom_CharacterSet, RefusesToEncodeWhatTheSetLacks) {
+  std::pair<char const*, std::vector<char const*>> const cases[] = {
+      {"", {"é"}},
+      {"ISO_IR 6", {"é"}},
+      {"ISO_IR 100", {"Ł", "é\33", "\33", "\303"}},
+      {"ISO_IR 100\\ISO 2022 IR 126", {"Ł"}},
+      {"GBK", {"𠀀"}},
+      {"GB18030", {"\U000E0041"}},
+      {"ISO_IR 13", {"山", "¥"}},
+      {"ISO_IR 192", {"\303"}},
+      {"\\ISO 2022 IR 87", {"ﾔ", "丂"}},
+      {"\\ISO 2022 IR 149", {"갂"}},
+  };
+  std::string bytes;
+  for (auto const& [terms, texts] : cases)
+    for (char const* utf8 : texts)
+      EXPECT_FALSE(Dicom_CharacterSet::Make(terms)->FromUtf8(utf8, text, bytes)) << terms << ' ' << utf8;
+}
+
+TEST(Dicom_CharacterSet, UnderstandsTermsInManySpellings) {
+  using namespace std::string_view_literals;
+  std::pair<char const*, std::vector<std::string_view>> const cases[] = {
+      {"", {"", " ", "\\", "FOO"}},
+      {"ISO_IR 6", {"ISO_IR 6"}},
+      {"ISO_IR 13", {"ISO_IR 13"}},
+      {"ISO_IR 100", {"ISO_IR 100 ", "ISO-IR 100", "ISO_IR_100", "ISO IR 100", "iso_ir 100", "ISO_IR 100\\ISO_IR 100"}},
+      {"ISO 2022 IR 100\\ISO 2022 IR 144", {"ISO 2022-IR 100\\ISO_IR 144"}},
+      {"\\ISO 2022 IR 87", {"\\ISO2022IR87", "FOO\\ISO_2022_IR 87\\BAR"}},
+      {"ISO 2022 IR 6\\ISO 2022 IR 149", {"ISO_IR 6\\ISO 2022 IR 149"}},
+      {"ISO 2022 IR 149", {"ISO_IR 149"}},
+      {"ISO_IR 192", {"ISO_IR 192\0"sv, "UTF-8", "utf8", "\\ISO_IR 192"}},
+      {"GB18030", {"gb18030"}},
+      {"GBK", {"ISO 2022 GBK"}},
+  };
+  for (auto const& [terms, values] : cases)
+    for (std::string_view value : values) {
+      auto set = Dicom_CharacterSet::Make(value);
+      EXPECT_EQ(set->Terms(), terms) << value;
+      EXPECT_EQ(set, Dicom_CharacterSet::Make(terms)) << value;
+      EXPECT_EQ(set->IsUtf8(), set->Terms() == "ISO_IR 192") << value;
+      EXPECT_EQ(set->IsAscii(), set->Terms() == "" || set->Terms() == "ISO_IR 6") << value;
+    }
+}
+
+std::string utf8_of(char32_t c) {
+  auto tail = [c](int shift) { return static_cast<char>(0x80 | ((c >> shift) & 0x3F)); };
+  if (c < 0x80) return {static_cast<char>(c)};
+  if (c < 0x800) return {static_cast<char>(0xC0 | c >> 6), tail(0)};
+  if (c < 0x10000) return {static_cast<char>(0xE0 | c >> 12), tail(6), tail(0)};
+  return {static_cast<char>(0xF0 | c >> 18), tail(12), tail(6), tail(0)};
+}
+
+// What a set takes it gives back, whatever stands around it; and it takes about what it should.
+TEST(Dicom_CharacterSet, GivesBackEveryCharacterThatItTakes) {
+  std::pair<char const*, int> const sets[] = {
+      {"ISO_IR 100", 96},
+      {"ISO_IR 101", 96},
+      {"ISO_IR 109", 89},
+      {"ISO_IR 110", 96},
+      {"ISO_IR 144", 96},
+      {"ISO_IR 127", 51},
+      {"ISO_IR 126", 93},
+      {"ISO_IR 138", 60},
+      {"ISO_IR 148", 96},
+      {"ISO_IR 203", 96},
+      {"ISO_IR 166", 88},
+      {"ISO_IR 13", 63},
+      {"GBK", 21000},
+      {"GB18030", 60000},
+      {"ISO_IR 192", 60000},
+      {"\\ISO 2022 IR 87", 6800},
+      {"\\ISO 2022 IR 159", 6000},
+      {"\\ISO 2022 IR 149", 8200},
+      {"\\ISO 2022 IR 58", 7400},
+      {"ISO_IR 13\\ISO 2022 IR 87\\ISO 2022 IR 159", 12000},
+      {"ISO 2022 IR 100\\ISO 2022 IR 58\\ISO 2022 IR 144\\ISO 2022 IR 87", 9000}};
+  for (auto const& [terms, at_least] : sets) {
+    auto set = Dicom_CharacterSet::Make(terms);
+    int taken = 0;
+    std::string bytes;
+    for (char32_t c = 0x80; c < 0x10200; ++c) {
+      if (c >= 0xD800 && c < 0xE000) continue;
+      std::string utf8 = utf8_of(c);
+      utf8 = "a" + utf8 + "^" + utf8 + utf8 + "z\\";
+      if (!set->FromUtf8(utf8, person_name, bytes)) continue;
+      ++taken;
+      ASSERT_EQ(set->ToUtf8(bytes, person_name), utf8) << terms << " U+" << std::hex << static_cast<unsigned>(c);
+    }
+    EXPECT_GE(taken, at_least) << terms;
+  }
+}
+
+// No bytes make it fail, and what comes out is UTF-8.
+TEST(Dicom_CharacterSet, DecodesAnything) {
+  std::string const pieces[] = {"\33$B", "\33$(D", "\33$)C", "\33)I", "\33(B", "\33-F", "\33",
+                                "^",     "\\",     "\r",     "\216",  "A",     "\377"};
+  for (char const* terms : {"", "ISO_IR 100", "ISO_IR 13", "\\ISO 2022 IR 87", "\\ISO 2022 IR 58\\ISO 2022 IR 126",
+                            "GBK", "GB18030", "ISO_IR 192"}) {
+    auto set = Dicom_CharacterSet::Make(terms);
+    uint32_t random = 1;
+    for (int i = 0; i < 3000; ++i) {
+      std::string bytes;
+      for (int n = 0; n < 12; ++n) {
+        random = random * 1664525 + 1013904223;
+        size_t pick = random >> 24;
+        bytes += pick < 128 ? pieces[pick % std::size(pieces)] : std::string(1, static_cast<char>(random >> 16));
+      }
+      for (auto kind : {person_name, multi_value, text})
+        ASSERT_TRUE(Dicom_IsValidUtf8(set->ToUtf8(bytes, kind))) << terms;
+    }
+  }
+}
+
+TEST(Dicom_CharacterSet, IsSharedBetweenThreads) {
+  auto set = Dicom_CharacterSet::Make("\\ISO 2022 IR 149");
+  auto work = [&] {
+    for (int i = 0; i < 500; ++i) {
+      EXPECT_EQ(set->ToUtf8("\33$)C\310\253", text), "홍");
+      EXPECT_EQ(Dicom_CharacterSet::Make("ISO_IR 101")->Terms(), "ISO_IR 101");
+    }
+  };
+  std::thread other(work);
+  work();
+  other.join();
+}
+
+TEST(Dicom_CharacterSet, KnowsValidUtf8) {
+  for (std::string_view good :
+       {"", "a", "\x7F", "é", "€", "😀", "12345678", "1234567é", "\xED\x9F\xBF", "\xF4\x8F\xBF\xBF"})
+    EXPECT_TRUE(Dicom_IsValidUtf8(good)) << good;
+  for (std::string_view bad :
+       {"\x80", "\xC3", "\xC3(", "\xC0\xAF", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF",
+        "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE2\x82", "\xF0\x9F\x98", "12345678\xFF", "1234567\xC3"})
+    EXPECT_FALSE(Dicom_IsValidUtf8(bad)) << bad;
+}
+
+TEST(Dicom_CharacterSet, KnowsPlainAsciiAtEveryPlace) {
+  for (char bad : {'\x1B', '\x80', '\xFF'})
+    for (size_t size = 0; size < 20; ++size) {
+      std::string plain(size, '\x1A');
+      EXPECT_TRUE(Dicom_IsPlainAscii(plain));
+      for (size_t i = 0; i < size; ++i) {
+        std::string other = plain;
+        other[i] = bad;
+        EXPECT_FALSE(Dicom_IsPlainAscii(other)) << i << " of " << size;
+      }
+    }
+  EXPECT_TRUE(Dicom_IsPlainAscii(std::string(16, '\x1C') + std::string(16, '\0')));
+}
+
+} // namespace

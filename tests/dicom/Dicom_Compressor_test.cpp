@@ -1,0 +1,169 @@
+#include "support/LogCapture.h"
+#include "support/TempDirectory.h"
+#include "support/TestImage.h"
+
+#include <cstdlib>
+#include <dicom/Dicom_Compressor.h>
+#include <dicom/Util_File.h>
+#include <memory>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::string DumpOf(IOD_Msg const& msg) {
+  std::string bytes(msg.GetDumpLen(), '\0');
+  msg.Dump(bytes.data(), unsigned(bytes.size()));
+  return bytes;
+}
+
+// What DCMTK decodes the file to; empty when it can't.
+std::string DecodedByDcmtk(TempDirectory const& directory, Util_File& file) {
+  file.Write((directory / "c.dcm").c_str(), nullptr);
+  std::string const command = "dcmdjpls '" + (directory / "c.dcm") + "' '" + (directory / "n.dcm") + "'";
+  if (std::system(command.c_str()) != 0) return {};
+  Util_File native;
+  native.GetFile((directory / "n.dcm").c_str(), 0, nullptr);
+  return PixelsOf(*std::unique_ptr<IOD_Msg>(native));
+}
+
+struct {
+  TestImage image;
+  bool noise;
+} const s_kinds[] = {
+    {{}, false},
+    {{}, true}, // something above the bits stored
+    {{.bits_stored = 8}, false},
+    {{.bits_allocated = 8, .bits_stored = 2}, false},
+    {{.rows = 5, .columns = 3, .bits_allocated = 8, .bits_stored = 7, .frames = 3}, false}, // odd
+    {{.rows = 1, .columns = 1}, true},
+    {{.rows = 300, .columns = 1, .frames = 40}, false},
+    {{.samples = 3, .bits_allocated = 8, .bits_stored = 8, .frames = 2}, false},
+    {{.rows = 7, .columns = 7, .samples = 3, .bits_allocated = 8, .bits_stored = 8, .by_plane = true}, true},
+    {{.samples = 3, .bits_stored = 16, .by_plane = true, .frames = 2}, false},
+    {{.samples = 3, .bits_stored = 16}, true},
+    {{.rows = 512, .columns = 512, .bits_allocated = 8, .bits_stored = 8}, true}, // grows
+};
+
+TEST(Dicom_Compressor, GivesTheWholeObjectBack) {
+  TempDirectory const directory;
+  bool const dcmtk = std::system("dcmdjpls --version >/dev/null 2>&1") == 0;
+  for (auto const& kind : s_kinds) {
+    SCOPED_TRACE(&kind - s_kinds);
+    IOD_Msg msg = kind.image.Make(kind.image.MakePixels(kind.noise));
+    std::string const pixels = PixelsOf(msg), before = DumpOf(msg);
+    ASSERT_EQ(Dicom_Compressor().Compress(&msg, 0), 0);
+    int status = 0;
+    EXPECT_EQ(Dicom_Compressor().GetKolbaCompressionVersion(msg, nullptr), 1);
+    EXPECT_EQ(msg.GetPlanarConfiguration(), 0); // as the standard has it
+    Util_File file(msg, &status, Util_File::GetRecomendedCommpressedTxForSave(&msg), 2, nullptr);
+    ASSERT_EQ(status, 0);
+    if (dcmtk && !kind.image.by_plane) {
+      EXPECT_TRUE(DecodedByDcmtk(directory, file) == pixels);
+    }
+    Util_File again;
+    again.GetBytes(file.Bytes());
+    std::unique_ptr<IOD_Msg> const back(again);
+    EXPECT_EQ(back->GetEncapsulatedSyntax().GetText(), "1.2.840.10008.1.2.4.80");
+    ASSERT_EQ(Dicom_Compressor().Decompress(back.get()), 0);
+    EXPECT_TRUE(DumpOf(*back) == before);
+  }
+  if (!dcmtk) GTEST_SKIP() << "dcmdjpls isn't installed: nobody else decoded these";
+}
+
+void ExpectLeftAlone(IOD_Msg msg, char const* why) {
+  std::string const before = DumpOf(msg);
+  LogCapture log;
+  EXPECT_EQ(Dicom_Compressor().Compress(&msg, 1), -1);
+  EXPECT_EQ(Dicom_Compressor().Compress(&msg, 0), 0);
+  EXPECT_TRUE(DumpOf(msg) == before) << why;
+  EXPECT_EQ(log.Count(6, why), 1) << why;
+}
+
+TEST(Dicom_Compressor, LeavesAloneWhatItCannotBringBack) {
+  IOD_Msg const good = TestImage().Make();
+  struct Case {
+    char const* why;
+    uint16_t element, number;
+  };
+  Case const cases[] = {{"no rows", 0x0010, 0},    {"neither 8 nor 16", 0x0100, 1}, {"neither 1 nor 3", 0x0002, 4},
+                        {"length", 0x0010, 65535}, {"length", 0x0008, 65535},       {"no frames", 0x0008, 0}};
+  for (Case const& c : cases) {
+    IOD_Msg msg = good;
+    msg.Set(Dicom_Tag(0x0028, c.element), Dicom_US(c.number));
+    ExpectLeftAlone(msg, c.why);
+  }
+  ExpectLeftAlone(TestImage{.rows = 3, .columns = 3, .bits_allocated = 8}.Make("123456789x"), "behind its pixels");
+  IOD_Msg msg = good;
+  msg.Set(kPixelData, Dicom_UN("", 0, 1, nullptr));
+  ExpectLeftAlone(msg, "neither OB");
+  msg.Remove(kPixelData);
+  msg.Set(Dicom_Tag(0x7FE0, uint16_t(0x0008)), Dicom_OF("abcd", 4, 1, nullptr));
+  ExpectLeftAlone(msg, "floating");
+  msg = TestImage{.samples = 3}.Make();
+  msg.SetPhotometricInterpretation(Dicom_CS("YBR_FULL_422"));
+  ExpectLeftAlone(msg, "subsampled");
+}
+
+TEST(Dicom_Compressor, DecodesHoweverFramesAreCut) {
+  TestImage const image{.frames = 3};
+  std::string const pixels = image.MakePixels();
+  std::string streams[3]; // one frame each
+  for (size_t i = 0; i < 3; ++i) {
+    IOD_Msg one = TestImage().Make(pixels.substr(i * image.Length() / 3, image.Length() / 3));
+    ASSERT_EQ(Dicom_Compressor().Compress(&one, 0), 0);
+    streams[i] = PixelsOf(one).substr(20);
+  }
+  auto const halves = [](std::string const& s) { return Item(s.substr(0, 100)) + Item(s.substr(100)); };
+  std::string const first = halves(streams[0]), second = Item(streams[1]);
+  std::string const whole = Item(streams[0]) + second + Item(streams[2]);
+  std::string const cut = first + second + halves(streams[2]);
+  std::string const table = Little32(0) + Little32(first.size()) + Little32(first.size() + second.size());
+  std::string const wrong = Little32(0) + Little32(first.size() + 2) + Little32(cut.size() + 8);
+  IOD_Msg msg = image.Make({});
+  for (std::string const& items : {Item("") + whole, Item("") + cut, Item(table) + cut, Item(wrong) + cut}) {
+    SetItems(msg, items);
+    ASSERT_EQ(Dicom_Compressor().Decompress(&msg), 0);
+    EXPECT_TRUE(PixelsOf(msg) == pixels);
+  }
+}
+
+TEST(Dicom_Compressor, RefusesWhatIsDamaged) {
+  TestImage const image;
+  IOD_Msg msg = image.Make();
+  ASSERT_EQ(Dicom_Compressor().Compress(&msg, 0), 0);
+  std::string const good = PixelsOf(msg), stream = good.substr(20);
+  std::string lying = stream; // 65535 x 65535
+  lying.replace(7, 4, "\xFF\xFF\xFF\xFF");
+  struct Case {
+    std::string items;
+    char const* text;
+    char const* syntax = "1.2.840.10008.1.2.4.80";
+  };
+  Case const cases[] = {
+      {good, "no codec for transfer syntax 1.2.840.10008.1.2.4.90", "1.2.840.10008.1.2.4.90"},
+      {"", "told apart"},
+      {Item(""), "told apart"},
+      {Item("") + Item(stream).substr(0, 60), "told apart"},
+      {Item("") + Item(""), "frame 1"},
+      {Item("") + Item(stream.substr(0, 100)), "frame 1: its end is missing"}, // takes seconds to decode
+      {Item("") + Item(stream.substr(0, 100) + "\xFF\xD9"), "frame 1"},
+      {Item("") + Item(lying), "65535 rows"},
+  };
+  for (Case const& c : cases) {
+    SetItems(msg, c.items, c.syntax);
+    LogCapture log;
+    EXPECT_EQ(Dicom_Compressor().Decompress(&msg), -1) << c.text;
+    EXPECT_EQ(log.Count(3, c.text), 1) << c.text;
+    EXPECT_TRUE(PixelsOf(msg) == c.items);
+  }
+  for (size_t i = 0; i < good.size(); ++i) { // any answer will do, as long as it keeps to the size
+    std::string bent = good;
+    bent[i] = char(bent[i] ^ 0x5A);
+    SetItems(msg, bent);
+    if (Dicom_Compressor().Decompress(&msg) == -1) continue;
+    EXPECT_EQ(PixelsOf(msg).size(), image.Length());
+  }
+}
+
+} // namespace

@@ -1,0 +1,110 @@
+#include <dicom/Dicom_DataDictionary.h>
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Dicom_VR, AnswersFromTheTwoLetters) {
+  std::string const known = "AE AS AT CS DA DS DT FD FL IS LO LT OB OD OF OL OV OW PN SH SL SQ SS ST SV TM UC UI UL "
+                            "UN UR US UT UV";
+  struct Case {
+    bool (*holds)(Dicom_VR);
+    std::string for_these;
+  };
+  Case const cases[] = {
+      {Dicom_IsKnownVR, known},
+      {Dicom_HasLongLength, "OB OD OF OL OV OW SQ SV UC UN UR UT UV ZZ"},
+      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 2; }, "AT OW SS US"},
+      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 4; }, "FL OF OL SL UL"},
+      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 8; }, "FD OD OV SV UV"},
+      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 0; }, ""},
+      {Dicom_IsText, "AE AS CS DA DS DT IS LO LT PN SH ST TM UC UI UR UT"},
+      {Dicom_IsCharsetText, "LO LT PN SH ST UC UT"},
+      {Dicom_IsMultiValueText, "AE AS CS DA DS DT IS LO PN SH TM UC UI"},
+      {[](Dicom_VR vr) { return Dicom_PadChar(vr) == ' '; }, "AE AS CS DA DS DT IS LO LT PN SH ST TM UC UR UT"},
+  };
+  std::string const all = known + " ZZ Zz zz ?? lt xs ox px @A [[ " + std::string(2, '\0');
+  for (size_t i = 0; i < all.size(); i += 3) {
+    char name[3];
+    auto vr = static_cast<Dicom_VR>(all[i] | all[i + 1] << 8);
+    Dicom_VRName(vr, name);
+    for (Case const& c : cases)
+      EXPECT_EQ(c.holds(vr), c.for_these.find(name) != std::string::npos) << name << " of " << c.for_these;
+  }
+}
+
+TEST(Dicom_DataDictionary, FindsVRAndKeyword) {
+  struct Case {
+    uint16_t group, element;
+    Dicom_VR vr;
+    char const* keyword; // null: no entry
+  };
+  Case const cases[] = {
+      {0x0000, 0x0000, Dicom_VR::UL, "CommandGroupLength"}, // the first
+      {0xFFFE, 0xE0DD, Dicom_VR::None, "SequenceDelimitationItem"},
+      {0x0010, 0x0010, Dicom_VR::PN, "PatientName"},
+      {0x0004, 0x1400, Dicom_VR::UL, "OffsetOfTheNextDirectoryRecord"}, // "up"
+      {0x0028, 0x0106, Dicom_VR::xs, "SmallestImagePixelValue"},
+      {0x0028, 0x3006, Dicom_VR::lt, "LUTData"},
+      {0x5400, 0x1010, Dicom_VR::ox, "WaveformData"},
+      {0x7FE0, 0x0010, Dicom_VR::px, "PixelData"},
+      {0x0008, 0x0001, Dicom_VR::UL, "LengthToEnd"}, // retired
+      {0x6000, 0x3000, Dicom_VR::ox, "OverlayData"},
+      {0x60FE, 0x0010, Dicom_VR::US, "OverlayRows"},
+      {0x6100, 0x0010, Dicom_VR::UN, nullptr}, // above the repeating group
+      {0x5002, 0x0005, Dicom_VR::US, "CurveDimensions"},
+      {0x7F10, 0x0010, Dicom_VR::ox, "VariablePixelData"},
+      {0x0020, 0x3100, Dicom_VR::CS, "SourceImageIDs"},
+      {0x0020, 0x31FE, Dicom_VR::CS, "SourceImageIDs"},
+      {0x0020, 0x3200, Dicom_VR::UN, nullptr},
+      {0x0014, 0x3050, Dicom_VR::ox, "DarkCurrentCounts"}, // of another industry
+      {0x0008, 0x0000, Dicom_VR::UL, nullptr},             // group length
+      {0x0029, 0x0000, Dicom_VR::UL, nullptr},
+      {0x0029, 0x000F, Dicom_VR::UN, nullptr}, // creators are 10 to FF
+      {0x0029, 0x0010, Dicom_VR::LO, nullptr},
+      {0x0029, 0x00FF, Dicom_VR::LO, nullptr},
+      {0x0029, 0x1010, Dicom_VR::UN, nullptr},
+      {0x6001, 0x0010, Dicom_VR::LO, nullptr}, // private, not an overlay
+      {0x0008, 0x0003, Dicom_VR::UN, nullptr},
+  };
+  for (auto [group, element, vr, keyword] : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << group << ',' << element);
+    EXPECT_EQ(Dicom_DataDictionary::VROf(group, element), vr);
+    auto const* entry = Dicom_DataDictionary::Find(group, element);
+    ASSERT_EQ(entry != nullptr, keyword != nullptr);
+    if (!entry) continue;
+    EXPECT_STREQ(entry->keyword, keyword);
+    EXPECT_EQ(Dicom_DataDictionary::FindKeyword(keyword), entry);
+  }
+}
+
+TEST(Dicom_DataDictionary, FindsEveryKeywordInItsOwnSpellingOnly) {
+  int found = 0;
+  for (uint32_t tag = 0; tag <= 0x0088'FFFF; ++tag) {
+    auto const* entry = Dicom_DataDictionary::Find(static_cast<uint16_t>(tag >> 16), static_cast<uint16_t>(tag));
+    if (!entry) continue;
+    ++found;
+    ASSERT_EQ(Dicom_DataDictionary::FindKeyword(entry->keyword), entry) << entry->keyword;
+  }
+  EXPECT_GT(found, 3500);
+  for (char const* unknown : {"", "patientname", "PatientNam", "PatientNames", "RETIRED_LengthToEnd", "zz", "AA"})
+    EXPECT_EQ(Dicom_DataDictionary::FindKeyword(unknown), nullptr) << unknown;
+}
+
+TEST(Dicom_DataDictionary, KnowsTheNumberOfValues) {
+  struct Case {
+    char const* keyword;
+    int min, max;
+  };
+  for (Case c : {Case{"PatientName", 1, 1}, Case{"ImageType", 2, 0}, Case{"ReferencedFileID", 1, 8},
+                 Case{"ImagePositionPatient", 3, 3}, Case{"OtherPatientIDs", 1, 0}}) {
+    auto const* entry = Dicom_DataDictionary::FindKeyword(c.keyword);
+    ASSERT_TRUE(entry) << c.keyword;
+    EXPECT_EQ(entry->vm_min, c.min) << c.keyword;
+    EXPECT_EQ(entry->vm_max, c.max) << c.keyword;
+  }
+}
+
+} // namespace

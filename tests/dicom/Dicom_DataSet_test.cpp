@@ -1,0 +1,592 @@
+#include "support/DataSetBytes.h"
+#include "support/DataSetProperty.h"
+#include "support/LogCapture.h"
+#include "support/TempDirectory.h"
+
+#include <dicom/Util_TransferSyntax.h>
+
+#include <chrono>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::string_literals;
+
+struct Syntax {
+  Dicom_UI const& uid;
+  DataSetBytes bytes;
+};
+Syntax const kSyntaxes[] = {{Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, {true, false}},
+                            {Dicom_UIDic::IMPLICIT_VR_LITTLE_ENDIAN, {false, false}},
+                            {Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN, {true, true}}};
+DataSetBytes const &kExplicit = kSyntaxes[0].bytes, &kImplicit = kSyntaxes[1].bytes, &kBig = kSyntaxes[2].bytes;
+
+std::string File(Syntax const& syntax, std::string const& data_set) {
+  return DataSetBytes::File(syntax.uid.GetText(), data_set);
+}
+
+std::unique_ptr<IOD_Msg> Read(std::string const& data_set, Syntax const& syntax = kSyntaxes[0]) {
+  return DataSetProperty::Read(File(syntax, data_set));
+}
+
+std::string Dumped(Dicom_Msg const& msg, Syntax const& syntax = kSyntaxes[0]) {
+  std::string bytes;
+  return DataSetProperty::Dump(msg, syntax.uid, &bytes) ? bytes : "no dump";
+}
+
+std::string ErrorOf(std::string const& file) {
+  Util_File in;
+  in.GetBytes(file);
+  std::unique_ptr<IOD_Msg> const msg(in);
+  return msg ? "none" : in.GetError();
+}
+
+Dicom_Msg MessageOfAllVRs() {
+  Dicom_Sequence items;
+  items.Append(new Dicom_Msg, true);
+  items.Get(0)->Set(Dicom_Tag(0x0010, 0x0020), Dicom_LO("Ä"));
+  items.Append(new Dicom_Msg, true);
+  std::string const bytes = "\x01\x02\x03\x04\x05\x06\x07\x08";
+  auto const word_value = [&bytes]<class V>(V, int length) {
+    return std::make_unique<V>(bytes.data(), length, 1, nullptr);
+  };
+  std::pair<std::uint32_t, std::unique_ptr<Dicom_Type>> const elements[] = {
+      {0x7FE00010, word_value(OW_NULL, 4)},
+      {0x00080005, Dicom_CS("ISO_IR 100").Clone()},
+      {0x00080008, Dicom_CS("ORIGINAL\\PRIMARY").Clone()},
+      {0x00080018, Dicom_UI("1.2.3").Clone()},
+      {0x00080020, Dicom_DA("20240229").Clone()},
+      {0x0008002A, Dicom_DT("20240229102030-0500").Clone()},
+      {0x00080030, Dicom_TM("102030.5").Clone()},
+      {0x00080050, Dicom_SH("ACC").Clone()},
+      {0x00080054, Dicom_AE("STORE").Clone()},
+      {0x00080081, Dicom_ST("A\\B").Clone()},
+      {0x00080119, Dicom_UC("LONG").Clone()},
+      {0x00080120, Dicom_UR("urn:x").Clone()},
+      {0x00081030, Dicom_LO("Köpfe").Clone()},
+      {0x00081115, Dicom_SQ(&items, 1).Clone()},
+      {0x00081163, Dicom_FD(1.5).Clone()},
+      {0x00089459, Dicom_FL(-1.5F).Clone()},
+      {0x00090010, Dicom_LO("OURS").Clone()},
+      {0x00091001, word_value(UN_NULL, 4)},
+      {0x00100010, Dicom_PN("Buc^Jérôme").Clone()},
+      {0x00101010, Dicom_AS("042Y").Clone()},
+      {0x00104000, Dicom_LT("one\r\ntwo").Clone()},
+      {0x00142210, word_value(OB_NULL, 2)},
+      {0x00181638, word_value(OF_NULL, 4)},
+      {0x00186020, Dicom_SL(-2).Clone()},
+      {0x00186050, Dicom_UL(0x04030201).Clone()},
+      {0x00189219, Dicom_SS(-2).Clone()},
+      {0x00200013, Dicom_IS(-12).Clone()},
+      {0x00200032, Dicom_DS("1.5\\-2e3\\0").Clone()},
+      {0x00209165, Dicom_AT(0x00200013).Clone()},
+      {0x00280010, Dicom_US(std::vector<std::uint16_t>{512, 1}).Clone()},
+      {0x0040A160, Dicom_UT("A\\B").Clone()},
+      {0x00660022, word_value(OD_NULL, 8)},
+      {0x00660040, word_value(OL_NULL, 4)},
+      {0x00720081, word_value(OV_NULL, 8)},
+      {0x00720082, Dicom_SV(-2).Clone()},
+      {0x00720083, Dicom_UV(0x8000000000000001).Clone()},
+      {0x00880140, UI_NULL.Clone()},
+      {0x00880906, ST_NULL.Clone()},
+  };
+  Dicom_Msg msg;
+  for (auto const& [tag, value] : elements)
+    EXPECT_EQ(msg.Set(Dicom_Tag(tag), value.get()), 0);
+  return msg;
+}
+
+TEST(DataSet, DumpsOfAllVRsAreExact) {
+  Dicom_Msg const msg = MessageOfAllVRs();
+  for (Syntax const& syntax : kSyntaxes) {
+    SCOPED_TRACE(syntax.uid.GetText());
+    EXPECT_EQ(Dumped(msg, syntax), syntax.bytes.AllVRs());
+    std::unique_ptr<IOD_Msg> const read = Read(syntax.bytes.AllVRs(), syntax);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(DataSetProperty::Difference(msg, *read, false), "");
+    for (Syntax const& other : kSyntaxes)
+      EXPECT_EQ(Dumped(*read, other), other.bytes.AllVRs());
+    Dicom_Msg typed; // copies of elements are values, not slices
+    EXPECT_EQ(typed.Update(*read, true, false), 0);
+    for (Syntax const& other : kSyntaxes)
+      EXPECT_EQ(Dumped(typed, other), other.bytes.AllVRs());
+  }
+  std::string bytes(msg.GetDumpLen() + 2, '#');
+  EXPECT_EQ(msg.Dump(bytes.data(), unsigned(bytes.size() - 2) - 1), -1);
+  EXPECT_EQ(msg.Dump(bytes.data(), unsigned(bytes.size())), -1);
+  EXPECT_EQ(bytes.substr(bytes.size() - 2), "##");
+}
+
+/// What writers do besides, and how it comes out in the native syntax when something else is changed.
+TEST(DataSet, OddFormsAreRead) {
+  auto const id = [](DataSetBytes const& form, char const* text) { return form.Text(0x00100020, "LO", text); };
+  std::string const name = kExplicit.Text(0x00100010, "PN", "A"), un_content = kImplicit.OpenItem(id(kImplicit, "1"));
+  std::string const fragments =
+      kExplicit.Item("") + kExplicit.Item("\xFF\xD8\xFF") + kExplicit.Item("\xFE\xFF\x0D\xE0");
+  struct {
+    char const* what;
+    std::string bytes, native;
+    Syntax const& syntax = kSyntaxes[0];
+  } const cases[] = {
+      {"undefined lengths", kBig.OpenSequence(0x00081115, kBig.OpenItem(id(kBig, "1")) + kBig.Item("")),
+       kExplicit.Sequence(0x00081115, kExplicit.Item(id(kExplicit, "1")) + kExplicit.Item("")), kSyntaxes[2]},
+      {"a sequence that nobody knows", kImplicit.OpenSequence(0x00091001, kImplicit.Item(id(kImplicit, "1"))),
+       kExplicit.Sequence(0x00091001, kExplicit.Item(id(kExplicit, "1"))), kSyntaxes[1]},
+      {"items of unknown VR", kExplicit.OpenSequence(0x00091001, un_content, "UN"),
+       kExplicit.OpenSequence(0x00091001, un_content, "UN")},
+      {"the same in big endian",
+       kBig.Claiming(0x00091001, "UN", DataSetBytes::undefined, un_content) + kImplicit.SequenceEnd(),
+       kExplicit.OpenSequence(0x00091001, un_content, "UN"), kSyntaxes[2]},
+      {"fragments", kExplicit.OpenSequence(0x7FE00010, fragments, "OB"),
+       kExplicit.OpenSequence(0x7FE00010, fragments, "OB")},
+      {"odd lengths", kExplicit.Element(0x00100020, "LO", "A") + kExplicit.Element(0x00280010, "US", "\1\2\3"),
+       id(kExplicit, "A") + kExplicit.Element(0x00280010, "US", "\1\2\3\0"s)},
+      {"odd numbers in big endian", kBig.Element(0x00280010, "US", "\2\1\3"),
+       kExplicit.Element(0x00280010, "US", "\1\2\0\3"s), kSyntaxes[2]},
+      {"group lengths", kExplicit.Element(0x00100000, "UL", "\x0A\0\0\0"s) + name, name},
+      {"out of order", id(kExplicit, "1") + name, name + id(kExplicit, "1")},
+      {"twice", id(kExplicit, "1") + name + id(kExplicit, "2"), name + id(kExplicit, "1")},
+      {"the character set at the end",
+       kExplicit.Text(0x00100010, "PN", "\xBB") + kExplicit.Text(0x00080005, "CS", "ISO_IR 144"),
+       kExplicit.Text(0x00080005, "CS", "ISO_IR 144") + kExplicit.Text(0x00100010, "PN", "\xBB")},
+      {"padding of the file", name + std::string(1001, '\0'), name},
+      {"VRs of tomorrow", kExplicit.Element(0x00091001, "ZZ", "1234"), kExplicit.Element(0x00091001, "ZZ", "1234")},
+      {"VRs of nowhere", kExplicit.Element(0x00091001, "\1\1", "12"), kExplicit.Element(0x00091001, "\1\1", "12")},
+      {"a known number as UN, in big endian", kBig.Element(0x00280010, "UN", "\0\2"s),
+       kExplicit.Element(0x00280010, "UN", "\0\2"s), kSyntaxes[2]},
+      {"stray delimiters",
+       kExplicit.ItemEnd() + kExplicit.Sequence(0x00081115, kExplicit.Item("") + kExplicit.SequenceEnd() +
+                                                                kExplicit.Item(kExplicit.ItemEnd() + name)),
+       kExplicit.Sequence(0x00081115, kExplicit.Item("") + kExplicit.Item(name))},
+      {"delimiters with lengths",
+       kBig.Claiming(0x00081115, "SQ", DataSetBytes::undefined) +
+           kBig.Claiming(0xFFFEE000, "", DataSetBytes::undefined) +
+           kBig.Claiming(0xFFFEE00D, "", DataSetBytes::undefined) + kBig.Item(id(kBig, "1")) +
+           kBig.Claiming(0xFFFEE0DD, "", 7),
+       kExplicit.Sequence(0x00081115, kExplicit.Item("") + kExplicit.Item(id(kExplicit, "1"))), kSyntaxes[2]},
+      {"an item that claims more than its sequence has",
+       kExplicit.Sequence(0x00081115, kExplicit.Claiming(0xFFFEE000, "", 248, name)) + id(kExplicit, "1"),
+       kExplicit.Sequence(0x00081115, kExplicit.Item(name)) + id(kExplicit, "1")},
+      {"signed pixels",
+       kImplicit.Element(0x00280103, "US", "\1\0"s) + kImplicit.Element(0x00280106, "SS", "\1\2") +
+           kImplicit.Sequence(0x00283000, kImplicit.Item(kImplicit.Element(0x00283002, "SS", "123456"))),
+       kExplicit.Element(0x00280103, "US", "\1\0"s) + kExplicit.Element(0x00280106, "SS", "\1\2") +
+           kExplicit.Sequence(0x00283000, kExplicit.Item(kExplicit.Element(0x00283002, "SS", "123456"))),
+       kSyntaxes[1]},
+  };
+  for (auto const& [what, bytes, native, syntax] : cases) {
+    SCOPED_TRACE(what);
+    std::unique_ptr<IOD_Msg> const msg = Read(bytes, syntax);
+    ASSERT_NE(msg, nullptr);
+    msg->Set(Dicom_Tag(0xFFFC, 0xFFFC), Dicom_OB("1", 1, 1, nullptr)); // so that nothing is copied as a whole
+    msg->Remove(Dicom_Tag(0xFFFC, 0xFFFC));
+    EXPECT_EQ(Dumped(*msg), native);
+    EXPECT_EQ(DataSetProperty::Broken(File(syntax, bytes)), "");
+  }
+}
+
+TEST(DataSet, ValuesTooLongForTheirLengthFieldBecomeUnknown) {
+  Dicom_Msg msg;
+  std::string text(70000, 'x');
+  msg.Set(Dicom_Tag(0x0010, 0x0020), Dicom_LO(text));
+  msg.Set(Dicom_Tag(0x0028, 0x3006), Dicom_US(std::vector<std::uint16_t>(40000, 0x0102)));
+  for (Syntax const& syntax : kSyntaxes) {
+    std::unique_ptr<IOD_Msg> const read = Read(Dumped(msg, syntax), syntax);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->GetPatientID().GetText(), text);
+    EXPECT_EQ(Dumped(*read), Dumped(msg).replace(70000 + 12 + 4, 2, syntax.bytes.explicit_vr ? "UN" : "OW"));
+  }
+}
+
+TEST(DataSet, WhatNoReaderTakesIsNotWritten) {
+  auto const wrapped = [](Dicom_Msg const& inner) {
+    Dicom_Sequence sequence;
+    sequence.Append(inner.Clone(), true);
+    Dicom_Msg outer;
+    outer.Set(Dicom_Tag(0x0008, 0x1115), Dicom_SQ(&sequence, 1));
+    return outer;
+  };
+  for (bool const defined : {false, true}) {
+    Dicom_Msg const deep = wrapped(*Read(kExplicit.Nested(63, defined)));
+    EXPECT_EQ(DataSetProperty::Difference(deep, *Read(Dumped(deep)), false), "");
+    EXPECT_EQ(Dumped(wrapped(deep)), "no dump");
+  }
+  std::string const unknown = kExplicit.OpenSequence(0x00091001, kImplicit.Item(kImplicit.Nested(62, true)), "UN");
+  EXPECT_NE(Dumped(wrapped(*Read(unknown))), "no dump");
+  EXPECT_EQ(Dumped(wrapped(wrapped(*Read(unknown)))), "no dump");
+  std::string const item = kExplicit.Item("");
+  struct {
+    std::string bytes;
+    bool explicit_little, implicit_little, explicit_big;
+  } const cases[] = {
+      {kExplicit.OpenSequence(0x7FE00010, item, "OB"), true, true, false},
+      {kExplicit.OpenSequence(0x00091001, item, "OB"), true, false, false},
+      {kExplicit.Element(0x00081115, "LO", "no sequence "), true, false, true},
+      {kExplicit.Element(0x00081115, "UN", kImplicit.Item("")), true, true, true},
+      {kExplicit.Sequence(0x7FE00010, item), true, false, true},
+  };
+  for (auto const& [bytes, in_explicit, in_implicit, in_big] : cases) {
+    std::unique_ptr<IOD_Msg> const msg = Read(bytes);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(Dumped(*msg, kSyntaxes[0]) != "no dump", in_explicit);
+    EXPECT_EQ(Dumped(*msg, kSyntaxes[1]) != "no dump", in_implicit);
+    EXPECT_EQ(Dumped(*msg, kSyntaxes[2]) != "no dump", in_big);
+    int status = 0;
+    std::string text;
+    Util_File const file(*msg, &status, Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN, 2, &text);
+    bool const keeps_its_syntax = msg->GetEncapsulatedSyntax() != UI_NULL;
+    EXPECT_EQ(status == 0, in_big || keeps_its_syntax) << text;
+  }
+}
+
+TEST(DataSet, FaultsAreRefusedAndNamed) {
+  std::uint32_t const all = DataSetBytes::undefined;
+  auto const file = [](std::string const& data_set) { return File(kSyntaxes[0], data_set); };
+  struct {
+    std::string file, error;
+  } const cases[] = {
+      {file(kExplicit.Claiming(0x00100020, "LO", 9, "12")), "(0010,0020) at offset 8 claims 9 bytes, but 2 are left"},
+      {file(kExplicit.Claiming(0x00420011, "OB", 0xFFFFFFFE, "12")), "claims 4294967294 bytes, but 2 are left"},
+      {file(kExplicit.Claiming(0x00420011, "UT", all, "12")), "an undefined length where the VR allows none"},
+      {file(kExplicit.Claiming(0x00081115, "SQ", all)), "a sequence ends inside an item's header"},
+      {file(kExplicit.Claiming(0x00081115, "SQ", all) + kExplicit.Claiming(0xFFFEE000, "", all)),
+       "ends inside an element's header"},
+      {file(kExplicit.Claiming(0x00081115, "SQ", all) + kExplicit.Claiming(0xFFFEE000, "", 99) +
+            kExplicit.SequenceEnd()),
+       "(fffe,e000) at offset 20 claims 99 bytes"},
+      {file(kExplicit.Sequence(0x00081115, kExplicit.Text(0x00100020, "LO", "1"))),
+       "no item where one is due, but (0010,0020)"},
+      {file(kExplicit.Item("")), "an item or delimiter among elements, (fffe,e000)"},
+      {file(kExplicit.SequenceEnd()), "an item or delimiter among elements, (fffe,e0dd)"},
+      {file(kExplicit.Claiming(0x7FE00010, "OB", all) + kExplicit.Item("1234")),
+       "fragments that don't end in a delimiter"},
+      {file(kExplicit.Claiming(0x7FE00010, "OB", all) + kExplicit.OpenItem("")),
+       "fragments that don't end in a delimiter"},
+      {File(kSyntaxes[2], kBig.OpenSequence(0x7FE00010, kBig.Item("12"), "OB")), "fragments in a big endian data set"},
+      {file("\x08\0\x60"s), "a data set ends inside an element's header"},
+      {file(kExplicit.Nested(65, true)), "nesting too deep"},
+      {file(kExplicit.Nested(65, false)), "nesting too deep"},
+      {file(kExplicit.Nested(100000, true)), "nesting too deep"},
+      {file(kExplicit.Nested(100000, false)), "nesting too deep"},
+      {File(kSyntaxes[1], kImplicit.Nested(1000, false)), "nesting too deep"},
+      {file(kExplicit.OpenSequence(0x00091001, kImplicit.Item(kImplicit.Nested(64, true)), "UN")), "nesting too deep"},
+      {DataSetBytes::File("1.2.3", ""), "unknown transfer syntax 1.2.3"},
+      {DataSetBytes::File("", ""), "no data set follows"},
+      {std::string(128, '\0') + "DICM" + kExplicit.Claiming(0x00020010, "UI", 20, "1.2"),
+       "the file meta information is cut short"},
+      {"", "not a DICOM file"},
+      {"Dear reader, this is text.", "not a DICOM file"},
+      {std::string(1 << 20, '\0'), "not a DICOM file"},
+      {DataSetBytes::File("1.2.840.10008.1.2.1.99", "not deflated"), "damaged or cut short"},
+  };
+  for (auto const& [bytes, error] : cases)
+    EXPECT_NE(ErrorOf(bytes).find(error), std::string::npos) << error << "\n" << ErrorOf(bytes);
+  for (int const depth : {63, 64}) {
+    EXPECT_EQ(ErrorOf(file(kExplicit.Nested(depth, true))), "none");
+    EXPECT_EQ(ErrorOf(File(kSyntaxes[1], kImplicit.Nested(depth, false))), "none");
+  }
+}
+
+std::string RichDataSet(DataSetBytes const& form) {
+  std::string const inner = form.Text(0x00100020, "LO", "ID");
+  std::string text = form.Element(0x00080000, "UL", form.Units("\x0A\0\0\0"s, 4)) + form.AllVRs();
+  text.resize(text.size() - (form.explicit_vr ? 16 : 12)); // without Pixel Data
+  text += form.OpenSequence(0x00880200, form.OpenItem(form.Nested(2, false, inner)) + form.Item(inner));
+  if (form.explicit_vr)
+    text += form.Claiming(0x7FE10010, "UN", DataSetBytes::undefined, kImplicit.OpenItem("")) + kImplicit.SequenceEnd();
+  if (!form.big_endian) text += form.OpenSequence(0x7FE00010, form.Item("") + form.Item("\xFF\xD8"), "OB");
+  return text + form.Element(0xFFFCFFFC, "OB", std::string(20, '\0'));
+}
+
+// An error or a reading that keeps the property, whatever byte is missing or wrong.
+TEST(DataSet, EveryCutAndFlipKeepsTheProperty) {
+  for (Syntax const& syntax : kSyntaxes) {
+    std::string const data_set = RichDataSet(syntax.bytes);
+    bool read = false;
+    ASSERT_EQ(DataSetProperty::Broken(File(syntax, data_set), &read), "");
+    ASSERT_TRUE(read);
+    int readings = 0;
+    for (std::size_t i = 0; i < data_set.size(); ++i) {
+      EXPECT_EQ(DataSetProperty::Broken(File(syntax, data_set.substr(0, i)), &read), "") << "cut at " << i;
+      readings += read;
+      for (char const bits : {'\xFF', '\x01', '\x80'}) {
+        std::string flipped = data_set;
+        flipped[i] = char(flipped[i] ^ bits);
+        EXPECT_EQ(DataSetProperty::Broken(File(syntax, flipped), &read), "") << "flip at " << i;
+        readings += read;
+      }
+    }
+    EXPECT_GT(readings, int(data_set.size()));
+  }
+  std::string const file = File(kSyntaxes[0], "");
+  for (std::size_t i = 0; i < file.size(); ++i)
+    EXPECT_NE(ErrorOf(file.substr(0, i)), "none");
+}
+
+TEST(DataSet, SeedsAndSamplesKeepTheProperty) {
+  int count = 0, read = 0;
+  for (std::string const& folder : {DISK_SOURCE_DIR "/fuzz/corpus/dataset"s, std::string(DISK_SAMPLES)}) {
+    if (folder.empty()) continue;
+    for (auto const& entry : std::filesystem::recursive_directory_iterator(folder)) {
+      if (!entry.is_regular_file()) continue;
+      std::ifstream file(entry.path(), std::ios::binary);
+      std::string const bytes{std::istreambuf_iterator<char>(file), {}};
+      bool is_read = false;
+      EXPECT_EQ(DataSetProperty::Broken(bytes, &is_read), "") << entry.path();
+      ++count;
+      read += is_read;
+    }
+  }
+  EXPECT_GT(count, 10);
+  if (std::string(DISK_SAMPLES).empty()) GTEST_SKIP() << "the samples: DISK_SAMPLES isn't set";
+  EXPECT_GT(read, count / 2);
+}
+
+// A megabyte takes no second, and no memory beyond a few times itself, however it is made.
+TEST(DataSet, NoMegabyteIsSlowOrLarge) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  double const slower = 10;
+#else
+  double const slower = 1;
+#endif
+  std::size_t const size = 1 << 20;
+  auto const repeated = [](std::size_t length, auto part) {
+    std::string text;
+    for (unsigned i = 0; text.size() < length; ++i)
+      text += part(i);
+    return text;
+  };
+  std::string const empty_item = kImplicit.OpenItem("");
+  std::pair<char const*, std::string> const cases[] = {
+      {"deep, wide at the bottom",
+       File(kSyntaxes[1],
+            kImplicit.Nested(
+                64, false, repeated(size, [](unsigned i) { return kImplicit.Element(0x7FDF1000 + i % 60000, ""); })))},
+      {"deep, of defined length",
+       File(kSyntaxes[0],
+            kExplicit.Nested(
+                64, true, repeated(size, [](unsigned i) { return kExplicit.Element(0x7FDF1000 + i % 60000, "LO"); })))},
+      {"items without end",
+       File(kSyntaxes[1], kImplicit.OpenSequence(0x00081115, repeated(size, [&](unsigned) { return empty_item; })))},
+      {"towers", File(kSyntaxes[1], repeated(size, [](unsigned) { return kImplicit.Nested(60, false); }))},
+      {"fragments",
+       File(kSyntaxes[0],
+            kExplicit.OpenSequence(0x7FE00010, repeated(size, [](unsigned) { return kExplicit.Item(""); }), "OB"))},
+      {"descending",
+       File(kSyntaxes[0], repeated(size, [](unsigned i) { return kExplicit.Element(0x7FDF1000 - i, "LO"); }))},
+      {"character sets",
+       File(kSyntaxes[0], kExplicit.OpenSequence(0x00081115, repeated(size,
+                                                                      [](unsigned i) {
+                                                                        return kExplicit.OpenItem(
+                                                                            kExplicit.Text(0x00080005, "CS",
+                                                                                           "ISO_IR " +
+                                                                                               std::to_string(i)) +
+                                                                            kExplicit.Text(0x00100010, "PN", "\xC4"));
+                                                                      })))},
+      {"zeros", File(kSyntaxes[0], kExplicit.Text(0x00080060, "CS", "CT") + std::string(size, '\0'))},
+      {"zeros and a one", File(kSyntaxes[0], std::string(size, '\0') + "1")},
+      {"one text", File(kSyntaxes[1], kImplicit.Element(0x00080005, "",
+                                                        repeated(size, [](unsigned) { return "ISO 2022 IR 87\\"s; })))},
+  };
+  rusage before{}, after{};
+  getrusage(RUSAGE_SELF, &before);
+  for (auto const& [what, file] : cases) {
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_EQ(DataSetProperty::Broken(file), "") << what; // some twenty readings and dumps
+    std::chrono::duration<double> const time = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(time.count(), 3 * slower) << what;
+  }
+  getrusage(RUSAGE_SELF, &after);
+  EXPECT_LT((after.ru_maxrss - before.ru_maxrss) / 1024, long(256 * slower));
+}
+
+std::string Deflated(std::string const& bytes, int window_bits, int times = 1) {
+  z_stream z{};
+  deflateInit2(&z, Z_BEST_SPEED, Z_DEFLATED, window_bits, 9, Z_DEFAULT_STRATEGY);
+  std::string out(bytes.size() + 2000000, '\0');
+  z.next_out = reinterpret_cast<Bytef*>(out.data());
+  z.avail_out = uInt(out.size());
+  for (int i = 1; i <= times; ++i) {
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+    z.avail_in = uInt(bytes.size());
+    EXPECT_EQ(deflate(&z, i < times ? Z_NO_FLUSH : Z_FINISH), i < times ? Z_OK : Z_STREAM_END);
+  }
+  out.resize(z.total_out);
+  deflateEnd(&z);
+  return out;
+}
+
+TEST(DataSet, DeflatedOnesAreRead) {
+  char const uid[] = "1.2.840.10008.1.2.1.99";
+  for (int const window_bits : {-15, 15}) {
+    std::string const file = DataSetBytes::File(uid, Deflated(kExplicit.AllVRs(), window_bits));
+    for (std::string const& padding : {""s, "\0"s}) {
+      std::unique_ptr<IOD_Msg> const msg = DataSetProperty::Read(file + padding);
+      ASSERT_NE(msg, nullptr);
+      EXPECT_EQ(Dumped(*msg), kExplicit.AllVRs());
+    }
+    EXPECT_NE(ErrorOf(file.substr(0, file.size() - 10)).find("damaged or cut short"), std::string::npos);
+  }
+  std::string const bomb = Deflated(std::string(1 << 20, '\0'), -15, 257);
+  EXPECT_NE(ErrorOf(DataSetBytes::File(uid, bomb)).find("larger than"), std::string::npos);
+  int status = 0;
+  Util_File const file(*Read(kExplicit.AllVRs()), &status, Dicom_UI(uid), 2, nullptr);
+  EXPECT_EQ(status, -1);
+}
+
+TEST(Util_File, StartsAreRecognised) {
+  std::string const data_set = kExplicit.AllVRs(), meta = kExplicit.Text(0x00020010, "UI", "1.2.840.10008.1.2.1");
+  std::string const other_meta = kExplicit.Text(0x00020002, "UI", "1.2.3"), prefix = std::string(128, 'x') + "DICM";
+  TempDirectory const directory;
+  std::pair<std::string, Syntax const&> const cases[] = {
+      {prefix + meta + data_set, kSyntaxes[0]},
+      {meta + data_set, kSyntaxes[0]},
+      {data_set, kSyntaxes[0]},
+      {kImplicit.AllVRs(), kSyntaxes[1]},
+      {kBig.AllVRs(), kSyntaxes[2]},
+      {prefix + data_set, kSyntaxes[0]},
+      {prefix + other_meta + kImplicit.AllVRs(), kSyntaxes[1]},
+      {prefix + other_meta + kImplicit.Element(0x00200020, "", "12345678"), kSyntaxes[1]},
+      {prefix + kExplicit.Text(0x00020010, "UI", "1.2.840.10008.1.2.2 ") + kBig.AllVRs(), kSyntaxes[2]},
+      {File(kSyntaxes[2], kBig.Text(0x02000010, "LO", "AB")), kSyntaxes[2]},
+  };
+  for (auto const& [bytes, syntax] : cases) {
+    std::string const path = directory.Write("file", bytes);
+    Util_File file;
+    EXPECT_EQ(file.GetFile(path.c_str(), 0, nullptr), 0);
+    EXPECT_EQ(file.GetTransferSyntax(), syntax.uid);
+    std::unique_ptr<IOD_Msg> const msg(file);
+    EXPECT_NE(msg, nullptr) << file.GetError();
+    int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    Util_TransferSyntax start;
+    EXPECT_EQ(start.GetDetails(fd), 0);
+    EXPECT_EQ(start.GetTransferSyntax(), syntax.uid);
+    unsigned const left = unsigned(bytes.size()) - unsigned(lseek(fd, 0, SEEK_CUR));
+    unsigned length = 0;
+    int error = -1;
+    Dicom_Msg const direct(fd, left, &length, Dicom_TransferSyntax(syntax.uid, nullptr), &error);
+    EXPECT_EQ(error, 0);
+    EXPECT_EQ(length, left);
+    EXPECT_EQ(DataSetProperty::Difference(direct, *msg, false), "");
+    close(fd);
+  }
+}
+
+TEST(Util_File, WhatIsNoFileIsRefused) {
+  TempDirectory const directory;
+  std::string const pipe = directory / "pipe", none = directory / "none";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::pair<std::string, int> const cases[] = {{directory.Path(), EISDIR}, {pipe, EINVAL}, {none, ENOENT}};
+  for (auto const& [path, code] : cases) {
+    Util_File file;
+    EXPECT_EQ(file.GetFile(path.c_str(), 0, nullptr), -1);
+    EXPECT_EQ(errno, code);
+    std::unique_ptr<IOD_Msg> const msg(file);
+    EXPECT_EQ(msg, nullptr);
+    EXPECT_NE(file.GetError(), "");
+  }
+  Util_File file;
+  EXPECT_EQ(file.GetBytes("no DICOM"), 0);
+  EXPECT_EQ(file.GetTransferSyntax(), UI_NULL);
+}
+
+TEST(Util_File, WritesWhatItReads) {
+  TempDirectory const directory;
+  Dicom_Msg msg = MessageOfAllVRs();
+  for (Syntax const& syntax : kSyntaxes) {
+    int status = -1;
+    Util_File out(msg, &status, syntax.uid, 2, nullptr);
+    ASSERT_EQ(status, 0);
+    ASSERT_EQ(out.Write((directory / "a").c_str(), nullptr), 0);
+    std::string const bytes = directory.Read("a");
+    EXPECT_EQ(bytes.substr(128, 4), "DICM");
+    EXPECT_TRUE(bytes.ends_with(syntax.bytes.AllVRs()));
+    unsigned const meta_length = 12 + unsigned(static_cast<unsigned char>(bytes[140]));
+    EXPECT_EQ(bytes.size(), 132 + meta_length + syntax.bytes.AllVRs().size());
+    Util_File in;
+    ASSERT_EQ(in.GetFile((directory / "a").c_str(), 0, nullptr), 0);
+    EXPECT_EQ(in.GetTransferSyntax(), syntax.uid);
+  }
+}
+
+TEST(Util_File, ElementsOfTheMetaInformationDontGetIntoTheDataSet) {
+  std::unique_ptr<IOD_Msg> const msg = // out of order, so that they aren't taken for the file's own at first
+      Read(kExplicit.Text(0x00100020, "LO", "1") + kExplicit.Text(0x00020010, "UI", "1.2.840.10008.1.2.2"));
+  ASSERT_EQ(msg->GetNElements(), 2);
+  int status = -1;
+  Util_File const file(*msg, &status, Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, 2, nullptr);
+  std::unique_ptr<IOD_Msg> const back = DataSetProperty::Read(file.Bytes());
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(Dumped(*back), kExplicit.Text(0x00100020, "LO", "1"));
+}
+
+// Parts of a file, from where the descriptor stands.
+TEST(DataSet, PartsAreReadFromDescriptors) {
+  std::string const big(100000, 'x');
+  std::string const first = kExplicit.Text(0x00081030, "LO", "SHORT"),
+                    second = kExplicit.Element(0x00420011, "OB", big);
+  std::string const items = kExplicit.Item(first) + kExplicit.OpenItem("");
+  TempDirectory const directory;
+  std::string const bytes =
+      first + second + items + kExplicit.SequenceEnd() + kExplicit.Claiming(0x00420011, "OB", 0xFFFFFFFE);
+  int const fd = open(directory.Write("file", bytes).c_str(), O_RDONLY | O_CLOEXEC);
+  LogCapture log;
+  auto const place = [fd] { return std::size_t(lseek(fd, 0, SEEK_CUR)); };
+  Dicom_TransferSyntax const& native = Dicom_TransferSyntax::Native();
+  unsigned count = 0;
+  int error = -1;
+  EXPECT_EQ(Dicom_ME(fd, &count, native, nullptr, &error).GetText(), "SHORT");
+  EXPECT_EQ(place(), first.size());
+  Dicom_ME const long_one(fd, &count, native, nullptr, &error);
+  EXPECT_EQ(count, second.size());
+  EXPECT_EQ(dynamic_cast<Dicom_OB const&>(*long_one.GetValue()).Bytes(), big);
+  std::size_t const start = place();
+  for (long const length : {-1L, long(items.size())}) {
+    lseek(fd, off_t(start), SEEK_SET);
+    Dicom_Sequence const sequence(fd, length, &count, native, &error);
+    EXPECT_EQ(error, 0);
+    EXPECT_EQ(count, items.size());
+    EXPECT_EQ(place(), start + items.size() + (length < 0 ? 8 : 0));
+    ASSERT_EQ(sequence.GetNItems(), 2);
+    EXPECT_EQ(Dumped(*sequence.Get(0)), first);
+  }
+  lseek(fd, off_t(start + items.size() + 8), SEEK_SET);
+  EXPECT_TRUE(Dicom_ME(fd, &count, native, nullptr, &error).IsEmpty());
+  EXPECT_EQ(error, -1);
+  for (unsigned const length : {0xFFFFFFFEu, 0xFFFFFFFFu, unsigned(bytes.size()) + 1}) {
+    lseek(fd, 0, SEEK_SET);
+    EXPECT_TRUE(Dicom_Msg(fd, length, &count, native, &error).IsEmpty());
+    EXPECT_EQ(error, -1);
+    EXPECT_EQ(Dicom_Sequence(fd, long(length), &count, native, &error).GetNItems(), 0);
+    EXPECT_EQ(error, -1);
+    EXPECT_EQ(count, 0u);
+  }
+  close(fd);
+}
+
+TEST(DataSet, HeadersAreTakenFromBuffers) {
+  Dicom_TransferSyntax const big(Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN, nullptr),
+      implicit(Dicom_UIDic::IMPLICIT_VR_LITTLE_ENDIAN, nullptr);
+  unsigned count = 0;
+  std::unique_ptr<Dicom_Tag> const tag(Dicom_Tag::ConstructFromBuffer("\x00\x10\x00\x20", big, &count, nullptr));
+  EXPECT_EQ(*tag, Dicom_Tag(0x0010, 0x0020));
+  EXPECT_EQ(Dicom_ME::FindLenFromBuffer("\x01\x02", big, Dicom_VR::LO, &count), 0x0102u);
+  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(Dicom_ME::FindLenFromBuffer("\0\0\xFF\xFF\xFF\xFF", big, Dicom_VR::SQ, &count), 0xFFFFFFFFu);
+  EXPECT_EQ(count, 6u);
+  EXPECT_EQ(Dicom_ME::FindLenFromBuffer("\x01\x02\x03\x04", implicit, Dicom_VR::LO, &count), 0x04030201u);
+  EXPECT_EQ(count, 4u);
+  int error = 0;
+  Dicom_TransferSyntax const none(Dicom_UI("1.2.840.10008.1.2.4."), &error);
+  EXPECT_EQ(error, -1);
+}
+
+} // namespace

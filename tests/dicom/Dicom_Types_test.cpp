@@ -1,0 +1,291 @@
+#include <dicom/Dicom_Match.h>
+#include <dicom/Dicom_Msg.h>
+#include <dicom/Dicom_UIDGenerator.h>
+
+#include <climits>
+#include <cmath>
+#include <set>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Dicom_Types, NullConstantsAreEmptyAndAlike) {
+  Dicom_Type const* const nulls[] = {&AE_NULL, &AS_NULL, &AT_NULL, &CS_NULL, &DA_NULL, &DS_NULL, &DT_NULL,
+                                     &FD_NULL, &FL_NULL, &IS_NULL, &LO_NULL, &LT_NULL, &OB_NULL, &OD_NULL,
+                                     &OF_NULL, &OL_NULL, &OV_NULL, &OW_NULL, &PN_NULL, &SH_NULL, &SL_NULL,
+                                     &SQ_NULL, &SS_NULL, &ST_NULL, &SV_NULL, &TM_NULL, &UC_NULL, &UI_NULL,
+                                     &UL_NULL, &UN_NULL, &UR_NULL, &US_NULL, &UT_NULL, &UV_NULL};
+  std::set<Dicom_VR> vrs;
+  for (Dicom_Type const* null : nulls) {
+    EXPECT_TRUE(vrs.insert(null->GetVR()).second);
+    EXPECT_TRUE(null->IsEmpty());
+    EXPECT_EQ(null->GetNValues(), 0);
+    EXPECT_EQ(null->GetLength(), 0u);
+    EXPECT_EQ(null->GetText(), "");
+    for (Dicom_Type const* other : nulls)
+      EXPECT_TRUE(*null == *other && !(*null != *other));
+    EXPECT_TRUE(*null != Dicom_LO("x"));
+    EXPECT_TRUE(Dicom_US(7) != *null);
+    EXPECT_EQ(null->Clone()->GetVR(), null->GetVR());
+  }
+  EXPECT_EQ(vrs.size(), 34u);
+  EXPECT_EQ(int(IS_NULL), 0);
+  EXPECT_EQ(double(DS_NULL), 0);
+  EXPECT_EQ(unsigned(UL_NULL) + US_NULL, 0u);
+}
+
+TEST(Dicom_Types, DuplicatesShareNothing) {
+  char bytes[] = "1234";
+  Dicom_OB const borrowed(bytes, 4, 0, nullptr);
+  Dicom_OB const copy = borrowed.Duplicate();
+  Dicom_Sequence sequence;
+  sequence.Append(new Dicom_Msg, true);
+  Dicom_SQ const referring(&sequence, 0), own(&sequence, 1);
+  Dicom_SQ const duplicate = referring.Duplicate();
+  bytes[0] = 'X';
+  sequence.Get(0)->Set(Dicom_Tag(0x0010, 0x0020), Dicom_LO("ID"));
+  EXPECT_EQ(borrowed.Bytes(), "X234");
+  EXPECT_EQ(copy.Bytes(), "1234");
+  EXPECT_FALSE(referring.GetSequence()->Get(0)->IsEmpty());
+  for (Dicom_SQ const* other : {&own, &duplicate}) {
+    EXPECT_TRUE(other->GetSequence()->Get(0)->IsEmpty());
+    EXPECT_FALSE(*other == referring);
+  }
+}
+
+TEST(Dicom_Types, EqualityIsThatOfTextWithoutPadding) {
+  struct {
+    std::unique_ptr<Dicom_Type> a, b;
+    bool equal;
+  } const cases[] = {
+      {Dicom_LO("A  ").Clone(), Dicom_LO("A").Clone(), true},
+      {Dicom_UI(std::string_view("1.2\0", 4)).Clone(), Dicom_UI("1.2").Clone(), true},
+      {Dicom_LO(" A").Clone(), Dicom_LO("A").Clone(), false},
+      {Dicom_IS("7").Clone(), Dicom_IS("07").Clone(), false},
+      {Dicom_IS(7, true).Clone(), Dicom_IS("7").Clone(), true},
+      {Dicom_IS("7").Clone(), Dicom_US(7).Clone(), true},
+      {Dicom_US(7).Clone(), Dicom_UL(7).Clone(), true},
+      {Dicom_US(std::vector<std::uint16_t>{7, 8}).Clone(), Dicom_US(7).Clone(), false},
+      {Dicom_CS("A").Clone(), Dicom_LO("A").Clone(), true},
+      {Dicom_OB("ab", 2, 1, nullptr).Clone(), Dicom_OW("ab", 2, 1, nullptr).Clone(), true},
+      {Dicom_OB("ab", 2, 1, nullptr).Clone(), Dicom_OB("ab", 2, 1, nullptr, "1.2").Clone(), false},
+      {Dicom_OB("ab", 2, 1, nullptr).Clone(), Dicom_LO("ab").Clone(), false},
+  };
+  for (auto const& [a, b, equal] : cases) {
+    EXPECT_EQ(*a == *b, equal) << a->GetText() << " and " << b->GetText();
+    EXPECT_EQ(*b != *a, !equal);
+  }
+}
+
+TEST(Dicom_Types, TextHasValues) {
+  Dicom_LO const list("A\\\\C ");
+  EXPECT_EQ(list.GetNValues(), 3);
+  EXPECT_EQ(list[0].GetText() + "," + list[1].GetText() + "," + list[2].GetText() + "," + list[3].GetText(), "A,,C,");
+  EXPECT_EQ(Dicom_LT("A\\B").GetNValues(), 1);
+  EXPECT_EQ(Dicom_LT("A\\B")[0].GetText(), "A\\B");
+  int status = 0;
+  EXPECT_TRUE(Dicom_LO("A\0B", 3, 1, &status).IsEmpty());
+  EXPECT_EQ(status, -1);
+  EXPECT_TRUE(Dicom_LO(nullptr, &status).IsEmpty());
+  EXPECT_EQ(status, -1);
+  EXPECT_EQ(Dicom_LO("ABC", 2, 1, &status).GetText(), "AB");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Dicom_Types, DatesAndTimesHaveFieldsAndOrder) {
+  struct {
+    char const* text;
+    int year, month, day;
+  } const dates[] = {{"19930822", 1993, 8, 22}, {"1993.08.22", 1993, 8, 22}, {"1993", 1993, 0, 0}, {"", 0, 0, 0},
+                     {"19x30822", 0, 8, 22},    {"1993082", 1993, 8, 0},     {"-", 0, 0, 0}};
+  for (auto const& [text, year, month, day] : dates) {
+    Dicom_DA const date(text);
+    EXPECT_EQ(std::vector({date.Year(), date.Month(), date.Day()}), std::vector({year, month, day})) << text;
+  }
+  EXPECT_EQ(Dicom_DA(1993, 8, 2).GetText(), "19930802");
+  EXPECT_TRUE(Dicom_DA("1993.08.22") < Dicom_DA("19930823"));
+  EXPECT_FALSE(Dicom_DA("1993.08.22") < Dicom_DA("19930822") || Dicom_DA("19930822") < Dicom_DA("1993.08.22"));
+  Dicom_TM const old("10:20:30.5");
+  EXPECT_EQ(std::vector({old.Hours(), old.Minutes(), old.Seconds()}), std::vector({10, 20, 30}));
+  EXPECT_EQ(Dicom_TM("10").Minutes(), 0);
+  EXPECT_TRUE(Dicom_TM("102030.05") < old && Dicom_TM("1020") < old && !(old < Dicom_TM("102030.500")));
+  Dicom_DT const point("20240229102030.25-0500");
+  EXPECT_EQ(point.Date().GetText() + " " + point.Time().GetText(), "20240229 102030.25");
+  EXPECT_TRUE(point < Dicom_DT("20240229102030.3") && Dicom_DT("2024+0100") < point);
+  int status = 0;
+  EXPECT_EQ(Dicom_DT(Dicom_DA("20240229"), TM_NULL, &status).GetText(), "20240229000000");
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(Dicom_DT(DA_NULL, Dicom_TM("10"), &status).IsEmpty());
+  EXPECT_EQ(status, -1);
+}
+
+TEST(Dicom_Types, NumbersInTextSaturate) {
+  struct {
+    char const* text;
+    int number;
+  } const integers[] = {
+      {"7", 7},     {" +7 ", 7}, {"-7\\9", -7}, {"2147483648", INT_MAX}, {"-99999999999999999999999", INT_MIN},
+      {"seven", 0}, {"", 0}};
+  for (auto const& [text, number] : integers)
+    EXPECT_EQ(int(Dicom_IS(text)), number) << text;
+  Dicom_ME const big(Dicom_Tag(0x0020, 0x0013), std::make_unique<Dicom_IS>("70000"));
+  EXPECT_EQ(big.ValueAs<Dicom_US>(), Dicom_US(65535));
+  EXPECT_EQ(big.ValueAs<Dicom_SS>(), Dicom_SS(32767));
+  EXPECT_EQ(big.ValueAs<Dicom_UV>(), Dicom_UV(70000));
+  Dicom_ME const minus(Dicom_Tag(0x0020, 0x0013), std::make_unique<Dicom_DS>("-1e400"));
+  EXPECT_EQ(minus.ValueAs<Dicom_UL>(), Dicom_UL(0));
+  EXPECT_EQ(minus.ValueAs<Dicom_SL>(), Dicom_SL(INT_MIN));
+  EXPECT_EQ(minus.ValueAs<Dicom_SV>(), Dicom_SV(INT64_MIN));
+  EXPECT_TRUE(std::isfinite(float(minus.ValueAs<Dicom_FL>())));
+}
+
+TEST(Dicom_Types, DecimalsFitTheirSixteenCharacters) {
+  for (double const number : {0.1, 1.0 / 3, -2.0 / 3e100, 1e22, 123456789012345678.0, -1.2345678901234e-300, 5e-324}) {
+    Dicom_DS const text(number);
+    EXPECT_LE(text.GetText().size(), 16u);
+    EXPECT_NEAR(double(text) / number, 1, 1e-9) << text.GetText();
+  }
+  EXPECT_EQ(Dicom_DS(0.1).GetText(), "0.1");
+  EXPECT_TRUE(Dicom_DS(INFINITY).IsEmpty() && Dicom_DS(NAN).IsEmpty());
+  EXPECT_EQ(double(Dicom_DS("inf")) + double(Dicom_DS("nan")) + double(Dicom_DS("1e-999")), 0);
+}
+
+TEST(Dicom_Types, FixedWidthIsIndependentOfTheNumber) {
+  for (int const number : {0, 7, INT_MIN}) {
+    Dicom_Msg msg;
+    msg.Set(Dicom_Tag(0x0020, 0x0013), Dicom_IS(number, true));
+    EXPECT_EQ(msg.GetDumpLen(), 8u + 12u);
+    EXPECT_EQ(int(msg.Value<Dicom_IS>(Dicom_Tag(0x0020, 0x0013))), number);
+    EXPECT_EQ(Dicom_IS(number, true).Duplicate().GetLength(), 12u);
+  }
+}
+
+TEST(Dicom_Types, UnionOfCodes) {
+  struct {
+    char const *a, *b, *both;
+  } const cases[] = {
+      {"CT", "MR", "CT\\MR"}, {"CT\\MR", "MR\\PR\\CT", "CT\\MR\\PR"}, {"", "CT", "CT"},           {"CT", "", "CT"},
+      {"", "", ""},           {"CT\\\\MR ", "\\PR", "CT\\MR\\PR"},    {"CT \\MR", "CT", "CT\\MR"}};
+  for (auto const& [a, b, both] : cases)
+    EXPECT_EQ((Dicom_CS(a) | Dicom_CS(b)).GetText(), both);
+  std::string hostile; // must not take time by the square of its parts
+  for (int i = 0; i < 200000; ++i)
+    hostile += std::to_string(i) + "\\";
+  EXPECT_EQ((Dicom_CS(hostile) | Dicom_CS(hostile)).GetNValues(), 200000);
+}
+
+TEST(Dicom_Match, Rules) {
+  struct {
+    Dicom_VR vr;
+    char const *value, *key;
+    bool matches;
+  } const cases[] = {
+      {Dicom_VR::LO, "A", "", true},
+      {Dicom_VR::LO, "", "", true},
+      {Dicom_VR::LO, "", "**", true},
+      {Dicom_VR::LO, "", "A", false},
+      {Dicom_VR::LO, "A", "a", false},
+      {Dicom_VR::LO, "HEAD FIRST", "HEAD*", true},
+      {Dicom_VR::LO, "HEAD", "H?AD", true},
+      {Dicom_VR::LO, "HEAD", "H?D", false},
+      {Dicom_VR::LO, "HEAD", "*E*D", true},
+      {Dicom_VR::LO, "HEAD", "HEAD*?", false},
+      {Dicom_VR::LO,
+       "H\xC3\x89"
+       "D",
+       "H?D", true}, // a character, not a byte
+      {Dicom_VR::LO, "A\\B ", "B", true},
+      {Dicom_VR::CS, "CT\\MR", "PR\\MR", true},
+      {Dicom_VR::CS, "CT\\MR", "PR\\US", false},
+      {Dicom_VR::CS, "CT\\MR", "CT\\MR", true},
+      {Dicom_VR::LT, "A\\B", "B", false},
+      {Dicom_VR::LT, "A\\B", "A?B", true},
+      {Dicom_VR::UI, "1.2.3", "1.2\\1.2.3", true},
+      {Dicom_VR::UI, "1.2.3", "1.2.*", false},
+      {Dicom_VR::UI, "1.2.3", "*", true},
+      {Dicom_VR::IS, "07", "7", true},
+      {Dicom_VR::IS, "7", "+7", true},
+      {Dicom_VR::DS, "1.50", "1.5", true},
+      {Dicom_VR::DS, "1.5\\2", "2.0", true},
+      {Dicom_VR::DS, "x", "0", false},
+      {Dicom_VR::DS, "1", "1x", false},
+      {Dicom_VR::PN, "Doe^Jane", "DOE^JANE", true},
+      {Dicom_VR::PN, "Doe^Jane^^^", "doe^jane", true},
+      {Dicom_VR::PN, "Doe^Jane", "doe*", true},
+      {Dicom_VR::PN, "Doe^Jane", "jane", false},
+      {Dicom_VR::PN, "\xC3\x84neas", "\xC3\xA4NEAS", true},
+      {Dicom_VR::PN, "Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0", "\xE5\xB1\xB1*", true},
+      {Dicom_VR::PN, "Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0", "yamada^tarou", true},
+      {Dicom_VR::PN, "Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0", "yamada^tarou=x", false},
+      {Dicom_VR::DA, "20240229", "20240229", true},
+      {Dicom_VR::DA, "20240229", "2024.02.29", true},
+      {Dicom_VR::DA, "2024.02.29", "20240201-20240301", true},
+      {Dicom_VR::DA, "20240229", "20240301-", false},
+      {Dicom_VR::DA, "20240229", "-20240229", true},
+      {Dicom_VR::DA, "20240229", "20240229-20240229", true},
+      {Dicom_VR::DA, "", "-20240229", false},
+      {Dicom_VR::DA, "20230101\\20240229", "2024", true},
+      {Dicom_VR::TM, "102030", "10", true},
+      {Dicom_VR::TM, "10", "102030", false},
+      {Dicom_VR::TM, "102030", "10-10", true},
+      {Dicom_VR::TM, "10", "1000-1100", true}, // may lie within
+      {Dicom_VR::TM, "102030.5", "102030-102030", true},
+      {Dicom_VR::TM, "102031", "102030-102030", false},
+      {Dicom_VR::TM, "10:20:30", "1020-", true},
+      {Dicom_VR::DT, "20240229102030", "20240229", true},
+      {Dicom_VR::DT, "20240229102030", "20240101-20241231", true},
+      {Dicom_VR::DT, "20240229102030", "20240229102030-0500", true},
+      {Dicom_VR::DT, "20240229102030", "20240229-0500-20240301-0500", true},
+      {Dicom_VR::DT, "20240229102030", "20240301-0500-", false},
+      {Dicom_VR::DT, "20240229102030+0100", "-20240229-0500", true},
+      {Dicom_VR::DT, "2023", "2022-2024", true},
+  };
+  for (auto const& [vr, value, key, matches] : cases)
+    EXPECT_EQ(Dicom_MatchText(vr, value, key), matches) << value << " against " << key;
+}
+
+TEST(Dicom_Match, ValuesOfAllKinds) {
+  Dicom_Type* result = nullptr;
+  Dicom_CS const modalities("CT\\MR");
+  EXPECT_EQ(modalities.MatchRetrieve(Dicom_CS("MR"), &result), 0);
+  ASSERT_NE(result, nullptr);
+  EXPECT_TRUE(std::unique_ptr<Dicom_Type>(result)->GetText() == "CT\\MR");
+  EXPECT_EQ(modalities.MatchRetrieve(Dicom_CS("PR"), &result), 0);
+  EXPECT_EQ(result, nullptr);
+  Dicom_Sequence sequence;
+  sequence.Append(new Dicom_Msg, true);
+  sequence.Get(0)->Set(Dicom_Tag(0x0040, 0x0009), Dicom_SH("1*"));
+  Dicom_SQ const key(&sequence, 0);
+  EXPECT_EQ(modalities.MatchRetrieve(key, &result), -1);
+  EXPECT_EQ(modalities.MatchRetrieve(SQ_NULL, &result), 0);
+  std::unique_ptr<Dicom_Type> const universal(result);
+  EXPECT_NE(universal, nullptr);
+  EXPECT_EQ(Dicom_US(7).Match(Dicom_IS("07")), 1);
+  EXPECT_EQ(Dicom_US(7).Match(Dicom_IS("8")), 0);
+
+  Dicom_SQ const value(&sequence, 1);
+  auto const wants = [&](char const* text) {
+    sequence.Get(0)->Set(Dicom_Tag(0x0040, 0x0009), Dicom_SH(text));
+    return Dicom_SQ(&sequence, 1);
+  };
+  EXPECT_EQ(value.Match(wants("1?")), 1);
+  EXPECT_EQ(value.Match(wants("2")), 0);
+  EXPECT_EQ(SQ_NULL.Match(wants("2")), 0);
+  EXPECT_EQ(SQ_NULL.Match(wants("*")), 1);
+  EXPECT_EQ(SQ_NULL.Match(wants("")), 1);
+}
+
+TEST(Dicom_UIDGenerator, MakesDifferentUids) {
+  std::set<std::string> uids;
+  for (int i = 0; i < 1000; ++i)
+    uids.insert(Dicom_UIDGenerator().Generate().GetText());
+  EXPECT_EQ(uids.size(), 1000u);
+  for (std::string const& uid : uids) {
+    EXPECT_TRUE(uid.starts_with("2.25.") && uid.size() <= 44 && uid[5] != '0');
+    EXPECT_EQ(uid.find_first_not_of("0123456789.", 0), std::string::npos);
+  }
+}
+
+} // namespace

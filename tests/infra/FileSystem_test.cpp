@@ -1,0 +1,142 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <infra/Klb_FileSystemUtils.h>
+#include <infra/Util_FileSystem.h>
+#include <support/FaultyFileSystem.h>
+#include <support/TempDirectory.h>
+
+namespace {
+
+using Parts = std::vector<std::string_view>;
+
+int write_file(std::string const& path, Parts const& parts, bool sync = true) {
+  return Util_FileSystem::WriteNewFile(path.c_str(), parts, sync);
+}
+
+std::string content(std::string const& path) {
+  std::shared_ptr<Util_Buffer const> const buffer = Util_FileSystem::ReadWholeFile(path.c_str());
+  return buffer ? std::string(buffer->data(), buffer->size()) : "errno " + std::to_string(errno);
+}
+
+TEST(FileSystem, InterruptedAndShortCallsAreCompleted) {
+  TempDirectory const directory;
+  std::string const path = directory / "file";
+  Parts parts(3000, "abcde"); // more than one gathered write may take
+  parts[7] = "";
+  std::string expected;
+  for (std::string_view const part : parts)
+    expected += part;
+  FaultyFileSystem faulty([n = 0](std::string_view call, char const*) mutable {
+    return call != "Fdatasync" && call != "Fstat" && ++n % 2 ? EINTR : 0;
+  });
+  faulty.most = 3;
+  ASSERT_EQ(write_file(path, parts), 0);
+  EXPECT_EQ(content(path), expected);
+  ASSERT_EQ(write_file(path, {"short"}, false), 0);
+  EXPECT_EQ(faulty.calls["Fdatasync"], 1);
+  Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDWR);
+  EXPECT_TRUE(fcntl(file.Get(), F_GETFD) & FD_CLOEXEC);
+  char bytes[20] = {};
+  EXPECT_EQ(Util_FileSystem::WriteAll(file.Get(), "SHORTER!", 8), 0);
+  EXPECT_EQ(Util_FileSystem::PwriteAll(file.Get(), "-----", 5, 1), 0);
+  EXPECT_EQ(Util_FileSystem::PreadAll(file.Get(), bytes, sizeof bytes, 1), 7);
+  EXPECT_STREQ(bytes, "-----R!");
+}
+
+TEST(FileSystem, FailuresAreToldOnceAndKeepTheirCause) {
+  TempDirectory const directory;
+  using Case = std::pair<std::string_view, int>;
+  for (auto const& [name, error] :
+       {Case("Open", EMFILE), {"Writev", ENOSPC}, {"Fdatasync", EINTR}, {"Close", EDQUOT}}) {
+    // A close that fails in the clean-up hides nothing.
+    FaultyFileSystem faulty([name = name, error = error](std::string_view call, char const*) {
+      return call == name ? error : call == "Close" ? EIO : 0;
+    });
+    EXPECT_EQ(write_file(directory / "file", {"abc"}), -1);
+    EXPECT_EQ(errno, error);
+    EXPECT_EQ(faulty.calls[name], 1); // above all a sync is never asked for again
+  }
+  FaultyFileSystem faulty;
+  faulty.most = 0; // nothing taken and no cause given
+  Util_FileDescriptor const file = Util_FileSystem::Open((directory / "file").c_str(), O_RDWR);
+  EXPECT_EQ(Util_FileSystem::WriteAll(file.Get(), "x", 1), -1);
+  EXPECT_EQ(write_file(directory / "file", {"x"}), -1);
+  EXPECT_EQ(errno, EIO);
+}
+
+TEST(FileSystem, RelaxedDurabilityLeavesOutTheSyncs) {
+  TempDirectory const directory;
+  FaultyFileSystem faulty;
+  for (auto const& [durability, syncs] : {std::pair(Util_Durability::Relaxed, 0), {Util_Durability::Full, 1}}) {
+    Util_FileSystem::SetDurability(durability);
+    EXPECT_EQ(write_file(directory / "file", {"a"}), 0);
+    EXPECT_EQ(Util_FileSystem::SyncDirectory(directory.Path().c_str()), 0);
+    EXPECT_EQ(faulty.calls["Fdatasync"], syncs);
+    EXPECT_EQ(faulty.calls["Fsync"], syncs);
+  }
+}
+
+TEST(FileSystem, ReplacedAndShrunkFilesAreRead) {
+  TempDirectory const directory;
+  std::string const path = directory.Write("file", "12345");
+  for (auto const& [times, error, expected] :
+       {std::tuple(3, ESTALE, "12345"), {99, ESTALE, "errno 116"}, {1, EIO, "errno 5"}}) {
+    FaultyFileSystem const faulty([left = times, error = error](std::string_view call, char const*) mutable {
+      return call == "Read" && left-- > 0 ? error : 0;
+    });
+    EXPECT_EQ(content(path), expected);
+  }
+  FaultyFileSystem const shrinks(
+      [&](std::string_view call, char const*) { return call == "Read" ? truncate(path.c_str(), 2) : 0; });
+  EXPECT_EQ(content(path), "12");
+}
+
+TEST(FileSystem, OnlyRegularFilesAreReadAndWritten) {
+  TempDirectory const directory;
+  std::string const fifo = directory / "fifo", link = directory / "link";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::filesystem::create_symlink(directory.Write("target", "kept"), link);
+  for (auto const& [path, error] : {std::pair(fifo, EINVAL), {"/dev/null", EINVAL}, {directory.Path(), EISDIR}})
+    EXPECT_EQ(content(path), "errno " + std::to_string(error)) << path;
+  EXPECT_EQ(content(link), "kept");
+  EXPECT_EQ(Util_FileSystem::ReadWholeFile(link.c_str(), 3), nullptr);
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(write_file(fifo, {"x"}), -1);
+  EXPECT_EQ(write_file(link, {"x"}), -1);
+  EXPECT_EQ(directory.Read("target"), "kept");
+  EXPECT_EQ(Util_FileSystem::MakeDirectory(fifo.c_str()), -1);
+  EXPECT_EQ(Util_FileSystem::MakeDirectory(directory.Path().c_str()), 0);
+}
+
+TEST(FileSystemUtils, DirSizeCountsFilesOnce) {
+  TempDirectory const directory;
+  auto const size = [&] { return Klb_FileSystemUtils::GetDirSize(directory.Path().c_str()); };
+  std::filesystem::create_directories(directory / "a/b/c");
+  EXPECT_EQ(size(), 0);
+  directory.Write("one", std::string(1, 'x'));
+  directory.Write("a/b/c/two", std::string(1023, 'x'));
+  EXPECT_EQ(size(), 1); // rounded once, over all
+  directory.Write("a/three", std::string(1, 'x'));
+  std::filesystem::create_symlink("../..", directory / "a/b/up");
+  std::filesystem::create_symlink("one", directory / "again");
+  EXPECT_EQ(size(), 2);
+  EXPECT_EQ(Klb_FileSystemUtils::GetDirSize((directory / "none").c_str()), -1);
+}
+
+TEST(FileSystemUtils, HugeDisksDoNotOverflow) {
+  class Huge : public FaultyFileSystem {
+    int Statvfs(char const*, struct statvfs* status) override {
+      *status = {};
+      status->f_frsize = 4096;
+      status->f_blocks = fsblkcnt_t(1) << 60;
+      status->f_bavail = 5001;
+      return 0;
+    }
+  } const huge;
+  long total = 0, free = 0;
+  EXPECT_EQ(Klb_FileSystemUtils::FindDiskSizes("/", &total, &free), 0);
+  EXPECT_EQ(total, 1L << 62);
+  EXPECT_EQ(free, 20004); // what an ordinary user may fill
+}
+
+} // namespace

@@ -1,0 +1,167 @@
+#include <csignal>
+#include <gtest/gtest.h>
+#include <infra/Klb_LockFile.h>
+#include <support/FaultyFileSystem.h>
+#include <support/LogCapture.h>
+#include <support/TempDirectory.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// A child process that runs `work`, tells the parent what it gave, and then stays until it is ended.
+class Child {
+public:
+  explicit Child(std::function<int()> const& work) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    pid_ = fork();
+    if (pid_ == 0) {
+      int const result = work();
+      if (write(ends[1], &result, sizeof result) == -1) _exit(1);
+      for (;;)
+        pause();
+    }
+    EXPECT_EQ(read(ends[0], &result_, sizeof result_), static_cast<ssize_t>(sizeof result_));
+    close(ends[0]);
+    close(ends[1]);
+  }
+  ~Child() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  int Result() const { return result_; }
+
+private:
+  pid_t pid_;
+  int result_ = -1;
+};
+
+class LockFile : public testing::Test {
+protected:
+  LockFile() {
+    std::filesystem::create_directory(set_);
+    EXPECT_EQ(init(lock_), 0);
+  }
+  int init(Klb_LockFile& lock, int read_only = 0) { return lock.Init((set_ + "/").c_str(), path_.c_str(), read_only); }
+
+  // What somebody else gets who asks for the lock now.
+  int ask() {
+    Klb_LockFile other;
+    EXPECT_EQ(init(other), 0);
+    return other.TryLockExclusive();
+  }
+
+  // Runs `action` in front of the first `times` requests for a lock.
+  static FaultyFileSystem::Before before_lock(int times, std::function<int()> const& action) {
+    return [=](std::string_view call, char const*) mutable { return call == "Flock" && times-- > 0 ? action() : 0; };
+  }
+
+  TempDirectory directory_;
+  std::string set_ = directory_ / "set";
+  std::string path_ = set_ + "/LOCKFILE";
+  Klb_LockFile lock_;
+};
+
+TEST_F(LockFile, ExcludesObjectsOfOneProcess) {
+  Klb_LockFile b, c;
+  ASSERT_EQ(init(b) | init(c), 0);
+  EXPECT_EQ(lock_.LockShared() | b.LockShared(), 0);
+  EXPECT_EQ(c.TryLockExclusive(), 1);
+  EXPECT_EQ(lock_.UnlockShared(), 0);
+  EXPECT_EQ(c.TryLockExclusive(), 1);
+  EXPECT_EQ(b.UnlockShared(), 0);
+  EXPECT_EQ(c.TryLockExclusive(), 0);
+  EXPECT_EQ(b.TryLockExclusive(), 1);
+  EXPECT_EQ(init(c), 0); // a second Init ends the hold of the first
+  {
+    Klb_LockGuard guard;
+    {
+      Klb_LockGuard inner(b, Klb_LockGuard::Exclusive);
+      guard = std::move(inner);
+    }
+    EXPECT_EQ(ask(), 1);
+  }
+  EXPECT_EQ(ask(), 0);
+}
+
+TEST_F(LockFile, ExcludesProcessesAndEndsWithThem) {
+  {
+    Child const child([this] { return lock_.LockExclusive(); });
+    EXPECT_EQ(child.Result(), 0);
+    EXPECT_EQ(lock_.TryLockExclusive(), 1);
+  }
+  EXPECT_EQ(lock_.LockExclusive(), 0);
+}
+
+TEST_F(LockFile, ForkedChildNeitherSharesNorEndsTheHold) {
+  auto lock = std::make_unique<Klb_LockFile>();
+  ASSERT_EQ(init(*lock) | lock->LockExclusive(), 0);
+  Child const child([&] {
+    int const asked = lock->TryLockExclusive() * 10 + lock_.TryLockExclusive();
+    lock.reset(); // must not end what the parent holds
+    return asked;
+  });
+  EXPECT_EQ(child.Result(), 11);
+  EXPECT_EQ(ask(), 1);
+  Child const sleeper([] { return 0; }); // has the file open
+  lock.reset();
+  EXPECT_EQ(ask(), 0);
+}
+
+TEST_F(LockFile, FollowsTheFileThatStandsAtThePath) {
+  for (bool const recreated : {false, true}) {
+    FaultyFileSystem const faulty(before_lock(2, [&] {
+      std::filesystem::remove(path_);
+      if (recreated) directory_.Write("set/LOCKFILE", "");
+      return 0;
+    }));
+    EXPECT_EQ(lock_.LockExclusive(), 0);
+    EXPECT_EQ(ask(), 1);
+  }
+  FaultyFileSystem const never_stays(before_lock(INT_MAX, [this] { return unlink(path_.c_str()); }));
+  EXPECT_EQ(lock_.LockShared(), -1);
+  EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST_F(LockFile, FailsWhenTheDirectoryIsDeleted) {
+  for (int const read_only : {0, 1}) {
+    std::filesystem::create_directory(set_);
+    directory_.Write("set/LOCKFILE", "");
+    ASSERT_EQ(init(lock_, read_only), 0);
+    FaultyFileSystem const deletes(before_lock(1, [this] { return std::filesystem::remove_all(set_) ? 0 : EIO; }));
+    LogCapture log;
+    EXPECT_EQ(lock_.LockShared(), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(log.Count(3, path_ + ": errno 2"), 1);
+    EXPECT_EQ(init(lock_, read_only), -1);
+    EXPECT_FALSE(std::filesystem::exists(set_));
+  }
+}
+
+TEST_F(LockFile, InterruptionsGoOnAndErrorsLeaveNothingHeld) {
+  FaultyFileSystem const interrupts(before_lock(3, [] { return EINTR; }));
+  EXPECT_EQ(lock_.LockShared(), 0);
+  EXPECT_EQ(ask(), 1);
+  FaultyFileSystem const fails(before_lock(1, [] { return ENOLCK; }));
+  EXPECT_EQ(lock_.LockExclusive(), -1);
+  EXPECT_EQ(errno, ENOLCK);
+  EXPECT_EQ(ask(), 0);
+}
+
+TEST_F(LockFile, ReaderNeedsNeitherLockFileNorPermission) {
+  Klb_LockFile reader;
+  unlink(path_.c_str());
+  ASSERT_EQ(init(reader, 1), 0);
+  EXPECT_EQ(reader.LockShared() | reader.UnlockShared() | reader.LockExclusive(), 0);
+  EXPECT_FALSE(std::filesystem::exists(path_));
+  EXPECT_EQ(ask(), 0); // makes the file, which the reader honours from now on
+  EXPECT_EQ(reader.LockShared(), 0);
+  EXPECT_EQ(ask(), 1);
+  FaultyFileSystem const forbids([](std::string_view call, char const*) { return call == "Open" ? EACCES : 0; });
+  EXPECT_EQ(init(reader, 1) | reader.LockShared() | reader.UnlockShared(), 0);
+  EXPECT_EQ(init(reader, 0), -1);
+  EXPECT_EQ(errno, EACCES);
+}
+
+} // namespace

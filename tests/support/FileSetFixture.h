@@ -1,0 +1,97 @@
+// A file-set in a directory of its own, and what the tests of the engine ask about it.
+#pragma once
+
+#include "Phantom.h"
+#include "support/LogCapture.h"
+#include "support/TempDirectory.h"
+
+#include <Disk/Disk_RootDirectoryFile.h>
+#include <dicom/Util_File.h>
+#include <infra/Klb_GError.h>
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+
+class FileSetTest : public testing::Test {
+protected:
+  std::string Prefix() const { return directory.Path(); }
+  std::string At(std::string const& relative) const { return Prefix() + "/" + relative; }
+
+  std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE) {
+    int status = 0;
+    auto root =
+        std::make_unique<Disk_RootDirectoryFile>(Prefix().c_str(), Disk_StoreParams(flags), 0, &status, nullptr);
+    EXPECT_EQ(status, 0);
+    return root;
+  }
+
+  /// A CT object with the identifiers of the examples: Study ID A1, Series Number 3, Instance Number 7.
+  static std::unique_ptr<IOD_Msg> Example(Phantom::Object object = {}) {
+    object.size = 16;
+    std::unique_ptr<IOD_Msg> msg = Phantom::Make(object);
+    msg->SetStudyID(Dicom_SH("A1"));
+    msg->SetSeriesNumber(Dicom_IS(3));
+    msg->SetImageNumber(Dicom_IS(7));
+    return msg;
+  }
+
+  static int Store(Disk_RootDirectoryFile& root, IOD_Msg& msg, bool tolerate = false, bool icon = false) {
+    return root.Store(&msg, icon, tolerate, 0, nullptr, 0, nullptr, nullptr, nullptr);
+  }
+
+  /// The files below the prefix by their relative names.
+  std::map<std::string, std::uintmax_t> Files() const {
+    std::map<std::string, std::uintmax_t> files;
+    for (auto const& entry : std::filesystem::recursive_directory_iterator(Prefix()))
+      if (entry.is_regular_file())
+        files[std::filesystem::relative(entry.path(), Prefix()).string()] = entry.file_size();
+    return files;
+  }
+
+  int Version(std::string const& folder) const {
+    std::ifstream file(folder.empty() ? At("VERSION") : At(folder + "/VERSION"), std::ios::binary);
+    unsigned char b[4] = {};
+    file.read(reinterpret_cast<char*>(b), 4);
+    return file ? int(b[0] | b[1] << 8 | b[2] << 16 | b[3] << 24) : -1;
+  }
+
+  /// The records of a private directory file.
+  std::vector<std::unique_ptr<IOD_Msg>> Records(std::string const& file) const {
+    std::vector<std::unique_ptr<IOD_Msg>> records;
+    Util_File reader;
+    EXPECT_EQ(reader.GetFile(At(file).c_str(), 0, nullptr), 0) << file;
+    std::unique_ptr<IOD_Msg> const msg(reader.operator IOD_Msg*());
+    EXPECT_TRUE(msg) << file << ": " << reader.GetError();
+    auto const* sq = msg ? dynamic_cast<Dicom_SQ const*>(msg->Get(Dicom_Tag(0x0004, 0x1220))) : nullptr;
+    for (int i = 0; sq && i < sq->GetNValues(); ++i)
+      records.push_back(std::make_unique<IOD_Msg>(*sq->GetSequence()->Get(i)));
+    return records;
+  }
+
+  /// The one record of a kind in the root file.
+  std::unique_ptr<IOD_Msg> RootRecord(char const* type) const {
+    for (auto& record : Records("DICOMDIR"))
+      if (record->Text(Dicom_Tag(0x0004, 0x1430)) == type) return std::move(record);
+    ADD_FAILURE() << "no " << type << " record";
+    return std::make_unique<IOD_Msg>();
+  }
+
+  static SCL_MoveIdentifier Uids(IOD_Msg const& msg) {
+    SCL_MoveIdentifier identifier;
+    identifier.SetStudyInstanceUID(msg.GetStudyInstanceUID());
+    identifier.SetSeriesInstanceUID(msg.GetSeriesInstanceUID());
+    identifier.SetSOPInstanceUID(msg.GetSOPInstanceUID());
+    return identifier;
+  }
+
+  static std::unique_ptr<IOD_Msg> Fetch(Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& identifier) {
+    IOD_Msg* object = nullptr;
+    int const result = root.GetOne(identifier, 1, &object, nullptr);
+    return std::unique_ptr<IOD_Msg>(result == 0 ? object : nullptr);
+  }
+
+  TempDirectory directory;
+};

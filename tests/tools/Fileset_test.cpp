@@ -1,0 +1,351 @@
+// Drives the program as a user does: command lines in; exit codes, text and files out.
+#include "Phantom.h"
+#include "support/TempDirectory.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sys/wait.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using nlohmann::json;
+
+struct Result {
+  int code = -1;
+  std::string out, err;
+};
+
+std::string Quoted(std::string const& argument) {
+  std::string text = "'";
+  for (char const c : argument)
+    text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return text + "'";
+}
+
+Phantom::Object Small(Phantom::Kind kind, int patient = 1, int series = 1, int image = 1) {
+  return {.kind = kind,
+          .patient = patient,
+          .series = series,
+          .image = image,
+          .size = 16,
+          .charset = Phantom::Charset::Utf8,
+          .references = {}};
+}
+
+// A folder `in` with two patients of a CT series of 3 images and a report each, and a file-set `set` of them.
+class FilesetTest : public testing::Test {
+protected:
+  Result Run(std::vector<std::string> const& arguments) const {
+    std::string command = "cd " + Quoted(temp.Path()) + " && " + Quoted(FILESET_PROGRAM);
+    for (std::string const& argument : arguments)
+      command += " " + Quoted(argument);
+    int const status = std::system((command + " >stdout 2>stderr </dev/null").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, temp.Read("stdout"), temp.Read("stderr")};
+  }
+
+  json RunJson(std::vector<std::string> arguments) const {
+    arguments.push_back("--json");
+    Result const result = Run(arguments);
+    EXPECT_EQ(result.code, 0) << result.err;
+    return json::parse(result.out, nullptr, false);
+  }
+
+  void WriteObject(Phantom::Object const& object) const {
+    fs::path const path = temp / ("in/" + Phantom::FileName(object));
+    fs::create_directories(path.parent_path());
+    ASSERT_EQ(Phantom::Write(object, path), 0);
+  }
+
+  // An object of the first study with one thing changed.
+  void WriteChanged(std::string const& name, void (*change)(IOD_Msg&)) const {
+    auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 1, 1, 9));
+    change(*msg);
+    int status = 0;
+    Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
+    ASSERT_EQ(file.Write((temp / name).c_str(), nullptr), 0);
+  }
+
+  void SetUp() override {
+    for (int patient : {1, 2}) {
+      for (int image : {1, 2, 3})
+        WriteObject(Small(Phantom::Kind::CT, patient, 1, image));
+      WriteObject(Small(Phantom::Kind::SR, patient, 2));
+    }
+    Result const stored = Run({"store", "set", "in", "--icon"});
+    ASSERT_EQ(stored.code, 0) << stored.err;
+    ASSERT_EQ(stored.out.substr(0, 20), "8 stored, 0 refused ");
+  }
+
+  static std::set<std::string> Values(json const& rows, char const* tag) {
+    std::set<std::string> values;
+    for (json const& row : rows)
+      values.insert(row.at(tag).at("Value").at(0));
+    return values;
+  }
+
+  std::string first_study = Phantom::StudyUid(Small(Phantom::Kind::CT)).GetText();
+  TempDirectory temp;
+};
+
+TEST_F(FilesetTest, CommandLines) {
+  temp.Write("note.txt", "not a file-set");
+  temp.Write("config.yaml", "durabilty: full\n");
+  fs::create_directories(temp / "empty");
+  fs::create_directories(temp / "damaged");
+  fs::create_directories(temp / "standard");
+  temp.Write("damaged/DICOMDIR", temp.Read("set/DICOMDIR").substr(0, 150));
+  temp.Write("standard/DICOMDIR", temp.Read("set/DICOMDIR")); // no VERSION beside it
+  struct Case {
+    std::vector<std::string> arguments;
+    int code;
+    char const* out; // a part of it
+    char const* err;
+  } const cases[] = {
+      {{}, 2, "", "subcommand is required"},
+      {{"--version"}, 0, "fileset ", ""},
+      {{"--help"}, 0, "Example", ""},
+      {{"store", "--help"}, 0, "Example", ""},
+      {{"query", "--help"}, 0, "Examples", ""},
+      {{"fetch", "--help"}, 0, "Examples", ""},
+      {{"info", "--help"}, 0, "Example", ""},
+      {{"copy", "set"}, 2, "", ""},
+      {{"query"}, 2, "", "DIR is required"},
+      {{"query", "set", "--level", "patient"}, 2, "", "--level: patient"},
+      {{"query", "set", "--key", "PatientsNam=x"}, 2, "", "fileset: --key: PatientsNam: no DICOM keyword"},
+      {{"query", "set", "--key", "0008,0052=IMAGE"}, 2, "", "0008,0052"},
+      {{"query", "set", "--key", "ConceptNameCodeSequence=1"}, 2, "", "a sequence"},
+      {{"query", "set", "--key", "PatientID=1", "--key", "0010,0020"}, 2, "", "given twice"},
+      {{"query", "set", "--key", "PatientID=nobody"}, 0, "\n0 studies\n", ""},
+      {{"query", "set", "--key", "Modality=CT"}, 0, "\n0 studies\n", "fileset: Modality: kept at a lower level"},
+      {{"query", "set", "--limit", "1"}, 0, "\n1 study\n", ""},
+      {{"query", "empty"}, 0, "\n0 studies\n", ""},
+      {{"query", "nowhere"}, 3, "", "fileset: nowhere: No such file or directory\n"},
+      {{"query", "note.txt"}, 3, "", "fileset: note.txt: not a directory\n"},
+      {{"query", "damaged"}, 3, "", "fileset: damaged: DICOMDIR isn't a directory of DICOM objects"},
+      {{"info", "standard"}, 3, "", "fileset: standard: standard structure: not supported by this version\n"},
+      {{"info", "empty"}, 0, "none, there is no DICOMDIR", ""},
+      {{"fetch", "set", "--all"}, 2, "", "--out is required"},
+      {{"fetch", "set", "--out", "out"}, 2, "", "say what"},
+      {{"fetch", "set", "--study", "1", "--all", "--out", "out"}, 2, "", "excludes"},
+      {{"fetch", "set", "--study", "1.2.3", "--out", "out"}, 1, "", "fileset: set: holds no such object\n"},
+      {{"fetch", "empty", "--all", "--out", "out"}, 1, "", "holds no such object"},
+      {{"fetch", "nowhere", "--all", "--out", "out"}, 3, "", "nowhere"},
+      {{"fetch", "set", "--file-id", "..\\..\\etc", "--out", "out"}, 1, "0 copied", "..\\..\\etc: Illegal file name\n"},
+      {{"fetch", "set", "--file-id", "S1/../../note.txt", "--out", "out"}, 1, "0 copied", "Illegal file name\n"},
+      {{"fetch", "set", "--file-id", "S1\\I1", "--out", "out"}, 1, "0 copied", "S1\\I1: there is no such file"},
+      {{"store", "no/where", "in"}, 3, "", "fileset: no/where: can't be made"},
+      {{"store", "set", "in", "--move", "--native"}, 2, "", "excludes"},
+      {{"store", "set", "set", "empty"}, 1, "0 stored, 1 refused", "fileset: set: lies inside of the file-set"},
+      {{"info", "set", "--config", "config.yaml"}, 0, "private", "fileset: config.yaml:1: "},
+      {{"--config", "none.yaml", "info", "set"}, 2, "", "none.yaml"},
+      {{"--log", ".", "info", "set"}, 2, "", "can't be opened for the log"},
+      {{"--log-level", "8", "info", "set"}, 2, "", "--log-level"},
+  };
+  for (Case const& c : cases) {
+    Result const result = Run(c.arguments);
+    std::string line;
+    for (std::string const& argument : c.arguments)
+      line += argument + " ";
+    EXPECT_EQ(result.code, c.code) << line;
+    EXPECT_NE(result.out.find(c.out), std::string::npos) << line << "\n" << result.out;
+    EXPECT_NE(result.err.find(c.err), std::string::npos) << line << "\n" << result.err;
+    EXPECT_EQ(result.err.empty(), *c.err == '\0' && c.code != 2) << line << "\n" << result.err;
+  }
+  EXPECT_TRUE(fs::is_empty(temp / "empty")); // asking makes nothing
+}
+
+TEST_F(FilesetTest, RefusesEachBadFileInALineOfItsOwn) {
+  std::string const object = temp.Read("in/" + Phantom::FileName(Small(Phantom::Kind::CT)));
+  fs::create_directories(temp / "bad");
+  temp.Write("bad/1 text", "no DICOM at all, but long enough to look");
+  temp.Write("bad/2 cut", object.substr(0, object.size() - 100));
+  temp.Write("bad/3 empty", "");
+  temp.Write("bad/DICOMDIR", temp.Read("set/DICOMDIR"));
+  WriteChanged("bad/a\nb.dcm", [](IOD_Msg& msg) { msg.SetPatientID(Dicom_LO("OTHER\x1b[2J")); });
+  WriteChanged("bad/c.dcm", [](IOD_Msg& msg) { msg.SetSeriesNumber(Dicom_IS(77)); });
+  WriteChanged("bad/d.dcm", [](IOD_Msg& msg) { msg.SetPatientID(LO_NULL); });
+  WriteChanged("bad/e.dcm", [](IOD_Msg&) {});
+  fs::create_symlink(temp / "in", temp / "bad/f");
+  Result const result = Run({"store", "set", "bad", "gone.dcm"});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.out.substr(0, 20), "1 stored, 9 refused ");
+  char const* const lines[] = {
+      "fileset: bad/1 text: not a DICOM file",
+      "fileset: bad/2 cut: (7fe0,0010) at offset ",
+      "fileset: bad/3 empty: not a DICOM file",
+      "fileset: bad/DICOMDIR: a DICOMDIR: a directory of objects, not an object\n",
+      "fileset: bad/a\\x0Ab.dcm: Patient ID is OTHER\\x1B[2J, but must be PH",
+      "fileset: bad/c.dcm: Series number is 77, but must be 1\n",
+      "fileset: bad/d.dcm: Missing Patient ID\n",
+      "fileset: bad/f: a symbolic link to a folder: not followed\n",
+      "fileset: gone.dcm: can't be read: No such file or directory\n",
+  };
+  for (char const* line : lines)
+    EXPECT_NE(result.err.find(line), std::string::npos) << line << "\n" << result.err;
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 9) << result.err;
+  EXPECT_EQ(Run({"store", "set", "bad/c.dcm", "--accept-mismatch"}).code, 0);
+}
+
+TEST_F(FilesetTest, QueriesAcrossLevels) {
+  struct Case {
+    char const* level;
+    std::vector<std::string> keys;
+    std::size_t rows;
+  } const cases[] = {
+      {"study", {}, 2},
+      {"study", {"StudyInstanceUID=" + first_study}, 1},
+      {"study", {"PatientID=" + Phantom::PatientId(Small(Phantom::Kind::CT)).GetText()}, 1},
+      {"series", {}, 4},
+      {"series", {"Modality=CT"}, 2},
+      {"series", {"0008,0060=SR", "StudyInstanceUID=" + first_study}, 1},
+      {"image", {}, 8},
+      {"image", {"Modality=CT"}, 6},
+      {"image", {"Modality=CT", "InstanceNumber=2"}, 2},
+      {"image", {"StudyInstanceUID=" + first_study, "InstanceNumber=1"}, 2},
+      {"image", {"PatientID=" + Phantom::PatientId(Small(Phantom::Kind::CT, 2)).GetText(), "Modality=SR"}, 1},
+      {"image", {"PatientID=nobody"}, 0},
+      {"image", {"Modality=MR"}, 0},
+  };
+  for (Case const& c : cases) {
+    std::vector<std::string> arguments = {"query", "set", "--level", c.level};
+    for (std::string const& key : c.keys)
+      arguments.insert(arguments.end(), {"--key", key});
+    json const rows = RunJson(arguments);
+    ASSERT_TRUE(rows.is_array());
+    EXPECT_EQ(rows.size(), c.rows) << c.level << " " << (c.keys.empty() ? "" : c.keys[0]);
+  }
+  // what stands in the records above comes with the image
+  json const images = RunJson({"query", "set", "--level", "image", "--key", "Modality=SR", "--key", "PatientID",
+                               "--key", "StudyDate", "--key", "SeriesDescription"});
+  ASSERT_EQ(images.size(), 2u);
+  EXPECT_EQ(Values(images, "00100020").size(), 2u);
+  EXPECT_EQ(Values(images, "0008103E").size(), 1u);
+  EXPECT_TRUE(images[0].contains("00080020"));
+}
+
+TEST_F(FilesetTest, AnswersInTheJsonModel) {
+  auto const original = Phantom::Make(Small(Phantom::Kind::CT));
+  json const study = RunJson({"query", "set", "--key", "StudyInstanceUID=" + first_study, "--key", "PatientName",
+                              "--key", "NumberOfStudyRelatedInstances", "--key", "StudyStoreDate"})[0];
+  std::string const name = original->GetPatientsName().GetText(); // with ideographic and phonetic groups
+  ASSERT_EQ(std::count(name.begin(), name.end(), '='), 2) << name;
+  json const& groups = study.at("00100010").at("Value").at(0);
+  EXPECT_EQ(groups["Alphabetic"].get<std::string>() + "=" + groups["Ideographic"].get<std::string>() + "=" +
+                groups["Phonetic"].get<std::string>(),
+            name);
+  EXPECT_EQ(study.at("00201208"), json({{"vr", "IS"}, {"Value", {4}}}));
+  EXPECT_EQ(study.at("00091018").at("vr"), "DT");
+
+  // the table shows the same name, however long, and finds it by a part in kanji
+  std::string const kanji = groups["Ideographic"].get<std::string>();
+  Result const table = Run({"query", "set", "--key", "PatientName=*=" + kanji.substr(0, 3) + "*"});
+  EXPECT_NE(table.out.find(name), std::string::npos) << table.out;
+  EXPECT_NE(table.out.find("\n1 study\n"), std::string::npos) << table.out;
+
+  json const image = RunJson({"query", "set", "--level", "image", "--key", "Modality=CT", "--key", "IconImageSequence",
+                              "--key", "Rows", "--limit", "1"})[0];
+  EXPECT_EQ(image.at("00280010"), json({{"vr", "US"}, {"Value", {16}}}));
+  json const& icon = image.at("00880200").at("Value").at(0);
+  EXPECT_EQ(image.at("00880200").at("vr"), "SQ");
+  ASSERT_TRUE(icon.at("7FE00010").contains("InlineBinary")) << image;
+  EXPECT_EQ(icon.at("7FE00010")["InlineBinary"].get<std::string>().size() % 4, 0u);
+}
+
+TEST_F(FilesetTest, FetchesWhatWasStored) {
+  json const fetched = RunJson({"fetch", "set", "--study", first_study, "--out", "out/deep", "--decompress"});
+  EXPECT_EQ(fetched["fetched"], 4);
+  for (int image : {1, 2, 3}) {
+    Phantom::Object const object = Small(Phantom::Kind::CT, 1, 1, image);
+    Util_File file;
+    ASSERT_EQ(file.GetFile((temp / "out/deep/" + Phantom::InstanceUid(object).GetText() + ".dcm").c_str(), 0, nullptr),
+              0);
+    std::unique_ptr<IOD_Msg> const copy(file.operator IOD_Msg*());
+    ASSERT_TRUE(copy) << file.GetError();
+    auto const original = Phantom::Make(object);
+    for (int i = 0; i < original->GetNElements(); ++i) {
+      Dicom_Tag const tag = original->GetElement(i)->GetTag();
+      ASSERT_TRUE(copy->Get(tag)) << std::hex << tag.Number();
+      EXPECT_TRUE(*copy->Get(tag) == *original->Get(tag)) << std::hex << tag.Number();
+    }
+  }
+  // as stored: the bytes of the file-set's own file
+  std::string const uid = Phantom::InstanceUid(Small(Phantom::Kind::CT)).GetText();
+  json const row = RunJson({"query", "set", "--level", "image", "--key", "SOPInstanceUID=" + uid, "--key",
+                            "ReferencedFileID"})[0]["00041500"]["Value"];
+  std::string path = "set", id;
+  for (json const& part : row) {
+    path += "/" + part.get<std::string>();
+    id += (id.empty() ? "" : "\\") + part.get<std::string>();
+  }
+  EXPECT_EQ(Run({"fetch", "set", "--image", uid, "--out", "out"}).code, 0);
+  EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), temp.Read(path));
+  temp.Write("out/" + uid + ".dcm", "mine");
+  Result const refused = Run({"fetch", "set", "--file-id", id, "--out", "out"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.err, "fileset: out/" + uid + ".dcm: File exists\n");
+  EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), "mine");
+  EXPECT_EQ(Run({"fetch", "set", "--file-id", id, "--out", "out", "--force"}).code, 0);
+  EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), temp.Read(path));
+  EXPECT_EQ(std::distance(fs::directory_iterator(temp / "out"), {}),
+            2); // no temporary file stays: `deep` and the copy
+}
+
+TEST_F(FilesetTest, FetchKeepsHostileNamesInTheFolder) {
+  char const* const names[] = {"../../../escaped", ".hidden", "a/b"};
+  for (char const* name : names) {
+    auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 1, 1, 9));
+    msg->SetSOPInstanceUID(Dicom_UI(name));
+    int status = 0;
+    Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
+    ASSERT_EQ(file.Write((temp / "hostile.dcm").c_str(), nullptr), 0);
+    ASSERT_EQ(Run({"store", "hostile", "hostile.dcm"}).code, 0);
+  }
+  EXPECT_EQ(Run({"fetch", "hostile", "--all", "--out", "out"}).code, 0);
+  std::set<std::string> found;
+  for (auto const& entry : fs::directory_iterator(temp / "out"))
+    found.insert(entry.path().filename());
+  EXPECT_EQ(found, (std::set<std::string>{"_._.._.._escaped.dcm", "_hidden.dcm", "a_b.dcm"}));
+}
+
+TEST_F(FilesetTest, MovesFilesAsTheyAre) {
+  Phantom::Object const object = Small(Phantom::Kind::CT);
+  std::string const source = "in/" + Phantom::FileName(object), bytes = temp.Read(source);
+  fs::create_symlink(temp / source, temp / "link");
+  EXPECT_EQ(Run({"store", "moved", "link", "--move"}).code, 1);
+  EXPECT_EQ(Run({"store", "moved", source, "--move", "--durable"}).code, 0);
+  EXPECT_FALSE(fs::exists(temp / source));
+  EXPECT_EQ(Run({"fetch", "moved", "--all", "--out", "out"}).code, 0);
+  EXPECT_EQ(temp.Read("out/" + Phantom::InstanceUid(object).GetText() + ".dcm"), bytes);
+}
+
+TEST_F(FilesetTest, InfoCounts) {
+  json const info = RunJson({"info", "set"});
+  EXPECT_EQ(info["structure"], "private");
+  EXPECT_EQ(info["version"], 8);
+  EXPECT_EQ(info["patients"], 2);
+  EXPECT_EQ(info["studies"], 2);
+  EXPECT_EQ(info["series_by_modality"], json({{"CT", 2}, {"SR", 2}}));
+  EXPECT_EQ(info["instances_by_kind"], json({{"IMAGE", 6}, {"SR DOCUMENT", 2}}));
+  EXPECT_GT(info["size_kb"], 8);
+}
+
+TEST_F(FilesetTest, ADamagedStudyHidesNoOther) {
+  json const studies =
+      RunJson({"query", "set", "--key", "StudyInstanceUID=" + first_study, "--key", "ReferencedFileID"});
+  std::string const file = "set/" + studies[0]["00041500"]["Value"][0].get<std::string>() + "/DIRFILE";
+  temp.Write(file, temp.Read(file).substr(0, 400));
+  Result const result = Run({"query", "set", "--level", "image"});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_NE(result.err.find("fileset: study " + first_study + ": " + file), std::string::npos) << result.err;
+  EXPECT_NE(result.out.find("\n4 images\n"), std::string::npos) << result.out;
+}
+
+} // namespace
