@@ -1,0 +1,58 @@
+// What the benchmarks share: a directory on a disk, medians of runs, and a line of a table.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace Bench {
+
+constexpr int kRuns = 7;
+
+/// The median time of `kRuns` runs of `work`, in microseconds; one run before them isn't counted.
+template <class Work>
+double Median(Work work) {
+  std::vector<double> times;
+  for (int run = 0; run <= kRuns; ++run) {
+    auto const start = std::chrono::steady_clock::now();
+    work();
+    std::chrono::duration<double, std::micro> const took = std::chrono::steady_clock::now() - start;
+    if (run > 0) times.push_back(took.count());
+  }
+  std::sort(times.begin(), times.end());
+  return times[times.size() / 2];
+}
+
+/// Ends the program where a benchmark would otherwise measure a failure.
+inline void Require(bool ok, char const* what) {
+  if (ok) return;
+  std::fprintf(stderr, "bench: %s failed\n", what);
+  std::exit(1);
+}
+
+/// A directory below `base` that goes with its scope.
+class Folder {
+public:
+  explicit Folder(std::string const& base) : path_(base + "/disk_bench_XXXXXX") {
+    Require(mkdtemp(path_.data()) != nullptr, "making a folder");
+  }
+  ~Folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  Folder(Folder const&) = delete;
+  Folder& operator=(Folder const&) = delete;
+  std::string const& Path() const { return path_; }
+
+private:
+  std::string path_;
+};
+
+void DirectoryFiles(std::string const& base);
+void FileSets(std::string const& base);
+
+} // namespace Bench
