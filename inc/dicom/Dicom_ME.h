@@ -58,7 +58,7 @@ public:
     } else {
       if (auto const* value = dynamic_cast<V const*>(GetValue())) return *value;
       if constexpr (requires { typename V::Value; }) {
-        if (!IsEmpty()) return V(Dicom_Saturated<typename V::Value>(number()));
+        if (!IsEmpty() && GetValue()->GetVR() != Dicom_VR::UN) return V(Dicom_Saturated<typename V::Value>(number()));
       }
       return V();
     }

@@ -132,7 +132,7 @@ TEST_F(DirectoryFileTest, ReadOnlyMediumWithoutVersionIsReadOnce) {
 TEST_F(DirectoryFileTest, DirectoryFileThatCantBeParsedIsLeftAlone) {
   auto root = Open();
   auto msg = Example();
-  for (std::string const content : {"", "not a DICOM file at all", std::string(200, '\0').c_str()}) {
+  for (std::string const& content : {std::string(), std::string("not a DICOM file at all"), std::string(200, '\0')}) {
     std::ofstream(At("DICOMDIR")) << content;
     LogCapture log;
     EXPECT_EQ(Store(*root, *msg), -1);
