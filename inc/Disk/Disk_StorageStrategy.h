@@ -1,21 +1,73 @@
 #pragma once
+#include <cstddef>
 
 /// Stands between a standard DICOMDIR and the disk. The caller of a file-set makes one, hands it to the root, keeps
-/// it alive as long as that, and flushes it. Private directory files are written without it.
+/// it alive as long as that, and flushes it; nothing here does. Private directory files are written without it.
+///
+/// Results are those of POSIX: a count or a position, or -1.
 class Disk_StorageStrategy {
 public:
+  Disk_StorageStrategy() = default;
+  Disk_StorageStrategy(Disk_StorageStrategy const&) = delete;
+  Disk_StorageStrategy& operator=(Disk_StorageStrategy const&) = delete;
   virtual ~Disk_StorageStrategy() = default;
-  /// The number of bytes written, or -1.
+  /// Writes at the current position and moves it. The number of bytes written, or -1.
   virtual int Write(void const* data, unsigned size) = 0;
-  /// The new position, or -1.
+  /// The new position, or -1. `whence` 0: from the start, 1: from the position, 2: from the end.
   virtual long LSeek(long offset, int whence) = 0;
+  /// Brings what is pending to the file. Whether all of it got there.
   virtual bool Flush() = 0;
-  virtual void InitFD(int fd) { file_descriptor_ = fd; }
-  virtual int GetFd() { return file_descriptor_; }
+  virtual void InitFD(int fd) { file_descriptor = fd; }
+  virtual int GetFd() { return file_descriptor; }
   /// Data was written that the file doesn't hold yet.
   virtual bool HasPendingData() = 0;
+  /// Takes the existing file over; the file's position stays. That position, or -1.
   virtual int UpdateFromFile() = 0;
+  /// Reads what was written and is pending: the number of bytes, which is below `size` at the end of the image. -1
+  /// from a strategy that keeps none to read: then the file is read.
+  virtual long ReadPending(void*, unsigned, unsigned) { return -1; }
+
+protected:
+  int file_descriptor = -1;
+};
+
+/// Passes everything to the file at once.
+class Disk_FileStorageStrategy : public Disk_StorageStrategy {
+public:
+  int Write(void const* data, unsigned size) override;
+  long LSeek(long offset, int whence) override;
+  bool Flush() override { return true; }
+  bool HasPendingData() override { return false; }
+  int UpdateFromFile() override { return 0; }
+};
+
+/// Keeps the whole image of the file in memory, and writes it in one go on Flush. For one process: VERSION files
+/// move before the Flush, and what a kill loses until then is lost.
+class Disk_MemoryStorageStrategy : public Disk_StorageStrategy {
+public:
+  static constexpr unsigned kDefaultSize = 0xA00000;
+
+  explicit Disk_MemoryStorageStrategy(unsigned size = kDefaultSize);
+  ~Disk_MemoryStorageStrategy() override;
+  /// A write that the image can't grow for is short, and all that follow are refused.
+  int Write(void const* data, unsigned size) override;
+  /// Only writing makes the image grow: a target at or beyond its capacity fails.
+  long LSeek(long offset, int whence) override;
+  bool Flush() override;
+  bool HasPendingData() override { return pending; }
+  /// After a short read the image is empty and refuses all writes, as a Flush would damage the file.
+  int UpdateFromFile() override;
+  long ReadPending(void* data, unsigned size, unsigned offset) override;
 
 private:
-  int file_descriptor_ = -1;
+  void write_buffer(void const* data, unsigned size);
+  bool grow(unsigned size);
+  bool load(std::size_t size);
+
+  unsigned capacity; // one byte of it always stays free
+  unsigned length = 0;
+  unsigned position = 0;
+  char* buffer;
+  bool healthy; // false once the image couldn't grow or couldn't be loaded
+  bool pending = false;
 };
