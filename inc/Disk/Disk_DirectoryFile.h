@@ -6,6 +6,7 @@
 #include <string>
 
 class Disk_DicomDir;
+class Disk_RecordChain;
 class Disk_StorageStrategy;
 
 /// What the root, study and series directory files have in common: the format of a private directory file, the
@@ -60,6 +61,14 @@ protected:
   static int make_directory(std::string const& path);
   std::string version_path() const;
   bool is_standard() const { return standard_dicomdir != nullptr; }
+  /// In the standard structure, the directory of a study or series below this one, named by its UID. One that stands
+  /// there already is used. 0, or -1 (logged).
+  int make_hash_directory(Dicom_UI const& uid, bool is_known);
+  /// The file of an object that a record names.
+  Disk_FileID object_id(Dicom_CS const& referenced_file_id) const;
+  /// Reading and writing of the chain that starts at `first`, and its VERSION. 0, or -1 (logged).
+  int read_chain(Disk_RecordChain& records, unsigned first, char const* failure);
+  int write_chain(Disk_RecordChain& records, unsigned first, char const* no_offset);
 
   static Dicom_DA GetCurrentDate();
   static Dicom_TM GetTickCount();

@@ -2,7 +2,9 @@
 #include <dicom/IOD_Msg.h>
 #include <infra/RWCollectable.h>
 
+#include <cstdint>
 #include <memory>
+#include <vector>
 
 /// One directory record: the owner of a message that holds the record's attributes, and the two flags that tell what
 /// has to be written in a standard DICOMDIR.
@@ -19,10 +21,16 @@ public:
   IOD_Msg* GetRecordMsg() const { return record_msg.get(); }
   /// Item tag and length are still to be written.
   bool IsNew() const { return is_new; }
-  void SetNew(bool value) { is_new = value; }
+  void SetNew(bool value) {
+    is_new = value;
+    if (value) enqueue();
+  }
   /// The body differs from what stands in the file.
   bool Changed() const { return changed; }
-  void SetChanged(bool value) { changed = value; }
+  void SetChanged(bool value) {
+    changed = value;
+    if (value) enqueue();
+  }
 
   /// Get gives a copy of the value, the null constant when the attribute is absent. Set stores a copy: 0, or -1.
   /// Remove takes the attribute out: 0, also when it was absent.
@@ -54,4 +62,38 @@ protected:
   std::unique_ptr<IOD_Msg> record_msg;
   bool is_new = false;
   bool changed = false;
+
+private:
+  // what the record's chain knows of its place in a standard DICOMDIR
+  friend class Disk_RecordChain;
+  static constexpr unsigned kUnknownLength = 0xFFFFFFFF;
+  unsigned place() const { return place_; }
+  /// Of the record's bytes in its place; unknown until it has been read.
+  unsigned length() const { return length_; }
+  void place_at(unsigned offset, unsigned length) {
+    place_ = offset;
+    length_ = length;
+  }
+  /// From here on the record puts itself into `queue` when it changes.
+  void enlist_in(std::vector<Disk_DirectoryRecord*>* queue) {
+    queue_ = queue;
+    if (is_new || changed) enqueue();
+  }
+  void enqueue() {
+    if (!queue_ || queued_) return;
+    queue_->push_back(this);
+    queued_ = true;
+  }
+  void has_been_written() { queued_ = false; }
+  /// Gives a record that names its object only as the DICOMDIR does the element by which it is looked up. It isn't
+  /// dumped: the record has no room for it.
+  void keep_lookup_uid();
+  unsigned dump_length(Dicom_TransferSyntax const& syntax) const;
+  int dump(char* buffer, unsigned length, Dicom_TransferSyntax const& syntax) const;
+
+  std::vector<Disk_DirectoryRecord*>* queue_ = nullptr;
+  bool queued_ = false;
+  bool added_uid_ = false;
+  unsigned place_ = 0;
+  unsigned length_ = kUnknownLength;
 };

@@ -4,9 +4,14 @@
 /// The record of one stored object: an image, a presentation state or a structured report, told by its Modality.
 class Disk_InstanceDirectoryRecord : public Disk_DirectoryRecord {
 public:
+  static constexpr int kLevel = 3;
   Disk_InstanceDirectoryRecord() = default;
   /// Keeps a copy of `msg`. `error` is -1 when it is no directory record.
   Disk_InstanceDirectoryRecord(Dicom_Msg const* msg, int& error);
+  /// Reads the next `length` bytes of the file. `*error` is -1 on failure.
+  Disk_InstanceDirectoryRecord(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax,
+                               int* error)
+      : Disk_DirectoryRecord(fd, length, read_length, syntax, error) {}
 
   /// Fills an empty record from an object; with `add_icon` an image gets an icon, whose failure is only a warning.
   /// 0, or -1; the record then keeps what it has so far.

@@ -1,10 +1,15 @@
 #pragma once
 #include <Disk/Disk_PatientDirectoryRecord.h>
 #include <Disk/Disk_StudyDirectoryFile.h>
+#include <Disk/Disk_StudyIndex.h>
 
 #include <memory>
+#include <set>
 
+class Disk_DicomDir;
 class Disk_RecordWalk;
+template <class Lock>
+class Disk_Hold;
 
 /// A file-set: the object through which every caller stores, queries and fetches.
 ///
@@ -59,14 +64,21 @@ public:
 
 private:
   void Construct(char const* file_set_prefix, int* status);
+  int open_dicomdir(char const* file_set_prefix);
+  /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
+  int lock(Disk_Hold<Klb_LockFile>& hold, bool shared);
+  void forget_records();
   int Read();
+  int read_standard();
   int Write();
+  int standard_write();
   int read_records(Dicom_Sequence& sequence);
   int read_record(Dicom_Msg const& item, Disk_PatientDirectoryRecord** patient);
 
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_LO const& patient_id, Dicom_LO const& issuer) const;
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_UI const& study_uid) const;
   Disk_StudyDirectoryRecord* GetStudyRecord(Dicom_UI const& study_uid) const;
+  Disk_StudyIndex::Entry find_study(Dicom_UI const& study_uid) const;
   Disk_StudyDirectoryRecord* GetStudyRecord(Disk_PatientDirectoryRecord const& patient,
                                             Dicom_UI const& study_uid) const;
   void GetStudyFile(Disk_StudyDirectoryRecord* study);
@@ -74,10 +86,16 @@ private:
 
   // store
   int store(Disk_StoreRequest const& request);
+  int store_private(Disk_StoreRequest const& request, Disk_Hold<Klb_LockFile>& file_set);
+  int store_standard(Disk_StoreRequest const& request);
+  int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_known, int* new_series,
+                  int* new_image);
   int check_identifiers(IOD_Msg const& msg) const;
-  int add_study(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord** study);
+  int add_study(Disk_StoreRequest const& request, Disk_PatientDirectoryRecord** patient,
+                Disk_StudyDirectoryRecord** study);
   int new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient);
-  int check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const& reference,
+  /// `reference` is null when the object's patient is unknown.
+  int check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const* reference,
                   Disk_StudyDirectoryRecord const& study) const;
   int NewPatient(Disk_PatientDirectoryRecord* patient);
   int NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study, int in_place,
@@ -88,6 +106,9 @@ private:
   // details of the study record
   int update_zentara_details(Disk_StudyDirectoryRecord* study, IOD_Msg* msg, int new_series, int new_image);
   int count_new_series(IOD_Msg& record, IOD_Msg const& msg);
+  int update_standard_details(Disk_StudyDirectoryRecord* study, Dicom_CS const& modality, int new_series,
+                              int new_image);
+  int add_modality(IOD_Msg& record, Dicom_CS const& modality);
   int UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecord* study, Dicom_DA const& date, Dicom_TM const& time) const;
 
   // query
@@ -108,8 +129,11 @@ private:
   void note_access(Dicom_UI const& study_uid);
   int set_study_accessed(Dicom_UI const& study_uid);
 
+  std::unique_ptr<Disk_DicomDir> dicomdir; // null in the private structure
   Disk_LockManager lock_manager;
   Disk_RecordList<Disk_PatientDirectoryRecord> patients;
+  mutable Disk_StudyIndex studies;
+  std::set<Disk_PatientDirectoryRecord*> touched_patients; // whose study records are to be written
   std::unique_ptr<Disk_StudyDirectoryFile> study_file;
   long reserved_kb;
   Disk_AutoDeletePar auto_delete_par{};

@@ -37,6 +37,7 @@ private:
   Disk_FileID GenerateReferencedFileID(Dicom_IS const& image_number, Dicom_SH const& image_label, int* status) const;
   int add_image(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
                 Disk_InstanceDirectoryRecord** image);
+  int set_syntax(Disk_InstanceDirectoryRecord* image, Disk_StoreRequest const& request) const;
   int update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const;
   int place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image);
   int move_object(Disk_StoreRequest const& request, Disk_FileID const& id);

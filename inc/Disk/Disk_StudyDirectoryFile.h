@@ -36,6 +36,7 @@ private:
   int with_lock(Lock operation, char const* failure);
   Disk_SeriesDirectoryRecord* GetSeriesRecord(Dicom_UI const& series_uid) const;
   int NewSeries(Disk_StudyDirectoryRecord* study, Disk_SeriesDirectoryRecord* series, Disk_StoreRequest const& request);
+  int new_series_directory(Disk_SeriesDirectoryRecord* series, Disk_StoreRequest const& request);
   Disk_FileID GenerateReferencedFileID(Dicom_IS const& series_number, int* status) const;
   void GetSeriesFile(Disk_SeriesDirectoryRecord* series);
   int add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,

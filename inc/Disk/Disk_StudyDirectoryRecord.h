@@ -11,9 +11,14 @@ public:
   /// What the dummy element is cut from: the first byte 0xB4, the others 0.
   static unsigned char const dummy_data_reservoir[kReservoirSize];
 
+  static constexpr int kLevel = 1;
   Disk_StudyDirectoryRecord() = default;
   /// Keeps a copy of `msg`. `error` is -1 when it is no directory record.
   Disk_StudyDirectoryRecord(Dicom_Msg const* msg, int& error);
+  /// Reads the next `length` bytes of the file. `*error` is -1 on failure.
+  Disk_StudyDirectoryRecord(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax,
+                            int* error)
+      : Disk_DirectoryRecord(fd, length, read_length, syntax, error) {}
 
   /// Fills an empty record from an object. 0, or -1; the record then keeps what it has so far.
   int FillStudyRecord(IOD_Msg const& msg, bool standard);

@@ -40,6 +40,8 @@ public:
   /// The next `length` bytes of the descriptor as a data set in `syntax`. `*read_length` is the number of bytes
   /// taken. `*error` is -1 on failure. Nothing is allocated beyond what the file really holds.
   Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
+  /// A data set in `syntax` that fills `buffer`. `*error` is -1 on failure.
+  Dicom_Msg(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, int* error);
   /// A copy for the caller to own.
   Dicom_Msg* Clone() const { return new Dicom_Msg(*this); }
 

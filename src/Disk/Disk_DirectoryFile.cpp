@@ -1,8 +1,10 @@
 #include "Disk/Disk_VersionFile.h"
 
 #include <Disk/Disk_Bits.h>
+#include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_Error.h>
+#include <Disk/Disk_RecordChain.h>
 #include <Disk/Disk_StorageStrategy.h>
 #include <dicom/Dicom_UIDic.h>
 #include <infra/Klb_GError.h>
@@ -11,6 +13,7 @@
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
+#include <limits>
 #include <memory>
 
 namespace {
@@ -26,7 +29,7 @@ constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
 Disk_DirectoryFile::Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params, Disk_DicomDir* dicomdir)
     : Disk_File(id), standard_dicomdir(dicomdir), params(store_params) {}
 
-int Disk_DirectoryFile::Lowercase() const { return 0; }
+int Disk_DirectoryFile::Lowercase() const { return standard_dicomdir && standard_dicomdir->IsLowercase() ? 1 : 0; }
 
 int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg) {
   // the version first: what is written meanwhile makes the records newer than their number, never older
@@ -76,12 +79,43 @@ int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
   return result == 0 ? UpdateFileVersion() : result;
 }
 
+// A chain of the standard DICOMDIR
+
+int Disk_DirectoryFile::read_chain(Disk_RecordChain& records, unsigned first, char const* failure) {
+  if (first == 0 || first == standard_dicomdir->GetOffsetEnd()) return 0;
+  if (records.ReadRecords(*standard_dicomdir, first) == -1) {
+    DISK_LOG_TEXT(3, failure);
+    return -1;
+  }
+  ReadFileVersion();
+  return 0;
+}
+
+int Disk_DirectoryFile::write_chain(Disk_RecordChain& records, unsigned first, char const* no_offset) {
+  if (first == 0) {
+    DISK_LOG_TEXT(3, no_offset);
+    return -1;
+  }
+  if (records.WriteRecords(standard_dicomdir->GetFd(), standard_dicomdir->Syntax(), first,
+                           standard_dicomdir->Target(writing_strategy)) == -1) {
+    DISK_LOG(3, "Write: Failed writing the series records.\n");
+    return -1;
+  }
+  if (UpdateFileVersion() == 0) return 0;
+  DISK_LOG(3, "Write: Failed update the file version.\n");
+  return -1;
+}
+
 // VERSION
 
 std::string Disk_DirectoryFile::version_path() const { return directory().Path() + "/VERSION"; }
 
 int Disk_DirectoryFile::IsUpToDate() const {
-  if (writing_strategy && writing_strategy->HasPendingData()) return 1;
+  if (writing_strategy && writing_strategy->HasPendingData()) {
+    // nothing is read back over what the file doesn't hold yet; what was never read, or failed, is read from there
+    char none = 0;
+    return file_version != 0 || writing_strategy->ReadPending(&none, 0, 0) == -1;
+  }
   if (version_file_in_use == 0) return 1;
   long const version = GetFileVersion();
   if (version == -1 && params.read_only) version_file_in_use = 0; // a read-only medium can't change
@@ -101,7 +135,12 @@ void Disk_DirectoryFile::ReadFileVersion() {
 
 int Disk_DirectoryFile::UpdateFileVersion() {
   long const version = GetFileVersion();
-  file_version = version == -1 ? 1 : version + 1;
+  constexpr long kMost = std::numeric_limits<std::int32_t>::max();
+  file_version = version == -1 || version == kMost ? 1 : version + 1;
+  if (standard_dicomdir && standard_dicomdir->IsGathering()) {
+    standard_dicomdir->MoveVersion(directory().GetID().View(), std::int32_t(file_version));
+    return 0;
+  }
   if (SetFileVersion(file_version) == 0) return 0;
   DISK_LOG(3, "UpdateFileVersion: Failed setting the file version.\n");
   return -1;

@@ -159,6 +159,28 @@ Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* sta
   return Disk_FileID(GetFileSetPrefix(), path.c_str(), status, 0);
 }
 
+int Disk_DirectoryFile::make_hash_directory(Dicom_UI const& uid, bool is_known) {
+  std::string const path = GenerateFileID(uid).Path();
+  int result = path.empty() ? -1 : Util_FileSystemInterface::Current().Mkdir(path.c_str(), 0775);
+  if (result == -1 && !path.empty() && errno == EEXIST) {
+    if (is_known) return 0;
+    result = 0; // made by a store that failed, or was killed before the entry was synced
+  }
+  if (result == 0) return sync_directory_of(path);
+  int const cause = errno;
+  DISK_LOG(3, "Store: Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+/// Media that other software has written can have lower-case names for upper-case IDs; what is stored here doesn't.
+Disk_FileID Disk_DirectoryFile::object_id(Dicom_CS const& referenced_file_id) const {
+  Disk_FileID const exact(GetFileSetPrefix(), referenced_file_id, 0);
+  if (!Lowercase() || Util_FileSystemInterface::Current().Access(exact.Path().c_str(), 0) == 0) return exact;
+  Disk_FileID const lower(GetFileSetPrefix(), referenced_file_id, 1);
+  return Util_FileSystemInterface::Current().Access(lower.Path().c_str(), 0) == 0 ? lower : exact;
+}
+
 int Disk_DirectoryFile::make_directory(std::string const& path) {
   if (Util_FileSystemInterface::Current().Mkdir(path.c_str(), 0775) == -1) return -1;
   // the entry must last before a record above names what is below it

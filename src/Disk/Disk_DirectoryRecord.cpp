@@ -30,6 +30,7 @@ int Disk_DirectoryRecord::start_filling(char const* who) {
 
 int Disk_DirectoryRecord::set_chain_elements() {
   constexpr std::uint16_t kInUse = 0xFFFF;
+  record_msg->SettleCharacterSet(); // other readers need to be told
   if (SetOffsetOfTheNextDirectoryRecord(Dicom_UL(0)) == -1) return -1;
   if (SetOffsetOfReferencedLowerLevelDirectoryEntity(Dicom_UL(0)) == -1) return -1;
   return SetRecordInUseFlag(Dicom_US(kInUse));

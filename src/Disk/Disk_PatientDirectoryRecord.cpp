@@ -21,6 +21,34 @@ Disk_PatientDirectoryRecord::Disk_PatientDirectoryRecord(Dicom_Msg const* msg, i
   error = ValidateDirectoryRecord();
 }
 
+namespace {
+
+int CheckStudyOffset(unsigned offset) {
+  if (offset != 0) {
+    DISK_LOG(7, "PatientDirectoryRecord: the study offset is %d\n", int(offset));
+    return 0;
+  }
+  DISK_LOG(3, "Disk_PatientDirectoryRecord: no Offset Of Referenced Lower Level Directory Entity.\n");
+  return -1;
+}
+
+} // namespace
+
+Disk_PatientDirectoryRecord::Disk_PatientDirectoryRecord(int fd, unsigned length, unsigned* read_length,
+                                                         Dicom_TransferSyntax const& syntax, int* error)
+    : Disk_DirectoryRecord(fd, length, read_length, syntax, error) {
+  if (*error == -1) return;
+  unsigned const offset = GetOffsetOfReferencedLowerLevelDirectoryEntity();
+  *error = CheckStudyOffset(offset);
+  if (*error == 0) *error = study_records_.ReadRecords(fd, syntax, offset);
+}
+
+int Disk_PatientDirectoryRecord::ReadStudies(Disk_RecordSource const& source) {
+  unsigned const offset = GetOffsetOfReferencedLowerLevelDirectoryEntity();
+  if (offset == 0 && GetRecordInUseFlag() == Dicom_US(0)) return 0; // deleted by somebody who unlinked its studies
+  return CheckStudyOffset(offset) == -1 ? -1 : study_records_.ReadRecords(source, offset);
+}
+
 int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool standard) {
   if (start_filling("Disk_PatientDirectoryRecord()") == -1) return -1;
   if (SetDirectoryRecordType(IOD_Image::PATIENT) == -1) {

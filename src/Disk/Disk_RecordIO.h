@@ -1,4 +1,5 @@
 #pragma once
+#include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_RecordList.h>
@@ -62,18 +63,56 @@ int Disk_AppendRecords(Disk_RecordList<T> const& records, Dicom_Sequence& sequen
   return 0;
 }
 
-/// Whether a record counts. In the standard structure deleted records stay in their chain, and there may be private
-/// ones; in the private structure every record counts.
+/// Whether a record counts. In the standard structure deleted records stay in their chain, and others may stand in it
+/// that don't belong to the level; in the private structure every record counts.
 template <class T>
 bool Disk_IsLive(T const& record, bool standard) {
-  return !standard ||
-         (record.GetRecordInUseFlag() != Dicom_US(0) && record.GetDirectoryRecordType() != IOD_Image::PRIVATE_CS);
+  if (!standard) return true;
+  if (record.GetRecordInUseFlag() == Dicom_US(0)) return false;
+  Dicom_CS const type = record.GetDirectoryRecordType();
+  if constexpr (T::kLevel == 0) return type == IOD_Image::PATIENT;
+  if constexpr (T::kLevel == 1) return type == IOD_Image::STUDY;
+  if constexpr (T::kLevel == 2) return type == IOD_Image::SERIES;
+  return type != IOD_Image::PRIVATE_CS;
 }
 
 /// The first live record whose attribute has this text, or null.
 template <class T>
 T* Disk_FindRecord(Disk_RecordList<T> const& records, bool standard, Dicom_Tag const& tag, std::string_view text) {
-  for (T* record : records)
-    if (record->GetRecordMsg()->TextEquals(tag, text) && Disk_IsLive(*record, standard)) return record;
-  return nullptr;
+  return records.Find(tag, text, [standard](T const& record) { return Disk_IsLive(record, standard); });
+}
+
+/// Makes a filled record the last of its chain and reserves its place in the DICOMDIR. `link` is called with the place
+/// if the record is the first one. 0, and the list owns the record; or -1 with the message of the step that failed.
+template <class T, class Link>
+int Disk_AddToChain(Disk_DicomDir& dicomdir, Disk_RecordList<T>& records, T* record, Link link, char const* cant_link,
+                    char const* cant_add) {
+  unsigned const offset = dicomdir.GetOffsetEnd();
+  if (records.isEmpty() && link(offset) == -1) {
+    DISK_LOG_TEXT(3, cant_link);
+    return -1;
+  }
+  if (dicomdir.Reserve(*record->GetRecordMsg()) == 0 && records.AddNewRecord(record, offset) == 0) return 0;
+  DISK_LOG_TEXT(3, cant_add);
+  return -1;
+}
+
+/// Makes `offset` the start of the chain below a record.
+inline int Disk_LinkBelow(Disk_DirectoryRecord& parent, unsigned offset) {
+  if (parent.SetOffsetOfReferencedLowerLevelDirectoryEntity(Dicom_UL(offset)) == -1) return -1;
+  parent.SetChanged(true);
+  return 0;
+}
+
+/// Writes `value` into a counter of a record of the standard shape, whose length stays. Another system's record may
+/// have no room for the digits. 0, or -1.
+inline int Disk_SetCounter(Disk_DirectoryRecord& record, Dicom_Tag const& tag, int value) {
+  IOD_Msg& msg = *record.GetRecordMsg();
+  record.SetChanged(true);
+  unsigned const length = msg.GetDumpLen();
+  for (bool const fixed_width : {true, false}) {
+    if (msg.Set(tag, Dicom_IS(value, fixed_width)) == -1) return -1;
+    if (msg.GetDumpLen() == length) return 0;
+  }
+  return -1;
 }

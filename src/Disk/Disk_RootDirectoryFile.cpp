@@ -8,6 +8,7 @@
 namespace {
 
 constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
+constexpr Dicom_Tag kPatientId{0x0010, std::uint16_t(0x0020)};
 
 } // namespace
 
@@ -36,15 +37,55 @@ void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status)
     *status = -1;
     return;
   }
-  if (params.standard_structure) {
-    DISK_LOG(3, "Disk_RootDirectoryFile: the standard structure isn't supported.\n");
-    *status = -1;
+  if (params.standard_structure) *status = open_dicomdir(file_set_prefix);
+}
+
+/// Opens the standard DICOMDIR, or makes it, under the file-set's lock.
+int Disk_RootDirectoryFile::open_dicomdir(char const* file_set_prefix) {
+  Disk_Hold<Klb_LockFile> file_set;
+  if ((params.read_only ? file_set.Shared(lock_manager) : file_set.Exclusive(lock_manager)) == -1) {
+    DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init the lock.\n");
+    return -1;
   }
+  dicomdir = std::make_unique<Disk_DicomDir>();
+  standard_dicomdir = dicomdir.get();
+  if ((!params.read_only && Disk_DicomDir::Replay(file_set_prefix) == -1) ||
+      dicomdir->Init(file_set_prefix, params.read_only, writing_strategy) == -1) {
+    DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init standard_dicomdir.\n");
+    return -1;
+  }
+  return 0;
+}
+
+int Disk_RootDirectoryFile::lock(Disk_Hold<Klb_LockFile>& hold, bool shared) {
+  if ((shared ? hold.Shared(lock_manager) : hold.Exclusive(lock_manager)) == -1) return -1;
+  if (!is_standard()) return 0;
+  if (params.read_only) {
+    int const laid_over = dicomdir->LayRedoOver();
+    if (laid_over == 1) forget_records();
+    return laid_over == -1 ? -1 : 0;
+  }
+  while (dicomdir->HasRedo()) { // completing takes the lock exclusively, and others get in between
+    if (shared && hold.Exclusive(lock_manager) == -1) return -1;
+    if (Disk_DicomDir::Replay(GetFileSetPrefix()) == -1) return -1;
+    forget_records();
+    if (shared && hold.Shared(lock_manager) == -1) return -1;
+  }
+  if (!dicomdir->IsCurrent()) forget_records();
+  return 0;
+}
+
+/// What is in memory may not be what stands in the file: all is read again when it is needed.
+void Disk_RootDirectoryFile::forget_records() {
+  MarkDirty();
+  study_file.reset();
 }
 
 int Disk_RootDirectoryFile::Read() {
   if (IsUpToDate()) return 0;
   patients.clearAndDestroy();
+  studies.Clear();
+  if (is_standard()) return read_standard();
   Dicom_Sequence* sequence = nullptr;
   IOD_Msg* msg = nullptr;
   int found = 0;
@@ -57,6 +98,28 @@ int Disk_RootDirectoryFile::Read() {
   int const result = read_records(*sequence);
   if (result == -1) MarkDirty();
   return result;
+}
+
+int Disk_RootDirectoryFile::read_standard() {
+  dicomdir->ForgetClaims();
+  touched_patients.clear();
+  if (dicomdir->RefreshOffsetEnd() == -1) {
+    DISK_LOG(3, "Read: Failed refreshing the end offset.\n");
+    return -1;
+  }
+  unsigned const first = dicomdir->GetOffsetOfTheFirstDirectoryRecord();
+  if (first == 0) {
+    DISK_LOG(3, "Read: the offset of the patient record doesn't exist.\n");
+    return -1;
+  }
+  if (first == dicomdir->GetOffsetEnd()) return 0;
+  DISK_LOG(7, "Read: the patient offset is %d.\n", int(first));
+  if (patients.ReadRecords(*dicomdir, first) == -1) {
+    DISK_LOG(3, "Read: Failed reading the records.\n");
+    return -1;
+  }
+  ReadFileVersion();
+  return 0;
 }
 
 /// The root file is flat: each study belongs to the patient that stands last before it.
@@ -95,6 +158,11 @@ int Disk_RootDirectoryFile::read_record(Dicom_Msg const& item, Disk_PatientDirec
 
 int Disk_RootDirectoryFile::Write() {
   DISK_LOG(7, "Write:\n");
+  if (is_standard()) {
+    int const result = standard_write();
+    if (result == -1) DISK_LOG(3, "Write: Failed write to standard DICOMDIR.\n");
+    return result;
+  }
   Dicom_Sequence sequence;
   for (Disk_PatientDirectoryRecord* patient : patients) {
     if (!patient) {
@@ -112,21 +180,51 @@ int Disk_RootDirectoryFile::Write() {
   return Disk_DirectoryFile::Write(sequence);
 }
 
+int Disk_RootDirectoryFile::standard_write() {
+  Disk_StorageStrategy* const target = dicomdir->Target(writing_strategy);
+  if (dicomdir->Write(target) == -1) {
+    DISK_LOG(3, "Write: Failed writing the standard DICOMDIR prefix.\n");
+    return -1;
+  }
+  unsigned const first = dicomdir->GetOffsetOfTheFirstDirectoryRecord();
+  if (first == 0) {
+    DISK_LOG(3, "standard_write: the offset of the patient records doesn't exist.\n");
+    return -1;
+  }
+  if (patients.WriteRecords(dicomdir->GetFd(), dicomdir->Syntax(), first, target) == -1) {
+    DISK_LOG(3, "standard_write: Failed writing the patient records.\n");
+    return -1;
+  }
+  for (Disk_PatientDirectoryRecord* patient : touched_patients) {
+    unsigned const below = patient->GetOffsetOfReferencedLowerLevelDirectoryEntity();
+    if (below == 0) {
+      DISK_LOG(3, "standard_write: the offset of the study records doesn't exist.\n");
+      return -1;
+    }
+    if (patient->GetStudyRecords().WriteRecords(dicomdir->GetFd(), dicomdir->Syntax(), below, target) == -1) {
+      DISK_LOG(3, "standard_write: Failed writing the study records.\n");
+      return -1;
+    }
+  }
+  touched_patients.clear();
+  if (UpdateFileVersion() == 0) return 0;
+  DISK_LOG(3, "standard_write: Failed update the file version.\n");
+  return -1;
+}
+
 Disk_PatientDirectoryRecord* Disk_RootDirectoryFile::GetPatientRecord(Dicom_LO const& patient_id,
                                                                       Dicom_LO const& issuer) const {
-  for (Disk_PatientDirectoryRecord* patient : patients) {
-    IOD_Msg const& record = *patient->GetRecordMsg();
-    if (Disk_IsLive(*patient, is_standard()) && record.GetPatientID() == patient_id &&
-        record.GetIssuerOfPatientID() == issuer)
-      return patient;
-  }
-  return nullptr;
+  return patients.Find(kPatientId, patient_id.View(), [&](Disk_PatientDirectoryRecord const& patient) {
+    return Disk_IsLive(patient, is_standard()) && patient.GetRecordMsg()->GetIssuerOfPatientID() == issuer;
+  });
 }
 
 Disk_PatientDirectoryRecord* Disk_RootDirectoryFile::GetPatientRecord(Dicom_UI const& study_uid) const {
-  for (Disk_PatientDirectoryRecord* patient : patients)
-    if (Disk_IsLive(*patient, is_standard()) && GetStudyRecord(*patient, study_uid)) return patient;
-  return nullptr;
+  return find_study(study_uid).patient;
+}
+
+Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Dicom_UI const& study_uid) const {
+  return find_study(study_uid).study;
 }
 
 Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Disk_PatientDirectoryRecord const& patient,
@@ -134,15 +232,33 @@ Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Disk_PatientDi
   return Disk_FindRecord(patient.GetStudyRecords(), is_standard(), kStudyInstanceUid, study_uid.View());
 }
 
-Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Dicom_UI const& study_uid) const {
-  Disk_PatientDirectoryRecord const* patient = GetPatientRecord(study_uid);
-  return patient ? GetStudyRecord(*patient, study_uid) : nullptr;
+/// Over all patients. Records that stay in memory are indexed; those of the private structure, which are read again
+/// for each store, are walked.
+Disk_StudyIndex::Entry Disk_RootDirectoryFile::find_study(Dicom_UI const& study_uid) const {
+  if (is_standard()) {
+    if (studies.IsEmpty())
+      for (Disk_PatientDirectoryRecord* patient : patients)
+        for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
+          studies.Add(patient, study);
+    return studies.Find(study_uid.View(), [](Disk_StudyIndex::Entry const& entry) {
+      return Disk_IsLive(*entry.patient, true) && Disk_IsLive(*entry.study, true);
+    });
+  }
+  for (Disk_PatientDirectoryRecord* patient : patients)
+    if (Disk_StudyDirectoryRecord* study = GetStudyRecord(*patient, study_uid)) return {patient, study};
+  return {};
 }
 
 void Disk_RootDirectoryFile::GetStudyFile(Disk_StudyDirectoryRecord* study) {
-  Disk_FileID const id(GetFileSetPrefix(), study->GetReferencedFileID(), 0);
-  if (!study_file || !(study_file->GetFileID() == id))
-    study_file = std::make_unique<Disk_StudyDirectoryFile>(id, params, standard_dicomdir, 0);
+  Disk_FileID id(GetFileSetPrefix(), study->GetReferencedFileID(), 0);
+  unsigned offset = 0;
+  if (is_standard()) {
+    id = GenerateFileID(study->GetRecordMsg()->GetStudyInstanceUID());
+    id.AddComponent("DIRFILE");
+    offset = study->GetOffsetOfReferencedLowerLevelDirectoryEntity();
+  }
+  if (!study_file || !(study_file->GetFileID() == id) || study_file->GetOffset() != offset)
+    study_file = std::make_unique<Disk_StudyDirectoryFile>(id, params, standard_dicomdir, offset);
   study_file->SetWritingStrategy(writing_strategy);
 }
 

@@ -1,6 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
-#include <infra/Klb_LogFile.h>
+#include "Disk/Disk_RecordIO.h"
 
 #include <tuple>
 
@@ -68,4 +68,39 @@ int Disk_RootDirectoryFile::UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecor
   }
   if (record.SetFakedStudyDate(date.Duplicate()) == -1) return -1;
   return record.SetFakedStudyTime(time.Duplicate());
+}
+
+/// A record of the standard shape keeps its length: what Modalities In Study gains the dummy element loses.
+int Disk_RootDirectoryFile::update_standard_details(Disk_StudyDirectoryRecord* study, Dicom_CS const& modality,
+                                                    int new_series, int new_image) {
+  constexpr Dicom_Tag kRelatedSeries{0x0020, std::uint16_t(0x1206)}, kRelatedImages{0x0020, std::uint16_t(0x1208)};
+  constexpr char kFailed[] = "update_standard_details: Can't update study directory record.\n";
+  IOD_Msg& record = *study->GetRecordMsg();
+  if (new_series) {
+    Dicom_IS const series = record.GetNumberOfStudyRelatedSeries();
+    if ((series != IS_NULL && Disk_SetCounter(*study, kRelatedSeries, series + 1) == -1) ||
+        add_modality(record, modality) == -1) {
+      DISK_LOG_TEXT(3, kFailed);
+      return -1;
+    }
+  }
+  Dicom_IS const images = record.GetNumberOfStudyRelatedImages();
+  if (!new_image || images == IS_NULL) return 0;
+  return Logged(Disk_SetCounter(*study, kRelatedImages, images + 1));
+}
+
+int Disk_RootDirectoryFile::add_modality(IOD_Msg& record, Dicom_CS const& modality) {
+  Dicom_CS const modalities = record.GetModalitiesInStudy();
+  if (!record.Has(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA) || modalities.Match(modality)) return 0;
+  Dicom_CS const merged = modalities | modality;
+  if (record.SetModalitiesInStudy(merged) == -1) return -1;
+  int const length = (int(merged.GetLength()) + 1) & ~1; // as it stands in the file
+  int const rest = Disk_StudyDirectoryRecord::kReservoirSize - length;
+  if (rest < 0) {
+    DISK_LOG(3, "update_standard_details: Can't update study directory record, incorrect size.\n");
+    return -1;
+  }
+  int status = 0;
+  Dicom_OB const dummy(Disk_StudyDirectoryRecord::dummy_data_reservoir, std::size_t(rest), 0, &status);
+  return status == -1 ? -1 : record.Set(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, dummy);
 }

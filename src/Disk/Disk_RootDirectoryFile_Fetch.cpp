@@ -29,13 +29,13 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
     return -1;
   }
   Disk_Hold<Klb_LockFile> file_set;
-  if (file_set.Shared(lock_manager) == -1) {
+  if (lock(file_set, true) == -1) {
     DISK_LOG(3, "GetOne(): Can't lock file-set.\n");
     return -1;
   }
   int result = -1;
   if (identifier.Has(file_id_tag)) {
-    Disk_FileID const id(GetFileSetPrefix(), identifier.Value<Dicom_CS>(file_id_tag), Lowercase());
+    Disk_FileID const id = object_id(identifier.Value<Dicom_CS>(file_id_tag));
     result = Disk_ObjectFile(id, params).Get(object, async);
   } else {
     bool reached = false;
@@ -111,7 +111,7 @@ int Disk_RootDirectoryFile::set_study_accessed(Dicom_UI const& study_uid) {
     return -1;
   }
   Disk_Hold<Klb_LockFile> file_set;
-  if (file_set.Exclusive(lock_manager) == -1) {
+  if (lock(file_set, false) == -1) {
     DISK_LOG(3, DISK_ACCESSED "Can't lock file-set.\n");
     return -1;
   }

@@ -44,7 +44,7 @@ int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_Inf
     return -1;
   }
   Disk_Hold<Klb_LockFile> file_set;
-  if (file_set.Shared(lock_manager) == -1) {
+  if (lock(file_set, true) == -1) {
     DISK_LOG(3, "Query(): Can't lock file-set.\n");
     return -1;
   }

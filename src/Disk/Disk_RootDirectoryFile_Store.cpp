@@ -3,6 +3,8 @@
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordIO.h"
 
+#include <Disk/Disk_DicomDir.h>
+
 #include <cerrno>
 
 int Disk_RootDirectoryFile::Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place,
@@ -23,11 +25,10 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
   DISK_LOG_TEXT(6, Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
   if (check_identifiers(msg) == -1) return -1;
-  Dicom_UI const study_uid = msg.GetStudyInstanceUID();
   ResetStudyFile(); // one that a failure left may have no lock
 
   Disk_Hold<Klb_LockFile> file_set;
-  if (file_set.Exclusive(lock_manager) == -1) {
+  if (lock(file_set, false) == -1) {
     DISK_LOG(3, "Store: Can't lock file-set.\n");
     return -1;
   }
@@ -36,37 +37,32 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
     return -1;
   }
   MarkDirty(); // from here on a failure makes the next Read load the records again
-  Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
-  bool const new_study = !study;
-  if (new_study && add_study(request, &study) == -1) return -1;
-
-  // a known study has its own lock: other studies go on meanwhile
-  bool const give_up_root = !new_study && !is_standard();
-  GetStudyFile(study);
-  if (give_up_root && file_set.Release() == -1) {
+  if ((is_standard() ? store_standard(request) : store_private(request, file_set)) == -1) return -1;
+  if (file_set.Release() == -1) {
     DISK_LOG(3, "Store: Can't unlock file-set.\n");
     return -1;
   }
-  DISK_LOG(7, "Store: locking the study.\n");
-  int new_series = 0, new_image = 0;
-  {
-    Disk_Hold<Disk_StudyDirectoryFile> held;
-    if (!study_file || held.Exclusive(*study_file) == -1) {
-      DISK_LOG(3, "Store: Can't lock study .\n");
-      return -1;
-    }
-    if (!new_study && check_match(request, *study, *study) == -1) return -1;
-    if (study_file->Store(request, study, &new_series, &new_image) == -1) {
-      DISK_LOG(3, "Store: Can't store.\n");
-      return -1;
-    }
-    if (held.Release() == -1) {
-      DISK_LOG(3, "Store: Can't unlock file-set.\n");
-      return -1;
-    }
+  ResetStudyFile();
+  return 0;
+}
+
+int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk_Hold<Klb_LockFile>& file_set) {
+  Dicom_UI const study_uid = request.msg->GetStudyInstanceUID();
+  Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
+  bool const new_study = !study;
+  Disk_PatientDirectoryRecord* patient = nullptr;
+  if (new_study && add_study(request, &patient, &study) == -1) return -1;
+
+  // a known study has its own lock: other studies go on meanwhile
+  GetStudyFile(study);
+  if (!new_study && file_set.Release() == -1) {
+    DISK_LOG(3, "Store: Can't unlock file-set.\n");
+    return -1;
   }
-  if (give_up_root) {
-    if (file_set.Exclusive(lock_manager) == -1) {
+  int new_series = 0, new_image = 0;
+  if (store_below(request, study, !new_study, &new_series, &new_image) == -1) return -1;
+  if (!new_study) {
+    if (lock(file_set, false) == -1) {
       DISK_LOG(3, "Store: Can't lock file-set.\n");
       return -1;
     }
@@ -81,20 +77,82 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
       return -1;
     }
   }
-  if (update_zentara_details(study, &msg, new_series, new_image) == -1) {
+  if (update_zentara_details(study, request.msg, new_series, new_image) == -1) {
     DISK_LOG(3, "Store: Failed updating the zentara details.\n");
     return -1;
   }
-  if (Write() == -1) {
+  if (Write() == 0) return 0;
+  DISK_LOG(3, "Store: Can't update the file.\n");
+  return -1;
+}
+
+namespace {
+
+/// The writes of one operation on the DICOMDIR: all of them, or none.
+class Gathering {
+public:
+  explicit Gathering(Disk_DicomDir& dicomdir) : dicomdir_(dicomdir) {}
+  ~Gathering() {
+    if (dicomdir_.IsGathering()) dicomdir_.Discard();
+  }
+
+private:
+  Disk_DicomDir& dicomdir_;
+};
+
+} // namespace
+
+int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
+  if (dicomdir->Begin() == -1) return -1;
+  Gathering const gathering(*dicomdir);
+  // whatever fails leaves records in memory that the file doesn't have
+  std::unique_ptr<Disk_RootDirectoryFile, void (*)(Disk_RootDirectoryFile*)> failure(
+      this, [](Disk_RootDirectoryFile* root) { root->forget_records(); });
+
+  IOD_Msg const& msg = *request.msg;
+  auto [owner, study] = find_study(msg.GetStudyInstanceUID());
+  bool const new_study = !study;
+  if (!request.in_place && make_hash_directory(msg.GetStudyInstanceUID(), !new_study) == -1) return -1;
+  Disk_PatientDirectoryRecord* patient = GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
+  if (new_study) {
+    if (add_study(request, &patient, &study) == -1) return -1;
+    owner = patient;
+  } else if (check_match(request, patient, *study) == -1) {
+    return -1;
+  }
+  touched_patients.insert(owner);
+  GetStudyFile(study);
+  int new_series = 0, new_image = 0;
+  if (store_below(request, study, !new_study, &new_series, &new_image) == -1) return -1;
+  if (update_standard_details(study, msg.GetModality(), new_series, new_image) == -1) {
+    DISK_LOG(3, "Store: Failed updating the standard DICOMDIR details.\n");
+    return -1;
+  }
+  if (Write() == -1 || dicomdir->Commit(writing_strategy) == -1) {
     DISK_LOG(3, "Store: Can't update the file.\n");
     return -1;
   }
-  if (file_set.Release() == -1) {
-    DISK_LOG(3, "Store: Can't unlock file-set.\n");
+  failure.release();
+  return 0;
+}
+
+/// The part of a store below the root, under the study's lock.
+int Disk_RootDirectoryFile::store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
+                                        bool is_known, int* new_series, int* new_image) {
+  DISK_LOG(7, "Store: locking the study.\n");
+  Disk_Hold<Disk_StudyDirectoryFile> held;
+  if (!study_file || held.Exclusive(*study_file) == -1) {
+    DISK_LOG(3, "Store: Can't lock study .\n");
     return -1;
   }
-  ResetStudyFile();
-  return 0;
+  if (is_known && !is_standard() && check_match(request, study, *study) == -1) return -1;
+  if (study_file->Store(request, study, new_series, new_image) == -1) {
+    DISK_LOG(3, "Store: Can't store.\n");
+    return -1;
+  }
+  if (held.Release() == 0) return 0;
+  DISK_LOG(3, "Store: Can't unlock file-set.\n");
+  return -1;
 }
 
 int Disk_RootDirectoryFile::check_identifiers(IOD_Msg const& msg) const {
@@ -113,17 +171,18 @@ int Disk_RootDirectoryFile::check_identifiers(IOD_Msg const& msg) const {
   return 0;
 }
 
-int Disk_RootDirectoryFile::add_study(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord** study) {
+int Disk_RootDirectoryFile::add_study(Disk_StoreRequest const& request, Disk_PatientDirectoryRecord** patient,
+                                      Disk_StudyDirectoryRecord** study) {
   IOD_Msg const& msg = *request.msg;
-  Disk_PatientDirectoryRecord* patient = GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
-  if (!patient && new_patient_record(msg, &patient) == -1) return -1;
+  *patient = GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
+  if (!*patient && new_patient_record(msg, patient) == -1) return -1;
   std::unique_ptr<Disk_StudyDirectoryRecord> record(new (std::nothrow) Disk_StudyDirectoryRecord());
   if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
   if (!record || record->FillStudyRecord(msg, is_standard()) == -1) {
     DISK_LOG(3, "Store: Can't create new study directory record.\n");
     return -1;
   }
-  if (NewStudy(patient, record.get(), request.in_place, request.existing_file) == -1) {
+  if (NewStudy(*patient, record.get(), request.in_place, request.existing_file) == -1) {
     DISK_LOG(3, "Store: Can't create new study.\n");
     return -1;
   }
@@ -151,13 +210,33 @@ int Disk_RootDirectoryFile::new_patient_record(IOD_Msg const& msg, Disk_PatientD
 }
 
 int Disk_RootDirectoryFile::NewPatient(Disk_PatientDirectoryRecord* patient) {
-  patients.append(patient);
-  return 0;
+  if (!is_standard()) {
+    patients.append(patient);
+    return 0;
+  }
+  unsigned const offset = dicomdir->GetOffsetEnd();
+  DISK_LOG(7, "NewPatient: Patient offset is %d.\n", int(offset));
+  constexpr char kCantLink[] = "NewPatient: Failed update standard_dicomdir.\n";
+  if (dicomdir->SetOffsetOfTheLastDirectoryRecord(Dicom_UL(offset)) == -1) {
+    DISK_LOG_TEXT(3, kCantLink);
+    return -1;
+  }
+  auto const link = [&](unsigned first) { return dicomdir->SetOffsetOfTheFirstDirectoryRecord(Dicom_UL(first)); };
+  return Disk_AddToChain(*dicomdir, patients, patient, link, kCantLink, "NewPatient: Failed adding the new record.\n");
 }
 
 int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study,
                                      int in_place, char const* existing_file) {
   DISK_LOG(7, "NewStudy:\n");
+  if (is_standard()) {
+    DISK_LOG(7, "NewStudy: Study offset is %d.\n", int(dicomdir->GetOffsetEnd()));
+    auto const link = [&](unsigned offset) { return Disk_LinkBelow(*patient, offset); };
+    if (Disk_AddToChain(*dicomdir, patient->GetStudyRecords(), study, link, "NewStudy: Failed update PatientRecord.\n",
+                        "NewStudy: Failed adding the new record.\n") == -1)
+      return -1;
+    studies.Add(patient, study);
+    return 0;
+  }
   Disk_FileID id;
   if (study_directory(*study, in_place, existing_file, &id) == -1) return -1;
   if (id.AddComponent("DIRFILE") == -1) {
@@ -238,12 +317,18 @@ int Compare(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringT
 
 } // namespace
 
-int Disk_RootDirectoryFile::check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const& reference,
+int Disk_RootDirectoryFile::check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const* reference,
                                         Disk_StudyDirectoryRecord const& study) const {
-  IOD_Msg const &msg = *request.msg, &known = *reference.GetRecordMsg();
+  IOD_Msg const& msg = *request.msg;
   bool const tolerate = request.store_unmatching_images != 0;
-  if (Compare(kName, msg.GetPatientsName(), known.GetPatientsName(), tolerate) == -1) return -1;
-  if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
+  if (reference) {
+    IOD_Msg const& known = *reference->GetRecordMsg();
+    if (Compare(kName, msg.GetPatientsName(), known.GetPatientsName(), tolerate) == -1) return -1;
+    if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
+  } else { // no patient has the object's ID, so the study's doesn't
+    IOD_Msg const& known = *GetPatientRecord(msg.GetStudyInstanceUID())->GetRecordMsg();
+    if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
+  }
   if (Compare(kStudyId, msg.GetStudyID(), study.GetRecordMsg()->GetStudyID(), tolerate) == 0) return 0;
   DISK_LOG(4, "Store can be more tolerant, if the parameter store_unmatching_images is TRUE within all_clients\n");
   return -1;

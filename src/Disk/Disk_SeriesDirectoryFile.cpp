@@ -3,6 +3,8 @@
 #include "Disk/Disk_RecordIO.h"
 
 #include <Disk/Disk_ObjectFile.h>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_TransferSyntax.h>
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
@@ -23,6 +25,7 @@ Disk_SeriesDirectoryFile::Disk_SeriesDirectoryFile(Disk_FileID const& id, Disk_S
 int Disk_SeriesDirectoryFile::Read() {
   if (IsUpToDate()) return 0;
   image_records.clearAndDestroy();
+  if (is_standard()) return read_chain(image_records, first_image_offset, "Read: Failed reading the records.\n");
   Dicom_Sequence* sequence = nullptr;
   IOD_Msg* msg = nullptr;
   int found = 0;
@@ -39,6 +42,7 @@ int Disk_SeriesDirectoryFile::Read() {
 
 int Disk_SeriesDirectoryFile::Write() {
   DISK_LOG(7, "Write:\n");
+  if (is_standard()) return write_chain(image_records, first_image_offset, "Write: the offset of the images is 0.\n");
   Dicom_Sequence sequence;
   if (Disk_AppendRecords(image_records, sequence, "Write(): Bad instance directory record.\n") == -1) return -1;
   return Disk_DirectoryFile::Write(sequence);
@@ -97,7 +101,7 @@ int Disk_SeriesDirectoryFile::add_image(Disk_StoreRequest const& request, Disk_S
   return 0;
 }
 
-int Disk_SeriesDirectoryFile::NewImage(Disk_SeriesDirectoryRecord*, Disk_InstanceDirectoryRecord* image,
+int Disk_SeriesDirectoryFile::NewImage(Disk_SeriesDirectoryRecord* series, Disk_InstanceDirectoryRecord* image,
                                        Disk_StoreRequest const& request) {
   int status = 0;
   IOD_Msg const& record = *image->GetRecordMsg();
@@ -108,9 +112,43 @@ int Disk_SeriesDirectoryFile::NewImage(Disk_SeriesDirectoryRecord*, Disk_Instanc
     DISK_LOG(3, "NewImage(): Can't generate a file ID.\n");
     return -1;
   }
+  if (is_standard() && set_syntax(image, request) == -1) return -1;
   if (image->SetReferencedFileID(id.GetID()) == -1) return -1;
-  image_records.append(image);
-  return 0;
+  if (!is_standard()) {
+    image_records.append(image);
+    return 0;
+  }
+  DISK_LOG(7, "NewImage: Image offset is %d.\n", int(standard_dicomdir->GetOffsetEnd()));
+  auto const link = [&](unsigned offset) {
+    first_image_offset = offset;
+    return Disk_LinkBelow(*series, offset);
+  };
+  return Disk_AddToChain(*standard_dicomdir, image_records, image, link, "NewImage: Failed update series_record.\n",
+                         "NewImage: Failed adding the new record.\n");
+}
+
+/// The transfer syntax that the record tells: that of a file in place; native for one that is about to be written,
+/// whatever it will hold.
+int Disk_SeriesDirectoryFile::set_syntax(Disk_InstanceDirectoryRecord* image, Disk_StoreRequest const& request) const {
+  Dicom_UI syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX;
+  if (request.in_place && request.syntax_in_file) {
+    syntax = *request.syntax_in_file;
+  } else if (request.in_place) {
+    Util_FileDescriptor const file = Util_FileSystem::Open(request.existing_file, O_RDONLY | O_NONBLOCK);
+    if (!file) {
+      DISK_LOG(3, "NewImage: Can't open file %s (errno=%d).\n", request.existing_file, errno);
+      return -1;
+    }
+    Util_TransferSyntax start;
+    if (start.GetDetails(file.Get()) == -1) {
+      DISK_LOG(3, "NewImage: Failed getting the file (%s) transfer syntax.\n", request.existing_file);
+      return -1;
+    }
+    syntax = start.GetTransferSyntax();
+  }
+  if (image->SetReferencedTransferSyntaxInFile(syntax) == 0) return 0;
+  DISK_LOG(3, "NewImage: Failed setting the transfer syntax.\n");
+  return -1;
 }
 
 Disk_FileID Disk_SeriesDirectoryFile::GenerateReferencedFileID(Dicom_IS const& image_number,
@@ -130,11 +168,11 @@ int Disk_SeriesDirectoryFile::update_key_image(IOD_Msg const& msg, Disk_Instance
 
 int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request,
                                            Disk_InstanceDirectoryRecord const& image) {
-  Disk_FileID const id(GetFileSetPrefix(), image.GetReferencedFileID(), 0);
+  Disk_FileID const id = object_id(image.GetReferencedFileID());
   if (request.move_store) return move_object(request, id);
   if (request.in_place) return 0;
-  // the directory is synced with the directory file, which is written next
-  if (Disk_ObjectFile(id, params).Store(request.msg, false) == 0) return 0;
+  // in the private structure the directory is synced with the directory file, which is written next
+  if (Disk_ObjectFile(id, params).Store(request.msg, is_standard()) == 0) return 0;
   DISK_LOG(3, "Store(): Can't store object.\n");
   return -1;
 }
@@ -158,6 +196,7 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
     KlbGError.Set(DISK_ERROR_SYSTEM + errno);
     return -1;
   }
+  if (is_standard() && sync_directory_of(path) == -1) return -1;
   if (request.stored_file_name) std::memcpy(request.stored_file_name, path.c_str(), path.size() + 1);
   return 0;
 }
@@ -172,6 +211,5 @@ int Disk_SeriesDirectoryFile::GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg**
     DISK_LOG(3, "GetOne(): Can't find image with SOPInstanceUID = %s\n", sop_instance_uid.CStr());
     return -1;
   }
-  Disk_FileID const id(GetFileSetPrefix(), image->GetReferencedFileID(), Lowercase());
-  return Disk_ObjectFile(id, params).Get(object, nullptr);
+  return Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).Get(object, nullptr);
 }

@@ -43,6 +43,7 @@ int Disk_StudyDirectoryFile::UnlockShared() {
 int Disk_StudyDirectoryFile::Read() {
   if (IsUpToDate()) return 0;
   series_records.clearAndDestroy();
+  if (is_standard()) return read_chain(series_records, first_series_offset, "Read: Failed readind the records.\n");
   Dicom_Sequence* sequence = nullptr;
   IOD_Msg* msg = nullptr;
   int found = 0;
@@ -59,6 +60,7 @@ int Disk_StudyDirectoryFile::Read() {
 
 int Disk_StudyDirectoryFile::Write() {
   DISK_LOG(7, "Write:\n");
+  if (is_standard()) return write_chain(series_records, first_series_offset, "Write: the offset of the series is 0.\n");
   Dicom_Sequence sequence;
   if (Disk_AppendRecords(series_records, sequence, "Write(): Bad series directory record.\n") == -1) return -1;
   return Disk_DirectoryFile::Write(sequence);
@@ -69,9 +71,15 @@ Disk_SeriesDirectoryRecord* Disk_StudyDirectoryFile::GetSeriesRecord(Dicom_UI co
 }
 
 void Disk_StudyDirectoryFile::GetSeriesFile(Disk_SeriesDirectoryRecord* series) {
-  Disk_FileID const id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
-  if (!series_file || !(series_file->GetFileID() == id))
-    series_file = std::make_unique<Disk_SeriesDirectoryFile>(id, params, standard_dicomdir, 0);
+  Disk_FileID id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
+  unsigned offset = 0;
+  if (is_standard()) {
+    id = GenerateFileID(series->GetRecordMsg()->GetSeriesInstanceUID());
+    id.AddComponent("DIRFILE");
+    offset = series->GetOffsetOfReferencedLowerLevelDirectoryEntity();
+  }
+  if (!series_file || !(series_file->GetFileID() == id) || series_file->GetOffset() != offset)
+    series_file = std::make_unique<Disk_SeriesDirectoryFile>(id, params, standard_dicomdir, offset);
   series_file->SetWritingStrategy(writing_strategy);
 }
 
@@ -92,7 +100,9 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
     return -1;
   }
   MarkDirty();
-  Disk_SeriesDirectoryRecord* series = GetSeriesRecord(request.msg->GetSeriesInstanceUID());
+  Dicom_UI const series_uid = request.msg->GetSeriesInstanceUID();
+  Disk_SeriesDirectoryRecord* series = GetSeriesRecord(series_uid);
+  if (is_standard() && !request.in_place && make_hash_directory(series_uid, series != nullptr) == -1) return -1;
   *new_series = series ? 0 : 1;
   if (series ? check_series_number(request, *series) == -1 : add_series(request, study, &series) == -1) return -1;
 
@@ -132,9 +142,21 @@ int Disk_StudyDirectoryFile::add_series(Disk_StoreRequest const& request, Disk_S
   return 0;
 }
 
-/// A new series gets a directory of its own, also when its first object stands in the file-set already.
-int Disk_StudyDirectoryFile::NewSeries(Disk_StudyDirectoryRecord*, Disk_SeriesDirectoryRecord* series,
+int Disk_StudyDirectoryFile::NewSeries(Disk_StudyDirectoryRecord* study, Disk_SeriesDirectoryRecord* series,
                                        Disk_StoreRequest const& request) {
+  if (!is_standard()) return new_series_directory(series, request);
+  DISK_LOG(7, "NewSeries: Series offset is %d.\n", int(standard_dicomdir->GetOffsetEnd()));
+  auto const link = [&](unsigned offset) {
+    first_series_offset = offset;
+    return Disk_LinkBelow(*study, offset);
+  };
+  return Disk_AddToChain(*standard_dicomdir, series_records, series, link, "NewSeries: Failed update study_record.\n",
+                         "NewSeries: Failed adding the new record.\n");
+}
+
+/// A new series gets a directory of its own, also when its first object stands in the file-set already.
+int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* series,
+                                                  Disk_StoreRequest const& request) {
   int status = 0;
   if (request.in_place) Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0);
   Disk_FileID id =
@@ -194,9 +216,8 @@ int Disk_StudyDirectoryFile::count_new_image(Disk_SeriesDirectoryRecord* series)
   IOD_Msg& record = *series->GetRecordMsg();
   Dicom_IS const count = record.GetNumberOfSeriesRelatedImages();
   if (is_standard()) {
-    if (count == IS_NULL) return 0;
-    series->SetChanged(true);
-    return record.SetNumberOfSeriesRelatedImages(Dicom_IS(count + 1, true));
+    constexpr Dicom_Tag kNumberOfSeriesRelatedImages{0x0020, std::uint16_t(0x1209)};
+    return count == IS_NULL ? 0 : Disk_SetCounter(*series, kNumberOfSeriesRelatedImages, count + 1);
   }
   Dicom_UL const other = record.GetNumberOfImages();
   if (count == IS_NULL && other == UL_NULL) return -1;

@@ -56,11 +56,16 @@ Dicom_Msg::Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_Trans
   if (read_length) *read_length = 0;
   std::shared_ptr<Util_Buffer const> buffer = Dicom_ReadBytesFrom(fd, length);
   if (!buffer) return;
+  *this = Dicom_Msg(std::move(buffer), syntax, error);
+  if (*error == 0 && read_length) *read_length = length;
+}
+
+Dicom_Msg::Dicom_Msg(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, int* error) {
   char const* const bytes = buffer->data();
+  std::size_t const length = buffer->size();
   std::string why;
   *error = take(std::move(buffer), syntax, bytes, length, &why);
   if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
-  if (*error == 0 && read_length) *read_length = length;
 }
 
 int Dicom_Msg::take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,

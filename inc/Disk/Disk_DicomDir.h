@@ -1,0 +1,124 @@
+#pragma once
+#include <Disk/Disk_RecordSource.h>
+#include <dicom/IOD_Msg.h>
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+class Disk_Redo;
+class Disk_StorageStrategy;
+class Disk_WriteGather;
+
+/// The standard DICOMDIR: one Part 10 file that holds the records of all levels in one sequence.
+///
+/// This class owns the file and what stands in it before the records; the record lists read and write the records.
+/// The bytes before the records are kept as they were read: only the two offsets and the length of the sequence ever
+/// change in them. The file-set's lock guards the object, its descriptor included.
+///
+/// An operation on the file-set gathers what it writes, between Begin and Commit, so that a killed process leaves
+/// all of it or nothing (docs/durability.md). Used without Begin, Write and the record lists write at once.
+class Disk_DicomDir : public IOD_Msg, public Disk_RecordSource {
+public:
+  Disk_DicomDir();
+  ~Disk_DicomDir() override;
+
+  /// Opens the DICOMDIR of a directory, or "dicomdir" if there is only that; where there is none, makes one, unless
+  /// `read_only`. `strategy`, which may be null, stays the caller's and must outlive the object. 0, or -1 (logged).
+  int Init(char const* file_set_prefix, bool read_only, Disk_StorageStrategy* strategy);
+  /// Writes everything before the records: through `strategy`, or to the file when that is null. 0, or -1 (logged).
+  int Write(Disk_StorageStrategy* strategy);
+  /// Reads again from the file what another process may have changed: where the records end, and the two offsets. 0,
+  /// or -1 (logged).
+  int RefreshOffsetEnd();
+  /// Whether the file still says of the records' end what it said when that was read.
+  bool IsCurrent() const;
+
+  int IsLowercase() const { return lowercase_name; }
+  bool IsReadOnly() const { return read_only; }
+  int GetFd() const { return file_descriptor; }
+  Dicom_TransferSyntax GetTransferSyntax() const { return transfer_syntax; }
+  /// The place of the next new record.
+  unsigned GetOffsetEnd() const { return offset_end; }
+  /// Reserves the place of a record. 0, or -1 (logged) when offsets can't tell a place behind it.
+  int Reserve(Dicom_Msg const& record);
+  int SetFileSetID(Dicom_CS const& id);
+  Dicom_UL GetOffsetOfTheFirstDirectoryRecord() const;
+  int SetOffsetOfTheFirstDirectoryRecord(Dicom_UL const& offset);
+  int SetOffsetOfTheLastDirectoryRecord(Dicom_UL const& offset);
+  int SetFileSetConsistencyFlag(Dicom_US const& flag);
+
+  // Operations
+
+  /// From here on writes gather. 0, or -1 (logged) when this file can't be appended to; the file is as it was then.
+  int Begin();
+  /// Where an operation writes to: what it gathers, or `strategy` when nothing gathers.
+  Disk_StorageStrategy* Target(Disk_StorageStrategy* strategy) const;
+  bool IsGathering() const { return gathering_; }
+  /// The VERSION of a directory, given by its ID, moves with the commit.
+  void MoveVersion(std::string_view directory, std::int32_t version);
+  /// Brings all that was gathered to the file, or to `strategy` if that keeps an image. 0, or -1 (logged): then
+  /// nothing of it is in the file, or the next one who takes the file-set's lock completes it.
+  int Commit(Disk_StorageStrategy* strategy);
+  /// Forgets what was gathered. The records in memory have to be read again.
+  void Discard();
+
+  // Recovery from a killed process
+
+  /// Whether a process was killed while it committed.
+  bool HasRedo() const;
+  /// Completes what a killed process had begun to commit in the file-set of that directory. The caller holds the
+  /// lock exclusively. 0, also when there is nothing to do, or -1 (logged).
+  static int Replay(char const* file_set_prefix);
+  /// The same for a reader who writes nothing: it is laid over the file in memory. 1 when that changes what is read,
+  /// 0, or -1 (logged).
+  int LayRedoOver();
+
+  // The source of the records
+
+  long ReadAt(void* data, unsigned size, unsigned offset) const override;
+  Dicom_TransferSyntax const& Syntax() const override { return transfer_syntax; }
+  unsigned RecordsBegin() const override { return records_begin_; }
+  unsigned RecordsEnd() const override { return offset_end; }
+  bool Claim(unsigned offset, unsigned chain) const override;
+  /// Before all records are read again.
+  void ForgetClaims() { owners_.clear(); }
+
+private:
+  int open(char const* file_set_prefix, bool* is_new);
+  int create(Disk_StorageStrategy* strategy);
+  int new_dicomdir();
+  int make_prefix();
+  Dicom_Msg* meta_information() const;
+  int read_until_records();
+  int read_prefix();
+  bool is_record_sequence();
+  int read_tag(std::uint32_t* tag);
+  int find_end_offset();
+  int FindSequenceOffset(unsigned* offset);
+  int parse_sequence();
+  int read_offset(unsigned place, unsigned element);
+  void locate_numbers(unsigned data_set);
+  void patch_prefix();
+  char const* unfit_for_writing();
+  unsigned header_length() const;
+  std::string redo_path() const;
+
+  int lowercase_name = 0;
+  std::string file_name;
+  int file_descriptor = -1;
+  Dicom_TransferSyntax transfer_syntax;
+  unsigned offset_end = 0;
+  bool read_only = false;
+
+  std::string prefix_;         // the bytes before the records, the header of their sequence included
+  unsigned records_begin_ = 0; // its length
+  unsigned first_at_ = 0;      // places of the two offsets in it; 0: the file lacks them
+  unsigned last_at_ = 0;
+  unsigned stated_length_ = 0; // of the sequence, as the file has it
+  Disk_StorageStrategy* strategy_ = nullptr;
+  std::unique_ptr<Disk_WriteGather> gather_;
+  bool gathering_ = false;
+  std::unique_ptr<Disk_Redo> overlay_;
+  mutable std::unordered_map<unsigned, unsigned> owners_; // offset of a record, start of its chain
+};

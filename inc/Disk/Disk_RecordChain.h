@@ -1,0 +1,65 @@
+#pragma once
+#include <Disk/Disk_DirectoryRecord.h>
+#include <Disk/Disk_RecordSource.h>
+#include <infra/RWSlistCollectables.h>
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+class Disk_StorageStrategy;
+
+/// The records of one level, whatever their class: a list that owns them, and in the standard structure a chain of
+/// items in the DICOMDIR, linked by offsets that the records hold.
+///
+/// New records go to the end of the file and old ones are rewritten in place, in their length; nothing is moved.
+/// Writing what changed costs no more however long the chain is, and so does finding a record by a text.
+class Disk_RecordChain : public RWSlistCollectables {
+public:
+  ~Disk_RecordChain() override { clearAndDestroy(); }
+
+  /// Replaces the content by the chain that starts at `offset`; 0 stands for an empty one. 0, or -1 (logged); the
+  /// records read so far stay. A chain that loops, leaves the file or holds a record of an upper level fails.
+  int ReadRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset);
+  int ReadRecords(Disk_RecordSource const& source, unsigned offset);
+  /// Writes the new and changed records, the first of which stands at `offset`, through `strategy` or, when that is
+  /// null, to `fd`. Records that were written before through the same strategy aren't written again. 0, or -1
+  /// (logged): before anything is written when a record would not fit its place, otherwise in the middle.
+  int WriteRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
+  /// The number of records whose Record In-use Flag isn't 0.
+  int CountRecordsInUse() const;
+
+  void clearAndDestroy();
+  RWCollectable* remove(RWCollectable const* item);
+
+protected:
+  Disk_RecordChain() = default;
+  int add_new_record(Disk_DirectoryRecord* record, unsigned offset);
+  /// The records whose `tag` has this text, in the order of the list. The tag is always the same one.
+  std::vector<Disk_DirectoryRecord*> find(Dicom_Tag const& tag, std::string_view text) const;
+
+  /// Makes an empty record of the list's class.
+  virtual std::unique_ptr<Disk_DirectoryRecord> make() const = 0;
+  /// 0 patient, 1 study, 2 series, 3 instance.
+  virtual int level() const = 0;
+  /// Reads what a record of the list owns. 0, or -1.
+  virtual int read_below(Disk_DirectoryRecord&, Disk_RecordSource const&) { return 0; }
+
+private:
+  struct Output;
+  int read_record(Disk_RecordSource const& source, unsigned offset, unsigned chain);
+  int write_all(Output& output, Dicom_TransferSyntax const& syntax, unsigned offset);
+  int write_record(Output& output, Dicom_TransferSyntax const& syntax, Disk_DirectoryRecord const& record,
+                   unsigned offset) const;
+  bool fits(Disk_DirectoryRecord const& record, Dicom_TransferSyntax const& syntax) const;
+  void index_rest(Dicom_Tag const& tag) const;
+
+  /// Records that have changed since they were written; they enlist themselves.
+  std::vector<Disk_DirectoryRecord*> unwritten_;
+  Disk_StorageStrategy* written_through_ = nullptr;
+  // the index of the list by the text of one attribute
+  mutable std::unordered_map<std::string, std::vector<Disk_DirectoryRecord*>> index_;
+  mutable std::size_t indexed_ = 0, searches_ = 0;
+  mutable const_iterator next_to_index_{nullptr};
+};

@@ -1,0 +1,362 @@
+#include <Disk/Disk_DicomDir.h>
+
+#include "Disk/Disk_Redo.h"
+#include "Disk/Disk_WriteGather.h"
+#include "dicom/Dicom_DataSetReader.h"
+
+#include <Disk/Disk_Error.h>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <infra/Klb_GError.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystem.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <unistd.h>
+
+namespace {
+
+constexpr Dicom_Tag kFileSetID{0x0004, std::uint16_t(0x1130)};
+constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
+constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
+constexpr Dicom_Tag kConsistencyFlag{0x0004, std::uint16_t(0x1212)};
+constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
+constexpr unsigned kPreamble = 132; // with the magic
+constexpr unsigned kItemHeader = 8;
+
+/// Whether a strategy keeps what it is given: its owner decides then when the file gets it.
+bool KeepsImage(Disk_StorageStrategy* strategy) {
+  return strategy && !dynamic_cast<Disk_FileStorageStrategy*>(strategy);
+}
+
+int Failed(char const* text) {
+  DISK_LOG_TEXT(3, text);
+  return -1;
+}
+
+bool Exists(std::string const& path) { return Util_FileSystemInterface::Current().Access(path.c_str(), F_OK) == 0; }
+
+/// The DICOMDIR of a directory: "dicomdir" only if that alone is there.
+std::string NameIn(std::string const& directory, bool* exists, int* lowercase) {
+  *lowercase = 0;
+  *exists = Exists(directory + "/DICOMDIR");
+  if (*exists || !Exists(directory + "/dicomdir")) return directory + "/DICOMDIR";
+  *exists = true;
+  *lowercase = 1;
+  return directory + "/dicomdir";
+}
+
+} // namespace
+
+Disk_DicomDir::Disk_DicomDir()
+    : transfer_syntax(Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, nullptr), gather_(std::make_unique<Disk_WriteGather>()),
+      overlay_(std::make_unique<Disk_Redo>()) {}
+
+Disk_DicomDir::~Disk_DicomDir() {
+  if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
+}
+
+int Disk_DicomDir::Init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy) {
+  if (!file_set_prefix) return Failed("Read: file_set_prefix is NULL.\n");
+  if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
+  file_descriptor = -1;
+  read_only = for_reading;
+  strategy_ = strategy;
+  bool is_new = false;
+  if (open(file_set_prefix, &is_new) == -1) return -1;
+  if (is_new) return create(strategy);
+  if (strategy) strategy->InitFD(file_descriptor);
+  if (LayRedoOver() == -1) return -1;
+  if (read_until_records() == -1 || read_prefix() == -1)
+    return Failed("Init: Failed reading until the records sequence.\n");
+  if (find_end_offset() == -1) return Failed("Init: Failed finding the end offset.\n");
+  if (strategy) strategy->UpdateFromFile();
+  return 0;
+}
+
+/// Opens the file unless it is new. One without a byte is new too: its writer keeps it in memory, or kept it.
+int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
+  bool exists = false;
+  file_name = NameIn(file_set_prefix, &exists, &lowercase_name);
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  if (exists && system.Access(file_name.c_str(), W_OK) == -1) read_only = true;
+  struct stat status {};
+  *is_new =
+      !read_only &&
+      (!exists || (system.Stat(file_name.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0));
+  if (*is_new) return 0;
+  Util_FileDescriptor file =
+      Util_FileSystem::Open(file_name.c_str(), (read_only ? O_RDONLY : O_RDWR) | O_NONBLOCK, 0664);
+  if (!file) {
+    DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), errno);
+    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+    return -1;
+  }
+  file_descriptor = file.Release();
+  return 0;
+}
+
+/// A new file comes to its name whole, so that no kill leaves the beginning of one, unless a strategy keeps it.
+int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
+  if (new_dicomdir() == -1 || make_prefix() == -1) return Failed("Init: Failed initiate new DICOMDIR.\n");
+  patch_prefix();
+  if (!KeepsImage(strategy)) {
+    std::string const temporary = file_name + ".tmp";
+    std::string_view const parts[] = {prefix_};
+    if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true) == -1 ||
+        Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1 ||
+        Util_FileSystem::SyncDirectory(file_name.substr(0, file_name.rfind('/')).c_str()) == -1) {
+      KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+      return Failed("Init: Failed write the new dicomdir.\n");
+    }
+  }
+  Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_CREAT, 0664);
+  if (!file) {
+    DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), errno);
+    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+    return -1;
+  }
+  file_descriptor = file.Release();
+  if (strategy) strategy->InitFD(file_descriptor);
+  if (!KeepsImage(strategy)) return 0;
+  return Write(strategy) == -1 ? Failed("Init: Failed write the new dicomdir.\n") : 0;
+}
+
+// What stands before the records
+
+/// The elements go in with dummy offsets first: the offsets depend on the length, which doesn't depend on them.
+int Disk_DicomDir::new_dicomdir() {
+  if (SetFileSetID(Dicom_CS("")) == -1) return Failed("new_dicomdir: Failed settitng the file set id.\n");
+  if (SetOffsetOfTheFirstDirectoryRecord(Dicom_UL(0)) == -1)
+    return Failed("new_dicomdir: Failed settitng the dummy offset of the first directory record.\n");
+  if (SetOffsetOfTheLastDirectoryRecord(Dicom_UL(0)) == -1)
+    return Failed("new_dicomdir: Failed settitng the dummy offset of the last directory record.\n");
+  if (SetFileSetConsistencyFlag(Dicom_US(0)) == -1)
+    return Failed("new_dicomdir: Failed settitng the file consistency flag.\n");
+  std::unique_ptr<Dicom_Msg> const meta(meta_information());
+  if (!meta) return Failed("Failed to create Meta Information\n.");
+  offset_end = kPreamble + meta->GetDumpLen() + GetDumpLen(transfer_syntax, 0, SCompressionParms()) + header_length();
+  if (SetOffsetOfTheFirstDirectoryRecord(Dicom_UL(offset_end)) == -1)
+    return Failed("new_dicomdir: Failed settitng the offset of the first directory record.\n");
+  if (SetOffsetOfTheLastDirectoryRecord(Dicom_UL(offset_end)) == -1)
+    return Failed("new_dicomdir: Failed settitng the offset of the last directory record.\n");
+  return 0;
+}
+
+/// The bytes before the records, of a message that was not read from a file.
+int Disk_DicomDir::make_prefix() {
+  std::unique_ptr<Dicom_Msg> const meta(meta_information());
+  prefix_.assign(kPreamble - 4, '\0');
+  prefix_ += "DICM";
+  auto const append = [this](Dicom_Msg const& msg, Dicom_TransferSyntax const& syntax) {
+    std::string bytes(msg.GetDumpLen(syntax, 0, SCompressionParms()), '\0');
+    int const written = msg.Dump(bytes.data(), unsigned(bytes.size()), syntax, 0, nullptr);
+    prefix_ += bytes;
+    return written != -1;
+  };
+  bool const whole = meta && append(*meta, Dicom_TransferSyntax::Native());
+  unsigned const data_set = unsigned(prefix_.size());
+  if (!whole || !append(*this, transfer_syntax)) return Failed("Write: Failed dumping the msg into buffer.\n");
+  std::uint16_t const tag[] = {kRecordSequence.Group(), kRecordSequence.Element()};
+  char bytes[4];
+  Dicom_Copy(tag, bytes, 2, 2, transfer_syntax.GetEndianity());
+  prefix_.append(bytes, 4);
+  if (transfer_syntax.IsExplicitVR()) prefix_.append("SQ\0\0", 4);
+  prefix_.append(4, '\0'); // the length
+  records_begin_ = unsigned(prefix_.size());
+  locate_numbers(data_set);
+  return 0;
+}
+
+Dicom_Msg* Disk_DicomDir::meta_information() const {
+  return Util_File::BuildMetaInformation(transfer_syntax.GetUID(), Dicom_UIDic::BASIC_DIRECTORY_STORAGE, UI_NULL);
+}
+
+unsigned Disk_DicomDir::header_length() const { return transfer_syntax.IsExplicitVR() ? 12 : 8; }
+
+/// Finds the two offsets in the prefix, whose data set begins at `data_set`.
+void Disk_DicomDir::locate_numbers(unsigned data_set) {
+  first_at_ = last_at_ = 0;
+  char const* const end = prefix_.data() + prefix_.size() - header_length();
+  Dicom_RawElement element;
+  Dicom_Encoding const encoding{transfer_syntax.IsExplicitVR(), transfer_syntax.IsBigEndian()};
+  for (char const* p = prefix_.data() + data_set; p < end && Dicom_ReadElement(p, end, encoding, &element);
+       p = element.next) {
+    if (element.length != 4 || element.undefined_length) continue;
+    unsigned const place = unsigned(element.value - prefix_.data());
+    if (element.tag == kFirstOffset.Number()) first_at_ = place;
+    if (element.tag == kLastOffset.Number()) last_at_ = place;
+  }
+}
+
+void Disk_DicomDir::patch_prefix() {
+  auto const put = [this](unsigned place, unsigned number) {
+    if (place != 0) Dicom_Copy(&number, prefix_.data() + place, 4, 1, transfer_syntax.GetEndianity());
+  };
+  put(first_at_, GetOffsetOfTheFirstDirectoryRecord());
+  put(last_at_, Value<Dicom_UL>(kLastOffset));
+  stated_length_ = offset_end - records_begin_;
+  put(records_begin_ - 4, stated_length_);
+}
+
+int Disk_DicomDir::Write(Disk_StorageStrategy* strategy) {
+  DISK_LOG(7, "Write:\n");
+  if (prefix_.empty() && make_prefix() == -1) return -1;
+  patch_prefix();
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  long const start = strategy ? strategy->LSeek(0, 0) : long(system.Lseek(file_descriptor, 0, SEEK_SET));
+  if (start != 0) return Failed("Write: Failed setting the file pointer to zero.\n");
+  auto const write = [&](char const* data, unsigned size) {
+    return strategy ? strategy->Write(data, size) == int(size)
+                    : Util_FileSystem::WriteAll(file_descriptor, data, size) == 0;
+  };
+  unsigned const before = records_begin_ - header_length();
+  if (!write(prefix_.data(), before)) return Failed("Write: Failed writing the msg.\n");
+  if (write(prefix_.data() + before, header_length())) return 0;
+  DISK_LOG(3, "Write: Can't write the buffer (errno=%d).\n", errno);
+  return -1;
+}
+
+int Disk_DicomDir::SetFileSetID(Dicom_CS const& id) { return Set(kFileSetID, id); }
+Dicom_UL Disk_DicomDir::GetOffsetOfTheFirstDirectoryRecord() const { return Value<Dicom_UL>(kFirstOffset); }
+int Disk_DicomDir::SetOffsetOfTheFirstDirectoryRecord(Dicom_UL const& offset) { return Set(kFirstOffset, offset); }
+int Disk_DicomDir::SetOffsetOfTheLastDirectoryRecord(Dicom_UL const& offset) { return Set(kLastOffset, offset); }
+int Disk_DicomDir::SetFileSetConsistencyFlag(Dicom_US const& flag) { return Set(kConsistencyFlag, flag); }
+
+// Records
+
+int Disk_DicomDir::Reserve(Dicom_Msg const& record) {
+  std::uint64_t const end =
+      std::uint64_t(offset_end) + kItemHeader + record.GetDumpLen(transfer_syntax, 0, SCompressionParms());
+  if (end >= std::numeric_limits<std::uint32_t>::max()) return Failed("Reserve: the DICOMDIR is full.\n");
+  offset_end = unsigned(end);
+  return 0;
+}
+
+long Disk_DicomDir::ReadAt(void* data, unsigned size, unsigned offset) const {
+  long count = strategy_ ? strategy_->ReadPending(data, size, offset) : -1;
+  if (count != -1) return count;
+  count = Util_FileSystem::PreadAll(file_descriptor, data, size, off_t(offset));
+  if (count != -1) overlay_->LayOver(static_cast<char*>(data), size, offset, &count);
+  return count;
+}
+
+bool Disk_DicomDir::Claim(unsigned offset, unsigned chain) const {
+  return owners_.emplace(offset, chain).first->second == chain;
+}
+
+// Operations
+
+int Disk_DicomDir::Begin() {
+  if (char const* const why = unfit_for_writing()) {
+    DISK_LOG(3, "Begin: %s can't be written: %s.\n", file_name.c_str(), why);
+    return -1;
+  }
+  gather_->redo.Clear();
+  gathering_ = true;
+  return 0;
+}
+
+/// Why new records can't be appended; null if they can. What must not change has to be in its place.
+char const* Disk_DicomDir::unfit_for_writing() {
+  if (read_only) return "it is read-only";
+  if (first_at_ == 0 || last_at_ == 0) return "it lacks the offset of its first or last record";
+  if (strategy_ && strategy_->HasPendingData()) return nullptr; // the file is behind
+  struct stat status {};
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  if (system.Fstat(file_descriptor, &status) == -1) return "its size can't be told";
+  if (status.st_size < off_t(offset_end)) return "it is cut short";
+  if (status.st_size == off_t(offset_end)) return nullptr;
+  char bytes[kItemHeader] = {};
+  long const count = Util_FileSystem::PreadAll(file_descriptor, bytes, sizeof bytes, off_t(offset_end));
+  std::uint32_t const tag = count < long(sizeof bytes) ? 0 : Dicom_LoadTag(bytes, transfer_syntax.IsBigEndian());
+  if (tag == kSequenceDelimiter && status.st_size == off_t(offset_end) + off_t(sizeof bytes)) return nullptr;
+  if (tag > kRecordSequence.Number()) return "elements stand behind its records";
+  // bytes without meaning: they would stand behind the new records
+  return system.Ftruncate(file_descriptor, off_t(offset_end)) == 0 ? nullptr : "bytes behind its records can't be cut";
+}
+
+Disk_StorageStrategy* Disk_DicomDir::Target(Disk_StorageStrategy* strategy) const {
+  return gathering_ ? gather_.get() : strategy;
+}
+
+void Disk_DicomDir::MoveVersion(std::string_view directory, std::int32_t version) {
+  gather_->redo.MoveVersion(directory, version);
+}
+
+void Disk_DicomDir::Discard() {
+  gather_->redo.Clear();
+  gathering_ = false;
+}
+
+int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
+  Disk_Redo& redo = gather_->redo;
+  redo.Settle();
+  gathering_ = false;
+  std::string const directory = file_name.substr(0, file_name.rfind('/'));
+  auto const fail = [&](char const* what) {
+    int const cause = errno;
+    DISK_LOG(3, "Commit: %s %s (errno=%d).\n", what, file_name.c_str(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    redo.Clear();
+    return -1;
+  };
+  bool const writes_through = !KeepsImage(strategy); // otherwise there is nothing to recover
+  if (writes_through && redo.Save(redo_path()) == -1) return fail("Can't write the redo record of");
+  bool const applied = !strategy        ? redo.Apply(file_descriptor) == 0
+                       : writes_through ? redo.Apply(*strategy) == 0 && Util_FileSystem::SyncFile(file_descriptor) == 0
+                                        : redo.Apply(*strategy) == 0;
+  if (!applied) return fail("Can't write");
+  if (redo.MoveVersions(directory.c_str()) == -1) return fail("Can't move the versions of");
+  redo.Clear();
+  // if it stays, whoever comes next writes the same again
+  if (writes_through) Util_FileSystemInterface::Current().Unlink(redo_path().c_str());
+  return 0;
+}
+
+// Recovery
+
+std::string Disk_DicomDir::redo_path() const { return file_name + ".redo"; }
+
+bool Disk_DicomDir::HasRedo() const { return Exists(redo_path()); }
+
+int Disk_DicomDir::Replay(char const* file_set_prefix) {
+  bool exists = false;
+  int lowercase = 0;
+  std::string const name = NameIn(file_set_prefix, &exists, &lowercase), path = name + ".redo";
+  Disk_Redo redo;
+  Disk_Redo::Found const found = exists ? redo.Load(path) : Disk_Redo::Found::None;
+  if (found == Disk_Redo::Found::None) return 0;
+  int result = 0;
+  if (found == Disk_Redo::Found::Unreadable) {
+    result = -1;
+  } else if (found == Disk_Redo::Found::Torn) {
+    DISK_LOG(4, "Replay: %s isn't whole; what it belongs to had no effect.\n", path.c_str());
+  } else {
+    DISK_LOG(4, "Replay: completing what a process that has ended began to write to %s.\n", name.c_str());
+    Util_FileDescriptor const file = Util_FileSystem::Open(name.c_str(), O_RDWR | O_NONBLOCK);
+    result = !file || redo.Apply(file.Get()) == -1 ? -1 : redo.MoveVersions(file_set_prefix);
+  }
+  if (result == 0) result = Util_FileSystemInterface::Current().Unlink(path.c_str());
+  if (result == 0) return 0;
+  int const cause = errno;
+  DISK_LOG(3, "Replay: Can't complete what %s holds (errno=%d).\n", path.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+int Disk_DicomDir::LayRedoOver() {
+  if (!read_only) return 0;
+  Disk_Redo redo;
+  Disk_Redo::Found const found = redo.Load(redo_path());
+  if (found == Disk_Redo::Found::Unreadable) {
+    DISK_LOG(3, "LayRedoOver: Can't read %s (errno=%d).\n", redo_path().c_str(), errno);
+    return -1;
+  }
+  if (redo == *overlay_) return 0;
+  *overlay_ = redo;
+  return 1;
+}

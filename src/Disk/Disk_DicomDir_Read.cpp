@@ -1,0 +1,158 @@
+#include <Disk/Disk_DicomDir.h>
+
+#include "dicom/Dicom_DataSetReader.h"
+
+#include <dicom/Util_TransferSyntax.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystem.h>
+
+#include <cerrno>
+#include <limits>
+#include <unistd.h>
+
+namespace {
+
+constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
+constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
+constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
+constexpr off_t kLongestPrefix = 16 << 20; // of a DICOMDIR that anybody would write
+
+int Failed(char const* text) {
+  DISK_LOG_TEXT(3, text);
+  return -1;
+}
+
+off_t Tell(int fd) { return Util_FileSystemInterface::Current().Lseek(fd, 0, SEEK_CUR); }
+
+} // namespace
+
+/// Takes the elements in front of the records into this message. The position is on the tag of their sequence then.
+int Disk_DicomDir::read_until_records() {
+  Util_TransferSyntax start;
+  if (start.GetDetails(file_descriptor) == -1) {
+    DISK_LOG(3, "read_until_records: Failed getting the file (%s) transfer syntax.\n", file_name.c_str());
+    return -1;
+  }
+  int error = 0;
+  transfer_syntax = Dicom_TransferSyntax(start.GetTransferSyntax(), &error);
+  if (error == -1) {
+    DISK_LOG(3, "read_until_records: Unknown transfer syntax: %s\n", start.GetTransferSyntax().CStr());
+    return -1;
+  }
+  static_cast<IOD_Msg&>(*this) = IOD_Msg();
+  records_begin_ = unsigned(std::max<off_t>(Tell(file_descriptor), 0)); // until the prefix is known
+  while (!is_record_sequence()) {
+    if (Tell(file_descriptor) > kLongestPrefix) return Failed("read_until_records: Failed constructing Dicom_ME.\n");
+    Dicom_ME element(file_descriptor, nullptr, transfer_syntax, this, &error);
+    if (error == -1) return Failed("read_until_records: Failed constructing Dicom_ME.\n");
+    if (Add(std::move(element)) == -1) return Failed("read_until_records: Failed adding the ME.\n");
+  }
+  return 0;
+}
+
+/// Keeps the bytes from the start of the file to the records.
+int Disk_DicomDir::read_prefix() {
+  off_t const sequence = Tell(file_descriptor);
+  if (sequence < 0 || sequence > kLongestPrefix) return -1;
+  unsigned const data_set = records_begin_;
+  prefix_.resize(std::size_t(sequence) + header_length());
+  if (ReadAt(prefix_.data(), unsigned(prefix_.size()), 0) != long(prefix_.size())) {
+    prefix_.clear();
+    return -1;
+  }
+  records_begin_ = unsigned(prefix_.size());
+  locate_numbers(data_set);
+  if (first_at_ != 0 && read_offset(first_at_, kFirstOffset.Element()) == -1) return -1;
+  return last_at_ == 0 ? 0 : read_offset(last_at_, kLastOffset.Element());
+}
+
+bool Disk_DicomDir::is_record_sequence() {
+  std::uint32_t tag = 0;
+  if (read_tag(&tag) == -1) {
+    DISK_LOG(3, "is_record_sequence: Failed reading the tag.\n");
+    return false;
+  }
+  if (Util_FileSystemInterface::Current().Lseek(file_descriptor, -4, SEEK_CUR) == -1) {
+    DISK_LOG(3, "is_record_sequence: faild seeking back.\n");
+    return false;
+  }
+  return tag == kRecordSequence.Number();
+}
+
+int Disk_DicomDir::read_tag(std::uint32_t* tag) {
+  char bytes[4];
+  if (Util_FileSystem::ReadAll(file_descriptor, bytes, sizeof bytes) != sizeof bytes)
+    return Failed("read_tag: read Failed.\n");
+  *tag = Dicom_LoadTag(bytes, transfer_syntax.IsBigEndian());
+  return 0;
+}
+
+/// By what the header of the sequence says; where that is nothing, by a delimiter at the end of the file; where
+/// there is none, by a walk over all items.
+int Disk_DicomDir::find_end_offset() {
+  char bytes[4];
+  if (ReadAt(bytes, sizeof bytes, records_begin_ - 4) != sizeof bytes) return Failed("find_end_offset: read Failed.\n");
+  stated_length_ = Dicom_Load32(bytes, transfer_syntax.IsBigEndian());
+  if (stated_length_ != kUndefinedLength) {
+    std::uint64_t const end = std::uint64_t(records_begin_) + stated_length_;
+    if (end >= std::numeric_limits<std::uint32_t>::max()) return Failed("Failed finding sequence ending.\n");
+    offset_end = unsigned(end);
+    return 0;
+  }
+  return FindSequenceOffset(&offset_end) == 0 ? 0 : parse_sequence();
+}
+
+int Disk_DicomDir::FindSequenceOffset(unsigned* offset) {
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  off_t const end = system.Lseek(file_descriptor, 0, SEEK_END);
+  if (end == -1) {
+    DISK_LOG(3, "FindSequenceOffset: Can't seek (errno=%d).\n", errno);
+    return -1;
+  }
+  off_t const place = end < off_t(records_begin_) + 8 ? -1 : system.Lseek(file_descriptor, -8, SEEK_CUR);
+  if (place == -1 || place > off_t(std::numeric_limits<std::uint32_t>::max()) - 8) {
+    DISK_LOG(3, "FindSequenceOffset: Can't seek(errno=%d).\n", errno);
+    return -1;
+  }
+  std::uint32_t tag = 0;
+  if (read_tag(&tag) == -1) return Failed("FindSequenceOffset: Failed reading tag.\n");
+  if (tag != kSequenceDelimiter) {
+    DISK_LOG(4, "FindSequenceOffset: last tag is not sequence delimination item.\n");
+    return -1;
+  }
+  *offset = unsigned(place);
+  return 0;
+}
+
+int Disk_DicomDir::parse_sequence() {
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  unsigned parsed_length = 0;
+  int error = 0;
+  if (system.Lseek(file_descriptor, off_t(records_begin_), SEEK_SET) == -1)
+    return Failed("Failed finding sequence ending.\n");
+  Dicom_Sequence const sequence(file_descriptor, -1, &parsed_length, transfer_syntax, &error);
+  if (error == -1) return Failed("Failed finding sequence ending.\n");
+  offset_end = records_begin_ + parsed_length;
+  return 0;
+}
+
+/// Takes an offset that stands in the prefix over into this message.
+int Disk_DicomDir::read_offset(unsigned place, unsigned element) {
+  char bytes[4];
+  if (ReadAt(bytes, sizeof bytes, place) != sizeof bytes) return -1;
+  return Set(Dicom_Tag(0x0004, std::uint16_t(element)), Dicom_UL(Dicom_Load32(bytes, transfer_syntax.IsBigEndian())));
+}
+
+int Disk_DicomDir::RefreshOffsetEnd() {
+  if (!Has(kFirstOffset)) return Failed("RefreshOffsetEnd: Offset Of The First Directory Record is NULL.\n");
+  if ((first_at_ != 0 && read_offset(first_at_, kFirstOffset.Element()) == -1) ||
+      (last_at_ != 0 && read_offset(last_at_, kLastOffset.Element()) == -1))
+    return Failed("RefreshOffsetEnd: lseek Failed.\n");
+  return find_end_offset() == 0 ? 0 : Failed("RefreshOffsetEnd: find_end_offset failed.\n");
+}
+
+bool Disk_DicomDir::IsCurrent() const {
+  char bytes[4];
+  return ReadAt(bytes, sizeof bytes, records_begin_ - 4) == sizeof bytes &&
+         Dicom_Load32(bytes, transfer_syntax.IsBigEndian()) == stated_length_;
+}

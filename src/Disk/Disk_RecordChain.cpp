@@ -1,0 +1,328 @@
+#include <Disk/Disk_RecordChain.h>
+
+#include "dicom/Dicom_DataSetReader.h"
+
+#include <Disk/Disk_StorageStrategy.h>
+#include <dicom/IOD_Image.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_Buffer.h>
+#include <infra/Util_FileSystem.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <unistd.h>
+#include <unordered_set>
+
+namespace {
+
+constexpr unsigned kHeader = 8; // tag and length of an item
+constexpr Dicom_Tag kAddedUid{0x0008, std::uint16_t(0x0018)};
+
+/// An open file as it stands.
+class File : public Disk_RecordSource {
+public:
+  File(int fd, Dicom_TransferSyntax const& syntax) : fd_(fd), syntax_(syntax) {
+    struct stat status {};
+    if (Util_FileSystemInterface::Current().Fstat(fd, &status) == 0)
+      end_ = unsigned(std::clamp<off_t>(status.st_size, 0, UINT32_MAX));
+  }
+  long ReadAt(void* data, unsigned size, unsigned offset) const override {
+    return Util_FileSystem::PreadAll(fd_, data, size, off_t(offset));
+  }
+  Dicom_TransferSyntax const& Syntax() const override { return syntax_; }
+  unsigned RecordsBegin() const override { return 1; }
+  unsigned RecordsEnd() const override { return end_; }
+  bool Claim(unsigned offset, unsigned chain) const override {
+    return owners_.emplace(offset, chain).first->second == chain;
+  }
+
+private:
+  int fd_;
+  Dicom_TransferSyntax const& syntax_;
+  unsigned end_ = 0;
+  mutable std::unordered_map<unsigned, unsigned> owners_;
+};
+
+Dicom_Encoding EncodingOf(Dicom_TransferSyntax const& syntax) { return {syntax.IsExplicitVR(), syntax.IsBigEndian()}; }
+
+/// The level that a record type belongs to; -1 for one that isn't bound to a level.
+int LevelOf(Dicom_CS const& type) {
+  if (type == IOD_Image::PATIENT) return 0;
+  if (type == IOD_Image::STUDY) return 1;
+  return type == IOD_Image::SERIES ? 2 : -1;
+}
+
+/// The bytes of an item's body that the item's length leaves open. Null when no delimiter ends it.
+std::shared_ptr<Util_Buffer const> ReadOpenItem(Disk_RecordSource const& source, unsigned offset) {
+  unsigned const left = source.RecordsEnd() - offset;
+  for (unsigned wanted = 4096;; wanted *= 4) {
+    wanted = std::min(wanted, left);
+    std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(wanted);
+    if (!bytes || source.ReadAt(bytes->data(), wanted, offset) != long(wanted)) return nullptr;
+    Dicom_RawItem item;
+    if (Dicom_ReadItem(bytes->data(), bytes->data() + wanted, EncodingOf(source.Syntax()), &item)) {
+      std::shared_ptr<Util_Buffer> const body = Util_Buffer::Make(item.length);
+      if (body) std::copy(item.value, item.value + item.length, body->data());
+      return body;
+    }
+    if (wanted == left) return nullptr;
+  }
+}
+
+} // namespace
+
+void Disk_RecordChain::clearAndDestroy() {
+  unwritten_.clear();
+  written_through_ = nullptr;
+  index_.clear();
+  indexed_ = searches_ = 0;
+  RWSlistCollectables::clearAndDestroy();
+}
+
+RWCollectable* Disk_RecordChain::remove(RWCollectable const* item) {
+  index_.clear();
+  indexed_ = searches_ = 0;
+  std::erase(unwritten_, item);
+  return RWSlistCollectables::remove(item);
+}
+
+int Disk_RecordChain::CountRecordsInUse() const {
+  int count = 0;
+  for (RWCollectable* record : *this)
+    if (static_cast<Disk_DirectoryRecord*>(record)->GetRecordInUseFlag() != Dicom_US(0)) ++count;
+  return count;
+}
+
+// Reading
+
+int Disk_RecordChain::ReadRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset) {
+  return ReadRecords(File(fd, syntax), offset);
+}
+
+int Disk_RecordChain::ReadRecords(Disk_RecordSource const& source, unsigned offset) {
+  DISK_LOG(7, "ReadRecords: record offset is %d.\n", int(offset));
+  clearAndDestroy();
+  unsigned const chain = offset;
+  std::unordered_set<unsigned> visited;
+  while (offset != 0) {
+    if (!visited.insert(offset).second || !source.Claim(offset, chain)) {
+      DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice.\n", offset);
+      return -1;
+    }
+    if (read_record(source, offset, chain) == -1) return -1;
+    offset = static_cast<Disk_DirectoryRecord*>(last())->GetOffsetOfTheNextDirectoryRecord();
+  }
+  return 0;
+}
+
+int Disk_RecordChain::read_record(Disk_RecordSource const& source, unsigned offset, unsigned chain) {
+  unsigned const end = source.RecordsEnd();
+  if (offset < source.RecordsBegin() || offset >= end) {
+    DISK_LOG(3, "ReadRecords: offset %u in the chain from %u is outside of the records.\n", offset, chain);
+    return -1;
+  }
+  bool const big_endian = source.Syntax().IsBigEndian();
+  char header[kHeader];
+  long const got = source.ReadAt(header, std::min(kHeader, end - offset), offset);
+  if (got < 4) {
+    DISK_LOG(3, "ReadRecords: Failed reading item tag from file. errno %d.\n", errno);
+    return -1;
+  }
+  std::uint32_t const tag = Dicom_LoadTag(header, big_endian);
+  if (tag != kItemTag) {
+    DISK_LOG(3, "ReadRecords: (%04x,%04x) is not an item tag. offset is %d\n", tag >> 16, tag & 0xFFFF, int(offset));
+    return -1;
+  }
+  if (got < long(kHeader)) {
+    DISK_LOG(3, "ConstructFromFile: Failed reading from file. errno %d.\n", errno);
+    return -1;
+  }
+  std::uint32_t const length = Dicom_Load32(header + 4, big_endian);
+  std::shared_ptr<Util_Buffer const> body;
+  if (length == kUndefinedLength) {
+    body = ReadOpenItem(source, offset);
+  } else if (length <= end - offset - kHeader) {
+    std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(length);
+    if (bytes && source.ReadAt(bytes->data(), length, offset + kHeader) == long(length)) body = bytes;
+  }
+  int error = -1;
+  std::unique_ptr<Disk_DirectoryRecord> record = make();
+  if (body) record->record_msg = std::make_unique<IOD_Msg>(Dicom_Msg(body, source.Syntax(), &error));
+  if (error == -1) {
+    DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
+    DISK_LOG(3, "ReadRecords: no whole record stands at offset %u.\n", offset);
+    return -1;
+  }
+  Dicom_CS const type = record->GetDirectoryRecordType();
+  if (int const its = LevelOf(type); its != -1 && its < level()) {
+    DISK_LOG(3, "ReadRecords: a %s record can't stand below its own level. offset is %u\n", type.CStr(), offset);
+    return -1;
+  }
+  record->place_at(offset, unsigned(body->size()));
+  record->keep_lookup_uid();
+  record->enlist_in(&unwritten_);
+  if (LevelOf(type) == level() && read_below(*record, source) == -1) {
+    DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
+    return -1;
+  }
+  append(record.release());
+  return 0;
+}
+
+// Writing
+
+int Disk_RecordChain::add_new_record(Disk_DirectoryRecord* record, unsigned offset) {
+  if (auto* const before = static_cast<Disk_DirectoryRecord*>(last())) {
+    if (before->SetOffsetOfTheNextDirectoryRecord(Dicom_UL(offset)) == -1) {
+      DISK_LOG(3, "AddNewRecord: Failed update the last record.\n");
+      return -1;
+    }
+    before->SetChanged(true);
+  }
+  record->place_at(offset, Disk_DirectoryRecord::kUnknownLength);
+  record->enlist_in(&unwritten_);
+  append(record);
+  return 0;
+}
+
+/// A descriptor or a strategy. Each step has the message of its failure, for the one and for the other.
+struct Disk_RecordChain::Output {
+  int fd;
+  Disk_StorageStrategy* strategy;
+
+  int Seek(unsigned offset, char const* target) const {
+    if (strategy ? strategy->LSeek(long(offset), 0) != -1
+                 : Util_FileSystemInterface::Current().Lseek(fd, off_t(offset), SEEK_SET) != -1)
+      return 0;
+    if (strategy)
+      DISK_LOG(3, "WriteRecords: Failed seeking to the %s.\n", target);
+    else
+      DISK_LOG(3, "WriteRecords: Failed seeking to the %s. errno %d\n", target, errno);
+    return -1;
+  }
+  int Write(void const* data, unsigned size, char const* what) const {
+    if (strategy ? strategy->Write(data, size) == int(size) : Util_FileSystem::WriteAll(fd, data, size) == 0) return 0;
+    if (strategy)
+      DISK_LOG(3, "WriteRecords: Failed writing the %s.\n", what);
+    else
+      DISK_LOG(3, "WriteRecords: Failed writing the %s. errno %d.\n", what, errno);
+    return -1;
+  }
+};
+
+int Disk_RecordChain::WriteRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset,
+                                   Disk_StorageStrategy* strategy) {
+  Output output{fd, strategy};
+  if (!strategy || strategy != written_through_) {
+    if (write_all(output, syntax, offset) == -1) return -1;
+  } else {
+    for (Disk_DirectoryRecord const* record : unwritten_)
+      if (!fits(*record, syntax)) return -1;
+    for (Disk_DirectoryRecord const* record : unwritten_)
+      if (write_record(output, syntax, *record, record->place()) == -1) return -1;
+  }
+  for (Disk_DirectoryRecord* record : unwritten_)
+    record->has_been_written();
+  unwritten_.clear();
+  written_through_ = strategy;
+  return 0;
+}
+
+int Disk_RecordChain::write_all(Output& output, Dicom_TransferSyntax const& syntax, unsigned offset) {
+  for (RWCollectable* item : *this) {
+    auto const& record = static_cast<Disk_DirectoryRecord const&>(*item);
+    if ((record.IsNew() || record.Changed()) && !fits(record, syntax)) return -1;
+  }
+  for (RWCollectable* item : *this) {
+    auto const& record = static_cast<Disk_DirectoryRecord const&>(*item);
+    if ((record.IsNew() || record.Changed()) && write_record(output, syntax, record, offset) == -1) return -1;
+    offset = record.GetOffsetOfTheNextDirectoryRecord();
+  }
+  return 0;
+}
+
+bool Disk_RecordChain::fits(Disk_DirectoryRecord const& record, Dicom_TransferSyntax const& syntax) const {
+  if (record.length() == Disk_DirectoryRecord::kUnknownLength) return true;
+  unsigned const length = record.dump_length(syntax);
+  if (length == record.length()) return true;
+  DISK_LOG(3, "WriteRecords: the record at offset %u takes %u bytes and would become %u.\n", record.place(),
+           record.length(), length);
+  return false;
+}
+
+int Disk_RecordChain::write_record(Output& output, Dicom_TransferSyntax const& syntax,
+                                   Disk_DirectoryRecord const& record, unsigned offset) const {
+  unsigned length = record.dump_length(syntax);
+  std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(length);
+  if (!buffer) {
+    DISK_LOG(3, "WriteRecords: Failed allocate %d bytes.\n", int(length));
+    return -1;
+  }
+  if (record.dump(buffer->data(), length, syntax) == -1) {
+    DISK_LOG(3, "WriteRecords: Failed dumping the record.\n");
+    return -1;
+  }
+  if (record.IsNew()) {
+    std::uint16_t const tag[] = {kItemTag >> 16, kItemTag & 0xFFFF};
+    char tag_bytes[4], length_bytes[4];
+    Dicom_Copy(tag, tag_bytes, 2, 2, syntax.GetEndianity());
+    Dicom_Copy(&length, length_bytes, 4, 1, syntax.GetEndianity());
+    if (output.Seek(offset, "item tag") == -1 || output.Write(tag_bytes, 4, "item tag number") == -1 ||
+        output.Write(length_bytes, 4, "item length") == -1)
+      return -1;
+  }
+  if (output.Seek(offset + kHeader, "offset") == -1) return -1;
+  return output.Write(buffer->data(), length, "record");
+}
+
+// Finding
+
+/// A list that is read again for each operation is better walked than indexed; only one that is searched again and
+/// again is worth an index.
+std::vector<Disk_DirectoryRecord*> Disk_RecordChain::find(Dicom_Tag const& tag, std::string_view text) const {
+  constexpr std::size_t kWalks = 2, kShort = 16;
+  std::vector<Disk_DirectoryRecord*> found;
+  if (entries() <= kShort || ++searches_ <= kWalks) {
+    for (RWCollectable* item : *this)
+      if (auto* const record = static_cast<Disk_DirectoryRecord*>(item); record->GetRecordMsg()->TextEquals(tag, text))
+        found.push_back(record);
+    return found;
+  }
+  index_rest(tag);
+  auto const place = index_.find(std::string(text));
+  return place == index_.end() ? found : place->second;
+}
+
+void Disk_RecordChain::index_rest(Dicom_Tag const& tag) const {
+  if (indexed_ == entries()) return;
+  // what was appended since stands behind the entry that was indexed last
+  const_iterator next = indexed_ == 0 ? begin() : ++const_iterator(next_to_index_);
+  for (; next != end(); ++next) {
+    auto* const record = static_cast<Disk_DirectoryRecord*>(*next);
+    if (record->GetRecordMsg()->Has(tag)) index_[record->GetRecordMsg()->Text(tag)].push_back(record);
+    next_to_index_ = next;
+    ++indexed_;
+  }
+}
+
+/// Declared here, as only chains know of places.
+void Disk_DirectoryRecord::keep_lookup_uid() {
+  if (record_msg->GetSOPInstanceUID() != UI_NULL) return;
+  Dicom_UI const uid = record_msg->GetReferencedSOPInstanceUIDInFile();
+  if (uid == UI_NULL || record_msg->SetSOPInstanceUID(uid) == -1) return;
+  added_uid_ = true;
+}
+
+unsigned Disk_DirectoryRecord::dump_length(Dicom_TransferSyntax const& syntax) const {
+  if (!added_uid_) return record_msg->GetDumpLen(syntax, 0, SCompressionParms());
+  Dicom_Msg stripped(*record_msg);
+  stripped.Remove(kAddedUid);
+  return stripped.GetDumpLen(syntax, 0, SCompressionParms());
+}
+
+int Disk_DirectoryRecord::dump(char* buffer, unsigned length, Dicom_TransferSyntax const& syntax) const {
+  if (!added_uid_) return record_msg->Dump(buffer, length, syntax, 0, nullptr);
+  Dicom_Msg stripped(*record_msg);
+  stripped.Remove(kAddedUid);
+  return stripped.Dump(buffer, length, syntax, 0, nullptr);
+}

@@ -1,0 +1,197 @@
+#include "Disk/Disk_Redo.h"
+
+#include "Disk/Disk_VersionFile.h"
+
+#include <Disk/Disk_FileID.h>
+#include <Disk/Disk_StorageStrategy.h>
+#include <dicom/Dicom_TransferSyntax.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystem.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <zlib.h>
+
+namespace {
+
+constexpr std::string_view kMagic = "DISKREDO";
+constexpr std::uint32_t kFormat = 1;
+constexpr std::size_t kNumber = 4;
+constexpr std::uint64_t kMostBytes = 1u << 30; // far more than one operation writes
+
+// The file: magic, format, counts of extents and versions; per extent offset, length, bytes; per version length and
+// text of the directory, number; and the CRC-32 of all that. Numbers are of 32 bits, in little endian order.
+
+void PutNumber(std::string& out, std::uint32_t number) {
+  char bytes[kNumber];
+  Dicom_Copy(&number, bytes, kNumber, 1, Dicom_Endianity::Little);
+  out.append(bytes, kNumber);
+}
+
+void PutText(std::string& out, std::string_view text) {
+  PutNumber(out, std::uint32_t(text.size()));
+  out += text;
+}
+
+/// Takes numbers and texts off the front; once it has failed it stays so.
+class Input {
+public:
+  explicit Input(std::string_view bytes) : bytes_(bytes) {}
+  std::uint32_t Number() {
+    std::uint32_t number = 0;
+    std::string_view const bytes = Take(kNumber);
+    if (ok_) Dicom_Copy(bytes.data(), &number, kNumber, 1, Dicom_Endianity::Little);
+    return number;
+  }
+  std::string_view Text() { return Take(Number()); }
+  std::string_view Take(std::size_t size) {
+    ok_ = ok_ && size <= bytes_.size();
+    if (!ok_) return {};
+    std::string_view const taken = bytes_.substr(0, size);
+    bytes_.remove_prefix(size);
+    return taken;
+  }
+  bool Ok() const { return ok_; }
+  bool AtEnd() const { return ok_ && bytes_.empty(); }
+
+private:
+  std::string_view bytes_;
+  bool ok_ = true;
+};
+
+std::uint32_t Checksum(std::string_view bytes) {
+  return std::uint32_t(crc32_z(crc32_z(0, nullptr, 0), reinterpret_cast<Bytef const*>(bytes.data()), bytes.size()));
+}
+
+std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind('/')); }
+
+} // namespace
+
+void Disk_Redo::Add(std::uint32_t offset, std::string_view bytes) {
+  if (bytes.empty()) return;
+  bool const follows = !extents_.empty() && extents_.back().offset + extents_.back().bytes.size() == offset;
+  if (!follows) extents_.push_back({offset, {}});
+  extents_.back().bytes += bytes;
+}
+
+void Disk_Redo::MoveVersion(std::string_view directory, std::int32_t version) {
+  versions_.push_back({std::string(directory), version});
+}
+
+void Disk_Redo::Clear() {
+  extents_.clear();
+  versions_.clear();
+}
+
+void Disk_Redo::Settle() {
+  std::stable_sort(extents_.begin(), extents_.end(),
+                   [](Extent const& a, Extent const& b) { return a.offset < b.offset; });
+  std::vector<Extent> settled;
+  for (Extent& extent : extents_) {
+    std::uint64_t const end = settled.empty() ? 0 : settled.back().offset + settled.back().bytes.size();
+    if (settled.empty() || extent.offset > end) {
+      settled.push_back(std::move(extent));
+      continue;
+    }
+    std::string& bytes = settled.back().bytes;
+    std::size_t const at = extent.offset - settled.back().offset;
+    bytes.resize(std::max(bytes.size(), at + extent.bytes.size()));
+    std::memcpy(bytes.data() + at, extent.bytes.data(), extent.bytes.size());
+  }
+  extents_ = std::move(settled);
+}
+
+std::string Disk_Redo::encoded() const {
+  std::string out(kMagic);
+  PutNumber(out, kFormat);
+  PutNumber(out, std::uint32_t(extents_.size()));
+  PutNumber(out, std::uint32_t(versions_.size()));
+  for (Extent const& extent : extents_) {
+    PutNumber(out, extent.offset);
+    PutText(out, extent.bytes);
+  }
+  for (Version const& version : versions_) {
+    PutText(out, version.directory);
+    PutNumber(out, std::uint32_t(version.number));
+  }
+  PutNumber(out, Checksum(out));
+  return out;
+}
+
+bool Disk_Redo::decode(std::string_view bytes) {
+  Clear();
+  if (bytes.size() < kMagic.size() + kNumber || !bytes.starts_with(kMagic)) return false;
+  std::string_view const checked = bytes.substr(0, bytes.size() - kNumber);
+  if (Input(bytes.substr(checked.size())).Number() != Checksum(checked)) return false;
+  Input input(checked.substr(kMagic.size()));
+  if (input.Number() != kFormat) return false;
+  std::uint32_t const extents = input.Number(), versions = input.Number();
+  for (std::uint32_t i = 0; i < extents && input.Ok(); ++i) {
+    std::uint32_t const offset = input.Number();
+    extents_.push_back({offset, std::string(input.Text())});
+  }
+  for (std::uint32_t i = 0; i < versions && input.Ok(); ++i) {
+    std::string const directory(input.Text());
+    versions_.push_back({directory, std::int32_t(input.Number())});
+  }
+  if (input.AtEnd()) return true;
+  Clear();
+  return false;
+}
+
+int Disk_Redo::Save(std::string const& path) const {
+  std::string const bytes = encoded();
+  std::string_view const parts[] = {bytes};
+  if (Util_FileSystem::WriteNewFile(path.c_str(), parts, true) == 0 &&
+      Util_FileSystem::SyncDirectory(FolderOf(path).c_str()) == 0)
+    return 0;
+  int const cause = errno;
+  Util_FileSystemInterface::Current().Unlink(path.c_str()); // nothing of it has been applied
+  errno = cause;
+  return -1;
+}
+
+Disk_Redo::Found Disk_Redo::Load(std::string const& path) {
+  std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(path.c_str(), kMostBytes);
+  if (!file) {
+    Clear();
+    return errno == ENOENT ? Found::None : Found::Unreadable;
+  }
+  return decode({file->data(), file->size()}) ? Found::Whole : Found::Torn;
+}
+
+int Disk_Redo::Apply(int fd) const {
+  for (Extent const& extent : extents_)
+    if (Util_FileSystem::PwriteAll(fd, extent.bytes.data(), extent.bytes.size(), off_t(extent.offset)) == -1) return -1;
+  return Util_FileSystem::SyncFile(fd);
+}
+
+int Disk_Redo::Apply(Disk_StorageStrategy& strategy) const {
+  for (Extent const& extent : extents_) {
+    if (strategy.LSeek(long(extent.offset), 0) == -1) return -1;
+    auto const size = unsigned(extent.bytes.size());
+    if (strategy.Write(extent.bytes.data(), size) != int(size)) return -1;
+  }
+  return 0;
+}
+
+int Disk_Redo::MoveVersions(char const* file_set_prefix) const {
+  for (Version const& version : versions_) {
+    Disk_FileID id(file_set_prefix, Dicom_CS(version.directory), 0);
+    std::string const path = id.AddComponent("VERSION") == 0 ? id.Path() : std::string();
+    if (path.empty() || Disk_WriteVersion(path, version.number, true) == -1) return -1;
+  }
+  return 0;
+}
+
+void Disk_Redo::LayOver(char* data, std::uint32_t size, std::uint32_t offset, long* count) const {
+  std::uint64_t const end = std::uint64_t(offset) + size;
+  for (Extent const& extent : extents_) {
+    std::uint64_t const from = std::max<std::uint64_t>(extent.offset, offset);
+    std::uint64_t const to = std::min<std::uint64_t>(std::uint64_t(extent.offset) + extent.bytes.size(), end);
+    if (from >= to || from > offset + std::uint64_t(*count)) continue; // a gap stands for the end of the file
+    std::memcpy(data + (from - offset), extent.bytes.data() + (from - extent.offset), std::size_t(to - from));
+    *count = std::max(*count, long(to - offset));
+  }
+}

@@ -1,0 +1,59 @@
+#pragma once
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class Disk_StorageStrategy;
+
+/// What one operation writes to a standard DICOMDIR: bytes and their places, and the VERSION files that move with
+/// them.
+///
+/// A killed process must leave neither half of a record nor half of a chain. So all writes of an operation are
+/// gathered; then they go, with a checksum, to a small file beside the DICOMDIR, and only then into the DICOMDIR.
+/// Whoever takes the file-set's lock and finds that file writes its content again, which changes nothing that is
+/// there already, and removes it. One that isn't whole never had any effect and has none.
+class Disk_Redo {
+public:
+  void Add(std::uint32_t offset, std::string_view bytes);
+  /// `directory` is the ID of the directory, empty for the file-set's own, whose VERSION becomes `version`.
+  void MoveVersion(std::string_view directory, std::int32_t version);
+  bool IsEmpty() const { return extents_.empty() && versions_.empty(); }
+  void Clear();
+  /// Brings the extents into ascending order, what was written last over what was written before, neighbours joined.
+  void Settle();
+
+  /// Writes the record to a file and syncs it and its entry. 0, or -1 with errno.
+  int Save(std::string const& path) const;
+  enum class Found { None, Torn, Whole, Unreadable };
+  /// Reads a record. Torn: what stands there has no meaning. Unreadable: errno tells why.
+  Found Load(std::string const& path);
+
+  /// Writes the extents to the descriptor and syncs it. 0, or -1 with errno.
+  int Apply(int fd) const;
+  /// Writes the extents through a strategy. 0, or -1.
+  int Apply(Disk_StorageStrategy& strategy) const;
+  /// Moves the VERSION files below the prefix. 0, or -1 (logged).
+  int MoveVersions(char const* file_set_prefix) const;
+  /// Lays the extents over `count` bytes that were read from `offset`; what the file was too short for is added.
+  void LayOver(char* data, std::uint32_t size, std::uint32_t offset, long* count) const;
+
+  friend bool operator==(Disk_Redo const&, Disk_Redo const&) = default;
+
+private:
+  struct Extent {
+    std::uint32_t offset;
+    std::string bytes;
+    friend bool operator==(Extent const&, Extent const&) = default;
+  };
+  struct Version {
+    std::string directory;
+    std::int32_t number;
+    friend bool operator==(Version const&, Version const&) = default;
+  };
+  std::string encoded() const;
+  bool decode(std::string_view bytes);
+
+  std::vector<Extent> extents_;
+  std::vector<Version> versions_;
+};
