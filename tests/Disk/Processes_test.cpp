@@ -1,5 +1,6 @@
 // Six processes store into one study and into their own, query and fetch at once. Afterwards records, counters and
 // files agree, and everything that was acknowledged is there.
+#include "support/DicomdirWalk.h"
 #include "support/FileSetFixture.h"
 
 #include <chrono>
@@ -11,7 +12,7 @@
 
 namespace {
 
-class ProcessesTest : public FileSetTest {
+class ProcessesTest : public BothStructuresTest {
 protected:
   static constexpr int kProcesses = 6;
 
@@ -63,11 +64,55 @@ protected:
     }
     return uids;
   }
+
+  using Note = std::function<void(std::string const& uid, std::string file)>;
+
+  void CheckDirectoryFiles(Note const& note, int* studies) {
+    auto const below = [this](IOD_Msg const& record) {
+      std::string file = record.GetReferencedFileID().GetText();
+      std::replace(file.begin(), file.end(), '\\', '/');
+      return Records(file);
+    };
+    for (auto const& study : Records("DICOMDIR")) {
+      if (study->Text(Dicom_Tag(0x0004, 0x1430)) != "STUDY") continue;
+      ++*studies;
+      int images = 0;
+      auto const series_records = below(*study);
+      EXPECT_EQ(int(study->GetNumberOfStudyRelatedSeries()), int(series_records.size()));
+      for (auto const& series : series_records) {
+        auto const instances = below(*series);
+        EXPECT_EQ(int(series->GetNumberOfSeriesRelatedImages()), int(instances.size()));
+        images += int(instances.size());
+        for (auto const& instance : instances)
+          note(instance->GetSOPInstanceUID().GetText(), instance->GetReferencedFileID().GetText());
+      }
+      EXPECT_EQ(int(study->GetNumberOfStudyRelatedImages()), images);
+    }
+  }
+
+  void CheckDicomdir(Note const& note, int* studies) {
+    DicomdirWalk const walk(At("DICOMDIR"));
+    EXPECT_EQ(walk.problems, std::vector<std::string>());
+    for (auto const* study : walk.Level(1)) {
+      ++*studies;
+      std::size_t images = 0;
+      EXPECT_EQ(study->Number(0x00201206), int(study->children.size()));
+      for (auto const& series : study->children) {
+        EXPECT_EQ(series.Number(0x00201209), int(series.children.size()));
+        images += series.children.size();
+        for (auto const& instance : series.children)
+          note(instance.Text(0x00041511), instance.Text(0x00041500));
+      }
+      EXPECT_EQ(study->Number(0x00201208), int(images));
+    }
+  }
 };
+
+INSTANTIATE_TEST_SUITE_P(Structures, ProcessesTest, kBothStructures, StructureName);
 
 } // namespace
 
-TEST_F(ProcessesTest, StoreQueryAndFetchAtOnce) {
+TEST_P(ProcessesTest, StoreQueryAndFetchAtOnce) {
   auto const end = std::chrono::steady_clock::now() + Duration();
   std::vector<pid_t> children;
   for (int process = 0; process < kProcesses; ++process) {
@@ -88,29 +133,15 @@ TEST_F(ProcessesTest, StoreQueryAndFetchAtOnce) {
   // records, counters and files
   std::set<std::string> recorded, files;
   int studies = 0;
-  for (auto const& study : Records("DICOMDIR")) {
-    if (study->Text(Dicom_Tag(0x0004, 0x1430)) != "STUDY") continue;
-    ++studies;
-    std::string study_file = study->GetReferencedFileID().GetText();
-    std::replace(study_file.begin(), study_file.end(), '\\', '/');
-    int images = 0;
-    auto const series_records = Records(study_file);
-    EXPECT_EQ(int(study->GetNumberOfStudyRelatedSeries()), int(series_records.size()));
-    for (auto const& series : series_records) {
-      std::string series_file = series->GetReferencedFileID().GetText();
-      std::replace(series_file.begin(), series_file.end(), '\\', '/');
-      auto const instances = Records(series_file);
-      EXPECT_EQ(int(series->GetNumberOfSeriesRelatedImages()), int(instances.size()));
-      images += int(instances.size());
-      for (auto const& instance : instances) {
-        EXPECT_TRUE(recorded.insert(instance->GetSOPInstanceUID().GetText()).second) << "one record for each object";
-        std::string file = instance->GetReferencedFileID().GetText();
-        std::replace(file.begin(), file.end(), '\\', '/');
-        EXPECT_TRUE(files.insert(file).second) << file;
-      }
-    }
-    EXPECT_EQ(int(study->GetNumberOfStudyRelatedImages()), images);
-  }
+  auto const note = [&](std::string const& uid, std::string file) {
+    EXPECT_TRUE(recorded.insert(uid).second) << "one record for each object";
+    std::replace(file.begin(), file.end(), '\\', '/');
+    EXPECT_TRUE(files.insert(file).second) << file;
+  };
+  if (structure)
+    CheckDicomdir(note, &studies);
+  else
+    CheckDirectoryFiles(note, &studies);
   EXPECT_LE(studies, kProcesses + 1);
   EXPECT_EQ(recorded, acknowledged);
   for (auto const& [name, size] : Files()) {

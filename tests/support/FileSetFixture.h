@@ -20,12 +20,13 @@ protected:
   std::string Prefix() const { return directory.Path(); }
   std::string At(std::string const& relative) const { return Prefix() + "/" + relative; }
 
-  std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE) {
+  std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE,
+                                               Disk_StorageStrategy* strategy = nullptr) {
     int status = 0;
-    auto root =
-        std::make_unique<Disk_RootDirectoryFile>(Prefix().c_str(), Disk_StoreParams(flags), 0, &status, nullptr);
+    auto root = std::make_unique<Disk_RootDirectoryFile>(Prefix().c_str(), Disk_StoreParams(flags | structure), 0,
+                                                         &status, strategy);
     EXPECT_EQ(status, 0);
-    return root;
+    return status == 0 ? std::move(root) : nullptr;
   }
 
   /// A CT object with the identifiers of the examples: Study ID A1, Series Number 3, Instance Number 7.
@@ -94,4 +95,16 @@ protected:
   }
 
   TempDirectory directory;
+  unsigned structure = 0; // STANDARD_STRUCTURE for file-sets of that kind
 };
+
+/// Tests that hold for both structures.
+class BothStructuresTest : public FileSetTest, public testing::WithParamInterface<unsigned> {
+protected:
+  BothStructuresTest() { structure = GetParam(); }
+};
+
+inline auto const kBothStructures = testing::Values(0u, unsigned(Disk_StoreParams::STANDARD_STRUCTURE));
+inline std::string StructureName(testing::TestParamInfo<unsigned> const& info) {
+  return info.param ? "Standard" : "Private";
+}

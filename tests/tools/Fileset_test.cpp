@@ -102,7 +102,7 @@ TEST_F(FilesetTest, CommandLines) {
   fs::create_directories(temp / "damaged");
   fs::create_directories(temp / "standard");
   temp.Write("damaged/DICOMDIR", temp.Read("set/DICOMDIR").substr(0, 150));
-  temp.Write("standard/DICOMDIR", temp.Read("set/DICOMDIR")); // no VERSION beside it
+  temp.Write("standard/DICOMDIR", temp.Read("set/DICOMDIR")); // no VERSION beside it, and offsets of 0
   struct Case {
     std::vector<std::string> arguments;
     int code;
@@ -130,7 +130,7 @@ TEST_F(FilesetTest, CommandLines) {
       {{"query", "nowhere"}, 3, "", "fileset: nowhere: No such file or directory\n"},
       {{"query", "note.txt"}, 3, "", "fileset: note.txt: not a directory\n"},
       {{"query", "damaged"}, 3, "", "fileset: damaged: DICOMDIR isn't a directory of DICOM objects"},
-      {{"info", "standard"}, 3, "", "fileset: standard: standard structure: not supported by this version\n"},
+      {{"info", "standard"}, 3, "", "fileset: standard: the offset of the patient record doesn't exist\n"},
       {{"info", "empty"}, 0, "none, there is no DICOMDIR", ""},
       {{"fetch", "set", "--all"}, 2, "", "--out is required"},
       {{"fetch", "set", "--out", "out"}, 2, "", "say what"},

@@ -2,7 +2,7 @@
 """Real files go in and come out: every file below a folder is offered to `fileset store`, found by query, fetched by UIDs
 and by Referenced File ID, and compared with the original element by element, as dcmdump tells both.
 
-usage: samples_roundtrip.py BIN SAMPLES [-v]
+usage: samples_roundtrip.py BIN SAMPLES [--standard] [-v]
 
 Ends with 0 when every stored object came back equal, 1 otherwise, 77 when there are no samples or no dcmdump."""
 import collections
@@ -57,11 +57,11 @@ class Report:
         self.refused = {}
         self.failures = []
 
-def check_set(binary, files, mode, report, verbose):
+def check_set(binary, files, mode, report, verbose, structure):
     work = tempfile.mkdtemp(prefix="disk_samples_")
     try:
         fileset, base = os.path.join(work, "set"), [binary + "/fileset"]
-        stored = run(*base, "store", fileset, "--accept-mismatch", *(["--native"] if mode == "native" else []), *files)
+        stored = run(*base, "store", fileset, "--accept-mismatch", *structure, *(["--native"] if mode == "native" else []), *files)
         for line in stored.stderr.splitlines():
             for path in files:
                 if path + ": " in line:
@@ -105,7 +105,7 @@ def fetch_and_compare(base, fileset, path, uid, file_id, mode, work):
         shutil.rmtree(os.path.dirname(name))
     return problem
 
-def check_names(binary, folder, report):
+def check_names(binary, folder, report, structure):
     """A name typed in UTF-8, whole and with a wild card, finds its object, and the table shows it."""
     asked = 0
     for name in sorted(os.listdir(folder)) if os.path.isdir(folder) else []:
@@ -115,7 +115,7 @@ def check_names(binary, folder, report):
         shown = re.search(r"PN \[([^\]]*)\]", run("dcmdump", "-q", "+U8", "+P", "PatientName", path).stdout)
         work = tempfile.mkdtemp(prefix="disk_names_")
         fileset = os.path.join(work, "set")
-        run(binary + "/fileset", "store", fileset, path)
+        run(binary + "/fileset", "store", fileset, *structure, path)
         told = json.loads(run(binary + "/fileset", "query", fileset, "--key", "PatientName", "--json").stdout)
         value = told[0].get("00100010", {}).get("Value", [{}])[0]
         person = "=".join(value.get(group, "") for group in ("Alphabetic", "Ideographic", "Phonetic")).rstrip("=")
@@ -131,6 +131,7 @@ def check_names(binary, folder, report):
 
 def main():
     verbose = "-v" in sys.argv
+    structure = ["--standard"] if "--standard" in sys.argv else []
     binary, samples = sys.argv[1:3]
     if not os.path.isdir(samples) or not shutil.which("dcmdump"):
         print("skipped: no sample files, or no dcmdump")
@@ -146,8 +147,8 @@ def main():
     report = Report()
     for mode in ("native", "compressed"):
         for files in sets:
-            check_set(binary, files, mode, report, verbose)
-    check_names(binary, os.path.join(samples, "charset"), report)
+            check_set(binary, files, mode, report, verbose, structure)
+    check_names(binary, os.path.join(samples, "charset"), report, structure)
     folders = collections.Counter()
     for paths in groups.values():
         for path in paths:

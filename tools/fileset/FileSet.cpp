@@ -42,7 +42,10 @@ std::optional<bool> HasNoOffsets(int fd) {
 
 Found Recognise(std::string const& directory) {
   struct stat status {};
-  std::string const path = directory + "/DICOMDIR", version = directory + "/VERSION";
+  std::string path = directory + "/DICOMDIR";
+  std::string const version = directory + "/VERSION";
+  if (access(path.c_str(), F_OK) == -1 && access((directory + "/dicomdir").c_str(), F_OK) == 0)
+    path = directory + "/dicomdir"; // as some media have it
   if (stat(directory.c_str(), &status) == -1) return {{}, std::strerror(errno)};
   if (!S_ISDIR(status.st_mode)) return {{}, "not a directory"};
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
@@ -72,12 +75,13 @@ FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParam
     report.Fail(directory, problem);
     return set;
   }
-  if (structure == Structure::Standard) {
-    report.Fail(directory, "standard structure: not supported by this version");
+  if (structure == Structure::Private && params.standard_structure) {
+    report.Fail(directory, "its structure is private; --standard is for a new file-set");
     return set;
   }
-  // reading must not leave a lock file where there is no file-set
-  params.read_only = access == Access::Read || (access == Access::Visit && structure == Structure::None);
+  if (structure == Structure::Standard) params.standard_structure = 1;
+  // reading must not leave a lock file where there is no file-set, nor a trace on another system's medium
+  params.read_only = access == Access::Read || (access == Access::Visit && structure != Structure::Private);
   log.Begin();
   set.root = Open(directory, params);
   if (!set.root && access == Access::Visit) {

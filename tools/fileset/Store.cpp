@@ -25,6 +25,9 @@ char const kDescription[] = "Stores DICOM objects in a file-set: files, and all 
 char const kFooter[] = R"(
 DIR is made if it isn't there (the folder above it must be). An object that is there already is replaced.
 
+A new file-set gets the private structure, which is the faster one to store into, or with --standard the
+standard one, whose DICOMDIR other DICOM software reads. An existing file-set keeps its structure.
+
 An object is compressed without loss unless --native is given. An object whose Patient's Name, Patient
 ID, Study ID or Series Number contradicts what the file-set knows of its study or series is refused
 unless --accept-mismatch is given. A DICOMDIR is no object and is refused.
@@ -43,7 +46,8 @@ others are stored), 2 for a wrong command line, 3 when the file-set can't be ope
 struct Options {
   std::string directory;
   std::vector<std::string> sources;
-  bool native = false, icon = false, accept_mismatch = false, move = false, durable = false, json = false;
+  bool native = false, standard = false, icon = false, accept_mismatch = false, move = false, durable = false,
+       json = false;
 };
 
 struct Outcome {
@@ -155,7 +159,9 @@ int Run(Options const& options) {
     report.Fail(options.directory, std::string("can't be made: ") + std::strerror(errno));
     return kNotOpened;
   }
-  Disk_StoreParams const params(options.native ? std::uint32_t(Disk_StoreParams::STORE_NATIVE) : 0u);
+  Disk_StoreParams params;
+  params.store_native = options.native ? 1 : 0;
+  params.standard_structure = options.standard ? 1 : 0;
   FileSet set = OpenFileSet(options.directory, Access::ReadWrite, params, log, report);
   if (!set.root) return kNotOpened;
   Outcome const outcome = StoreAll(options, set, log, report);
@@ -171,6 +177,7 @@ Command AddStore(CLI::App& app) {
   line->add_option("DIR", options->directory, "The file-set")->required();
   line->add_option("FILES", options->sources, "Files and folders")->required();
   CLI::Option* native = line->add_flag("--native", options->native, "Write uncompressed, as explicit little endian");
+  line->add_flag("--standard", options->standard, "Make a new file-set of the standard structure: one DICOMDIR");
   line->add_flag("--icon", options->icon, "Put an icon of each new image into its record");
   line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
   line->add_flag("--move", options->move, "Move the files, as they are, into the file-set instead of writing new ones")
