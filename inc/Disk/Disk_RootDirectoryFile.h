@@ -132,6 +132,7 @@ private:
   std::unique_ptr<Disk_DicomDir> dicomdir; // null in the private structure
   Disk_LockManager lock_manager;
   Disk_RecordList<Disk_PatientDirectoryRecord> patients;
+  bool reaches_patients = false; // a damaged DICOMDIR may lead to other records only
   mutable Disk_StudyIndex studies;
   std::set<Disk_PatientDirectoryRecord*> touched_patients; // whose study records are to be written
   std::unique_ptr<Disk_StudyDirectoryFile> study_file;

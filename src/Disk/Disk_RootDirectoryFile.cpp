@@ -118,6 +118,9 @@ int Disk_RootDirectoryFile::read_standard() {
     DISK_LOG(3, "Read: Failed reading the records.\n");
     return -1;
   }
+  reaches_patients = false;
+  for (Disk_PatientDirectoryRecord* patient : patients)
+    reaches_patients = reaches_patients || patient->GetDirectoryRecordType() == IOD_Image::PATIENT;
   ReadFileVersion();
   return 0;
 }

@@ -103,6 +103,10 @@ private:
 } // namespace
 
 int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
+  if (!patients.isEmpty() && !reaches_patients) {
+    DISK_LOG(3, "Store: the first record of the DICOMDIR leads to no patient.\n");
+    return -1;
+  }
   if (dicomdir->Begin() == -1) return -1;
   Gathering const gathering(*dicomdir);
   // whatever fails leaves records in memory that the file doesn't have
@@ -214,6 +218,7 @@ int Disk_RootDirectoryFile::NewPatient(Disk_PatientDirectoryRecord* patient) {
     patients.append(patient);
     return 0;
   }
+  reaches_patients = true;
   unsigned const offset = dicomdir->GetOffsetEnd();
   DISK_LOG(7, "NewPatient: Patient offset is %d.\n", int(offset));
   constexpr char kCantLink[] = "NewPatient: Failed update standard_dicomdir.\n";

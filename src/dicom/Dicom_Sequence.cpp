@@ -31,6 +31,11 @@ Dicom_Sequence::Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dic
   Dicom_Encoding const encoding{syntax.IsExplicitVR(), syntax.IsBigEndian()};
   char const* const begin = buffer->data();
   Dicom_Check check = Dicom_CheckItems(begin, begin + buffer->size(), length < 0, encoding);
+  std::size_t delimiter = length < 0 ? 8 : 0;
+  if (!check.ok && length < 0) { // a file may end where the delimiter should stand
+    check = Dicom_CheckItems(begin, begin + buffer->size(), false, encoding);
+    delimiter = 0;
+  }
   if (!check.ok) {
     DISK_LOG(3, "Dicom_Sequence: %s\n", check.error.c_str());
     return;
@@ -39,7 +44,7 @@ Dicom_Sequence::Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dic
   *error = 0;
   // leave the position behind the items, as a reader of the descriptor expects
   if (length < 0) {
-    off_t const excess = off_t(buffer->size()) - off_t(check.length) - 8;
+    off_t const excess = off_t(buffer->size()) - off_t(check.length + delimiter);
     if (Util_FileSystemInterface::Current().Lseek(fd, -excess, SEEK_CUR) == -1) *error = -1;
   }
   char const* const end = begin + check.length;

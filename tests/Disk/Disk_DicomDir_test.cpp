@@ -1,0 +1,275 @@
+// The bytes of a standard DICOMDIR, its chains, and the strategies that it is written through.
+#include "support/DataSetBytes.h"
+#include "support/LogCapture.h"
+#include "support/TempDirectory.h"
+
+#include <Disk/Disk_DicomDir.h>
+#include <Disk/Disk_InstanceDirectoryRecord.h>
+#include <Disk/Disk_RecordList.h>
+#include <Disk/Disk_StorageStrategy.h>
+#include <dicom/Dicom_UIDic.h>
+#include <infra/Util_FileSystem.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+struct Syntax {
+  char const* name;
+  char const* uid;
+  DataSetBytes bytes;
+} const kSyntaxes[] = {{"explicit", "1.2.840.10008.1.2.1", {true, false}},
+                       {"implicit", "1.2.840.10008.1.2", {false, false}},
+                       {"big endian", "1.2.840.10008.1.2.2", {true, true}}};
+
+/// The prefix of a DICOMDIR as this system makes one, in any syntax.
+std::string Prefix(Syntax const& s, std::uint32_t first, std::uint32_t last, std::uint32_t length) {
+  DataSetBytes const& b = s.bytes;
+  return b.Text(0x00041130, "CS", "") + b.Element(0x00041200, "UL", b.Number(first, 4)) +
+         b.Element(0x00041202, "UL", b.Number(last, 4)) + b.Element(0x00041212, "US", b.Number(0, 2)) +
+         b.Claiming(0x00041220, "SQ", length);
+}
+
+std::string Meta(char const* uid) {
+  DataSetBytes const b;
+  return std::string(128, '\0') + "DICM" +
+         b.Element(0x00020000, "UL", b.Number(8 + b.Text(0x00020010, "UI", uid).size() - 8, 4)) +
+         b.Text(0x00020010, "UI", uid);
+}
+
+std::string RecordBytes(DataSetBytes const& b, std::uint32_t next, std::uint32_t below, std::string const& type,
+                        std::string const& rest) {
+  return b.Element(0x00041400, "UL", b.Number(next, 4)) + b.Element(0x00041410, "US", b.Number(0xFFFF, 2)) +
+         b.Element(0x00041420, "UL", b.Number(below, 4)) + b.Text(0x00041430, "CS", type) + rest;
+}
+
+class DicomDirTest : public testing::Test {
+protected:
+  std::string Path() const { return directory / "DICOMDIR"; }
+  std::string Content() const { return directory.Read("DICOMDIR"); }
+  std::unique_ptr<Disk_DicomDir> Init(int expected = 0, bool read_only = false,
+                                      Disk_StorageStrategy* strategy = nullptr) {
+    auto dicomdir = std::make_unique<Disk_DicomDir>();
+    EXPECT_EQ(dicomdir->Init(directory.Path().c_str(), read_only, strategy), expected);
+    return dicomdir;
+  }
+  TempDirectory directory;
+};
+
+using InstanceList = Disk_RecordList<Disk_InstanceDirectoryRecord>;
+
+std::unique_ptr<Disk_InstanceDirectoryRecord> Record(int number) {
+  IOD_Msg msg;
+  msg.SetModality(Dicom_CS("CT"));
+  msg.SetImageNumber(Dicom_IS(number));
+  msg.SetSOPInstanceUID(Dicom_UI("1.2." + std::to_string(number)));
+  auto record = std::make_unique<Disk_InstanceDirectoryRecord>();
+  EXPECT_EQ(record->FillInstanceRecord(msg, true, false), 0);
+  return record;
+}
+
+} // namespace
+
+TEST_F(DicomDirTest, NewFileIsAPrefixAndAnEmptySequence) {
+  Init(-1, true); // nothing to read, and nothing is made
+  EXPECT_TRUE(std::filesystem::is_empty(directory.Path()));
+  auto const dicomdir = Init();
+  std::string const content = Content();
+  EXPECT_EQ(dicomdir->GetOffsetEnd(), content.size());
+  EXPECT_EQ(unsigned(dicomdir->GetOffsetOfTheFirstDirectoryRecord()), content.size());
+  std::string const data_set = Prefix(kSyntaxes[0], std::uint32_t(content.size()), std::uint32_t(content.size()), 0);
+  ASSERT_TRUE(content.ends_with(data_set));
+  EXPECT_EQ(content.substr(128, 4), "DICM");
+  DataSetBytes const b;
+  EXPECT_NE(content.find(b.Text(0x00020002, "UI", "1.2.840.10008.1.3.10") + b.Text(0x00020003, "UI", "")),
+            content.npos);
+  EXPECT_EQ(std::filesystem::status(Path()).permissions() & std::filesystem::perms::others_write,
+            std::filesystem::perms::none);
+}
+
+TEST_F(DicomDirTest, LowercaseIsUsedOnlyIfItIsAlone) {
+  Init();
+  std::filesystem::rename(Path(), directory / "dicomdir");
+  EXPECT_EQ(Init()->IsLowercase(), 1);
+  std::filesystem::copy_file(directory / "dicomdir", Path());
+  EXPECT_EQ(Init()->IsLowercase(), 0);
+}
+
+// Prefix, header and item in three syntaxes, with and without the length of the sequence and its delimiter.
+TEST_F(DicomDirTest, BytesInEverySyntax) {
+  for (Syntax const& s : kSyntaxes)
+    for (int const form : {0, 1, 2}) { // defined length; undefined with a delimiter; without one
+      SCOPED_TRACE(std::string(s.name) + " " + std::to_string(form));
+      DataSetBytes const& b = s.bytes;
+      std::string const meta = Meta(s.uid);
+      auto const first = std::uint32_t(meta.size() + Prefix(s, 0, 0, 0).size());
+      std::string const body = RecordBytes(b, 0, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"));
+      std::string const item = b.Item(body);
+      std::string const before =
+          meta + Prefix(s, first, first, form == 0 ? std::uint32_t(item.size()) : DataSetBytes::undefined);
+      directory.Write("DICOMDIR", before + item + (form == 1 ? b.SequenceEnd() : ""));
+      LogCapture log;
+      auto const dicomdir = Init();
+      unsigned const end = first + unsigned(item.size());
+      EXPECT_EQ(dicomdir->GetOffsetEnd(), end);
+      EXPECT_EQ(log.Count(4, "last tag is not sequence delimination item."), form == 2 ? 1 : 0);
+
+      InstanceList list;
+      ASSERT_EQ(list.ReadRecords(dicomdir->GetFd(), dicomdir->Syntax(), first), 0);
+      ASSERT_EQ(list.entries(), 1u);
+      auto* old = static_cast<Disk_InstanceDirectoryRecord*>(list.first());
+      EXPECT_EQ(old->GetRecordMsg()->GetSOPInstanceUID().View(), "1.2.3") << "added for lookups";
+      auto record = Record(2);
+      unsigned const length = record->GetRecordMsg()->GetDumpLen(dicomdir->Syntax(), 0, {});
+      ASSERT_EQ(list.AddNewRecord(record.get(), end), 0);
+      Disk_InstanceDirectoryRecord const* added = record.release();
+      ASSERT_EQ(dicomdir->Reserve(*added->GetRecordMsg()), 0);
+      ASSERT_EQ(dicomdir->Write(nullptr), 0);
+      ASSERT_EQ(list.WriteRecords(dicomdir->GetFd(), dicomdir->Syntax(), first, nullptr), 0);
+
+      std::string added_bytes(length, '\0');
+      added->GetRecordMsg()->Dump(added_bytes.data(), length, dicomdir->Syntax(), 0, nullptr);
+      std::string const expected = meta + Prefix(s, first, first, std::uint32_t(item.size()) + length + 8) +
+                                   b.Item(RecordBytes(b, end, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"))) +
+                                   b.Item(added_bytes);
+      EXPECT_EQ(Content(), expected);
+      EXPECT_TRUE(b.Item("").starts_with(b.big_endian ? "\xFF\xFE\xE0" : std::string("\xFE\xFF\0\xE0", 4)));
+    }
+}
+
+TEST_F(DicomDirTest, ChainsThatCantBeReadFail) {
+  DataSetBytes const b;
+  std::string const meta = Meta(kSyntaxes[0].uid);
+  auto const first = std::uint32_t(meta.size() + Prefix(kSyntaxes[0], 0, 0, 0).size());
+  auto const size = std::uint32_t(b.Item(RecordBytes(b, 0, 0, "IMAGE", "")).size());
+  struct Case {
+    char const* name;
+    std::string items;
+    char const* message;
+  } const cases[] = {
+      {"a record that is its own next", b.Item(RecordBytes(b, first, 0, "IMAGE", "")), "is reached twice."},
+      {"a loop of two",
+       b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")) + b.Item(RecordBytes(b, first, 0, "IMAGE", "")),
+       "is reached twice."},
+      {"beyond the end", b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")), "is outside of the records."},
+      {"before the records", b.Item(RecordBytes(b, 100, 0, "IMAGE", "")), "is outside of the records."},
+      {"no item", b.Item(RecordBytes(b, first + 4, 0, "IMAGE", "")), "is not an item tag."},
+      {"an upper level", b.Item(RecordBytes(b, 0, 0, "SERIES", "")), "can't stand below its own level."},
+      {"a length past the end", b.Claiming(0xFFFEE000, "", 5000, RecordBytes(b, 0, 0, "IMAGE", "")),
+       "Failed constructing the record."},
+      {"half a header", std::string("\xFE\xFF\x00\xE0\x10", 5), "Failed reading from file."},
+      {"an open item without end",
+       b.Claiming(0xFFFEE000, "", DataSetBytes::undefined, RecordBytes(b, 0, 0, "IMAGE", "")),
+       "Failed constructing the record."},
+      {"elements that don't end", b.Item(b.Claiming(0x00041430, "CS", 99, "IMAGE ")),
+       "Failed constructing the record."},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string const content = meta + Prefix(kSyntaxes[0], first, first, std::uint32_t(c.items.size())) + c.items;
+    directory.Write("DICOMDIR", content);
+    auto const dicomdir = Init();
+    LogCapture log;
+    InstanceList list;
+    EXPECT_EQ(list.ReadRecords(*dicomdir, first), -1);
+    EXPECT_GE(log.Count(3, c.message), 1);
+    EXPECT_EQ(Content(), content);
+  }
+  // an item of undefined length is read, and an unknown type passed on
+  std::string const items = b.OpenItem(RecordBytes(b, 0, 0, "NEW KIND", ""));
+  directory.Write("DICOMDIR", meta + Prefix(kSyntaxes[0], first, first, std::uint32_t(items.size())) + items);
+  InstanceList list;
+  EXPECT_EQ(list.ReadRecords(*Init(), first), 0);
+  EXPECT_EQ(list.entries(), 1u);
+}
+
+TEST_F(DicomDirTest, OnlyNewAndChangedRecordsAreWritten) {
+  Dicom_TransferSyntax const& syntax = Dicom_TransferSyntax::Native();
+  InstanceList list;
+  unsigned offset = 100, places[3];
+  for (int i = 0; i < 3; ++i) {
+    auto record = Record(i);
+    places[i] = offset;
+    ASSERT_EQ(list.AddNewRecord(record.get(), offset), 0);
+    offset += 8 + record.release()->GetRecordMsg()->GetDumpLen();
+  }
+  directory.Write("a", std::string(100, 'x'));
+  {
+    Util_FileDescriptor const file = Util_FileSystem::Open((directory / "a").c_str(), O_RDWR);
+    ASSERT_EQ(list.WriteRecords(file.Get(), syntax, places[0], nullptr), 0);
+    ASSERT_EQ(list.ReadRecords(file.Get(), syntax, places[0]), 0);
+    EXPECT_EQ(list.entries(), 3u);
+    std::string const whole = directory.Read("a");
+    EXPECT_EQ(whole.size(), offset);
+    // a fourth one: the third gets its link, the others stay untouched, whatever stands there
+    directory.Write("a", std::string(places[2], 'x') + "header.." + std::string(offset - places[2] - 8, 'x'));
+    auto record = Record(3);
+    ASSERT_EQ(list.AddNewRecord(record.get(), offset), 0);
+    record.release();
+    ASSERT_EQ(list.WriteRecords(file.Get(), syntax, places[0], nullptr), 0);
+    std::string const now = directory.Read("a");
+    EXPECT_EQ(now.substr(0, places[2]), std::string(places[2], 'x'));
+    EXPECT_EQ(now.substr(places[2], 8), "header..") << "an old record's item keeps tag and length";
+    EXPECT_NE(now[places[2] + 8], 'x');
+    // a record that would not fit its place: nothing is written
+    auto* second = static_cast<Disk_InstanceDirectoryRecord*>(list.at(1));
+    second->GetRecordMsg()->SetImageLabel(Dicom_SH("grown"));
+    second->SetChanged(true);
+    EXPECT_EQ(list.WriteRecords(file.Get(), syntax, places[0], nullptr), -1);
+    EXPECT_EQ(directory.Read("a"), now);
+    second->SetRecordInUseFlag(Dicom_US(0));
+    EXPECT_EQ(list.CountRecordsInUse(), 3);
+  }
+  EXPECT_EQ(InstanceList().ReadRecords(-1, syntax, 0), 0) << "offset 0 stands for an empty chain";
+}
+
+TEST_F(DicomDirTest, MemoryStrategyGrowsAndSeeksWithinItsCapacity) {
+  std::string const text = "0123456789012345678901234567890123456789";
+  struct Case {
+    unsigned size;
+    long capacity;
+  } const cases[] = {{15, 16}, {16, 32}, {31, 64}, {40, 64}};
+  for (auto const& [size, capacity] : cases) {
+    Disk_MemoryStorageStrategy strategy(16);
+    EXPECT_EQ(strategy.LSeek(0, 2), 0);
+    EXPECT_EQ(strategy.Write(text.data(), size), int(size));
+    EXPECT_TRUE(strategy.HasPendingData());
+    EXPECT_EQ(strategy.LSeek(capacity, 0), -1) << size;
+    EXPECT_EQ(strategy.LSeek(capacity - 1, 0), capacity - 1) << size;
+    EXPECT_EQ(strategy.LSeek(-capacity, 1), -1);
+    EXPECT_EQ(strategy.LSeek(0, 3), -1);
+    EXPECT_EQ(strategy.LSeek(-1, 2), long(size) - 1);
+  }
+}
+
+TEST_F(DicomDirTest, MemoryStrategyLoadsAndFlushes) {
+  directory.Write("a", "the file as it was");
+  Util_FileDescriptor const file = Util_FileSystem::Open((directory / "a").c_str(), O_RDWR);
+  Disk_MemoryStorageStrategy strategy(16);
+  strategy.InitFD(file.Get());
+  EXPECT_EQ(strategy.UpdateFromFile(), 0);
+  EXPECT_FALSE(strategy.HasPendingData());
+  EXPECT_EQ(strategy.LSeek(4, 0), 4);
+  EXPECT_EQ(strategy.Write("FILE", 4), 4);
+  EXPECT_EQ(directory.Read("a"), "the file as it was");
+  char bytes[32];
+  EXPECT_EQ(strategy.ReadPending(bytes, 9, 4), 9);
+  EXPECT_EQ(std::string(bytes, 9), "FILE as i");
+  EXPECT_TRUE(strategy.Flush());
+  EXPECT_FALSE(strategy.HasPendingData());
+  EXPECT_EQ(directory.Read("a"), "the FILE as it was");
+  // what was not read must not be flushed
+  LogCapture log;
+  Disk_MemoryStorageStrategy closed(16);
+  closed.InitFD(-1);
+  EXPECT_EQ(closed.UpdateFromFile(), -1);
+  EXPECT_EQ(closed.Write("x", 1), -1);
+  EXPECT_EQ(log.Count(3, "memory storage could not be updated!"), 1);
+  Disk_FileStorageStrategy through;
+  through.InitFD(file.Get());
+  EXPECT_EQ(through.LSeek(0, 0), 0);
+  EXPECT_EQ(through.Write("THE", 3), 3);
+  EXPECT_FALSE(through.HasPendingData());
+  EXPECT_EQ(directory.Read("a"), "THE FILE as it was");
+}

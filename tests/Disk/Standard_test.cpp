@@ -1,0 +1,281 @@
+// Store, query and fetch in the standard structure: what differs from the private one, and what meets there.
+#include "support/DicomdirWalk.h"
+#include "support/FaultyFileSystem.h"
+#include "support/FileSetFixture.h"
+
+#include <Disk/Disk_Error.h>
+#include <Disk/Disk_StorageStrategy.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+class StandardTest : public FileSetTest {
+protected:
+  StandardTest() { structure = Disk_StoreParams::STANDARD_STRUCTURE; }
+
+  void ExpectWhole(std::size_t images) {
+    DicomdirWalk const walk(At("DICOMDIR"));
+    EXPECT_EQ(walk.problems, std::vector<std::string>());
+    EXPECT_EQ(walk.Level(3).size(), images);
+  }
+
+  static int Found(Disk_RootDirectoryFile& root, SCL_QueryIdentifier identifier) {
+    Dicom_Sequence results;
+    identifier.SetSOPInstanceUID(UI_NULL);
+    return root.Query(identifier, 1, &results) == 0 ? results.GetNItems() : -1;
+  }
+  static int Images(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
+    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
+    identifier.SetStudyInstanceUID(Phantom::StudyUid(of));
+    return Found(root, identifier);
+  }
+
+  std::string Content() const { return directory.Read("DICOMDIR"); }
+};
+
+Phantom::Object Small(Phantom::Object object) {
+  object.size = 16;
+  return object;
+}
+
+} // namespace
+
+TEST_F(StandardTest, FirstStoreLeavesExactlyTheseFiles) {
+  auto msg = Example();
+  msg->SetStudyInstanceUID(Dicom_UI("1.2.3"));
+  msg->SetSeriesInstanceUID(Dicom_UI("1.2.840.10008.1.1"));
+  ASSERT_EQ(Store(*Open(), *msg), 0);
+  std::vector<std::string> names;
+  for (auto const& [name, size] : Files())
+    names.push_back(name);
+  EXPECT_EQ(names, (std::vector<std::string>{"DICOMDIR", "GBFU0NQA/T4SBYDCU/I7000000", "GBFU0NQA/T4SBYDCU/VERSION",
+                                             "GBFU0NQA/VERSION", "LOCKFILE", "VERSION"}));
+  for (char const* folder : {"", "GBFU0NQA", "GBFU0NQA/T4SBYDCU"})
+    EXPECT_EQ(Version(folder), 1) << folder;
+  DicomdirWalk const walk(At("DICOMDIR"));
+  ASSERT_EQ(walk.problems, std::vector<std::string>());
+  ASSERT_EQ(walk.Level(3).size(), 1u);
+  auto const& patient = *walk.Level(0)[0];
+  EXPECT_EQ(patient.place, walk.begin);
+  EXPECT_LT(patient.place, patient.below) << "patient, study, series, instance";
+  EXPECT_EQ(walk.Level(3)[0]->Text(0x00041500), "GBFU0NQA\\T4SBYDCU\\I7000000");
+  EXPECT_EQ(walk.Level(3)[0]->Text(0x00041511), walk.Level(3)[0]->Text(0x00080018));
+}
+
+TEST_F(StandardTest, MismatchesAreComparedWithTheObjectsOwnPatient) {
+  auto root = Open();
+  auto first = Example();
+  ASSERT_EQ(Store(*root, *first), 0);
+  struct Case {
+    void (*change)(IOD_Msg&);
+    int code;
+  } const cases[] = {
+      {[](IOD_Msg& m) { m.SetPatientsName(Dicom_PN("Other^Spelling")); }, DISK_ERROR_PATIENT_MISMATCH},
+      {[](IOD_Msg& m) { m.SetPatientID(Dicom_LO("unknown")); }, DISK_ERROR_PATIENT_MISMATCH},
+      {[](IOD_Msg& m) { m.SetStudyID(Dicom_SH("B2")); }, DISK_ERROR_STUDY_ID_MISMATCH},
+      {[](IOD_Msg& m) { m.SetSeriesNumber(Dicom_IS(8)); }, DISK_ERROR_SERIES_NUMBER_MISMATCH},
+  };
+  int image = 1;
+  for (Case const& c : cases) {
+    auto msg = Example({.image = ++image});
+    c.change(*msg);
+    std::string const before = Content();
+    KlbGError.Set(0);
+    EXPECT_EQ(Store(*root, *msg), -1);
+    EXPECT_EQ(KlbGError.Get(), c.code);
+    EXPECT_EQ(Content(), before);
+    EXPECT_EQ(Store(*root, *msg, true), 0);
+  }
+  ExpectWhole(5);
+}
+
+// Its series and image have records already when the modality turns out to find no room.
+TEST_F(StandardTest, ModalitiesBeyondTheirBudgetLeaveNothing) {
+  for (bool const in_memory : {false, true}) {
+    SCOPED_TRACE(in_memory);
+    for (auto const& entry : std::filesystem::directory_iterator(Prefix()))
+      std::filesystem::remove_all(entry.path());
+    Disk_MemoryStorageStrategy memory;
+    auto root = Open(Disk_StoreParams::STORE_NATIVE, in_memory ? &memory : nullptr);
+    auto const with_modality = [&](int series, std::string const& modality) {
+      auto msg = Phantom::Make(Small({.series = series}));
+      msg->SetModality(Dicom_CS(modality));
+      return Store(*root, *msg);
+    };
+    int series = 0, stored = 0;
+    while (series < 12 && with_modality(series + 1, "MODALITY_NO_" + std::to_string(11 + series)) == 0) {
+      ++series;
+      ++stored;
+    }
+    ++series; // the refused one
+    EXPECT_EQ(stored, 6) << "of 14 characters and a separator in 100 bytes";
+    EXPECT_EQ(with_modality(series, "M"), 0) << "the refused series, with a modality that fits";
+    EXPECT_EQ(Images(*root, {}), stored + 1);
+    EXPECT_EQ(with_modality(1, "MODALITY_NO_11"), 0) << "a known series of a study with full budget";
+    EXPECT_TRUE(!in_memory || memory.Flush());
+    root.reset();
+    ExpectWhole(std::size_t(stored) + 1);
+  }
+}
+
+TEST_F(StandardTest, MemoryStrategyServesManyStudiesBetweenFlushes) {
+  Disk_MemoryStorageStrategy memory(4096);
+  auto root = Open(Disk_StoreParams::STORE_NATIVE, &memory);
+  int stored = 0;
+  for (int round = 1; round <= 3; ++round) {
+    for (int study : {1, 2, 3, 1, 2})
+      for (int series : {1, 2})
+        ASSERT_EQ(Store(*root, *Phantom::Make(Small({.study = study, .series = series, .image = ++stored}))), 0);
+    EXPECT_EQ(Images(*root, {.study = 1}), 4 * round);
+    EXPECT_TRUE(memory.HasPendingData());
+    EXPECT_TRUE(round == 2 || memory.Flush());
+    if (round != 2) ExpectWhole(std::size_t(stored));
+  }
+  EXPECT_TRUE(Fetch(*Open(), Uids(*Phantom::Make(Small({.study = 2, .series = 1, .image = 3})))));
+}
+
+// Two roots write in turns; each sees what the other did, also where it keeps records in memory.
+TEST_F(StandardTest, TwoRootsSeeEachOther) {
+  auto a = Open(), b = Open();
+  int image = 0;
+  for (int round = 0; round < 4; ++round)
+    for (auto* root : {a.get(), b.get(), a.get()}) {
+      ASSERT_EQ(Store(*root, *Phantom::Make(Small({.series = 1 + round % 2, .image = ++image}))), 0);
+      EXPECT_EQ(Images(*a, {}), image);
+      EXPECT_EQ(Images(*b, {}), image);
+    }
+  ExpectWhole(std::size_t(image));
+}
+
+TEST_F(StandardTest, EveryFailedCallLeavesWhatWasStored) {
+  auto root = Open();
+  ASSERT_EQ(Store(*root, *Phantom::Make(Small({}))), 0);
+  int stored = 1;
+  bool failed = true;
+  for (int point = 1; failed; ++point) {
+    SCOPED_TRACE(point);
+    auto msg = Phantom::Make(Small({.series = 1 + point % 2, .image = point + 1}));
+    int left = point;
+    {
+      FaultyFileSystem const faulty([&](std::string_view call, char const*) {
+        bool const writes = call == "Pwrite" || call == "Writev" || call == "Write" || call == "Rename" ||
+                            call == "Fdatasync" || call == "Fsync" || call == "Open" || call == "Mkdir" ||
+                            call == "Pread" || call == "Read";
+        return writes && --left == 0 ? EIO : 0;
+      });
+      failed = Store(*root, *msg) == -1 || left <= 0;
+    }
+    // what fails behind the commit is completed by the next operation
+    int const before = stored;
+    stored = Images(*root, {});
+    ASSERT_TRUE(stored == before || stored == before + 1);
+    ASSERT_EQ(Store(*root, *msg), 0) << "the same operation works when the fault is gone";
+    stored = Images(*root, {});
+    ASSERT_GE(stored, before);
+    ExpectWhole(std::size_t(stored));
+    ASSERT_LT(point, 200);
+  }
+}
+
+// What a killed process had committed and not yet applied: readers who can't write see it too.
+TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
+  auto live = Open();
+  ASSERT_EQ(Store(*live, *Phantom::Make(Small({}))), 0);
+  auto reader = Open(Disk_StoreParams::READ_ONLY);
+  EXPECT_EQ(Images(*reader, {}), 1);
+  std::string const before = Content();
+  pid_t const child = fork();
+  if (child == 0) {
+    FaultyFileSystem const killing([](std::string_view call, char const*) {
+      if (call == "Pwrite") _exit(9); // the first one behind the redo record
+      return 0;
+    });
+    Store(*Open(), *Phantom::Make(Small({.image = 2})));
+    _exit(1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_EQ(WEXITSTATUS(status), 9);
+  EXPECT_EQ(Content(), before);
+  EXPECT_EQ(Images(*reader, {}), 2);
+  EXPECT_EQ(Images(*Open(Disk_StoreParams::READ_ONLY), {}), 2);
+  EXPECT_TRUE(Fetch(*reader, Uids(*Phantom::Make(Small({.image = 2})))));
+  EXPECT_EQ(Content(), before) << "a reader writes nothing";
+  EXPECT_EQ(Images(*live, {}), 2) << "a live process completes it";
+  EXPECT_EQ(Images(*reader, {}), 2);
+  ExpectWhole(2);
+  // one that isn't whole never had any effect
+  directory.Write("DICOMDIR.redo", "DISKREDO torn");
+  EXPECT_EQ(Images(*reader, {}), 2);
+  EXPECT_EQ(Images(*live, {}), 2);
+  EXPECT_FALSE(std::filesystem::exists(At("DICOMDIR.redo")));
+}
+
+TEST_F(StandardTest, InPlaceAndMoveStores) {
+  auto root = Open();
+  auto msg = Example();
+  std::filesystem::create_directories(At("SUB/DIR"));
+  ASSERT_EQ(Phantom::Write(Small({}), At("SUB/DIR/OBJECT"), Dicom_UI("1.2.840.10008.1.2"), nullptr), 0);
+  std::string existing = At("SUB/DIR/OBJECT"), missing = At("SUB/DIR/NONE");
+  EXPECT_EQ(root->Store(msg.get(), false, 0, 1, missing.data(), 0, nullptr, nullptr, nullptr), -1);
+  ASSERT_EQ(root->Store(msg.get(), false, 0, 1, existing.data(), 0, nullptr, nullptr, nullptr), 0);
+  {
+    DicomdirWalk const walk(At("DICOMDIR"));
+    ASSERT_EQ(walk.Level(3).size(), 1u);
+    EXPECT_EQ(walk.Level(3)[0]->Text(0x00041500), "SUB\\DIR\\OBJECT");
+    EXPECT_EQ(walk.Level(3)[0]->Text(0x00041512), "1.2.840.10008.1.2");
+  }
+  TempDirectory outside;
+  ASSERT_EQ(Phantom::Write(Small({.image = 2}), outside / "moved", Dicom_UI("1.2.840.10008.1.2.1"), nullptr), 0);
+  std::string source = outside / "moved";
+  char stored[Disk_FileID::kPathSize] = "";
+  auto second = Example({.image = 2});
+  ASSERT_EQ(root->Store(second.get(), false, 0, 0, nullptr, 1, source.data(), stored, nullptr), 0);
+  EXPECT_TRUE(std::filesystem::exists(stored));
+  EXPECT_TRUE(Fetch(*Open(), Uids(*second)));
+  ExpectWhole(2);
+}
+
+// A medium as others make it: a lower-case name, and no lock file, versions or permission to write.
+TEST_F(StandardTest, LowercaseMediumIsReadAndWritten) {
+  ASSERT_EQ(Store(*Open(), *Phantom::Make(Small({}))), 0);
+  std::filesystem::rename(At("DICOMDIR"), At("dicomdir"));
+  std::vector<std::filesystem::path> paths;
+  for (auto const& entry : std::filesystem::recursive_directory_iterator(Prefix()))
+    if (entry.path().filename() == "VERSION" || entry.path().filename() == "LOCKFILE")
+      std::filesystem::remove(entry.path());
+    else if (entry.is_regular_file() && entry.path().filename() != "dicomdir")
+      paths.push_back(entry.path());
+  ASSERT_EQ(paths.size(), 1u);
+  std::string lower = std::filesystem::relative(paths[0], Prefix());
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::filesystem::create_directories(std::filesystem::path(At(lower)).parent_path());
+  std::filesystem::rename(paths[0], At(lower));
+  auto const files = Files();
+  auto reader = Open(Disk_StoreParams::READ_ONLY);
+  EXPECT_EQ(Images(*reader, {}), 1);
+  EXPECT_TRUE(Fetch(*reader, Uids(*Phantom::Make(Small({})))));
+  EXPECT_EQ(Files(), files) << "no lock file, no version";
+  ASSERT_EQ(Store(*Open(), *Phantom::Make(Small({.image = 2}))), 0);
+  EXPECT_TRUE(Fetch(*Open(), Uids(*Phantom::Make(Small({.image = 2})))));
+  EXPECT_FALSE(std::filesystem::exists(At("DICOMDIR")));
+}
+
+// A stored object costs the same writes and nothing read, however many came before it.
+TEST_F(StandardTest, CallsPerStoreStayTheSame) {
+  for (bool const in_memory : {false, true}) {
+    Disk_MemoryStorageStrategy memory;
+    auto root = Open(Disk_StoreParams::STORE_NATIVE, in_memory ? &memory : nullptr);
+    std::map<std::string_view, int> early;
+    for (int image = 1; image <= 60; ++image) {
+      FaultyFileSystem counting;
+      ASSERT_EQ(Store(*root, *Phantom::Make(Small({.patient = 5 + in_memory, .image = image}))), 0);
+      if (image == 10) early = counting.calls;
+      EXPECT_TRUE(image != 60 || counting.calls == early);
+    }
+    EXPECT_TRUE(!in_memory || memory.Flush());
+  }
+  EXPECT_EQ(Images(*Open(), {.patient = 6}), 60);
+}

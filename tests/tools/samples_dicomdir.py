@@ -1,0 +1,172 @@
+#!/usr/bin/env python3
+"""DICOMDIRs of other systems: each is queried at all levels and its objects are fetched, without a byte written; and
+each that can be takes an image in a known series, a new series, a new study and a new patient, while every old byte
+but links, counters and the numbers before the records stays.
+
+usage: samples_dicomdir.py BIN SAMPLES
+
+Ends with 0, with 1 when a check fails, 77 when there are no samples or no dcmdump, gdcmdump and dcmodify."""
+import hashlib
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+
+from dicomdir_walk import instances, walk
+
+# Damaged: what is refused, and what takes a new patient although a part of it can't be read.
+REFUSED = {
+    "DICOMDIR-empty.dcm": "the offset of its first record is 0",
+    "DICOMDIR-nopatient": "its first record leads to no patient",
+}
+TAKEN = {"DICOMDIR-nooffset": "one study's chain is broken; the others are whole"}
+LINKS = ("00041200", "00041202", "00041220", "00041400", "00041420", "00201206", "00201208", "00201209")
+
+def run(*command):
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, errors="replace")
+
+def digest(folder):
+    found = {}
+    for where, _, names in os.walk(folder):
+        for name in names:
+            with open(os.path.join(where, name), "rb") as file:
+                found[os.path.relpath(os.path.join(where, name), folder)] = hashlib.sha256(file.read()).hexdigest()
+    return found
+
+def rows(binary, folder, level):
+    told = run(binary + "/fileset", "query", folder, "--level", level, "--json")
+    return json.loads(told.stdout) if told.returncode in (0, 1) and told.stdout else None
+
+def check_reading(binary, folder, name, failures):
+    before = digest(folder)
+    counts = [len(rows(binary, folder, level) or []) for level in ("study", "series", "image")]
+    out = folder + ".out"
+    fetched = run(binary + "/fileset", "fetch", folder, "--all", "--out", out)
+    objects = sum(len(names) for _, _, names in os.walk(out))
+    shutil.rmtree(out, ignore_errors=True)
+    if digest(folder) != before:
+        failures.append(f"{name}: reading has changed the folder")
+    print(f"{name:24} {counts[0]:3} studies {counts[1]:3} series {counts[2]:3} images, {objects:3} objects fetched")
+    if name in REFUSED or name in TAKEN:
+        return
+    patients = walk(folder + "/DICOMDIR")
+    studies = [study for patient in patients for study in patient.children]
+    expected = [len(studies), sum(len(study.children) for study in studies), len(instances(patients))]
+    if counts != expected:
+        failures.append(f"{name}: {counts} are told, {expected} are there")
+    there = sum(os.path.isfile(path_of(folder, image)) for image in instances(patients))
+    if objects != there:
+        failures.append(f"{name}: {objects} objects fetched, {there} are there: {fetched.stderr[:200]}")
+
+def path_of(folder, image):
+    return os.path.join(folder, *image.values["0004,1500"].split("\\"))
+
+def new_object(binary, work, number, values):
+    """A phantom object with some of its values replaced."""
+    folder = os.path.join(work, f"object{number}")
+    run(binary + "/phantom", folder, "--series", "1", "--images", "1", "--size", "32", "--seed", str(900 + number),
+        "--charset", "ascii")
+    path = next(os.path.join(where, name) for where, _, names in os.walk(folder) for name in names)
+    changes = [part for tag, value in values.items() for part in ("-i", f"({tag})={value}")]
+    run("dcmodify", "-nb", "-ie", "-imt", "-e", "(0010,0021)", *changes, path)
+    return path
+
+def other_bytes_changed(old, new, explicit, big):
+    """Places of bytes that differ although no link or counter stands there."""
+    def tag_bytes(tag):
+        group, element = bytes.fromhex(tag[:4]), bytes.fromhex(tag[4:])
+        return group + element if big else group[::-1] + element[::-1]
+    allowed = [tag_bytes(tag) for tag in LINKS]
+    header = 8 # of the elements above, but for the length of the sequence, which is part of its header
+    found = []
+    for place in [i for i in range(len(old)) if old[i] != new[i]]:
+        starts = range(max(place - 12 - header, 0), place)
+        if not any(old[start : start + 4] in allowed for start in starts):
+            found.append(place)
+    return found
+
+def check_appending(binary, folder, name, failures):
+    patients = walk(folder + "/DICOMDIR")
+    patient = patients[0]
+    study, series = patient.children[0], patient.children[0].children[0]
+    of_patient = {tag: patient.values.get(tag, "") for tag in ("0010,0010", "0010,0020")}
+    of_study = {**of_patient, "0020,000d": study.values["0020,000d"], "0020,0010": study.values.get("0020,0010", "")}
+    of_series = {**of_study, "0020,000e": series.values["0020,000e"], "0020,0011": series.values.get("0020,0011", ""),
+                 "0008,0060": series.values["0008,0060"]}
+    with open(folder + "/DICOMDIR", "rb") as file:
+        old = file.read()
+    old_uids = {image.values.get("0004,1511") for image in instances(patients)}
+    new_uids = set()
+    for number, values in enumerate((of_series, of_study, of_patient, {})):
+        path = new_object(binary, os.path.dirname(folder), number, values)
+        stored = run(binary + "/fileset", "store", folder, path)
+        if stored.returncode != 0:
+            failures.append(f"{name}: object {number}: {stored.stderr.strip()[:300]}")
+            return
+        shown = run("dcmdump", "-q", "+P", "SOPInstanceUID", path).stdout
+        new_uids.add(shown.split("[")[1].split("]")[0])
+    after = walk(folder + "/DICOMDIR")
+    uids = {image.values.get("0004,1511") for image in instances(after)}
+    if uids != old_uids | new_uids:
+        failures.append(f"{name}: {len(uids)} objects after appending, {len(old_uids | new_uids)} wanted")
+    for image in instances(after):
+        if image.values.get("0004,1511") in new_uids and not os.path.isfile(path_of(folder, image)):
+            failures.append(f"{name}: a new object's file is missing")
+    if run("gdcmdump", folder + "/DICOMDIR").returncode != 0:
+        failures.append(f"{name}: gdcmdump can't read it")
+    with open(folder + "/DICOMDIR", "rb") as file:
+        new = file.read()
+    changed = other_bytes_changed(old, new, "implicit" not in name, "bigEnd" in name)
+    # the delimiter of a sequence of undefined length gives way to records
+    tail = len(old) - 8 if name == "dangling" else len(old)
+    if [place for place in changed if place < tail]:
+        failures.append(f"{name}: old bytes changed at {changed[:5]}")
+    counts = [len(rows(binary, folder, level) or []) for level in ("study", "series", "image")]
+    print(f"{name:24} appended: {counts[0]:3} studies {counts[1]:3} series {counts[2]:3} images")
+
+def check_damaged(binary, folder, name, failures):
+    before, images = digest(folder), len(rows(binary, folder, "image") or [])
+    path = new_object(binary, os.path.dirname(folder), 9, {})
+    stored = run(binary + "/fileset", "store", folder, path)
+    if name in TAKEN:
+        print(f"{name:24} takes a new patient: {TAKEN[name]}")
+        if stored.returncode != 0 or len(rows(binary, folder, "image") or []) != images + 1:
+            failures.append(f"{name}: the new patient isn't found beside the old ones")
+        return
+    print(f"{name:24} refused ({REFUSED[name]}): {stored.stderr.strip().split(': ')[-1]}")
+    if stored.returncode == 0 or digest(folder).get("DICOMDIR") != before["DICOMDIR"]:
+        failures.append(f"{name}: not refused, or changed")
+
+def main():
+    binary, samples = sys.argv[1:3]
+    top = os.path.join(samples, "dicomdir")
+    if not os.path.isdir(top) or not all(shutil.which(tool) for tool in ("dcmdump", "gdcmdump", "dcmodify")):
+        print("skipped: no sample files, or no dcmdump, gdcmdump and dcmodify")
+        return 77
+    failures = []
+    work = tempfile.mkdtemp(prefix="disk_dicomdir_")
+    try:
+        for medium in sorted(os.listdir(top)):
+            source = os.path.join(top, medium)
+            directories = [name for name in sorted(os.listdir(source)) if name.startswith("DICOMDIR")]
+            for directory in directories:
+                name = directory if len(directories) > 1 else medium
+                folder = os.path.join(work, name)
+                shutil.copytree(source, folder, ignore=shutil.ignore_patterns("DICOMDIR*"))
+                shutil.copy(os.path.join(source, directory), folder + "/DICOMDIR")
+                check_reading(binary, folder, name, failures)
+                try:
+                    (check_damaged if name in REFUSED or name in TAKEN else check_appending)(binary, folder, name, failures)
+                except ValueError as fault:
+                    failures.append(f"{name}: {fault}")
+    finally:
+        shutil.rmtree(work)
+    for failure in failures:
+        print(f"FAILED: {failure}")
+    print(f"{len(failures)} failures")
+    return 1 if failures else 0
+
+if __name__ == "__main__":
+    sys.exit(main())
