@@ -7,17 +7,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace Bench {
 
 constexpr int kRuns = 7;
 
-/// The median time of `kRuns` runs of `work`, in microseconds; one run before them isn't counted.
+/// The median time of `runs` runs of `work`, in microseconds; one run before them isn't counted.
 template <class Work>
-double Median(Work work) {
+double Median(Work work, int runs = kRuns) {
   std::vector<double> times;
-  for (int run = 0; run <= kRuns; ++run) {
+  for (int run = 0; run <= runs; ++run) {
     auto const start = std::chrono::steady_clock::now();
     work();
     std::chrono::duration<double, std::micro> const took = std::chrono::steady_clock::now() - start;
@@ -26,6 +27,9 @@ double Median(Work work) {
   std::sort(times.begin(), times.end());
   return times[times.size() / 2];
 }
+
+/// Waits until what was written is on the disk, so that its writing doesn't fall into a measurement.
+inline void Settle() { ::sync(); }
 
 /// Ends the program where a benchmark would otherwise measure a failure.
 inline void Require(bool ok, char const* what) {

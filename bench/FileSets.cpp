@@ -50,6 +50,7 @@ void GrowingSeries(std::string const& base, Util_Durability durability) {
     std::vector<std::unique_ptr<IOD_Msg>> next;
     for (int i = 0; i <= Bench::kRuns; ++i)
       next.push_back(Phantom::Make({.image = ++image}));
+    Bench::Settle();
     std::size_t run = 0;
     double const ours = Bench::Median([&] {
       Bench::Require(root->Store(next[run++].get(), false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0,
