@@ -28,6 +28,26 @@ double Median(Work work, int runs = kRuns) {
   return times[times.size() / 2];
 }
 
+struct Pair {
+  double first, second, difference;
+};
+/// The same for two works that take turns, so that what else the machine does falls upon both; and the median of
+/// their differences.
+template <class First, class Second>
+Pair MedianOfTurns(First first, Second second, int runs) {
+  std::vector<double> firsts, seconds, differences;
+  for (int run = 0; run < runs; ++run) {
+    firsts.push_back(Median(first, 1));
+    seconds.push_back(Median(second, 1));
+    differences.push_back(seconds.back() - firsts.back());
+  }
+  auto const median = [](std::vector<double>& times) {
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+  };
+  return {median(firsts), median(seconds), median(differences)};
+}
+
 /// Waits until what was written is on the disk, so that its writing doesn't fall into a measurement.
 inline void Settle() { ::sync(); }
 

@@ -38,6 +38,8 @@ constexpr Dicom_Tag kSopInstanceUid{0x0008, std::uint16_t(0x0018)};
 
 std::string Uid(int i) { return "2.25.1234567890123456789012345678." + std::to_string(i); }
 
+constexpr int kTurns = 21;
+
 void Make(std::string const& folder, int n) {
   Disk_RecordList<Disk_InstanceDirectoryRecord> records;
   auto const object = Phantom::Make({.size = 64});
@@ -92,17 +94,17 @@ void Toolkit(std::string const& folder, int n) {
 void Bench::DirectoryFiles(std::string const& base) {
   Util_FileSystem::SetDurability(Util_Durability::Relaxed);
   OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-  std::printf("Directory file of n records: read, find one, rewrite (us per record, median of %d runs)\n", kRuns);
+  std::printf("Directory file of n records: read, find one, rewrite (us per record, median of %d runs)\n", kTurns);
   std::printf("%8s %10s %10s %10s %12s %10s %10s\n", "n", "bytes", "bare I/O", "ours", "beside I/O", "toolkit",
               "ratio");
   for (int const n : {1000, 10000}) {
     Folder const folder(base);
     Make(folder.Path(), n);
     auto const bytes = std::filesystem::file_size(folder.Path() + "/DIRFILE");
-    double const bare = Median([&] { Bare(folder.Path()); }) / n;
-    double const ours = Median([&] { Ours(folder.Path(), n); }) / n;
-    double const toolkit = Median([&] { Toolkit(folder.Path(), n); }) / n;
-    std::printf("%8d %10ju %10.3f %10.3f %12.3f %10.2f %9.0fx\n", n, std::uintmax_t(bytes), bare, ours, ours - bare,
-                toolkit, (toolkit - bare) / (ours - bare));
+    auto const [bare, ours, beside] =
+        MedianOfTurns([&] { Bare(folder.Path()); }, [&] { Ours(folder.Path(), n); }, kTurns);
+    double const toolkit = Median([&] { Toolkit(folder.Path(), n); });
+    std::printf("%8d %10ju %10.3f %10.3f %12.3f %10.2f %9.0fx\n", n, std::uintmax_t(bytes), bare / n, ours / n,
+                beside / n, toolkit / n, (toolkit - bare) / beside);
   }
 }

@@ -27,6 +27,8 @@ public:
   /// null, to `fd`. Records that were written before through the same strategy aren't written again. 0, or -1
   /// (logged): before anything is written when a record would not fit its place, otherwise in the middle.
   int WriteRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
+  /// Appends a record of the list's class that consists of `msg`. 0, or -1 when that is no directory record.
+  int Take(std::unique_ptr<Dicom_Msg> msg);
   /// The number of records whose Record In-use Flag isn't 0.
   int CountRecordsInUse() const;
 

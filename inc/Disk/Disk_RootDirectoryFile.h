@@ -73,7 +73,7 @@ private:
   int Write();
   int standard_write();
   int read_records(Dicom_Sequence& sequence);
-  int read_record(Dicom_Msg const& item, Disk_PatientDirectoryRecord** patient);
+  int read_record(std::unique_ptr<Dicom_Msg> item, Disk_PatientDirectoryRecord** patient);
 
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_LO const& patient_id, Dicom_LO const& issuer) const;
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_UI const& study_uid) const;

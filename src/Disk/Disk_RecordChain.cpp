@@ -93,6 +93,19 @@ int Disk_RecordChain::CountRecordsInUse() const {
   return count;
 }
 
+int Disk_RecordChain::Take(std::unique_ptr<Dicom_Msg> msg) {
+  std::unique_ptr<Disk_DirectoryRecord> record = make();
+  if (auto* const own = dynamic_cast<IOD_Msg*>(msg.get())) {
+    msg.release();
+    record->record_msg.reset(own);
+  } else {
+    record->record_msg = std::make_unique<IOD_Msg>(std::move(*msg));
+  }
+  if (record->ValidateDirectoryRecord() == -1) return -1;
+  append(record.release());
+  return 0;
+}
+
 // Reading
 
 int Disk_RecordChain::ReadRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset) {

@@ -17,7 +17,7 @@
 template <class Take>
 int Disk_TakeItems(Dicom_Sequence& sequence, Take take) {
   for (int left = sequence.GetNItems(); left > 0; --left) {
-    std::unique_ptr<Dicom_Msg> const item(sequence.Get(0));
+    std::unique_ptr<Dicom_Msg> item(sequence.Get(0));
     if (!item) {
       DISK_LOG(3, "Read(): Can't get message from sequence.\n");
       return -1;
@@ -26,23 +26,17 @@ int Disk_TakeItems(Dicom_Sequence& sequence, Take take) {
       DISK_LOG(3, "Read(): Can't remove message from sequence.\n");
       return -1;
     }
-    if (take(*item) == -1) return -1;
+    if (take(std::move(item)) == -1) return -1;
   }
   return 0;
 }
 
 /// Fills `records` with those of a sequence, all of one class.
-template <class T>
-int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordList<T>& records, char const* failure) {
-  return Disk_TakeItems(sequence, [&](Dicom_Msg const& item) {
-    int status = 0;
-    auto record = std::make_unique<T>(&item, status);
-    if (status == -1) {
-      DISK_LOG_TEXT(3, failure);
-      return -1;
-    }
-    records.append(record.release());
-    return 0;
+inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records, char const* failure) {
+  return Disk_TakeItems(sequence, [&](std::unique_ptr<Dicom_Msg> item) {
+    if (records.Take(std::move(item)) == 0) return 0;
+    DISK_LOG_TEXT(3, failure);
+    return -1;
   });
 }
 

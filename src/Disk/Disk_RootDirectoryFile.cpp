@@ -128,35 +128,29 @@ int Disk_RootDirectoryFile::read_standard() {
 /// The root file is flat: each study belongs to the patient that stands last before it.
 int Disk_RootDirectoryFile::read_records(Dicom_Sequence& sequence) {
   Disk_PatientDirectoryRecord* patient = nullptr;
-  return Disk_TakeItems(sequence, [&](Dicom_Msg const& item) { return read_record(item, &patient); });
+  return Disk_TakeItems(sequence,
+                        [&](std::unique_ptr<Dicom_Msg> item) { return read_record(std::move(item), &patient); });
 }
 
-int Disk_RootDirectoryFile::read_record(Dicom_Msg const& item, Disk_PatientDirectoryRecord** patient) {
+int Disk_RootDirectoryFile::read_record(std::unique_ptr<Dicom_Msg> item, Disk_PatientDirectoryRecord** patient) {
   Dicom_Tag const type_tag(0x0004, 0x1430);
-  int status = 0;
-  if (item.TextEquals(type_tag, IOD_Image::PATIENT.View())) {
-    auto record = std::make_unique<Disk_PatientDirectoryRecord>(&item, status);
-    if (status == -1) {
+  if (item->TextEquals(type_tag, IOD_Image::PATIENT.View())) {
+    if (patients.Take(std::move(item)) == -1) {
       DISK_LOG(3, "Read(): Can't create patient directory record.\n");
       return -1;
     }
-    *patient = record.get();
-    patients.append(record.release());
+    *patient = static_cast<Disk_PatientDirectoryRecord*>(patients.last());
     return 0;
   }
-  if (!item.TextEquals(type_tag, IOD_Image::STUDY.View())) {
+  if (!item->TextEquals(type_tag, IOD_Image::STUDY.View())) {
     DISK_LOG(3, "Read(): Illegal directory record type in root directory.\n");
     KlbGError.Set(DISK_ERROR_RECORD_TYPE);
     return -1;
   }
-  auto record = std::make_unique<Disk_StudyDirectoryRecord>(&item, status);
-  if (status == -1 || !*patient) {
-    DISK_LOG(3, "Read(): Can't create study directory record.\n");
-    KlbGError.Set(DISK_ERROR_STUDY_RECORD);
-    return -1;
-  }
-  (*patient)->GetStudyRecords().append(record.release());
-  return 0;
+  if (*patient && (*patient)->GetStudyRecords().Take(std::move(item)) == 0) return 0;
+  DISK_LOG(3, "Read(): Can't create study directory record.\n");
+  KlbGError.Set(DISK_ERROR_STUDY_RECORD);
+  return -1;
 }
 
 int Disk_RootDirectoryFile::Write() {

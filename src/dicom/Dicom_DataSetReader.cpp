@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -21,6 +23,19 @@ bool IsDelimiterGroup(std::uint32_t tag) { return tag >> 16 == 0xFFFE; }
 bool ReadHeader(char const* p, char const* end, Dicom_Encoding encoding, Header* header) {
   std::size_t const left = std::size_t(end - p);
   if (left < 8) return false;
+  if (encoding.explicit_vr && !encoding.big_endian && std::endian::native == std::endian::little) {
+    // what nearly all bytes are: one load tells all of a short header
+    std::uint64_t word = 0;
+    std::memcpy(&word, p, sizeof word);
+    auto const vr = Dicom_VR(std::uint16_t(word >> 32));
+    if (std::uint16_t(word) != 0xFFFE && !Dicom_HasLongLength(vr)) {
+      header->tag = std::uint32_t(std::uint16_t(word)) << 16 | std::uint16_t(word >> 16);
+      header->vr = vr;
+      header->length = std::uint32_t(word >> 48);
+      header->value = p + 8;
+      return true;
+    }
+  }
   header->tag = Dicom_LoadTag(p, encoding.big_endian);
   if (!encoding.explicit_vr || IsDelimiterGroup(header->tag)) {
     header->length = Dicom_Load32(p + 4, encoding.big_endian);
