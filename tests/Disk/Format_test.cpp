@@ -27,25 +27,27 @@ std::string Dump(std::string_view bytes) {
   return text;
 }
 
-using FormatTest = FileSetTest;
+using FormatTest = BothStructuresTest;
+INSTANTIATE_TEST_SUITE_P(Structures, FormatTest, kBothStructures, StructureName);
 
 } // namespace
 
-TEST_F(FormatTest, TheDumpInTheDocumentIsWhatIsWritten) {
+TEST_P(FormatTest, TheDumpInTheDocumentIsWhatIsWritten) {
   Util_Clock::SetNow(1700000000);
   auto msg = Example();
   ASSERT_EQ(Store(*Open(), *msg), 0);
   Util_Clock::SetNow(0);
-  std::string const file = directory.Read("SA100000/S3000000/DIRFILE");
+  std::string const file = directory.Read(structure ? "DICOMDIR" : "SA100000/S3000000/DIRFILE");
   // the meta information holds a random UID; the data set begins with File-set ID
   std::size_t const start = file.find(std::string("\x04\0\x30\x11", 4));
   ASSERT_NE(start, std::string::npos);
   std::string const expected = Dump(std::string_view(file).substr(start));
 
-  std::string const path = DISK_SOURCE_DIR "/docs/format.md", begin = "<!-- dump -->\n```\n", end = "```\n<!-- end -->";
+  std::string const path = DISK_SOURCE_DIR "/docs/format.md", end = "```\n<!-- end -->";
+  std::string const begin = structure ? "<!-- standard dump -->\n```\n" : "<!-- private dump -->\n```\n";
   std::ifstream in(path);
   std::string text{std::istreambuf_iterator<char>(in), {}};
-  std::size_t const from = text.find(begin), to = text.find(end);
+  std::size_t const from = text.find(begin), to = text.find(end, from);
   ASSERT_TRUE(from != std::string::npos && to != std::string::npos);
   std::size_t const body = from + begin.size();
   if (std::getenv("DISK_UPDATE_DOCS")) {

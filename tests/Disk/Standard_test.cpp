@@ -274,6 +274,8 @@ TEST_F(StandardTest, CallsPerStoreStayTheSame) {
       ASSERT_EQ(Store(*root, *Phantom::Make(Small({.patient = 5 + in_memory, .image = image}))), 0);
       if (image == 10) early = counting.calls;
       EXPECT_TRUE(image != 60 || counting.calls == early);
+      EXPECT_EQ(counting.calls["Fdatasync"], in_memory ? 1 : 3) << "object, redo record, DICOMDIR";
+      EXPECT_EQ(counting.calls["Fsync"], (in_memory ? 1 : 2) + (image == 1 ? 2 : 0)) << "and new directories";
     }
     EXPECT_TRUE(!in_memory || memory.Flush());
   }
