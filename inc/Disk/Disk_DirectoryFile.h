@@ -1,8 +1,10 @@
 #pragma once
+#include <Disk/Disk_DirectoryRecord.h>
 #include <Disk/Disk_File.h>
 #include <Disk/Disk_StoreParams.h>
 #include <dicom/Dicom_UIDGenerator.h>
 
+#include <memory>
 #include <string>
 
 class Disk_DicomDir;
@@ -66,9 +68,33 @@ protected:
   int make_hash_directory(Dicom_UI const& uid, bool is_known);
   /// The file of an object that a record names.
   Disk_FileID object_id(Dicom_CS const& referenced_file_id) const;
-  /// Reading and writing of the chain that starts at `first`, and its VERSION. 0, or -1 (logged).
-  int read_chain(Disk_RecordChain& records, unsigned first, char const* failure);
-  int write_chain(Disk_RecordChain& records, unsigned first, char const* no_offset);
+  /// The messages of a level's failures.
+  struct ReadTexts {
+    char const *cant_read_chain, *cant_read_file, *cant_create_record;
+  };
+  struct WriteTexts {
+    char const *no_offset, *bad_record;
+  };
+  /// Brings the records of a lower level up to date, from this directory file or from the chain that starts at
+  /// `first`; and writes them, with VERSION. 0, or -1 (logged).
+  int read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
+  int write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts);
+  /// Makes `file` the directory file below a record of this one, by the UID that names its directory in the standard
+  /// structure. One that is kept from an earlier call stays if it is the right one.
+  template <class File>
+  void open_below(std::unique_ptr<File>& file, Disk_DirectoryRecord const& record, Dicom_UI const& uid) {
+    Disk_FileID id(GetFileSetPrefix(), record.GetReferencedFileID(), 0);
+    unsigned offset = 0;
+    if (is_standard()) {
+      id = GenerateFileID(uid);
+      id.AddComponent("DIRFILE");
+      offset = record.GetOffsetOfReferencedLowerLevelDirectoryEntity();
+    }
+    // without records below, all of them have offset 0: the names tell them apart
+    if (!file || !(file->GetFileID() == id) || file->GetOffset() != offset)
+      file = std::make_unique<File>(id, params, standard_dicomdir, offset);
+    file->SetWritingStrategy(writing_strategy);
+  }
 
   static Dicom_DA GetCurrentDate();
   static Dicom_TM GetTickCount();

@@ -86,6 +86,7 @@ private:
 
   // store
   int store(Disk_StoreRequest const& request);
+  int lock_for_store(Disk_Hold<Klb_LockFile>& file_set);
   int store_private(Disk_StoreRequest const& request, Disk_Hold<Klb_LockFile>& file_set);
   int store_standard(Disk_StoreRequest const& request);
   int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_known, int* new_series,

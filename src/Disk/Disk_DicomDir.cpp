@@ -1,5 +1,6 @@
 #include <Disk/Disk_DicomDir.h>
 
+#include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Redo.h"
 #include "Disk/Disk_WriteGather.h"
 #include "dicom/Dicom_DataSetReader.h"
@@ -19,11 +20,6 @@
 
 namespace {
 
-constexpr Dicom_Tag kFileSetID{0x0004, std::uint16_t(0x1130)};
-constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
-constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
-constexpr Dicom_Tag kConsistencyFlag{0x0004, std::uint16_t(0x1212)};
-constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
 constexpr unsigned kPreamble = 132; // with the magic
 constexpr unsigned kItemHeader = 8;
 

@@ -1,5 +1,6 @@
 #include <Disk/Disk_DicomDir.h>
 
+#include "Disk/Disk_FileSetTags.h"
 #include "dicom/Dicom_DataSetReader.h"
 
 #include <dicom/Util_TransferSyntax.h>
@@ -12,9 +13,6 @@
 
 namespace {
 
-constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
-constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
-constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
 constexpr off_t kLongestPrefix = 16 << 20; // of a DICOMDIR that anybody would write
 
 int Failed(char const* text) {

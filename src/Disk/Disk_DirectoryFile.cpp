@@ -1,3 +1,5 @@
+#include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_VersionFile.h"
 
 #include <Disk/Disk_Bits.h>
@@ -15,16 +17,6 @@
 #include <cerrno>
 #include <limits>
 #include <memory>
-
-namespace {
-
-constexpr Dicom_Tag kFileSetID{0x0004, std::uint16_t(0x1130)};
-constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
-constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
-constexpr Dicom_Tag kConsistencyFlag{0x0004, std::uint16_t(0x1212)};
-constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
-
-} // namespace
 
 Disk_DirectoryFile::Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params, Disk_DicomDir* dicomdir)
     : Disk_File(id), standard_dicomdir(dicomdir), params(store_params) {}
@@ -79,21 +71,42 @@ int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
   return result == 0 ? UpdateFileVersion() : result;
 }
 
-// A chain of the standard DICOMDIR
+// The records of a lower level
 
-int Disk_DirectoryFile::read_chain(Disk_RecordChain& records, unsigned first, char const* failure) {
-  if (first == 0 || first == standard_dicomdir->GetOffsetEnd()) return 0;
-  if (records.ReadRecords(*standard_dicomdir, first) == -1) {
-    DISK_LOG_TEXT(3, failure);
+int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts) {
+  if (IsUpToDate()) return 0;
+  records.clearAndDestroy();
+  if (is_standard()) {
+    if (first == 0 || first == standard_dicomdir->GetOffsetEnd()) return 0;
+    if (records.ReadRecords(*standard_dicomdir, first) == -1) {
+      DISK_LOG_TEXT(3, texts.cant_read_chain);
+      return -1;
+    }
+    ReadFileVersion();
+    return 0;
+  }
+  Dicom_Sequence* sequence = nullptr;
+  IOD_Msg* msg = nullptr;
+  int found = 0;
+  if (Read(&sequence, &found, &msg) == -1) {
+    DISK_LOG_TEXT(3, texts.cant_read_file);
     return -1;
   }
-  ReadFileVersion();
-  return 0;
+  std::unique_ptr<IOD_Msg> const owner(msg);
+  if (!found) return 0;
+  int const result = Disk_TakeRecords(*sequence, records, texts.cant_create_record);
+  if (result == -1) MarkDirty();
+  return result;
 }
 
-int Disk_DirectoryFile::write_chain(Disk_RecordChain& records, unsigned first, char const* no_offset) {
+int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts) {
+  DISK_LOG(7, "Write:\n");
+  if (!is_standard()) {
+    Dicom_Sequence sequence;
+    return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence);
+  }
   if (first == 0) {
-    DISK_LOG_TEXT(3, no_offset);
+    DISK_LOG_TEXT(3, texts.no_offset);
     return -1;
   }
   if (records.WriteRecords(standard_dicomdir->GetFd(), standard_dicomdir->Syntax(), first,

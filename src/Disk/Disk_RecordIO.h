@@ -41,9 +41,9 @@ inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records,
 }
 
 /// Appends the messages of `records` to `sequence`, which doesn't own them.
-template <class T>
-int Disk_AppendRecords(Disk_RecordList<T> const& records, Dicom_Sequence& sequence, char const* null_entry) {
-  for (T* record : records) {
+inline int Disk_AppendRecords(Disk_RecordChain const& records, Dicom_Sequence& sequence, char const* null_entry) {
+  for (RWCollectable* item : records) {
+    auto* const record = static_cast<Disk_DirectoryRecord*>(item);
     if (!record) {
       DISK_LOG_TEXT(3, null_entry);
       KlbGError.Set(DISK_ERROR_NULL_RECORD);

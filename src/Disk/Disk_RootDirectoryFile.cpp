@@ -247,16 +247,7 @@ Disk_StudyIndex::Entry Disk_RootDirectoryFile::find_study(Dicom_UI const& study_
 }
 
 void Disk_RootDirectoryFile::GetStudyFile(Disk_StudyDirectoryRecord* study) {
-  Disk_FileID id(GetFileSetPrefix(), study->GetReferencedFileID(), 0);
-  unsigned offset = 0;
-  if (is_standard()) {
-    id = GenerateFileID(study->GetRecordMsg()->GetStudyInstanceUID());
-    id.AddComponent("DIRFILE");
-    offset = study->GetOffsetOfReferencedLowerLevelDirectoryEntity();
-  }
-  if (!study_file || !(study_file->GetFileID() == id) || study_file->GetOffset() != offset)
-    study_file = std::make_unique<Disk_StudyDirectoryFile>(id, params, standard_dicomdir, offset);
-  study_file->SetWritingStrategy(writing_strategy);
+  open_below(study_file, *study, study->GetRecordMsg()->GetStudyInstanceUID());
 }
 
 void Disk_RootDirectoryFile::ResetStudyFile() {

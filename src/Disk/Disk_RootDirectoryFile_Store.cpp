@@ -28,6 +28,19 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   ResetStudyFile(); // one that a failure left may have no lock
 
   Disk_Hold<Klb_LockFile> file_set;
+  if (lock_for_store(file_set) == -1) return -1;
+  if ((is_standard() ? store_standard(request) : store_private(request, file_set)) == -1) return -1;
+  if (file_set.Release() == -1) {
+    DISK_LOG(3, "Store: Can't unlock file-set.\n");
+    return -1;
+  }
+  ResetStudyFile();
+  return 0;
+}
+
+/// Takes the file-set's lock and brings the records up to date. From here on a failure makes the next Read load them
+/// again.
+int Disk_RootDirectoryFile::lock_for_store(Disk_Hold<Klb_LockFile>& file_set) {
   if (lock(file_set, false) == -1) {
     DISK_LOG(3, "Store: Can't lock file-set.\n");
     return -1;
@@ -36,13 +49,7 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
     DISK_LOG(3, "Store: Can't read root directory file.\n");
     return -1;
   }
-  MarkDirty(); // from here on a failure makes the next Read load the records again
-  if ((is_standard() ? store_standard(request) : store_private(request, file_set)) == -1) return -1;
-  if (file_set.Release() == -1) {
-    DISK_LOG(3, "Store: Can't unlock file-set.\n");
-    return -1;
-  }
-  ResetStudyFile();
+  MarkDirty();
   return 0;
 }
 
@@ -62,15 +69,7 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
   int new_series = 0, new_image = 0;
   if (store_below(request, study, !new_study, &new_series, &new_image) == -1) return -1;
   if (!new_study) {
-    if (lock(file_set, false) == -1) {
-      DISK_LOG(3, "Store: Can't lock file-set.\n");
-      return -1;
-    }
-    if (Read() == -1) {
-      DISK_LOG(3, "Store: Can't read root directory file.\n");
-      return -1;
-    }
-    MarkDirty();
+    if (lock_for_store(file_set) == -1) return -1;
     study = GetStudyRecord(study_uid);
     if (!study) {
       DISK_LOG(3, "Problem reading study record of study <%s>\n", study_uid.CStr());

@@ -23,29 +23,16 @@ Disk_SeriesDirectoryFile::Disk_SeriesDirectoryFile(Disk_FileID const& id, Disk_S
     : Disk_DirectoryFile(id, store_params, dicomdir), first_image_offset(offset) {}
 
 int Disk_SeriesDirectoryFile::Read() {
-  if (IsUpToDate()) return 0;
-  image_records.clearAndDestroy();
-  if (is_standard()) return read_chain(image_records, first_image_offset, "Read: Failed reading the records.\n");
-  Dicom_Sequence* sequence = nullptr;
-  IOD_Msg* msg = nullptr;
-  int found = 0;
-  if (Disk_DirectoryFile::Read(&sequence, &found, &msg) == -1) {
-    DISK_LOG(3, "Read(): Can't read series directory file.\n");
-    return -1;
-  }
-  std::unique_ptr<IOD_Msg> const owner(msg);
-  if (!found) return 0;
-  int const result = Disk_TakeRecords(*sequence, image_records, "Read(): Can't create instance directory record.\n");
-  if (result == -1) MarkDirty();
-  return result;
+  static constexpr ReadTexts kTexts{"Read: Failed reading the records.\n",
+                                    "Read(): Can't read series directory file.\n",
+                                    "Read(): Can't create instance directory record.\n"};
+  return read_level(image_records, first_image_offset, kTexts);
 }
 
 int Disk_SeriesDirectoryFile::Write() {
-  DISK_LOG(7, "Write:\n");
-  if (is_standard()) return write_chain(image_records, first_image_offset, "Write: the offset of the images is 0.\n");
-  Dicom_Sequence sequence;
-  if (Disk_AppendRecords(image_records, sequence, "Write(): Bad instance directory record.\n") == -1) return -1;
-  return Disk_DirectoryFile::Write(sequence);
+  static constexpr WriteTexts kTexts{"Write: the offset of the images is 0.\n",
+                                     "Write(): Bad instance directory record.\n"};
+  return write_level(image_records, first_image_offset, kTexts);
 }
 
 Disk_InstanceDirectoryRecord* Disk_SeriesDirectoryFile::GetImageRecord(Dicom_UI const& image_uid) const {

@@ -41,29 +41,15 @@ int Disk_StudyDirectoryFile::UnlockShared() {
 }
 
 int Disk_StudyDirectoryFile::Read() {
-  if (IsUpToDate()) return 0;
-  series_records.clearAndDestroy();
-  if (is_standard()) return read_chain(series_records, first_series_offset, "Read: Failed readind the records.\n");
-  Dicom_Sequence* sequence = nullptr;
-  IOD_Msg* msg = nullptr;
-  int found = 0;
-  if (Disk_DirectoryFile::Read(&sequence, &found, &msg) == -1) {
-    DISK_LOG(3, "Read(): Can't read study directory file.\n");
-    return -1;
-  }
-  std::unique_ptr<IOD_Msg> const owner(msg);
-  if (!found) return 0;
-  int const result = Disk_TakeRecords(*sequence, series_records, "Read(): Can't create series directory record.\n");
-  if (result == -1) MarkDirty();
-  return result;
+  static constexpr ReadTexts kTexts{"Read: Failed readind the records.\n", "Read(): Can't read study directory file.\n",
+                                    "Read(): Can't create series directory record.\n"};
+  return read_level(series_records, first_series_offset, kTexts);
 }
 
 int Disk_StudyDirectoryFile::Write() {
-  DISK_LOG(7, "Write:\n");
-  if (is_standard()) return write_chain(series_records, first_series_offset, "Write: the offset of the series is 0.\n");
-  Dicom_Sequence sequence;
-  if (Disk_AppendRecords(series_records, sequence, "Write(): Bad series directory record.\n") == -1) return -1;
-  return Disk_DirectoryFile::Write(sequence);
+  static constexpr WriteTexts kTexts{"Write: the offset of the series is 0.\n",
+                                     "Write(): Bad series directory record.\n"};
+  return write_level(series_records, first_series_offset, kTexts);
 }
 
 Disk_SeriesDirectoryRecord* Disk_StudyDirectoryFile::GetSeriesRecord(Dicom_UI const& series_uid) const {
@@ -71,16 +57,7 @@ Disk_SeriesDirectoryRecord* Disk_StudyDirectoryFile::GetSeriesRecord(Dicom_UI co
 }
 
 void Disk_StudyDirectoryFile::GetSeriesFile(Disk_SeriesDirectoryRecord* series) {
-  Disk_FileID id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
-  unsigned offset = 0;
-  if (is_standard()) {
-    id = GenerateFileID(series->GetRecordMsg()->GetSeriesInstanceUID());
-    id.AddComponent("DIRFILE");
-    offset = series->GetOffsetOfReferencedLowerLevelDirectoryEntity();
-  }
-  if (!series_file || !(series_file->GetFileID() == id) || series_file->GetOffset() != offset)
-    series_file = std::make_unique<Disk_SeriesDirectoryFile>(id, params, standard_dicomdir, offset);
-  series_file->SetWritingStrategy(writing_strategy);
+  open_below(series_file, *series, series->GetRecordMsg()->GetSeriesInstanceUID());
 }
 
 int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image,

@@ -1,0 +1,9 @@
+#pragma once
+#include <dicom/Dicom_Tag.h>
+
+/// The elements of a directory file in front of its records, and the sequence of these.
+constexpr Dicom_Tag kFileSetID{0x0004, std::uint16_t(0x1130)};
+constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
+constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
+constexpr Dicom_Tag kConsistencyFlag{0x0004, std::uint16_t(0x1212)};
+constexpr Dicom_Tag kRecordSequence{0x0004, std::uint16_t(0x1220)};
