@@ -68,6 +68,7 @@ private:
   /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
   int lock(Disk_Hold<Klb_LockFile>& hold, bool shared);
   void forget_records();
+  struct Operation;
   int Read();
   int read_standard();
   int Write();

@@ -272,6 +272,8 @@ char const* Disk_DicomDir::unfit_for_writing() {
   if (tag == kSequenceDelimiter && status.st_size == off_t(offset_end) + off_t(sizeof bytes)) return nullptr;
   if (tag > kRecordSequence.Number()) return "elements stand behind its records";
   // bytes without meaning: they would stand behind the new records
+  DISK_LOG(5, "Begin: %s: cutting %lld bytes behind its records.\n", file_name.c_str(),
+           static_cast<long long>(status.st_size - off_t(offset_end)));
   return system.Ftruncate(file_descriptor, off_t(offset_end)) == 0 ? nullptr : "bytes behind its records can't be cut";
 }
 
@@ -334,7 +336,14 @@ int Disk_DicomDir::Replay(char const* file_set_prefix) {
   } else {
     DISK_LOG(4, "Replay: completing what a process that has ended began to write to %s.\n", name.c_str());
     Util_FileDescriptor const file = Util_FileSystem::Open(name.c_str(), O_RDWR | O_NONBLOCK);
-    result = !file || redo.Apply(file.Get()) == -1 ? -1 : redo.MoveVersions(file_set_prefix);
+    struct stat status {};
+    if (!file || Util_FileSystemInterface::Current().Fstat(file.Get(), &status) == -1) {
+      result = -1;
+    } else if (!redo.Fits(status.st_size)) {
+      DISK_LOG(3, "Replay: %s belongs to another DICOMDIR.\n", path.c_str());
+    } else {
+      result = redo.Apply(file.Get()) == -1 ? -1 : redo.MoveVersions(file_set_prefix);
+    }
   }
   if (result == 0) result = Util_FileSystemInterface::Current().Unlink(path.c_str());
   if (result == 0) return 0;
@@ -352,6 +361,10 @@ int Disk_DicomDir::LayRedoOver() {
     DISK_LOG(3, "LayRedoOver: Can't read %s (errno=%d).\n", redo_path().c_str(), errno);
     return -1;
   }
+  struct stat status {};
+  bool const is_sized =
+      file_descriptor != -1 && Util_FileSystemInterface::Current().Fstat(file_descriptor, &status) == 0;
+  if (is_sized && !redo.Fits(status.st_size)) redo.Clear();
   if (redo == *overlay_) return 0;
   *overlay_ = redo;
   return 1;

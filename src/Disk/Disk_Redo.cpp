@@ -161,6 +161,14 @@ Disk_Redo::Found Disk_Redo::Load(std::string const& path) {
   return decode({file->data(), file->size()}) ? Found::Whole : Found::Torn;
 }
 
+bool Disk_Redo::Fits(std::int64_t size) const {
+  for (Extent const& extent : extents_) {
+    if (extent.offset > size) return false;
+    size = std::max<std::int64_t>(size, std::int64_t(extent.offset) + std::int64_t(extent.bytes.size()));
+  }
+  return true;
+}
+
 int Disk_Redo::Apply(int fd) const {
   for (Extent const& extent : extents_)
     if (Util_FileSystem::PwriteAll(fd, extent.bytes.data(), extent.bytes.size(), off_t(extent.offset)) == -1) return -1;

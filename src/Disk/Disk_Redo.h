@@ -29,6 +29,8 @@ public:
   /// Reads a record. Torn: what stands there has no meaning. Unreadable: errno tells why.
   Found Load(std::string const& path);
 
+  /// Whether the extents leave no hole in a file of that size. One that they were made for has none.
+  bool Fits(std::int64_t size) const;
   /// Writes the extents to the descriptor and syncs it. 0, or -1 with errno.
   int Apply(int fd) const;
   /// Writes the extents through a strategy. 0, or -1.

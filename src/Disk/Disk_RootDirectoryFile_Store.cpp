@@ -85,33 +85,31 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
   return -1;
 }
 
-namespace {
-
-/// The writes of one operation on the DICOMDIR: all of them, or none.
-class Gathering {
-public:
-  explicit Gathering(Disk_DicomDir& dicomdir) : dicomdir_(dicomdir) {}
-  ~Gathering() {
-    if (dicomdir_.IsGathering()) dicomdir_.Discard();
+/// One operation on the DICOMDIR. Unless it is committed, nothing of it is written, and the records in memory, which
+/// have what the file hasn't, are forgotten.
+struct Disk_RootDirectoryFile::Operation {
+  explicit Operation(Disk_RootDirectoryFile& owner) : root(owner), begun(owner.dicomdir->Begin() == 0) {}
+  ~Operation() {
+    if (committed) return;
+    root.dicomdir->Discard();
+    root.forget_records();
   }
-
-private:
-  Disk_DicomDir& dicomdir_;
+  int Commit() {
+    committed = root.dicomdir->Commit(root.writing_strategy) == 0;
+    return committed ? 0 : -1;
+  }
+  Disk_RootDirectoryFile& root;
+  bool const begun;
+  bool committed = false;
 };
-
-} // namespace
 
 int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
   if (!patients.isEmpty() && !reaches_patients) {
     DISK_LOG(3, "Store: the first record of the DICOMDIR leads to no patient.\n");
     return -1;
   }
-  if (dicomdir->Begin() == -1) return -1;
-  Gathering const gathering(*dicomdir);
-  // whatever fails leaves records in memory that the file doesn't have
-  std::unique_ptr<Disk_RootDirectoryFile, void (*)(Disk_RootDirectoryFile*)> failure(
-      this, [](Disk_RootDirectoryFile* root) { root->forget_records(); });
-
+  Operation operation(*this);
+  if (!operation.begun) return -1;
   IOD_Msg const& msg = *request.msg;
   auto [owner, study] = find_study(msg.GetStudyInstanceUID());
   bool const new_study = !study;
@@ -131,12 +129,9 @@ int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
     DISK_LOG(3, "Store: Failed updating the standard DICOMDIR details.\n");
     return -1;
   }
-  if (Write() == -1 || dicomdir->Commit(writing_strategy) == -1) {
-    DISK_LOG(3, "Store: Can't update the file.\n");
-    return -1;
-  }
-  failure.release();
-  return 0;
+  if (Write() == 0 && operation.Commit() == 0) return 0;
+  DISK_LOG(3, "Store: Can't update the file.\n");
+  return -1;
 }
 
 /// The part of a store below the root, under the study's lock.

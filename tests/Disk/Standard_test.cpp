@@ -3,6 +3,7 @@
 #include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
 
+#include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_StorageStrategy.h>
 
@@ -199,6 +200,7 @@ TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_EQ(WEXITSTATUS(status), 9);
   EXPECT_EQ(Content(), before);
+  std::filesystem::copy_file(At("DICOMDIR.redo"), At("saved.redo"));
   EXPECT_EQ(Images(*reader, {}), 2);
   EXPECT_EQ(Images(*Open(Disk_StoreParams::READ_ONLY), {}), 2);
   EXPECT_TRUE(Fetch(*reader, Uids(*Phantom::Make(Small({.image = 2})))));
@@ -206,6 +208,14 @@ TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
   EXPECT_EQ(Images(*live, {}), 2) << "a live process completes it";
   EXPECT_EQ(Images(*reader, {}), 2);
   ExpectWhole(2);
+  // one of another file: the place that it writes to lies beyond the end
+  std::string const redo = directory.Read("saved.redo"), now = Content();
+  ASSERT_FALSE(redo.empty());
+  directory.Write("DICOMDIR.redo", redo);
+  directory.Write("DICOMDIR", now.substr(0, 400));
+  EXPECT_EQ(Disk_DicomDir::Replay(Prefix().c_str()), 0);
+  EXPECT_EQ(Content().size(), 400u);
+  directory.Write("DICOMDIR", now);
   // one that isn't whole never had any effect
   directory.Write("DICOMDIR.redo", "DISKREDO torn");
   EXPECT_EQ(Images(*reader, {}), 2);
