@@ -66,6 +66,10 @@ protected:
   /// In the standard structure, the directory of a study or series below this one, named by its UID. One that stands
   /// there already is used. 0, or -1 (logged).
   int make_hash_directory(Dicom_UI const& uid, bool is_known);
+  void remove_hash_directory(Dicom_UI const& uid, char const* who) const;
+  /// Sets a counter of a record, which in the standard structure keeps its length, and lacks it for good if another
+  /// system left it out. 0, or -1.
+  int set_counter(Disk_DirectoryRecord& record, Dicom_Tag const& tag, int value) const;
   /// The file of an object that a record names.
   Disk_FileID object_id(Dicom_CS const& referenced_file_id) const;
   /// The messages of a level's failures.

@@ -32,6 +32,12 @@ public:
     if (value) enqueue();
   }
 
+  /// Deletes a record of the standard shape, which stays in its chain. 0, or -1.
+  int SetOutOfUse() {
+    SetChanged(true);
+    return SetRecordInUseFlag(Dicom_US(0));
+  }
+
   /// Get gives a copy of the value, the null constant when the attribute is absent. Set stores a copy: 0, or -1.
   /// Remove takes the attribute out: 0, also when it was absent.
 #define DISK_FILE_SET_ELEMENT(Name, Class, Element)                                                                    \

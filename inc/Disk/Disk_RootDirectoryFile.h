@@ -59,6 +59,13 @@ public:
   /// access in the study's record. 0 and a new message for the caller to own, or -1.
   int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object, Disk_AsyncFile* async);
 
+  /// Deletes one or more studies, a series, or one or more images of a series, by the level of the identifier. Off
+  /// until SetSupportPar allows it. `status` becomes 0 when the root was written after the last study handled, 3 for a
+  /// protected study, 4 otherwise; `report` counts images. 0; or -1, with error 211007, 211002: what went before the
+  /// failure is gone, and what is left can be deleted again. A file that can't be removed is logged and left.
+  int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
+             SCL_ResponseStatus& status);
+
   /// Sets the study's access date to now; private structure only. 0, or -1.
   int SetStudyAccessed(Dicom_UI const& study_uid);
 
@@ -123,6 +130,17 @@ private:
                   Dicom_Msg const* patient_response, Dicom_Sequence* results) const;
   int query_lower(Disk_StudyDirectoryRecord* study, SCL_QueryRetrieveLevel::Value level,
                   SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+
+  // delete
+  int remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Disk_Tally* tally,
+             SCL_ResponseStatus& status);
+  int remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
+                        SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally, SCL_ResponseStatus& status);
+  int count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal, SCL_QueryRetrieveLevel::Value level);
+  int drop_modality(IOD_Msg& record, Disk_Removal const& removal);
+  int DeleteStudy(Disk_StudyDirectoryRecord* study);
+  int DeleteStudyFromList(Disk_StudyDirectoryRecord* study);
+  int standard_delete_study(Disk_StudyDirectoryRecord* study);
 
   // fetch
   int get_one(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,

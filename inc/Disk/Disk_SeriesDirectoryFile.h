@@ -2,6 +2,7 @@
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_InstanceDirectoryRecord.h>
 #include <Disk/Disk_RecordList.h>
+#include <Disk/Disk_Removal.h>
 #include <Disk/Disk_SeriesDirectoryRecord.h>
 #include <Disk/Disk_StoreRequest.h>
 #include <dicom/SCL_Identifier.h>
@@ -27,6 +28,9 @@ public:
   int Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series, int* new_image);
   /// Appends a response to `results` for each record that matches. 0, or -1.
   int Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  /// Deletes images, or all for a null UID. `*records` is how many there were. 0, also when some couldn't be removed;
+  /// -1 when the records can't be read or written.
+  int Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records);
   /// Reads one object. 0 and a new message for the caller to own, or -1.
   int GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object);
 
@@ -37,6 +41,8 @@ private:
   Disk_FileID GenerateReferencedFileID(Dicom_IS const& image_number, Dicom_SH const& image_label, int* status) const;
   int add_image(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
                 Disk_InstanceDirectoryRecord** image);
+  int DeleteImage(Disk_InstanceDirectoryRecord const& image) const;
+  void DeleteCineFile(Disk_FileID const& id, Dicom_CS const& referenced) const;
   int set_syntax(Disk_InstanceDirectoryRecord* image, Disk_StoreRequest const& request) const;
   int update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const;
   int place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image);

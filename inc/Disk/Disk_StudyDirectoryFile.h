@@ -29,6 +29,8 @@ public:
   int Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image);
   /// Appends the responses of a query at series or image level to `results`. The caller holds the study lock.
   int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  /// Deletes a series, some images of it, or all series. 0, or -1: what went before the failure is gone.
+  int Delete(Disk_Removal* removal);
   int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);
 
 private:
@@ -43,6 +45,10 @@ private:
                  Disk_SeriesDirectoryRecord** series);
   int check_series_number(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord const& series) const;
   int count_new_image(Disk_SeriesDirectoryRecord* series) const;
+  int DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids, Disk_Tally* tally,
+                           bool* removed);
+  void DeleteSeries(Disk_SeriesDirectoryRecord const* series);
+  bool FindCorruptedEntry(Disk_SeriesDirectoryRecord const* series) const;
   int query_images(Disk_SeriesDirectoryRecord* series, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
 
   Disk_RecordList<Disk_SeriesDirectoryRecord> series_records;

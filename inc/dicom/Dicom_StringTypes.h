@@ -76,6 +76,8 @@ public:
   using Dicom_StringOf::Dicom_StringOf;
   /// The union of two values: the parts of this one, then those of `other` that it lacks.
   Dicom_CS operator|(Dicom_CS const& other) const;
+  /// This value without the first of its parts that equals `part`.
+  Dicom_CS RmSubElement(Dicom_CS const& part) const;
 };
 
 /// A date, YYYYMMDD. Fields of a text that isn't a date are 0. The old form YYYY.MM.DD is understood.

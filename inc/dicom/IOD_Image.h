@@ -15,6 +15,11 @@ public:
   // modalities
   static inline Dicom_CS const PR{"PR"};
   static inline Dicom_CS const SR{"SR"};
+  // parts of Image Type
+  static inline Dicom_CS const DERIVED{"DERIVED"};
+  static inline Dicom_CS const SECONDARY{"SECONDARY"};
+  static inline Dicom_CS const ITINERARY{"ITINERARY"};
+  static inline Dicom_CS const CINE{"CINE"};
   // flags
   static inline Dicom_CS const Y{"Y"};
   static inline Dicom_CS const N{"N"};

@@ -21,4 +21,9 @@ private:
 class SCL_ResponseStatus {
 public:
   enum Value { Success = 0, RefusedProtected = 3, Failed = 4 };
+  constexpr SCL_ResponseStatus(Value value = Success) : value_(value) {}
+  constexpr operator Value() const { return value_; }
+
+private:
+  Value value_;
 };

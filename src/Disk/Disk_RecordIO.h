@@ -76,6 +76,14 @@ T* Disk_FindRecord(Disk_RecordList<T> const& records, bool standard, Dicom_Tag c
   return records.Find(tag, text, [standard](T const& record) { return Disk_IsLive(record, standard); });
 }
 
+/// Takes a deleted record out of its list, or out of use where it stays in its chain. 0, or -1.
+template <class T>
+int Disk_TakeOut(Disk_RecordList<T>& records, T* record, bool standard) {
+  if (standard) return record->SetOutOfUse();
+  delete records.remove(record);
+  return 0;
+}
+
 /// Makes a filled record the last of its chain and reserves its place in the DICOMDIR. `link` is called with the place
 /// if the record is the first one. 0, and the list owns the record; or -1 with the message of the step that failed.
 template <class T, class Link>

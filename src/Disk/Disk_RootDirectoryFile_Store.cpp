@@ -1,6 +1,7 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
 #include "Disk/Disk_RecordIO.h"
 
 #include <Disk/Disk_DicomDir.h>
@@ -84,24 +85,6 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
   DISK_LOG(3, "Store: Can't update the file.\n");
   return -1;
 }
-
-/// One operation on the DICOMDIR. Unless it is committed, nothing of it is written, and the records in memory, which
-/// have what the file hasn't, are forgotten.
-struct Disk_RootDirectoryFile::Operation {
-  explicit Operation(Disk_RootDirectoryFile& owner) : root(owner), begun(owner.dicomdir->Begin() == 0) {}
-  ~Operation() {
-    if (committed) return;
-    root.dicomdir->Discard();
-    root.forget_records();
-  }
-  int Commit() {
-    committed = root.dicomdir->Commit(root.writing_strategy) == 0;
-    return committed ? 0 : -1;
-  }
-  Disk_RootDirectoryFile& root;
-  bool const begun;
-  bool committed = false;
-};
 
 int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
   if (!patients.isEmpty() && !reaches_patients) {

@@ -32,6 +32,11 @@ Disk_StudyDirectoryRecord::Disk_StudyDirectoryRecord(Dicom_Msg const* msg, int& 
   error = ValidateDirectoryRecord();
 }
 
+bool Disk_StudyDirectoryRecord::IsDeletable() const {
+  Dicom_CS const flag = record_msg->GetProtectionFlag();
+  return flag != CS_NULL && flag != IOD_Image::Y;
+}
+
 int Disk_StudyDirectoryRecord::UpdatePatientDetails(IOD_Msg const& msg) {
   if (Disk_CopyAttributes(kPatientAttributes, msg, *record_msg, false) == 0) return 0;
   DISK_LOG(3, "UpdatePatientDetails: Can't add element.\n");

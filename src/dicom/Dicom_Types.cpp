@@ -111,6 +111,21 @@ int Dicom_StringType::Match(Dicom_Type const& key) const {
   return Dicom_MatchText(GetVR(), text_, key.GetText()) ? 1 : 0;
 }
 
+Dicom_CS Dicom_CS::RmSubElement(Dicom_CS const& part) const {
+  std::string result;
+  bool removed = false;
+  for (int i = 0; i < GetNValues(); ++i) {
+    std::string_view const value = WithoutPadding(ValueView(i));
+    if (!removed && value == part.View()) {
+      removed = true;
+      continue;
+    }
+    if (!result.empty()) result += '\\';
+    result += value;
+  }
+  return Dicom_CS(result);
+}
+
 Dicom_CS Dicom_CS::operator|(Dicom_CS const& other) const {
   std::string result;
   std::set<std::string_view> known;

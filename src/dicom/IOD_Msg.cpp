@@ -59,7 +59,7 @@ int IOD_Msg::AddKolbaExeVersion(Dicom_LO const& version) {
 
 Dicom_CS SCL_QueryRetrieveLevel::TextOf(Value level) {
   static char const* const s_texts[] = {"STUDY", "SERIES", "IMAGE"};
-  return level == UNKNOWN ? CS_NULL : Dicom_CS(s_texts[level]);
+  return level >= STUDY && level <= IMAGE ? Dicom_CS(s_texts[level]) : CS_NULL;
 }
 
 SCL_QueryRetrieveLevel::Value SCL_Identifier::GetQueryRetrieveLevel() const {
@@ -75,10 +75,10 @@ SCL_QueryIdentifier::SCL_QueryIdentifier(SCL_QueryRetrieveLevel::Value level) {
 }
 
 SCL_QueryRspIdentifier::SCL_QueryRspIdentifier(SCL_QueryRetrieveLevel::Value level, int* status) {
-  *status = level == SCL_QueryRetrieveLevel::UNKNOWN ? -1 : 0;
+  *status = SCL_QueryRetrieveLevel::TextOf(level) == CS_NULL ? -1 : 0;
 }
 
 SCL_MoveIdentifier::SCL_MoveIdentifier(SCL_QueryRetrieveLevel::Value level, int* status) {
-  *status =
-      level == SCL_QueryRetrieveLevel::UNKNOWN ? -1 : SetQueryRetrieveLevel(SCL_QueryRetrieveLevel::TextOf(level));
+  Dicom_CS const text = SCL_QueryRetrieveLevel::TextOf(level);
+  *status = text == CS_NULL ? -1 : SetQueryRetrieveLevel(text);
 }

@@ -75,6 +75,10 @@ FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParam
     report.Fail(directory, problem);
     return set;
   }
+  if (structure == Structure::None && access == Access::Change) {
+    report.Fail(directory, "holds no file-set: there is no DICOMDIR");
+    return set;
+  }
   if (structure == Structure::Private && params.standard_structure) {
     report.Fail(directory, "its structure is private; --standard is for a new file-set");
     return set;

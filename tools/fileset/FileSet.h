@@ -17,6 +17,7 @@ enum class Structure {
 enum class Access {
   Read,     // nothing is written
   Visit,    // reading, which leaves the access date behind where that can be written
+  Change,   // of a file-set that is there
   ReadWrite // a file-set is made where there is none
 };
 

@@ -1,0 +1,38 @@
+#pragma once
+#include <dicom/Dicom_StringTypes.h>
+#include <dicom/MXL_SubOperationsReport.h>
+
+/// How many images a delete removed, and how many it was asked for and couldn't. Wider than the report's counts.
+struct Disk_Tally {
+  unsigned completed = 0, failed = 0;
+
+  Disk_Tally& operator+=(Disk_Tally const& other) {
+    completed += other.completed;
+    failed += other.failed;
+    return *this;
+  }
+  /// Writes the counts into a report, in its 16 bits.
+  void Tell(MXL_SubOperationsReport* report) const {
+    *report = MXL_SubOperationsReport();
+    report->Set(MXL_SubOperationsReport::Completed, Dicom_US(std::uint16_t(completed)));
+    report->Set(MXL_SubOperationsReport::Failed, Dicom_US(std::uint16_t(failed)));
+  }
+};
+
+/// Whether the delete of an image of type DERIVED\SECONDARY\ITINERARY\CINE also removes the cine file that the object
+/// names, wherever that stands; true at first, for the whole process. Who stores what strangers send turns it off.
+void Disk_SetDeletesCineFiles(bool wanted);
+bool Disk_DeletesCineFiles();
+
+/// What is to go from one study, and what became of it.
+struct Disk_Removal {
+  Dicom_UI series_uid; // null: all series
+  Dicom_UI image_uids; // one or more, or null for all images
+
+  Disk_Tally tally;
+  int series_before = 0;         // records in use before
+  int series_removed = 0;        // that ceased to exist
+  int images_left = 0;           // in the series that remain, by their counters
+  Dicom_CS modality;             // of the one series that was named and removed
+  bool modality_is_left = false; // another series has it
+};

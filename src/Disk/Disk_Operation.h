@@ -1,0 +1,23 @@
+#pragma once
+#include <Disk/Disk_DicomDir.h>
+#include <Disk/Disk_RootDirectoryFile.h>
+
+/// One operation on the DICOMDIR. Unless it is committed, nothing of it is written, and the records in memory, which
+/// have what the file hasn't, are forgotten. In the private structure each file is written at once, and there is
+/// nothing to commit.
+struct Disk_RootDirectoryFile::Operation {
+  explicit Operation(Disk_RootDirectoryFile& owner)
+      : root(owner), begun(!owner.is_standard() || owner.dicomdir->Begin() == 0) {}
+  ~Operation() {
+    if (committed || !root.is_standard()) return;
+    root.dicomdir->Discard();
+    root.forget_records();
+  }
+  int Commit() {
+    committed = !root.is_standard() || root.dicomdir->Commit(root.writing_strategy) == 0;
+    return committed ? 0 : -1;
+  }
+  Disk_RootDirectoryFile& root;
+  bool const begun;
+  bool committed = false;
+};

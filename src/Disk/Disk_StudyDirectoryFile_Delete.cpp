@@ -1,0 +1,216 @@
+#include <Disk/Disk_StudyDirectoryFile.h>
+
+#include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_Remove.h"
+
+#include <Disk/Disk_ObjectFile.h>
+
+#include <atomic>
+#include <cerrno>
+#include <fcntl.h>
+#include <vector>
+
+namespace {
+
+std::atomic<bool> s_deletes_cine_files{true};
+
+/// The records of a list that are in use, so that the list may change while they are walked.
+template <class T>
+std::vector<T*> InUse(Disk_RecordList<T> const& records, bool standard) {
+  std::vector<T*> found;
+  for (T* record : records)
+    if (!standard || record->GetRecordInUseFlag() != Dicom_US(0)) found.push_back(record);
+  return found;
+}
+
+/// Images of this type come with a second file, the cine file.
+bool IsAccompanied(IOD_Msg const& record) {
+  static Dicom_CS const s_accompanied =
+      IOD_Image::DERIVED | IOD_Image::SECONDARY | IOD_Image::ITINERARY | IOD_Image::CINE;
+  return record.GetImageType() == s_accompanied;
+}
+
+} // namespace
+
+void Disk_SetDeletesCineFiles(bool wanted) { s_deletes_cine_files = wanted; }
+bool Disk_DeletesCineFiles() { return s_deletes_cine_files; }
+
+int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
+  DISK_LOG(7, "Delete:\n");
+  if (Read() == -1) {
+    DISK_LOG(3, "Delete(): Can't read study directory file.\n");
+    return -1;
+  }
+  MarkDirty();
+  std::vector<Disk_SeriesDirectoryRecord*> going = InUse(series_records, is_standard());
+  removal->series_before = int(going.size());
+  if (removal->series_uid != UI_NULL) {
+    Disk_SeriesDirectoryRecord* const series = GetSeriesRecord(removal->series_uid);
+    if (!series) {
+      DISK_LOG(3, "Delete(): Can't find series.\n");
+      return -1;
+    }
+    going = {series};
+  }
+  for (Disk_SeriesDirectoryRecord* series : going) {
+    bool removed = false;
+    if (DeleteImagesOfSeries(series, removal->image_uids, &removal->tally, &removed) == -1) return -1;
+    if (removed && removal->series_uid != UI_NULL) removal->modality = series->GetRecordMsg()->GetModality();
+    removal->series_removed += removed;
+    if ((removed || removal->series_uid == UI_NULL) && Disk_TakeOut(series_records, series, is_standard()) == -1)
+      return -1;
+  }
+  for (Disk_SeriesDirectoryRecord* left : InUse(series_records, is_standard())) {
+    removal->images_left += left->GetRecordMsg()->GetNumberOfSeriesRelatedImages();
+    if (left->GetRecordMsg()->GetModality() == removal->modality) removal->modality_is_left = true;
+  }
+  if (Write() == 0) return 0;
+  DISK_LOG(3, "Delete(): Can't update the file.\n");
+  return -1;
+}
+
+int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids,
+                                                  Disk_Tally* tally, bool* removed) {
+  GetSeriesFile(series);
+  if (FindCorruptedEntry(series)) {
+    DeleteSeries(series);
+    *removed = true;
+    return 0;
+  }
+  Disk_Tally own;
+  int records = 0;
+  int const result = series_file->Delete(image_uids, &own, &records);
+  *tally += own;
+  if (result == -1) return -1;
+  IOD_Msg& record = *series->GetRecordMsg();
+  Dicom_IS const related = record.GetNumberOfSeriesRelatedImages();
+  Dicom_UL const images = record.GetNumberOfImages();
+  // a record that another system wrote may count nothing: its list does
+  if (related == IS_NULL && images == UL_NULL && !is_standard()) {
+    DISK_LOG(3, "DeleteImagesOfSeries(): Can't update series directory record.\n");
+    return -1;
+  }
+  int const known = related == IS_NULL ? int(unsigned(images)) : int(related);
+  int const count = Disk_Raised(known, records, "series") - int(own.completed);
+  if (set_counter(*series, Dicom_Tag(0x0020, 0x1209), count) == -1) return -1;
+  if (!is_standard() && record.SetNumberOfImages(Dicom_UL(unsigned(std::max(count, 0)))) == -1) return -1;
+  DISK_LOG(7, "DeleteImagesOfSeries: ImagesInSeries %d\n", count);
+  *removed = count == 0;
+  if (*removed) DeleteSeries(series);
+  return 0;
+}
+
+/// A series whose directory or directory file is gone. In the standard structure there is none to miss.
+bool Disk_StudyDirectoryFile::FindCorruptedEntry(Disk_SeriesDirectoryRecord const* series) const {
+  DISK_LOG(7, "in FindCorruptedEntry\n");
+  if (is_standard()) return false;
+  std::string const file = Disk_FileID(GetFileSetPrefix(), series->GetReferencedFileID(), 0).Path();
+  if (file.empty()) {
+    DISK_LOG(4, "FindCorruptedEntry: Warning: can't remove component from file-id.\n");
+    return true;
+  }
+  struct stat status {};
+  std::string const inside = file.substr(0, file.rfind('/')) + "/.";
+  if (Util_FileSystemInterface::Current().Stat(inside.c_str(), &status) == -1) {
+    bool const gone = errno == ENOENT;
+    DISK_LOG_TEXT(3, gone ? "FindCorruptedEntry: directory not found, entry will be deleted\n"
+                          : "FindCorruptedEntry: unexpected error accessing study's directory, entry not deleted\n");
+    return gone;
+  }
+  if (Util_FileSystem::Open(file.c_str(), O_RDONLY | O_NONBLOCK)) return false;
+  bool const gone = errno == ENOENT;
+  DISK_LOG_TEXT(3, gone ? "FindCorruptedEntry: DIRFILE not found, entry will be deleted\n"
+                        : "FindCorruptedEntry: unexpected error accessing study's DIRFILE, entry not deleted\n");
+  return gone;
+}
+
+/// The files and the directory of a series, not its record.
+void Disk_StudyDirectoryFile::DeleteSeries(Disk_SeriesDirectoryRecord const* series) {
+  if (is_standard())
+    return remove_hash_directory(series->GetRecordMsg()->GetSeriesInstanceUID(), "standard_delete_series");
+  constexpr char kCantDelete[] = "DeleteSeries(): Warning: Can't delete file %s (errno=%d).\n";
+  Disk_FileID id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
+  Disk_RemoveFile(id.Path(), 4, kCantDelete);
+  id.RemoveLastComponent();
+  std::string const folder = id.Path();
+  if (folder.empty() || folder == GetFileSetPrefix()) {
+    DISK_LOG(4, "DeleteSeries(): Warning: can't remove component from file-id.\n");
+    return;
+  }
+  Disk_RemoveFile(folder + "/VERSION", 4, kCantDelete);
+  Disk_RemoveDirectory(folder, 4, "DeleteSeries(): Warning: can't remove directory %s (errno=%d)\n");
+}
+
+int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records) {
+  DISK_LOG(7, "Delete:\n");
+  if (Read() == -1) {
+    DISK_LOG(3, "Delete(): Can't read series directory file.\n");
+    return -1;
+  }
+  MarkDirty();
+  std::vector<Disk_InstanceDirectoryRecord*> going = InUse(image_records, is_standard());
+  *records = int(going.size());
+  bool const all = image_uids == UI_NULL;
+  if (!all) going.clear();
+  for (int i = 0; !all && i < image_uids.GetNValues(); ++i) {
+    Disk_InstanceDirectoryRecord* const image = GetImageRecord(Dicom_UI(image_uids.ValueView(i)));
+    if (image && std::find(going.begin(), going.end(), image) == going.end())
+      going.push_back(image);
+    else
+      ++tally->failed;
+  }
+  for (Disk_InstanceDirectoryRecord* image : going) {
+    // a series that goes takes all its images with it, also one whose file can't be removed
+    if (DeleteImage(*image) == -1 && !all) {
+      ++tally->failed;
+      continue;
+    }
+    ++tally->completed;
+    if (Disk_TakeOut(image_records, image, is_standard()) == 0) continue;
+    DISK_LOG(3, "Delete: Failed setting the record in use flag.\n");
+    return -1;
+  }
+  if (Write() == 0) return 0;
+  DISK_LOG(3, "Delete(): Can't update the file.\n");
+  return -1;
+}
+
+int Disk_SeriesDirectoryFile::DeleteImage(Disk_InstanceDirectoryRecord const& image) const {
+  Dicom_CS const referenced = image.GetReferencedFileID();
+  Disk_FileID const id = object_id(referenced);
+  if (IsAccompanied(*image.GetRecordMsg())) DeleteCineFile(id, referenced);
+  std::string const path = id.Path();
+  if (path.empty()) {
+    DISK_LOG(3, "DeleteImage(): Illegal file name.\n");
+    KlbGError.Set(DISK_ERROR_FILE_NAME);
+    return -1;
+  }
+  if (Util_FileSystemInterface::Current().Unlink(path.c_str()) == 0) return 0;
+  if (errno == ENOENT) {
+    DISK_LOG(4, "DeleteImage(): Warning: can't delete file %s (does not exist)\n", path.c_str());
+    return 0;
+  }
+  int const cause = errno;
+  DISK_LOG(3, "DeleteImage(): Can't delete a file %s (errno=%d).\n", path.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+/// The object names the file, which may stand anywhere. Who stores what strangers send turns this off.
+void Disk_SeriesDirectoryFile::DeleteCineFile(Disk_FileID const& id, Dicom_CS const& referenced) const {
+  IOD_Msg* object = nullptr;
+  if (Disk_ObjectFile(id, params).Get(&object, nullptr) == -1) {
+    DISK_LOG(4, "DeleteImage: Can't build IOD_Msg out of %s, thus can't delete cine file\n", referenced.CStr());
+    return;
+  }
+  std::unique_ptr<IOD_Msg> const owner(object);
+  std::string const name = object->GetInputFileName().GetText();
+  DISK_LOG(7, "DeleteImage: %s is an accompanied image\n", referenced.CStr());
+  if (name.empty() || !Disk_DeletesCineFiles()) return;
+  DISK_LOG(5, "DeleteImage: deleting the cine file %s\n", name.c_str());
+  if (Util_FileSystemInterface::Current().Unlink(name.c_str()) == 0) return;
+  if (errno == ENOENT)
+    DISK_LOG(4, "DeleteImage(): Warning: Cannot delete unexisting file %s\n", name.c_str());
+  else
+    DISK_LOG(3, "DeleteImage(): Can't delete a file %s (errno=%d).\n", name.c_str(), errno);
+}

@@ -1,0 +1,261 @@
+// Deletes, in both structures. A model of what was stored and not deleted is compared with records and files.
+#include "support/DicomdirWalk.h"
+#include "support/FileSetFixture.h"
+
+#include <dicom/IOD_Image.h>
+
+#include <random>
+#include <set>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class DeleteTest : public BothStructuresTest {
+protected:
+  static constexpr int kSize = 16;
+
+  std::unique_ptr<Disk_RootDirectoryFile> OpenForDeletes(bool honour_protection = false) {
+    auto root = Open();
+    Disk_SupportPar par;
+    par.delete_supported = 1;
+    par.honour_protection = honour_protection;
+    root->SetSupportPar(par);
+    return root;
+  }
+
+  static Phantom::Object Numbered(int patient, int study, int series, int image) {
+    return {.patient = patient, .study = study, .series = series, .image = image, .size = kSize};
+  }
+  int StoreOne(Disk_RootDirectoryFile& root, Phantom::Object const& object) {
+    auto msg = Phantom::Make(object);
+    return Store(root, *msg);
+  }
+
+  struct Outcome {
+    int result;
+    int status;
+    int completed, failed;
+    friend bool operator==(Outcome const&, Outcome const&) = default;
+    friend std::ostream& operator<<(std::ostream& out, Outcome const& o) {
+      return out << o.result << " " << o.status << " " << o.completed << " " << o.failed;
+    }
+  };
+  static Outcome Delete(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, std::string const& studies,
+                        std::string const& series = {}, std::string const& images = {}) {
+    int error = 0;
+    SCL_MoveIdentifier identifier(level, &error);
+    if (!studies.empty()) identifier.SetStudyInstanceUID(Dicom_UI(studies));
+    if (!series.empty()) identifier.SetSeriesInstanceUID(Dicom_UI(series));
+    if (!images.empty()) identifier.SetSOPInstanceUID(Dicom_UI(images));
+    MXL_SubOperationsReport report;
+    SCL_ResponseStatus status;
+    int const result = root.Delete(identifier, 1, &report, status);
+    return {result, int(status), int(report.Get(MXL_SubOperationsReport::Completed)),
+            int(report.Get(MXL_SubOperationsReport::Failed))};
+  }
+  static std::string Study(Phantom::Object const& o) { return Phantom::StudyUid(o).GetText(); }
+  static std::string Series(Phantom::Object const& o) { return Phantom::SeriesUid(o).GetText(); }
+  static std::string Image(Phantom::Object const& o) { return Phantom::InstanceUid(o).GetText(); }
+
+  std::set<std::string> Found(Disk_RootDirectoryFile& root, std::set<std::string> const& studies) {
+    std::set<std::string> uids;
+    for (std::string const& study : studies) {
+      SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
+      identifier.SetStudyInstanceUID(Dicom_UI(study));
+      identifier.SetSOPInstanceUID(UI_NULL);
+      Dicom_Sequence results;
+      EXPECT_EQ(root.Query(identifier, 1, &results), 0);
+      for (int i = 0; i < results.GetNItems(); ++i)
+        uids.insert(results.Get(i)->Text(Dicom_Tag(0x0008, 0x0018)));
+    }
+    return uids;
+  }
+
+  /// The object files below the prefix.
+  std::size_t Objects() const {
+    std::size_t count = 0;
+    for (auto const& [name, size] : Files())
+      count += name.substr(name.rfind('/') + 1).starts_with("I");
+    return count;
+  }
+
+  /// What a study's record counts, by its UID.
+  Dicom_Msg StudyAnswer(Disk_RootDirectoryFile& root, std::string const& study) {
+    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::STUDY);
+    identifier.SetStudyInstanceUID(Dicom_UI(study));
+    identifier.SetNumberOfStudyRelatedImages(IS_NULL);
+    identifier.SetNumberOfStudyRelatedSeries(IS_NULL);
+    identifier.SetModalitiesInStudy(CS_NULL);
+    Dicom_Sequence results;
+    EXPECT_EQ(root.Query(identifier, 1, &results), 0);
+    EXPECT_EQ(results.GetNItems(), 1);
+    return results.GetNItems() == 1 ? Dicom_Msg(*results.Get(0)) : Dicom_Msg();
+  }
+};
+
+constexpr auto kStudyLevel = SCL_QueryRetrieveLevel::STUDY;
+constexpr auto kSeriesLevel = SCL_QueryRetrieveLevel::SERIES;
+constexpr auto kImageLevel = SCL_QueryRetrieveLevel::IMAGE;
+INSTANTIATE_TEST_SUITE_P(Structures, DeleteTest, kBothStructures, StructureName);
+
+} // namespace
+
+TEST_P(DeleteTest, RandomStoresAndDeletesAgreeWithAModel) {
+  std::mt19937 random(4);
+  auto root = OpenForDeletes();
+  auto other = OpenForDeletes();
+  std::map<std::string, std::map<std::string, std::set<std::string>>> model; // study, series, images
+  std::set<std::string> studies;
+  int const rounds = std::getenv("DISK_LONG_TESTS") ? 2000 : 150;
+  for (int round = 0; round < rounds && !HasFailure(); ++round) {
+    SCOPED_TRACE(round);
+    auto const number = [&random](int most) { return int(random() % unsigned(most)) + 1; };
+    auto const o = Numbered(number(2), number(2), number(3), number(4));
+    std::string const study = Study(o), series = Series(o), image = Image(o);
+    studies.insert(study);
+    auto& at = random() % 2 ? *root : *other;
+    bool const has_study = model.count(study), has_series = has_study && model[study].count(series);
+    bool const has_image = has_series && model[study][series].count(image);
+    switch (random() % 8) {
+    case 0:
+      EXPECT_EQ(Delete(at, kStudyLevel, study).result, has_study ? 0 : -1);
+      model.erase(study);
+      break;
+    case 1:
+      EXPECT_EQ(Delete(at, kSeriesLevel, study, series).result, has_series ? 0 : -1);
+      if (has_series) model[study].erase(series);
+      break;
+    case 2:
+      EXPECT_EQ(Delete(at, kImageLevel, study, series, image),
+                (Outcome{has_series ? 0 : -1, has_study ? 0 : 4, has_image, has_series && !has_image}));
+      if (has_image) model[study][series].erase(image);
+      break;
+    default:
+      EXPECT_EQ(StoreOne(at, o), 0);
+      model[study][series].insert(image);
+    }
+    std::erase_if(model[study], [](auto const& entry) { return entry.second.empty(); });
+    std::erase_if(model, [](auto const& entry) { return entry.second.empty(); });
+    std::set<std::string> expected;
+    for (auto const& [uid, its_series] : model) {
+      std::size_t images = 0;
+      for (auto const& [series_uid, uids] : its_series) {
+        images += uids.size();
+        expected.insert(uids.begin(), uids.end());
+      }
+      Dicom_Msg const answer = StudyAnswer(*root, uid);
+      EXPECT_EQ(answer.Text(Dicom_Tag(0x0020, 0x1208)), std::to_string(images));
+      EXPECT_EQ(answer.Text(Dicom_Tag(0x0020, 0x1206)), std::to_string(its_series.size()));
+    }
+    EXPECT_EQ(Found(*root, studies), expected);
+    EXPECT_EQ(Objects(), expected.size());
+    EXPECT_TRUE(!structure || DicomdirWalk(At("DICOMDIR")).problems.empty());
+  }
+  for (auto const& [uid, its_series] : std::map(model))
+    EXPECT_EQ(Delete(*root, kStudyLevel, uid).result, 0);
+  std::vector<std::string> left;
+  for (auto const& entry : fs::directory_iterator(Prefix()))
+    left.push_back(entry.path().filename());
+  std::sort(left.begin(), left.end());
+  EXPECT_EQ(left, (std::vector<std::string>{"DICOMDIR", "LOCKFILE", "VERSION"}));
+}
+
+TEST_P(DeleteTest, RequestsThatAreRefusedChangeNothing) {
+  auto root = OpenForDeletes();
+  auto const o = Numbered(1, 1, 1, 1), second = Numbered(1, 2, 1, 1);
+  ASSERT_EQ(StoreOne(*root, o), 0);
+  ASSERT_EQ(StoreOne(*root, second), 0);
+  auto const files = Files();
+  EXPECT_EQ(Delete(*Open(), kStudyLevel, Study(o)).result, -1) << "off until it is allowed";
+  Outcome const refused{-1, 4, 0, 0};
+  EXPECT_EQ(Delete(*root, kStudyLevel, ""), refused);
+  EXPECT_EQ(Delete(*root, kStudyLevel, "1.2.3"), refused);
+  EXPECT_EQ(Delete(*root, kSeriesLevel, Study(o) + "\\" + Study(second), Series(o)), refused);
+  EXPECT_EQ(Delete(*root, SCL_QueryRetrieveLevel::Value(7), Study(o)), refused);
+  EXPECT_EQ(Files(), files);
+  // of two studies the first goes, although the second isn't there
+  EXPECT_EQ(Delete(*root, kStudyLevel, Study(o) + "\\1.2.3"), (Outcome{-1, 4, 1, 0}));
+  EXPECT_EQ(Found(*root, {Study(o), Study(second)}), std::set<std::string>{Image(second)});
+}
+
+TEST_P(DeleteTest, ProtectionIsHonouredWhenAsked) {
+  auto const o = Numbered(1, 1, 1, 1);
+  ASSERT_EQ(StoreOne(*OpenForDeletes(), o), 0);
+  // a study of the standard structure has no flag, which counts as protected
+  auto const outcome = Delete(*OpenForDeletes(true), kStudyLevel, Study(o));
+  EXPECT_EQ(outcome, structure ? (Outcome{-1, 3, 0, 0}) : (Outcome{0, 0, 1, 0}));
+  EXPECT_EQ(Delete(*OpenForDeletes(), kStudyLevel, Study(o)).result, structure ? 0 : -1);
+}
+
+TEST_P(DeleteTest, SomeImagesOfASeries) {
+  auto root = OpenForDeletes();
+  std::string images = "1.2.3";
+  for (int image = 1; image <= 4; ++image) {
+    auto const o = Numbered(1, 1, 1, image);
+    ASSERT_EQ(StoreOne(*root, o), 0);
+    if (image <= 2) images += "\\" + Image(o);
+  }
+  auto const o = Numbered(1, 1, 1, 1);
+  for (auto const& [name, size] : Files()) // one file is gone already: that is only a warning
+    if (name.ends_with("/I1000000")) fs::remove(At(name));
+  EXPECT_EQ(Delete(*root, kImageLevel, Study(o), Series(o), images), (Outcome{0, 0, 2, 1}));
+  EXPECT_EQ(Delete(*root, kImageLevel, Study(o), Series(o), images), (Outcome{0, 0, 0, 3}));
+  EXPECT_EQ(StudyAnswer(*root, Study(o)).Text(Dicom_Tag(0x0020, 0x1208)), "2");
+}
+
+TEST_P(DeleteTest, CineFilesGoUnlessThatIsSwitchedOff) {
+  for (bool const wanted : {false, true}) {
+    Disk_SetDeletesCineFiles(wanted);
+    auto root = OpenForDeletes();
+    auto msg = Phantom::Make(Numbered(1, 1, 1, 1));
+    msg->SetImageType(IOD_Image::DERIVED | IOD_Image::SECONDARY | IOD_Image::ITINERARY | IOD_Image::CINE);
+    TempDirectory outside;
+    msg->SetInputFileName(Dicom_ST(outside.Write("cine", "x")));
+    ASSERT_EQ(Store(*root, *msg), 0);
+    EXPECT_EQ(Delete(*root, kStudyLevel, msg->GetStudyInstanceUID().GetText()).result, 0);
+    EXPECT_EQ(fs::exists(outside / "cine"), !wanted);
+  }
+}
+
+// A process is killed between a lower directory file and the one above, so that the counter there lags behind; the
+// same object is then stored again, as a known one, which counts nothing.
+TEST_P(DeleteTest, ALaggingCounterTakesNothingWithIt) {
+  if (structure) GTEST_SKIP() << "there all levels are committed together";
+  for (bool const series_level : {false, true}) {
+    auto const a = Numbered(1, 1, 1, 1), b = series_level ? Numbered(1, 1, 2, 1) : Numbered(1, 1, 1, 2);
+    ASSERT_EQ(StoreOne(*OpenForDeletes(), a), 0);
+    std::map<std::string, std::string> saved;
+    for (auto const& [name, size] : Files())
+      if (series_level ? name == "DICOMDIR" : name.ends_with("0/DIRFILE") && name.find("/S") == name.npos)
+        saved[name] = directory.Read(name);
+    ASSERT_EQ(saved.size(), 1u);
+    ASSERT_EQ(StoreOne(*OpenForDeletes(), b), 0);
+    for (auto const& [name, content] : saved)
+      directory.Write(name, content);
+    ASSERT_EQ(StoreOne(*OpenForDeletes(), b), 0);
+    EXPECT_EQ(Delete(*OpenForDeletes(), series_level ? kSeriesLevel : kImageLevel, Study(a), Series(a),
+                     series_level ? "" : Image(a))
+                  .result,
+              0);
+    EXPECT_EQ(Found(*OpenForDeletes(), {Study(a)}), std::set<std::string>{Image(b)});
+    EXPECT_EQ(Delete(*OpenForDeletes(), kStudyLevel, Study(a)).result, 0);
+  }
+}
+
+TEST_P(DeleteTest, AModalityStaysAsLongAsASeriesHasIt) {
+  if (structure) GTEST_SKIP() << "the standard record keeps its modalities";
+  auto root = OpenForDeletes();
+  Phantom::Object const objects[] = {Numbered(1, 1, 1, 1), Numbered(1, 1, 2, 1), Numbered(1, 1, 3, 1)};
+  for (auto object : objects) {
+    auto msg = Phantom::Make(object);
+    if (object.series == 3) msg->SetModality(Dicom_CS("MR"));
+    ASSERT_EQ(Store(*root, *msg), 0);
+  }
+  auto const modalities = [&] { return StudyAnswer(*root, Study(objects[0])).Text(Dicom_Tag(0x0008, 0x0061)); };
+  EXPECT_EQ(modalities(), "CT\\MR");
+  EXPECT_EQ(Delete(*root, kSeriesLevel, Study(objects[0]), Series(objects[0])).result, 0);
+  EXPECT_EQ(modalities(), "CT\\MR");
+  EXPECT_EQ(Delete(*root, kSeriesLevel, Study(objects[0]), Series(objects[1])).result, 0);
+  EXPECT_EQ(modalities(), "MR");
+}

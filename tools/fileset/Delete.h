@@ -1,0 +1,5 @@
+#pragma once
+
+#include "Command.h"
+
+Command AddDelete(CLI::App& app);
