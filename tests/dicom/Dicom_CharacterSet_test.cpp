@@ -209,29 +209,6 @@ TEST(Dicom_CharacterSet, DecodesAnything) {
   }
 }
 
-TEST(Dicom_CharacterSet, IsSharedBetweenThreads) {
-  auto set = Dicom_CharacterSet::Make("\\ISO 2022 IR 149");
-  auto work = [&] {
-    for (int i = 0; i < 500; ++i) {
-      EXPECT_EQ(set->ToUtf8("\33$)C\310\253", text), "홍");
-      EXPECT_EQ(Dicom_CharacterSet::Make("ISO_IR 101")->Terms(), "ISO_IR 101");
-    }
-  };
-  std::thread other(work);
-  work();
-  other.join();
-}
-
-TEST(Dicom_CharacterSet, KnowsValidUtf8) {
-  for (std::string_view good :
-       {"", "a", "\x7F", "é", "€", "😀", "12345678", "1234567é", "\xED\x9F\xBF", "\xF4\x8F\xBF\xBF"})
-    EXPECT_TRUE(Dicom_IsValidUtf8(good)) << good;
-  for (std::string_view bad :
-       {"\x80", "\xC3", "\xC3(", "\xC0\xAF", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF",
-        "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE2\x82", "\xF0\x9F\x98", "12345678\xFF", "1234567\xC3"})
-    EXPECT_FALSE(Dicom_IsValidUtf8(bad)) << bad;
-}
-
 TEST(Dicom_CharacterSet, KnowsPlainAsciiAtEveryPlace) {
   for (char bad : {'\x1B', '\x80', '\xFF'})
     for (size_t size = 0; size < 20; ++size) {

@@ -517,17 +517,6 @@ TEST(Util_File, WritesWhatItReads) {
   }
 }
 
-TEST(Util_File, ElementsOfTheMetaInformationDontGetIntoTheDataSet) {
-  std::unique_ptr<IOD_Msg> const msg = // out of order, so that they aren't taken for the file's own at first
-      Read(kExplicit.Text(0x00100020, "LO", "1") + kExplicit.Text(0x00020010, "UI", "1.2.840.10008.1.2.2"));
-  ASSERT_EQ(msg->GetNElements(), 2);
-  int status = -1;
-  Util_File const file(*msg, &status, Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, 2, nullptr);
-  std::unique_ptr<IOD_Msg> const back = DataSetProperty::Read(file.Bytes());
-  ASSERT_NE(back, nullptr);
-  EXPECT_EQ(Dumped(*back), kExplicit.Text(0x00100020, "LO", "1"));
-}
-
 // Parts of a file, from where the descriptor stands.
 TEST(DataSet, PartsAreReadFromDescriptors) {
   std::string const big(100000, 'x');
@@ -570,23 +559,6 @@ TEST(DataSet, PartsAreReadFromDescriptors) {
     EXPECT_EQ(count, 0u);
   }
   close(fd);
-}
-
-TEST(DataSet, HeadersAreTakenFromBuffers) {
-  Dicom_TransferSyntax const big(Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN, nullptr),
-      implicit(Dicom_UIDic::IMPLICIT_VR_LITTLE_ENDIAN, nullptr);
-  unsigned count = 0;
-  std::unique_ptr<Dicom_Tag> const tag(Dicom_Tag::ConstructFromBuffer("\x00\x10\x00\x20", big, &count, nullptr));
-  EXPECT_EQ(*tag, Dicom_Tag(0x0010, 0x0020));
-  EXPECT_EQ(Dicom_ME::FindLenFromBuffer("\x01\x02", big, Dicom_VR::LO, &count), 0x0102u);
-  EXPECT_EQ(count, 2u);
-  EXPECT_EQ(Dicom_ME::FindLenFromBuffer("\0\0\xFF\xFF\xFF\xFF", big, Dicom_VR::SQ, &count), 0xFFFFFFFFu);
-  EXPECT_EQ(count, 6u);
-  EXPECT_EQ(Dicom_ME::FindLenFromBuffer("\x01\x02\x03\x04", implicit, Dicom_VR::LO, &count), 0x04030201u);
-  EXPECT_EQ(count, 4u);
-  int error = 0;
-  Dicom_TransferSyntax const none(Dicom_UI("1.2.840.10008.1.2.4."), &error);
-  EXPECT_EQ(error, -1);
 }
 
 } // namespace

@@ -76,17 +76,6 @@ TEST(GDS_Icon, ShowsWhatTheImageShows) {
   }
 }
 
-TEST(GDS_Icon, TakesTheFrame) {
-  TestImage const image{.rows = 9, .columns = 9, .bits_allocated = 8, .bits_stored = 8, .frames = 2};
-  IOD_Msg msg = image.Make(Halves(image, 0, 9) + Halves(image, 9, 0));
-  for (int pass = 0; pass < 2; ++pass) { // native, then compressed
-    EXPECT_EQ(Ends(msg, 1), (std::vector<int>{0, 255}));
-    EXPECT_EQ(Ends(msg, 2), (std::vector<int>{255, 0}));
-    EXPECT_FALSE(Icon(msg, 0) || Icon(msg, 3));
-    ASSERT_EQ(Dicom_Compressor().Compress(&msg, 0), 0);
-  }
-}
-
 TEST(GDS_Icon, DecodesRunLengths) {
   std::string high, low; // of 16 lines of 24 pixels
   for (int row = 0; row < 16; ++row) {

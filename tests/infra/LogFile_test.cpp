@@ -98,14 +98,4 @@ TEST(LogFile, KeepsErrnoAndSurvivesItsSink) {
   EXPECT_EQ(text_of(lines[1]), "kept");
 }
 
-TEST(LogFile, WritesToAFile) {
-  TempDirectory const directory;
-  ASSERT_EQ(KlbGLog.SetLogFile((directory / "log").c_str()), 0);
-  EXPECT_EQ(KlbGLog.SetLogFile(directory.Path().c_str()), -1); // a directory; the file stays
-  DISK_LOG(3, "to the file\n");
-  EXPECT_EQ(text_of(directory.Read("log")), "to the file\n"); // without being closed
-  EXPECT_EQ(KlbGLog.SetLogFile(nullptr), 0);
-  EXPECT_EQ(KlbGLog.StoreParams(__FILE__, __LINE__, 3, 21, 1), 0);
-}
-
 } // namespace

@@ -6,28 +6,6 @@
 
 namespace {
 
-TEST(GError, EachThreadHasItsOwn) {
-  KlbGError.Set(211004);
-  int other = -1;
-  std::thread([&] {
-    other = KlbGError.Get();
-    KlbGError.SetSystem(ENOSPC);
-  }).join();
-  EXPECT_EQ(other, 0);
-  EXPECT_EQ(KlbGError.Get(), 211004);
-}
-
-TEST(Clock, CanBeStopped) {
-  Util_Clock::SetNow(86400 * 365);
-  EXPECT_EQ(Util_Clock::Now(), 86400 * 365);
-  std::tm parts{};
-  EXPECT_EQ(Util_Clock::LocalTime(Util_Clock::Now(), &parts), 0);
-  EXPECT_EQ(std::mktime(&parts), 86400 * 365);
-  Util_Clock::SetNow(0);
-  EXPECT_GE(Util_Clock::Now(), 1700000000);
-  EXPECT_EQ(Util_Clock::LocalTime(std::numeric_limits<std::time_t>::max(), &parts), -1);
-}
-
 TEST(I18n, EveryCharacterGoesRound) {
   for (wchar_t c = 1; c <= 0x10FFFF; ++c) {
     if (c >= 0xD800 && c <= 0xDFFF) continue;

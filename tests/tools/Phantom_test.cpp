@@ -45,48 +45,6 @@ TEST(Phantom, SameDescriptionGivesTheSameBytes) {
   }
 }
 
-TEST(Phantom, UidsAreOfOneObjectOnly) {
-  std::set<std::string> uids;
-  std::set<std::string> patients;
-  for (std::uint64_t const seed : {0, 1, 2})
-    for (int place = 0; place < 81; ++place) {
-      Phantom::Object const object{.patient = place % 3 + 1,
-                                   .study = place / 3 % 3 + 1,
-                                   .series = place / 9 % 3 + 1,
-                                   .image = place / 27 + 1,
-                                   .seed = seed};
-      patients.insert(Phantom::PatientId(object).GetText());
-      for (Dicom_UI const& uid :
-           {Phantom::StudyUid(object), Phantom::SeriesUid(object), Phantom::InstanceUid(object)}) {
-        EXPECT_EQ(uid.View().substr(0, 5), "2.25.");
-        EXPECT_EQ(uid.View().find_first_not_of("0123456789", 5), std::string_view::npos);
-        EXPECT_NE(uid.View()[5], '0');
-        EXPECT_LE(uid.View().size(), 44U);
-        uids.insert(uid.GetText());
-      }
-    }
-  EXPECT_EQ(uids.size(), 3U * (9 + 27 + 81));
-  EXPECT_EQ(patients.size(), 9U);
-}
-
-TEST(Phantom, ObjectsOfAStudyAgree) {
-  std::unique_ptr<IOD_Msg> const first = Phantom::Make({.patient = 4, .study = 2});
-  for (Kind const kind : kKinds) {
-    std::unique_ptr<IOD_Msg> const msg =
-        Phantom::Make({.kind = kind, .patient = 4, .study = 2, .series = 3, .image = 9});
-    for (auto const* keyword :
-         {"PatientName", "PatientID", "IssuerOfPatientID", "PatientBirthDate", "PatientSex", "StudyInstanceUID",
-          "StudyDate", "StudyTime", "StudyID", "StudyDescription", "AccessionNumber", "ReferringPhysicianName"}) {
-      Dicom_Tag const tag(Dicom_DataDictionary::FindKeyword(keyword)->tag);
-      EXPECT_NE(msg->Text(tag), "") << keyword;
-      EXPECT_EQ(msg->Text(tag), first->Text(tag)) << keyword;
-    }
-    EXPECT_EQ(msg->GetSeriesNumber(), Dicom_IS(3));
-    EXPECT_EQ(msg->GetImageNumber(), Dicom_IS(9));
-    EXPECT_EQ(msg->GetModality(), Phantom::Modality(kind));
-  }
-}
-
 TEST(Phantom, EveryKindIsReadBackAsItWasMade) {
   for (Kind const kind : kKinds)
     for (Charset const charset : kCharsets)
@@ -148,43 +106,6 @@ TEST(Phantom, PixelsFitTheirDescription) {
   ASSERT_EQ(by_pixel.Bytes().size(), 4800U);
   for (std::size_t i = 0; i < 4800; ++i)
     ASSERT_EQ(by_pixel.Bytes()[i], by_plane.Bytes()[i % 3 * 1600 + i / 3]);
-}
-
-TEST(Phantom, PresentationStatesReferToImages) {
-  std::unique_ptr<IOD_Msg> const msg =
-      Phantom::Make({.kind = Kind::PR, .series = 9, .references = {{Kind::MR, 2, 4}, {Kind::CT, 5, 1}}});
-  Dicom_SQ const series = msg->GetReferencedSeriesSequence();
-  ASSERT_EQ(series.GetNValues(), 2);
-  IOD_Msg const item(*series.GetSequence()->Get(0));
-  EXPECT_EQ(item.GetSeriesInstanceUID(), Phantom::SeriesUid({.series = 2}));
-  Dicom_SQ const images = item.GetReferencedImageSequence();
-  ASSERT_EQ(images.GetNValues(), 4);
-  IOD_Msg const last(*images.GetSequence()->Get(3));
-  EXPECT_EQ(last.GetReferencedSOPInstanceUID(), Phantom::InstanceUid({.series = 2, .image = 4}));
-  EXPECT_EQ(last.GetReferencedSOPClassUID(), Phantom::SopClass({.kind = Kind::MR}));
-}
-
-TEST(Phantom, NumbersOutOfRangeMakeNothing) {
-  Phantom::Object const impossible[] = {{.patient = 0}, {.image = -1},    {.size = 0},   {.size = 20'000},
-                                        {.bits = 7},    {.bits = 17},     {.planar = 2}, {.frames = 0},
-                                        {.slices = 0},  {.observers = -1}};
-  for (Phantom::Object const& object : impossible)
-    EXPECT_FALSE(Phantom::Make(object));
-}
-
-TEST(Phantom, OtherReadersAgree) {
-  if (std::system("which dcmdump dciodvfy >/dev/null 2>&1") != 0) GTEST_SKIP() << "needs dcmdump and dciodvfy";
-  TempDirectory directory;
-  for (Kind const kind : kKinds) {
-    std::string const path = directory / "a.dcm";
-    std::string error;
-    ASSERT_EQ(
-        Phantom::Write({.kind = kind, .series = 2, .image = 3}, path, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, &error), 0)
-        << error;
-    EXPECT_EQ(std::system(("dcmdump -q +E " + path + " >/dev/null 2>" + path + ".log").c_str()), 0);
-    EXPECT_EQ(directory.Read("a.dcm.log"), "");
-    EXPECT_NE(std::system(("dciodvfy " + path + " 2>&1 | grep '^Error'").c_str()), 0) << int(kind);
-  }
 }
 
 } // namespace
