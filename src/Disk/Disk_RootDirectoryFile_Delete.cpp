@@ -102,6 +102,7 @@ int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifi
     DISK_LOG(3, "Delete: Can't update the file.\n");
     return -1;
   }
+  if (held.Release() == -1) DISK_LOG(3, "Delete: Can't unlock study.\n");
   if (result == -1) forget_records(); // they may be ahead of what was written
   status = SCL_ResponseStatus::Success;
   return result;
