@@ -6,35 +6,6 @@
 
 namespace {
 
-TEST(Dicom_VR, AnswersFromTheTwoLetters) {
-  std::string const known = "AE AS AT CS DA DS DT FD FL IS LO LT OB OD OF OL OV OW PN SH SL SQ SS ST SV TM UC UI UL "
-                            "UN UR US UT UV";
-  struct Case {
-    bool (*holds)(Dicom_VR);
-    std::string for_these;
-  };
-  Case const cases[] = {
-      {Dicom_IsKnownVR, known},
-      {Dicom_HasLongLength, "OB OD OF OL OV OW SQ SV UC UN UR UT UV ZZ"},
-      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 2; }, "AT OW SS US"},
-      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 4; }, "FL OF OL SL UL"},
-      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 8; }, "FD OD OV SV UV"},
-      {[](Dicom_VR vr) { return Dicom_UnitSize(vr) == 0; }, ""},
-      {Dicom_IsText, "AE AS CS DA DS DT IS LO LT PN SH ST TM UC UI UR UT"},
-      {Dicom_IsCharsetText, "LO LT PN SH ST UC UT"},
-      {Dicom_IsMultiValueText, "AE AS CS DA DS DT IS LO PN SH TM UC UI"},
-      {[](Dicom_VR vr) { return Dicom_PadChar(vr) == ' '; }, "AE AS CS DA DS DT IS LO LT PN SH ST TM UC UR UT"},
-  };
-  std::string const all = known + " ZZ Zz zz ?? lt xs ox px @A [[ " + std::string(2, '\0');
-  for (size_t i = 0; i < all.size(); i += 3) {
-    char name[3];
-    auto vr = static_cast<Dicom_VR>(all[i] | all[i + 1] << 8);
-    Dicom_VRName(vr, name);
-    for (Case const& c : cases)
-      EXPECT_EQ(c.holds(vr), c.for_these.find(name) != std::string::npos) << name << " of " << c.for_these;
-  }
-}
-
 TEST(Dicom_DataDictionary, FindsVRAndKeyword) {
   struct Case {
     uint16_t group, element;

@@ -498,25 +498,6 @@ TEST(Util_File, WhatIsNoFileIsRefused) {
   EXPECT_EQ(file.GetTransferSyntax(), UI_NULL);
 }
 
-TEST(Util_File, WritesWhatItReads) {
-  TempDirectory const directory;
-  Dicom_Msg msg = MessageOfAllVRs();
-  for (Syntax const& syntax : kSyntaxes) {
-    int status = -1;
-    Util_File out(msg, &status, syntax.uid, 2, nullptr);
-    ASSERT_EQ(status, 0);
-    ASSERT_EQ(out.Write((directory / "a").c_str(), nullptr), 0);
-    std::string const bytes = directory.Read("a");
-    EXPECT_EQ(bytes.substr(128, 4), "DICM");
-    EXPECT_TRUE(bytes.ends_with(syntax.bytes.AllVRs()));
-    unsigned const meta_length = 12 + unsigned(static_cast<unsigned char>(bytes[140]));
-    EXPECT_EQ(bytes.size(), 132 + meta_length + syntax.bytes.AllVRs().size());
-    Util_File in;
-    ASSERT_EQ(in.GetFile((directory / "a").c_str(), 0, nullptr), 0);
-    EXPECT_EQ(in.GetTransferSyntax(), syntax.uid);
-  }
-}
-
 // Parts of a file, from where the descriptor stands.
 TEST(DataSet, PartsAreReadFromDescriptors) {
   std::string const big(100000, 'x');

@@ -122,30 +122,6 @@ TEST(Dicom_Msg, PrivateAttributesStandInTheBlockOfTheirCreator) {
   EXPECT_EQ(full.GetElement(0xF0)->GetTag(), Dicom_Tag(0x0009, 0xFF01));
 }
 
-TEST(Dicom_Tag, ResolvesInEachMessage) {
-  Dicom_Msg a, b;
-  a.Set(kOurs, Dicom_LO("in a"));
-  b.Set(kTheirs, Dicom_LO("theirs"));
-  b.Set(kOurs, Dicom_LO("in b"));
-  Dicom_Tag attribute(0x0009, 0x1010), creator(0x0009, 0x0010), standard = kID;
-  EXPECT_EQ(attribute.Unresolve(a) | creator.Unresolve(a) | standard.Unresolve(a), 0);
-  EXPECT_EQ(attribute.GetImplementorID(), "OURS");
-  EXPECT_EQ(attribute.Number(), 0x00090010u);
-  EXPECT_FALSE(attribute == creator);
-  EXPECT_EQ(attribute.ResolveIfFound(b) | creator.ResolveIfFound(b) | standard.ResolveIfFound(b), 0);
-  EXPECT_EQ(attribute.Number(), 0x00091110u);
-  EXPECT_EQ(creator.Number(), 0x00090011u);
-  EXPECT_EQ(standard, kID);
-  EXPECT_EQ(attribute.ResolveIfFound(Dicom_Msg()), -1);
-  EXPECT_EQ(Dicom_Tag(0xFFFF, 0xFFFF).Unresolve(a), -1);
-  Dicom_Msg empty;
-  EXPECT_EQ(empty.Set(creator, Dicom_LO("OURS")), 0);
-  EXPECT_EQ(Tags(empty), "00090010 ");
-  EXPECT_EQ(kID.Compare(kID), 1);
-  EXPECT_EQ(kID.Compare(kName), -1);
-  EXPECT_EQ(kName.Compare(kID), 0);
-}
-
 TEST(Dicom_Msg, CopiesShareNothingThatShows) {
   std::string bytes = kBytes.Sequence(0x00081115, kBytes.Item(kBytes.Text(0x00100020, "LO", "ID"))) +
                       kBytes.Text(0x00100010, "PN", "NAME");
@@ -297,28 +273,6 @@ TEST(Dicom_Msg, UndeclaredTextStaysAsItIs) {
   msg->SettleCharacterSet();
   EXPECT_EQ(msg->GetSpecificCharacterSet(), Dicom_CS("ISO_IR 192"));
   EXPECT_EQ(Read(Dumped(*msg))->GetPatientsName().GetText(), "Ä");
-}
-
-TEST(Dicom_Msg, OriginalBufferGoesWithTheFirstChange) {
-  Util_File file;
-  std::string const bytes = DataSetBytes::File("1.2.840.10008.1.2.1", kBytes.Sequence(0x00081115, kBytes.Item("")) +
-                                                                          kBytes.Text(0x00100020, "LO", "1"));
-  file.GetBytes(bytes);
-  for (int change = 0; change < 3; ++change) {
-    std::unique_ptr<IOD_Msg> const msg(file);
-    EXPECT_EQ(msg->GetOriginalBuffer(), "");
-    file.SetOriginalBuffer(msg.get());
-    Dicom_Msg copy = *msg;
-    EXPECT_EQ(copy.GetOriginalBuffer(), bytes);
-    EXPECT_EQ(msg->GetPatientID().GetText(), "1");
-    if (change == 1) msg->Remove(kID);
-    if (change == 2) SequenceOf(*msg)->Get(0)->Set(kID, Dicom_LO("2"));
-    EXPECT_EQ(msg->GetOriginalBuffer(), change == 0 ? bytes : "");
-    EXPECT_EQ(copy.GetOriginalBuffer(), bytes);
-  }
-  Dicom_Msg stranger;
-  file.SetOriginalBuffer(&stranger);
-  EXPECT_EQ(stranger.GetOriginalBuffer(), "");
 }
 
 } // namespace

@@ -11,25 +11,6 @@
 
 namespace {
 
-TEST(Dicom_Types, DuplicatesShareNothing) {
-  char bytes[] = "1234";
-  Dicom_OB const borrowed(bytes, 4, 0, nullptr);
-  Dicom_OB const copy = borrowed.Duplicate();
-  Dicom_Sequence sequence;
-  sequence.Append(new Dicom_Msg, true);
-  Dicom_SQ const referring(&sequence, 0), own(&sequence, 1);
-  Dicom_SQ const duplicate = referring.Duplicate();
-  bytes[0] = 'X';
-  sequence.Get(0)->Set(Dicom_Tag(0x0010, 0x0020), Dicom_LO("ID"));
-  EXPECT_EQ(borrowed.Bytes(), "X234");
-  EXPECT_EQ(copy.Bytes(), "1234");
-  EXPECT_FALSE(referring.GetSequence()->Get(0)->IsEmpty());
-  for (Dicom_SQ const* other : {&own, &duplicate}) {
-    EXPECT_TRUE(other->GetSequence()->Get(0)->IsEmpty());
-    EXPECT_FALSE(*other == referring);
-  }
-}
-
 TEST(Dicom_Types, EqualityIsThatOfTextWithoutPadding) {
   struct {
     std::unique_ptr<Dicom_Type> a, b;
@@ -193,37 +174,6 @@ TEST(Dicom_Match, Rules) {
   };
   for (auto const& [vr, value, key, matches] : cases)
     EXPECT_EQ(Dicom_MatchText(vr, value, key), matches) << value << " against " << key;
-}
-
-TEST(Dicom_Match, ValuesOfAllKinds) {
-  Dicom_Type* result = nullptr;
-  Dicom_CS const modalities("CT\\MR");
-  EXPECT_EQ(modalities.MatchRetrieve(Dicom_CS("MR"), &result), 0);
-  ASSERT_NE(result, nullptr);
-  EXPECT_TRUE(std::unique_ptr<Dicom_Type>(result)->GetText() == "CT\\MR");
-  EXPECT_EQ(modalities.MatchRetrieve(Dicom_CS("PR"), &result), 0);
-  EXPECT_EQ(result, nullptr);
-  Dicom_Sequence sequence;
-  sequence.Append(new Dicom_Msg, true);
-  sequence.Get(0)->Set(Dicom_Tag(0x0040, 0x0009), Dicom_SH("1*"));
-  Dicom_SQ const key(&sequence, 0);
-  EXPECT_EQ(modalities.MatchRetrieve(key, &result), -1);
-  EXPECT_EQ(modalities.MatchRetrieve(SQ_NULL, &result), 0);
-  std::unique_ptr<Dicom_Type> const universal(result);
-  EXPECT_NE(universal, nullptr);
-  EXPECT_EQ(Dicom_US(7).Match(Dicom_IS("07")), 1);
-  EXPECT_EQ(Dicom_US(7).Match(Dicom_IS("8")), 0);
-
-  Dicom_SQ const value(&sequence, 1);
-  auto const wants = [&](char const* text) {
-    sequence.Get(0)->Set(Dicom_Tag(0x0040, 0x0009), Dicom_SH(text));
-    return Dicom_SQ(&sequence, 1);
-  };
-  EXPECT_EQ(value.Match(wants("1?")), 1);
-  EXPECT_EQ(value.Match(wants("2")), 0);
-  EXPECT_EQ(SQ_NULL.Match(wants("2")), 0);
-  EXPECT_EQ(SQ_NULL.Match(wants("*")), 1);
-  EXPECT_EQ(SQ_NULL.Match(wants("")), 1);
 }
 
 } // namespace

@@ -76,28 +76,6 @@ TEST(GDS_Icon, ShowsWhatTheImageShows) {
   }
 }
 
-TEST(GDS_Icon, DecodesRunLengths) {
-  std::string high, low; // of 16 lines of 24 pixels
-  for (int row = 0; row < 16; ++row) {
-    high += std::string("\xF5\x02\x80\x0B", 4) + std::string(12, '\x0A'); // a run, no code, 12 literal ones
-    low += "\xE9\x33";                                                    // a run
-  }
-  auto const frame = [&](unsigned segments, size_t second) {
-    return Little32(segments) + Little32(64) + Little32(second) + std::string(52, '\0') + high + low;
-  };
-  size_t const second = 64 + high.size();
-  std::string const fine = frame(2, second), short_one = fine.substr(0, fine.size() - 2);
-  std::string const cut = fine.substr(0, second - 3), header = fine.substr(0, 60);
-  IOD_Msg msg = TestImage().Make({});
-  SetItems(msg, Item("") + Item(fine), "1.2.840.10008.1.2.5");
-  EXPECT_EQ(Ends(msg), (std::vector<int>{0, 255}));
-  for (std::string const& bad :
-       {frame(3, second), frame(2, 64), frame(2, 0), frame(2, 0xFFFFFFF0), short_one, cut, header}) {
-    SetItems(msg, Item("") + Item(bad), "1.2.840.10008.1.2.5");
-    EXPECT_FALSE(Icon(msg)) << bad.size();
-  }
-}
-
 TEST(GDS_Icon, ComparesJpegWithTheAttributes) {
   std::string const start("\xFF\xD8\xFF\xE0\x00\x04zz\xFF", 9), scan("\xFF\xDA\x00\x02", 4);
   std::string const frame("\xFF\xC1\x00\x0B\x0C\x00\x10\x00\x18\x01\x01", 11);

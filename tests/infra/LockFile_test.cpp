@@ -94,21 +94,6 @@ TEST_F(LockFile, ExcludesProcessesAndEndsWithThem) {
   EXPECT_EQ(lock_.LockExclusive(), 0);
 }
 
-TEST_F(LockFile, ForkedChildNeitherSharesNorEndsTheHold) {
-  auto lock = std::make_unique<Klb_LockFile>();
-  ASSERT_EQ(init(*lock) | lock->LockExclusive(), 0);
-  Child const child([&] {
-    int const asked = lock->TryLockExclusive() * 10 + lock_.TryLockExclusive();
-    lock.reset(); // must not end what the parent holds
-    return asked;
-  });
-  EXPECT_EQ(child.Result(), 11);
-  EXPECT_EQ(ask(), 1);
-  Child const sleeper([] { return 0; }); // has the file open
-  lock.reset();
-  EXPECT_EQ(ask(), 0);
-}
-
 TEST_F(LockFile, FollowsTheFileThatStandsAtThePath) {
   for (bool const recreated : {false, true}) {
     FaultyFileSystem const faulty(before_lock(2, [&] {
