@@ -72,6 +72,7 @@ protected:
   int set_counter(Disk_DirectoryRecord& record, Dicom_Tag const& tag, int value) const;
   /// The file of an object that a record names.
   Disk_FileID object_id(Dicom_CS const& referenced_file_id) const;
+  struct FolderComparison;
   /// The messages of a level's failures.
   struct ReadTexts {
     char const *cant_read_chain, *cant_read_file, *cant_create_record;

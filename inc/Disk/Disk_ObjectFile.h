@@ -2,6 +2,8 @@
 #include <Disk/Disk_File.h>
 #include <Disk/Disk_StoreParams.h>
 
+struct Disk_Correction;
+
 /// The file of one stored object. It decides in which transfer syntax the object goes to disk and whether it is
 /// compressed first.
 class Disk_ObjectFile : public Disk_File {
@@ -16,6 +18,11 @@ public:
   /// Writes the object: natively, or compressed, and then `msg` holds the compressed form afterwards. With
   /// `sync_directory` false the caller syncs the directory before it acknowledges anything. 0, or -1.
   int Store(IOD_Msg* msg, bool sync_directory = true);
+  /// Reads the object, sets what isn't null and writes it again, like a newly stored one. 0, or -1: the file is the old
+  /// or the new one.
+  int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
+  int correct(Disk_Correction const& correction);
 
 private:
   int Read(IOD_Msg** msg, Disk_AsyncFile* async);

@@ -3,13 +3,24 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 #include <Disk/Disk_StudyIndex.h>
 
+#include <functional>
 #include <memory>
 #include <set>
+#include <vector>
 
+class CToolParseDICOMReport;
 class Disk_DicomDir;
 class Disk_RecordWalk;
+struct Disk_Correction;
 template <class Lock>
 class Disk_Hold;
+
+/// A study that AutoDelete may delete.
+struct Disk_AutoDeleteCandidate {
+  Dicom_UI study_uid;
+  std::string folder;       // full path
+  std::int64_t update_time; // seconds of calendar time
+};
 
 /// A file-set: the object through which every caller stores, queries and fetches.
 ///
@@ -66,8 +77,40 @@ public:
   int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
              SCL_ResponseStatus& status);
 
+  /// Protects a study from being deleted, or no longer; private structure only. The identifier is at study level; the
+  /// third argument has no effect. 0, or -1, with error 211007 or 211002.
+  int ProtectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Dicom_UI* ignored_uid);
+  int UnprotectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Dicom_UI* ignored_uid);
+  /// Marks a study as completely loaded; private structure only. 0, or -1.
+  int SetStudyCompleted(Dicom_UI const& study_uid);
   /// Sets the study's access date to now; private structure only. 0, or -1.
   int SetStudyAccessed(Dicom_UI const& study_uid);
+
+  /// The free space of the file-set's disk in KB of 1024 bytes, less what is reserved; -1 on failure.
+  long FreeSpace();
+  /// Deletes studies, the least recently updated first, until the wanted space is free; protected and young ones stay.
+  /// Private structure only; off until SetSupportPar allows it. 0, also when the space can't be reached; -1 when the
+  /// records can't be read, sorted or written.
+  int AutoDelete();
+
+  /// What AutoDelete may delete, in its order, whether or not it is switched on. 0; or -1, and `*candidates` is empty.
+  int ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>* candidates);
+
+  /// Corrects the attributes of a patient, told by ID and issuer, in the records and in every object file. A null
+  /// value leaves its attribute alone. Private structure only. 0; or -1, and then part of the objects may have the new
+  /// values; the records have the old ones, so a new root can do it again, which completes it.
+  int ChangePatientsName(Dicom_LO const& patient_id, Dicom_LO const& issuer, Dicom_PN const& new_name,
+                         Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  /// The same for the maker of the equipment, which only the objects name.
+  int ChangeManufacturerParms(Dicom_LO const& patient_id, Dicom_LO const& issuer, Dicom_LO const& manufacturer,
+                              Dicom_LO const& model);
+  /// Called after each object that a correction has written; it must not call this root.
+  void SetObjectDone(std::function<void()> done) { object_done = std::move(done); }
+
+  /// Hands every folder and file that no record names to `report`, which must not call the file-set: locks are held.
+  /// Private structure only. A study whose folder is gone is dropped from memory, and from the file with the next
+  /// write. 0, also when a study or a series can't be scanned (logged), or -1.
+  int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:
   void Construct(char const* file_set_prefix, int* status);
@@ -138,16 +181,41 @@ private:
                         SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally, SCL_ResponseStatus& status);
   int count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal, SCL_QueryRetrieveLevel::Value level);
   int drop_modality(IOD_Msg& record, Disk_Removal const& removal);
+  int delete_without_folder(Disk_StudyDirectoryRecord* study, SCL_ResponseStatus& status);
   int DeleteStudy(Disk_StudyDirectoryRecord* study);
   int DeleteStudyFromList(Disk_StudyDirectoryRecord* study);
   int standard_delete_study(Disk_StudyDirectoryRecord* study);
+
+  int DeleteCorruptedEntry(Disk_StudyDirectoryRecord* study);
+
+  // protection and status
+  struct StudyChangeTexts;
+  struct ProtectionTexts;
+  template <class Change>
+  int change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts, Change change);
+  static int check_model(SCL_InformationModel model, ProtectionTexts const& texts);
+  int check_private(ProtectionTexts const& texts) const;
+  int set_protection(SCL_MoveIdentifier const& identifier, Dicom_CS const& flag, ProtectionTexts const& texts);
+
+  // auto-delete
+  struct DatedStudy;
+  static int CompareDates(void const* a, void const* b);
+  int auto_delete();
+  int list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates);
+  int sort_by_update(std::vector<DatedStudy>* dated) const;
+  bool may_auto_delete(DatedStudy const& entry, std::int64_t now) const;
+  int auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over);
+
+  // maintenance
+  int correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction const& correction);
+  int correct_study(Disk_StudyDirectoryRecord* study, Disk_Correction const& correction);
+  int process_zombies(CToolParseDICOMReport& report);
 
   // fetch
   int get_one(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
               Disk_AsyncFile* async);
   int fetch_by_uids(SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* tried);
   void note_access(Dicom_UI const& study_uid);
-  int set_study_accessed(Dicom_UI const& study_uid);
 
   std::unique_ptr<Disk_DicomDir> dicomdir; // null in the private structure
   Disk_LockManager lock_manager;
@@ -159,5 +227,6 @@ private:
   long reserved_kb;
   Disk_AutoDeletePar auto_delete_par{};
   Disk_SupportPar support_par;
+  std::function<void()> object_done;
   Dicom_UI current_study_uid; // that the last GetOne touched
 };

@@ -7,6 +7,9 @@
 #include <Disk/Disk_StoreRequest.h>
 #include <dicom/SCL_Identifier.h>
 
+class CToolParseDICOMReport;
+struct Disk_Correction;
+
 /// One series: the records of its objects, and their files beside the directory file. It has no lock of its own; the
 /// caller holds that of the study or, in the standard structure, of the file-set.
 class Disk_SeriesDirectoryFile : public Disk_DirectoryFile {
@@ -33,6 +36,13 @@ public:
   int Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records);
   /// Reads one object. 0 and a new message for the caller to own, or -1.
   int GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+  /// Corrects every object, as the root does, whose lock the caller holds. 0, or -1: what went before the failure is
+  /// written.
+  int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
+  int correct(Disk_Correction const& correction);
+  /// What of the series' folder no record names. The caller holds the study lock. 0, or -1.
+  int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:
   Disk_InstanceDirectoryRecord* GetImageRecord(Dicom_UI const& image_uid) const;

@@ -5,6 +5,9 @@
 
 #include <memory>
 
+class CToolParseDICOMReport;
+struct Disk_Correction;
+
 /// One study: the records of its series, the study lock, and the directory file of the series that was asked for
 /// last. In the standard structure the lock operations do nothing: the file-set lock is held throughout.
 class Disk_StudyDirectoryFile : public Disk_DirectoryFile {
@@ -32,6 +35,13 @@ public:
   /// Deletes a series, some images of it, or all series. 0, or -1: what went before the failure is gone.
   int Delete(Disk_Removal* removal);
   int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+  /// Corrects every object, as the root does, whose lock the caller holds. 0, or -1: what went before the failure is
+  /// written.
+  int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
+  int correct(Disk_Correction const& correction);
+  /// What of the study's folder no record names. The caller holds the study lock. 0, or -1.
+  int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:
   using Lock = int (Klb_LockFile::*)();

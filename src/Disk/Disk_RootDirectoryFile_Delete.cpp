@@ -90,7 +90,7 @@ int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifi
   Disk_Hold<Disk_StudyDirectoryFile> held;
   if (!study_file || held.Exclusive(*study_file) == -1) {
     DISK_LOG(3, "Delete: Can't lock study .\n");
-    return -1;
+    return level == SCL_QueryRetrieveLevel::STUDY ? delete_without_folder(study, status) : -1;
   }
   Disk_Removal removal;
   removal.series_uid = level >= SCL_QueryRetrieveLevel::SERIES ? identifier.GetSeriesInstanceUID() : UI_NULL;
@@ -106,6 +106,19 @@ int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifi
   if (result == -1) forget_records(); // they may be ahead of what was written
   status = SCL_ResponseStatus::Success;
   return result;
+}
+
+/// What a delete leaves that was killed when the study's folder was gone and its record wasn't. 0 when that was it.
+int Disk_RootDirectoryFile::delete_without_folder(Disk_StudyDirectoryRecord* study, SCL_ResponseStatus& status) {
+  Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
+  if (is_standard() || DeleteCorruptedEntry(study) == -1 || GetStudyRecord(uid)) return -1;
+  if (Write() == -1) {
+    DISK_LOG(3, "Delete: Can't update the file.\n");
+    return -1;
+  }
+  DISK_LOG(4, "Delete: the study's directory was gone, its record is gone too.\n");
+  status = SCL_ResponseStatus::Success;
+  return 0;
 }
 
 /// Brings the study's record up to date after a removal, or removes the study when nothing of it is left.

@@ -1,0 +1,103 @@
+#include <Disk/Disk_Access.h>
+
+#include "Disk/Disk_Guard.h"
+
+namespace {
+
+constexpr Dicom_Tag kReferencedFileId{0x0004, std::uint16_t(0x1500)};
+constexpr Dicom_Tag kReferencedSopInstanceUid{0x0004, std::uint16_t(0x1511)};
+constexpr Dicom_Tag kLevel{0x0008, std::uint16_t(0x0052)};
+
+int Failed(char const* text) {
+  DISK_LOG_TEXT(3, text);
+  return -1;
+}
+
+/// An entry of a list that is made from the identifier alone.
+int FillImageEntry(SCL_MoveIdentifier& entry, SCL_QueryIdentifier const& identifier, Dicom_UI const& image) {
+  if (entry.SetStudyInstanceUID(identifier.GetStudyInstanceUID()) == -1)
+    return Failed("create_list: Error setting study instance uid.\n");
+  if (entry.SetSeriesInstanceUID(identifier.GetSeriesInstanceUID()) == -1)
+    return Failed("create_list: Error setting series instance uid.\n");
+  if (entry.SetSOPInstanceUID(image) == -1) return Failed("create_list: Failed to duplicate or set SOPInstanceUID.\n");
+  if (entry.Set(kReferencedSopInstanceUid, image) == -1)
+    return Failed("create_list: Failed to duplicate or set RefSOPInstanceUIDInFile.\n");
+  return 0;
+}
+
+int ListImages(SCL_QueryIdentifier const& identifier, Dicom_Sequence& list) {
+  DISK_LOG(7, "create_list(): IMAGE level.\n");
+  Dicom_UI images = identifier.GetSOPInstanceUID();
+  if (images == UI_NULL) images = identifier.Value<Dicom_UI>(kReferencedSopInstanceUid);
+  if (images == UI_NULL) return Failed("create_list(): Failed to create list - no SOPInstanceUID specified.\n");
+  for (int i = 0; i < images.GetNValues(); ++i) {
+    int status = 0;
+    auto entry = std::make_unique<SCL_MoveIdentifier>(SCL_QueryRetrieveLevel::IMAGE, &status);
+    if (status == -1) return Failed("create_list: Error creating Move Identifier.\n");
+    if (FillImageEntry(*entry, identifier, Dicom_UI(images.ValueView(i))) == -1) return -1;
+    if (list.Append(entry.get(), true) == 0)
+      entry.release();
+    else
+      Failed("create_list: Failed to append image request, Not all wanted images will be handled.\n");
+  }
+  return 0;
+}
+
+int ListByQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, bool all_series,
+                Disk_RootDirectoryFile& root, Dicom_Sequence& list) {
+  DISK_LOG(7, "create_list(): in SERIES or STUDY level.\n");
+  SCL_QueryIdentifier images(identifier);
+  if (images.Set(kLevel, Dicom_CS("IMAGE")) == -1 || (all_series && images.SetSeriesInstanceUID(UI_NULL) == -1) ||
+      images.SetSOPInstanceUID(UI_NULL) == -1 || images.Set(kReferencedFileId, CS_NULL) == -1)
+    return Failed("create_list: Failed to create Query Identifier.\n");
+  return root.Query(images, model, &list) == 0 ? 0 : Failed("create_list: DICOMDIR.Query() Failed.\n");
+}
+
+} // namespace
+
+int Disk_Access::OpenQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel model) {
+  return Disk_Guarded("OpenQuery", [&] {
+    model_ = model;
+    list_.reset();
+    Dicom_Sequence* list = nullptr;
+    if (create_list(identifier, model, *root_, &list) == -1) return Failed("Query: Error creating result list.\n");
+    list_.reset(list);
+    if (!HasMore()) DISK_LOG(7, "Query: Null or empty result list.\n");
+    return 0;
+  });
+}
+
+int Disk_Access::create_list(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
+                             Disk_RootDirectoryFile& root, Dicom_Sequence** list) {
+  auto made = std::make_unique<Dicom_Sequence>();
+  int result = -1;
+  switch (auto const level = identifier.GetQueryRetrieveLevel()) {
+  case SCL_QueryRetrieveLevel::IMAGE:
+    result = ListImages(identifier, *made);
+    break;
+  case SCL_QueryRetrieveLevel::STUDY:
+  case SCL_QueryRetrieveLevel::SERIES:
+    result = ListByQuery(identifier, model, level == SCL_QueryRetrieveLevel::STUDY, root, *made);
+    break;
+  default:
+    DISK_LOG(3, "create_list: Query/Retrieve level %d isn't supported.\n", int(level));
+  }
+  if (result == 0) *list = made.release();
+  return result;
+}
+
+int Disk_Access::FetchNext(IOD_Msg** object) {
+  return Disk_Guarded("FetchNext", [&] {
+    if (!HasMore()) {
+      DISK_LOG(7, "FetchNext: No more items.\n");
+      return 0;
+    }
+    std::unique_ptr<Dicom_Msg> const entry(list_->Get(0));
+    list_->Remove(0, 0);
+    IOD_Msg* fetched = nullptr;
+    if (root_->GetOne(SCL_MoveIdentifier(*entry), model_, &fetched, nullptr) == -1)
+      return Failed("FetchNext: Failed to fetch instance from DICOMDIR.\n");
+    *object = fetched;
+    return 0;
+  });
+}

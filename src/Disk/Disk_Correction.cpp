@@ -1,0 +1,184 @@
+#include "Disk/Disk_Correction.h"
+
+#include "Disk/Disk_Guard.h"
+
+#include <Disk/Disk_ObjectFile.h>
+#include <Disk/Disk_RootDirectoryFile.h>
+
+#include <memory>
+
+// Down the hierarchy, depth first: the objects of a series, its directory file, the next series, then the study's
+// directory file, and the root's last. So the old patient stays in the records until all is done, and what was
+// interrupted is completed by being done again.
+
+namespace {
+
+constexpr Disk_Correction::Texts kPatientsName{
+    "ChangePatientsName: service is supported only for zentara DICOMDIR structure.\n",
+    "ChangePatientsName(): Can't lock file-set.\n",
+    "ChangePatientsName(): Can't read root directory file.\n",
+    "ChangePatientsName: Can't lock study .\n",
+    "ChangePatientsName(): Can't unlock file-set.\n",
+    "ChangePatientsName(): Patient ID '%s', issuer '%s' does not exist.\n",
+    "ChangePatientsName: service is supported only for zentara DICOMDIR structure.\n",
+    "ChangePatientsName(): Can't read series directory file.\n",
+    "ChangePatientsName(): Can't update the series directory file.\n",
+    "Disk_ObjectFile::ChangePatientsName() - operation cannot be performed on a read-only access object.\n",
+    "ChangePatientsName: Can't write object file.\n"};
+
+constexpr Disk_Correction::Texts kManufacturerParms{
+    "ChangeManufacturerParms: service is supported only for zentara DICOMDIR structure.\n",
+    "ChangeManufacturerParms: Can't lock file-set.\n",
+    "ChangeManufacturerParms: Can't read root directory file.\n",
+    nullptr, // no study is locked
+    "ChangeManufacturerName(): Can't unlock file-set.\n",
+    "ChangeManufacturerParms: Patient ID '%s', Issuer '%s' does not exist.\n",
+    "ChangeManufacturerParms: service is supported only for zentara Dicomdir structure.\n",
+    "ChangeManufacturerParms: Can't read series directory file.\n",
+    "ChangeManufacturerParms: Can't update the series directory file.\n",
+    "Disk_ObjectFile::ChangeManufacturerParms() - operation cannot be performed on a read-only access object.\n",
+    "ChangeManufacturerParms: Can't write object file.\n"};
+
+int Failed(char const* text) {
+  DISK_LOG_TEXT(3, text);
+  return -1;
+}
+
+} // namespace
+
+Disk_Correction Disk_Correction::PatientsName(Dicom_PN const& name, Dicom_LO const& id, Dicom_LO const& issuer,
+                                              std::function<void()> const* object_done) {
+  auto const set = [name, id, issuer](IOD_Msg& msg) {
+    if (name != PN_NULL && msg.SetPatientsName(name) == -1) return Failed("ChangePatientsName: Can't set new name.\n");
+    if (id != LO_NULL && msg.SetPatientID(id) == -1) return Failed("ChangePatientsName: Can't set new ID.\n");
+    if (issuer != LO_NULL && msg.SetIssuerOfPatientID(issuer) == -1)
+      return Failed("ChangePatientsName: Can't set new Issuer.\n");
+    return 0;
+  };
+  return {kPatientsName, true, set, object_done};
+}
+
+Disk_Correction Disk_Correction::ManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model,
+                                                   std::function<void()> const* object_done) {
+  auto const set = [manufacturer, model](IOD_Msg& msg) {
+    if (manufacturer != LO_NULL && msg.SetManufacturer(manufacturer) == -1)
+      return Failed("ChangeManufacturerParms: Can't set manufacturer.\n");
+    if (model != LO_NULL && msg.SetManufacturersModelName(model) == -1)
+      return Failed("ChangeManufacturerParms: Can't set manufacturers_model_name.\n");
+    return 0;
+  };
+  return {kManufacturerParms, false, set, object_done};
+}
+
+// Root
+
+int Disk_RootDirectoryFile::ChangePatientsName(Dicom_LO const& patient_id, Dicom_LO const& issuer,
+                                               Dicom_PN const& new_name, Dicom_LO const& new_id,
+                                               Dicom_LO const& new_issuer) {
+  return Disk_Guarded("ChangePatientsName", [&] {
+    return correct(patient_id, issuer, Disk_Correction::PatientsName(new_name, new_id, new_issuer, &object_done));
+  });
+}
+
+int Disk_RootDirectoryFile::ChangeManufacturerParms(Dicom_LO const& patient_id, Dicom_LO const& issuer,
+                                                    Dicom_LO const& manufacturer, Dicom_LO const& model) {
+  return Disk_Guarded("ChangeManufacturerParms", [&] {
+    return correct(patient_id, issuer, Disk_Correction::ManufacturerParms(manufacturer, model, &object_done));
+  });
+}
+
+int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer,
+                                    Disk_Correction const& correction) {
+  if (is_standard()) return Failed(correction.texts.root_structure);
+  Disk_Hold<Klb_LockFile> file_set;
+  if (lock(file_set, false) == -1) return Failed(correction.texts.cant_lock);
+  if (Read() == -1) return Failed(correction.texts.cant_read_root);
+  Disk_PatientDirectoryRecord* const patient = GetPatientRecord(patient_id, issuer);
+  if (!patient) {
+    DISK_LOG(3, correction.texts.no_such_patient, patient_id.CStr(), issuer.CStr());
+    return -1;
+  }
+  MarkDirty(); // after a failure the records in memory are ahead of the file
+  int result = correction.changes_records ? correction.set(*patient->GetRecordMsg()) : 0;
+  for (auto study = patient->GetStudyRecords().begin(); study != patient->GetStudyRecords().end() && result == 0;
+       ++study)
+    result = correct_study(*study, correction);
+  ResetStudyFile();
+  if (result == -1) return -1;
+  if (Write() == -1) return Failed("Write(): Can't update the file.\n");
+  return file_set.Release() == 0 ? 0 : Failed(correction.texts.cant_unlock);
+}
+
+int Disk_RootDirectoryFile::correct_study(Disk_StudyDirectoryRecord* study, Disk_Correction const& correction) {
+  if (correction.changes_records && correction.set(*study->GetRecordMsg()) == -1) return -1;
+  ResetStudyFile();
+  GetStudyFile(study);
+  if (!study_file) return -1;
+  Disk_Hold<Disk_StudyDirectoryFile> held;
+  if (correction.changes_records && held.Exclusive(*study_file) == -1) return Failed(correction.texts.cant_lock_study);
+  if (study_file->correct(correction) == -1) return -1;
+  return held.Release(); // logs
+}
+
+// Study
+
+int Disk_StudyDirectoryFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id,
+                                                Dicom_LO const& new_issuer) {
+  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr));
+}
+
+int Disk_StudyDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
+  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr));
+}
+
+int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
+  if (is_standard()) return Failed(correction.texts.study_structure);
+  if (Read() == -1) return Failed("Can't read study directory file.\n");
+  for (Disk_SeriesDirectoryRecord* series : series_records) {
+    Disk_FileID const id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
+    if (Disk_SeriesDirectoryFile(id, params, nullptr, 0).correct(correction) == -1) return -1;
+  }
+  return Write() == 0 ? 0 : Failed("Write(): Can't update the file.\n");
+}
+
+// Series
+
+int Disk_SeriesDirectoryFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id,
+                                                 Dicom_LO const& new_issuer) {
+  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr));
+}
+
+int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
+  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr));
+}
+
+int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
+  if (Read() == -1) return Failed(correction.texts.cant_read_series);
+  for (Disk_InstanceDirectoryRecord* image : image_records)
+    if (Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).correct(correction) == -1) return -1;
+  return Write() == 0 ? 0 : Failed(correction.texts.cant_write_series);
+}
+
+// Object
+
+int Disk_ObjectFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer) {
+  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr));
+}
+
+int Disk_ObjectFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
+  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr));
+}
+
+int Disk_ObjectFile::correct(Disk_Correction const& correction) {
+  if (params_.read_only) return Failed(correction.texts.read_only);
+  IOD_Msg* read = nullptr;
+  if (Read(&read, nullptr) == -1) {
+    DISK_LOG(3, "%s: the object can't be read, so it isn't corrected.\n", file_id.Path().c_str());
+    return -1;
+  }
+  std::unique_ptr<IOD_Msg> const msg(read);
+  if (correction.set(*msg) == -1) return -1;
+  if (Write(msg.get(), true) == -1) return Failed(correction.texts.cant_write_object);
+  if (correction.object_done && *correction.object_done) (*correction.object_done)();
+  return 0;
+}

@@ -1,0 +1,240 @@
+#include <Disk/Disk_RootDirectoryFile.h>
+
+#include "Disk/Disk_Guard.h"
+
+#include <infra/Klb_FileSystemUtils.h>
+#include <infra/Util_Clock.h>
+#include <infra/Util_FileSystemInterface.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+struct Disk_RootDirectoryFile::DatedStudy {
+  Disk_StudyDirectoryRecord* study;
+  std::int64_t update_time; // seconds of calendar time
+};
+
+namespace {
+
+constexpr double kKbPerByte = 1.0 / 1024;
+constexpr long kKbPerMb = 1000; // of the wanted space
+constexpr double kSecondsPerDay = 86400.0;
+
+/// Local time. 0, or -1 when it can't be expressed.
+int UpdateTime(IOD_Msg const& record, std::int64_t* seconds) {
+  Dicom_DA const date = record.GetLastUpdateDate();
+  Dicom_TM const time = record.GetLastUpdateTime();
+  std::tm parts{};
+  parts.tm_mday = 1;
+  if (date != DA_NULL) {
+    if (date.Month() < 1 || date.Day() < 1) return -1; // no date at all
+    parts.tm_year = date.Year() - 1900;
+    parts.tm_mon = date.Month() - 1;
+    parts.tm_mday = date.Day();
+  }
+  if (time != TM_NULL) {
+    parts.tm_hour = time.Hours();
+    parts.tm_min = time.Minutes();
+    parts.tm_sec = time.Seconds();
+  }
+  parts.tm_isdst = -1;
+  parts.tm_wday = -1; // mktime sets it: a result of -1 can be a time
+  *seconds = std::mktime(&parts);
+  return parts.tm_wday == -1 ? -1 : 0;
+}
+
+/// Sorts by a comparison that is no order over all values, which a library's sort may not survive; a merge does.
+template <class Iterator, class Before>
+void MergeSort(Iterator first, Iterator last, Before before) {
+  if (last - first < 2) return;
+  Iterator const middle = first + (last - first) / 2;
+  MergeSort(first, middle, before);
+  MergeSort(middle, last, before);
+  std::inplace_merge(first, middle, last, before);
+}
+
+} // namespace
+
+long Disk_RootDirectoryFile::FreeSpace() {
+  std::string const folder = directory().Path();
+  if (folder.empty()) {
+    DISK_LOG(3, "FreeSpace(): Can't remove component from file-id.\n");
+    return -1;
+  }
+  double bytes = 0;
+  if (Klb_FileSystemUtils::GetFreeSpace(folder.c_str(), &bytes) == -1) {
+    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+    return -1;
+  }
+  return std::max(long(bytes * kKbPerByte) - reserved_kb, 0L);
+}
+
+int Disk_RootDirectoryFile::CompareDates(void const* a, void const* b) {
+  auto const time = [](void const* entry) { return std::uint32_t(static_cast<DatedStudy const*>(entry)->update_time); };
+  return std::int32_t(time(a) - time(b));
+}
+
+int Disk_RootDirectoryFile::AutoDelete() {
+  return Disk_Guarded("AutoDelete", [&] {
+    int const result = auto_delete();
+    ResetStudyFile();
+    return result;
+  });
+}
+
+int Disk_RootDirectoryFile::auto_delete() {
+  if (!support_par.auto_delete_supported) {
+    DISK_LOG(5, "AutoDelete: auto-delete is not supported\n");
+    return -1;
+  }
+  if (is_standard()) {
+    DISK_LOG(3, "AutoDelete: service is supported only for zentara Dicomdir structure.\n");
+    return -1;
+  }
+  long const limit = long(auto_delete_par.wanted_free_mb) * kKbPerMb;
+  if (long const free = FreeSpace(); free > limit) {
+    DISK_LOG(6, "AutoDelete: There is already enough space %d KByte (%d)\n", int(free), int(limit));
+    return 0;
+  }
+  Disk_Hold<Klb_LockFile> file_set;
+  if (lock(file_set, false) == -1) {
+    DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
+    return -1;
+  }
+  if (Read() == -1) {
+    DISK_LOG(3, "AutoDelete: Can't read root directory file.\n");
+    return -1;
+  }
+  MarkDirty();
+  std::vector<DatedStudy> dated;
+  if (sort_by_update(&dated) == -1) {
+    DISK_LOG(3, "AutoDelete: Can't sort studies.\n");
+    return -1;
+  }
+  std::time_t const now = Util_Clock::Now();
+  if (now == std::time_t(-1)) {
+    DISK_LOG(3, "AutoDelete: Can't detect current time.\n");
+    return -1;
+  }
+  bool reached = false;
+  for (auto entry = dated.begin(); entry != dated.end() && !reached; ++entry) {
+    if (!may_auto_delete(*entry, std::int64_t(now))) continue;
+    bool passed_over = false;
+    if (auto_delete_study(entry->study, &passed_over) == -1) return -1;
+    reached = !passed_over && FreeSpace() > limit;
+  }
+  if (!reached)
+    DISK_LOG(7, "AutoDelete: it's impossible to clean up to %d MBytes\n", int(auto_delete_par.wanted_free_mb));
+  if (Write() == -1) {
+    DISK_LOG(3, "AutoDelete: Can't update the file.\n");
+    return -1;
+  }
+  if (file_set.Release() == 0) return 0;
+  DISK_LOG(3, "AutoDelete: Can't unlock file-set.\n");
+  return -1;
+}
+
+int Disk_RootDirectoryFile::ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
+  int const result = Disk_Guarded("AutoDelete", [&] { return list_auto_delete(candidates); });
+  if (result == -1) candidates->clear();
+  return result;
+}
+
+int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
+  candidates->clear();
+  if (is_standard()) {
+    DISK_LOG(3, "AutoDelete: service is supported only for zentara Dicomdir structure.\n");
+    return -1;
+  }
+  Disk_Hold<Klb_LockFile> file_set;
+  if (lock(file_set, true) == -1) {
+    DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
+    return -1;
+  }
+  if (Read() == -1) {
+    DISK_LOG(3, "AutoDelete: Can't read root directory file.\n");
+    return -1;
+  }
+  std::vector<DatedStudy> dated;
+  if (sort_by_update(&dated) == -1) {
+    DISK_LOG(3, "AutoDelete: Can't sort studies.\n");
+    return -1;
+  }
+  for (DatedStudy const& entry : dated) {
+    if (!may_auto_delete(entry, std::int64_t(Util_Clock::Now()))) continue;
+    Disk_FileID folder(GetFileSetPrefix(), entry.study->GetReferencedFileID(), 0);
+    folder.RemoveLastComponent();
+    candidates->push_back({entry.study->GetRecordMsg()->GetStudyInstanceUID(), folder.Path(), entry.update_time});
+  }
+  return 0;
+}
+
+/// All studies, the least recently updated first.
+int Disk_RootDirectoryFile::sort_by_update(std::vector<DatedStudy>* dated) const {
+  for (Disk_PatientDirectoryRecord* patient : patients)
+    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
+      dated->push_back({study, 0});
+      if (UpdateTime(*study->GetRecordMsg(), &dated->back().update_time) == -1) return -1;
+    }
+  MergeSort(dated->begin(), dated->end(),
+            [](DatedStudy const& a, DatedStudy const& b) { return CompareDates(&a, &b) < 0; });
+  return 0;
+}
+
+/// Whatever `honour_protection` says.
+bool Disk_RootDirectoryFile::may_auto_delete(DatedStudy const& entry, std::int64_t now) const {
+  if (!entry.study->IsDeletable()) {
+    DISK_LOG(7, "AutoDelete: Not deleted since Protection flag\n");
+    return false;
+  }
+  if (double(now - entry.update_time) / kSecondsPerDay > double(auto_delete_par.min_study_age_days)) return true;
+  DISK_LOG(7, "AutoDelete: Not deleted since study is young\n");
+  return false;
+}
+
+/// A study that can't be locked is passed over. 0, also when not all of it could be deleted, or -1.
+int Disk_RootDirectoryFile::auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over) {
+  ResetStudyFile();
+  GetStudyFile(study);
+  Disk_Hold<Disk_StudyDirectoryFile> held; // until the study's files are gone
+  if (!study_file || held.Exclusive(*study_file) == -1) {
+    DISK_LOG(3, "AutoDelete: Can't lock study file-set.\n");
+    DeleteCorruptedEntry(study);
+    *passed_over = true;
+    return 0;
+  }
+  Disk_Removal removal;
+  if (study_file->Delete(&removal) == -1) {
+    DISK_LOG(4, "AutoDelete: Can't delete study.\n");
+  } else {
+    IOD_Msg const& record = *study->GetRecordMsg();
+    Dicom_IS const related = record.GetNumberOfStudyRelatedSeries();
+    int const known = related == IS_NULL ? int(unsigned(record.GetNumberOfSeries())) : int(related);
+    if (known != removal.series_removed)
+      DISK_LOG(4, "AutoDelete: series mismatching %d %d.\n", known, removal.series_removed);
+    if (DeleteStudy(study) == -1) DISK_LOG(4, "AutoDelete: Can't delete study record.\n");
+  }
+  if (held.Release() == 0) return 0;
+  DISK_LOG(3, "Delete: Can't unlock study file-set.\n");
+  return -1;
+}
+
+int Disk_RootDirectoryFile::DeleteCorruptedEntry(Disk_StudyDirectoryRecord* study) {
+  Disk_FileID id(GetFileSetPrefix(), study->GetReferencedFileID(), 0);
+  id.RemoveLastComponent();
+  std::string const folder = id.Path();
+  if (folder.empty() || folder == GetFileSetPrefix()) {
+    DISK_LOG(4, "DeleteStudy(): Warning: can't remove component from file-id.\n");
+    return 0;
+  }
+  struct stat status {};
+  if (Util_FileSystemInterface::Current().Stat((folder + "/.").c_str(), &status) == 0) return 0;
+  if (errno != ENOENT) {
+    DISK_LOG(3, "DeleteCorruptedEntry: unexpected error accessing study's directory, entry not deleted\n");
+    return -1;
+  }
+  if (DeleteStudyFromList(study) == 0) return 0;
+  DISK_LOG(3, "DeleteCorruptedEntry: could not remove entry from DICOMDIR.\n");
+  return -1;
+}

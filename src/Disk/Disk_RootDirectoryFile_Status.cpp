@@ -1,0 +1,144 @@
+#include <Disk/Disk_RootDirectoryFile.h>
+
+#include "Disk/Disk_Guard.h"
+
+#include <dicom/IOD_Image.h>
+
+// What changes one attribute of one study record. Nothing below the root is touched, so no study is locked.
+
+struct Disk_RootDirectoryFile::StudyChangeTexts {
+  char const *cant_lock, *cant_read, *no_study, *cant_write, *cant_unlock;
+};
+
+/// `change` sets the attribute: 0, or -1 after a log line of its own.
+template <class Change>
+int Disk_RootDirectoryFile::change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts, Change change) {
+  auto const failed = [](char const* text) {
+    DISK_LOG_TEXT(3, text);
+    return -1;
+  };
+  Disk_Hold<Klb_LockFile> file_set;
+  if (lock(file_set, false) == -1) return failed(texts.cant_lock);
+  if (Read() == -1) return failed(texts.cant_read);
+  MarkDirty();
+  Disk_StudyDirectoryRecord* const study = GetStudyRecord(study_uid);
+  if (!study) return failed(texts.no_study);
+  if (change(*study->GetRecordMsg()) == -1) return -1;
+  if (Write() == -1) return failed(texts.cant_write);
+  ResetStudyFile();
+  return file_set.Release() == 0 ? 0 : failed(texts.cant_unlock);
+}
+
+// Protection
+
+struct Disk_RootDirectoryFile::ProtectionTexts {
+  char const *model, *structure;
+  StudyChangeTexts change;
+  char const *image_level, *series_level, *other_level, *cant_set;
+};
+
+namespace {
+
+#define PROTECTION_TEXTS(NAME)                                                                                         \
+  {                                                                                                                    \
+    NAME "(): Unsupported information model.\n", NAME ": service is supported only for zentara Dicomdir structure.\n", \
+        {NAME "(): Can't lock file-set.\n", NAME "(): Can't read root directory file.\n",                              \
+         NAME "(): Can't find study.\n", NAME "(): Can't update the file.\n", NAME "(): Can't unlock file-set.\n"},    \
+        NAME "(): unknown Query/Retrieve Level (IMAGE).\n", NAME "(): unknown Query/Retrieve Level (SERIES).\n",       \
+        NAME "(): unknown Query/Retrieve Level.\n", NAME "(): Can't set protection flag.\n"                            \
+  }
+
+} // namespace
+
+int Disk_RootDirectoryFile::ProtectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
+                                          Dicom_UI* /*ignored_uid*/) {
+  static constexpr ProtectionTexts kTexts = PROTECTION_TEXTS("ProtectImages");
+  return Disk_Guarded("ProtectImages", [&] {
+    if (check_model(model, kTexts) == -1 || check_private(kTexts) == -1) return -1;
+    return set_protection(identifier, IOD_Image::Y, kTexts);
+  });
+}
+
+int Disk_RootDirectoryFile::UnprotectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
+                                            Dicom_UI* /*ignored_uid*/) {
+  static constexpr ProtectionTexts kTexts = PROTECTION_TEXTS("UnprotectImages");
+  return Disk_Guarded("UnprotectImages", [&] {
+    if (check_private(kTexts) == -1 || check_model(model, kTexts) == -1) return -1;
+    return set_protection(identifier, IOD_Image::N, kTexts);
+  });
+}
+
+int Disk_RootDirectoryFile::check_model(SCL_InformationModel model, ProtectionTexts const& texts) {
+  if (model == 1) return 0;
+  DISK_LOG_TEXT(3, texts.model);
+  KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
+  return -1;
+}
+
+int Disk_RootDirectoryFile::check_private(ProtectionTexts const& texts) const {
+  if (!is_standard()) return 0;
+  DISK_LOG_TEXT(3, texts.structure);
+  return -1;
+}
+
+int Disk_RootDirectoryFile::set_protection(SCL_MoveIdentifier const& identifier, Dicom_CS const& flag,
+                                           ProtectionTexts const& texts) {
+  return change_study(identifier.GetStudyInstanceUID(), texts.change, [&](IOD_Msg& record) {
+    auto const level = identifier.GetQueryRetrieveLevel();
+    if (level == SCL_QueryRetrieveLevel::STUDY) {
+      if (record.SetProtectionFlag(flag) == 0) return 0;
+      DISK_LOG_TEXT(3, texts.cant_set);
+    } else if (level == SCL_QueryRetrieveLevel::IMAGE) {
+      DISK_LOG_TEXT(3, texts.image_level);
+    } else if (level == SCL_QueryRetrieveLevel::SERIES) {
+      DISK_LOG_TEXT(3, texts.series_level);
+    } else {
+      DISK_LOG_TEXT(3, texts.other_level);
+      KlbGError.Set(DISK_ERROR_LEVEL);
+    }
+    return -1;
+  });
+}
+
+// Load status and access date
+
+#define STATUS_PREFIX(NAME) "Disk_RootDirectoryFile::" NAME "() - "
+#define STATUS_CHANGE_TEXTS(NAME)                                                                                      \
+  {                                                                                                                    \
+    STATUS_PREFIX(NAME)                                                                                                \
+    "Can't lock file-set.\n", STATUS_PREFIX(NAME) "Can't read root directory file.\n",                                 \
+        STATUS_PREFIX(NAME) "study does not exists in DICOMDIR.\n",                                                    \
+        STATUS_PREFIX(NAME) "Can't update the root directory file.\n", STATUS_PREFIX(NAME) "Can't unlock file-set.\n"  \
+  }
+#define STATUS_PRIVATE_ONLY(NAME) STATUS_PREFIX(NAME) "service is supported only for private DICOMDIR structure.\n"
+
+int Disk_RootDirectoryFile::SetStudyCompleted(Dicom_UI const& study_uid) {
+  static constexpr StudyChangeTexts kTexts = STATUS_CHANGE_TEXTS("SetStudyCompleted");
+  return Disk_Guarded("SetStudyCompleted", [&] {
+    if (is_standard()) {
+      DISK_LOG(3, STATUS_PRIVATE_ONLY("SetStudyCompleted"));
+      return -1;
+    }
+    return change_study(study_uid, kTexts, [](IOD_Msg& record) {
+      if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_LOAD_COMPLETED, IOD_Image::Y) == 0) return 0;
+      DISK_LOG(3, STATUS_PREFIX("SetStudyCompleted") "Cannot update load status.\n");
+      return -1;
+    });
+  });
+}
+
+int Disk_RootDirectoryFile::SetStudyAccessed(Dicom_UI const& study_uid) {
+  static constexpr StudyChangeTexts kTexts = STATUS_CHANGE_TEXTS("SetStudyAccessed");
+  return Disk_Guarded("SetStudyAccessed", [&] {
+    if (is_standard()) {
+      DISK_LOG(3, STATUS_PRIVATE_ONLY("SetStudyAccessed"));
+      return -1;
+    }
+    return change_study(study_uid, kTexts, [](IOD_Msg& record) {
+      Dicom_DT const now(GetCurrentDate(), GetTickCount(), nullptr);
+      if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, now) == 0) return 0;
+      DISK_LOG(3, STATUS_PREFIX("SetStudyAccessed") "Cannot update access date.\n");
+      return -1;
+    });
+  });
+}

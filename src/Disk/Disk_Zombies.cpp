@@ -1,0 +1,148 @@
+#include "Disk/Disk_Guard.h"
+
+#include <Disk/Disk_RootDirectoryFile.h>
+#include <infra/CToolParse.h>
+#include <infra/Util_FileSystem.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <unordered_set>
+#include <vector>
+
+// Zombies are files and folders of a file-set that no record names. Each level compares what its records name with
+// what stands in its folder, and hands the rest to the caller's report, which decides what becomes of it.
+
+namespace {
+
+constexpr char kNotStandard[] = "ProcessZombieFiles: service is supported only for zentara Dicomdir structure.\n";
+
+int Failed(char const* text) {
+  DISK_LOG_TEXT(3, text);
+  return -1;
+}
+
+int CantProcess(std::string const& folder) {
+  DISK_LOG(3, "ProcessZombieFiles: unable to process content of folder: %s.\n", folder.c_str());
+  return -1;
+}
+
+/// Files are never zombies of the upper levels. What can't be opened counts as a folder, unless it is a link, which is
+/// not followed.
+bool IsFolder(std::string const& path) {
+  struct stat status {};
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  if (system.Lstat(path.c_str(), &status) == -1 || S_ISLNK(status.st_mode)) return false;
+  return S_ISDIR(status.st_mode) || !Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
+}
+
+int HandOverFolders(std::vector<RWCString> const& paths, CToolParseDICOMReport& report) {
+  for (RWCString const& path : paths) {
+    if (!IsFolder(path.str())) continue;
+    if (report.ParseDirectory(path, 1) != 0) return CantProcess(path.str());
+    report.ProcessFolder(path);
+  }
+  return 0;
+}
+
+} // namespace
+
+/// What stands in a folder, and what records say should.
+struct Disk_DirectoryFile::FolderComparison {
+  CToolParse listing{0};
+  std::unordered_set<std::string> named;
+
+  int List(std::string const& folder, bool with_folders) {
+    listing.m_listFolders = with_folders;
+    if (folder.empty() || listing.ParseDirectory(RWCString(folder), 1) != 0) return CantProcess(folder);
+    listing.BackslashToSlash();
+    return 0;
+  }
+  /// The record's file or, where that is a directory file, its folder.
+  void Name(std::string const& prefix, Disk_DirectoryRecord const& record) {
+    std::string path = record.GetReferencedFileID().GetText();
+    std::replace(path.begin(), path.end(), '\\', '/');
+    constexpr std::string_view kDirectoryFile = "/DIRFILE";
+    if (std::size_t const at = path.find(kDirectoryFile); at != std::string::npos)
+      path.erase(at, kDirectoryFile.size());
+    named.insert(prefix + "/" + path);
+  }
+  std::vector<RWCString> const& Zombies() {
+    std::erase_if(listing.m_paths, [this](RWCString const& path) { return named.count(path.str()) != 0; });
+    return listing.m_paths;
+  }
+};
+
+int Disk_RootDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
+  return Disk_Guarded("ProcessZombieFiles", [&] {
+    int const result = process_zombies(report);
+    ResetStudyFile();
+    return result;
+  });
+}
+
+int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
+  if (is_standard()) return Failed(kNotStandard);
+  Disk_Hold<Klb_LockFile> file_set;
+  if (lock(file_set, false) == -1) return Failed("ProcessZombieFiles: Can't lock file-set.\n");
+  if (Read() == -1) return Failed("ProcessZombieFiles: Can't read root directory file.\n");
+  FolderComparison comparison;
+  if (comparison.List(directory().Path(), true) == -1) return -1;
+  std::vector<Disk_StudyDirectoryRecord*> to_scan;
+  for (Disk_PatientDirectoryRecord* patient : patients)
+    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
+      to_scan.push_back(study);
+      comparison.Name(directory().Path(), *study);
+    }
+  if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
+  if (file_set.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock file-set.\n");
+  // from here on others can go on in other studies, and what they do to the root isn't seen
+  for (Disk_StudyDirectoryRecord* study : to_scan) {
+    ResetStudyFile();
+    GetStudyFile(study);
+    Disk_Hold<Disk_StudyDirectoryFile> held;
+    if (!study_file || held.Exclusive(*study_file) == -1) {
+      DISK_LOG(3, "ProcessZombieFiles: Can't lock study file-set.\n");
+      DeleteCorruptedEntry(study);
+      continue;
+    }
+    study_file->ProcessZombieFiles(report); // what fails there costs that study only
+    if (held.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock study file-set.\n");
+  }
+  return 0;
+}
+
+int Disk_StudyDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
+  DISK_LOG(7, "ProcessZombieFiles:\n");
+  if (is_standard()) return Failed(kNotStandard);
+  if (Read() == -1) return Failed("ProcessZombieFiles: Can't read study directory file.\n");
+  std::string const folder = directory().Path();
+  FolderComparison comparison;
+  if (comparison.List(folder, true) == -1) return -1;
+  for (Disk_SeriesDirectoryRecord* series : series_records) {
+    comparison.Name(GetFileSetPrefix(), *series);
+    GetSeriesFile(series);
+    if (series_file) series_file->ProcessZombieFiles(report);
+  }
+  if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
+  series_records.clearAndDestroy();
+  MarkDirty();
+  return 0;
+}
+
+int Disk_SeriesDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
+  DISK_LOG(7, "ProcessZombieFiles:\n");
+  if (is_standard()) return Failed(kNotStandard);
+  if (Read() == -1) return Failed("ProcessZombieFiles: Can't read series directory file.\n");
+  std::string const folder = directory().Path();
+  FolderComparison comparison;
+  if (comparison.List(folder, false) == -1) return -1;
+  for (Disk_InstanceDirectoryRecord* image : image_records)
+    comparison.Name(GetFileSetPrefix(), *image);
+  comparison.named.insert(folder + "/VERSION");
+  comparison.named.insert(folder + "/DIRFILE");
+  for (RWCString const& path : comparison.Zombies())
+    if (report.ProcessFile(path) == -1)
+      DISK_LOG(3, "ProcessZombieFiles(): Warning: Can't Process a file %s (errno=%d).\n", path.data(), errno);
+  return 0;
+}
