@@ -37,6 +37,5 @@ protected:
 
   Disk_FileID file_id;
 
-private:
   RWCString get_filename_to_use(char const* file_name) const;
 };

@@ -26,6 +26,10 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
   DISK_LOG_TEXT(6, Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
   if (check_identifiers(msg) == -1) return -1;
+  if (!request.in_place && !request.move_store && msg.GetSOPClassUID() == UI_NULL) {
+    DISK_LOG(3, "Can't get SOP Class UID.\n"); // its file can't be written: better now than when directories are made
+    return -1;
+  }
   ResetStudyFile(); // one that a failure left may have no lock
 
   Disk_Hold<Klb_LockFile> file_set;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <dicom/Util_TransferSyntax.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <infra/Util_FileSystem.h>
 #include <optional>
 #include <unistd.h>
@@ -15,11 +16,6 @@ namespace {
 
 constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
 constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
-
-struct Found {
-  Structure structure = Structure::None;
-  std::string problem; // not empty: this is no file-set
-};
 
 // Whether both offsets are 0; nothing unless the file begins as a directory file does.
 std::optional<bool> HasNoOffsets(int fd) {
@@ -40,7 +36,23 @@ std::optional<bool> HasNoOffsets(int fd) {
   return {};
 }
 
-Found Recognise(std::string const& directory) {
+// By the folders of a private file-set, which hold directory files of their own.
+Structure GuessStructure(std::string const& directory) {
+  std::error_code error;
+  for (auto const& entry : std::filesystem::directory_iterator(directory, error))
+    if (access((entry.path() / "DIRFILE").c_str(), F_OK) == 0) return Structure::Private;
+  return Structure::Standard;
+}
+
+std::unique_ptr<Disk_RootDirectoryFile> Open(std::string const& directory, Disk_StoreParams params) {
+  int status = 0;
+  auto root = std::make_unique<Disk_RootDirectoryFile>(directory.c_str(), params, 0, &status, nullptr);
+  return status == 0 ? std::move(root) : nullptr;
+}
+
+} // namespace
+
+FoundFileSet RecogniseFileSet(std::string const& directory) {
   struct stat status {};
   std::string path = directory + "/DICOMDIR";
   std::string const version = directory + "/VERSION";
@@ -53,23 +65,15 @@ Found Recognise(std::string const& directory) {
   if (!file) return {{}, std::string("DICOMDIR: ") + std::strerror(errno)};
   if (fstat(file.Get(), &status) == -1 || !S_ISREG(status.st_mode)) return {{}, "DICOMDIR isn't a file"};
   std::optional<bool> const no_offsets = HasNoOffsets(file.Get());
-  if (!no_offsets) return {{}, "DICOMDIR isn't a directory of DICOM objects, or it is damaged"};
+  if (!no_offsets) return {GuessStructure(directory), "DICOMDIR isn't a directory of DICOM objects, or it is damaged"};
   bool const own = *no_offsets && access(version.c_str(), F_OK) == 0;
   return {own ? Structure::Private : Structure::Standard, {}};
 }
 
-std::unique_ptr<Disk_RootDirectoryFile> Open(std::string const& directory, Disk_StoreParams params) {
-  int status = 0;
-  auto root = std::make_unique<Disk_RootDirectoryFile>(directory.c_str(), params, 0, &status, nullptr);
-  return status == 0 ? std::move(root) : nullptr;
-}
-
-} // namespace
-
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report) {
   FileSet set{directory, {}, nullptr};
-  auto const [structure, problem] = Recognise(directory);
+  auto const [structure, problem] = RecogniseFileSet(directory);
   set.structure = structure;
   if (!problem.empty()) {
     report.Fail(directory, problem);

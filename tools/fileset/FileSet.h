@@ -27,5 +27,14 @@ struct FileSet {
   std::unique_ptr<Disk_RootDirectoryFile> root; // null: it couldn't be opened, and the report says why
 };
 
+struct FoundFileSet {
+  Structure structure = Structure::None;
+  std::string problem; // not empty: it can't be opened
+};
+
+// What stands in a directory. A DICOMDIR that can't be understood is a problem, and its structure is guessed from what
+// is beside it.
+FoundFileSet RecogniseFileSet(std::string const& directory);
+
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report);

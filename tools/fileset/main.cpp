@@ -1,4 +1,5 @@
 // The program: stores, finds, fetches and deletes the objects of a file-set from the command line.
+#include "Check.h"
 #include "Delete.h"
 #include "Fetch.h"
 #include "Info.h"
@@ -54,7 +55,8 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", "fileset " FILESET_VERSION);
     Setup setup;
     AddSetup(app, setup);
-    std::vector<Command> const commands = {AddStore(app), AddQuery(app), AddFetch(app), AddDelete(app), AddInfo(app)};
+    std::vector<Command> const commands = {AddStore(app),  AddQuery(app), AddFetch(app),
+                                           AddDelete(app), AddCheck(app), AddInfo(app)};
     try {
       app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

@@ -1,0 +1,12 @@
+#include "Disk/Disk_CheckPrivate.h"
+#include "Disk/Disk_CheckStandard.h"
+#include "Disk/Disk_Guard.h"
+
+int Disk_Check(char const* file_set_prefix, Disk_StoreParams params, Disk_CheckOptions const& options,
+               Disk_CheckResult* result) {
+  *result = {};
+  return Disk_Guarded("Check", [&] {
+    if (params.standard_structure) return Disk_CheckStandard(file_set_prefix, options, result).Run();
+    return Disk_CheckPrivate(file_set_prefix, options, result).Run();
+  });
+}

@@ -1,0 +1,143 @@
+#include "Disk/Disk_CheckPrivate.h"
+
+#include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
+
+#include <dicom/IOD_Image.h>
+#include <dicom/Util_File.h>
+#include <infra/Util_FileSystemInterface.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+constexpr Dicom_Tag kRecordType{0x0004, std::uint16_t(0x1430)};
+constexpr Dicom_Tag kFileId{0x0004, std::uint16_t(0x1500)};
+constexpr char kDirectoryFile[] = "/DIRFILE";
+
+bool AnyFolder(std::string const&) { return true; }
+
+std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind('/')); }
+
+} // namespace
+
+struct Disk_CheckPrivate::Records {
+  std::unique_ptr<IOD_Msg> owner;
+  Dicom_Sequence* sequence = nullptr;
+
+  template <class Do>
+  void ForEach(Do what) const {
+    for (int left = sequence->GetNItems(); left > 0; --left) { // taken off, so that the memory of one is enough
+      std::unique_ptr<Dicom_Msg> const item(sequence->Get(0));
+      sequence->Remove(0, 0);
+      what(static_cast<IOD_Msg const&>(*item));
+    }
+  }
+};
+
+bool Disk_CheckPrivate::load(std::string const& path, Records* records) {
+  Util_File file;
+  file.no_original_buffer = 1;
+  if (file.GetFile(path.c_str(), 0, nullptr) == -1) {
+    bool const missing = errno == ENOENT;
+    Find(missing ? "directory-file-missing" : "directory-file-unreadable",
+         missing ? Disk_Finding::InterruptedDelete : Disk_Finding::Damage, path, std::strerror(errno));
+    return false;
+  }
+  records->owner.reset(file.operator IOD_Msg*());
+  auto const* value = records->owner ? dynamic_cast<Dicom_SQ const*>(records->owner->Get(kRecordSequence)) : nullptr;
+  records->sequence = value ? value->GetSequence() : nullptr;
+  if (records->sequence) return true;
+  Find("directory-file-unreadable", Disk_Finding::Damage, path,
+       records->owner ? "it holds no sequence of records" : file.GetError());
+  return false;
+}
+
+int Disk_CheckPrivate::Walk() {
+  std::string const root = Prefix() + "/DICOMDIR";
+  Records records;
+  struct stat status {};
+  if (Util_FileSystemInterface::Current().Stat(root.c_str(), &status) == -1) {
+    DISK_LOG(3, "Check: %s: %s\n", root.c_str(), std::strerror(errno));
+    return -1;
+  }
+  CheckVersion(Prefix(), true);
+  if (!load(root, &records)) return 0;
+  bool has_patient = false;
+  records.ForEach([&](IOD_Msg const& record) { check_root(record, &has_patient); });
+  EndPatient();
+  CompareFolder(Prefix(), {"DICOMDIR", "VERSION", "LOCKFILE"}, false, AnyFolder);
+  return 0;
+}
+
+void Disk_CheckPrivate::check_root(IOD_Msg const& record, bool* has_patient) {
+  std::string const type = record.Text(kRecordType), root = Prefix() + "/DICOMDIR";
+  if (type == "PATIENT") {
+    if (*has_patient) EndPatient();
+    *has_patient = true;
+    return BeginPatient(record);
+  }
+  if (type != "STUDY") return Find("record-type", Disk_Finding::Damage, root, "a record of type " + type);
+  if (!*has_patient) Find("patient-missing", Disk_Finding::Damage, root, "a study stands before all patients");
+  check_study(record);
+}
+
+/// The folder of a study or series; empty (told) if there is none.
+std::string Disk_CheckPrivate::find_folder(IOD_Msg const& record, std::string const& directory_file,
+                                           char const* level) {
+  std::string const path = NamedPath(Disk_FileID(Prefix().c_str(), record.Value<Dicom_CS>(kFileId), 0), directory_file);
+  if (path.empty()) return {};
+  if (!path.ends_with(kDirectoryFile)) {
+    Find("file-id-illegal", Disk_Finding::Damage, path, std::string("a ") + level + " record names no DIRFILE");
+    return {};
+  }
+  std::string const folder = FolderOf(path);
+  struct stat status {};
+  if (Util_FileSystemInterface::Current().Stat(folder.c_str(), &status) == 0) {
+    CompareWith(folder);
+    return folder;
+  }
+  Find("folder-missing", Disk_Finding::InterruptedDelete, folder, std::string("the folder of a ") + level + " is gone");
+  return {};
+}
+
+void Disk_CheckPrivate::check_study(IOD_Msg const& record) {
+  std::string const root = Prefix() + "/DICOMDIR";
+  BeginStudy(record, root);
+  std::string const folder = find_folder(record, root, "study");
+  if (folder.empty()) return;
+  Disk_LockManager lock;
+  Disk_Hold<Klb_LockFile> held;
+  if (lock.Init(folder.c_str(), 1) == -1 || held.Shared(lock) == -1)
+    return Find("study-lock", Disk_Finding::Damage, folder + "/LOCKFILE", "the study can't be locked");
+  CheckVersion(folder, true);
+  Records records;
+  std::string const path = folder + kDirectoryFile;
+  if (!load(path, &records)) return;
+  records.ForEach([&](IOD_Msg const& series) {
+    if (series.Text(kRecordType) == "SERIES") return check_series(series, path);
+    Find("record-type", Disk_Finding::Damage, path, "a record of type " + series.Text(kRecordType) + " in a study");
+  });
+  EndStudy(record, root);
+  CompareFolder(folder, {"DIRFILE", "VERSION", "LOCKFILE"}, false, AnyFolder);
+}
+
+void Disk_CheckPrivate::check_series(IOD_Msg const& record, std::string const& study_file) {
+  BeginSeries(record, study_file);
+  std::string const folder = find_folder(record, study_file, "series");
+  if (folder.empty()) return LeaveSeriesOut();
+  CheckVersion(folder, true);
+  Records records;
+  std::string const path = folder + kDirectoryFile;
+  if (!load(path, &records)) return LeaveSeriesOut();
+  records.ForEach([&](IOD_Msg const& image) {
+    std::string const type = image.Text(kRecordType);
+    if (type == "PATIENT" || type == "STUDY" || type == "SERIES" || type.empty())
+      return Find("record-type", Disk_Finding::Damage, path, "a record of type '" + type + "' in a series");
+    Disk_FileID const id(Prefix().c_str(), image.Value<Dicom_CS>(kFileId), 0);
+    CheckInstance(image, path, id, id.Path());
+  });
+  EndSeries(record, study_file);
+  CompareFolder(folder, {"DIRFILE", "VERSION"}, true, [](std::string const&) { return false; });
+}

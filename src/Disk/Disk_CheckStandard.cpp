@@ -1,0 +1,301 @@
+#include "Disk/Disk_CheckStandard.h"
+
+#include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Redo.h"
+#include "dicom/Dicom_DataSetReader.h"
+
+#include <Disk/Disk_DirectoryFile.h>
+#include <dicom/IOD_Image.h>
+#include <infra/Util_FileSystem.h>
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::uint32_t kItemHeader = 8;
+constexpr std::uint64_t kMostRedoBytes = 16 << 20;
+constexpr std::size_t kHashName = 8; // length of the name of a study's or series' folder
+constexpr Dicom_Tag kNext{0x0004, std::uint16_t(0x1400)}, kInUse{0x0004, std::uint16_t(0x1410)};
+constexpr Dicom_Tag kLower{0x0004, std::uint16_t(0x1420)}, kRecordType{0x0004, std::uint16_t(0x1430)};
+constexpr Dicom_Tag kFileId{0x0004, std::uint16_t(0x1500)};
+constexpr char const* kTypes[] = {"PATIENT", "STUDY", "SERIES"};
+constexpr int kInstance = 3;
+
+bool LooksLikeOurs(std::string const& name) {
+  return name.size() == kHashName && name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") == name.npos;
+}
+
+bool NoFolder(std::string const&) { return false; }
+
+std::string At(std::uint32_t offset) { return "offset " + std::to_string(offset); }
+
+} // namespace
+
+struct Disk_CheckStandard::Record {
+  IOD_Msg msg;
+  std::uint32_t offset = 0;
+  std::string type;
+  bool in_use = true;
+};
+
+/// What the directory files of this structure make of IDs and UIDs.
+class Disk_CheckStandard::Names : public Disk_DirectoryFile {
+public:
+  Names(Disk_FileID const& folder, Disk_DicomDir* dicomdir)
+      : Disk_DirectoryFile(folder, Disk_StoreParams::READ_ONLY, dicomdir) {}
+  /// For the folders below a study's.
+  Names Below(Dicom_UI const& uid) const {
+    Disk_FileID id = GenerateFileID(uid);
+    id.AddComponent("DIRFILE");
+    return {id, standard_dicomdir};
+  }
+  Disk_FileID Folder() const { return directory(); }
+  /// The file of an object: other media have names in lower case, or with a dot.
+  std::string ObjectPath(Dicom_CS const& id) const {
+    std::string const path = object_id(id).Path();
+    return path.empty() ? path : get_filename_to_use(path.c_str()).str();
+  }
+};
+
+Disk_CheckStandard::Disk_CheckStandard(char const* file_set_prefix, Disk_CheckOptions const& options,
+                                       Disk_CheckResult* result)
+    : Disk_Checker(file_set_prefix, true, options, result) {}
+
+Disk_CheckStandard::~Disk_CheckStandard() = default;
+
+int Disk_CheckStandard::Walk() {
+  items_.clear();
+  study_folders_.clear();
+  last_of_root_ = 0;
+  dicomdir_ = std::make_unique<Disk_DicomDir>();
+  bool const upper = Util_FileSystemInterface::Current().Access((Prefix() + "/DICOMDIR").c_str(), F_OK) == 0;
+  path_ = Prefix() + (upper ? "/DICOMDIR" : "/dicomdir");
+  if (Util_FileSystemInterface::Current().Access(path_.c_str(), F_OK) == -1) {
+    DISK_LOG(3, "Check: %s: %s\n", path_.c_str(), std::strerror(errno));
+    return -1;
+  }
+  names_ = std::make_unique<Names>(Disk_FileID(Prefix().c_str(), Dicom_CS("DICOMDIR"), 0), dicomdir_.get());
+  check_redo();
+  CheckVersion(Prefix(), false);
+  if (dicomdir_->Init(Prefix().c_str(), true, nullptr) == -1) {
+    Find("directory-file-unreadable", Disk_Finding::Damage, path_, "what stands before the records can't be read");
+    return 0;
+  }
+  if (!read_items()) return 0;
+  check_lone_numbers();
+  std::uint32_t const first = dicomdir_->GetOffsetOfTheFirstDirectoryRecord();
+  if (first != 0 && !(items_.empty() && first == dicomdir_->RecordsEnd())) walk_chain(first, 0, nullptr);
+  check_unreached();
+  bool const made_here = Util_FileSystemInterface::Current().Access((Prefix() + "/VERSION").c_str(), F_OK) == 0;
+  CompareFolder(Prefix(), study_folders_, false, made_here ? LooksLikeOurs : NoFolder);
+  return 0;
+}
+
+/// What a killed process had begun to commit counts: whoever comes next completes it.
+void Disk_CheckStandard::check_redo() {
+  Disk_Redo redo;
+  std::string const path = path_ + ".redo";
+  switch (redo.Load(path)) {
+  case Disk_Redo::Found::None:
+    break;
+  case Disk_Redo::Found::Whole:
+    Find("redo-pending", Disk_Finding::InterruptedStore, path, "the next operation completes a write that was killed");
+    break;
+  case Disk_Redo::Found::Torn:
+    Find("redo-torn", Disk_Finding::InterruptedStore, path, "a write was killed before it took effect");
+    break;
+  case Disk_Redo::Found::Unreadable:
+    Find("redo-unreadable", Disk_Finding::Damage, path, std::strerror(errno));
+  }
+}
+
+/// Finds the items one after the other, whatever links say.
+bool Disk_CheckStandard::read_items() {
+  struct stat status {};
+  std::uint32_t const begin = dicomdir_->RecordsBegin();
+  std::uint32_t end = dicomdir_->RecordsEnd();
+  if (Util_FileSystemInterface::Current().Fstat(dicomdir_->GetFd(), &status) == -1) return false;
+  check_end(end);
+  // a pending redo record adds bytes behind the end of the file, as many as one operation writes
+  std::uint64_t const most = std::uint64_t(status.st_size) + (dicomdir_->HasRedo() ? kMostRedoBytes : 0);
+  bytes_ = Util_Buffer::Make(std::size_t(std::min<std::uint64_t>(end, std::max<std::uint64_t>(most, begin)) - begin));
+  long const count = bytes_ ? dicomdir_->ReadAt(bytes_->data(), unsigned(bytes_->size()), begin) : -1;
+  if (count == -1) {
+    Find("directory-file-unreadable", Disk_Finding::Damage, path_, std::strerror(errno));
+    return false;
+  }
+  if (count < long(end - begin)) end = begin + std::uint32_t(count);
+  Dicom_TransferSyntax const& syntax = dicomdir_->Syntax();
+  Dicom_Encoding const encoding{syntax.IsExplicitVR(), syntax.IsBigEndian()};
+  char const *const first = bytes_->data(), *const stop = first + (end - begin);
+  for (char const* p = first; p < stop;) {
+    std::uint32_t const offset = begin + std::uint32_t(p - first);
+    Dicom_RawItem item;
+    if (stop - p < long(kItemHeader) || Dicom_LoadTag(p, syntax.IsBigEndian()) != kItemTag) {
+      Find("hole", Disk_Finding::Damage, path_, "no record stands at " + At(offset));
+      break;
+    }
+    if (!Dicom_ReadItem(p, stop, encoding, &item)) {
+      Find("record-cut", Disk_Finding::Damage, path_, "the record at " + At(offset) + " runs past the end");
+      break;
+    }
+    items_[offset] = {std::uint32_t(item.length), item.value};
+    p = item.next;
+  }
+  return true;
+}
+
+void Disk_CheckStandard::check_end(std::uint32_t end) {
+  struct stat status {};
+  if (Util_FileSystemInterface::Current().Fstat(dicomdir_->GetFd(), &status) == -1 || dicomdir_->HasRedo()) return;
+  if (status.st_size < off_t(end))
+    Find("length-beyond-file", Disk_Finding::Damage, path_,
+         "the records are to end at " + At(end) + ", the file ends at " + std::to_string(status.st_size));
+  char delimiter[kItemHeader] = {};
+  bool const delimited = status.st_size == off_t(end) + off_t(kItemHeader) &&
+                         dicomdir_->ReadAt(delimiter, kItemHeader, end) == long(kItemHeader) &&
+                         Dicom_LoadTag(delimiter, dicomdir_->Syntax().IsBigEndian()) == kSequenceDelimiter;
+  if (status.st_size > off_t(end) && !delimited)
+    Find("bytes-behind-records", Disk_Finding::Damage, path_, "bytes stand behind the records, from " + At(end));
+}
+
+void Disk_CheckStandard::check_lone_numbers() {
+  if (dicomdir_->Value<Dicom_US>(kConsistencyFlag) != Dicom_US(0) && dicomdir_->Has(kConsistencyFlag))
+    Find("consistency-flag", Disk_Finding::Damage, path_, "the file-set is flagged as inconsistent");
+  std::uint32_t const first = dicomdir_->GetOffsetOfTheFirstDirectoryRecord();
+  if (first == 0 && !items_.empty())
+    Find("first-record-offset", Disk_Finding::Damage, path_, "there are records, but none is the first one");
+}
+
+void Disk_CheckStandard::check_unreached() {
+  std::uint32_t const last = dicomdir_->Value<Dicom_UL>(kLastOffset);
+  if (last_of_root_ != 0 && last != last_of_root_)
+    Find("last-record-offset", Disk_Finding::Damage, path_,
+         "the last patient stands at " + At(last_of_root_) + ", the file-set says " + At(last));
+  for (auto const& [offset, item] : items_) {
+    if (item.chain != 0) continue;
+    Record record;
+    if (load(offset, 0, &record) && record.in_use)
+      Find("record-unreached", Disk_Finding::Damage, path_,
+           "no link leads to the " + record.type + " record at " + At(offset));
+  }
+}
+
+bool Disk_CheckStandard::load(std::uint32_t offset, std::uint32_t chain, Record* record) {
+  Item& item = items_[offset];
+  std::shared_ptr<Util_Buffer> const body = Util_Buffer::Make(item.length);
+  int error = -1;
+  if (body) {
+    std::memcpy(body->data(), item.body, item.length);
+    record->msg = IOD_Msg(Dicom_Msg(body, dicomdir_->Syntax(), &error));
+  }
+  item.chain = chain;
+  if (error == -1) {
+    Find("record-unreadable", Disk_Finding::Damage, path_, "the record at " + At(offset) + " can't be read");
+    return false;
+  }
+  record->offset = offset;
+  record->type = record->msg.Text(kRecordType);
+  Dicom_US const flag = record->msg.Value<Dicom_US>(kInUse);
+  record->in_use = flag != Dicom_US(0);
+  if (record->in_use && flag != Dicom_US(std::uint16_t(0xFFFF)))
+    Find("in-use-flag", Disk_Finding::Damage, path_,
+         "the record at " + At(offset) + " has no Record In-use Flag of 0 or FFFF");
+  return true;
+}
+
+void Disk_CheckStandard::explain_link(std::uint32_t offset, std::uint32_t chain) {
+  auto const found = items_.find(offset);
+  if (found != items_.end()) {
+    bool const loop = found->second.chain == chain;
+    return Find(loop ? "link-loop" : "link-shared", Disk_Finding::Damage, path_,
+                "the record at " + At(offset) + " is reached twice");
+  }
+  bool const outside = offset < dicomdir_->RecordsBegin() || offset >= dicomdir_->RecordsEnd();
+  Find(outside ? "link-outside" : "link-into-record", Disk_Finding::Damage, path_,
+       "a link leads to " + At(offset) + (outside ? ", outside of the records" : ", where no record begins"));
+}
+
+/// `parent` is the record above; null for the root.
+void Disk_CheckStandard::walk_chain(std::uint32_t offset, int level, IOD_Msg const* parent) {
+  std::uint32_t const chain = offset;
+  while (offset != 0) {
+    auto const item = items_.find(offset);
+    if (item == items_.end() || item->second.chain != 0) return explain_link(offset, chain);
+    Record record;
+    if (!load(offset, chain, &record)) return;
+    if (level == 0) last_of_root_ = offset;
+    check_record(record, level, parent);
+    offset = record.msg.Value<Dicom_UL>(kNext);
+  }
+}
+
+void Disk_CheckStandard::check_record(Record const& record, int level, IOD_Msg const* parent) {
+  std::uint32_t const below = record.msg.Value<Dicom_UL>(kLower);
+  for (int other = 0; other < kInstance; ++other)
+    if (record.type == kTypes[other] && other != level) {
+      Find("record-type", Disk_Finding::Damage, path_,
+           "a " + record.type + " record in a chain of another level, at " + At(record.offset));
+      return;
+    }
+  if (!record.in_use) return mark_deleted(below, level + 1);
+  if (level == kInstance) return check_instance(record.msg);
+  if (record.type != kTypes[level]) return; // of no level that is kept here
+  if (level == 0) {
+    BeginPatient(record.msg);
+    walk_chain(below, level + 1, &record.msg);
+    return EndPatient();
+  }
+  if (level == 1) {
+    BeginStudy(record.msg, path_);
+    walk_chain(below, level + 1, &record.msg);
+    EndStudy(record.msg, path_);
+    compare_folders(record.msg, nullptr);
+    return;
+  }
+  BeginSeries(record.msg, path_);
+  walk_chain(below, level + 1, &record.msg);
+  EndSeries(record.msg, path_);
+  if (parent) compare_folders(*parent, &record.msg);
+}
+
+/// What stands below a record that was deleted is deleted too.
+void Disk_CheckStandard::mark_deleted(std::uint32_t offset, int level) {
+  std::uint32_t const chain = offset;
+  while (offset != 0) {
+    auto const item = items_.find(offset);
+    if (item == items_.end() || item->second.chain != 0) return explain_link(offset, chain);
+    Record record;
+    if (!load(offset, chain, &record)) return;
+    if (record.in_use)
+      Find("live-below-deleted", Disk_Finding::Damage, path_,
+           "the " + record.type + " record at " + At(record.offset) + " is in use, the one above isn't");
+    if (level < kInstance) mark_deleted(record.msg.Value<Dicom_UL>(kLower), level + 1);
+    offset = record.msg.Value<Dicom_UL>(kNext);
+  }
+}
+
+void Disk_CheckStandard::check_instance(IOD_Msg const& record) {
+  Dicom_CS const id = record.Value<Dicom_CS>(kFileId);
+  CheckInstance(record, path_, Disk_FileID(Prefix().c_str(), id, 0), names_->ObjectPath(id));
+}
+
+/// The folder of a series or, without one, of a study. On other media there is none.
+void Disk_CheckStandard::compare_folders(IOD_Msg const& study, IOD_Msg const* series) {
+  Names const below = names_->Below(study.GetStudyInstanceUID());
+  if (!series) {
+    study_folders_.insert(below.Folder().GetID().GetText());
+    CheckVersion(below.Folder().Path(), false);
+    CompareFolder(below.Folder().Path(), series_folders_, false, LooksLikeOurs);
+    return series_folders_.clear();
+  }
+  Disk_FileID const folder = below.Below(series->GetSeriesInstanceUID()).Folder();
+  std::string const path = folder.Path();
+  series_folders_.insert(path.substr(path.rfind('/') + 1));
+  CheckVersion(path, false);
+  CompareFolder(path, {"VERSION"}, true, NoFolder);
+}

@@ -1,0 +1,47 @@
+#pragma once
+#include "Disk/Disk_Checker.h"
+
+#include <Disk/Disk_DicomDir.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <unordered_map>
+
+/// The standard structure: all records in one DICOMDIR, in chains linked by offsets.
+class Disk_CheckStandard : public Disk_Checker {
+public:
+  Disk_CheckStandard(char const* file_set_prefix, Disk_CheckOptions const& options, Disk_CheckResult* result);
+  ~Disk_CheckStandard() override;
+
+private:
+  struct Record;
+  class Names;
+  struct Item {
+    std::uint32_t length; // of the body
+    char const* body;
+    std::uint32_t chain = 0; // the place where the chain begins that leads here
+  };
+
+  int Walk() override;
+  void check_redo();
+  bool read_items();
+  void check_end(std::uint32_t end);
+  void check_lone_numbers();
+  void check_unreached();
+  void walk_chain(std::uint32_t offset, int level, IOD_Msg const* parent);
+  bool load(std::uint32_t offset, std::uint32_t chain, Record* record);
+  void explain_link(std::uint32_t offset, std::uint32_t chain);
+  void check_record(Record const& record, int level, IOD_Msg const* parent);
+  void check_instance(IOD_Msg const& record);
+  void mark_deleted(std::uint32_t offset, int level);
+  void compare_folders(IOD_Msg const& study, IOD_Msg const* series);
+
+  std::string path_; // of the DICOMDIR
+  std::unique_ptr<Disk_DicomDir> dicomdir_;
+  std::unique_ptr<Names> names_;
+  std::shared_ptr<Util_Buffer> bytes_;
+  std::map<std::uint32_t, Item> items_; // by their place
+  std::uint32_t last_of_root_ = 0;
+  std::set<std::string> study_folders_, series_folders_; // names, of the studies and of the series of one study
+};

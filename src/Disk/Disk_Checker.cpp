@@ -1,0 +1,336 @@
+#include "Disk/Disk_Checker.h"
+
+#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_VersionFile.h"
+
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <infra/Util_FileSystem.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+constexpr Dicom_Tag kRelatedSeries{0x0020, std::uint16_t(0x1206)};
+constexpr Dicom_Tag kStudyRelatedImages{0x0020, std::uint16_t(0x1208)};
+constexpr Dicom_Tag kSeriesRelatedImages{0x0020, std::uint16_t(0x1209)};
+constexpr Dicom_Tag kSopInstanceInFile{0x0004, std::uint16_t(0x1511)};
+constexpr Dicom_Tag kSyntaxInFile{0x0004, std::uint16_t(0x1512)};
+constexpr std::uint64_t kObjectsPerLock = 16;
+
+Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current(); }
+
+/// The number that a counter's text states, -1 for none.
+long Number(std::string const& text) {
+  std::size_t const first = text.find_first_not_of(' '), last = text.find_last_not_of(' ');
+  if (first == text.npos || last - first > 9) return -1;
+  long number = 0;
+  for (std::size_t i = first; i <= last; ++i) {
+    if (text[i] < '0' || text[i] > '9') return -1;
+    number = number * 10 + (text[i] - '0');
+  }
+  return number;
+}
+
+} // namespace
+
+Disk_Checker::Disk_Checker(char const* file_set_prefix, bool standard, Disk_CheckOptions const& options,
+                           Disk_CheckResult* result)
+    : prefix_(file_set_prefix), standard_(standard), options_(options), result_(result) {}
+
+/// A store takes the file-set's lock twice, and what it wrote below shows in between. So what an operation can explain
+/// is looked at once more when somebody has written meanwhile.
+int Disk_Checker::Run() {
+  constexpr int kMostWalks = 4;
+  constexpr std::chrono::milliseconds kPause{100};
+  if (lock_.Init(prefix_.c_str(), 1) == -1) return -1;
+  for (int walks = 1;; ++walks) {
+    Disk_Hold<Klb_LockFile> held;
+    if (held.Shared(lock_) == -1) return -1;
+    reset();
+    version_ = Disk_ReadVersion(prefix_ + "/VERSION");
+    if (Walk() == -1) return -1;
+    find_unnamed();
+    auto const& findings = result_->findings;
+    bool const under_way =
+        std::any_of(findings.begin(), findings.end(), [](auto const& f) { return f.cause != Disk_Finding::Damage; });
+    if (!under_way || walks == kMostWalks) break;
+    held.Release();
+    std::this_thread::sleep_for(kPause);
+    if (!has_moved()) break;
+  }
+  return options_.deep ? read_objects() : 0;
+}
+
+bool Disk_Checker::has_moved() const { return Disk_ReadVersion(prefix_ + "/VERSION") != version_; }
+
+void Disk_Checker::reset() {
+  *result_ = {};
+  where_ = {};
+  studies_.clear();
+  named_.clear();
+  unnamed_.clear();
+  objects_.clear();
+}
+
+void Disk_Checker::Find(char const* kind, Cause cause, std::string path, std::string text) {
+  DISK_LOG(4, "Check: %s: %s: %s\n", path.c_str(), kind, text.c_str());
+  ++result_->n_findings;
+  if (result_->findings.size() == Disk_CheckResult::kMostFindings) return;
+  result_->findings.push_back(
+      {kind, cause, where_.patient, where_.study, where_.series, where_.instance, std::move(path), std::move(text)});
+}
+
+// The hierarchy
+
+void Disk_Checker::BeginPatient(IOD_Msg const& record) {
+  where_ = {record.GetPatientID().GetText(), {}, {}, {}};
+  ++result_->patients;
+  studies_of_patient_ = 0;
+}
+
+void Disk_Checker::EndPatient() {
+  if (!where_.patient.empty() && studies_of_patient_ == 0)
+    Find("patient-empty", Disk_Finding::Damage, prefix_ + "/DICOMDIR", "the patient has no study");
+  where_ = {};
+}
+
+/// Whether a record has a UID that no other below the same record has.
+bool Disk_Checker::check_uid(std::string const& uid, std::unordered_set<std::string>& known, char const* level,
+                             std::string const& path) {
+  if (uid.empty()) {
+    Find("uid-missing", Disk_Finding::Damage, path, std::string("a ") + level + " record has no Instance UID");
+    return false;
+  }
+  if (!known.insert(uid).second)
+    Find("uid-twice", Disk_Finding::Damage, path, std::string("two ") + level + " records have the same Instance UID");
+  return true;
+}
+
+bool Disk_Checker::BeginStudy(IOD_Msg const& record, std::string const& path) {
+  where_ = {where_.patient, record.GetStudyInstanceUID().GetText(), {}, {}};
+  ++result_->studies;
+  ++studies_of_patient_;
+  series_of_study_ = images_of_study_ = 0;
+  images_unknown_ = false;
+  modalities_.clear();
+  series_.clear();
+  return check_uid(where_.study, studies_, "study", path);
+}
+
+bool Disk_Checker::BeginSeries(IOD_Msg const& record, std::string const& path) {
+  where_.series = record.GetSeriesInstanceUID().GetText();
+  where_.instance.clear();
+  series_where_ = std::make_shared<Where const>(where_);
+  ++result_->series;
+  ++series_of_study_;
+  images_of_series_ = 0;
+  instances_.clear();
+  if (std::string modality = record.GetModality().GetText(); !modality.empty())
+    modalities_.push_back(std::move(modality));
+  return check_uid(where_.series, series_, "series", path);
+}
+
+void Disk_Checker::EndSeries(IOD_Msg const& record, std::string const& path) {
+  where_.instance.clear();
+  images_of_study_ += images_of_series_;
+  if (images_of_series_ == 0) Find("series-empty", unfinished_delete(), path, "the series holds no image");
+  check_counter(record, kSeriesRelatedImages, "series-image-count", "Number of Series Related Images",
+                images_of_series_, path);
+  if (!standard_)
+    compare_count(long(unsigned(record.GetNumberOfImages())), "series-image-count", "the private number of images",
+                  images_of_series_, path);
+}
+
+void Disk_Checker::EndStudy(IOD_Msg const& record, std::string const& path) {
+  where_.series.clear();
+  where_.instance.clear();
+  if (series_of_study_ == 0) Find("study-empty", unfinished_delete(), path, "the study holds no series");
+  check_counter(record, kRelatedSeries, "study-series-count", "Number of Study Related Series", series_of_study_, path);
+  if (!images_unknown_)
+    check_counter(record, kStudyRelatedImages, "study-image-count", "Number of Study Related Images", images_of_study_,
+                  path);
+  if (!standard_)
+    compare_count(long(unsigned(record.GetNumberOfSeries())), "study-series-count", "the private number of series",
+                  series_of_study_, path);
+  check_modalities(record, path);
+}
+
+void Disk_Checker::check_counter(IOD_Msg const& record, Dicom_Tag const& tag, char const* kind, char const* what,
+                                 int count, std::string const& path) {
+  std::string const text = record.Text(tag);
+  if (standard_ && text.empty()) return; // other systems needn't count
+  long const stated = Number(text);
+  if (stated == -1)
+    Find("counter-invalid", Disk_Finding::Damage, path, std::string(what) + " is '" + text + "', which is no number");
+  else
+    compare_count(stated, kind, what, count, path);
+}
+
+void Disk_Checker::compare_count(long stated, char const* kind, char const* what, int count, std::string const& path) {
+  if (stated == count) return;
+  // in the standard structure an operation takes effect as a whole
+  Cause const cause = standard_        ? Disk_Finding::Damage
+                      : stated < count ? Disk_Finding::InterruptedStore
+                                       : Disk_Finding::InterruptedDelete;
+  Find(kind, cause, path,
+       std::string(what) + " is " + std::to_string(stated) + ", but there are " + std::to_string(count));
+}
+
+void Disk_Checker::check_modalities(IOD_Msg const& record, std::string const& path) {
+  std::string const stated = record.GetModalitiesInStudy().GetText();
+  if (standard_ && stated.empty()) return;
+  for (std::string const& modality : modalities_)
+    if (stated.find(modality) == stated.npos) {
+      Find("modality-missing", standard_ ? Disk_Finding::Damage : Disk_Finding::InterruptedStore, path,
+           "a series is of modality " + modality + ", the study's record says " + stated);
+      break;
+    }
+  if (standard_) return; // whose record keeps what it had once
+  Dicom_CS const values = record.GetModalitiesInStudy();
+  for (int i = 0; i < values.GetNValues(); ++i)
+    if (std::find(modalities_.begin(), modalities_.end(), values.ValueView(i)) == modalities_.end())
+      return Find("modality-extra", Disk_Finding::InterruptedDelete, path,
+                  "the study's record says " + stated + ", but no series is of modality " +
+                      std::string(values.ValueView(i)));
+}
+
+void Disk_Checker::CheckInstance(IOD_Msg const& record, std::string const& directory_file, Disk_FileID const& id,
+                                 std::string const& path) {
+  std::string uid = record.GetSOPInstanceUID().GetText();
+  if (uid.empty()) uid = record.Text(kSopInstanceInFile);
+  where_.instance = uid;
+  ++result_->instances;
+  ++images_of_series_;
+  check_uid(uid, instances_, "instance", directory_file);
+  if (NamedPath(id, directory_file).empty()) return;
+  struct stat status {};
+  if (System().Stat(path.c_str(), &status) == -1) {
+    if (errno == ENOENT)
+      return Find("object-missing", Disk_Finding::InterruptedDelete, path, "the object's file doesn't exist");
+    return Find("object-unreadable", Disk_Finding::Damage, path, std::strerror(errno));
+  }
+  if (!S_ISREG(status.st_mode))
+    return Find("object-not-a-file", Disk_Finding::Damage, path, "what stands in place of the object is no file");
+  if (status.st_size == 0) return Find("object-empty", Disk_Finding::Damage, path, "the object's file is empty");
+  if (options_.deep) objects_.push_back({series_where_, uid, record.Text(kSyntaxInFile), path});
+}
+
+// Files
+
+std::string Disk_Checker::NamedPath(Disk_FileID const& id, std::string const& directory_file) {
+  std::string path = id.Path();
+  if (id.GetID() == CS_NULL) {
+    Find("file-id-missing", Disk_Finding::Damage, directory_file, "a record names no file");
+    return {};
+  }
+  if (path.empty()) {
+    Find("file-id-illegal", Disk_Finding::Damage, directory_file,
+         "a record names a file that can't be one: " + id.GetID().GetText());
+    return {};
+  }
+  if (named_.insert(path).second) return path;
+  Find("file-id-shared", Disk_Finding::Damage, path, "two records name this file");
+  return {};
+}
+
+void Disk_Checker::CheckVersion(std::string const& folder, bool required) {
+  std::string const path = folder + "/VERSION";
+  struct stat status {};
+  if (System().Stat(path.c_str(), &status) == -1) {
+    if (required) Find("version-missing", Disk_Finding::InterruptedStore, path, "the directory file has no VERSION");
+  } else if (status.st_size != 4 || Disk_ReadVersion(path) < 1) {
+    Find("version-invalid", Disk_Finding::Damage, path, "VERSION holds no number of writes");
+  }
+}
+
+bool Disk_Checker::CompareFolder(std::string const& folder, std::set<std::string> const& own, bool files_count,
+                                 bool (*is_ours)(std::string const& name)) {
+  using Entry = Util_FileSystemInterface::Entry;
+  std::vector<Entry> entries;
+  if (System().List(folder.c_str(), entries) == -1) return false;
+  for (Entry const& entry : entries) {
+    bool const is_folder = entry.type == Entry::Directory;
+    bool const temporary = !is_folder && entry.name.ends_with(".tmp");
+    if (own.count(entry.name) || (!is_folder && !files_count && !temporary)) continue;
+    if (temporary && !files_count && !own.count(entry.name.substr(0, entry.name.size() - 4))) continue;
+    if (is_folder && !is_ours(entry.name)) continue;
+    unnamed_.push_back({where_, folder + "/" + entry.name, is_folder});
+  }
+  return true;
+}
+
+bool Disk_Checker::is_named(Unnamed const& entry) const {
+  if (named_.count(entry.path)) return true;
+  if (!entry.is_folder) return false;
+  return std::any_of(named_.begin(), named_.end(),
+                     [start = entry.path + "/"](std::string const& path) { return path.starts_with(start); });
+}
+
+void Disk_Checker::find_unnamed() {
+  std::sort(unnamed_.begin(), unnamed_.end(), [](Unnamed const& a, Unnamed const& b) { return a.path < b.path; });
+  for (Unnamed const& entry : unnamed_) {
+    if (is_named(entry)) continue;
+    where_ = entry.where;
+    if (entry.path.ends_with(".tmp"))
+      Find("temporary-file", Disk_Finding::InterruptedStore, entry.path, "a write was interrupted; it has no meaning");
+    else if (entry.is_folder)
+      Find("folder-unnamed", Disk_Finding::InterruptedStore, entry.path, "no record names the folder");
+    else
+      Find("file-unnamed", Disk_Finding::InterruptedStore, entry.path, "no record names the file");
+  }
+}
+
+// Objects
+
+/// The lock is given up now and then, so that writers get on. What they change is told by the file-set's version.
+int Disk_Checker::read_objects() {
+  std::uint64_t const all = objects_.size();
+  for (std::uint64_t done = 0; done < all;) {
+    Disk_Hold<Klb_LockFile> held;
+    if (held.Shared(lock_) == -1) return -1;
+    for (std::uint64_t i = 0; i < kObjectsPerLock && done < all; ++i)
+      read_object(objects_[done++]);
+    if (options_.progress && !options_.progress(done, all)) return -1;
+  }
+  return 0;
+}
+
+void Disk_Checker::read_object(Object const& object) {
+  where_ = *object.where;
+  where_.instance = object.instance;
+  Util_File file;
+  file.no_original_buffer = 1;
+  int const found = file.GetFile(object.path.c_str(), 0, nullptr);
+  if (found == -1 && errno == ENOENT && has_moved()) return; // deleted since
+  ++result_->objects_read;
+  int const cause = errno;
+  std::unique_ptr<IOD_Msg> const msg(found == -1 ? nullptr : file.operator IOD_Msg*());
+  if (!msg)
+    return Find("object-unreadable", Disk_Finding::Damage, object.path,
+                found == -1 ? std::strerror(cause) : file.GetError());
+  compare_uids(*msg, object);
+  // a store's record tells the native syntax, whatever the file is going to hold
+  std::string const syntax = file.GetTransferSyntax().GetText();
+  if (object.syntax.empty() || object.syntax == Dicom_UIDic::NATIVE_TRANSFER_SYNTAX.GetText()) return;
+  if (object.syntax != syntax)
+    Find("object-syntax", Disk_Finding::Damage, object.path,
+         "the record says transfer syntax " + object.syntax + ", the file " + syntax);
+}
+
+void Disk_Checker::compare_uids(IOD_Msg const& read, Object const& object) {
+  struct {
+    char const *kind, *name;
+    std::string in_record, in_object;
+  } const uids[] = {
+      {"object-study-uid", "Study Instance UID", object.where->study, read.GetStudyInstanceUID().GetText()},
+      {"object-series-uid", "Series Instance UID", object.where->series, read.GetSeriesInstanceUID().GetText()},
+      {"object-instance-uid", "SOP Instance UID", object.instance, read.GetSOPInstanceUID().GetText()}};
+  for (auto const& uid : uids)
+    if (!uid.in_record.empty() && uid.in_record != uid.in_object)
+      Find(uid.kind, Disk_Finding::Damage, object.path,
+           std::string("the record says ") + uid.name + " " + uid.in_record + ", the object " + uid.in_object);
+}

@@ -1,0 +1,4 @@
+#pragma once
+#include "Command.h"
+
+Command AddCheck(CLI::App& app);
