@@ -70,7 +70,7 @@ Disk_CheckStandard::~Disk_CheckStandard() = default;
 int Disk_CheckStandard::Walk() {
   items_.clear();
   study_folders_.clear();
-  last_of_root_ = 0;
+  last_of_root_ = n_chains_ = 0;
   dicomdir_ = std::make_unique<Disk_DicomDir>();
   bool const upper = Util_FileSystemInterface::Current().Access((Prefix() + "/DICOMDIR").c_str(), F_OK) == 0;
   path_ = Prefix() + (upper ? "/DICOMDIR" : "/dicomdir");
@@ -222,7 +222,7 @@ void Disk_CheckStandard::explain_link(std::uint32_t offset, std::uint32_t chain)
 
 /// `parent` is the record above; null for the root.
 void Disk_CheckStandard::walk_chain(std::uint32_t offset, int level, IOD_Msg const* parent) {
-  std::uint32_t const chain = offset;
+  std::uint32_t const chain = ++n_chains_;
   while (offset != 0) {
     auto const item = items_.find(offset);
     if (item == items_.end() || item->second.chain != 0) return explain_link(offset, chain);
@@ -265,7 +265,7 @@ void Disk_CheckStandard::check_record(Record const& record, int level, IOD_Msg c
 
 /// What stands below a record that was deleted is deleted too.
 void Disk_CheckStandard::mark_deleted(std::uint32_t offset, int level) {
-  std::uint32_t const chain = offset;
+  std::uint32_t const chain = ++n_chains_;
   while (offset != 0) {
     auto const item = items_.find(offset);
     if (item == items_.end() || item->second.chain != 0) return explain_link(offset, chain);

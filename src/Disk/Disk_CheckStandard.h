@@ -20,7 +20,7 @@ private:
   struct Item {
     std::uint32_t length; // of the body
     char const* body;
-    std::uint32_t chain = 0; // the place where the chain begins that leads here
+    std::uint32_t chain = 0; // the number of the chain that leads here
   };
 
   int Walk() override;
@@ -42,6 +42,7 @@ private:
   std::unique_ptr<Names> names_;
   std::shared_ptr<Util_Buffer> bytes_;
   std::map<std::uint32_t, Item> items_; // by their place
+  std::uint32_t n_chains_ = 0;          // so far
   std::uint32_t last_of_root_ = 0;
   std::set<std::string> study_folders_, series_folders_; // names, of the studies and of the series of one study
 };

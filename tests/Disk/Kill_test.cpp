@@ -2,44 +2,18 @@
 // that the next open succeeds, everything acknowledged is found and fetched, and the DICOMDIR has neither holes nor
 // links that lead nowhere; readers who can't write see the same.
 #include "support/DicomdirWalk.h"
-#include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
+#include "support/Kill.h"
 
 #include <set>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-bool Writes(std::string_view call) {
-  static std::set<std::string_view> const calls{"Write",  "Pwrite", "Writev", "Fsync",    "Fdatasync",
-                                                "Rename", "Mkdir",  "Unlink", "Ftruncate"};
-  return calls.count(call) != 0;
-}
-
 class KillTest : public FileSetTest {
 protected:
   KillTest() { structure = Disk_StoreParams::STANDARD_STRUCTURE; }
-
-  /// Runs `work` in a process that ends at its write call number `point`. True if it came to its end before.
-  template <class Work>
-  static bool RunUntil(int point, Work work) {
-    pid_t const child = fork();
-    if (child == 0) {
-      int left = point;
-      FaultyFileSystem const killing([&left](std::string_view call, char const*) {
-        if (Writes(call) && --left == 0) _exit(9);
-        return 0;
-      });
-      _exit(work() ? 0 : 1);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != 1) << "the operation failed by itself";
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  }
 
   bool StoreOne(Phantom::Object const& object) {
     auto root = Open();

@@ -1,7 +1,7 @@
 // Six processes store into one study and into their own, query and fetch at once. Afterwards records, counters and
 // files agree, and everything that was acknowledged is there.
-#include "support/DicomdirWalk.h"
 #include "support/FileSetFixture.h"
+#include "support/TestImage.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -64,48 +64,6 @@ protected:
     }
     return uids;
   }
-
-  using Note = std::function<void(std::string const& uid, std::string file)>;
-
-  void CheckDirectoryFiles(Note const& note, int* studies) {
-    auto const below = [this](IOD_Msg const& record) {
-      std::string file = record.GetReferencedFileID().GetText();
-      std::replace(file.begin(), file.end(), '\\', '/');
-      return Records(file);
-    };
-    for (auto const& study : Records("DICOMDIR")) {
-      if (study->Text(Dicom_Tag(0x0004, 0x1430)) != "STUDY") continue;
-      ++*studies;
-      int images = 0;
-      auto const series_records = below(*study);
-      EXPECT_EQ(int(study->GetNumberOfStudyRelatedSeries()), int(series_records.size()));
-      for (auto const& series : series_records) {
-        auto const instances = below(*series);
-        EXPECT_EQ(int(series->GetNumberOfSeriesRelatedImages()), int(instances.size()));
-        images += int(instances.size());
-        for (auto const& instance : instances)
-          note(instance->GetSOPInstanceUID().GetText(), instance->GetReferencedFileID().GetText());
-      }
-      EXPECT_EQ(int(study->GetNumberOfStudyRelatedImages()), images);
-    }
-  }
-
-  void CheckDicomdir(Note const& note, int* studies) {
-    DicomdirWalk const walk(At("DICOMDIR"));
-    EXPECT_EQ(walk.problems, std::vector<std::string>());
-    for (auto const* study : walk.Level(1)) {
-      ++*studies;
-      std::size_t images = 0;
-      EXPECT_EQ(study->Number(0x00201206), int(study->children.size()));
-      for (auto const& series : study->children) {
-        EXPECT_EQ(series.Number(0x00201209), int(series.children.size()));
-        images += series.children.size();
-        for (auto const& instance : series.children)
-          note(instance.Text(0x00041511), instance.Text(0x00041500));
-      }
-      EXPECT_EQ(study->Number(0x00201208), int(images));
-    }
-  }
 };
 
 INSTANTIATE_TEST_SUITE_P(Structures, ProcessesTest, kBothStructures, StructureName);
@@ -130,23 +88,67 @@ TEST_P(ProcessesTest, StoreQueryAndFetchAtOnce) {
   std::set<std::string> const acknowledged = Acknowledged();
   ASSERT_GT(acknowledged.size(), 10u);
 
-  // records, counters and files
-  std::set<std::string> recorded, files;
-  int studies = 0;
-  auto const note = [&](std::string const& uid, std::string file) {
-    EXPECT_TRUE(recorded.insert(uid).second) << "one record for each object";
-    std::replace(file.begin(), file.end(), '\\', '/');
-    EXPECT_TRUE(files.insert(file).second) << file;
-  };
-  if (structure)
-    CheckDicomdir(note, &studies);
-  else
-    CheckDirectoryFiles(note, &studies);
-  EXPECT_LE(studies, kProcesses + 1);
+  ExpectSound();
+  EXPECT_EQ(Check().instances, acknowledged.size());
+  SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
+  identifier.SetSOPInstanceUID(UI_NULL);
+  Dicom_Sequence results;
+  EXPECT_EQ(Open()->Query(identifier, 1, &results), 0);
+  std::set<std::string> recorded;
+  for (int i = 0; i < results.GetNItems(); ++i)
+    recorded.insert(static_cast<IOD_Msg const*>(results.Get(i))->GetSOPInstanceUID().GetText());
   EXPECT_EQ(recorded, acknowledged);
-  for (auto const& [name, size] : Files()) {
-    EXPECT_FALSE(name.ends_with(".tmp")) << name;
-    std::string const base = name.substr(name.rfind('/') + 1);
-    EXPECT_TRUE(!base.starts_with("I") || files.count(name) == 1) << name << " has no record";
+}
+
+// A fetch gives a whole object or none, while its study is deleted and stored again.
+TEST_P(ProcessesTest, DeleteAndFetchAtOnce) {
+  auto const end = std::chrono::steady_clock::now() + Duration();
+  constexpr int kStudies = 3, kImages = 4;
+  auto const object = [](int study, int image) { return Phantom::Object{.study = study, .image = image, .size = 32}; };
+  for (int study = 1; study <= kStudies; ++study)
+    for (int image = 1; image <= kImages; ++image)
+      ASSERT_EQ(Store(*Open(), *Phantom::Make(object(study, image))), 0);
+  pid_t const child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    auto root = Open();
+    Disk_SupportPar par;
+    par.delete_supported = 1;
+    root->SetSupportPar(par);
+    std::minstd_rand random(7);
+    int failures = 0;
+    while (std::chrono::steady_clock::now() < end) {
+      int const study = int(random() % kStudies) + 1;
+      int error = 0;
+      SCL_MoveIdentifier identifier(SCL_QueryRetrieveLevel::STUDY, &error);
+      identifier.SetStudyInstanceUID(Phantom::StudyUid(object(study, 1)));
+      MXL_SubOperationsReport report;
+      SCL_ResponseStatus status;
+      failures += root->Delete(identifier, 1, &report, status) == -1;
+      for (int image = 1; image <= kImages; ++image)
+        failures += Store(*root, *Phantom::Make(object(study, image))) == -1;
+    }
+    std::_Exit(std::min(failures, 100));
   }
+  auto root = Open();
+  std::minstd_rand random(8);
+  int whole = 0, missing = 0;
+  while (std::chrono::steady_clock::now() < end) {
+    auto const wanted = Phantom::Make(object(int(random() % kStudies) + 1, int(random() % kImages) + 1));
+    auto const fetched = Fetch(*root, Uids(*wanted));
+    missing += !fetched;
+    whole += fetched != nullptr;
+    if (fetched) {
+      ASSERT_EQ(fetched->GetSOPInstanceUID(), wanted->GetSOPInstanceUID());
+      ASSERT_EQ(*fetched->Get(kPixelData), *wanted->Get(kPixelData));
+    }
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "failures of the deleter";
+  EXPECT_GT(whole, 10);
+  EXPECT_GT(missing, 0);
+  std::printf("%d whole, %d not found\n", whole, missing);
+  ExpectSound();
 }

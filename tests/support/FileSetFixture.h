@@ -5,6 +5,7 @@
 #include "support/LogCapture.h"
 #include "support/TempDirectory.h"
 
+#include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <dicom/Util_File.h>
 #include <infra/Klb_GError.h>
@@ -92,6 +93,24 @@ protected:
     IOD_Msg* object = nullptr;
     int const result = root.GetOne(identifier, 1, &object, nullptr);
     return std::unique_ptr<IOD_Msg>(result == 0 ? object : nullptr);
+  }
+
+  /// What the check finds, objects included.
+  Disk_CheckResult Check() const {
+    Disk_CheckResult result;
+    Disk_CheckOptions options;
+    options.deep = true;
+    EXPECT_EQ(Disk_Check(Prefix().c_str(), structure, options, &result), 0);
+    return result;
+  }
+  void ExpectSound() const {
+    for (Disk_Finding const& finding : Check().findings)
+      ADD_FAILURE() << finding.path << ": " << finding.kind << ": " << finding.text;
+  }
+  /// Interrupted operations may leave what repeating them mends, and nothing else.
+  void ExpectNoDamage() const {
+    for (Disk_Finding const& finding : Check().findings)
+      EXPECT_NE(finding.cause, Disk_Finding::Damage) << finding.path << ": " << finding.kind << ": " << finding.text;
   }
 
   TempDirectory directory;

@@ -1,0 +1,252 @@
+// The check finds each kind of damage, and nothing in a sound file-set. Every row breaks a copy of a small one.
+#include "support/DicomdirWalk.h"
+#include "support/FileSetFixture.h"
+
+#include <functional>
+#include <infra/Util_FileSystem.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+constexpr unsigned kPrivate = 0, kStandard = Disk_StoreParams::STANDARD_STRUCTURE;
+constexpr auto kDamage = Disk_Finding::Damage;
+constexpr auto kStore = Disk_Finding::InterruptedStore, kDelete = Disk_Finding::InterruptedDelete;
+
+// Two patients; the first has two studies, the first study two series of two images each.
+class Broken : public FileSetTest {
+public:
+  explicit Broken(unsigned with_structure = 0) { structure = with_structure; }
+  void TestBody() override {}
+  void StoreAll() {
+    auto root = Open();
+    int const objects[][4] = {{1, 1, 1, 1}, {1, 1, 1, 2}, {1, 1, 2, 1}, {1, 1, 2, 2}, {1, 2, 1, 1}, {2, 1, 1, 1}};
+    for (auto const& [patient, study, series, image] : objects) {
+      auto msg = Phantom::Make({.patient = patient, .study = study, .series = series, .image = image, .size = 16});
+      ASSERT_EQ(Store(*root, *msg), 0);
+    }
+  }
+  std::string Path(std::string const& name = {}) const { return name.empty() ? Prefix() : At(name); }
+
+  // The `number`th of the files whose relative name ends so, in alphabetical order.
+  std::string Find(std::string const& end, std::size_t number = 0) const {
+    for (auto const& [name, size] : Files())
+      if (name.ends_with(end) && number-- == 0) return At(name);
+    ADD_FAILURE() << "no " << end;
+    return {};
+  }
+  std::string Object(std::size_t number = 0) const { return Find("0", number); } // none of the others ends so
+  std::string SeriesFolder() const { return fs::path(Object()).parent_path(); }
+  std::string SeriesFile() const { return SeriesFolder() + "/DIRFILE"; }
+  std::string StudyFolder() const { return fs::path(SeriesFolder()).parent_path(); }
+  std::string StudyFile() const { return StudyFolder() + "/DIRFILE"; }
+  std::string RootFile() const { return At("DICOMDIR"); }
+
+  // Private: the records of a directory file are changed.
+  using Messages = std::vector<std::unique_ptr<IOD_Msg>>;
+  void Edit(std::string const& path, std::function<void(Messages&)> const& change) const {
+    std::string const name = fs::relative(path, Prefix());
+    Messages records = Records(name);
+    change(records);
+    Dicom_Sequence sequence;
+    for (auto& record : records)
+      sequence.Append(record.get(), false);
+    std::string id = name;
+    std::replace(id.begin(), id.end(), '/', '\\');
+    EXPECT_EQ(Disk_DirectoryFile(Disk_FileID(Prefix().c_str(), Dicom_CS(id), 0), 0, nullptr).Write(sequence), 0);
+  }
+  static auto SetFirst(Dicom_Tag tag, std::string const& text) {
+    return [tag, text](Messages& records) { EXPECT_EQ(records[0]->Set(tag, Dicom_CS(text)), 0); };
+  }
+  // The study's counters and modalities stand in the root, behind the record of the patient.
+  template <class Value>
+  void EditStudy(Dicom_Tag tag, Value value) const {
+    Edit(RootFile(), [&](Messages& records) { EXPECT_EQ(records[1]->Set(tag, value), 0); });
+  }
+
+  // Standard: bytes are changed in their place.
+  DicomdirWalk Walk() const { return DicomdirWalk(RootFile()); }
+  void Patch(std::size_t place, std::string const& bytes) const {
+    std::fstream file(RootFile(), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(std::streamoff(place));
+    file << bytes;
+  }
+  static std::string Bytes(std::uint32_t number) { return {reinterpret_cast<char const*>(&number), 4}; }
+  // Where the value of an element stands; `from` is the start of a record, or 0 for what is before them.
+  std::size_t ValueAt(std::uint32_t from, std::uint32_t tag) const {
+    std::string const content = directory.Read("DICOMDIR");
+    char const pattern[] = {char(tag >> 16), char(tag >> 24), char(tag), char(tag >> 8)};
+    return content.find(std::string(pattern, 4), from) + 8;
+  }
+  void SetNumber(std::uint32_t from, std::uint32_t tag, std::uint32_t value) const {
+    Patch(ValueAt(from, tag), Bytes(value));
+  }
+  std::uint32_t Place(int level, std::size_t number = 0) const { return Walk().Level(level).at(number)->place; }
+  void Swap(std::string const& a, std::string const& b) const {
+    fs::rename(a, At("swap"));
+    fs::rename(b, a);
+    fs::rename(At("swap"), b);
+  }
+  using FileSetTest::Check;
+  using FileSetTest::directory;
+  using FileSetTest::Files;
+};
+
+struct Row {
+  char const* kind;
+  unsigned structure;
+  Disk_Finding::Cause cause;
+  std::function<void(Broken&)> damage;
+};
+
+constexpr Dicom_Tag kType{0x0004, std::uint16_t(0x1430)}, kFileId{0x0004, std::uint16_t(0x1500)};
+constexpr Dicom_Tag kModalities{0x0008, std::uint16_t(0x0061)}, kInstance{0x0008, std::uint16_t(0x0018)};
+constexpr Dicom_Tag kStudySeries{0x0020, std::uint16_t(0x1206)}, kStudyImages{0x0020, std::uint16_t(0x1208)};
+constexpr Dicom_Tag kSeriesImages{0x0020, std::uint16_t(0x1209)};
+constexpr std::uint32_t kFirst = 0x00041200, kLast = 0x00041202, kFlag = 0x00041212;
+constexpr std::uint32_t kNext = 0x00041400, kInUse = 0x00041410, kLower = 0x00041420;
+
+Row const kRows[] = {
+    // objects, in either structure
+    {"object-missing", kPrivate, kDelete, [](Broken& b) { fs::remove(b.Object()); }},
+    {"object-missing", kStandard, kDelete, [](Broken& b) { fs::remove(b.Object()); }},
+    {"object-not-a-file", kPrivate, kDamage,
+     [](Broken& b) {
+       std::string const object = b.Object();
+       fs::remove(object);
+       fs::create_directory(object);
+     }},
+    {"object-empty", kPrivate, kDamage, [](Broken& b) { fs::resize_file(b.Object(), 0); }},
+    {"object-unreadable", kPrivate, kDamage,
+     [](Broken& b) { fs::resize_file(b.Object(), fs::file_size(b.Object()) - 100); }},
+    {"object-unreadable", kStandard, kDamage, [](Broken& b) { fs::resize_file(b.Object(), 200); }},
+    {"object-instance-uid", kPrivate, kDamage, [](Broken& b) { b.Swap(b.Object(0), b.Object(1)); }},
+    {"object-series-uid", kPrivate, kDamage, [](Broken& b) { b.Swap(b.Object(0), b.Object(2)); }},
+    {"object-study-uid", kPrivate, kDamage, [](Broken& b) { b.Swap(b.Object(0), b.Object(5)); }},
+    {"object-study-uid", kStandard, kDamage, [](Broken& b) { b.Swap(b.Object(0), b.Object(5)); }},
+    // what no record names
+    {"file-unnamed", kPrivate, kStore, [](Broken& b) { fs::copy(b.Object(), b.SeriesFolder() + "/I9"); }},
+    {"file-unnamed", kStandard, kStore, [](Broken& b) { fs::copy(b.Object(), b.SeriesFolder() + "/I9"); }},
+    {"temporary-file", kPrivate, kStore, [](Broken& b) { fs::copy(b.Object(), b.Object() + ".tmp"); }},
+    {"temporary-file", kPrivate, kStore, [](Broken& b) { fs::copy(b.RootFile(), b.RootFile() + ".tmp"); }},
+    {"folder-unnamed", kPrivate, kStore, [](Broken& b) { fs::create_directory(b.Path("SZ")); }},
+    {"folder-unnamed", kPrivate, kStore, [](Broken& b) { fs::create_directory(b.StudyFolder() + "/S9"); }},
+    {"folder-unnamed", kStandard, kStore, [](Broken& b) { fs::create_directory(b.Path("ABCDEFGH")); }},
+    // directory files
+    {"version-missing", kPrivate, kStore, [](Broken& b) { fs::remove(b.SeriesFolder() + "/VERSION"); }},
+    {"version-invalid", kPrivate, kDamage, [](Broken& b) { fs::resize_file(b.Path("VERSION"), 3); }},
+    {"version-invalid", kStandard, kDamage, [](Broken& b) { fs::resize_file(b.Path("VERSION"), 3); }},
+    {"directory-file-missing", kPrivate, kDelete, [](Broken& b) { fs::remove(b.SeriesFile()); }},
+    {"directory-file-unreadable", kPrivate, kDamage, [](Broken& b) { fs::resize_file(b.StudyFile(), 400); }},
+    {"directory-file-unreadable", kPrivate, kDamage,
+     [](Broken& b) { fs::resize_file(b.RootFile(), fs::file_size(b.RootFile()) / 2); }},
+    {"directory-file-unreadable", kStandard, kDamage, [](Broken& b) { fs::resize_file(b.RootFile(), 300); }},
+    {"folder-missing", kPrivate, kDelete, [](Broken& b) { fs::remove_all(b.SeriesFolder()); }},
+    {"folder-missing", kPrivate, kDelete, [](Broken& b) { fs::remove_all(b.StudyFolder()); }},
+    // private records
+    {"study-image-count", kPrivate, kStore, [](Broken& b) { b.EditStudy(kStudyImages, Dicom_IS(3)); }},
+    {"study-series-count", kPrivate, kDelete, [](Broken& b) { b.EditStudy(kStudySeries, Dicom_IS(3)); }},
+    {"series-image-count", kPrivate, kDelete,
+     [](Broken& b) { b.Edit(b.StudyFile(), Broken::SetFirst(kSeriesImages, "9")); }},
+    {"counter-invalid", kPrivate, kDamage, [](Broken& b) { b.EditStudy(kStudyImages, Dicom_LO("four")); }},
+    {"modality-missing", kPrivate, kStore, [](Broken& b) { b.EditStudy(kModalities, Dicom_CS("US")); }},
+    {"modality-extra", kPrivate, kDelete, [](Broken& b) { b.EditStudy(kModalities, Dicom_CS("CT\\MR\\US")); }},
+    {"record-type", kPrivate, kDamage, [](Broken& b) { b.Edit(b.SeriesFile(), Broken::SetFirst(kType, "STUDY")); }},
+    {"record-type", kPrivate, kDamage, [](Broken& b) { b.EditStudy(kType, Dicom_CS("SERIES")); }},
+    {"patient-missing", kPrivate, kDamage,
+     [](Broken& b) { b.Edit(b.RootFile(), [](auto& records) { std::swap(records[0], records[1]); }); }},
+    {"patient-empty", kPrivate, kDamage,
+     [](Broken& b) { b.Edit(b.RootFile(), [](auto& records) { records.pop_back(); }); }},
+    {"uid-missing", kPrivate, kDamage,
+     [](Broken& b) { b.Edit(b.SeriesFile(), [](auto& records) { records[0]->Remove(kInstance); }); }},
+    {"uid-twice", kPrivate, kDamage,
+     [](Broken& b) {
+       b.Edit(b.SeriesFile(), [](auto& records) { records[0]->SetSOPInstanceUID(records[1]->GetSOPInstanceUID()); });
+     }},
+    {"file-id-missing", kPrivate, kDamage,
+     [](Broken& b) { b.Edit(b.SeriesFile(), [](auto& records) { records[0]->Remove(kFileId); }); }},
+    {"file-id-illegal", kPrivate, kDamage,
+     [](Broken& b) { b.Edit(b.SeriesFile(), Broken::SetFirst(kFileId, "..\\PASSWD")); }},
+    {"file-id-shared", kPrivate, kDamage,
+     [](Broken& b) {
+       b.Edit(b.SeriesFile(),
+              [](auto& records) { records[0]->Set(kFileId, records[1]->template Value<Dicom_CS>(kFileId)); });
+     }},
+    {"study-empty", kPrivate, kDelete, [](Broken& b) { b.Edit(b.StudyFile(), [](auto& r) { r.clear(); }); }},
+    {"series-empty", kPrivate, kDelete, [](Broken& b) { b.Edit(b.SeriesFile(), [](auto& r) { r.clear(); }); }},
+    // chains
+    {"link-outside", kStandard, kDamage, [](Broken& b) { b.SetNumber(b.Place(3), kNext, 0x7FFFFFFF); }},
+    {"link-outside", kStandard, kDamage, [](Broken& b) { b.SetNumber(b.Place(2), kLower, 132); }},
+    {"link-into-record", kStandard, kDamage, [](Broken& b) { b.SetNumber(b.Place(3), kNext, b.Place(3, 1) + 8); }},
+    {"link-loop", kStandard, kDamage, [](Broken& b) { b.SetNumber(b.Place(3, 1), kNext, b.Place(3)); }},
+    {"link-shared", kStandard, kDamage, [](Broken& b) { b.SetNumber(b.Place(2, 1), kLower, b.Place(3)); }},
+    {"record-unreached", kStandard, kDamage, [](Broken& b) { b.SetNumber(b.Place(3), kNext, 0); }},
+    {"record-type", kStandard, kDamage, [](Broken& b) { b.Patch(b.ValueAt(b.Place(2), 0x00041430), "STUDY "); }},
+    {"record-unreadable", kStandard, kDamage, [](Broken& b) { b.Patch(b.Place(3) + 8 + 6, "\xF0\xFF"); }},
+    {"hole", kStandard, kDamage, [](Broken& b) { b.Patch(b.Place(3, 1), std::string(8, '\0')); }},
+    {"record-cut", kStandard, kDamage, [](Broken& b) { b.Patch(b.Place(3, 5) + 4, Broken::Bytes(0x00FFFFFF)); }},
+    {"length-beyond-file", kStandard, kDamage,
+     [](Broken& b) { fs::resize_file(b.RootFile(), fs::file_size(b.RootFile()) - 20); }},
+    {"bytes-behind-records", kStandard, kDamage,
+     [](Broken& b) { fs::resize_file(b.RootFile(), fs::file_size(b.RootFile()) + 20); }},
+    {"first-record-offset", kStandard, kDamage, [](Broken& b) { b.SetNumber(0, kFirst, 0); }},
+    {"last-record-offset", kStandard, kDamage, [](Broken& b) { b.SetNumber(0, kLast, b.Place(0)); }},
+    {"consistency-flag", kStandard, kDamage, [](Broken& b) { b.Patch(b.ValueAt(0, kFlag), "\xFF\xFF"); }},
+    {"in-use-flag", kStandard, kDamage, [](Broken& b) { b.Patch(b.ValueAt(b.Place(3), kInUse), "\x01"); }},
+    {"live-below-deleted", kStandard, kDamage,
+     [](Broken& b) { b.Patch(b.ValueAt(b.Place(2), kInUse), std::string(2, '\0')); }},
+    {"study-image-count", kStandard, kDamage, [](Broken& b) { b.Patch(b.ValueAt(b.Place(1), 0x00201208), "7"); }},
+    {"redo-torn", kStandard, kStore, [](Broken& b) { b.directory.Write("DICOMDIR.redo", "DISKREDO"); }},
+};
+
+} // namespace
+
+TEST(CheckTest, EachKindOfDamageIsFoundAndNothingIsChanged) {
+  Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+  std::set<std::string> kinds;
+  int number = 0;
+  for (Row const& row : kRows) {
+    SCOPED_TRACE("row " + std::to_string(number++) + ": " + row.kind + (row.structure ? ", standard" : ", private"));
+    Broken broken(row.structure);
+    broken.StoreAll();
+    EXPECT_EQ(broken.Check().n_findings, 0u);
+    row.damage(broken);
+    auto const files = broken.Files();
+    auto const content = broken.directory.Read("DICOMDIR");
+    Disk_CheckResult const result = broken.Check();
+    bool found = false;
+    std::string others;
+    for (Disk_Finding const& finding : result.findings) {
+      found = found || (finding.kind == row.kind && finding.cause == row.cause);
+      others += finding.kind + "(" + std::to_string(finding.cause) + ") " + finding.text + "\n";
+      EXPECT_TRUE(finding.path.starts_with(broken.Path())) << finding.path;
+    }
+    EXPECT_TRUE(found) << "found only " << others;
+    EXPECT_EQ(broken.Files(), files);
+    EXPECT_EQ(broken.directory.Read("DICOMDIR"), content);
+    kinds.insert(row.kind);
+  }
+  EXPECT_GE(kinds.size(), 30u);
+  Util_FileSystem::SetDurability(Util_Durability::Full);
+}
+
+TEST(CheckTest, FindingsNameWhereTheyAre) {
+  for (unsigned const structure : {kPrivate, kStandard}) {
+    Broken broken(structure);
+    broken.StoreAll();
+    std::string const object = broken.Object();
+    Util_File file;
+    ASSERT_EQ(file.GetFile(object.c_str(), 0, nullptr), 0);
+    std::unique_ptr<IOD_Msg> const msg(file.operator IOD_Msg*());
+    fs::remove(object);
+    Disk_CheckResult const result = broken.Check();
+    ASSERT_EQ(result.n_findings, 1u);
+    Disk_Finding const& finding = result.findings[0];
+    EXPECT_EQ(finding.path, object);
+    EXPECT_EQ(finding.patient_id, msg->GetPatientID().GetText());
+    EXPECT_EQ(finding.study_uid, msg->GetStudyInstanceUID().GetText());
+    EXPECT_EQ(finding.series_uid, msg->GetSeriesInstanceUID().GetText());
+    EXPECT_EQ(finding.instance_uid, msg->GetSOPInstanceUID().GetText());
+    EXPECT_EQ(result.instances, 6u);
+    EXPECT_EQ(result.objects_read, 5u);
+  }
+}
