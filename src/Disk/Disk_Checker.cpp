@@ -45,7 +45,7 @@ Disk_Checker::Disk_Checker(char const* file_set_prefix, bool standard, Disk_Chec
 /// is looked at once more when somebody has written meanwhile.
 int Disk_Checker::Run() {
   constexpr int kMostWalks = 4;
-  constexpr std::chrono::milliseconds kPause{100};
+  constexpr std::chrono::milliseconds kPause{5}; // for who waits for the lock that we held to get it
   if (lock_.Init(prefix_.c_str(), 1) == -1) return -1;
   for (int walks = 1;; ++walks) {
     Disk_Hold<Klb_LockFile> held;
@@ -240,8 +240,11 @@ std::string Disk_Checker::NamedPath(Disk_FileID const& id, std::string const& di
 void Disk_Checker::CheckVersion(std::string const& folder, bool required) {
   std::string const path = folder + "/VERSION";
   struct stat status {};
-  if (System().Stat(path.c_str(), &status) == -1) {
-    if (required) Find("version-missing", Disk_Finding::InterruptedStore, path, "the directory file has no VERSION");
+  bool const exists = System().Stat(path.c_str(), &status) == 0;
+  if (exists ? status.st_size == 0 : required) {
+    Find("version-missing", Disk_Finding::InterruptedStore, path, "the directory file has no VERSION, or an empty one");
+  } else if (!exists) {
+    return;
   } else if (status.st_size != 4 || Disk_ReadVersion(path) < 1) {
     Find("version-invalid", Disk_Finding::Damage, path, "VERSION holds no number of writes");
   }
