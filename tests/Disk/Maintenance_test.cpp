@@ -6,6 +6,7 @@
 #include <infra/Util_Clock.h>
 #include <infra/Util_FileSystem.h>
 #include <set>
+#include <sys/mount.h>
 
 namespace {
 
@@ -213,6 +214,42 @@ TEST_P(PrivateTest, AutoDeleteFreesWhatIsWanted) {
     ExpectSound();
   }
   Util_Clock::SetNow(0);
+}
+
+// A disk that is full to the last block: the oldest studies go, and stores succeed again.
+TEST_P(PrivateTest, AutoDeleteWorksOnAFullDisk) {
+  constexpr int kDiskMb = 8, kWantedMb = 3, kPixels = 512; // half a megabyte an object
+  if (mount("tmpfs", Prefix().c_str(), "tmpfs", 0, ("size=" + std::to_string(kDiskMb) + "m").c_str()) == -1)
+    GTEST_SKIP() << "no file system can be mounted here; AutoDeleteFreesWhatIsWanted runs";
+  constexpr std::time_t kStart = 1700000000, kDay = 86400;
+  auto const store = [this](int study) {
+    Util_Clock::SetNow(kStart + study * kDay);
+    return Store(*Open(), *Phantom::Make({.study = study, .size = kPixels}));
+  };
+  int study = 1;
+  while (store(study) == 0) {
+    if (study == 2) {
+      EXPECT_EQ(Open()->ProtectImages(Named(kStudyLevel, {.study = study}), 1, nullptr), 0);
+    }
+    ++study;
+  }
+  EXPECT_GT(study, 8);
+  ExpectNoDamage();
+  auto root = OpenForAll();
+  root->SetAutoDeletePar({kWantedMb, 1});
+  EXPECT_LT(root->FreeSpace(), kWantedMb * 1000);
+  EXPECT_EQ(root->AutoDelete(), 0);
+  EXPECT_GT(root->FreeSpace(), kWantedMb * 1000);
+  EXPECT_LT(root->FreeSpace(), kWantedMb * 1000 + 600) << "no more than was wanted";
+  std::string left;
+  for (int number = 1; number < study; ++number)
+    left += Has({.study = number, .size = kPixels}) ? '+' : '-';
+  EXPECT_TRUE(left.starts_with("-+---")) << left;
+  EXPECT_EQ(left.find('-', left.find('+', 2)), left.npos) << "the oldest first: " << left;
+  ExpectNoDamage();
+  EXPECT_EQ(store(study), 0);
+  Util_Clock::SetNow(0);
+  umount2(Prefix().c_str(), MNT_DETACH);
 }
 
 TEST_P(PrivateTest, ACorrectionIsCompletedByRepeatingIt) {
