@@ -27,6 +27,8 @@ public:
   int OpenQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel model);
   int GetNItems() const { return list_ ? list_->GetNItems() : 0; }
   int HasMore() const { return GetNItems() > 0; }
+  /// The SOP Instance UID of the entry that FetchNext takes next, to name it by when that fails; null at the end.
+  Dicom_UI GetNextUID() const;
   /// Takes the next entry off the list and fetches it. 0, and then `*object` is a new message for the caller to own,
   /// unless the list had ended, when it stays as it was; -1 when the object can't be fetched, and the next call goes
   /// on with the next entry.

@@ -86,6 +86,10 @@ int Disk_Access::create_list(SCL_QueryIdentifier const& identifier, SCL_Informat
   return result;
 }
 
+Dicom_UI Disk_Access::GetNextUID() const {
+  return HasMore() ? SCL_MoveIdentifier(*list_->Get(0)).GetSOPInstanceUID() : UI_NULL;
+}
+
 int Disk_Access::FetchNext(IOD_Msg** object) {
   return Disk_Guarded("FetchNext", [&] {
     if (!HasMore()) {
