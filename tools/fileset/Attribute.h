@@ -18,6 +18,8 @@ namespace Attributes {
 
 inline constexpr Dicom_Tag kSpecificCharacterSet{0x0008, std::uint16_t(0x0005)};
 inline constexpr Dicom_Tag kSopInstanceUid{0x0008, std::uint16_t(0x0018)};
+inline constexpr Dicom_Tag kPatientId{0x0010, std::uint16_t(0x0020)};
+inline constexpr Dicom_Tag kIssuerOfPatientId{0x0010, std::uint16_t(0x0021)};
 inline constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
 inline constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
 inline constexpr Dicom_Tag kReferencedFileId{0x0004, std::uint16_t(0x1500)};

@@ -105,7 +105,7 @@ int Run(Options const& options) {
   EngineLog log(options.directory);
   FoundFileSet const found = RecogniseFileSet(options.directory);
   if (found.structure == Structure::None) {
-    report.Fail(options.directory, found.problem.empty() ? "holds no file-set: there is no DICOMDIR" : found.problem);
+    report.Fail(options.directory, found.problem.empty() ? kNoFileSet : found.problem);
     return kNotOpened;
   }
   Disk_StoreParams params;

@@ -47,27 +47,14 @@ struct Request {
 
 std::string Images(std::size_t count) { return std::to_string(count) + (count == 1 ? " image" : " images"); }
 
-std::string Joined(std::vector<std::string> const& uids) {
-  std::string text;
-  for (std::string const& uid : uids)
-    text += (text.empty() ? "" : "\\") + uid;
-  return text;
-}
-
-void FailMissing(std::vector<std::string> const& wanted, std::set<std::string> const& found, char const* what,
-                 Report& report) {
-  for (std::string const& uid : wanted)
-    if (!uid.empty() && found.count(uid) == 0) report.Fail(uid, std::string("no such ") + what + " in the file-set");
-}
-
 // What the options name, as requests. 0, or -1 (reported) when the file-set can't be read.
 int FindRequests(Options const& options, FileSet& set, EngineLog& log, Report& report, std::vector<Request>* requests) {
   using namespace Attributes;
   Search::Rows images, studies;
   Search search(set, log, report);
-  std::vector<Key> const keys = {{kStudyInstanceUid, Joined(options.studies)},
+  std::vector<Key> const keys = {{kStudyInstanceUid, JoinedUids(options.studies)},
                                  {kSeriesInstanceUid, options.series},
-                                 {kSopInstanceUid, Joined(options.images)}};
+                                 {kSopInstanceUid, JoinedUids(options.images)}};
   if (search.Run(Level::STUDY, {keys[0]}, &studies) == -1 || search.Run(Level::IMAGE, keys, &images) == -1) return -1;
   bool const by_image = !options.images.empty(), by_series = !by_image && !options.series.empty();
   Level const level = by_image ? Level::IMAGE : by_series ? Level::SERIES : Level::STUDY;
@@ -126,15 +113,14 @@ std::size_t Delete(Request const& request, FileSet& set, EngineLog& log, Report&
 void PrintOutcome(std::vector<Request> const& requests, std::size_t deleted, Options const& options,
                   Report const& report) {
   if (options.json) {
-    nlohmann::json named = nlohmann::json::array(), failures = nlohmann::json::array();
+    nlohmann::json named = nlohmann::json::array();
     for (Request const& request : requests)
       named.push_back({{"what", NameOf(request)}, {"images", request.objects}});
-    for (auto const& [what, cause] : report.Failures())
-      failures.push_back({{"what", what}, {"cause", cause}});
-    std::printf(
-        "%s\n",
-        JsonText({{"dry_run", options.dry_run}, {"named", named}, {"images_deleted", deleted}, {"failures", failures}})
-            .c_str());
+    std::printf("%s\n", JsonText({{"dry_run", options.dry_run},
+                                  {"named", named},
+                                  {"images_deleted", deleted},
+                                  {"failures", FailuresJson(report, "what")}})
+                            .c_str());
     return;
   }
   if (options.dry_run)

@@ -53,6 +53,11 @@ void EngineLog::Begin() {
   KlbGError.Set(0);
 }
 
+bool EngineLog::HasErrors() const {
+  KlbGLog.Flush();
+  return !errors_.empty();
+}
+
 std::string EngineLog::Cause() const {
   KlbGLog.Flush();
   if (errors_.empty()) return SystemError().empty() ? "no cause is known" : SystemError();

@@ -21,6 +21,8 @@ public:
   void Begin();
   // Why the operation since Begin failed, in one line.
   std::string Cause() const;
+  // Whether something failed since Begin, be it that the operation went on.
+  bool HasErrors() const;
 
 private:
   std::string directory_;

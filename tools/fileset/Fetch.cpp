@@ -10,9 +10,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <dicom/Dicom_Compressor.h>
-#include <dicom/Dicom_UIDic.h>
-#include <dicom/Util_File.h>
 #include <memory>
 #include <unistd.h>
 
@@ -65,18 +62,6 @@ int FindWanted(Options const& options, FileSet& set, EngineLog& log, Report& rep
   return 0;
 }
 
-// The bytes of the object's file; empty with a cause when there are none. `file` holds them if they are new.
-std::string_view ObjectBytes(IOD_Msg& object, bool decompress, std::unique_ptr<Util_File>* file, std::string* cause) {
-  bool const changes = decompress && object.GetEncapsulatedSyntax() != UI_NULL;
-  if (changes && Dicom_Compressor().Decompress(&object) == -1)
-    *cause = "can't be decompressed (" + object.GetEncapsulatedSyntax().GetText() + "): copied as it is";
-  bool const decompressed = changes && cause->empty();
-  if (!decompressed && !object.GetOriginalBuffer().empty()) return object.GetOriginalBuffer();
-  int status = 0;
-  *file = std::make_unique<Util_File>(object, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, cause);
-  return (*file)->Bytes();
-}
-
 bool IsMissing(Wanted const& wanted, FileSet const& set) {
   Dicom_CS const id = wanted.identifier.Value<Dicom_CS>(Attributes::kReferencedFileId);
   std::string const path = Disk_FileID(set.directory.c_str(), id, 0).Path();
@@ -94,14 +79,7 @@ std::string FetchOne(Wanted const& wanted, Options const& options, FileSet& set,
     report.Fail(wanted.name, IsMissing(wanted, set) ? "there is no such file in the file-set" : log.Cause());
     return {};
   }
-  std::string cause, path;
-  std::unique_ptr<Util_File> file;
-  std::string_view const bytes = ObjectBytes(*object, options.decompress, &file, &cause);
-  if (!cause.empty()) report.Fail(wanted.name, cause);
-  if (bytes.empty()) return {};
-  if (writer.Write(object->GetSOPInstanceUID().View(), bytes, &path) == 0) return path;
-  report.Fail(path, std::strerror(errno));
-  return {};
+  return writer.Copy(*object, wanted.name, options.decompress, report);
 }
 
 void PrintOutcome(std::vector<std::string> const& files, double seconds, Options const& options, Report const& report) {
@@ -110,12 +88,11 @@ void PrintOutcome(std::vector<std::string> const& files, double seconds, Options
                 seconds);
     return;
   }
-  nlohmann::json failures = nlohmann::json::array();
-  for (auto const& [object, cause] : report.Failures())
-    failures.push_back({{"object", object}, {"cause", cause}});
-  std::printf(
-      "%s\n",
-      JsonText({{"fetched", files.size()}, {"files", files}, {"seconds", seconds}, {"failures", failures}}).c_str());
+  std::printf("%s\n", JsonText({{"fetched", files.size()},
+                                {"files", files},
+                                {"seconds", seconds},
+                                {"failures", FailuresJson(report, "object")}})
+                          .c_str());
 }
 
 int Run(Options const& options) {

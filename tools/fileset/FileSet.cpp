@@ -1,8 +1,10 @@
 #include "FileSet.h"
 
+#include "Command.h"
 #include "EngineLog.h"
 #include "Report.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <dicom/Util_TransferSyntax.h>
@@ -16,6 +18,8 @@ namespace {
 
 constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
 constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
+
+constexpr char kStandard[] = "a file-set of the standard structure; only one of the private structure can do this";
 
 // Whether both offsets are 0; nothing unless the file begins as a directory file does.
 std::optional<bool> HasNoOffsets(int fd) {
@@ -70,6 +74,14 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
   return {own ? Structure::Private : Structure::Standard, {}};
 }
 
+bool IsInside(std::string const& path, std::string const& directory) {
+  namespace fs = std::filesystem;
+  std::error_code error, no_directory;
+  fs::path const real = fs::weakly_canonical(path, error), above = fs::canonical(directory, no_directory);
+  return !error && !no_directory &&
+         std::mismatch(above.begin(), above.end(), real.begin(), real.end()).first == above.end();
+}
+
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report) {
   FileSet set{directory, {}, nullptr};
@@ -80,7 +92,7 @@ FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParam
     return set;
   }
   if (structure == Structure::None && access == Access::Change) {
-    report.Fail(directory, "holds no file-set: there is no DICOMDIR");
+    report.Fail(directory, kNoFileSet);
     return set;
   }
   if (structure == Structure::Private && params.standard_structure) {
@@ -98,4 +110,16 @@ FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParam
   }
   if (!set.root) report.Fail(directory, log.Cause());
   return set;
+}
+
+int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
+                       Report& report, FileSet* set, int* result) {
+  *set = OpenFileSet(directory, access, params, log, report);
+  *result = kNotOpened;
+  if (!set->root) return -1;
+  if (set->structure == Structure::Private) return 0;
+  bool const is_standard = set->structure == Structure::Standard;
+  report.Fail(directory, is_standard ? kStandard : kNoFileSet);
+  if (is_standard) *result = kFailed;
+  return -1;
 }

@@ -27,6 +27,8 @@ struct FileSet {
   std::unique_ptr<Disk_RootDirectoryFile> root; // null: it couldn't be opened, and the report says why
 };
 
+inline constexpr char kNoFileSet[] = "holds no file-set: there is no DICOMDIR";
+
 struct FoundFileSet {
   Structure structure = Structure::None;
   std::string problem; // not empty: it can't be opened
@@ -36,5 +38,12 @@ struct FoundFileSet {
 // is beside it.
 FoundFileSet RecogniseFileSet(std::string const& directory);
 
+// Whether `path`, which needn't be there, is the directory or below it, symbolic links followed.
+bool IsInside(std::string const& path, std::string const& directory);
+
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report);
+
+// The same for what only the private structure can do: -1, reported, for another. `*result` is the command's then.
+int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
+                       Report& report, FileSet* set, int* result);

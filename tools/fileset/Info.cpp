@@ -31,8 +31,6 @@ opened.)";
 constexpr Dicom_Tag kRecordType{0x0004, std::uint16_t(0x1430)};
 constexpr Dicom_Tag kStudyDate{0x0008, std::uint16_t(0x0020)};
 constexpr Dicom_Tag kModality{0x0008, std::uint16_t(0x0060)};
-constexpr Dicom_Tag kPatientId{0x0010, std::uint16_t(0x0020)};
-constexpr Dicom_Tag kIssuer{0x0010, std::uint16_t(0x0021)};
 constexpr Dicom_Tag kStoreDate = Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_STORE_DATE;
 
 struct Options {
@@ -71,14 +69,15 @@ long RootVersion(std::string const& directory) {
 int Gather(FileSet& set, EngineLog& log, Report& report, Facts* facts) {
   Search search(set, log, report);
   Search::Rows studies, series, instances;
-  std::vector<Key> const study_keys = {{kPatientId, ""}, {kIssuer, ""}, {kStudyDate, ""}, {kStoreDate, ""}};
+  std::vector<Key> const study_keys = {
+      {Attributes::kPatientId, ""}, {Attributes::kIssuerOfPatientId, ""}, {kStudyDate, ""}, {kStoreDate, ""}};
   if (search.Run(Level::STUDY, study_keys, &studies) == -1 ||
       search.Run(Level::SERIES, {{kModality, ""}}, &series) == -1 ||
       search.Run(Level::IMAGE, {{kRecordType, ""}}, &instances) == -1)
     return -1;
   std::set<std::pair<std::string, std::string>> patients;
   for (auto const& study : studies) {
-    patients.emplace(study->Text(kPatientId), study->Text(kIssuer));
+    patients.emplace(study->Text(Attributes::kPatientId), study->Text(Attributes::kIssuerOfPatientId));
     facts->study_dates.Add(study->Text(kStudyDate));
     facts->store_dates.Add(study->Text(kStoreDate));
   }

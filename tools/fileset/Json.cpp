@@ -1,5 +1,7 @@
 #include "Json.h"
 
+#include "Report.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -124,4 +126,11 @@ nlohmann::json DicomJson(Dicom_Msg const& msg) {
 
 std::string JsonText(nlohmann::json const& json) {
   return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+nlohmann::json FailuresJson(Report const& report, char const* what) {
+  nlohmann::json failures = nlohmann::json::array();
+  for (auto const& [failed, cause] : report.Failures())
+    failures.push_back({{what, failed}, {"cause", cause}});
+  return failures;
 }

@@ -1,10 +1,17 @@
 #include "ObjectWriter.h"
 
+#include "Report.h"
+
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <dicom/Dicom_Compressor.h>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <infra/Util_FileSystem.h>
+#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -41,7 +48,23 @@ int WriteNew(char const* path, std::string_view bytes) {
   return Util_FileSystem::WriteAll(file.Get(), bytes.data(), bytes.size()) == 0 ? file.Close() : -1;
 }
 
+// The bytes of the object's file; empty with a cause when there are none. `file` holds them if they are new.
+std::string_view ObjectBytes(IOD_Msg& object, bool decompress, std::unique_ptr<Util_File>* file, std::string* cause) {
+  bool const decompressed = decompress && Decompress(object, cause);
+  if (!decompressed && !object.GetOriginalBuffer().empty()) return object.GetOriginalBuffer();
+  int status = 0;
+  *file = std::make_unique<Util_File>(object, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, cause);
+  return (*file)->Bytes();
+}
+
 } // namespace
+
+bool Decompress(IOD_Msg& object, std::string* problem) {
+  if (object.GetEncapsulatedSyntax() == UI_NULL) return false;
+  if (Dicom_Compressor().Decompress(&object) == 0) return true;
+  *problem = "can't be decompressed (" + object.GetEncapsulatedSyntax().GetText() + "): copied as it is";
+  return false;
+}
 
 int ObjectWriter::MakeFolder() const {
   std::error_code error;
@@ -63,4 +86,15 @@ int ObjectWriter::Write(std::string_view uid, std::string_view bytes, std::strin
   unlink(temporary.c_str());
   errno = cause;
   return -1;
+}
+
+std::string ObjectWriter::Copy(IOD_Msg& object, std::string const& name, bool decompress, Report& report) {
+  std::string cause, path;
+  std::unique_ptr<Util_File> file;
+  std::string_view const bytes = ObjectBytes(object, decompress, &file, &cause);
+  if (!cause.empty()) report.Fail(name, cause);
+  if (bytes.empty()) return {};
+  if (Write(object.GetSOPInstanceUID().View(), bytes, &path) == 0) return path;
+  report.Fail(path, std::strerror(errno));
+  return {};
 }

@@ -2,9 +2,15 @@
 // outside of the folder, whatever the UIDs say.
 #pragma once
 
+#include <dicom/IOD_Msg.h>
 #include <map>
 #include <string>
 #include <string_view>
+
+class Report;
+
+// Decompresses the pixels, if they are compressed. Whether it did; else `*problem` is not empty if it should have.
+bool Decompress(IOD_Msg& object, std::string* problem);
 
 class ObjectWriter {
 public:
@@ -16,6 +22,9 @@ public:
   // `*path` becomes the file's: UID.dcm, or UID-2.dcm and so on for another object of that UID. 0, or -1 with
   // errno, EEXIST for a file that was there before.
   int Write(std::string_view uid, std::string_view bytes, std::string* path);
+  // Writes a file of the object as it was read, or decompressed. The path; empty, reported for `name`, when there is
+  // none. What can't be decompressed is reported and copied as it is.
+  std::string Copy(IOD_Msg& object, std::string const& name, bool decompress, Report& report);
 
 private:
   std::string folder_;

@@ -4,8 +4,6 @@
 #include "Report.h"
 
 #include <algorithm>
-#include <set>
-#include <string>
 #include <unordered_map>
 
 namespace {
@@ -122,4 +120,17 @@ void Search::ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier,
     identifier.SetStudyInstanceUID(Dicom_UI(uid));
     if (ask(identifier, rows) == -1) report_.Fail("study " + uid, log_.Cause());
   }
+}
+
+std::string JoinedUids(std::vector<std::string> const& uids) {
+  std::string text;
+  for (std::string const& uid : uids)
+    text += (text.empty() ? "" : "\\") + uid;
+  return text;
+}
+
+void FailMissing(std::vector<std::string> const& wanted, std::set<std::string> const& found, char const* what,
+                 Report& report) {
+  for (std::string const& uid : wanted)
+    if (!uid.empty() && found.count(uid) == 0) report.Fail(uid, std::string("no such ") + what + " in the file-set");
 }

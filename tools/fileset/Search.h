@@ -9,6 +9,8 @@
 #include "FileSet.h"
 
 #include <memory>
+#include <set>
+#include <string>
 #include <vector>
 
 class Search {
@@ -35,3 +37,9 @@ private:
   Level level_ = Level::STUDY;
   std::vector<Key> keys_;
 };
+
+// A list of UIDs as a key's value.
+std::string JoinedUids(std::vector<std::string> const& uids);
+// Reports the wanted UIDs that weren't found; `what` is a study, say.
+void FailMissing(std::vector<std::string> const& wanted, std::set<std::string> const& found, char const* what,
+                 Report& report);

@@ -1,5 +1,6 @@
 #include "SourceFiles.h"
 
+#include "FileSet.h"
 #include "Report.h"
 
 #include <algorithm>
@@ -9,13 +10,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-// Whether `path`, symbolic links followed, is the directory or below it.
-bool IsInside(fs::path const& path, fs::path const& directory) {
-  std::error_code error;
-  fs::path const real = fs::canonical(path, error);
-  return !error && std::mismatch(directory.begin(), directory.end(), real.begin(), real.end()).first == directory.end();
-}
 
 // The entries of a folder, the last name first.
 std::vector<fs::path> EntriesBackwards(fs::path const& folder, std::error_code& error) {
@@ -35,7 +29,6 @@ std::vector<std::string> FindSourceFiles(std::vector<std::string> const& sources
                              sources.rend()); // what is still to be looked at, the next one last
   std::size_t named = sources.size();         // of these the ones from the command line
   std::error_code ignored;
-  fs::path const target = fs::canonical(file_set, ignored);
   while (!open.empty()) {
     fs::path const path = std::move(open.back());
     open.pop_back();
@@ -44,7 +37,7 @@ std::vector<std::string> FindSourceFiles(std::vector<std::string> const& sources
     std::error_code error;
     bool const is_folder = fs::is_directory(path, error);
     bool const is_link = fs::is_symlink(path, ignored);
-    if ((is_folder || is_link || !from_folder) && IsInside(path, target)) {
+    if ((is_folder || is_link || !from_folder) && IsInside(path.string(), file_set)) {
       report.Fail(path.string(), "lies inside of the file-set: left out");
     } else if (!is_folder) {
       files.push_back(path.string()); // whatever is wrong with it comes out when it is read

@@ -1,22 +1,19 @@
 #include "Store.h"
 
 #include "EngineLog.h"
-#include "FileSet.h"
 #include "Interruption.h"
 #include "Json.h"
 #include "Report.h"
 #include "SourceFiles.h"
+#include "StoreObject.h"
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <dicom/Util_File.h>
-#include <fcntl.h>
 #include <filesystem>
 #include <infra/Util_Cfg.h>
 #include <infra/Util_FileSystem.h>
 #include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -70,37 +67,12 @@ bool WantsFullDurability(Options const& options) {
   return options.durable || (wish && wish->GetValue() == "full");
 }
 
-// Why a file can't be moved into the file-set; empty if it can.
-std::string MoveProblem(std::string const& file, std::string const& directory) {
-  struct stat source {
-  }, target{};
-  if (lstat(file.c_str(), &source) == -1 || stat(directory.c_str(), &target) == -1) return std::strerror(errno);
-  if (S_ISLNK(source.st_mode)) return "a symbolic link can't be moved into the file-set";
-  return source.st_dev == target.st_dev ? "" : "on another file system than the file-set, so it can't be moved";
-}
-
 // Empty when the object is stored, else the cause.
 std::string StoreFile(std::string const& path, Options const& options, FileSet& set, EngineLog& log) {
-  constexpr Dicom_Tag kDirectoryRecords(0x0004, std::uint16_t(0x1220));
-  Util_File file;
-  if (file.GetFile(path.c_str(), 0, nullptr) == -1) return file.GetError();
-  std::unique_ptr<IOD_Msg> const object(file.operator IOD_Msg*());
-  if (!object) return file.GetError();
-  if (object->Has(kDirectoryRecords)) return "a DICOMDIR: a directory of objects, not an object";
-  std::string problem = options.move ? MoveProblem(path, set.directory) : "";
-  if (!problem.empty()) return problem;
-  log.Begin();
-  std::string source = path;
-  char stored_file_name[Disk_FileID::kPathSize];
-  int const result = set.root->Store(object.get(), options.icon, options.accept_mismatch, 0, nullptr, options.move,
-                                     source.data(), stored_file_name, nullptr);
-  return result == 0 ? "" : log.Cause();
-}
-
-// Brings to the disk what was written without waiting for it.
-int SyncFileSystem(std::string const& directory) {
-  Util_FileDescriptor const folder = Util_FileSystem::Open(directory.c_str(), O_RDONLY | O_DIRECTORY);
-  return folder ? syncfs(folder.Get()) : -1;
+  std::string problem;
+  std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
+  if (!object) return problem;
+  return StoreObject(*object, {options.icon, options.accept_mismatch, options.move ? path : ""}, set, log);
 }
 
 Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& report) {
@@ -140,15 +112,12 @@ void PrintOutcome(Outcome const& outcome, Options const& options, Report const& 
                 outcome.seconds, rate, outcome.stored > 0 ? "; " : "", outcome.stored > 0 ? outcome.durability : "");
     return;
   }
-  nlohmann::json failures = nlohmann::json::array();
-  for (auto const& [file, cause] : report.Failures())
-    failures.push_back({{"file", file}, {"cause", cause}});
   std::printf("%s\n", JsonText({{"stored", outcome.stored},
                                 {"refused", outcome.refused},
                                 {"seconds", outcome.seconds},
                                 {"per_second", rate},
                                 {"durability", outcome.durability},
-                                {"failures", failures}})
+                                {"failures", FailuresJson(report, "file")}})
                           .c_str());
 }
 

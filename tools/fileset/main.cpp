@@ -1,11 +1,16 @@
-// The program: stores, finds, fetches and deletes the objects of a file-set from the command line.
+// The program: stores, finds, copies, deletes and maintains the objects of a file-set from the command line.
+#include "AutoDelete.h"
 #include "Check.h"
+#include "Correct.h"
 #include "Delete.h"
+#include "Export.h"
 #include "Fetch.h"
 #include "Info.h"
 #include "Interruption.h"
 #include "Query.h"
+#include "Scan.h"
 #include "Setup.h"
+#include "Status.h"
 #include "Store.h"
 
 #include <cerrno>
@@ -22,10 +27,14 @@ char const kDescription[] = "Keeps DICOM objects in a file-set: a directory with
                             "in it. Several programs may work on one file-set at the same time.\n";
 
 char const kFooter[] = R"(
-Example: a new file-set, what is in it, and a study out of it again
+Example: a new file-set, what is in it, and a study out of it again, also onto a medium
   fileset store /data/set /media/cdrom/images
   fileset query /data/set
   fileset fetch /data/set --study 1.2.840.4711 --out /tmp/study
+  fileset export /data/set --study 1.2.840.4711 --out /tmp/medium --standard
+
+Studies are protected, completed and deleted, patients corrected, room is made (auto-delete), and what
+crashes left is found (scan), as is what is damaged (check).
 
 `fileset COMMAND --help` tells more about a command.
 
@@ -55,8 +64,10 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", "fileset " FILESET_VERSION);
     Setup setup;
     AddSetup(app, setup);
-    std::vector<Command> const commands = {AddStore(app),  AddQuery(app), AddFetch(app),
-                                           AddDelete(app), AddCheck(app), AddInfo(app)};
+    std::vector<Command> const commands = {AddStore(app),   AddQuery(app),      AddFetch(app),     AddExport(app),
+                                           AddDelete(app),  AddProtect(app),    AddUnprotect(app), AddComplete(app),
+                                           AddCorrect(app), AddAutoDelete(app), AddScan(app),      AddCheck(app),
+                                           AddInfo(app)};
     try {
       app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

@@ -1,0 +1,108 @@
+// The program, driven as a user does: command lines in; exit codes, text and files out.
+#pragma once
+
+#include "Phantom.h"
+#include "support/TempDirectory.h"
+
+#include <cstdlib>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace fs = std::filesystem;
+
+using nlohmann::json;
+
+struct Result {
+  int code = -1;
+  std::string out, err;
+};
+
+inline std::string Quoted(std::string const& argument) {
+  std::string text = "'";
+  for (char const c : argument)
+    text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return text + "'";
+}
+
+inline Phantom::Object Small(Phantom::Kind kind, int patient = 1, int series = 1, int image = 1) {
+  return {.kind = kind,
+          .patient = patient,
+          .series = series,
+          .image = image,
+          .size = 16,
+          .charset = Phantom::Charset::Utf8,
+          .references = {}};
+}
+
+// A folder `in` with two patients of a CT series of 3 images and a report each, and a file-set `set` of them.
+class ProgramTest : public testing::Test {
+protected:
+  Result Run(std::vector<std::string> const& arguments) const {
+    std::string command = "cd " + Quoted(temp.Path()) + " && " + Quoted(FILESET_PROGRAM);
+    for (std::string const& argument : arguments)
+      command += " " + Quoted(argument);
+    int const status = std::system((command + " >stdout 2>stderr </dev/null").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, temp.Read("stdout"), temp.Read("stderr")};
+  }
+
+  // A command line whose arguments hold no blanks.
+  Result Line(std::string const& line) const {
+    std::istringstream words(line);
+    return Run({std::istream_iterator<std::string>(words), {}});
+  }
+  void ExpectFailure(std::string const& line, int code, std::string const& cause) const {
+    Result const result = Line(line);
+    EXPECT_EQ(result.code, code) << line << "\n" << result.err;
+    EXPECT_NE(result.err.find("fileset: " + cause), std::string::npos) << cause << "\n" << result.err;
+  }
+
+  json RunJson(std::vector<std::string> arguments) const {
+    arguments.push_back("--json");
+    Result const result = Run(arguments);
+    EXPECT_EQ(result.code, 0) << result.err;
+    return json::parse(result.out, nullptr, false);
+  }
+
+  void WriteObject(Phantom::Object const& object) const {
+    fs::path const path = temp / ("in/" + Phantom::FileName(object));
+    fs::create_directories(path.parent_path());
+    ASSERT_EQ(Phantom::Write(object, path), 0);
+  }
+
+  // An object of the first study with one thing changed.
+  void WriteChanged(std::string const& name, void (*change)(IOD_Msg&)) const {
+    auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 1, 1, 9));
+    change(*msg);
+    int status = 0;
+    Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
+    ASSERT_EQ(file.Write((temp / name).c_str(), nullptr), 0);
+  }
+
+  void SetUp() override {
+    for (int patient : {1, 2}) {
+      for (int image : {1, 2, 3})
+        WriteObject(Small(Phantom::Kind::CT, patient, 1, image));
+      WriteObject(Small(Phantom::Kind::SR, patient, 2));
+    }
+    Result const stored = Run({"store", "set", "in", "--icon"});
+    ASSERT_EQ(stored.code, 0) << stored.err;
+    ASSERT_EQ(stored.out.substr(0, 20), "8 stored, 0 refused ");
+  }
+
+  static std::set<std::string> Values(json const& rows, char const* tag) {
+    std::set<std::string> values;
+    for (json const& row : rows)
+      values.insert(row.at(tag).at("Value").at(0));
+    return values;
+  }
+
+  std::string first_study = Phantom::StudyUid(Small(Phantom::Kind::CT)).GetText();
+  TempDirectory temp;
+};

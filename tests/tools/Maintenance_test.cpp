@@ -1,0 +1,222 @@
+// Drives the commands that maintain a file-set: what they refuse, change, find, remove, and leave alone.
+#include "support/ProgramFixture.h"
+
+#include <Disk/Disk_RootDirectoryFile.h>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+class MaintenanceTest : public ProgramTest {
+protected:
+  // The folder of a study or the file of an object, relative to the test's directory.
+  std::string PathOf(char const* level, std::string const& key) const {
+    std::string path = "set";
+    json const rows = RunJson({"query", "set", "--level", level, "--key", key, "--key", "ReferencedFileID"});
+    for (json const& part : rows.at(0).at("00041500").at("Value"))
+      path += "/" + part.get<std::string>();
+    return path.ends_with("/DIRFILE") ? fs::path(path).parent_path().string() : path;
+  }
+  std::string FirstImage() const { return PathOf("image", "SOPInstanceUID=" + image); }
+
+  std::size_t Fetched() const { return RunJson({"fetch", "set", "--all", "--out", "out"})["fetched"]; }
+
+  std::string image = Phantom::InstanceUid(Small(Phantom::Kind::CT)).GetText();
+  std::string patient = Phantom::PatientId(Small(Phantom::Kind::CT)).GetText();
+};
+
+TEST_F(MaintenanceTest, CommandLines) {
+  ASSERT_EQ(Line("export set --out standard --standard --study " + first_study).code, 0);
+  struct Case {
+    char const* line;
+    int code;
+    char const* err;
+  } const cases[] = {
+      {"protect standard --study 1", 1, "standard: a file-set of the standard structure"},
+      {"auto-delete in --free-mb 1 --min-age-days 0 --dry-run", 3, "in: holds no file-set"},
+      {"correct set --patient 1 --set StudyDate=2", 2, "--set: StudyDate: can't be corrected; these can: PatientName"},
+      {"correct set --patient 1 --set PatientName=", 2, "--set: PatientName: a value can't be blanked"},
+      {"correct set --patient 1 --set PatientID=a\\b", 2, "--set: PatientID: the value must be printable"},
+      {"correct set --patient 1 --set 0008,0070=\xFF", 2, "--set: 0008,0070: the value must be printable"},
+      {"correct set --patient PH1-00001 --set PatientID=2", 1, "PH1-00001: no such patient with this issuer; "},
+      {"scan set --remove", 2, "--remove: nobody can be asked"},
+      {"export set --out out", 2, "export: say what"},
+      {"export set --study 1 --out set/out", 2, "set/out: lies inside of the file-set"},
+      {"export set --study 1.2.3 --out out", 1, "set: holds no such object"},
+  };
+  for (Case const& c : cases)
+    ExpectFailure(c.line, c.code, c.err);
+  ExpectFailure("export set --out in --standard --study " + first_study, 1, "in: isn't empty");
+  EXPECT_FALSE(fs::exists(temp / "out"));
+}
+
+TEST_F(MaintenanceTest, ProtectedStudiesStay) {
+  ExpectFailure("protect set --study 1.2.3 " + first_study, 1, "1.2.3: no such study in the file-set\n");
+  ExpectFailure("delete set --study " + first_study, 1, "study " + first_study + ": protected");
+  EXPECT_EQ(Line("complete set --study " + first_study).code, 0);
+  EXPECT_EQ(RunJson({"query", "set", "--key", "StudyLoadCompleted=Y", "--key", "ProtectionFlag=Y"}).size(), 1u);
+  EXPECT_EQ(Line("unprotect set --study " + first_study).code, 0);
+  EXPECT_EQ(Line("delete set --study " + first_study).code, 0);
+}
+
+TEST_F(MaintenanceTest, CorrectionIsCompletedAfterAnObjectIsPutRight) {
+  std::string const correct = "correct set --patient " + patient +
+                              " --issuer PHANTOM --set PatientName=Müller^Жанна --set 0010,0020=NEW --set "
+                              "Manufacturer=ACME";
+  std::string const path = FirstImage(), bytes = temp.Read(path);
+  temp.Write(path, bytes.substr(0, 200));
+  ExpectFailure(correct, 1, patient + ": " + path + ": ");
+  EXPECT_EQ(RunJson({"query", "set", "--key", "PatientID=NEW"}).size(), 0u);
+  temp.Write(path, bytes);
+  EXPECT_EQ(Line(correct).code, 0);
+  json const rows = RunJson({"query", "set", "--key", "PatientID=NEW", "--key", "PatientName"});
+  EXPECT_EQ(rows.at(0).at("00100010").at("Value").at(0).at("Alphabetic"), "Müller^Жанна");
+  ASSERT_EQ(Fetched(), 8u);
+  int corrected = 0;
+  for (auto const& entry : fs::directory_iterator(temp / "out")) {
+    Util_File file;
+    ASSERT_EQ(file.GetFile(entry.path().c_str(), 0, nullptr), 0);
+    std::unique_ptr<IOD_Msg> const object(file.operator IOD_Msg*());
+    ASSERT_TRUE(object) << file.GetError();
+    corrected += object->GetPatientID().GetText() == "NEW" && object->GetManufacturer().GetText() == "ACME" &&
+                 object->GetPatientsName().GetText() == "Müller^Жанна";
+  }
+  EXPECT_EQ(corrected, 4);
+}
+
+TEST_F(MaintenanceTest, ScanRemovesWhatNoRecordNamesAndNothingElse) {
+  EXPECT_EQ(Line("scan set").code, 0);
+  std::string const series = fs::path(FirstImage()).parent_path();
+  fs::create_directories(temp / "outside");
+  temp.Write("outside/keep", "mine");
+  fs::create_directories(temp / "set/LOST/below");
+  temp.Write("set/LOST/below/file", "");
+  temp.Write(series + "/I9.tmp", "left by a crash");
+  for (std::string const& link : {std::string("set/LOST/below/link"), series + "/link"})
+    fs::create_directory_symlink(temp / "outside", temp / link);
+  EXPECT_EQ(Line("scan set").out, "set/LOST (folder, 3 in it, 0 KB)\n  set/LOST/below/file\n  set/LOST/below/link\n"
+                                  "  set/LOST/below\n" +
+                                      series + "/I9.tmp (file, 1 KB)\n" + series + "/link (file, 0 KB)\n" +
+                                      "3 that no record names\n");
+  EXPECT_EQ(Line("scan set --remove").code, 2);
+  EXPECT_TRUE(fs::exists(temp / "set/LOST/below/file"));
+  json const removed = RunJson({"scan", "set", "--remove", "--yes"})["removed"];
+  EXPECT_EQ(removed, json({"set/LOST", series + "/I9.tmp", series + "/link"}));
+  EXPECT_EQ(Line("scan set").code, 0);
+  EXPECT_EQ(temp.Read("outside/keep"), "mine");
+  EXPECT_EQ(Fetched(), 8u);
+}
+
+TEST_F(MaintenanceTest, ScanRemovesNothingItCantBeSureOf) {
+  // a study that was stored in place, deeper than the scan looks for records
+  std::string const deep = temp / "set/other/study/series/object";
+  fs::create_directories(fs::path(deep).parent_path());
+  ASSERT_EQ(Phantom::Write(Small(Phantom::Kind::CT, 3), deep), 0);
+  int status = 0;
+  Disk_RootDirectoryFile root((temp / "set").c_str(), Disk_StoreParams(), 0, &status, nullptr);
+  auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 3));
+  ASSERT_EQ(root.Store(msg.get(), false, 0, 1, std::string(deep).data(), 0, nullptr, nullptr, nullptr), 0);
+  Result const kept = Line("scan set --remove --yes");
+  EXPECT_EQ(kept.code, 1);
+  EXPECT_NE(kept.out.find("stays, as it is or holds what a record names"), std::string::npos) << kept.out;
+  EXPECT_EQ(Fetched(), 9u);
+  // a study behind a link
+  std::string const study = PathOf("study", "StudyInstanceUID=" + first_study);
+  fs::rename(temp / study, temp / "moved");
+  fs::create_directory_symlink(temp / "moved", temp / study);
+  fs::create_directories(temp / "moved/lost");
+  ExpectFailure("scan set --remove --yes", 1, study + "/lost: " + study + " is a symbolic link");
+  EXPECT_TRUE(fs::exists(temp / "moved/lost"));
+  // a study that can't be read
+  temp.Write("moved/DIRFILE", temp.Read("moved/DIRFILE").substr(0, 400));
+  fs::create_directories(temp / "set/LOST");
+  ExpectFailure("scan set --remove --yes", 1, "set: nothing is adopted or removed");
+  EXPECT_TRUE(fs::exists(temp / "set/LOST"));
+}
+
+TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
+  // a study whose record is lost, and an image of another
+  std::string const lost = PathOf("study", "StudyInstanceUID=" + first_study);
+  fs::copy(temp / lost, temp / "lost", fs::copy_options::recursive);
+  ASSERT_EQ(Line("delete set --study " + first_study).code, 0);
+  fs::rename(temp / "lost", temp / "set/AAA");
+  std::string const uid = Phantom::InstanceUid(Small(Phantom::Kind::CT, 2, 1, 2)).GetText();
+  std::string const path = PathOf("image", "SOPInstanceUID=" + uid), bytes = temp.Read(path);
+  std::string const series = fs::path(path).parent_path();
+  ASSERT_EQ(Line("delete set --image " + uid).code, 0);
+  for (char const* name : {"/A", "/B", "/C.tmp"}) // B is known by then
+    temp.Write(series + name, bytes);
+  temp.Write(series + "/D", bytes.substr(0, bytes.size() - 10));
+  WriteChanged(series + "/E", [](IOD_Msg& msg) { // contradicts its study
+    msg.SetStudyInstanceUID(Phantom::StudyUid(Small(Phantom::Kind::CT, 2)));
+  });
+  Result const result = Line("scan set --adopt");
+  EXPECT_EQ(result.code, 1);
+  EXPECT_NE(result.err.find("fileset: " + series + "/E: can't be adopted: "), std::string::npos) << result.err;
+  EXPECT_NE(result.out.find(series + "/B: an object that the file-set has already\n"), std::string::npos);
+  EXPECT_NE(result.out.find("5 adopted, 0 removed, 5 left, 1 failed\n"), std::string::npos) << result.out;
+  EXPECT_EQ(Line("scan set --adopt --remove --yes").code, 1); // E stays: nobody else has it
+  std::string const left = Line("scan set").out;
+  EXPECT_TRUE(left.starts_with(series + "/E (file") && left.ends_with(")\n1 that no record names\n")) << left;
+  EXPECT_EQ(Fetched(), 8u);
+}
+
+TEST_F(MaintenanceTest, AutoDeleteTakesTheLeastRecentlyUpdatedFirst) {
+  auto const pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1100)); }; // dates have seconds
+  pause();
+  ASSERT_EQ(Line("store set in/" + Phantom::FileName(Small(Phantom::Kind::CT))).code, 0);
+  pause();
+  std::string const second_study = Phantom::StudyUid(Small(Phantom::Kind::CT, 2)).GetText();
+  std::string const command = "auto-delete set --free-mb 2147483647 --min-age-days 0";
+  std::string const dry = Line(command + " --dry-run").out;
+  EXPECT_LT(dry.find("would delete study " + second_study), dry.find("would delete study " + first_study)) << dry;
+  EXPECT_NE(dry.find("\n2 studies would go; "), std::string::npos) << dry;
+  ASSERT_EQ(Line("protect set --study " + second_study).code, 0);
+  Result const result = Line(command);
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.out.substr(0, 16), "1 study deleted;");
+  EXPECT_NE(result.err.find(": 1 study protected\n"), std::string::npos) << result.err;
+  EXPECT_EQ(Fetched(), 4u);
+  EXPECT_EQ(Line("auto-delete set --free-mb 0 --min-age-days 0").code, 0);
+}
+
+TEST_F(MaintenanceTest, ExportsWhatIsThere) {
+  fs::remove(temp / FirstImage());
+  std::string const command = "export set --study " + first_study + " --out ";
+  ExpectFailure(command + "folder", 1, image + ": ");
+  ExpectFailure(command + "standard --standard", 1, image + ": ");
+  EXPECT_EQ(std::distance(fs::directory_iterator(temp / "folder"), {}), 3);
+  EXPECT_EQ(RunJson({"query", "standard", "--level", "image"}).size(), 3u);
+  EXPECT_EQ(Line(command + "folder --force").out.substr(0, 10), "3 exported");
+  ASSERT_EQ(Line("fetch standard --all --out again").code, 0);
+  for (auto const& entry : fs::directory_iterator(temp / "folder"))
+    EXPECT_TRUE(fs::exists(temp / ("again/" + entry.path().filename().string())));
+  std::string const dump = "! command -v dcmdump >/dev/null || dcmdump " + Quoted(temp / "standard/DICOMDIR");
+  EXPECT_EQ(std::system((dump + " >/dev/null").c_str()), 0);
+}
+
+TEST_F(MaintenanceTest, CheckTellsWhatIsWrongAndWhere) {
+  EXPECT_EQ(Line("check set --deep").out, "2 patients, 2 studies, 4 series, 8 images, 8 objects read: sound\n");
+  ASSERT_EQ(Line("export set --out standard --standard --study " + first_study).code, 0);
+  EXPECT_EQ(Line("check standard").code, 0);
+  ExpectFailure("check in", 3, "in: holds no file-set");
+  std::string const path = FirstImage();
+  fs::remove(temp / path);
+  Result const result = Line("check set");
+  EXPECT_EQ(result.code, 1);
+  EXPECT_TRUE(result.out.starts_with(path +
+                                     ": object-missing: the object's file doesn't exist (left by an interrupted"
+                                     " delete, or damage)\n    patient " +
+                                     patient + "\n    study " + first_study + "\n"))
+      << result.out;
+  EXPECT_NE(result.out.find("    instance " + image + "\n"), std::string::npos);
+  // the structure of one that can't be read is told from what is beside it
+  for (char const* set : {"set", "standard"}) {
+    fs::resize_file(temp / (std::string(set) + "/DICOMDIR"), 100);
+    Result const cut = Run({"check", set, "--json"});
+    EXPECT_EQ(cut.code, 1);
+    EXPECT_NE(cut.out.find("\"directory-file-unreadable\""), std::string::npos) << cut.out;
+  }
+}
+
+} // namespace

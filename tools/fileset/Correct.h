@@ -1,0 +1,5 @@
+#pragma once
+
+#include "Command.h"
+
+Command AddCorrect(CLI::App& app);

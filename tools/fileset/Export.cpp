@@ -1,0 +1,242 @@
+#include "Export.h"
+
+#include "EngineLog.h"
+#include "Interruption.h"
+#include "Json.h"
+#include "ObjectWriter.h"
+#include "Report.h"
+#include "Search.h"
+#include "StoreObject.h"
+
+#include <Disk/Disk_Access.h>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <infra/Util_FileSystem.h>
+#include <memory>
+
+namespace {
+
+char const kDescription[] = "Copies a study, a series or an object into a folder, or into a new file-set to burn";
+
+char const kFooter[] = R"(
+The files are named FOLDER/SOPINSTANCEUID.dcm. A file that is there already is left alone, which counts
+as a failure, unless --force is given. FOLDER is made if need be.
+
+With --standard FOLDER becomes a file-set of the standard structure, with a DICOMDIR that other DICOM
+software reads. It must be empty or not exist. One sync at the end makes it survive a power cut.
+
+Compressed pixels stay compressed unless --decompress is given. An object that can't be copied is told,
+and the others are copied; nothing is taken back.
+
+Examples:
+  fileset export /data/set --study 1.2.840.4711 --out /tmp/study
+  fileset export /data/set --study 1.2.840.4711 --out /tmp/medium --standard --decompress
+
+Ends with 0 when every object was copied, 1 when nothing was found or something failed (a line on
+standard error for each), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+
+struct Options {
+  std::string directory, study, series, image, out;
+  bool standard = false, decompress = false, force = false, json = false;
+};
+
+// A list each for the library: one, but for an image that stands in several series.
+// 0, or -1 (reported) when the file-set can't be read.
+int FindLists(Options const& options, Search& search, std::vector<SCL_QueryIdentifier>* lists) {
+  if (options.image.empty()) {
+    SCL_QueryIdentifier list(options.study.empty() ? Level::SERIES : Level::STUDY);
+    list.SetStudyInstanceUID(options.study.empty() ? UI_NULL : Dicom_UI(options.study));
+    if (options.study.empty()) list.SetSeriesInstanceUID(Dicom_UI(options.series));
+    lists->push_back(list);
+    return 0;
+  }
+  Search::Rows rows;
+  if (search.Run(Level::IMAGE, {{Attributes::kSopInstanceUid, options.image}}, &rows) == -1) return -1;
+  for (auto const& row : rows) {
+    SCL_MoveIdentifier const found(*row);
+    SCL_QueryIdentifier list(Level::IMAGE);
+    list.SetStudyInstanceUID(found.GetStudyInstanceUID());
+    list.SetSeriesInstanceUID(found.GetSeriesInstanceUID());
+    list.SetSOPInstanceUID(found.GetSOPInstanceUID());
+    lists->push_back(list);
+  }
+  return 0;
+}
+
+// Where objects go.
+class Target {
+public:
+  virtual ~Target() = default;
+  // 0, or -1 (reported).
+  virtual int Open() = 0;
+  // Whether the object is there now. If not, or not as wanted, that is reported.
+  virtual bool Add(IOD_Msg& object, std::string const& uid) = 0;
+  virtual void Finish() {}
+};
+
+class FolderTarget : public Target {
+public:
+  FolderTarget(Options const& options, Report& report)
+      : options_(options), report_(report), writer_(options.out, options.force) {}
+
+  int Open() override {
+    if (writer_.MakeFolder() == 0) return 0;
+    report_.Fail(options_.out, std::string("can't be made: ") + std::strerror(errno));
+    return -1;
+  }
+  bool Add(IOD_Msg& object, std::string const& uid) override {
+    return !writer_.Copy(object, uid, options_.decompress, report_).empty();
+  }
+
+protected:
+  Options const& options_;
+  Report& report_;
+
+private:
+  ObjectWriter writer_;
+};
+
+class StandardTarget : public FolderTarget {
+public:
+  StandardTarget(Options const& options, EngineLog& log, Report& report) : FolderTarget(options, report), log_(log) {}
+
+  int Open() override {
+    if (FolderTarget::Open() == -1) return -1;
+    std::error_code error;
+    if (!std::filesystem::is_empty(options_.out, error)) {
+      report_.Fail(options_.out, error ? error.message() : "isn't empty, which a new file-set needs");
+      return -1;
+    }
+    Disk_StoreParams const params(Disk_StoreParams::STANDARD_STRUCTURE | Disk_StoreParams::STORE_NATIVE);
+    set_ = OpenFileSet(options_.out, Access::ReadWrite, params, log_, report_);
+    return set_.root ? 0 : -1;
+  }
+
+  bool Add(IOD_Msg& object, std::string const& uid) override {
+    std::string problem;
+    if (options_.decompress) Decompress(object, &problem);
+    if (!problem.empty()) report_.Fail(uid, problem);
+    // without waiting for the disk; the file-set that is read from notes its access in the usual way
+    Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+    problem = StoreObject(object, {false, true, ""}, set_, log_);
+    Util_FileSystem::SetDurability(Util_Durability::Full);
+    if (!problem.empty()) report_.Fail(uid, problem);
+    return problem.empty();
+  }
+
+  void Finish() override {
+    set_.root.reset();
+    if (SyncFileSystem(options_.out) == -1)
+      report_.Fail(options_.out,
+                   std::string("may not survive a power cut, as the sync failed: ") + std::strerror(errno));
+  }
+
+private:
+  EngineLog& log_;
+  FileSet set_;
+};
+
+// The number of objects copied from the list.
+std::size_t CopyList(Disk_Access& access, Target& target, EngineLog& log, Report& report) {
+  std::size_t copied = 0;
+  while (access.HasMore() && !IsInterrupted()) {
+    std::string const uid = access.GetNextUID().GetText();
+    IOD_Msg* fetched = nullptr;
+    log.Begin();
+    int const result = access.FetchNext(&fetched);
+    std::unique_ptr<IOD_Msg> const object(fetched);
+    if (result == -1 || !object)
+      report.Fail(uid, log.Cause());
+    else if (target.Add(*object, uid))
+      ++copied;
+    report.Step();
+  }
+  return copied;
+}
+
+// 0, or -1 (reported) when the file-set can't be read.
+int CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& options, FileSet& set, Target& target,
+            EngineLog& log, Report& report, std::size_t* copied) {
+  std::size_t found = 0;
+  for (SCL_QueryIdentifier const& list : lists) {
+    Disk_Access access(*set.root);
+    log.Begin();
+    if (access.OpenQuery(list, 1) == -1) {
+      report.Fail(options.directory, log.Cause());
+      return -1;
+    }
+    if (access.HasMore() && found == 0 && target.Open() == -1) return 0;
+    found += std::size_t(access.GetNItems());
+    report.Begin(std::size_t(access.GetNItems()));
+    *copied += CopyList(access, target, log, report);
+    report.End();
+  }
+  if (found == 0)
+    report.Fail(options.directory, "holds no such object");
+  else
+    target.Finish();
+  return 0;
+}
+
+void PrintOutcome(std::size_t copied, Options const& options, Report const& report) {
+  if (options.json) {
+    std::printf("%s\n", JsonText({{"exported", copied},
+                                  {"folder", options.out},
+                                  {"standard", options.standard},
+                                  {"failures", FailuresJson(report, "object")}})
+                            .c_str());
+    return;
+  }
+  std::size_t const failed = report.Failures().size();
+  std::printf("%zu exported to %s%s, %zu failed%s\n", copied, options.out.c_str(),
+              options.standard ? ", a file-set of its own" : "", failed,
+              failed > 0 && copied > 0 ? "; what was copied is left there" : "");
+}
+
+int Run(Options const& options) {
+  Report report;
+  EngineLog log(options.directory);
+  if (int(!options.study.empty()) + int(!options.series.empty()) + int(!options.image.empty()) != 1) {
+    report.Fail("export", "say what: --study, --series or --image");
+    return kUsage;
+  }
+  if (IsInside(options.out, options.directory)) {
+    report.Fail(options.out, "lies inside of the file-set");
+    return kUsage;
+  }
+  FileSet set = OpenFileSet(options.directory, Access::Visit, {}, log, report);
+  if (!set.root) return kNotOpened;
+  std::unique_ptr<Target> target = std::make_unique<FolderTarget>(options, report);
+  if (options.standard) target = std::make_unique<StandardTarget>(options, log, report);
+  Search search(set, log, report);
+  std::vector<SCL_QueryIdentifier> lists;
+  if (FindLists(options, search, &lists) == -1) return kNotOpened;
+  WatchForInterruption();
+  std::size_t copied = 0;
+  if (CopyAll(lists, options, set, *target, log, report, &copied) == -1) return kNotOpened;
+  if (IsInterrupted()) report.Fail(options.out, "interrupted before all objects were copied");
+  PrintOutcome(copied, options, report);
+  return report.Result();
+}
+
+} // namespace
+
+Command AddExport(CLI::App& app) {
+  auto const options = std::make_shared<Options>();
+  CLI::App* line = app.add_subcommand("export", kDescription)->footer(kFooter);
+  line->add_option("DIR", options->directory, "The file-set")->required();
+  CLI::Option* study = line->add_option("--study", options->study, "The study with this Study Instance UID");
+  CLI::Option* series = line->add_option("--series", options->series, "The series with this Series Instance UID");
+  CLI::Option* image = line->add_option("--image", options->image, "The object with this SOP Instance UID");
+  for (CLI::Option* option : {study, series, image})
+    option->option_text("UID");
+  study->excludes(series)->excludes(image);
+  series->excludes(image);
+  line->add_option("--out", options->out, "Folder to copy to")->option_text("FOLDER")->required();
+  CLI::Option* standard = line->add_flag("--standard", options->standard, "Make a file-set with a DICOMDIR of FOLDER");
+  line->add_flag("--decompress", options->decompress, "Write uncompressed pixels, as explicit little endian");
+  line->add_flag("--force", options->force, "Write over files that are there")->excludes(standard);
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options] { return Run(*options); }};
+}

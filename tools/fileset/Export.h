@@ -1,0 +1,5 @@
+#pragma once
+
+#include "Command.h"
+
+Command AddExport(CLI::App& app);

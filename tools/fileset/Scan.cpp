@@ -1,0 +1,212 @@
+#include "Scan.h"
+
+#include "EngineLog.h"
+#include "Json.h"
+#include "Report.h"
+#include "StoreObject.h"
+#include "Text.h"
+#include "Zombies.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <infra/Util_FileSystemInterface.h>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+char const kDescription[] = "Lists files and folders of a file-set that no record names; removes or adopts them";
+
+char const kFooter[] = R"(
+A killed program, a disk that was full or records that were lost leave such files. A folder is listed
+with all that it holds.
+
+--adopt stores those that are whole DICOM objects and whose SOP Instance UID the file-set doesn't know:
+the file is renamed to its place. An object that is known already is left where it is, and told.
+--remove deletes what is listed, after asking; where nobody can be asked it takes --yes. A symbolic link
+is removed, never followed. What holds an object that can't be adopted stays. With both, what can be
+adopted is, and the rest is removed. Neither is done while records can't be read.
+Only file-sets of the private structure can do this.
+
+Examples: look, bring lost objects back, and clean up
+  fileset scan /data/set
+  fileset scan /data/set --adopt
+  fileset scan /data/set --remove --yes
+
+Ends with 0 when there are none, or none any more; 1 when some are left, or something failed (a line on
+standard error for each); 2 for a wrong command line, 3 when the file-set can't be opened.)";
+
+struct Options {
+  std::string directory;
+  bool remove = false, yes = false, adopt = false, json = false;
+};
+
+struct Adopted {
+  std::string path, place;
+};
+
+struct Outcome {
+  Zombies zombies; // that were left by an adoption
+  std::vector<Adopted> adopted;
+  std::vector<std::string> known, removed;
+};
+
+// Marks what must not be removed as a whole because of a file in it.
+void Keep(Zombies& zombies, std::set<std::string> const& paths, char const* why) {
+  for (Zombie& zombie : zombies) {
+    auto const below = paths.lower_bound(zombie.path + "/");
+    bool const holds = below != paths.end() && below->starts_with(zombie.path + "/");
+    if (holds || paths.count(zombie.path) != 0) zombie.stays = why;
+  }
+}
+
+bool IsObjectFile(std::string const& path) {
+  std::filesystem::path const name = std::filesystem::path(path).filename();
+  struct stat status {};
+  for (char const* other : {"DICOMDIR", "DIRFILE", "VERSION", "LOCKFILE"})
+    if (name == other) return false;
+  return name.extension() != ".tmp" && Util_FileSystemInterface::Current().Lstat(path.c_str(), &status) == 0 &&
+         S_ISREG(status.st_mode);
+}
+
+// Stores the file if it is an object that the file-set lacks. False (reported) if it is one and can't be stored.
+bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, EngineLog& log, Report& report,
+           Outcome* outcome) {
+  if (recorded.paths.count(path) != 0 || !IsObjectFile(path)) return true;
+  std::string problem, place;
+  std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
+  if (!object || object->GetStudyInstanceUID() == UI_NULL || object->GetSeriesInstanceUID() == UI_NULL ||
+      object->GetSOPInstanceUID() == UI_NULL)
+    return true;
+  std::string const uid = object->GetSOPInstanceUID().GetText();
+  if (recorded.uids.count(uid) != 0) {
+    outcome->known.push_back(path);
+    return true;
+  }
+  problem = StoreObject(*object, {false, false, path}, set, log, &place);
+  if (!problem.empty()) {
+    report.Fail(path, "can't be adopted: " + problem);
+    return false;
+  }
+  recorded.uids.insert(uid);
+  outcome->adopted.push_back({path, place});
+  return true;
+}
+
+// 0, or -1 (reported): the file-set can't be scanned or read.
+int AdoptAll(FileSet& set, EngineLog& log, Report& report, Recorded& recorded, Outcome* outcome) {
+  std::set<std::string> refused;
+  report.Begin(outcome->zombies.size());
+  for (Zombie const& zombie : outcome->zombies) {
+    std::vector<std::string> const files = zombie.is_folder ? zombie.holds : std::vector<std::string>{zombie.path};
+    for (std::string const& path : files)
+      if (!Adopt(path, recorded, set, log, report, outcome)) refused.insert(path);
+    report.Step();
+  }
+  report.End();
+  if (FindZombies(set, log, report, &outcome->zombies) == -1) return -1;
+  Keep(outcome->zombies, refused, "an object that can't be adopted");
+  return 0;
+}
+
+std::string Size(Zombie const& zombie) {
+  return (zombie.is_folder ? "folder, " + std::to_string(zombie.holds.size()) + " in it, " : "file, ") +
+         std::to_string((zombie.bytes + 1023) / 1024) + " KB";
+}
+
+void PrintZombies(Outcome const& outcome) {
+  for (Adopted const& one : outcome.adopted)
+    std::printf("%s: adopted as %s\n", Printable(one.path).c_str(), Printable(one.place).c_str());
+  for (std::string const& path : outcome.known)
+    std::printf("%s: an object that the file-set has already\n", Printable(path).c_str());
+  for (Zombie const& zombie : outcome.zombies) {
+    std::string const stays = zombie.stays.empty() ? "" : "; stays, as it is or holds " + zombie.stays;
+    std::printf("%s (%s%s)\n", Printable(zombie.path).c_str(), Size(zombie).c_str(), stays.c_str());
+    for (std::string const& path : zombie.holds)
+      std::printf("  %s\n", Printable(path).c_str());
+  }
+  std::fflush(stdout);
+}
+
+bool IsConfirmed(Options const& options, std::size_t count) {
+  if (options.yes || count == 0) return true;
+  std::fprintf(stderr, "Remove %zu of them, with all that folders hold? (y/N) ", count);
+  int const answer = std::getchar();
+  return answer == 'y' || answer == 'Y';
+}
+
+void PrintOutcome(Outcome const& outcome, Options const& options, Report const& report) {
+  if (!options.json && !options.adopt && !options.remove) {
+    std::printf("%zu that no record names\n", outcome.zombies.size());
+    return;
+  }
+  if (!options.json) {
+    std::printf("%zu adopted, %zu removed, %zu left, %zu failed\n", outcome.adopted.size(), outcome.removed.size(),
+                outcome.zombies.size() - outcome.removed.size(), report.Failures().size());
+    return;
+  }
+  nlohmann::json zombies = nlohmann::json::array(), adopted = nlohmann::json::array();
+  for (Zombie const& zombie : outcome.zombies)
+    zombies.push_back({{"path", zombie.path},
+                       {"kind", zombie.is_folder ? "folder" : "file"},
+                       {"bytes", zombie.bytes},
+                       {"holds", zombie.holds},
+                       {"stays", zombie.stays}});
+  for (Adopted const& one : outcome.adopted)
+    adopted.push_back({{"path", one.path}, {"place", one.place}});
+  std::printf("%s\n", JsonText({{"zombies", zombies},
+                                {"adopted", adopted},
+                                {"known", outcome.known},
+                                {"removed", outcome.removed},
+                                {"failures", FailuresJson(report, "path")}})
+                          .c_str());
+}
+
+// 0, or -1 (reported).
+int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report, Outcome* outcome) {
+  if (FindZombies(set, log, report, &outcome->zombies) == -1) return -1;
+  Recorded recorded;
+  bool const wanted = (options.adopt || options.remove) && !outcome->zombies.empty();
+  bool const handles = wanted && ReadRecorded(set, log, report, &recorded) == 0;
+  if (wanted && !handles) report.Fail(set.directory, "nothing is adopted or removed while not all records can be read");
+  if (handles && options.adopt && AdoptAll(set, log, report, recorded, outcome) == -1) return -1;
+  // a record may name what is further down than the scan looks
+  Keep(outcome->zombies, recorded.paths, "what a record names");
+  if (!options.json) PrintZombies(*outcome);
+  auto const count = std::count_if(outcome->zombies.begin(), outcome->zombies.end(),
+                                   [](Zombie const& zombie) { return zombie.stays.empty(); });
+  if (handles && options.remove && IsConfirmed(options, std::size_t(count)))
+    outcome->removed = RemoveZombies(outcome->zombies, set, log, report);
+  return 0;
+}
+
+int Run(Options const& options) {
+  Report report;
+  EngineLog log(options.directory);
+  if (options.remove && !options.yes && (options.json || isatty(STDIN_FILENO) == 0)) {
+    report.Fail("--remove", "nobody can be asked whether to remove: --yes does it without");
+    return kUsage;
+  }
+  FileSet set;
+  int result = kDone;
+  if (OpenPrivateFileSet(options.directory, Access::Change, {}, log, report, &set, &result) == -1) return result;
+  Outcome outcome;
+  if (Handle(options, set, log, report, &outcome) == -1) return kFailed;
+  PrintOutcome(outcome, options, report);
+  return outcome.removed.size() < outcome.zombies.size() ? int(kFailed) : report.Result();
+}
+
+} // namespace
+
+Command AddScan(CLI::App& app) {
+  auto const options = std::make_shared<Options>();
+  CLI::App* line = app.add_subcommand("scan", kDescription)->footer(kFooter);
+  line->add_option("DIR", options->directory, "The file-set")->required();
+  line->add_flag("--adopt", options->adopt, "Store those that are objects which the file-set lacks");
+  CLI::Option* remove = line->add_flag("--remove", options->remove, "Delete what is listed");
+  line->add_flag("--yes", options->yes, "Don't ask before that")->needs(remove);
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options] { return Run(*options); }};
+}

@@ -1,0 +1,109 @@
+#include "Status.h"
+
+#include "EngineLog.h"
+#include "Json.h"
+#include "Report.h"
+#include "Search.h"
+
+#include <memory>
+
+namespace {
+
+// A mark in the records of studies, set or taken away.
+struct Mark {
+  char const* command;
+  char const* done; // 2 studies …
+  char const* description;
+  char const* what_it_does;
+  int (*set)(Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& study);
+};
+
+constexpr Mark kProtect{"protect", "protected", "Protects studies from being deleted",
+                        "A protected study is neither deleted (unless by `delete --force`) nor goes with auto-delete.\n"
+                        "Objects can still be stored into it.",
+                        [](Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& study) {
+                          return root.ProtectImages(study, 1, nullptr);
+                        }};
+constexpr Mark kUnprotect{"unprotect", "unprotected", "Lets protected studies be deleted again",
+                          "A study that isn't protected stays as it is.",
+                          [](Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& study) {
+                            return root.UnprotectImages(study, 1, nullptr);
+                          }};
+constexpr Mark kComplete{"complete", "completed", "Marks studies as completely loaded",
+                         "Whoever brings a study says by it that nothing more is to come. `query --key\n"
+                         "StudyLoadCompleted` shows it.",
+                         [](Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& study) {
+                           return root.SetStudyCompleted(study.GetStudyInstanceUID());
+                         }};
+
+std::string Footer(Mark const& mark) {
+  return "\n" + std::string(mark.what_it_does) +
+         "\nOnly file-sets of the private structure can do this.\n\nExample:\n  fileset " + mark.command +
+         " /data/set --study 1.2.840.4711 1.2.840.4712\n\n" + "Ends with 0 when all studies are " + mark.done +
+         ", 1 when one isn't there or can't be (a line on standard\nerror for each), 2 for a wrong command line, 3 "
+         "when "
+         "the file-set can't be opened.";
+}
+
+struct Options {
+  std::string directory;
+  std::vector<std::string> studies;
+  bool json = false;
+};
+
+// 0, or -1 (reported) when the file-set can't be read.
+int SetAll(Mark const& mark, Options const& options, FileSet& set, EngineLog& log, Report& report,
+           std::vector<std::string>* done) {
+  using Attributes::kStudyInstanceUid;
+  Search::Rows rows;
+  if (Search(set, log, report).Run(Level::STUDY, {{kStudyInstanceUid, JoinedUids(options.studies)}}, &rows) == -1)
+    return -1;
+  std::set<std::string> found;
+  for (auto const& row : rows)
+    found.insert(row->Text(kStudyInstanceUid));
+  FailMissing(options.studies, found, "study", report);
+  for (std::string const& uid : found) {
+    int error = 0;
+    SCL_MoveIdentifier study(Level::STUDY, &error);
+    study.SetStudyInstanceUID(Dicom_UI(uid));
+    log.Begin();
+    if (mark.set(*set.root, study) == 0)
+      done->push_back(uid);
+    else
+      report.Fail(uid, log.Cause());
+  }
+  return 0;
+}
+
+int Run(Mark const& mark, Options const& options) {
+  Report report;
+  EngineLog log(options.directory);
+  FileSet set;
+  int result = kDone;
+  if (OpenPrivateFileSet(options.directory, Access::Change, {}, log, report, &set, &result) == -1) return result;
+  std::vector<std::string> done;
+  if (SetAll(mark, options, set, log, report, &done) == -1) return kNotOpened;
+  if (options.json)
+    std::printf("%s\n", JsonText({{mark.done, done}, {"failures", FailuresJson(report, "study")}}).c_str());
+  else
+    std::printf("%zu %s %s, %zu failed\n", done.size(), done.size() == 1 ? "study" : "studies", mark.done,
+                report.Failures().size());
+  return report.Result();
+}
+
+Command Add(CLI::App& app, Mark const& mark) {
+  auto const options = std::make_shared<Options>();
+  CLI::App* line = app.add_subcommand(mark.command, mark.description)->footer(Footer(mark));
+  line->add_option("DIR", options->directory, "The file-set")->required();
+  line->add_option("--study", options->studies, "Studies with these Study Instance UIDs")
+      ->option_text("UID...")
+      ->required();
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options, &mark] { return Run(mark, *options); }};
+}
+
+} // namespace
+
+Command AddProtect(CLI::App& app) { return Add(app, kProtect); }
+Command AddUnprotect(CLI::App& app) { return Add(app, kUnprotect); }
+Command AddComplete(CLI::App& app) { return Add(app, kComplete); }

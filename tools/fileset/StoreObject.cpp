@@ -1,0 +1,54 @@
+#include "StoreObject.h"
+
+#include "EngineLog.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dicom/Util_File.h>
+#include <fcntl.h>
+#include <infra/Util_FileSystem.h>
+#include <unistd.h>
+
+namespace {
+
+// Why a file can't be moved into the file-set; empty if it can.
+std::string MoveProblem(std::string const& file, std::string const& directory) {
+  struct stat source {
+  }, target{};
+  if (lstat(file.c_str(), &source) == -1 || stat(directory.c_str(), &target) == -1) return std::strerror(errno);
+  if (S_ISLNK(source.st_mode)) return "a symbolic link can't be moved into the file-set";
+  return source.st_dev == target.st_dev ? "" : "on another file system than the file-set, so it can't be moved";
+}
+
+} // namespace
+
+std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem) {
+  constexpr Dicom_Tag kDirectoryRecords(0x0004, std::uint16_t(0x1220));
+  Util_File file;
+  std::unique_ptr<IOD_Msg> object(file.GetFile(path.c_str(), 0, nullptr) == 0 ? file.operator IOD_Msg*() : nullptr);
+  if (!object) {
+    *problem = file.GetError();
+  } else if (object->Has(kDirectoryRecords)) {
+    *problem = "a DICOMDIR: a directory of objects, not an object";
+    object.reset();
+  }
+  return object;
+}
+
+std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log, std::string* stored_as) {
+  bool const move = !how.file_to_move.empty();
+  std::string problem = move ? MoveProblem(how.file_to_move, set.directory) : "";
+  if (!problem.empty()) return problem;
+  log.Begin();
+  std::string source = how.file_to_move;
+  char place[Disk_FileID::kPathSize] = "";
+  int const result =
+      set.root->Store(&object, how.icon, how.accept_mismatch, 0, nullptr, move, source.data(), place, nullptr);
+  if (stored_as) *stored_as = place;
+  return result == 0 ? "" : log.Cause();
+}
+
+int SyncFileSystem(std::string const& directory) {
+  Util_FileDescriptor const folder = Util_FileSystem::Open(directory.c_str(), O_RDONLY | O_DIRECTORY);
+  return folder ? syncfs(folder.Get()) : -1;
+}

@@ -1,0 +1,22 @@
+// What commands share that make objects part of a file-set.
+#pragma once
+
+#include "FileSet.h"
+
+#include <memory>
+#include <string>
+
+// The object in a file; or null, and `*problem` tells why: also for a DICOMDIR, which is no object.
+std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem);
+
+struct StoreHow {
+  bool icon = false, accept_mismatch = false;
+  std::string file_to_move; // not empty: the object's file, which is renamed to its place instead of a new one written
+};
+
+// Empty when the object is stored, else the cause. `*stored_as`, which may be null, becomes the place of a moved file.
+std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log,
+                        std::string* stored_as = nullptr);
+
+// Brings to the disk what was written without waiting for it. 0, or -1 with errno.
+int SyncFileSystem(std::string const& directory);

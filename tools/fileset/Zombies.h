@@ -1,0 +1,38 @@
+// Files and folders of a file-set that no record names: what crashes, other programs and lost records left.
+#pragma once
+
+#include "FileSet.h"
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+class EngineLog;
+class Report;
+
+struct Zombie {
+  std::string path;
+  bool is_folder = false;
+  std::vector<std::string> holds; // what is in a folder and below, each before the folder that it is in
+  std::uint64_t bytes = 0;
+  std::string stays; // not empty: why it isn't removed
+};
+
+using Zombies = std::vector<Zombie>;
+
+// In the order of the scan. 0, or -1 (reported). A study that can't be scanned is reported and left out.
+int FindZombies(FileSet& set, EngineLog& log, Report& report, Zombies* zombies);
+
+// Removes those of `zombies` that nothing keeps and no record names meanwhile; links aren't followed. What fails is
+// reported. Gives the paths that are gone.
+std::vector<std::string> RemoveZombies(Zombies const& zombies, FileSet& set, EngineLog& log, Report& report);
+
+// What the records of a file-set name.
+struct Recorded {
+  std::set<std::string> paths; // of object files and directory files
+  std::set<std::string> uids;  // SOP Instance UIDs
+};
+
+// 0, or -1 (reported) when not all records can be read.
+int ReadRecorded(FileSet& set, EngineLog& log, Report& report, Recorded* recorded);
