@@ -6,7 +6,10 @@ class Klb_FileSystemUtils {
 public:
   // The sum of the sizes of all regular files at and below `path`, rounded up to whole KB. Symbolic links in
   // the tree are neither followed nor counted; what vanishes during the walk isn't counted, a subdirectory
-  // that can't be read is logged and not counted. -1, with errno, when `path` itself can't be read.
+  // that can't be read is logged and not counted. What was measured of a folder is remembered for as long as
+  // the folder's own change time proves it: so asking again costs a call per folder, not per file. Exact for all
+  // that this library has completed; files that others change in their place may be missed. -1, with errno, when
+  // `path` itself can't be read.
   static long GetDirSize(char const* path);
 
   // Size of the file system that holds `path`, and what of it an ordinary user may still fill, in KB. 0, or

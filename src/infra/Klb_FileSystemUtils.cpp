@@ -1,30 +1,14 @@
-#include <cerrno>
+#include "MeasuredFolders.h"
+#include "NeverDestroyed.h"
+
 #include <climits>
 #include <cstdint>
 #include <infra/Klb_FileSystemUtils.h>
-#include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystemInterface.h>
 
 namespace {
 
-using Entry = Util_FileSystemInterface::Entry;
-
 Util_FileSystemInterface& system_calls() { return Util_FileSystemInterface::Current(); }
-
-// Adds the sizes of the files in `path` to `bytes`, and the directories in it to `open`.
-int measure(std::string const& path, uint64_t& bytes, std::vector<std::string>& open) {
-  std::vector<Entry> entries;
-  if (system_calls().List(path.c_str(), entries) == -1) return -1;
-  for (Entry const& entry : entries) {
-    std::string name = path + "/" + entry.name;
-    struct stat status;
-    if (entry.type == Entry::Directory)
-      open.push_back(std::move(name));
-    else if (entry.type == Entry::Regular && system_calls().Lstat(name.c_str(), &status) == 0)
-      bytes += static_cast<uint64_t>(status.st_size);
-  }
-  return 0;
-}
 
 // blocks * size / 1024, without an overflow on the way.
 long to_kb(uint64_t blocks, uint64_t size) {
@@ -37,15 +21,9 @@ long to_kb(uint64_t blocks, uint64_t size) {
 } // namespace
 
 long Klb_FileSystemUtils::GetDirSize(char const* path) {
+  static NeverDestroyed<MeasuredFolders> measured;
   uint64_t bytes = 0;
-  std::vector<std::string> open;
-  if (measure(path, bytes, open) == -1) return -1;
-  while (!open.empty()) {
-    std::string const next = std::move(open.back());
-    open.pop_back();
-    if (measure(next, bytes, open) == -1 && errno != ENOENT)
-      DISK_LOG(4, "Can't measure directory %s: errno %d\n", next.c_str(), errno);
-  }
+  if ((*measured).Measure(path, &bytes) == -1) return -1;
   return static_cast<long>(bytes / 1024 + (bytes % 1024 != 0));
 }
 

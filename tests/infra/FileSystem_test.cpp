@@ -1,9 +1,11 @@
+#include <chrono>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_FileSystem.h>
 #include <support/FaultyFileSystem.h>
 #include <support/TempDirectory.h>
+#include <thread>
 
 namespace {
 
@@ -121,6 +123,62 @@ TEST(FileSystemUtils, DirSizeCountsFilesOnce) {
   std::filesystem::create_symlink("one", directory / "again");
   EXPECT_EQ(size(), 2);
   EXPECT_EQ(Klb_FileSystemUtils::GetDirSize((directory / "none").c_str()), -1);
+}
+
+// A file system whose times have steps of two seconds.
+class SteppedFileSystem : public Util_FileSystemInterface {
+public:
+  SteppedFileSystem() { SetCurrent(this); }
+  ~SteppedFileSystem() override { SetCurrent(nullptr); }
+  int Stat(char const* path, struct stat* s) override { return stepped(Util_FileSystemInterface::Stat(path, s), s); }
+  int Lstat(char const* path, struct stat* s) override { return stepped(Util_FileSystemInterface::Lstat(path, s), s); }
+  int List(char const* path, std::vector<Entry>& entries) override {
+    ++lists;
+    return Util_FileSystemInterface::List(path, entries);
+  }
+  int lists = 0;
+
+private:
+  static int stepped(int result, struct stat* s) {
+    for (timespec* time : {&s->st_mtim, &s->st_ctim})
+      *time = {time->tv_sec & ~1L, 0};
+    return result;
+  }
+};
+
+TEST(FileSystemUtils, DirSizeIsRememberedAndNeverStale) {
+  TempDirectory const directory;
+  auto const size = [&] { return Klb_FileSystemUtils::GetDirSize(directory.Path().c_str()); };
+  auto const wait = [](int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); };
+  std::filesystem::create_directories(directory / "a/b");
+  std::filesystem::create_directories(directory / "c");
+  SteppedFileSystem system;
+  std::string const kb(1024, 'x');
+  int files = 0;
+  for (; files < 40; ++files) { // several in each step
+    EXPECT_EQ(size(), files);
+    directory.Write((files % 3 ? "a/b/" : "c/") + std::to_string(files), kb);
+    wait(75);
+  }
+  for (int calls = 0; calls < 2; ++calls, wait(2600))
+    EXPECT_EQ(size(), files);
+  EXPECT_EQ(size(), files); // the second one after a quiet step is believed
+  system.lists = 0;
+  EXPECT_EQ(size(), files);
+  EXPECT_EQ(system.lists, 0);
+  std::filesystem::rename(directory / "a/b/1", directory / "a/b/2"); // one replaces another
+  EXPECT_EQ(size(), files - 1);
+  EXPECT_EQ(system.lists, 1);
+  std::filesystem::remove_all(directory / "a");
+  directory.Write("DICOMDIR", kb);
+  long const left = size();
+  EXPECT_EQ(left, 15);
+  wait(2600);
+  size();
+  system.lists = 0;
+  directory.Write("DICOMDIR", kb + kb); // in its place
+  EXPECT_EQ(size(), left + 1);
+  EXPECT_EQ(system.lists, 0);
 }
 
 } // namespace
