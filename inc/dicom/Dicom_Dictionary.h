@@ -13,6 +13,7 @@ public:
   static constexpr Dicom_Tag KOLBA_SLICE_DIRECTION{0x0009, std::uint8_t(0x06), kImplementor};
   static constexpr Dicom_Tag KOLBA_STUDY_BODY_PART{0x0009, std::uint8_t(0x07), kImplementor};
   static constexpr Dicom_Tag KOLBA_INPUT_FILE_NAME{0x0009, std::uint8_t(0x08), kImplementor};
+  static constexpr Dicom_Tag KOLBA_COMPRESSED_PIXEL_DATA{0x0009, std::uint8_t(0x09), kImplementor};
   static constexpr Dicom_Tag KOLBA_NUMBER_OF_SERIES{0x0009, std::uint8_t(0x10), kImplementor};
   static constexpr Dicom_Tag KOLBA_NUMBER_OF_IMAGES{0x0009, std::uint8_t(0x11), kImplementor};
   static constexpr Dicom_Tag KOLBA_FAKED_STUDY_DATE{0x0009, std::uint8_t(0x12), kImplementor};
