@@ -1,0 +1,100 @@
+#pragma once
+#include <Disk/Disk_RootDirectoryFile.h>
+#include <Disk/Disk_StudyMetaData.h>
+#include <dicom/Dicom_DeIdentifier.h>
+#include <infra/RWCString.h>
+#include <infra/RWWString.h>
+#include <infra/ThreadTools.h>
+
+#include <memory>
+
+/// A file-set as a bounded cache: it may take so much of the disk, and hold so many studies, and gives up the studies
+/// with the lowest grades when an object doesn't fit.
+///
+///     Disk_CacheRepository cache;
+///     cache.SetPath(RWWString(L"/data/cache"));
+///     if (cache.Construct() == 0) cache.Store(&object, false);
+///
+/// The quota is the smaller one of what the configuration grants (docs/configuration.md) and of what the disk has, its
+/// spare aside; it shrinks as the disk fills with other data, and grows back. One object serves one thread at a time;
+/// copies share the file-set. Operations give 0 or -1; before Construct, and after one that failed to make the
+/// file-set, they give -1. Deletes honour no protection.
+class Disk_CacheRepository {
+public:
+  Disk_CacheRepository();
+
+  /// Opens the file-set in the directory that SetPath named, and works out the quotas. 0, or -1.
+  int Construct();
+  RWWString const& GetPath() const { return m_path; }
+  void SetPath(RWWString const& path) { m_path = path; }
+  /// Studies with grades below the threshold may be cleaned. Values outside of 0 to 100 are ignored.
+  int GetThreshold() const { return m_threshold; }
+  void SetThreshold(int threshold);
+  /// What is left of the quota, in KB of 1024 bytes; 0 also before Construct.
+  long FreeSpaceKB();
+
+  /// Makes room if need be, and stores an object. The flag is that of Disk_RootDirectoryFile::Store. 0; or -1 when the
+  /// object is refused (by the de-identifier, for want of space or of studies that may go) or can't be stored: then
+  /// studies may have been given up, and nothing else has changed.
+  int Store(IOD_Msg* msg, bool store_unmatching_images);
+  int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
+  int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object);
+  int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
+             SCL_ResponseStatus& status);
+  int DeleteStudyByInstanceUID(Dicom_UI study_uid);
+  int MarkStudyAsFullyLoaded(Dicom_UI const& study_uid);
+  int MarkStudyAsAccessed(Dicom_UI const& study_uid);
+
+  // Cleaning: studies go from the lowest grade upward, as long as that is below the threshold. Two cleanings on one
+  // machine never overlap. 0, or -1 when the target wasn't met; what could go has gone then.
+
+  /// A tenth of the repository's size.
+  int AutoClean() { return AutoCleanPercentage(10); }
+  int AutoCleanPercentage(int percentage);
+  /// So that `mb` MB are free within the quota.
+  int AutoCleanMB(long mb);
+  int AutoCleanNStudies(int count);
+  /// For a study of so many images of a modality, which may be null.
+  int AutoCleanForStudy(int images, Dicom_CS const* modality);
+  /// All studies, whatever their grade.
+  int CleanAll();
+
+  /// For callers; nothing here takes it.
+  static Mutex s_mtxLock;
+
+protected:
+  bool IsDicomDirValid() const { return m_root != nullptr; }
+  /// All studies, ungraded. 0 and a new array for the caller to delete[], unless there are none; or -1.
+  int GetStudiesMetaData(Disk_StudyMetaData*& studies, int& count);
+  void FindUserQuotaSize();
+  void FindQuotaSize();
+  long FindRepositorySizeKB();
+  void FindDiskSizes(unsigned* total, unsigned* free);
+  /// A value of the push part of the configuration. False when there is none.
+  static bool GetCfgInteger(RWCString const& key, int& value);
+  static bool GetCfgString(RWCString const& key, RWCString& value);
+
+  RWWString m_path;
+  std::shared_ptr<Disk_RootDirectoryFile> m_root; // null before Construct
+  Dicom_DeIdentifier m_deIdentifier{nullptr};
+  std::int32_t m_quotaMB = 0;         // in force
+  std::int32_t m_userQuotaMB = 0;     // asked for by the configuration
+  std::int32_t m_sparePercentage = 0; // of the disk, to stay free
+  std::int32_t m_sizeKB = 0;          // as it was measured last
+  std::int32_t m_threshold = 0;
+  bool m_sizeStale = false;
+  std::int32_t m_maxStudies = 0; // no limit when not above 0
+  std::int32_t m_spaceFactor = 1;
+
+private:
+  struct Cleaning;
+  int clean(Cleaning& cleaning);
+  int make_room(IOD_Msg const& msg);
+  int limit_studies(Dicom_UI const& study_uid);
+  void read_study(Dicom_Msg const& answer, int number, Disk_StudyMetaData* study) const;
+  int count_studies();
+
+  static Dicom_UI s_lastStudyUID;
+  static int s_studyCount;
+  static Disk_RootDirectoryFile const* s_countedIn; // of which repository that is
+};
