@@ -70,6 +70,8 @@ protected:
   void FindQuotaSize();
   long FindRepositorySizeKB();
   void FindDiskSizes(unsigned* total, unsigned* free);
+  /// The MB of so many images of a modality, by the configured or the default size of one.
+  static long EstimateMB(int images, std::string const& modality);
   /// A value of the push part of the configuration. False when there is none.
   static bool GetCfgInteger(RWCString const& key, int& value);
   static bool GetCfgString(RWCString const& key, RWCString& value);

@@ -193,8 +193,12 @@ int Disk_CacheRepository::AutoCleanForStudy(int images, Dicom_CS const* modality
     std::string text;
     std::string const name = modality ? TextOr(*modality, text) : "(null string)";
     DISK_LOG(5, "Auto-clean, preparing for study. modality - <%s>, %d images\n", name.c_str(), images);
-    return AutoCleanMB(long(ImageSize(name)) * images / kKbPerMb);
+    return AutoCleanMB(EstimateMB(images, name));
   });
+}
+
+long Disk_CacheRepository::EstimateMB(int images, std::string const& modality) {
+  return long(ImageSize(modality)) * images / kKbPerMb;
 }
 
 int Disk_CacheRepository::CleanAll() {

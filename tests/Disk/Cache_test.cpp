@@ -194,10 +194,24 @@ TEST_F(CacheTest, GradeTablesWithOddEntries) {
     for (auto const& [age, grade] : c.grades)
       EXPECT_EQ(table.GetGrade(age), grade) << c.table << ", age " << age;
   }
+  Util_Cfg::Load(DISK_SOURCE_DIR "/examples/disk.yaml");
+  Disk_CacheRepository_GradeTable example((std::string(kPullClient) + "store_grader").c_str());
+  example.Load();
+  Util_Cfg::Clear();
   Disk_CacheRepository_GradeTable built_in((std::string(kPullClient) + "access_grader").c_str());
   for (auto const& [age, grade] : {std::pair(0, 95), {1, 85}, {2, 65}, {8, 50}, {15, 20}})
-    EXPECT_EQ(built_in.GetGrade(age), grade) << age;
+    EXPECT_EQ(std::pair(built_in.GetGrade(age), example.GetGrade(age)), std::pair(grade, grade)) << age;
   EXPECT_EQ(Util_Cfg::Load("/no/such/file"), -1); // the one that was loaded stands
+  // the example holds every default
+  std::vector<std::string> problems;
+  EXPECT_EQ(Util_Cfg::Load(DISK_SOURCE_DIR "/examples/disk.yaml", &problems), 0);
+  EXPECT_EQ(problems, std::vector<std::string>());
+  EXPECT_EQ(Util_FileSystem::GetDurability(), Util_Durability::Full);
+  auto const cache = Construct();
+  Util_Cfg::Clear();
+  auto const by_default = Construct();
+  EXPECT_EQ(cache->m_maxStudies, by_default->m_maxStudies);
+  EXPECT_EQ(cache->m_userQuotaMB, by_default->m_userQuotaMB);
 }
 
 TEST_F(CacheTest, Quotas) {

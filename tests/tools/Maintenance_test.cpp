@@ -219,4 +219,26 @@ TEST_F(MaintenanceTest, CheckTellsWhatIsWrongAndWhere) {
   }
 }
 
+TEST_F(MaintenanceTest, ACacheTellsWhoGoesAndLetsThemGo) {
+  temp.Write("cache.yaml", "push: {max_cached_studies: 5, modality_image_size: {ct: 2000000}}\n");
+  auto const cache = [this](std::string const& line) { return Line("--config cache.yaml cache " + line); };
+  ASSERT_EQ(cache("store kept in --now 2026-01-01").code, 0);
+  EXPECT_EQ(cache("fetch kept --study " + first_study + " --out out --now 2026-01-02").code, 0);
+  std::string const status = cache("status kept --now 2026-03-01").out;
+  EXPECT_NE(status.find("]  40 %  2 of 5\n"), std::string::npos) << status;
+  std::string const uid = first_study, expected = "study " + uid + ", grade ";
+  for (auto const& [how, goes] : {std::pair("--studies 1", true), {"--for-study 3 CT", true}, {"--mb 4000", false}}) {
+    std::string const dry = cache(std::string("clean kept --dry-run --now 2026-03-01 ") + how).out;
+    EXPECT_TRUE(dry.starts_with(goes ? "would delete " + expected : "0 studies would go")) << how << dry;
+  }
+  ExpectFailure("cache clean kept", 2, "clean: say how much");
+  ExpectFailure("cache status in", 3, "in: holds no file-set");
+  Result const clean = cache("clean kept --studies 2 --now 2026-03-01");
+  EXPECT_EQ(clean.code, 1); // the other was never read, and stays
+  EXPECT_TRUE(clean.out.starts_with("deleted " + expected)) << clean.out;
+  EXPECT_NE(clean.err.find("not as much as was wanted"), std::string::npos);
+  EXPECT_EQ(cache("clean kept --all").out.substr(0, 8), "deleted ");
+  EXPECT_NE(cache("status kept").out.find("  0 of 5\n"), std::string::npos);
+}
+
 } // namespace

@@ -35,7 +35,7 @@ standard error for each), 2 for a wrong command line, 3 when the file-set can't 
 struct Options {
   std::string directory, series;
   std::vector<std::string> studies, images;
-  bool force = false, dry_run = false, json = false;
+  bool is_cache = false, force = false, dry_run = false, json = false;
 };
 
 // One call of the library: a study, a series, or images of one series.
@@ -141,7 +141,7 @@ int Run(Options const& options) {
   if (!set.root) return kNotOpened;
   Disk_SupportPar par;
   par.delete_supported = 1;
-  par.honour_protection = !options.force && set.structure == Structure::Private;
+  par.honour_protection = !options.is_cache && !options.force && set.structure == Structure::Private;
   set.root->SetSupportPar(par);
   std::vector<Request> requests;
   if (FindRequests(options, set, log, report, &requests) == -1) return kNotOpened;
@@ -161,14 +161,15 @@ int Run(Options const& options) {
 
 } // namespace
 
-Command AddDelete(CLI::App& app) {
+Command AddDelete(CLI::App& app, bool is_cache) {
   auto const options = std::make_shared<Options>();
+  options->is_cache = is_cache;
   CLI::App* line = app.add_subcommand("delete", kDescription)->footer(kFooter);
   line->add_option("DIR", options->directory, "The file-set")->required();
   line->add_option("--study", options->studies, "Studies with these Study Instance UIDs")->option_text("UID...");
   line->add_option("--series", options->series, "The series with this Series Instance UID")->option_text("UID");
   line->add_option("--image", options->images, "Images with these SOP Instance UIDs")->option_text("UID...");
-  line->add_flag("--force", options->force, "Delete protected studies too");
+  if (!is_cache) line->add_flag("--force", options->force, "Delete protected studies too");
   line->add_flag("--dry-run", options->dry_run, "Only tell what would go");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};

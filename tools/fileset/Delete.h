@@ -2,4 +2,5 @@
 
 #include "Command.h"
 
-Command AddDelete(CLI::App& app);
+// A cache honours no protection.
+Command AddDelete(CLI::App& app, bool is_cache = false);

@@ -1,5 +1,6 @@
 // The program: stores, finds, copies, deletes and maintains the objects of a file-set from the command line.
 #include "AutoDelete.h"
+#include "Cache.h"
 #include "Check.h"
 #include "Correct.h"
 #include "Delete.h"
@@ -67,7 +68,7 @@ int main(int argc, char** argv) {
     std::vector<Command> const commands = {AddStore(app),   AddQuery(app),      AddFetch(app),     AddExport(app),
                                            AddDelete(app),  AddProtect(app),    AddUnprotect(app), AddComplete(app),
                                            AddCorrect(app), AddAutoDelete(app), AddScan(app),      AddCheck(app),
-                                           AddInfo(app)};
+                                           AddCache(app),   AddInfo(app)};
     try {
       app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

@@ -1,0 +1,171 @@
+#include "Cache.h"
+
+#include "CacheClean.h"
+#include "CacheStatus.h"
+#include "CacheView.h"
+#include "Delete.h"
+#include "EngineLog.h"
+#include "Fetch.h"
+#include "Interruption.h"
+#include "Json.h"
+#include "Query.h"
+#include "Report.h"
+#include "SourceFiles.h"
+#include "StoreObject.h"
+
+#include <cstdio>
+#include <ctime>
+#include <infra/Util_Clock.h>
+#include <memory>
+#include <set>
+#include <vector>
+
+namespace {
+
+char const kDescription[] = "Uses a file-set as a bounded cache that gives up the least wanted studies";
+
+char const kFooter[] = R"(
+The configuration (fileset --config FILE) says how much of the disk the cache may take, and how many
+studies it may hold. When an object doesn't fit, studies are graded, by size, by the age of the last store and by
+the age of the last access, and go from the lowest grade upward.
+
+`cache query`, `fetch` and `delete` are those of any file-set, but that protected studies are deleted too.
+--now says what time it is, to try how a cache grows old.
+
+Examples: a cache of 200 MB, how full it is, and what a cleaning would take
+  echo 'push: {max_repository_size_mb: 200}' > cache.yaml
+  fileset --config cache.yaml cache store /data/cache images/
+  fileset --config cache.yaml cache status /data/cache
+  fileset --config cache.yaml cache clean /data/cache --mb 50 --dry-run)";
+
+struct StoreOptions {
+  std::string directory;
+  std::vector<std::string> sources;
+  bool accept_mismatch = false, json = false;
+};
+
+// 2026-01-31, or 2026-01-31T17:30. 0, or -1.
+int SetNow(std::string const& text) {
+  std::tm parts{};
+  char rest = 0;
+  int const fields = std::sscanf(text.c_str(), "%4d-%2d-%2d%*1[T ]%2d:%2d%c", &parts.tm_year, &parts.tm_mon,
+                                 &parts.tm_mday, &parts.tm_hour, &parts.tm_min, &rest);
+  if (fields != 5 && !(fields == 3 && text.size() == 10)) return -1;
+  parts.tm_year -= 1900;
+  parts.tm_mon -= 1;
+  parts.tm_isdst = -1;
+  std::time_t const now = std::mktime(&parts);
+  if (now <= 0) return -1;
+  Util_Clock::SetNow(now);
+  return 0;
+}
+
+std::set<std::string> StudiesOf(CacheView& cache) {
+  std::vector<Disk_StudyMetaData> studies;
+  std::set<std::string> uids;
+  cache.Studies(&studies);
+  for (Disk_StudyMetaData const& study : studies)
+    uids.insert(study.m_studyUID.GetText());
+  return uids;
+}
+
+std::string StoreFile(std::string const& path, StoreOptions const& options, CacheView& cache, EngineLog& log) {
+  std::string problem;
+  std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
+  if (!object) return problem;
+  log.Begin();
+  if (cache.Store(object.get(), options.accept_mismatch) == 0) return "";
+  std::string const cause = log.Cause();
+  return cause == "no cause is known" ? "there is no room for it, and no study may go" : cause;
+}
+
+int RunStore(StoreOptions const& options) {
+  Report report;
+  EngineLog log(options.directory);
+  auto const cache = CacheView::Open(options.directory, true, log, report);
+  if (!cache) return kNotOpened;
+  std::vector<std::string> const files = FindSourceFiles(options.sources, options.directory, report);
+  std::set<std::string> const before = StudiesOf(*cache);
+  std::size_t stored = 0;
+  WatchForInterruption();
+  report.Begin(files.size());
+  for (std::string const& file : files) {
+    if (IsInterrupted()) break;
+    std::string const cause = StoreFile(file, options, *cache, log);
+    cause.empty() ? void(++stored) : report.Fail(file, cause);
+    report.Step();
+  }
+  report.End();
+  if (IsInterrupted()) report.Fail(options.directory, "interrupted before all files were stored");
+  std::vector<std::string> given_up;
+  std::set<std::string> const after = StudiesOf(*cache);
+  for (std::string const& uid : before)
+    if (after.count(uid) == 0) given_up.push_back(uid);
+  if (options.json) {
+    std::printf(
+        "%s\n",
+        JsonText({{"stored", stored}, {"given_up", given_up}, {"failures", FailuresJson(report, "file")}}).c_str());
+    return report.Result();
+  }
+  for (std::string const& uid : given_up)
+    std::printf("gave up study %s\n", uid.c_str());
+  std::printf("%zu stored, %zu refused, %zu of the former studies given up\n", stored, report.Failures().size(),
+              given_up.size());
+  return report.Result();
+}
+
+Command AddCacheStore(CLI::App& app) {
+  auto const options = std::make_shared<StoreOptions>();
+  CLI::App* line = app.add_subcommand("store", "Stores objects, and makes room for them if need be");
+  line->add_option("DIR", options->directory, "The cache; made if it isn't there")->required();
+  line->add_option("FILES", options->sources, "Files and folders")->required();
+  line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options] { return RunStore(*options); }};
+}
+
+Command AddCacheClean(CLI::App& app) {
+  auto const options = std::make_shared<CacheCleanOptions>();
+  CLI::App* line = app.add_subcommand("clean", "Gives up studies, from the lowest grade upward, below the threshold");
+  line->add_option("DIR", options->directory, "The cache")->required();
+  CLI::Range const number(0, 2147483647);
+  line->add_option("--mb", options->mb, "Until so many MB are free")->option_text("N")->check(number);
+  line->add_option("--percent", options->percent, "Until so much of its size is free")
+      ->option_text("N")
+      ->check(CLI::Range(0, 100));
+  line->add_option("--studies", options->studies, "So many studies")->option_text("N")->check(number);
+  line->add_option("--for-study", options->for_study, "Room for a study of so many images of a modality")
+      ->option_text("IMAGES MODALITY")
+      ->expected(2);
+  line->add_flag("--all", options->all, "All studies, whatever their grade");
+  line->add_flag("--dry-run", options->dry_run, "Only tell which would go");
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options] { return RunCacheClean(*options); }};
+}
+
+Command AddCacheStatus(CLI::App& app) {
+  auto const options = std::make_shared<CacheStatusOptions>();
+  CLI::App* line = app.add_subcommand("status", "Shows how full the cache is, and its studies as they would go");
+  line->add_option("DIR", options->directory, "The cache")->required();
+  line->add_flag("--json", options->json, "Print the same as JSON");
+  return {line, [options] { return RunCacheStatus(*options); }};
+}
+
+} // namespace
+
+Command AddCache(CLI::App& app) {
+  CLI::App* const line = app.add_subcommand("cache", kDescription)->footer(kFooter);
+  line->require_subcommand(1);
+  auto const now = std::make_shared<std::string>();
+  line->add_option("--now", *now, "What time it is: 2026-01-31, or 2026-01-31T17:30")
+      ->option_text("TIME")
+      ->check(
+          [](std::string const& text) { return SetNow(text) == 0 ? "" : text + " is no date like 2026-01-31T17:30"; });
+  std::vector<Command> const commands = {AddCacheStore(*line),   AddQuery(*line),      AddFetch(*line),
+                                         AddDelete(*line, true), AddCacheClean(*line), AddCacheStatus(*line)};
+  return {line, [commands, now] {
+            for (Command const& command : commands)
+              if (command.line->parsed()) return command.run();
+            return int(kUsage);
+          }};
+}

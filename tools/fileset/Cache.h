@@ -1,0 +1,4 @@
+#pragma once
+#include "Command.h"
+
+Command AddCache(CLI::App& app);

@@ -1,0 +1,131 @@
+#include "CacheClean.h"
+
+#include "CacheView.h"
+#include "Command.h"
+#include "EngineLog.h"
+#include "Json.h"
+#include "Report.h"
+
+#include <algorithm>
+#include <functional>
+#include <infra/Tree.h>
+#include <set>
+
+namespace {
+
+// Which of the studies a cleaning would take: as long as this says so, and their grade lets them go.
+using Wanted = std::function<bool(std::vector<Disk_StudyMetaData> const& gone)>;
+
+Wanted Until(long mb, CacheView::Space const& space) {
+  return [mb, space](std::vector<Disk_StudyMetaData> const& gone) {
+    long size = space.size_kb;
+    for (Disk_StudyMetaData const& study : gone)
+      size -= study.m_sizeKB;
+    long const free =
+        gone.empty() ? space.quota_kb / 1024 - space.size_kb / 1024 : std::max(space.quota_kb - size, 0L) / 1024;
+    return mb > free;
+  };
+}
+
+std::vector<Disk_StudyMetaData> Foretell(CacheView const& cache, std::vector<Disk_StudyMetaData> const& studies,
+                                         Wanted const& wanted, bool all) {
+  std::vector<Disk_StudyMetaData> gone;
+  for (Disk_StudyMetaData const& study : studies) {
+    if (!all && (!wanted(gone) || !cache.MayGo(study))) break;
+    gone.push_back(study);
+  }
+  return gone;
+}
+
+// The studies that are in `before` only.
+std::vector<Disk_StudyMetaData> Gone(std::vector<Disk_StudyMetaData> const& before, CacheView& cache) {
+  std::vector<Disk_StudyMetaData> after, gone;
+  if (cache.Studies(&after) == -1) return gone;
+  std::set<std::string> left;
+  for (Disk_StudyMetaData const& study : after)
+    left.insert(study.m_studyUID.GetText());
+  std::copy_if(before.begin(), before.end(), std::back_inserter(gone),
+               [&left](auto const& study) { return left.count(study.m_studyUID.GetText()) == 0; });
+  return gone;
+}
+
+int Clean(CacheView& cache, CacheCleanOptions const& options, int images) {
+  if (options.all) return cache.CleanAll();
+  if (options.studies >= 0) return cache.AutoCleanNStudies(options.studies);
+  if (options.percent >= 0) return cache.AutoCleanPercentage(options.percent);
+  if (options.mb >= 0) return cache.AutoCleanMB(options.mb);
+  Dicom_CS const modality(options.for_study[1]);
+  return cache.AutoCleanForStudy(images, &modality);
+}
+
+void Print(std::vector<Disk_StudyMetaData> const& gone, CacheCleanOptions const& options, CacheView& cache) {
+  CacheView::Space const space = cache.Measure();
+  if (options.json) {
+    nlohmann::json studies = nlohmann::json::array();
+    for (Disk_StudyMetaData const& study : gone)
+      studies.push_back(
+          {{"study", study.m_studyUID.GetText()}, {"grade", study.GetGrade()}, {"size_kb", study.m_sizeKB}});
+    std::printf("%s\n",
+                JsonText({{"dry_run", options.dry_run}, {"studies", studies}, {"free_kb", space.free_kb}}).c_str());
+    return;
+  }
+  for (Disk_StudyMetaData const& study : gone)
+    std::printf("%s study %s, grade %d, %.1f MB\n", options.dry_run ? "would delete" : "deleted",
+                study.m_studyUID.CStr(), study.GetGrade(), double(study.m_sizeKB) / 1024);
+  std::printf("%zu %s; %.1f MB %s free\n", gone.size(),
+              options.dry_run    ? gone.size() == 1 ? "study would go" : "studies would go"
+              : gone.size() == 1 ? "study deleted"
+                                 : "studies deleted",
+              double(space.free_kb) / 1024, options.dry_run ? "are" : "are now");
+}
+
+// -1 (reported) when the options make no sense.
+int CheckOptions(CacheCleanOptions const& options, int* images, Report& report) {
+  int const ways =
+      (options.mb >= 0) + (options.percent >= 0) + (options.studies >= 0) + options.all + !options.for_study.empty();
+  if (ways != 1) {
+    report.Fail("clean", "say how much, in one way: --mb, --percent, --studies, --for-study or --all");
+    return -1;
+  }
+  if (options.for_study.empty() || (Tree_Node::ParseInteger(options.for_study[0], *images) && *images >= 0)) return 0;
+  report.Fail("--for-study", options.for_study[0] + " is no number of images");
+  return -1;
+}
+
+} // namespace
+
+int RunCacheClean(CacheCleanOptions const& options) {
+  Report report;
+  EngineLog log(options.directory);
+  int images = 0;
+  if (CheckOptions(options, &images, report) == -1) return kUsage;
+  auto const cache = CacheView::Open(options.directory, false, log, report);
+  if (!cache) return kNotOpened;
+  std::vector<Disk_StudyMetaData> before;
+  if (cache->Studies(&before) == -1) {
+    report.Fail(options.directory, log.Cause());
+    return kNotOpened;
+  }
+  if (options.dry_run) {
+    CacheView::Space const space = cache->Measure();
+    long const mb = options.mb >= 0        ? options.mb
+                    : options.percent >= 0 ? space.size_kb / 1024 * options.percent / 100
+                    : images > 0           ? CacheView::EstimateMB(images, options.for_study[1])
+                                           : 0;
+    Wanted const wanted = options.studies >= 0
+                              ? Wanted([&](auto const& gone) { return int(gone.size()) < options.studies; })
+                              : Until(mb, space);
+    Print(Foretell(*cache, before, wanted, options.all), options, *cache);
+    return report.Result();
+  }
+  log.Begin();
+  int const result = Clean(*cache, options, images);
+  std::vector<Disk_StudyMetaData> const gone = Gone(before, *cache);
+  Print(gone, options, *cache);
+  if (result == -1)
+    report.Fail(options.directory, gone.size() == before.size()
+                                       ? "all studies went, and that isn't enough"
+                                       : "not as much as was wanted: the others grade " +
+                                             std::to_string(cache->GetThreshold()) + " or higher, or can't be deleted");
+  return report.Result();
+}

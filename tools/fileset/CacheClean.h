@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct CacheCleanOptions {
+  std::string directory;
+  int mb = -1, percent = -1, studies = -1; // -1: not wanted
+  std::vector<std::string> for_study;      // a number of images, and a modality
+  bool all = false, dry_run = false, json = false;
+};
+
+int RunCacheClean(CacheCleanOptions const& options);

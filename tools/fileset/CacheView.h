@@ -1,0 +1,29 @@
+// A file-set seen as a bounded cache: what limits it, and who would go.
+#pragma once
+
+#include <Disk/Disk_CacheRepository.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+class EngineLog;
+class Report;
+
+class CacheView : public Disk_CacheRepository {
+public:
+  struct Space {
+    long size_kb = 0, quota_kb = 0, free_kb = 0;
+    unsigned disk_kb = 0, disk_free_kb = 0;
+    int max_studies = 0, spare_percentage = 0;
+    std::string limited_by; // what the quota follows from
+  };
+
+  // Null (reported) when there is no cache. A new one is made if `may_make`.
+  static std::unique_ptr<CacheView> Open(std::string const& directory, bool may_make, EngineLog& log, Report& report);
+
+  Space Measure();
+  // Graded, in the order in which they would go. 0, or -1.
+  int Studies(std::vector<Disk_StudyMetaData>* studies);
+  using Disk_CacheRepository::EstimateMB;
+  bool MayGo(Disk_StudyMetaData const& study) const { return study.GetGrade() < GetThreshold(); }
+};
