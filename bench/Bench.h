@@ -79,5 +79,6 @@ private:
 void DirectoryFiles(std::string const& base);
 void FileSets(std::string const& base);
 void Standard(std::string const& base);
+void Caches(std::string const& base);
 
 } // namespace Bench

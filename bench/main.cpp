@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-// Usage: disk_bench FOLDER [directory|fileset|standard]...; everything without a name. FOLDER is to lie on a disk.
+// Usage: disk_bench FOLDER [directory|fileset|standard|cache]...; everything without a name. FOLDER is to lie on a disk.
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: disk_bench FOLDER [directory|fileset|standard]...\n");
+    std::fprintf(stderr, "usage: disk_bench FOLDER [directory|fileset|standard|cache]...\n");
     return 2;
   }
   auto const wanted = [&](char const* name) {
@@ -14,5 +14,6 @@ int main(int argc, char** argv) {
   if (wanted("directory")) Bench::DirectoryFiles(argv[1]);
   if (wanted("fileset")) Bench::FileSets(argv[1]);
   if (wanted("standard")) Bench::Standard(argv[1]);
+  if (wanted("cache")) Bench::Caches(argv[1]);
   return 0;
 }
