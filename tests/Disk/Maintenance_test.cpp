@@ -71,7 +71,9 @@ TEST_P(MaintenanceTest, ADeleteTakesNothingOfAKilledStore) {
                      {kSeriesLevel, {.series = 2, .size = kSize}},
                      {kStudyLevel, {.study = 2, .size = kSize}}};
   int points = 0;
-  for (auto const& [level, b] : cases) {
+  for (auto const& c : cases) {
+    auto const level = c.level;
+    Phantom::Object const& b = c.b;
     bool done = false;
     for (int point = 1; !done && !HasFailure(); ++point, ++points) {
       SCOPED_TRACE("level " + std::to_string(level) + ", point " + std::to_string(point));
