@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-// Usage: disk_bench FOLDER [directory|fileset|standard|cache]...; everything without a name. FOLDER is to lie on a disk.
+// Usage: disk_bench FOLDER [directory|fileset|standard|cache]...; everything without a name. FOLDER lies on a disk.
 int main(int argc, char** argv) {
   if (argc < 2) {
     std::fprintf(stderr, "usage: disk_bench FOLDER [directory|fileset|standard|cache]...\n");
