@@ -2,8 +2,8 @@
 
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RecordIO.h"
 
-#include <dicom/IOD_Image.h>
 #include <dicom/Util_File.h>
 #include <infra/Util_FileSystemInterface.h>
 
@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr Dicom_Tag kRecordType{0x0004, std::uint16_t(0x1430)};
-constexpr Dicom_Tag kFileId{0x0004, std::uint16_t(0x1500)};
 constexpr char kDirectoryFile[] = "/DIRFILE";
 
 bool AnyFolder(std::string const&) { return true; }
@@ -26,13 +24,13 @@ struct Disk_CheckPrivate::Records {
   std::unique_ptr<IOD_Msg> owner;
   Dicom_Sequence* sequence = nullptr;
 
+  /// Takes them off, so that the memory of one is enough.
   template <class Do>
   void ForEach(Do what) const {
-    for (int left = sequence->GetNItems(); left > 0; --left) { // taken off, so that the memory of one is enough
-      std::unique_ptr<Dicom_Msg> const item(sequence->Get(0));
-      sequence->Remove(0, 0);
+    Disk_TakeItems(*sequence, [&](std::unique_ptr<Dicom_Msg> item) {
       what(static_cast<IOD_Msg const&>(*item));
-    }
+      return 0;
+    });
   }
 };
 
@@ -64,29 +62,28 @@ int Disk_CheckPrivate::Walk() {
   }
   CheckVersion(Prefix(), true);
   if (!load(root, &records)) return 0;
-  bool has_patient = false;
-  records.ForEach([&](IOD_Msg const& record) { check_root(record, &has_patient); });
+  records.ForEach([this](IOD_Msg const& record) { check_root(record); });
   EndPatient();
   CompareFolder(Prefix(), {"DICOMDIR", "VERSION", "LOCKFILE"}, false, AnyFolder);
   return 0;
 }
 
-void Disk_CheckPrivate::check_root(IOD_Msg const& record, bool* has_patient) {
+void Disk_CheckPrivate::check_root(IOD_Msg const& record) {
   std::string const type = record.Text(kRecordType), root = Prefix() + "/DICOMDIR";
   if (type == "PATIENT") {
-    if (*has_patient) EndPatient();
-    *has_patient = true;
+    EndPatient();
     return BeginPatient(record);
   }
   if (type != "STUDY") return Find("record-type", Disk_Finding::Damage, root, "a record of type " + type);
-  if (!*has_patient) Find("patient-missing", Disk_Finding::Damage, root, "a study stands before all patients");
+  if (!IsInPatient()) Find("patient-missing", Disk_Finding::Damage, root, "a study stands before all patients");
   check_study(record);
 }
 
 /// The folder of a study or series; empty (told) if there is none.
 std::string Disk_CheckPrivate::find_folder(IOD_Msg const& record, std::string const& directory_file,
                                            char const* level) {
-  std::string const path = NamedPath(Disk_FileID(Prefix().c_str(), record.Value<Dicom_CS>(kFileId), 0), directory_file);
+  std::string const path =
+      NamedPath(Disk_FileID(Prefix().c_str(), record.Value<Dicom_CS>(kReferencedFileID), 0), directory_file);
   if (path.empty()) return {};
   if (!path.ends_with(kDirectoryFile)) {
     Find("file-id-illegal", Disk_Finding::Damage, path, std::string("a ") + level + " record names no DIRFILE");
@@ -135,7 +132,7 @@ void Disk_CheckPrivate::check_series(IOD_Msg const& record, std::string const& s
     std::string const type = image.Text(kRecordType);
     if (type == "PATIENT" || type == "STUDY" || type == "SERIES" || type.empty())
       return Find("record-type", Disk_Finding::Damage, path, "a record of type '" + type + "' in a series");
-    Disk_FileID const id(Prefix().c_str(), image.Value<Dicom_CS>(kFileId), 0);
+    Disk_FileID const id(Prefix().c_str(), image.Value<Dicom_CS>(kReferencedFileID), 0);
     CheckInstance(image, path, id, id.Path());
   });
   EndSeries(record, study_file);

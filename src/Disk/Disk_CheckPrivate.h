@@ -11,7 +11,7 @@ private:
   struct Records;
   int Walk() override;
   bool load(std::string const& path, Records* records);
-  void check_root(IOD_Msg const& record, bool* has_patient);
+  void check_root(IOD_Msg const& record);
   void check_study(IOD_Msg const& record);
   void check_series(IOD_Msg const& record, std::string const& study_file);
   std::string find_folder(IOD_Msg const& record, std::string const& directory_file, char const* level);

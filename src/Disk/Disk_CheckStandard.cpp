@@ -6,12 +6,10 @@
 #include "dicom/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_DirectoryFile.h>
-#include <dicom/IOD_Image.h>
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <unistd.h>
 
 namespace {
@@ -19,9 +17,6 @@ namespace {
 constexpr std::uint32_t kItemHeader = 8;
 constexpr std::uint64_t kMostRedoBytes = 16 << 20;
 constexpr std::size_t kHashName = 8; // length of the name of a study's or series' folder
-constexpr Dicom_Tag kNext{0x0004, std::uint16_t(0x1400)}, kInUse{0x0004, std::uint16_t(0x1410)};
-constexpr Dicom_Tag kLower{0x0004, std::uint16_t(0x1420)}, kRecordType{0x0004, std::uint16_t(0x1430)};
-constexpr Dicom_Tag kFileId{0x0004, std::uint16_t(0x1500)};
 constexpr char const* kTypes[] = {"PATIENT", "STUDY", "SERIES"};
 constexpr int kInstance = 3;
 
@@ -82,7 +77,7 @@ int Disk_CheckStandard::Walk() {
   check_redo();
   CheckVersion(Prefix(), false);
   if (dicomdir_->Init(Prefix().c_str(), true, nullptr) == -1) {
-    Find("directory-file-unreadable", Disk_Finding::Damage, path_, "what stands before the records can't be read");
+    damaged("directory-file-unreadable", "what stands before the records can't be read");
     return 0;
   }
   if (!read_items()) return 0;
@@ -93,6 +88,10 @@ int Disk_CheckStandard::Walk() {
   bool const made_here = Util_FileSystemInterface::Current().Access((Prefix() + "/VERSION").c_str(), F_OK) == 0;
   CompareFolder(Prefix(), study_folders_, false, made_here ? LooksLikeOurs : NoFolder);
   return 0;
+}
+
+void Disk_CheckStandard::damaged(char const* kind, std::string text) {
+  Find(kind, Disk_Finding::Damage, path_, std::move(text));
 }
 
 /// What a killed process had begun to commit counts: whoever comes next completes it.
@@ -125,7 +124,7 @@ bool Disk_CheckStandard::read_items() {
   bytes_ = Util_Buffer::Make(std::size_t(std::min<std::uint64_t>(end, std::max<std::uint64_t>(most, begin)) - begin));
   long const count = bytes_ ? dicomdir_->ReadAt(bytes_->data(), unsigned(bytes_->size()), begin) : -1;
   if (count == -1) {
-    Find("directory-file-unreadable", Disk_Finding::Damage, path_, std::strerror(errno));
+    damaged("directory-file-unreadable", std::strerror(errno));
     return false;
   }
   if (count < long(end - begin)) end = begin + std::uint32_t(count);
@@ -136,11 +135,11 @@ bool Disk_CheckStandard::read_items() {
     std::uint32_t const offset = begin + std::uint32_t(p - first);
     Dicom_RawItem item;
     if (stop - p < long(kItemHeader) || Dicom_LoadTag(p, syntax.IsBigEndian()) != kItemTag) {
-      Find("hole", Disk_Finding::Damage, path_, "no record stands at " + At(offset));
+      damaged("hole", "no record stands at " + At(offset));
       break;
     }
     if (!Dicom_ReadItem(p, stop, encoding, &item)) {
-      Find("record-cut", Disk_Finding::Damage, path_, "the record at " + At(offset) + " runs past the end");
+      damaged("record-cut", "the record at " + At(offset) + " runs past the end");
       break;
     }
     items_[offset] = {std::uint32_t(item.length), item.value};
@@ -153,35 +152,33 @@ void Disk_CheckStandard::check_end(std::uint32_t end) {
   struct stat status {};
   if (Util_FileSystemInterface::Current().Fstat(dicomdir_->GetFd(), &status) == -1 || dicomdir_->HasRedo()) return;
   if (status.st_size < off_t(end))
-    Find("length-beyond-file", Disk_Finding::Damage, path_,
-         "the records are to end at " + At(end) + ", the file ends at " + std::to_string(status.st_size));
+    damaged("length-beyond-file",
+            "the records are to end at " + At(end) + ", the file ends at " + std::to_string(status.st_size));
   char delimiter[kItemHeader] = {};
   bool const delimited = status.st_size == off_t(end) + off_t(kItemHeader) &&
                          dicomdir_->ReadAt(delimiter, kItemHeader, end) == long(kItemHeader) &&
                          Dicom_LoadTag(delimiter, dicomdir_->Syntax().IsBigEndian()) == kSequenceDelimiter;
   if (status.st_size > off_t(end) && !delimited)
-    Find("bytes-behind-records", Disk_Finding::Damage, path_, "bytes stand behind the records, from " + At(end));
+    damaged("bytes-behind-records", "bytes stand behind the records, from " + At(end));
 }
 
 void Disk_CheckStandard::check_lone_numbers() {
   if (dicomdir_->Value<Dicom_US>(kConsistencyFlag) != Dicom_US(0) && dicomdir_->Has(kConsistencyFlag))
-    Find("consistency-flag", Disk_Finding::Damage, path_, "the file-set is flagged as inconsistent");
+    damaged("consistency-flag", "the file-set is flagged as inconsistent");
   std::uint32_t const first = dicomdir_->GetOffsetOfTheFirstDirectoryRecord();
-  if (first == 0 && !items_.empty())
-    Find("first-record-offset", Disk_Finding::Damage, path_, "there are records, but none is the first one");
+  if (first == 0 && !items_.empty()) damaged("first-record-offset", "there are records, but none is the first one");
 }
 
 void Disk_CheckStandard::check_unreached() {
   std::uint32_t const last = dicomdir_->Value<Dicom_UL>(kLastOffset);
   if (last_of_root_ != 0 && last != last_of_root_)
-    Find("last-record-offset", Disk_Finding::Damage, path_,
-         "the last patient stands at " + At(last_of_root_) + ", the file-set says " + At(last));
+    damaged("last-record-offset",
+            "the last patient stands at " + At(last_of_root_) + ", the file-set says " + At(last));
   for (auto const& [offset, item] : items_) {
     if (item.chain != 0) continue;
     Record record;
     if (load(offset, 0, &record) && record.in_use)
-      Find("record-unreached", Disk_Finding::Damage, path_,
-           "no link leads to the " + record.type + " record at " + At(offset));
+      damaged("record-unreached", "no link leads to the " + record.type + " record at " + At(offset));
   }
 }
 
@@ -195,16 +192,15 @@ bool Disk_CheckStandard::load(std::uint32_t offset, std::uint32_t chain, Record*
   }
   item.chain = chain;
   if (error == -1) {
-    Find("record-unreadable", Disk_Finding::Damage, path_, "the record at " + At(offset) + " can't be read");
+    damaged("record-unreadable", "the record at " + At(offset) + " can't be read");
     return false;
   }
   record->offset = offset;
   record->type = record->msg.Text(kRecordType);
-  Dicom_US const flag = record->msg.Value<Dicom_US>(kInUse);
+  Dicom_US const flag = record->msg.Value<Dicom_US>(kRecordInUse);
   record->in_use = flag != Dicom_US(0);
   if (record->in_use && flag != Dicom_US(std::uint16_t(0xFFFF)))
-    Find("in-use-flag", Disk_Finding::Damage, path_,
-         "the record at " + At(offset) + " has no Record In-use Flag of 0 or FFFF");
+    damaged("in-use-flag", "the record at " + At(offset) + " has no Record In-use Flag of 0 or FFFF");
   return true;
 }
 
@@ -212,16 +208,16 @@ void Disk_CheckStandard::explain_link(std::uint32_t offset, std::uint32_t chain)
   auto const found = items_.find(offset);
   if (found != items_.end()) {
     bool const loop = found->second.chain == chain;
-    return Find(loop ? "link-loop" : "link-shared", Disk_Finding::Damage, path_,
-                "the record at " + At(offset) + " is reached twice");
+    return damaged(loop ? "link-loop" : "link-shared", "the record at " + At(offset) + " is reached twice");
   }
   bool const outside = offset < dicomdir_->RecordsBegin() || offset >= dicomdir_->RecordsEnd();
-  Find(outside ? "link-outside" : "link-into-record", Disk_Finding::Damage, path_,
-       "a link leads to " + At(offset) + (outside ? ", outside of the records" : ", where no record begins"));
+  damaged(outside ? "link-outside" : "link-into-record",
+          "a link leads to " + At(offset) + (outside ? ", outside of the records" : ", where no record begins"));
 }
 
-/// `parent` is the record above; null for the root.
-void Disk_CheckStandard::walk_chain(std::uint32_t offset, int level, IOD_Msg const* parent) {
+/// `above` is the record above, which is null for the root and was deleted, or not; what is below it is deleted too
+/// then.
+void Disk_CheckStandard::walk_chain(std::uint32_t offset, int level, Record const* above) {
   std::uint32_t const chain = ++n_chains_;
   while (offset != 0) {
     auto const item = items_.find(offset);
@@ -229,58 +225,53 @@ void Disk_CheckStandard::walk_chain(std::uint32_t offset, int level, IOD_Msg con
     Record record;
     if (!load(offset, chain, &record)) return;
     if (level == 0) last_of_root_ = offset;
-    check_record(record, level, parent);
-    offset = record.msg.Value<Dicom_UL>(kNext);
+    if (above && !above->in_use)
+      check_deleted(record, level);
+    else
+      check_record(record, level, above);
+    offset = record.msg.Value<Dicom_UL>(kNextRecord);
   }
 }
 
-void Disk_CheckStandard::check_record(Record const& record, int level, IOD_Msg const* parent) {
-  std::uint32_t const below = record.msg.Value<Dicom_UL>(kLower);
+void Disk_CheckStandard::check_deleted(Record& record, int level) {
+  if (record.in_use)
+    damaged("live-below-deleted",
+            "the " + record.type + " record at " + At(record.offset) + " is in use, the one above isn't");
+  record.in_use = false; // nor is what is below it
+  walk_below(record, level);
+}
+
+void Disk_CheckStandard::walk_below(Record const& record, int level) {
+  if (level < kInstance) walk_chain(record.msg.Value<Dicom_UL>(kLowerLevel), level + 1, &record);
+}
+
+void Disk_CheckStandard::check_record(Record const& record, int level, Record const* above) {
   for (int other = 0; other < kInstance; ++other)
-    if (record.type == kTypes[other] && other != level) {
-      Find("record-type", Disk_Finding::Damage, path_,
-           "a " + record.type + " record in a chain of another level, at " + At(record.offset));
-      return;
-    }
-  if (!record.in_use) return mark_deleted(below, level + 1);
+    if (record.type == kTypes[other] && other != level)
+      return damaged("record-type",
+                     "a " + record.type + " record in a chain of another level, at " + At(record.offset));
+  if (!record.in_use) return walk_below(record, level);
   if (level == kInstance) return check_instance(record.msg);
   if (record.type != kTypes[level]) return; // of no level that is kept here
   if (level == 0) {
     BeginPatient(record.msg);
-    walk_chain(below, level + 1, &record.msg);
-    return EndPatient();
-  }
-  if (level == 1) {
+    walk_below(record, level);
+    EndPatient();
+  } else if (level == 1) {
     BeginStudy(record.msg, path_);
-    walk_chain(below, level + 1, &record.msg);
+    walk_below(record, level);
     EndStudy(record.msg, path_);
     compare_folders(record.msg, nullptr);
-    return;
-  }
-  BeginSeries(record.msg, path_);
-  walk_chain(below, level + 1, &record.msg);
-  EndSeries(record.msg, path_);
-  if (parent) compare_folders(*parent, &record.msg);
-}
-
-/// What stands below a record that was deleted is deleted too.
-void Disk_CheckStandard::mark_deleted(std::uint32_t offset, int level) {
-  std::uint32_t const chain = ++n_chains_;
-  while (offset != 0) {
-    auto const item = items_.find(offset);
-    if (item == items_.end() || item->second.chain != 0) return explain_link(offset, chain);
-    Record record;
-    if (!load(offset, chain, &record)) return;
-    if (record.in_use)
-      Find("live-below-deleted", Disk_Finding::Damage, path_,
-           "the " + record.type + " record at " + At(record.offset) + " is in use, the one above isn't");
-    if (level < kInstance) mark_deleted(record.msg.Value<Dicom_UL>(kLower), level + 1);
-    offset = record.msg.Value<Dicom_UL>(kNext);
+  } else {
+    BeginSeries(record.msg, path_);
+    walk_below(record, level);
+    EndSeries(record.msg, path_);
+    compare_folders(above->msg, &record.msg);
   }
 }
 
 void Disk_CheckStandard::check_instance(IOD_Msg const& record) {
-  Dicom_CS const id = record.Value<Dicom_CS>(kFileId);
+  Dicom_CS const id = record.Value<Dicom_CS>(kReferencedFileID);
   CheckInstance(record, path_, Disk_FileID(Prefix().c_str(), id, 0), names_->ObjectPath(id));
 }
 

@@ -29,12 +29,14 @@ private:
   void check_end(std::uint32_t end);
   void check_lone_numbers();
   void check_unreached();
-  void walk_chain(std::uint32_t offset, int level, IOD_Msg const* parent);
+  void damaged(char const* kind, std::string text);
+  void walk_chain(std::uint32_t offset, int level, Record const* above);
+  void walk_below(Record const& record, int level);
   bool load(std::uint32_t offset, std::uint32_t chain, Record* record);
   void explain_link(std::uint32_t offset, std::uint32_t chain);
-  void check_record(Record const& record, int level, IOD_Msg const* parent);
+  void check_record(Record const& record, int level, Record const* above);
+  void check_deleted(Record& record, int level);
   void check_instance(IOD_Msg const& record);
-  void mark_deleted(std::uint32_t offset, int level);
   void compare_folders(IOD_Msg const& study, IOD_Msg const* series);
 
   std::string path_; // of the DICOMDIR

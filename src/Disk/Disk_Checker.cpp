@@ -88,29 +88,28 @@ void Disk_Checker::Find(char const* kind, Cause cause, std::string path, std::st
 
 void Disk_Checker::BeginPatient(IOD_Msg const& record) {
   where_ = {record.GetPatientID().GetText(), {}, {}, {}};
+  in_patient_ = true;
   ++result_->patients;
   studies_of_patient_ = 0;
 }
 
 void Disk_Checker::EndPatient() {
-  if (!where_.patient.empty() && studies_of_patient_ == 0)
+  if (in_patient_ && studies_of_patient_ == 0)
     Find("patient-empty", Disk_Finding::Damage, prefix_ + "/DICOMDIR", "the patient has no study");
+  in_patient_ = false;
   where_ = {};
 }
 
-/// Whether a record has a UID that no other below the same record has.
-bool Disk_Checker::check_uid(std::string const& uid, std::unordered_set<std::string>& known, char const* level,
+/// A record has a UID that no other below the same record has.
+void Disk_Checker::check_uid(std::string const& uid, std::unordered_set<std::string>& known, char const* level,
                              std::string const& path) {
-  if (uid.empty()) {
+  if (uid.empty())
     Find("uid-missing", Disk_Finding::Damage, path, std::string("a ") + level + " record has no Instance UID");
-    return false;
-  }
-  if (!known.insert(uid).second)
+  else if (!known.insert(uid).second)
     Find("uid-twice", Disk_Finding::Damage, path, std::string("two ") + level + " records have the same Instance UID");
-  return true;
 }
 
-bool Disk_Checker::BeginStudy(IOD_Msg const& record, std::string const& path) {
+void Disk_Checker::BeginStudy(IOD_Msg const& record, std::string const& path) {
   where_ = {where_.patient, record.GetStudyInstanceUID().GetText(), {}, {}};
   ++result_->studies;
   ++studies_of_patient_;
@@ -118,10 +117,10 @@ bool Disk_Checker::BeginStudy(IOD_Msg const& record, std::string const& path) {
   images_unknown_ = false;
   modalities_.clear();
   series_.clear();
-  return check_uid(where_.study, studies_, "study", path);
+  check_uid(where_.study, studies_, "study", path);
 }
 
-bool Disk_Checker::BeginSeries(IOD_Msg const& record, std::string const& path) {
+void Disk_Checker::BeginSeries(IOD_Msg const& record, std::string const& path) {
   where_.series = record.GetSeriesInstanceUID().GetText();
   where_.instance.clear();
   series_where_ = std::make_shared<Where const>(where_);
@@ -131,7 +130,7 @@ bool Disk_Checker::BeginSeries(IOD_Msg const& record, std::string const& path) {
   instances_.clear();
   if (std::string modality = record.GetModality().GetText(); !modality.empty())
     modalities_.push_back(std::move(modality));
-  return check_uid(where_.series, series_, "series", path);
+  check_uid(where_.series, series_, "series", path);
 }
 
 void Disk_Checker::EndSeries(IOD_Msg const& record, std::string const& path) {
@@ -250,11 +249,11 @@ void Disk_Checker::CheckVersion(std::string const& folder, bool required) {
   }
 }
 
-bool Disk_Checker::CompareFolder(std::string const& folder, std::set<std::string> const& own, bool files_count,
+void Disk_Checker::CompareFolder(std::string const& folder, std::set<std::string> const& own, bool files_count,
                                  bool (*is_ours)(std::string const& name)) {
   using Entry = Util_FileSystemInterface::Entry;
   std::vector<Entry> entries;
-  if (System().List(folder.c_str(), entries) == -1) return false;
+  if (System().List(folder.c_str(), entries) == -1) return;
   for (Entry const& entry : entries) {
     bool const is_folder = entry.type == Entry::Directory;
     bool const temporary = !is_folder && entry.name.ends_with(".tmp");
@@ -263,14 +262,12 @@ bool Disk_Checker::CompareFolder(std::string const& folder, std::set<std::string
     if (is_folder && !is_ours(entry.name)) continue;
     unnamed_.push_back({where_, folder + "/" + entry.name, is_folder});
   }
-  return true;
 }
 
 bool Disk_Checker::is_named(Unnamed const& entry) const {
   if (named_.count(entry.path)) return true;
-  if (!entry.is_folder) return false;
-  return std::any_of(named_.begin(), named_.end(),
-                     [start = entry.path + "/"](std::string const& path) { return path.starts_with(start); });
+  auto const below = named_.lower_bound(entry.path + "/");
+  return entry.is_folder && below != named_.end() && below->starts_with(entry.path + "/");
 }
 
 void Disk_Checker::find_unnamed() {

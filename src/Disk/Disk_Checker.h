@@ -4,7 +4,6 @@
 #include <Disk/Disk_LockManager.h>
 #include <dicom/IOD_Msg.h>
 
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -28,13 +27,13 @@ protected:
   std::string const& Prefix() const { return prefix_; }
   void Find(char const* kind, Cause cause, std::string path, std::string text);
 
-  // Down the hierarchy: a record begins, what is below it is gone through, it ends. False when the record can't be
-  // told, and what is below it is left out.
+  // Down the hierarchy: a record begins, what is below it is gone through, it ends.
   void BeginPatient(IOD_Msg const& record);
-  void EndPatient();
-  bool BeginStudy(IOD_Msg const& record, std::string const& path);
+  bool IsInPatient() const { return in_patient_; }
+  void EndPatient(); // nothing without a beginning
+  void BeginStudy(IOD_Msg const& record, std::string const& path);
   void EndStudy(IOD_Msg const& record, std::string const& path);
-  bool BeginSeries(IOD_Msg const& record, std::string const& path);
+  void BeginSeries(IOD_Msg const& record, std::string const& path);
   void EndSeries(IOD_Msg const& record, std::string const& path);
   /// A series whose images can't be told: the study's count of them isn't compared.
   void LeaveSeriesOut() { images_unknown_ = true; }
@@ -45,8 +44,8 @@ protected:
   std::string NamedPath(Disk_FileID const& id, std::string const& directory_file);
   void CheckVersion(std::string const& folder, bool required);
   /// Entries of a folder that no record names; `own` are the names of directory files. Told at the end, as records
-  /// that come later may name them. False when there is no such folder.
-  bool CompareFolder(std::string const& folder, std::set<std::string> const& own, bool files_count,
+  /// that come later may name them. There needn't be such a folder.
+  void CompareFolder(std::string const& folder, std::set<std::string> const& own, bool files_count,
                      bool (*is_ours)(std::string const& name));
   void CompareWith(std::string const& path) { named_.insert(path); }
 
@@ -73,7 +72,7 @@ private:
                      std::string const& path);
   void compare_count(long stated, char const* kind, char const* what, int count, std::string const& path);
   void check_modalities(IOD_Msg const& record, std::string const& path);
-  bool check_uid(std::string const& uid, std::unordered_set<std::string>& known, char const* level,
+  void check_uid(std::string const& uid, std::unordered_set<std::string>& known, char const* level,
                  std::string const& path);
   int read_objects();
   void read_object(Object const& object);
@@ -89,11 +88,12 @@ private:
 
   Where where_;
   std::unordered_set<std::string> studies_, series_, instances_; // UIDs so far, of the record above
+  bool in_patient_ = false;
   int studies_of_patient_ = 0, series_of_study_ = 0, images_of_study_ = 0, images_of_series_ = 0;
   bool images_unknown_ = false;         // of the study
   std::vector<std::string> modalities_; // of the study's series
   std::shared_ptr<Where const> series_where_;
-  std::unordered_set<std::string> named_; // paths that records name
+  std::set<std::string> named_; // paths that records name
   std::vector<Unnamed> unnamed_;
   std::vector<Object> objects_;
 };
