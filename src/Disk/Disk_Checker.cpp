@@ -286,51 +286,73 @@ void Disk_Checker::find_unnamed() {
 
 // Objects
 
-/// The lock is given up now and then, so that writers get on. What they change is told by the file-set's version.
+/// The lock is given up now and then, so that writers get on. What looks wrong when somebody has written meanwhile is
+/// looked at once more: its file may be that of another object by now.
 int Disk_Checker::read_objects() {
   std::uint64_t const all = objects_.size();
-  for (std::uint64_t done = 0; done < all;) {
+  std::unordered_set<std::string> doubtful; // paths
+  while (result_->objects_read < all) {
     Disk_Hold<Klb_LockFile> held;
     if (held.Shared(lock_) == -1) return -1;
-    for (std::uint64_t i = 0; i < kObjectsPerLock && done < all; ++i)
-      read_object(objects_[done++]);
-    if (options_.progress && !options_.progress(done, all)) return -1;
+    for (std::uint64_t i = 0; i < kObjectsPerLock && result_->objects_read < all; ++i) {
+      Object const& object = objects_[result_->objects_read++];
+      std::vector<Problem> const problems = read_object(object);
+      if (!problems.empty() && has_moved())
+        doubtful.insert(object.path);
+      else
+        tell(object, problems);
+    }
+    held.Release();
+    if (options_.progress && !options_.progress(result_->objects_read, all)) return -1;
   }
+  return doubtful.empty() ? 0 : read_again(doubtful);
+}
+
+/// Beside the records as they are now, with nobody writing.
+int Disk_Checker::read_again(std::unordered_set<std::string> const& paths) {
+  Disk_Hold<Klb_LockFile> held;
+  if (held.Shared(lock_) == -1) return -1;
+  Disk_CheckResult told = std::move(*result_);
+  reset();
+  if (Walk() == -1) return -1;
+  for (Disk_Finding& finding : result_->findings)
+    if (paths.count(finding.path) && ++told.n_findings <= Disk_CheckResult::kMostFindings)
+      told.findings.push_back(std::move(finding));
+  *result_ = std::move(told);
+  for (Object const& object : objects_)
+    if (paths.count(object.path)) tell(object, read_object(object));
   return 0;
 }
 
-void Disk_Checker::read_object(Object const& object) {
+void Disk_Checker::tell(Object const& object, std::vector<Problem> const& problems) {
   where_ = *object.where;
   where_.instance = object.instance;
-  Util_File file;
-  file.no_original_buffer = 1;
-  int const found = file.GetFile(object.path.c_str(), 0, nullptr);
-  if (found == -1 && errno == ENOENT && has_moved()) return; // deleted since
-  ++result_->objects_read;
-  int const cause = errno;
-  std::unique_ptr<IOD_Msg> const msg(found == -1 ? nullptr : file.operator IOD_Msg*());
-  if (!msg)
-    return Find("object-unreadable", Disk_Finding::Damage, object.path,
-                found == -1 ? std::strerror(cause) : file.GetError());
-  compare_uids(*msg, object);
-  // a store's record tells the native syntax, whatever the file is going to hold
-  std::string const syntax = file.GetTransferSyntax().GetText();
-  if (object.syntax.empty() || object.syntax == Dicom_UIDic::NATIVE_TRANSFER_SYNTAX.GetText()) return;
-  if (object.syntax != syntax)
-    Find("object-syntax", Disk_Finding::Damage, object.path,
-         "the record says transfer syntax " + object.syntax + ", the file " + syntax);
+  for (auto const& [kind, text] : problems)
+    Find(kind, Disk_Finding::Damage, object.path, text);
 }
 
-void Disk_Checker::compare_uids(IOD_Msg const& read, Object const& object) {
+std::vector<Disk_Checker::Problem> Disk_Checker::read_object(Object const& object) const {
+  Util_File file;
+  file.no_original_buffer = 1;
+  if (file.GetFile(object.path.c_str(), 0, nullptr) == -1) return {{"object-unreadable", std::strerror(errno)}};
+  std::unique_ptr<IOD_Msg> const msg(file.operator IOD_Msg*());
+  if (!msg) return {{"object-unreadable", file.GetError()}};
   struct {
     char const *kind, *name;
     std::string in_record, in_object;
   } const uids[] = {
-      {"object-study-uid", "Study Instance UID", object.where->study, read.GetStudyInstanceUID().GetText()},
-      {"object-series-uid", "Series Instance UID", object.where->series, read.GetSeriesInstanceUID().GetText()},
-      {"object-instance-uid", "SOP Instance UID", object.instance, read.GetSOPInstanceUID().GetText()}};
+      {"object-study-uid", "Study Instance UID", object.where->study, msg->GetStudyInstanceUID().GetText()},
+      {"object-series-uid", "Series Instance UID", object.where->series, msg->GetSeriesInstanceUID().GetText()},
+      {"object-instance-uid", "SOP Instance UID", object.instance, msg->GetSOPInstanceUID().GetText()}};
+  std::vector<Problem> problems;
   for (auto const& uid : uids)
     if (!uid.in_record.empty() && uid.in_record != uid.in_object)
-      Find(uid.kind, Disk_Finding::Damage, object.path,
-           std::string("the record says ") + uid.name + " " + uid.in_record + ", the object " + uid.in_object);
+      problems.push_back({uid.kind, std::string("the record says ") + uid.name + " " + uid.in_record + ", the object " +
+                                        uid.in_object});
+  // a store's record tells the native syntax, whatever the file is going to hold
+  std::string const syntax = file.GetTransferSyntax().GetText();
+  if (!object.syntax.empty() && object.syntax != Dicom_UIDic::NATIVE_TRANSFER_SYNTAX.GetText() &&
+      object.syntax != syntax)
+    problems.push_back({"object-syntax", "the record says transfer syntax " + object.syntax + ", the file " + syntax});
+  return problems;
 }

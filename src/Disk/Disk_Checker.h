@@ -57,6 +57,10 @@ private:
     std::shared_ptr<Where const> where;
     std::string instance, syntax, path;
   };
+  struct Problem {
+    char const* kind;
+    std::string text;
+  };
   struct Unnamed {
     Where where;
     std::string path;
@@ -75,8 +79,9 @@ private:
   void check_uid(std::string const& uid, std::unordered_set<std::string>& known, char const* level,
                  std::string const& path);
   int read_objects();
-  void read_object(Object const& object);
-  void compare_uids(IOD_Msg const& read, Object const& object);
+  int read_again(std::unordered_set<std::string> const& paths);
+  std::vector<Problem> read_object(Object const& object) const;
+  void tell(Object const& object, std::vector<Problem> const& problems);
   bool has_moved() const;
 
   std::string prefix_;

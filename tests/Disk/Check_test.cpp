@@ -25,6 +25,7 @@ public:
       ASSERT_EQ(Store(*root, *msg), 0);
     }
   }
+  int StoreImage(int image) { return Store(*Open(), *Phantom::Make({.image = image, .size = 16})); }
   std::string Path(std::string const& name = {}) const { return name.empty() ? Prefix() : At(name); }
 
   // The `number`th of the files whose relative name ends so, in alphabetical order.
@@ -89,6 +90,8 @@ public:
   using FileSetTest::Check;
   using FileSetTest::directory;
   using FileSetTest::Files;
+  using FileSetTest::Open;
+  using FileSetTest::Store;
 };
 
 struct Row {
@@ -248,5 +251,39 @@ TEST(CheckTest, FindingsNameWhereTheyAre) {
     EXPECT_EQ(finding.instance_uid, msg->GetSOPInstanceUID().GetText());
     EXPECT_EQ(result.instances, 6u);
     EXPECT_EQ(result.objects_read, 5u);
+  }
+}
+
+// While objects are read, one that is still to be read is deleted, and another gets its name.
+TEST(CheckTest, AnObjectThatGetsAnotherNameMeanwhileIsNoDamage) {
+  for (unsigned const structure : {kPrivate, kStandard}) {
+    Broken set(structure);
+    for (int image = 1; image <= 20; ++image)
+      ASSERT_EQ(set.StoreImage(image), 0);
+    Disk_CheckOptions options;
+    options.deep = true;
+    bool changed = false;
+    options.progress = [&](std::uint64_t done, std::uint64_t all) {
+      if (done == all || changed) return true;
+      changed = true;
+      auto root = set.Open();
+      Disk_SupportPar par;
+      par.delete_supported = 1;
+      root->SetSupportPar(par);
+      SCL_MoveIdentifier identifier(*Phantom::Make({.image = 20, .size = 16}));
+      identifier.Set(Dicom_Tag(0x0008, 0x0052), Dicom_CS("IMAGE"));
+      MXL_SubOperationsReport report;
+      SCL_ResponseStatus status;
+      EXPECT_EQ(root->Delete(identifier, 1, &report, status), 0);
+      auto msg = Phantom::Make({.image = 21, .size = 16});
+      msg->SetImageNumber(Dicom_IS(20)); // which names its file
+      EXPECT_EQ(Broken::Store(*root, *msg), 0);
+      return true;
+    };
+    Disk_CheckResult result;
+    EXPECT_EQ(Disk_Check(set.Path().c_str(), structure, options, &result), 0);
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(result.n_findings, 0u) << result.findings[0].path << ": " << result.findings[0].text;
+    EXPECT_EQ(set.Check().n_findings, 0u);
   }
 }
