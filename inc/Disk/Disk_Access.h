@@ -1,5 +1,6 @@
 #pragma once
 #include <Disk/Disk_RootDirectoryFile.h>
+#include <infra/Disk_Export.h>
 
 #include <memory>
 
@@ -13,7 +14,7 @@
 ///
 /// The list is a snapshot: what is stored later isn't in it, and fetching what was deleted since fails. No lock is
 /// held between calls; an object, like its root, serves one thread at a time.
-class Disk_Access {
+class DISK_EXPORT Disk_Access {
 public:
   /// `root` stays the caller's and outlives this object.
   explicit Disk_Access(Disk_RootDirectoryFile& root) : root_(&root) {}

@@ -1,4 +1,6 @@
 #pragma once
+#include <infra/Disk_Export.h>
+
 #include <cstdio>
 #include <vector>
 
@@ -6,7 +8,7 @@
 ///
 /// Strings are of whole bytes: of a length that isn't a multiple of 8 the last, partial byte counts as a full one,
 /// and the constructor from data leaves it 0.
-class Disk_Bits {
+class DISK_EXPORT Disk_Bits {
 public:
   explicit Disk_Bits(int bits = 0);
   Disk_Bits(unsigned char const* data, int bits);

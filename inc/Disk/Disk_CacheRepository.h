@@ -2,6 +2,7 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <Disk/Disk_StudyMetaData.h>
 #include <dicom/Dicom_DeIdentifier.h>
+#include <infra/Disk_Export.h>
 #include <infra/RWCString.h>
 #include <infra/RWWString.h>
 #include <infra/ThreadTools.h>
@@ -19,8 +20,12 @@
 /// spare aside; it shrinks as the disk fills with other data, and grows back. One object serves one thread at a time;
 /// copies share the file-set. Operations give 0 or -1; before Construct, and after one that failed to make the
 /// file-set, they give -1. Deletes honour no protection.
-class Disk_CacheRepository {
+class DISK_EXPORT Disk_CacheRepository {
 public:
+  static constexpr int kDefaultQuotaMb = 5000;
+  /// What the factory makes thresholds of: the one that stands after Construct, and that of a store without room.
+  static constexpr int kNormalWeightLimit = 5, kShortageWeightLimit = 4;
+
   Disk_CacheRepository();
 
   /// Opens the file-set in the directory that SetPath named, and works out the quotas. 0, or -1.
@@ -77,15 +82,15 @@ protected:
   static bool GetCfgString(RWCString const& key, RWCString& value);
 
   RWWString m_path;
-  std::shared_ptr<Disk_RootDirectoryFile> m_root; // null before Construct
+  std::shared_ptr<Disk_RootDirectoryFile> m_root; ///< null before Construct
   Dicom_DeIdentifier m_deIdentifier{nullptr};
-  std::int32_t m_quotaMB = 0;         // in force
-  std::int32_t m_userQuotaMB = 0;     // asked for by the configuration
-  std::int32_t m_sparePercentage = 0; // of the disk, to stay free
-  std::int32_t m_sizeKB = 0;          // as it was measured last
+  std::int32_t m_quotaMB = 0;         ///< in force
+  std::int32_t m_userQuotaMB = 0;     ///< asked for by the configuration
+  std::int32_t m_sparePercentage = 0; ///< of the disk, to stay free
+  std::int32_t m_sizeKB = 0;          ///< as it was measured last
   std::int32_t m_threshold = 0;
   bool m_sizeStale = false;
-  std::int32_t m_maxStudies = 0; // no limit when not above 0
+  std::int32_t m_maxStudies = 0; ///< no limit when not above 0
   std::int32_t m_spaceFactor = 1;
 
 private:

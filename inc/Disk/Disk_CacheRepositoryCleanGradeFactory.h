@@ -1,8 +1,9 @@
 #pragma once
 #include <Disk/Disk_CacheRepositoryGraderBase.h>
+#include <infra/Disk_Export.h>
 
 /// The graders of the process, in the order in which they were made.
-class Disk_CacheRepositoryCleanGradeFactory {
+class DISK_EXPORT Disk_CacheRepositoryCleanGradeFactory {
 public:
   static constexpr int kMostGraders = Disk_StudyMetaData::kMostGrades;
 

@@ -1,9 +1,10 @@
 #pragma once
 #include <Disk/Disk_StudyMetaData.h>
+#include <infra/Disk_Export.h>
 
 /// One reason to keep a study or to give it up. A grader takes part in every cleaning of the process for as long as it
 /// lives; it is made and destroyed on one thread, when nothing is cleaned.
-class Disk_CacheRepositoryGraderBase {
+class DISK_EXPORT Disk_CacheRepositoryGraderBase {
 public:
   Disk_CacheRepositoryGraderBase();
   Disk_CacheRepositoryGraderBase(Disk_CacheRepositoryGraderBase const&) = delete;

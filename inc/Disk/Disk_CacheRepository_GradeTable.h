@@ -1,4 +1,5 @@
 #pragma once
+#include <infra/Disk_Export.h>
 #include <infra/RWCString.h>
 
 #include <cstdint>
@@ -7,7 +8,7 @@
 
 /// Grades by age: rows of days and grade, from the configuration at a path, or built-in ones. It is read when the first
 /// grade is asked for, and then stays for the life of the process.
-class Disk_CacheRepository_GradeTable {
+class DISK_EXPORT Disk_CacheRepository_GradeTable {
 public:
   explicit Disk_CacheRepository_GradeTable(char const* configPath);
 

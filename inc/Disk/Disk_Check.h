@@ -1,5 +1,6 @@
 #pragma once
 #include <Disk/Disk_StoreParams.h>
+#include <infra/Disk_Export.h>
 
 #include <cstdint>
 #include <functional>
@@ -7,29 +8,29 @@
 #include <vector>
 
 /// One thing in a file-set that is not as it should be.
-struct Disk_Finding {
+struct DISK_EXPORT Disk_Finding {
   /// What can have led to it, besides damage. An operation that was interrupted leaves such states, and doing it
   /// again mends them; for a moment, so does one that is under way.
   enum Cause { Damage, InterruptedStore, InterruptedDelete };
 
-  std::string kind; // one word that stays the same for programs: "object-missing" (docs/check.md has all)
+  std::string kind; ///< one word that stays the same for programs: "object-missing" (docs/check.md has all)
   Cause cause = Damage;
-  std::string patient_id, study_uid, series_uid, instance_uid; // as far as they are known
-  std::string path;                                            // the file that is concerned
-  std::string text;                                            // what is wrong, for people
+  std::string patient_id, study_uid, series_uid, instance_uid; ///< as far as they are known
+  std::string path;                                            ///< the file that is concerned
+  std::string text;                                            ///< what is wrong, for people
 };
 
-struct Disk_CheckResult {
-  std::uint64_t patients = 0, studies = 0, series = 0, instances = 0; // records that count
-  std::uint64_t objects_read = 0;                                     // with `deep`
+struct DISK_EXPORT Disk_CheckResult {
+  std::uint64_t patients = 0, studies = 0, series = 0, instances = 0; ///< records that count
+  std::uint64_t objects_read = 0;                                     ///< with `deep`
   std::uint64_t n_findings = 0;
-  std::vector<Disk_Finding> findings; // the first kMostFindings of them
+  std::vector<Disk_Finding> findings; ///< the first kMostFindings of them
 
   static constexpr std::size_t kMostFindings = 100000;
 };
 
-struct Disk_CheckOptions {
-  bool deep = false; // read every object too, and compare its UIDs with its record
+struct DISK_EXPORT Disk_CheckOptions {
+  bool deep = false; ///< read every object too, and compare its UIDs with its record
   /// Called now and then while objects are read, with the number of those that were and of all; false stops the check.
   std::function<bool(std::uint64_t done, std::uint64_t all)> progress;
 };
@@ -40,5 +41,5 @@ struct Disk_CheckOptions {
 ///
 /// Of `params` only `standard_structure` counts. 0 when the file-set could be looked at, whatever was found: `result`
 /// has no findings when it is sound. -1 when there is no file-set, it can't be locked, or `progress` stopped it.
-int Disk_Check(char const* file_set_prefix, Disk_StoreParams params, Disk_CheckOptions const& options,
-               Disk_CheckResult* result);
+DISK_EXPORT int Disk_Check(char const* file_set_prefix, Disk_StoreParams params, Disk_CheckOptions const& options,
+                           Disk_CheckResult* result);

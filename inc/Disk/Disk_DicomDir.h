@@ -1,6 +1,7 @@
 #pragma once
 #include <Disk/Disk_RecordSource.h>
 #include <dicom/IOD_Msg.h>
+#include <infra/Disk_Export.h>
 
 #include <memory>
 #include <string>
@@ -18,7 +19,7 @@ class Disk_WriteGather;
 ///
 /// An operation on the file-set gathers what it writes, between Begin and Commit, so that a killed process leaves
 /// all of it or nothing (docs/durability.md). Used without Begin, Write and the record lists write at once.
-class Disk_DicomDir : public IOD_Msg, public Disk_RecordSource {
+class DISK_EXPORT Disk_DicomDir : public IOD_Msg, public Disk_RecordSource {
 public:
   Disk_DicomDir();
   ~Disk_DicomDir() override;

@@ -3,6 +3,7 @@
 #include <Disk/Disk_File.h>
 #include <Disk/Disk_StoreParams.h>
 #include <dicom/Dicom_UIDGenerator.h>
+#include <infra/Disk_Export.h>
 
 #include <memory>
 #include <string>
@@ -17,7 +18,7 @@ class Disk_StorageStrategy;
 /// VERSION holds the number of writes of its directory file. A reader whose records have another number reads them
 /// again. It is read before the records and written after them, so a reader can only think its records older than
 /// they are. Nothing here locks: the caller holds the lock of the level.
-class Disk_DirectoryFile : public Disk_File {
+class DISK_EXPORT Disk_DirectoryFile : public Disk_File {
 public:
   /// `dicomdir` is null in the private structure; otherwise borrowed.
   Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir);
@@ -105,7 +106,7 @@ protected:
   static Dicom_TM GetTickCount();
 
   Dicom_UIDGenerator uid_generator;
-  mutable long file_version = 0; // of the records in memory; 0: not read, or dirty
+  mutable long file_version = 0; ///< of the records in memory; 0: not read, or dirty
   mutable int version_file_in_use = 1;
   Disk_DicomDir* standard_dicomdir;
   Disk_StorageStrategy* writing_strategy = nullptr;

@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/IOD_Msg.h>
+#include <infra/Disk_Export.h>
 #include <infra/RWCollectable.h>
 
 #include <cstdint>
@@ -11,7 +12,7 @@
 ///
 /// A record of the private shape stands in a private directory file; its place in the hierarchy follows from the
 /// file. One of the standard shape also has its links and its in-use flag.
-class Disk_DirectoryRecord : public RWCollectable {
+class DISK_EXPORT Disk_DirectoryRecord : public RWCollectable {
 public:
   ~Disk_DirectoryRecord() override = default;
   Disk_DirectoryRecord(Disk_DirectoryRecord const&) = delete;

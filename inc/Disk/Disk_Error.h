@@ -5,16 +5,16 @@
 enum Disk_Error {
   DISK_ERROR_SYSTEM = 210000,
   DISK_ERROR_MEMORY = 211001,
-  DISK_ERROR_LEVEL = 211002,             // unknown Query/Retrieve Level
-  DISK_ERROR_FILE_NAME = 211004,         // illegal file name
-  DISK_ERROR_OUT_OF_NAMES = 211005,      // FindUniqueFileName has run out of names
-  DISK_ERROR_INFORMATION_MODEL = 211007, // unsupported information model
-  DISK_ERROR_STUDY_RECORD = 211008,      // a study record can't be made while reading the root
-  DISK_ERROR_RECORD_TYPE = 211009,       // illegal record type in the root file
-  DISK_ERROR_NULL_RECORD = 211015,       // a null entry in a record list while writing
-  DISK_ERROR_PATIENT_MISMATCH = 211017,  // the object's patient doesn't match its study
-  DISK_ERROR_STUDY_ID_MISMATCH = 211018, // the object's Study ID doesn't match its study
+  DISK_ERROR_LEVEL = 211002,             ///< unknown Query/Retrieve Level
+  DISK_ERROR_FILE_NAME = 211004,         ///< illegal file name
+  DISK_ERROR_OUT_OF_NAMES = 211005,      ///< FindUniqueFileName has run out of names
+  DISK_ERROR_INFORMATION_MODEL = 211007, ///< unsupported information model
+  DISK_ERROR_STUDY_RECORD = 211008,      ///< a study record can't be made while reading the root
+  DISK_ERROR_RECORD_TYPE = 211009,       ///< illegal record type in the root file
+  DISK_ERROR_NULL_RECORD = 211015,       ///< a null entry in a record list while writing
+  DISK_ERROR_PATIENT_MISMATCH = 211017,  ///< the object's patient doesn't match its study
+  DISK_ERROR_STUDY_ID_MISMATCH = 211018, ///< the object's Study ID doesn't match its study
   DISK_ERROR_SERIES_NUMBER_MISMATCH = 211019,
-  DISK_ERROR_RENAME = 211020,     // a temporary file can't be brought to its name
-  DISK_ERROR_NEW_RECORD = 211023, // a new record can't be allocated on the store road
+  DISK_ERROR_RENAME = 211020,     ///< a temporary file can't be brought to its name
+  DISK_ERROR_NEW_RECORD = 211023, ///< a new record can't be allocated on the store road
 };

@@ -1,6 +1,7 @@
 #pragma once
 #include <Disk/Disk_FileID.h>
 #include <dicom/IOD_Msg.h>
+#include <infra/Disk_Export.h>
 #include <infra/RWCString.h>
 
 /// A handle for asynchronous reading that callers pass along; nothing here looks at it.
@@ -11,7 +12,7 @@ class Disk_AsyncFile;
 /// A write goes to the file's name with ".tmp" behind it, in the same directory, and is brought to its name by
 /// rename: after a crash the file is the old or the new one. A ".tmp" file that a crash left has no meaning; the
 /// next write replaces it. Two writers of one file are kept apart by the locks of their level.
-class Disk_File {
+class DISK_EXPORT Disk_File {
 public:
   Disk_File(Disk_FileID const& id) : file_id(id) {}
 

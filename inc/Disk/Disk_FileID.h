@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/Dicom_StringTypes.h>
+#include <infra/Disk_Export.h>
 
 #include <string>
 
@@ -11,9 +12,9 @@
 ///
 /// This is the one place where an ID becomes a path. No path is formed for a component that is `.` or `..` or holds
 /// a `/` or a NUL, nor beyond 511 characters; so no ID names a file outside of the prefix.
-class Disk_FileID {
+class DISK_EXPORT Disk_FileID {
 public:
-  static constexpr std::size_t kPathSize = 512; // of a path with its closing NUL
+  static constexpr std::size_t kPathSize = 512; ///< of a path with its closing NUL
 
   /// Without value; only fit to be assigned to.
   Disk_FileID() = default;

@@ -1,8 +1,9 @@
 #pragma once
 #include <Disk/Disk_DirectoryRecord.h>
+#include <infra/Disk_Export.h>
 
 /// The record of one stored object: an image, a presentation state or a structured report, told by its Modality.
-class Disk_InstanceDirectoryRecord : public Disk_DirectoryRecord {
+class DISK_EXPORT Disk_InstanceDirectoryRecord : public Disk_DirectoryRecord {
 public:
   static constexpr int kLevel = 3;
   Disk_InstanceDirectoryRecord() = default;

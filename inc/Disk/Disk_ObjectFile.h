@@ -1,12 +1,13 @@
 #pragma once
 #include <Disk/Disk_File.h>
 #include <Disk/Disk_StoreParams.h>
+#include <infra/Disk_Export.h>
 
 struct Disk_Correction;
 
 /// The file of one stored object. It decides in which transfer syntax the object goes to disk and whether it is
 /// compressed first.
-class Disk_ObjectFile : public Disk_File {
+class DISK_EXPORT Disk_ObjectFile : public Disk_File {
 public:
   /// For storing.
   Disk_ObjectFile(Disk_FileID const& id, Disk_StoreParams params) : Disk_File(id), params_(params) {}

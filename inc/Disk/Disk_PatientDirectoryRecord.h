@@ -1,9 +1,10 @@
 #pragma once
 #include <Disk/Disk_RecordList.h>
 #include <Disk/Disk_StudyDirectoryRecord.h>
+#include <infra/Disk_Export.h>
 
 /// The record of a patient; owns the records of the patient's studies.
-class Disk_PatientDirectoryRecord : public Disk_DirectoryRecord {
+class DISK_EXPORT Disk_PatientDirectoryRecord : public Disk_DirectoryRecord {
 public:
   static constexpr int kLevel = 0;
   Disk_PatientDirectoryRecord() = default;

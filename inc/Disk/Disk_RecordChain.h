@@ -1,6 +1,7 @@
 #pragma once
 #include <Disk/Disk_DirectoryRecord.h>
 #include <Disk/Disk_RecordSource.h>
+#include <infra/Disk_Export.h>
 #include <infra/RWSlistCollectables.h>
 
 #include <string>
@@ -15,7 +16,7 @@ class Disk_StorageStrategy;
 ///
 /// New records go to the end of the file and old ones are rewritten in place, in their length; nothing is moved.
 /// Writing what changed costs no more however long the chain is, and so does finding a record by a text.
-class Disk_RecordChain : public RWSlistCollectables {
+class DISK_EXPORT Disk_RecordChain : public RWSlistCollectables {
 public:
   ~Disk_RecordChain() override { clearAndDestroy(); }
 

@@ -1,11 +1,12 @@
 #pragma once
 #include <Disk/Disk_RecordChain.h>
+#include <infra/Disk_Export.h>
 
 /// The records of one level in the order of their file. The list owns them.
 ///
 ///     for (Disk_SeriesDirectoryRecord* record : series_records) ...
 template <class T>
-class Disk_RecordList : public Disk_RecordChain {
+class DISK_EXPORT Disk_RecordList : public Disk_RecordChain {
 public:
   Disk_RecordList() = default;
 

@@ -1,8 +1,9 @@
 #pragma once
 #include <dicom/Dicom_TransferSyntax.h>
+#include <infra/Disk_Export.h>
 
 /// Where the records of a standard DICOMDIR are read from: a file, with what isn't in it yet.
-class Disk_RecordSource {
+class DISK_EXPORT Disk_RecordSource {
 public:
   virtual ~Disk_RecordSource() = default;
   /// The number of bytes read, which is below `size` only at the end; -1 with errno.

@@ -1,9 +1,10 @@
 #pragma once
 #include <dicom/Dicom_StringTypes.h>
 #include <dicom/MXL_SubOperationsReport.h>
+#include <infra/Disk_Export.h>
 
 /// How many images a delete removed, and how many it was asked for and couldn't. Wider than the report's counts.
-struct Disk_Tally {
+struct DISK_EXPORT Disk_Tally {
   unsigned completed = 0, failed = 0;
 
   Disk_Tally& operator+=(Disk_Tally const& other) {
@@ -19,20 +20,20 @@ struct Disk_Tally {
   }
 };
 
-/// Whether the delete of an image of type DERIVED\SECONDARY\ITINERARY\CINE also removes the cine file that the object
+/// Whether the delete of an image of type DERIVED, SECONDARY, ITINERARY, CINE also removes the cine file that the object
 /// names, wherever that stands; true at first, for the whole process. Who stores what strangers send turns it off.
-void Disk_SetDeletesCineFiles(bool wanted);
-bool Disk_DeletesCineFiles();
+DISK_EXPORT void Disk_SetDeletesCineFiles(bool wanted);
+DISK_EXPORT bool Disk_DeletesCineFiles();
 
 /// What is to go from one study, and what became of it.
-struct Disk_Removal {
-  Dicom_UI series_uid; // null: all series
-  Dicom_UI image_uids; // one or more, or null for all images
+struct DISK_EXPORT Disk_Removal {
+  Dicom_UI series_uid; ///< null: all series
+  Dicom_UI image_uids; ///< one or more, or null for all images
 
   Disk_Tally tally;
-  int series_before = 0;         // records in use before
-  int series_removed = 0;        // that ceased to exist
-  int images_left = 0;           // in the series that remain, by their counters
-  Dicom_CS modality;             // of the one series that was named and removed
-  bool modality_is_left = false; // another series has it
+  int series_before = 0;         ///< records in use before
+  int series_removed = 0;        ///< that ceased to exist
+  int images_left = 0;           ///< in the series that remain, by their counters
+  Dicom_CS modality;             ///< of the one series that was named and removed
+  bool modality_is_left = false; ///< another series has it
 };

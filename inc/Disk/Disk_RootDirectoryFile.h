@@ -2,6 +2,7 @@
 #include <Disk/Disk_PatientDirectoryRecord.h>
 #include <Disk/Disk_StudyDirectoryFile.h>
 #include <Disk/Disk_StudyIndex.h>
+#include <infra/Disk_Export.h>
 
 #include <functional>
 #include <memory>
@@ -16,10 +17,10 @@ template <class Lock>
 class Disk_Hold;
 
 /// A study that AutoDelete may delete.
-struct Disk_AutoDeleteCandidate {
+struct DISK_EXPORT Disk_AutoDeleteCandidate {
   Dicom_UI study_uid;
-  std::string folder;       // full path
-  std::int64_t update_time; // seconds of calendar time
+  std::string folder;       ///< full path
+  std::int64_t update_time; ///< seconds of calendar time
 };
 
 /// A file-set: the object through which every caller stores, queries and fetches.
@@ -31,7 +32,7 @@ struct Disk_AutoDeleteCandidate {
 ///     int status = 0;
 ///     Disk_RootDirectoryFile root("/data/set", Disk_StoreParams(), 0, &status, nullptr);
 ///     if (status == 0 && root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0) ...
-class Disk_RootDirectoryFile : public Disk_DirectoryFile {
+class DISK_EXPORT Disk_RootDirectoryFile : public Disk_DirectoryFile {
 public:
   /// Opens the file-set in a directory that exists; an empty one becomes a file-set with the first store.
   /// `reserved_kb` is taken off the free space of the disk by FreeSpace. `strategy`, which may be null, stays the
@@ -202,6 +203,7 @@ private:
   static int CompareDates(void const* a, void const* b);
   int auto_delete();
   int list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates);
+  int read_by_update(Disk_Hold<Klb_LockFile>& file_set, bool shared, std::vector<DatedStudy>* dated);
   int sort_by_update(std::vector<DatedStudy>* dated) const;
   bool may_auto_delete(DatedStudy const& entry, std::int64_t now) const;
   int auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over);

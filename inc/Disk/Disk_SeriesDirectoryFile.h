@@ -6,13 +6,14 @@
 #include <Disk/Disk_SeriesDirectoryRecord.h>
 #include <Disk/Disk_StoreRequest.h>
 #include <dicom/SCL_Identifier.h>
+#include <infra/Disk_Export.h>
 
 class CToolParseDICOMReport;
 struct Disk_Correction;
 
 /// One series: the records of its objects, and their files beside the directory file. It has no lock of its own; the
 /// caller holds that of the study or, in the standard structure, of the file-set.
-class Disk_SeriesDirectoryFile : public Disk_DirectoryFile {
+class DISK_EXPORT Disk_SeriesDirectoryFile : public Disk_DirectoryFile {
 public:
   /// `first_image_offset`: in the standard structure the place of the first instance record, 0 for none.
   Disk_SeriesDirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir,

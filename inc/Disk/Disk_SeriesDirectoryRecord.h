@@ -1,8 +1,9 @@
 #pragma once
 #include <Disk/Disk_DirectoryRecord.h>
+#include <infra/Disk_Export.h>
 
 /// The record of a series.
-class Disk_SeriesDirectoryRecord : public Disk_DirectoryRecord {
+class DISK_EXPORT Disk_SeriesDirectoryRecord : public Disk_DirectoryRecord {
 public:
   static constexpr int kLevel = 2;
   Disk_SeriesDirectoryRecord() = default;

@@ -1,11 +1,13 @@
 #pragma once
+#include <infra/Disk_Export.h>
+
 #include <cstddef>
 
 /// Stands between a standard DICOMDIR and the disk. The caller of a file-set makes one, hands it to the root, keeps
 /// it alive as long as that, and flushes it; nothing here does. Private directory files are written without it.
 ///
 /// Results are those of POSIX: a count or a position, or -1.
-class Disk_StorageStrategy {
+class DISK_EXPORT Disk_StorageStrategy {
 public:
   Disk_StorageStrategy() = default;
   Disk_StorageStrategy(Disk_StorageStrategy const&) = delete;
@@ -32,7 +34,7 @@ protected:
 };
 
 /// Passes everything to the file at once.
-class Disk_FileStorageStrategy : public Disk_StorageStrategy {
+class DISK_EXPORT Disk_FileStorageStrategy : public Disk_StorageStrategy {
 public:
   int Write(void const* data, unsigned size) override;
   long LSeek(long offset, int whence) override;
@@ -43,7 +45,7 @@ public:
 
 /// Keeps the whole image of the file in memory, and writes it in one go on Flush. For one process: VERSION files
 /// move before the Flush, and what a kill loses until then is lost.
-class Disk_MemoryStorageStrategy : public Disk_StorageStrategy {
+class DISK_EXPORT Disk_MemoryStorageStrategy : public Disk_StorageStrategy {
 public:
   static constexpr unsigned kDefaultSize = 0xA00000;
 

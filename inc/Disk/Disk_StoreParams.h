@@ -1,29 +1,31 @@
 #pragma once
+#include <infra/Disk_Export.h>
+
 #include <cstdint>
 
 /// How a file-set is opened and written: one word of flags, passed by value.
-struct Disk_StoreParams {
+struct DISK_EXPORT Disk_StoreParams {
   enum Flag : std::uint32_t { READ_ONLY = 1, STORE_NATIVE = 2, STANDARD_STRUCTURE = 4, DUMP_MODE_THREE = 8 };
 
   constexpr Disk_StoreParams(std::uint32_t flags = 0)
       : read_only(flags & READ_ONLY ? 1 : 0), store_native(flags & STORE_NATIVE ? 1 : 0),
         standard_structure(flags & STANDARD_STRUCTURE ? 1 : 0), dump_mode_three(flags & DUMP_MODE_THREE ? 1 : 0) {}
 
-  std::uint32_t read_only : 1;          // nothing is written; a file-set without VERSION is read once
-  std::uint32_t store_native : 1;       // objects are written uncompressed
-  std::uint32_t standard_structure : 1; // one DICOMDIR holds all records
-  std::uint32_t dump_mode_three : 1;    // objects are dumped in mode 3 instead of 2
+  std::uint32_t read_only : 1;          ///< nothing is written; a file-set without VERSION is read once
+  std::uint32_t store_native : 1;       ///< objects are written uncompressed
+  std::uint32_t standard_structure : 1; ///< one DICOMDIR holds all records
+  std::uint32_t dump_mode_three : 1;    ///< objects are dumped in mode 3 instead of 2
 };
 
 /// What AutoDelete is to reach.
-struct Disk_AutoDeletePar {
-  std::int32_t wanted_free_mb;     // free space to reach; 1 MB counts as 1000 KB here
-  std::int32_t min_study_age_days; // a study not older than this stays
+struct DISK_EXPORT Disk_AutoDeletePar {
+  std::int32_t wanted_free_mb;     ///< free space to reach; 1 MB counts as 1000 KB here
+  std::int32_t min_study_age_days; ///< a study not older than this stays
 };
 
 /// What a root is allowed to do; all 0 after its construction.
-struct Disk_SupportPar {
+struct DISK_EXPORT Disk_SupportPar {
   std::int32_t auto_delete_supported = 0;
   std::int32_t delete_supported = 0;
-  std::int32_t honour_protection = 0; // Delete refuses protected studies
+  std::int32_t honour_protection = 0; ///< Delete refuses protected studies
 };

@@ -2,6 +2,7 @@
 #include <Disk/Disk_LockManager.h>
 #include <Disk/Disk_SeriesDirectoryFile.h>
 #include <Disk/Disk_StudyDirectoryRecord.h>
+#include <infra/Disk_Export.h>
 
 #include <memory>
 
@@ -10,7 +11,7 @@ struct Disk_Correction;
 
 /// One study: the records of its series, the study lock, and the directory file of the series that was asked for
 /// last. In the standard structure the lock operations do nothing: the file-set lock is held throughout.
-class Disk_StudyDirectoryFile : public Disk_DirectoryFile {
+class DISK_EXPORT Disk_StudyDirectoryFile : public Disk_DirectoryFile {
 public:
   /// `first_series_offset`: in the standard structure the place of the first series record, 0 for none.
   Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir,

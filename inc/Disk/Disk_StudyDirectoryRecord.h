@@ -1,11 +1,12 @@
 #pragma once
 #include <Disk/Disk_DirectoryRecord.h>
+#include <infra/Disk_Export.h>
 
 /// The record of a study.
 ///
 /// One of the standard shape keeps its size for life: its counters are as wide as any, and Modalities In Study, which
 /// grows, shares 100 bytes with a dummy element.
-class Disk_StudyDirectoryRecord : public Disk_DirectoryRecord {
+class DISK_EXPORT Disk_StudyDirectoryRecord : public Disk_DirectoryRecord {
 public:
   static constexpr int kReservoirSize = 100;
   /// What the dummy element is cut from: the first byte 0xB4, the others 0.

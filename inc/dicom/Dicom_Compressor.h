@@ -1,11 +1,12 @@
 #pragma once
 #include <dicom/Dicom_Msg.h>
+#include <infra/Disk_Export.h>
 
 /// Compresses and decompresses the pixels of an object, without loss, in place.
 ///
 /// Type 0 is JPEG-LS lossless (1.2.840.10008.1.2.4.80): one fragment per frame, with an offset table. Objects whose
 /// pixels are encapsulated already, that have none, or whose pixels the codec doesn't take, are left as they are.
-class Dicom_Compressor {
+class DISK_EXPORT Dicom_Compressor {
 public:
   /// 0: the object isn't compressed. 1: its pixels are encapsulated. `*flag`, which may be null, gets the same.
   int GetKolbaCompressionVersion(Dicom_Msg const& msg, int* flag) const;

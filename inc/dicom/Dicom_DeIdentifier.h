@@ -1,12 +1,13 @@
 #pragma once
 #include <dicom/IOD_Msg.h>
+#include <infra/Disk_Export.h>
 
 #include <functional>
 
 class Crypt_EncryptionInterface;
 
 /// Takes out of an object what must not enter a repository. Unless a program says how, objects are left as they are.
-class Dicom_DeIdentifier {
+class DISK_EXPORT Dicom_DeIdentifier {
 public:
   /// What is done to an object: 0, or -1 to refuse it.
   using Process = std::function<int(IOD_Msg&)>;

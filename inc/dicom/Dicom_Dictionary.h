@@ -1,8 +1,9 @@
 #pragma once
 #include <dicom/Dicom_Tag.h>
+#include <infra/Disk_Export.h>
 
 /// The private attributes of this system. They stand in one block, whose number each message has of its own.
-class Dicom_Dictionary {
+class DISK_EXPORT Dicom_Dictionary {
 public:
   static constexpr std::string_view kImplementor = "DISK FILE-SET";
   static constexpr Dicom_Tag KOLBA_EXE_VERSION{0x0009, std::uint8_t(0x01), kImplementor};

@@ -2,6 +2,7 @@
 #include <dicom/Dicom_NumberTypes.h>
 #include <dicom/Dicom_StringTypes.h>
 #include <dicom/Dicom_Tag.h>
+#include <infra/Disk_Export.h>
 
 #include <cstdint>
 #include <memory>
@@ -18,7 +19,7 @@ class Dicom_TransferSyntax;
 ///
 /// An element that came from a file is a slice of the file's bytes, kept alive by its message; its value is made
 /// when somebody asks for it, and dumping it copies the bytes. A copy of an element stands alone: it owns its value.
-class Dicom_ME {
+class DISK_EXPORT Dicom_ME {
 public:
   /// A private tag has to be resolved (Dicom_Tag::ResolveIfFound): an element knows its number only.
   /// With `copy` 0 the element takes `value` over, also when it fails; otherwise it keeps a clone of its own.

@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/Dicom_VR.h>
+#include <infra/Disk_Export.h>
 
 #include <string_view>
 
@@ -18,11 +19,11 @@
 /// | other text             | wild cards: `*` any characters, `?` one character; else equal without padding       |
 ///
 /// A value of several parts matches if one part does. A key of several parts matches as a list.
-bool Dicom_MatchText(Dicom_VR vr, std::string_view value, std::string_view key);
+DISK_EXPORT bool Dicom_MatchText(Dicom_VR vr, std::string_view value, std::string_view key);
 
 /// True when the two texts stand for one number.
-bool Dicom_SameNumber(std::string_view a, std::string_view b);
+DISK_EXPORT bool Dicom_SameNumber(std::string_view a, std::string_view b);
 
 /// Whether text that has `*` and `?` as wild cards matches; linear in `value` for a key without `*`, else at most
 /// the product of the lengths.
-bool Dicom_MatchWildcards(std::string_view value, std::string_view key);
+DISK_EXPORT bool Dicom_MatchWildcards(std::string_view value, std::string_view key);

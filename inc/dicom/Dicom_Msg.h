@@ -5,6 +5,7 @@
 #include <dicom/Dicom_Sequence.h>
 #include <dicom/Dicom_StringTypes.h>
 #include <dicom/Dicom_TransferSyntax.h>
+#include <infra/Disk_Export.h>
 
 #include <memory>
 #include <string>
@@ -25,7 +26,7 @@ struct Dicom_Origin;
 /// reserved in this message; Set reserves one where there is none.
 ///
 /// One object serves one thread at a time, reading included.
-class Dicom_Msg {
+class DISK_EXPORT Dicom_Msg {
 public:
   Dicom_Msg();
   Dicom_Msg(Dicom_Msg const& other);

@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/Dicom_Type.h>
+#include <infra/Disk_Export.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -21,7 +22,7 @@ T Dicom_Saturated(double number) {
 
 /// The value class of one binary number VR: no, one or several numbers.
 template <class Self, class Number, Dicom_VR VR>
-class Dicom_NumberOf : public Dicom_Type {
+class DISK_EXPORT Dicom_NumberOf : public Dicom_Type {
 public:
   static constexpr Dicom_VR kVR = VR;
   using Value = Number;
@@ -53,7 +54,7 @@ private:
 };
 
 #define DICOM_NUMBER_CLASS(Name, Number, VR)                                                                           \
-  class Name : public Dicom_NumberOf<Name, Number, Dicom_VR::VR> {                                                     \
+  class DISK_EXPORT Name : public Dicom_NumberOf<Name, Number, Dicom_VR::VR> {                                         \
   public:                                                                                                              \
     using Dicom_NumberOf::Dicom_NumberOf;                                                                              \
     /** The first number; 0 when there is none. */                                                                     \

@@ -1,11 +1,12 @@
 #pragma once
 #include <dicom/Dicom_Type.h>
+#include <infra/Disk_Export.h>
 
 /// What the values of plain bytes and words have in common. Words stand in little endian order in memory.
 ///
 /// Encapsulated pixel data is a Dicom_OB whose bytes are the items as they stand in a file, the offset table's item
 /// first, the sequence delimiter left out.
-class Dicom_OtherType : public Dicom_Type {
+class DISK_EXPORT Dicom_OtherType : public Dicom_Type {
 public:
   bool IsEmpty() const override { return Bytes().empty() && !IsEncapsulated(); }
   int GetNValues() const override { return IsEmpty() ? 0 : 1; }
@@ -36,7 +37,7 @@ private:
 };
 
 template <class Self, Dicom_VR VR>
-class Dicom_OtherOf : public Dicom_OtherType {
+class DISK_EXPORT Dicom_OtherOf : public Dicom_OtherType {
 public:
   static constexpr Dicom_VR kVR = VR;
   Dicom_OtherOf() = default;
@@ -48,7 +49,7 @@ public:
 };
 
 #define DICOM_OTHER_CLASS(Name, VR)                                                                                    \
-  class Name : public Dicom_OtherOf<Name, Dicom_VR::VR> {                                                              \
+  class DISK_EXPORT Name : public Dicom_OtherOf<Name, Dicom_VR::VR> {                                                  \
   public:                                                                                                              \
     using Dicom_OtherOf::Dicom_OtherOf;                                                                                \
   };
@@ -62,7 +63,7 @@ DICOM_OTHER_CLASS(Dicom_OW, OW)
 #undef DICOM_OTHER_CLASS
 
 /// Bytes of unknown meaning; also the value of an element whose VR this layer doesn't know, which it keeps.
-class Dicom_UN : public Dicom_OtherOf<Dicom_UN, Dicom_VR::UN> {
+class DISK_EXPORT Dicom_UN : public Dicom_OtherOf<Dicom_UN, Dicom_VR::UN> {
 public:
   using Dicom_OtherOf::Dicom_OtherOf;
   Dicom_UN(Dicom_VR vr, void const* data, std::size_t length, int copy, int* status)

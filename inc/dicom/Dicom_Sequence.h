@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/Dicom_OtherTypes.h>
+#include <infra/Disk_Export.h>
 
 #include <memory>
 #include <utility>
@@ -13,7 +14,7 @@ class Dicom_TransferSyntax;
 ///
 /// A sequence that came from a file knows where its items lie and makes the message of one when it is asked for, as
 /// an IOD_Msg. Taking items off the front costs the same however many there are.
-class Dicom_Sequence {
+class DISK_EXPORT Dicom_Sequence {
 public:
   Dicom_Sequence();
   /// Parses a sequence's items from the descriptor's position; `length` is their length in bytes, -1 for an
@@ -68,7 +69,7 @@ private:
 };
 
 /// The value that wraps a sequence.
-class Dicom_SQ : public Dicom_Type {
+class DISK_EXPORT Dicom_SQ : public Dicom_Type {
 public:
   static constexpr Dicom_VR kVR = Dicom_VR::SQ;
   Dicom_SQ();
@@ -114,4 +115,4 @@ private:
   Dicom_Sequence* sequence_ = nullptr;
 };
 
-extern Dicom_SQ const SQ_NULL;
+DISK_EXPORT extern Dicom_SQ const SQ_NULL;

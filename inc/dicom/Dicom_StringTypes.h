@@ -1,8 +1,9 @@
 #pragma once
 #include <dicom/Dicom_Type.h>
+#include <infra/Disk_Export.h>
 
 /// What all values of text have in common. Values are separated by `\`, but for ST, LT, UT and UR, which hold one.
-class Dicom_StringType : public Dicom_Type {
+class DISK_EXPORT Dicom_StringType : public Dicom_Type {
 public:
   bool IsEmpty() const override { return text_.empty(); }
   int GetNValues() const override;
@@ -31,7 +32,7 @@ protected:
 
 /// The value class of one text VR.
 template <class Self, Dicom_VR VR>
-class Dicom_StringOf : public Dicom_StringType {
+class DISK_EXPORT Dicom_StringOf : public Dicom_StringType {
 public:
   static constexpr Dicom_VR kVR = VR;
   Dicom_StringOf() = default;
@@ -53,7 +54,7 @@ public:
 };
 
 #define DICOM_STRING_CLASS(Name, VR)                                                                                   \
-  class Name : public Dicom_StringOf<Name, Dicom_VR::VR> {                                                             \
+  class DISK_EXPORT Name : public Dicom_StringOf<Name, Dicom_VR::VR> {                                                 \
   public:                                                                                                              \
     using Dicom_StringOf::Dicom_StringOf;                                                                              \
   };
@@ -71,7 +72,7 @@ DICOM_STRING_CLASS(Dicom_UR, UR)
 DICOM_STRING_CLASS(Dicom_UT, UT)
 #undef DICOM_STRING_CLASS
 
-class Dicom_CS : public Dicom_StringOf<Dicom_CS, Dicom_VR::CS> {
+class DISK_EXPORT Dicom_CS : public Dicom_StringOf<Dicom_CS, Dicom_VR::CS> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   /// The union of two values: the parts of this one, then those of `other` that it lacks.
@@ -81,7 +82,7 @@ public:
 };
 
 /// A date, YYYYMMDD. Fields of a text that isn't a date are 0. The old form YYYY.MM.DD is understood.
-class Dicom_DA : public Dicom_StringOf<Dicom_DA, Dicom_VR::DA> {
+class DISK_EXPORT Dicom_DA : public Dicom_StringOf<Dicom_DA, Dicom_VR::DA> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   Dicom_DA(int year, int month, int day);
@@ -92,7 +93,7 @@ public:
 };
 
 /// A time of day, HHMMSS.FFFFFF, cut short from the right as it likes. The old form HH:MM:SS is understood.
-class Dicom_TM : public Dicom_StringOf<Dicom_TM, Dicom_VR::TM> {
+class DISK_EXPORT Dicom_TM : public Dicom_StringOf<Dicom_TM, Dicom_VR::TM> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   Dicom_TM(int hours, int minutes, int seconds);
@@ -103,7 +104,7 @@ public:
 };
 
 /// A date and time, YYYYMMDDHHMMSS.FFFFFF&ZZXX. Order and fields take no notice of the offset from UTC.
-class Dicom_DT : public Dicom_StringOf<Dicom_DT, Dicom_VR::DT> {
+class DISK_EXPORT Dicom_DT : public Dicom_StringOf<Dicom_DT, Dicom_VR::DT> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   /// `*status` (may be null) is -1 when the date is null; a null time stands for midnight.
@@ -115,7 +116,7 @@ public:
 };
 
 /// An integer in text. Conversion saturates at the limits of int; text that is no number gives 0.
-class Dicom_IS : public Dicom_StringOf<Dicom_IS, Dicom_VR::IS> {
+class DISK_EXPORT Dicom_IS : public Dicom_StringOf<Dicom_IS, Dicom_VR::IS> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   explicit Dicom_IS(int value) : Dicom_IS(value, false) {}
@@ -125,7 +126,7 @@ public:
 };
 
 /// A decimal number in text; text that is no number gives 0.
-class Dicom_DS : public Dicom_StringOf<Dicom_DS, Dicom_VR::DS> {
+class DISK_EXPORT Dicom_DS : public Dicom_StringOf<Dicom_DS, Dicom_VR::DS> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   explicit Dicom_DS(double value);

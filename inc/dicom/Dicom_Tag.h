@@ -1,4 +1,6 @@
 #pragma once
+#include <infra/Disk_Export.h>
+
 #include <cstdint>
 #include <string_view>
 
@@ -13,7 +15,7 @@ class Dicom_TransferSyntax;
 ///
 /// The implementor's text isn't owned: it must outlive the tag. Constants point to literals; a tag made by
 /// Unresolve points into the message that it was asked of.
-class Dicom_Tag {
+class DISK_EXPORT Dicom_Tag {
 public:
   constexpr Dicom_Tag() = default;
   constexpr Dicom_Tag(std::uint16_t group, std::uint16_t element) : number_(std::uint32_t(group) << 16 | element) {}

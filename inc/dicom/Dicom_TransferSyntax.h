@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/Dicom_StringTypes.h>
+#include <infra/Disk_Export.h>
 
 #include <string_view>
 
@@ -7,7 +8,7 @@ enum class Dicom_Endianity { Little, Big };
 
 /// How a data set stands in bytes: explicit or implicit VR, byte order, and whether its pixels are encapsulated or
 /// the whole is deflated. Syntaxes with encapsulated pixels are all Explicit VR Little Endian outside of the pixels.
-class Dicom_TransferSyntax {
+class DISK_EXPORT Dicom_TransferSyntax {
 public:
   /// `*error` is -1 when `uid` isn't the UID of a transfer syntax (0 otherwise). Any UID of the standard's branch
   /// for encapsulated syntaxes is taken, known by name or not, as its data set can be read and written all the same.
@@ -31,12 +32,12 @@ private:
 };
 
 /// Parameters of a dump that compresses; the default stands for none.
-struct SCompressionParms {};
+struct DISK_EXPORT SCompressionParms {};
 
 /// Where the bytes given to a constructor come from.
-struct Dicom_SwapInfo {
+struct DISK_EXPORT Dicom_SwapInfo {
   enum Source { buffer_source = 0, msg_source = 1 };
 };
 
 /// Copies `count` numbers of `size` bytes (1, 2, 4 or 8) between this machine's byte order and `endianity`.
-void Dicom_Copy(void const* source, void* target, int size, int count, Dicom_Endianity endianity);
+DISK_EXPORT void Dicom_Copy(void const* source, void* target, int size, int count, Dicom_Endianity endianity);

@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/Dicom_VR.h>
+#include <infra/Disk_Export.h>
 
 #include <cstddef>
 #include <memory>
@@ -15,7 +16,7 @@
 /// Matching follows C-FIND: an empty key, or a text key of asterisks alone, matches everything; lists of UIDs, wild
 /// cards `*` and `?`, ranges of date, time and date-time; a value of several parts matches if one part does. The
 /// rules stand in Dicom_Match.h.
-class Dicom_Type {
+class DISK_EXPORT Dicom_Type {
 public:
   virtual ~Dicom_Type() = default;
 

@@ -1,8 +1,9 @@
 #pragma once
 #include <dicom/Dicom_StringTypes.h>
+#include <infra/Disk_Export.h>
 
 /// UIDs that the system writes or compares with.
-class Dicom_UIDic {
+class DISK_EXPORT Dicom_UIDic {
 public:
   static Dicom_UI const IMPLICIT_VR_LITTLE_ENDIAN;
   static Dicom_UI const EXPLICIT_VR_LITTLE_ENDIAN;

@@ -1,13 +1,15 @@
 #pragma once
+#include <infra/Disk_Export.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-// The value representations, and what a reader or writer of elements asks about one.
+/// The value representations, and what a reader or writer of elements asks about one.
 //
-// A value is the two letters as they stand in a file, the first in the low byte: what a little-endian 16-bit
-// load gives is the VR, whether it is one we know or not. Every question is one load from a table of 1,024
-// entries.
+/// A value is the two letters as they stand in a file, the first in the low byte: what a little-endian 16-bit
+/// load gives is the VR, whether it is one we know or not. Every question is one load from a table of 1,024
+/// entries.
 //
 //   auto vr = static_cast<Dicom_VR>(bytes[0] | bytes[1] << 8);
 //   size_t header = Dicom_HasLongLength(vr) ? 12 : 8;
@@ -17,7 +19,7 @@ constexpr uint16_t Dicom_VRCode(char const (&name)[3]) {
 }
 
 enum class Dicom_VR : uint16_t {
-  None = 0, // no VR: items and delimiters, or not known yet
+  None = 0, ///< no VR: items and delimiters, or not known yet
   AE = Dicom_VRCode("AE"),
   AS = Dicom_VRCode("AS"),
   AT = Dicom_VRCode("AT"),
@@ -53,24 +55,24 @@ enum class Dicom_VR : uint16_t {
   UT = Dicom_VRCode("UT"),
   UV = Dicom_VRCode("UV"),
 
-  // Of the data dictionary only, never in a file: the reader of the data set decides from other elements.
-  xs = Dicom_VRCode("xs"), // US or SS, by Pixel Representation
-  lt = Dicom_VRCode("lt"), // US, SS or OW: lookup tables
-  ox = Dicom_VRCode("ox"), // OB or OW
-  px = Dicom_VRCode("px"), // OB or OW: Pixel Data
+  /// Of the data dictionary only, never in a file: the reader of the data set decides from other elements.
+  xs = Dicom_VRCode("xs"), ///< US or SS, by Pixel Representation
+  lt = Dicom_VRCode("lt"), ///< US, SS or OW: lookup tables
+  ox = Dicom_VRCode("ox"), ///< OB or OW
+  px = Dicom_VRCode("px"), ///< OB or OW: Pixel Data
 };
 
 namespace Dicom_VRTable {
 
 enum Flag : uint8_t {
-  LongLength = 1, // 32-bit length after two reserved bytes
+  LongLength = 1, ///< 32-bit length after two reserved bytes
   Text = 2,
-  Charset = 4,    // text in the data set's Specific Character Set
-  MultiValue = 8, // text whose values a backslash separates
-  Blank = 16,     // padded with a blank, not with NUL
+  Charset = 4,    ///< text in the data set's Specific Character Set
+  MultiValue = 8, ///< text whose values a backslash separates
+  Blank = 16,     ///< padded with a blank, not with NUL
 };
 
-struct Traits {
+struct DISK_EXPORT Traits {
   uint16_t code = 0;
   uint8_t unit_size = 1;
   uint8_t flags = 0;
@@ -129,7 +131,7 @@ constexpr std::array<Traits, 1024> Make() {
 
 inline constexpr std::array<Traits, 1024> s_table = Make();
 
-// Unknown VRs, None and those of the dictionary only: bytes without structure.
+/// Unknown VRs, None and those of the dictionary only: bytes without structure.
 constexpr Traits Of(Dicom_VR vr) {
   auto code = static_cast<uint16_t>(vr);
   Traits traits = s_table[Slot(code)];
@@ -138,12 +140,12 @@ constexpr Traits Of(Dicom_VR vr) {
 
 } // namespace Dicom_VRTable
 
-// One of the VRs that stand in files (so neither `None` nor `xs`, `lt`, `ox`, `px`).
+/// One of the VRs that stand in files (so neither `None` nor `xs`, `lt`, `ox`, `px`).
 constexpr bool Dicom_IsKnownVR(Dicom_VR vr) { return Dicom_VRTable::Of(vr).code != 0; }
 
-// In explicit VR the length has 32 bits and follows two reserved bytes. That holds for every VR still to be
-// invented, so also for unknown ones of two upper-case letters; anything else in the place of a VR has 16
-// bits.
+/// In explicit VR the length has 32 bits and follows two reserved bytes. That holds for every VR still to be
+/// invented, so also for unknown ones of two upper-case letters; anything else in the place of a VR has 16
+/// bits.
 constexpr bool Dicom_HasLongLength(Dicom_VR vr) {
   Dicom_VRTable::Traits traits = Dicom_VRTable::Of(vr);
   auto code = static_cast<uint16_t>(vr);
@@ -151,21 +153,21 @@ constexpr bool Dicom_HasLongLength(Dicom_VR vr) {
   return traits.flags & Dicom_VRTable::LongLength;
 }
 
-// Bytes per unit that a change of byte order works on: 1, 2, 4 or 8 (AT: its two words).
+/// Bytes per unit that a change of byte order works on: 1, 2, 4 or 8 (AT: its two words).
 constexpr size_t Dicom_UnitSize(Dicom_VR vr) { return Dicom_VRTable::Of(vr).unit_size; }
 
 constexpr bool Dicom_IsText(Dicom_VR vr) { return Dicom_VRTable::Of(vr).flags & Dicom_VRTable::Text; }
 
-// Text whose bytes mean what Specific Character Set says: LO LT PN SH ST UC UT.
+/// Text whose bytes mean what Specific Character Set says: LO LT PN SH ST UC UT.
 constexpr bool Dicom_IsCharsetText(Dicom_VR vr) { return Dicom_VRTable::Of(vr).flags & Dicom_VRTable::Charset; }
 
-// Text in which a backslash separates values: all but LT ST UR UT.
+/// Text in which a backslash separates values: all but LT ST UR UT.
 constexpr bool Dicom_IsMultiValueText(Dicom_VR vr) { return Dicom_VRTable::Of(vr).flags & Dicom_VRTable::MultiValue; }
 
-// What makes an odd value even: a blank for text, NUL for UI and everything binary.
+/// What makes an odd value even: a blank for text, NUL for UI and everything binary.
 constexpr char Dicom_PadChar(Dicom_VR vr) { return Dicom_VRTable::Of(vr).flags & Dicom_VRTable::Blank ? ' ' : '\0'; }
 
-// The two letters and a closing NUL; for `None` "--".
+/// The two letters and a closing NUL; for `None` "--".
 constexpr void Dicom_VRName(Dicom_VR vr, char out[3]) {
   auto code = static_cast<uint16_t>(vr == Dicom_VR::None ? Dicom_VRCode("--") : static_cast<uint16_t>(vr));
   out[0] = static_cast<char>(code & 255u);

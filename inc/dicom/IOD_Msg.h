@@ -1,13 +1,17 @@
 #pragma once
 #include <dicom/Dicom_Dictionary.h>
 #include <dicom/Dicom_Msg.h>
+#include <dicom/Dicom_UIDic.h>
+
+#include <memory>
+#include <string>
 
 /// A data set with accessors by name.
 ///
 /// For each attribute of IOD_Attributes.inc there are `V Get<Name>() const`, the value or the null constant of its
 /// class when the attribute is absent, and `int Set<Name>(V const&)`, which stores a copy: 0, or -1 when the message
 /// can't take it, and then it is unchanged.
-class IOD_Msg : public Dicom_Msg {
+class DISK_EXPORT IOD_Msg : public Dicom_Msg {
 public:
   using Dicom_Msg::Dicom_Msg;
   IOD_Msg() = default;
@@ -18,7 +22,23 @@ public:
   Class Get##Name() const { return Value<Class>(Tag); }                                                                \
   int Set##Name(Class const& value) { return Set(Tag, value); }
 #include <dicom/IOD_Attributes.inc>
+#include <infra/Disk_Export.h>
 #undef IOD_ATTRIBUTE
+
+  // Doors to memory. `error`, which may be null, tells why something failed.
+
+  /// The message in the bytes of a DICOM file, with or without preamble and meta information. The bytes are copied
+  /// once. Null when they are no such file.
+  static std::unique_ptr<IOD_Msg> FromFileBytes(std::string_view bytes, std::string* error = nullptr);
+  /// The message in the bytes of a data set, as a network peer sends it in the transfer syntax agreed upon.
+  static std::unique_ptr<IOD_Msg> FromDataSetBytes(std::string_view bytes, Dicom_UI const& syntax,
+                                                   std::string* error = nullptr);
+  /// A DICOM file. Pixels that are encapsulated stay so, and the file then bears their syntax instead of `syntax`. 0;
+  /// or -1, and `*bytes` is as before.
+  int ToFileBytes(std::string* bytes, Dicom_UI const& syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX,
+                  std::string* error = nullptr) const;
+  /// The data set alone. The same results; -1 also when the pixels are encapsulated in another syntax.
+  int ToDataSetBytes(std::string* bytes, Dicom_UI const& syntax, std::string* error = nullptr) const;
 
   /// The day of Verification DateTime (0040,A030).
   Dicom_DA GetVerificationDateTime() const { return Value<Dicom_DT>(kVerificationDateTime).Date(); }

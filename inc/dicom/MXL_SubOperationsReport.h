@@ -1,8 +1,9 @@
 #pragma once
 #include <dicom/Dicom_NumberTypes.h>
+#include <infra/Disk_Export.h>
 
 /// The counts of sub-operations of a request: four pairs of a presence flag and a count. Counts are 16 bits wide.
-class MXL_SubOperationsReport {
+class DISK_EXPORT MXL_SubOperationsReport {
 public:
   enum Pair { Remaining = 0, Completed = 1, Failed = 2, Warning = 3 };
   bool IsPresent(Pair pair) const { return present_[pair]; }
@@ -18,7 +19,7 @@ private:
 };
 
 /// The status of a response.
-class SCL_ResponseStatus {
+class DISK_EXPORT SCL_ResponseStatus {
 public:
   enum Value { Success = 0, RefusedProtected = 3, Failed = 4 };
   constexpr SCL_ResponseStatus(Value value = Success) : value_(value) {}

@@ -1,8 +1,9 @@
 #pragma once
 #include <dicom/IOD_Msg.h>
+#include <infra/Disk_Export.h>
 
 /// The level of a query, from the identifier's (0008,0052).
-class SCL_QueryRetrieveLevel {
+class DISK_EXPORT SCL_QueryRetrieveLevel {
 public:
   enum Value { STUDY = 0, SERIES = 1, IMAGE = 2, UNKNOWN = -1 };
   /// The text of a level, "STUDY", "SERIES" or "IMAGE"; empty for others.
@@ -10,7 +11,7 @@ public:
 };
 
 /// The information model of a query; value 1 is the one served.
-class SCL_InformationModel {
+class DISK_EXPORT SCL_InformationModel {
 public:
   constexpr SCL_InformationModel(int value = 1) : value_(value) {}
   constexpr operator int() const { return value_; }
@@ -21,13 +22,13 @@ private:
 
 /// The identifier of a request or a response. An attribute with an empty value asks for the attribute to be returned
 /// and restricts nothing.
-class SCL_Identifier : public IOD_Msg {
+class DISK_EXPORT SCL_Identifier : public IOD_Msg {
 public:
   using IOD_Msg::IOD_Msg;
   SCL_QueryRetrieveLevel::Value GetQueryRetrieveLevel() const;
 };
 
-class SCL_QueryIdentifier : public SCL_Identifier {
+class DISK_EXPORT SCL_QueryIdentifier : public SCL_Identifier {
 public:
   SCL_QueryIdentifier() = default;
   explicit SCL_QueryIdentifier(SCL_QueryRetrieveLevel::Value level);
@@ -35,13 +36,13 @@ public:
 };
 
 /// A response. It is made empty; the level only has to be one that is served.
-class SCL_QueryRspIdentifier : public SCL_Identifier {
+class DISK_EXPORT SCL_QueryRspIdentifier : public SCL_Identifier {
 public:
   SCL_QueryRspIdentifier(SCL_QueryRetrieveLevel::Value level, int* status);
 };
 
 /// The request of a fetch, delete or protection.
-class SCL_MoveIdentifier : public SCL_Identifier {
+class DISK_EXPORT SCL_MoveIdentifier : public SCL_Identifier {
 public:
   SCL_MoveIdentifier() = default;
   SCL_MoveIdentifier(SCL_QueryRetrieveLevel::Value level, int* status);

@@ -1,5 +1,6 @@
 #pragma once
 #include <dicom/IOD_Msg.h>
+#include <infra/Disk_Export.h>
 
 #include <cstdint>
 #include <memory>
@@ -13,7 +14,7 @@ class Util_FileSystemInterface;
 ///     int status = 0;
 ///     Util_File file(msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
 ///     if (status == -1 || file.Write("/data/a.dcm", nullptr) == -1) ...
-class Util_File {
+class DISK_EXPORT Util_File {
 public:
   Util_File();
   /// Dumps `msg` as a DICOM file in `syntax`. Pixels that are encapsulated stay so, and the file then bears their
@@ -29,13 +30,16 @@ public:
   int Write(char const* path, Util_FileSystemInterface* fs);
   /// Writes the bytes at the descriptor's position. 0, or -1 with errno.
   int Write(int fd);
-  /// The bytes as they would be written.
+  /// The bytes as they would be written, and those of the data set in them.
   std::string_view Bytes() const;
+  std::string_view DataSetBytes() const { return Bytes().substr(data_set_start_); }
 
   /// Reads a file. 0, or -1 with errno, ENOENT when there is no such file.
   int GetFile(char const* path, int flags, Util_FileSystemInterface* fs);
   /// Takes the bytes of a file from memory; they are copied. 0, or -1 without memory.
   int GetBytes(std::string_view bytes);
+  /// The same for a data set without preamble and meta information, in `syntax`.
+  int GetDataSetBytes(std::string_view bytes, Dicom_UI const& syntax);
   /// The syntax of the file that was read; null when it isn't a DICOM file.
   Dicom_UI GetTransferSyntax() const { return syntax_; }
   /// A new message decoded from what was read, for the caller to own; null when the bytes are no DICOM file, and
@@ -57,8 +61,9 @@ public:
 
 private:
   int fail(std::string text);
+  int copy(std::string_view bytes);
   int find_data_set();
-  int inflate_data_set(std::size_t start);
+  int take_data_set(std::size_t start);
 
   std::shared_ptr<Util_Buffer const> file_;
   std::shared_ptr<Util_Buffer const> data_set_; // differs from file_ for a deflated one

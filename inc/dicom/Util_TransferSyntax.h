@@ -1,10 +1,11 @@
 #pragma once
 #include <dicom/Dicom_TransferSyntax.h>
+#include <infra/Disk_Export.h>
 
 #include <string>
 
 /// Finds out how the data set of an open DICOM file is encoded.
-class Util_TransferSyntax {
+class DISK_EXPORT Util_TransferSyntax {
 public:
   /// Reads the beginning of the file. On 0 the file's position is at the start of the data set and
   /// GetTransferSyntax tells the syntax; -1 when this is no DICOM file or it can't be read.

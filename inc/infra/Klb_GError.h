@@ -2,14 +2,16 @@
 // next Set, a success doesn't clear it.
 #pragma once
 
+#include <infra/Disk_Export.h>
+
 #include <cerrno>
 
 enum Klb_ErrorBase {
-  KLB_ERR_SYSTEM = 210000, // plus errno: a system call failed
+  KLB_ERR_SYSTEM = 210000, ///< plus errno: a system call failed
   KLB_ERR_DISK = 211000    // plus a number that the file-set engine gives a meaning
 };
 
-class Klb_GError {
+class DISK_EXPORT Klb_GError {
 public:
   constexpr Klb_GError() = default;
   Klb_GError(Klb_GError const&) = delete;
@@ -17,7 +19,7 @@ public:
 
   void Set(int code) noexcept;
   void SetSystem(int error = errno) noexcept { Set(KLB_ERR_SYSTEM + error); }
-  int Get() const noexcept; // 0 before the first Set of this thread
+  int Get() const noexcept; ///< 0 before the first Set of this thread
 };
 
-extern Klb_GError KlbGError;
+DISK_EXPORT extern Klb_GError KlbGError;

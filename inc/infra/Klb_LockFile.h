@@ -13,31 +13,32 @@
 // Whoever removes one does so last: from then on others can get the lock on a new file.
 #pragma once
 
+#include <infra/Disk_Export.h>
 #include <infra/Util_FileSystem.h>
 #include <string>
 
-class Klb_LockFile {
+class DISK_EXPORT Klb_LockFile {
 public:
   Klb_LockFile() = default;
   ~Klb_LockFile();
   Klb_LockFile(Klb_LockFile const&) = delete;
   Klb_LockFile& operator=(Klb_LockFile const&) = delete;
 
-  // `directory`: where the lock file stands, empty or null for the working directory. `file_name`: the full
-  // name of the lock file. It is created if need be, but not when `read_only` is set: then, where there is no
-  // lock file in the directory, or none that we may read, the operations below succeed without one. A second
-  // Init ends the hold of the first. -1, with errno, if the file can't be opened.
+  /// `directory`: where the lock file stands, empty or null for the working directory. `file_name`: the full
+  /// name of the lock file. It is created if need be, but not when `read_only` is set: then, where there is no
+  /// lock file in the directory, or none that we may read, the operations below succeed without one. A second
+  /// Init ends the hold of the first. -1, with errno, if the file can't be opened.
   int Init(char const* directory, char const* file_name, int read_only);
 
-  // Wait for the lock; nothing but success (0) or an error (-1, with errno) ends the wait. -1 too when the
-  // directory has been deleted. After -1 nothing is held.
+  /// Wait for the lock; nothing but success (0) or an error (-1, with errno) ends the wait. -1 too when the
+  /// directory has been deleted. After -1 nothing is held.
   int LockShared();
   int LockExclusive();
 
-  // 0 got, 1 somebody else has it, -1 error. After 1 and -1 nothing is held, a former shared hold included.
+  /// 0 got, 1 somebody else has it, -1 error. After 1 and -1 nothing is held, a former shared hold included.
   int TryLockExclusive();
 
-  // 0 also when nothing was held.
+  /// 0 also when nothing was held.
   int UnlockShared();
   int UnlockExclusive();
 
@@ -59,8 +60,8 @@ private:
   bool held_ = false;
 };
 
-// Holds a lock for a scope. The lock file must outlive it.
-class [[nodiscard]] Klb_LockGuard {
+/// Holds a lock for a scope. The lock file must outlive it.
+class [[nodiscard]] DISK_EXPORT Klb_LockGuard {
 public:
   enum Mode { Shared, Exclusive };
 
@@ -71,7 +72,7 @@ public:
   Klb_LockGuard& operator=(Klb_LockGuard&& other) noexcept;
 
   explicit operator bool() const { return file_ != nullptr; } // false: the lock couldn't be had
-  void Release();                                             // ends the hold early; leaves errno alone
+  void Release();                                             ///< ends the hold early; leaves errno alone
 
 private:
   Klb_LockFile* file_ = nullptr;

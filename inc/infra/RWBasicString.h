@@ -1,13 +1,15 @@
 // The common body of RWCString and RWWString: a string with value semantics.
 #pragma once
 
+#include <infra/Disk_Export.h>
+
 #include <compare>
 #include <cstddef>
 #include <string>
 #include <utility>
 
 template <class Char>
-class RWBasicString {
+class DISK_EXPORT RWBasicString {
 public:
   RWBasicString() = default;
   RWBasicString(Char const* text) { // null gives the empty string
@@ -22,7 +24,7 @@ public:
   std::basic_string<Char> const& str() const { return text_; }
 
   Char operator[](size_t i) const { return text_[i]; }
-  // The part from `start` on, of at most `length` characters; empty when `start` lies behind the end.
+  /// The part from `start` on, of at most `length` characters; empty when `start` lies behind the end.
   RWBasicString operator()(size_t start, size_t length) const {
     return start < text_.length() ? RWBasicString(text_.substr(start, length)) : RWBasicString();
   }

@@ -1,10 +1,12 @@
 // Mutual exclusion of threads.
 #pragma once
 
+#include <infra/Disk_Export.h>
+
 #include <mutex>
 
-// A lock that isn't recursive: a thread that acquires it twice waits for itself.
-class RWMutexLock {
+/// A lock that isn't recursive: a thread that acquires it twice waits for itself.
+class DISK_EXPORT RWMutexLock {
 public:
   RWMutexLock() = default;
   RWMutexLock(RWMutexLock const&) = delete;
@@ -17,11 +19,11 @@ private:
   std::mutex mutex_;
 };
 
-class Mutex : public RWMutexLock {};
+class DISK_EXPORT Mutex : public RWMutexLock {};
 
-// Holds a mutex for a scope. The flag says that the holder is going to write; a Mutex has one kind of hold
-// for both.
-class [[nodiscard]] ThreadAPI_LockGuard {
+/// Holds a mutex for a scope. The flag says that the holder is going to write; a Mutex has one kind of hold
+/// for both.
+class [[nodiscard]] DISK_EXPORT ThreadAPI_LockGuard {
 public:
   ThreadAPI_LockGuard(Mutex& mutex, bool /*write*/) : mutex_(mutex) { mutex_.acquire(); }
   ~ThreadAPI_LockGuard() { mutex_.release(); }

@@ -3,12 +3,14 @@
 // never changes.
 #pragma once
 
+#include <infra/Disk_Export.h>
+
 #include <cstddef>
 #include <memory>
 
-class Util_Buffer {
+class DISK_EXPORT Util_Buffer {
 public:
-  // Null, with errno ENOMEM, when there is no memory.
+  /// Null, with errno ENOMEM, when there is no memory.
   static std::shared_ptr<Util_Buffer> Make(size_t size) noexcept;
 
   ~Util_Buffer();
@@ -19,7 +21,7 @@ public:
   char* data() { return data_; }
   size_t size() const { return size_; }
 
-  // Forgets the bytes from `size` on; no more than there are.
+  /// Forgets the bytes from `size` on; no more than there are.
   void Truncate(size_t size) {
     if (size < size_) size_ = size;
   }

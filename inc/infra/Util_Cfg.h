@@ -12,15 +12,16 @@
 // Whatever Load gave to callers stays good until the process ends, also after another Load.
 #pragma once
 
+#include <infra/Disk_Export.h>
 #include <infra/Tree.h>
 #include <string>
 #include <vector>
 
-class Util_CfgHandle {
+class DISK_EXPORT Util_CfgHandle {
 public:
   explicit Util_CfgHandle(Tree_Node root) : root_(std::move(root)) {}
 
-  // Null where the file has no such part.
+  /// Null where the file has no such part.
   Tree_Node const* GetPush() const { return root_.GetChild("push"); }
   Tree_Node const* GetLog() const { return root_.GetChild("log"); }
   Tree_Node const* GetRoot() const { return &root_; }
@@ -29,20 +30,20 @@ private:
   Tree_Node root_;
 };
 
-class Util_Cfg {
+class DISK_EXPORT Util_Cfg {
 public:
-  // Reads a configuration, which takes the place of the one before, and sets the durability (full unless the
-  // file says otherwise). The log is the program's business: it finds its wishes in GetLog. 0 or -1; -1 (no
-  // regular file, over 1 MiB, no YAML, nested more than 64 deep) leaves everything as it was. A key that
-  // nobody knows and a value of the wrong type are left out and are no failure. Each trouble is logged at
-  // level 4 and, unless `problems` is null, added to it as "FILE:LINE: text". Never throws.
+  /// Reads a configuration, which takes the place of the one before, and sets the durability (full unless the
+  /// file says otherwise). The log is the program's business: it finds its wishes in GetLog. 0 or -1; -1 (no
+  /// regular file, over 1 MiB, no YAML, nested more than 64 deep) leaves everything as it was. A key that
+  /// nobody knows and a value of the wrong type are left out and are no failure. Each trouble is logged at
+  /// level 4 and, unless `problems` is null, added to it as "FILE:LINE: text". Never throws.
   static int Load(char const* path, std::vector<std::string>* problems = nullptr) noexcept;
 
-  // Back to the defaults, full durability included.
+  /// Back to the defaults, full durability included.
   static void Clear() noexcept;
 
-  // Null when no configuration is loaded.
+  /// Null when no configuration is loaded.
   static Util_CfgHandle const* GetHandle() noexcept;
-  // Whether none is loaded though Load was called.
+  /// Whether none is loaded though Load was called.
   static bool HasFailed() noexcept;
 };

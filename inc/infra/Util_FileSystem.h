@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <infra/Disk_Export.h>
 #include <infra/Util_Buffer.h>
 #include <infra/Util_FileSystemInterface.h>
 #include <memory>
@@ -11,8 +12,8 @@
 #include <string_view>
 #include <utility>
 
-// Owns an open file. The destructor closes it and leaves errno alone.
-class [[nodiscard]] Util_FileDescriptor {
+/// Owns an open file. The destructor closes it and leaves errno alone.
+class [[nodiscard]] DISK_EXPORT Util_FileDescriptor {
 public:
   Util_FileDescriptor() = default;
   explicit Util_FileDescriptor(int fd) : fd_(fd) {}
@@ -23,7 +24,7 @@ public:
   explicit operator bool() const { return fd_ >= 0; }
   int Get() const { return fd_; }
   int Release() { return std::exchange(fd_, -1); }
-  // 0 or -1. The file counts as closed in both cases. -1 may mean that what was written before is lost.
+  /// 0 or -1. The file counts as closed in both cases. -1 may mean that what was written before is lost.
   int Close() noexcept;
 
 private:
@@ -33,43 +34,43 @@ private:
 };
 
 enum class Util_Durability {
-  Full,   // what an operation wrote survives a power cut once it has returned 0
+  Full,   ///< what an operation wrote survives a power cut once it has returned 0
   Relaxed // the syncs are left out; for bulk loads, whose caller syncs at the end
 };
 
-class Util_FileSystem {
+class DISK_EXPORT Util_FileSystem {
 public:
-  // Process-wide; Full at first.
+  /// Process-wide; Full at first.
   static void SetDurability(Util_Durability durability) noexcept;
   static Util_Durability GetDurability() noexcept;
 
-  // open, with O_CLOEXEC added.
+  /// open, with O_CLOEXEC added.
   static Util_FileDescriptor Open(char const* path, int flags, mode_t mode = 0664);
 
-  // The number of bytes read, which is below `size` only at the end of the file; or -1.
+  /// The number of bytes read, which is below `size` only at the end of the file; or -1.
   static ssize_t ReadAll(int fd, void* data, size_t size);
   static ssize_t PreadAll(int fd, void* data, size_t size, off_t offset);
 
-  // 0 when all bytes are written, or -1; how many were written before a failure isn't told.
+  /// 0 when all bytes are written, or -1; how many were written before a failure isn't told.
   static int WriteAll(int fd, void const* data, size_t size);
   static int PwriteAll(int fd, void const* data, size_t size, off_t offset);
   static int WriteAll(int fd, std::span<std::string_view const> parts);
 
-  // The content of a regular file as it stood when it was opened. Null for anything else that stands there:
-  // EISDIR for a directory, EINVAL for a pipe, a socket or a device (none of which can make this wait), EFBIG
-  // above `limit` bytes, ENOMEM. A file that shrinks meanwhile gives what was left of it.
+  /// The content of a regular file as it stood when it was opened. Null for anything else that stands there:
+  /// EISDIR for a directory, EINVAL for a pipe, a socket or a device (none of which can make this wait), EFBIG
+  /// above `limit` bytes, ENOMEM. A file that shrinks meanwhile gives what was left of it.
   static std::shared_ptr<Util_Buffer const> ReadWholeFile(char const* path, uint64_t limit = UINT64_MAX);
 
-  // Creates or empties a file, writes the parts one after the other, syncs the file if `sync` is set, and
-  // closes it. -1 after the first failure, also of the close; the file is left as it is then.
+  /// Creates or empties a file, writes the parts one after the other, syncs the file if `sync` is set, and
+  /// closes it. -1 after the first failure, also of the close; the file is left as it is then.
   static int WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync);
 
-  // fdatasync and fsync; with relaxed durability they do nothing and give 0. After a failure the kernel may
-  // have dropped what it couldn't write and the next sync would succeed without it, so a failed sync is never
-  // asked for again: the operation fails.
+  /// fdatasync and fsync; with relaxed durability they do nothing and give 0. After a failure the kernel may
+  /// have dropped what it couldn't write and the next sync would succeed without it, so a failed sync is never
+  /// asked for again: the operation fails.
   static int SyncFile(int fd);
   static int SyncDirectory(char const* path);
 
-  // 0 also if a directory stands there already; `made` tells the two apart.
+  /// 0 also if a directory stands there already; `made` tells the two apart.
   static int MakeDirectory(char const* path, mode_t mode = 0775, bool* made = nullptr);
 };

@@ -4,6 +4,8 @@
 // and installs its object with SetCurrent.
 #pragma once
 
+#include <infra/Disk_Export.h>
+
 #include <string>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -11,7 +13,7 @@
 #include <sys/uio.h>
 #include <vector>
 
-class Util_FileSystemInterface {
+class DISK_EXPORT Util_FileSystemInterface {
 public:
   struct Entry {
     enum Type { Regular, Directory, Link, Other };
@@ -25,8 +27,8 @@ public:
   Util_FileSystemInterface& operator=(Util_FileSystemInterface const&) = delete;
 
   static Util_FileSystemInterface& Current() noexcept;
-  // The caller keeps the object, and keeps it alive while it is current. Null brings the real file system
-  // back.
+  /// The caller keeps the object, and keeps it alive while it is current. Null brings the real file system
+  /// back.
   static void SetCurrent(Util_FileSystemInterface* file_system) noexcept;
 
   virtual int Open(char const* path, int flags, mode_t mode);
@@ -50,6 +52,6 @@ public:
   virtual int Fsync(int fd);
   virtual int Fdatasync(int fd);
   virtual int Flock(int fd, int operation);
-  // The entries of a directory, without `.` and `..`, in no order. 0 or -1; after -1 `entries` is empty.
+  /// The entries of a directory, without `.` and `..`, in no order. 0 or -1; after -1 `entries` is empty.
   virtual int List(char const* path, std::vector<Entry>& entries);
 };
