@@ -1,10 +1,10 @@
 #include <Disk/Disk_Access.h>
 
+#include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 
 namespace {
 
-constexpr Dicom_Tag kReferencedFileId{0x0004, std::uint16_t(0x1500)};
 constexpr Dicom_Tag kReferencedSopInstanceUid{0x0004, std::uint16_t(0x1511)};
 constexpr Dicom_Tag kLevel{0x0008, std::uint16_t(0x0052)};
 
@@ -48,7 +48,7 @@ int ListByQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel mode
   DISK_LOG(7, "create_list(): in SERIES or STUDY level.\n");
   SCL_QueryIdentifier images(identifier);
   if (images.Set(kLevel, Dicom_CS("IMAGE")) == -1 || (all_series && images.SetSeriesInstanceUID(UI_NULL) == -1) ||
-      images.SetSOPInstanceUID(UI_NULL) == -1 || images.Set(kReferencedFileId, CS_NULL) == -1)
+      images.SetSOPInstanceUID(UI_NULL) == -1 || images.Set(kReferencedFileID, CS_NULL) == -1)
     return Failed("create_list: Failed to create Query Identifier.\n");
   return root.Query(images, model, &list) == 0 ? 0 : Failed("create_list: DICOMDIR.Query() Failed.\n");
 }

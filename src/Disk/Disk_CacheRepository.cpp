@@ -12,8 +12,7 @@
 
 namespace {
 
-constexpr int kMostStudies = 700, kDefaultQuotaMb = 5000, kDefaultPercentage = 10, kDefaultSpare = 1;
-constexpr int kNormalWeightLimit = 5; // of the threshold
+constexpr int kMostStudies = 700, kDefaultPercentage = 10, kDefaultSpare = 1;
 constexpr int kKbPerMb = 1024;
 
 Util_CfgHandle const* Handle() { return Util_Cfg::GetHandle(); }

@@ -1,6 +1,7 @@
 #include <Disk/Disk_CacheRepository.h>
 
 #include "Disk/Disk_CleaningMutex.h"
+#include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
@@ -17,7 +18,6 @@
 namespace {
 
 constexpr int kKbPerMb = 1024, kDefaultImageKb = 500;
-constexpr Dicom_Tag kFileId{0x0004, std::uint16_t(0x1500)};
 constexpr char kRule[] = "=============================\n";
 
 char const* TextOr(Dicom_Type const& value, std::string& text) {
@@ -27,7 +27,7 @@ char const* TextOr(Dicom_Type const& value, std::string& text) {
 
 int FillStudyQuery(SCL_QueryIdentifier& identifier) {
   if (identifier.SetSeriesInstanceUID(UI_NULL) == -1 || identifier.SetSOPInstanceUID(UI_NULL) == -1 ||
-      identifier.SetStudyInstanceUID(UI_NULL) == -1 || identifier.Set(kFileId, CS_NULL) == -1 ||
+      identifier.SetStudyInstanceUID(UI_NULL) == -1 || identifier.Set(kReferencedFileID, CS_NULL) == -1 ||
       identifier.SetStudyID(SH_NULL) == -1 || identifier.SetStudyDescription(LO_NULL) == -1 ||
       identifier.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, DT_NULL) == -1 ||
       identifier.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_STORE_DATE, DT_NULL) == -1) {
@@ -89,7 +89,7 @@ void Disk_CacheRepository::read_study(Dicom_Msg const& answer, int number, Disk_
   study->m_studyUID = msg.GetStudyInstanceUID();
   study->m_accessDate = msg.Value<Dicom_DT>(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE);
   study->m_storeDate = msg.Value<Dicom_DT>(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_STORE_DATE);
-  Disk_FileID folder(ToUTF8(m_path.data()).data(), msg.Value<Dicom_CS>(kFileId), 0);
+  Disk_FileID folder(ToUTF8(m_path.data()).data(), msg.Value<Dicom_CS>(kReferencedFileID), 0);
   folder.RemoveLastComponent();
   std::string const path = folder.Path();
   long const size = path.empty() ? 0 : Klb_FileSystemUtils::GetDirSize(path.c_str());

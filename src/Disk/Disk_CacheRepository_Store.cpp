@@ -9,9 +9,8 @@
 namespace {
 
 constexpr int kKbPerMb = 1024;
-constexpr int kMostDoubled = 20;        // a space factor from here on isn't doubled any more
-constexpr int kShortageWeightLimit = 4; // of the threshold
-constexpr double kOverhead = 1.1;       // of an object's file beside its pixels
+constexpr int kMostDoubled = 20;  // a space factor from here on isn't doubled any more
+constexpr double kOverhead = 1.1; // of an object's file beside its pixels
 constexpr Dicom_Tag kPixelData{0x7FE0, std::uint16_t(0x0010)};
 
 std::size_t LengthOf(IOD_Msg const& msg, Dicom_Tag const& tag) {

@@ -98,20 +98,9 @@ int Disk_RootDirectoryFile::auto_delete() {
     return 0;
   }
   Disk_Hold<Klb_LockFile> file_set;
-  if (lock(file_set, false) == -1) {
-    DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
-    return -1;
-  }
-  if (Read() == -1) {
-    DISK_LOG(3, "AutoDelete: Can't read root directory file.\n");
-    return -1;
-  }
-  MarkDirty();
   std::vector<DatedStudy> dated;
-  if (sort_by_update(&dated) == -1) {
-    DISK_LOG(3, "AutoDelete: Can't sort studies.\n");
-    return -1;
-  }
+  if (read_by_update(file_set, false, &dated) == -1) return -1;
+  MarkDirty();
   std::time_t const now = Util_Clock::Now();
   if (now == std::time_t(-1)) {
     DISK_LOG(3, "AutoDelete: Can't detect current time.\n");
@@ -148,19 +137,8 @@ int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidat
     return -1;
   }
   Disk_Hold<Klb_LockFile> file_set;
-  if (lock(file_set, true) == -1) {
-    DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
-    return -1;
-  }
-  if (Read() == -1) {
-    DISK_LOG(3, "AutoDelete: Can't read root directory file.\n");
-    return -1;
-  }
   std::vector<DatedStudy> dated;
-  if (sort_by_update(&dated) == -1) {
-    DISK_LOG(3, "AutoDelete: Can't sort studies.\n");
-    return -1;
-  }
+  if (read_by_update(file_set, true, &dated) == -1) return -1;
   for (DatedStudy const& entry : dated) {
     if (!may_auto_delete(entry, std::int64_t(Util_Clock::Now()))) continue;
     Disk_FileID folder(GetFileSetPrefix(), entry.study->GetReferencedFileID(), 0);
@@ -170,7 +148,22 @@ int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidat
   return 0;
 }
 
-/// All studies, the least recently updated first.
+/// All studies as they stand, the least recently updated first, under the lock.
+int Disk_RootDirectoryFile::read_by_update(Disk_Hold<Klb_LockFile>& file_set, bool shared,
+                                           std::vector<DatedStudy>* dated) {
+  if (lock(file_set, shared) == -1) {
+    DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
+    return -1;
+  }
+  if (Read() == -1) {
+    DISK_LOG(3, "AutoDelete: Can't read root directory file.\n");
+    return -1;
+  }
+  if (sort_by_update(dated) == 0) return 0;
+  DISK_LOG(3, "AutoDelete: Can't sort studies.\n");
+  return -1;
+}
+
 int Disk_RootDirectoryFile::sort_by_update(std::vector<DatedStudy>* dated) const {
   for (Disk_PatientDirectoryRecord* patient : patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {

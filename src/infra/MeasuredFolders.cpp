@@ -54,9 +54,9 @@ int MeasuredFolders::visit(std::string const& path, bool is_top, std::uint64_t* 
     return -1;
   }
   Folder& folder = folders_[path];
-  if (!folder.believed || !same(folder.status, status)) {
+  bool const is_new = !same(folder.status, status);
+  if (is_new || !folder.believed) {
     auto const now = Clock::now();
-    bool const is_new = !same(folder.status, status);
     if (is_new) folder.first_seen = now;
     folder.status = status;
     folder.believed =

@@ -17,7 +17,6 @@
 #include <ctime>
 #include <infra/Util_Clock.h>
 #include <memory>
-#include <set>
 #include <vector>
 
 namespace {
@@ -60,15 +59,6 @@ int SetNow(std::string const& text) {
   return 0;
 }
 
-std::set<std::string> StudiesOf(CacheView& cache) {
-  std::vector<Disk_StudyMetaData> studies;
-  std::set<std::string> uids;
-  cache.Studies(&studies);
-  for (Disk_StudyMetaData const& study : studies)
-    uids.insert(study.m_studyUID.GetText());
-  return uids;
-}
-
 std::string StoreFile(std::string const& path, StoreOptions const& options, CacheView& cache, EngineLog& log) {
   std::string problem;
   std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
@@ -85,7 +75,11 @@ int RunStore(StoreOptions const& options) {
   auto const cache = CacheView::Open(options.directory, true, log, report);
   if (!cache) return kNotOpened;
   std::vector<std::string> const files = FindSourceFiles(options.sources, options.directory, report);
-  std::set<std::string> const before = StudiesOf(*cache);
+  std::vector<Disk_StudyMetaData> before;
+  if (cache->Studies(&before) == -1) {
+    report.Fail(options.directory, log.Cause());
+    return kNotOpened;
+  }
   std::size_t stored = 0;
   WatchForInterruption();
   report.Begin(files.size());
@@ -98,9 +92,8 @@ int RunStore(StoreOptions const& options) {
   report.End();
   if (IsInterrupted()) report.Fail(options.directory, "interrupted before all files were stored");
   std::vector<std::string> given_up;
-  std::set<std::string> const after = StudiesOf(*cache);
-  for (std::string const& uid : before)
-    if (after.count(uid) == 0) given_up.push_back(uid);
+  for (Disk_StudyMetaData const& study : cache->Gone(before))
+    given_up.push_back(study.m_studyUID.GetText());
   if (options.json) {
     std::printf(
         "%s\n",

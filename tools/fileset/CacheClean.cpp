@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <functional>
 #include <infra/Tree.h>
-#include <set>
 
 namespace {
 
@@ -34,18 +33,6 @@ std::vector<Disk_StudyMetaData> Foretell(CacheView const& cache, std::vector<Dis
     if (!all && (!wanted(gone) || !cache.MayGo(study))) break;
     gone.push_back(study);
   }
-  return gone;
-}
-
-// The studies that are in `before` only.
-std::vector<Disk_StudyMetaData> Gone(std::vector<Disk_StudyMetaData> const& before, CacheView& cache) {
-  std::vector<Disk_StudyMetaData> after, gone;
-  if (cache.Studies(&after) == -1) return gone;
-  std::set<std::string> left;
-  for (Disk_StudyMetaData const& study : after)
-    left.insert(study.m_studyUID.GetText());
-  std::copy_if(before.begin(), before.end(), std::back_inserter(gone),
-               [&left](auto const& study) { return left.count(study.m_studyUID.GetText()) == 0; });
   return gone;
 }
 
@@ -120,7 +107,7 @@ int RunCacheClean(CacheCleanOptions const& options) {
   }
   log.Begin();
   int const result = Clean(*cache, options, images);
-  std::vector<Disk_StudyMetaData> const gone = Gone(before, *cache);
+  std::vector<Disk_StudyMetaData> const gone = cache->Gone(before);
   Print(gone, options, *cache);
   if (result == -1)
     report.Fail(options.directory, gone.size() == before.size()

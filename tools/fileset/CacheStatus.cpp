@@ -72,8 +72,8 @@ void PrintSpace(CacheView::Space const& space, std::size_t studies) {
 void PrintStudies(CacheView const& cache, std::vector<Disk_StudyMetaData> const& studies,
                   std::map<std::string, Person> const& patients) {
   if (studies.empty()) return;
-  std::printf("\nIn the order in which they would go; below grade %d at any time, below 85 when space is short:\n",
-              cache.GetThreshold());
+  std::printf("\nIn the order in which they would go; below grade %d at any time, below %d when space is short:\n",
+              cache.GetThreshold(), cache.ThresholdInNeed());
   Table table({"Grade", "may go", "Size", "Stored", "Read", "by access", "by store", "by size", "Patient", "Name",
                "Study Instance UID"});
   for (Disk_StudyMetaData const& study : studies) {

@@ -8,16 +8,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <infra/I18n.h>
+#include <set>
 
 std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, bool may_make, EngineLog& log,
                                            Report& report) {
   FoundFileSet const found = RecogniseFileSet(directory);
-  std::error_code error;
   bool const is_new = found.structure == Structure::None && may_make;
-  if (is_new && !std::filesystem::exists(directory)) std::filesystem::create_directory(directory, error);
-  std::string problem = error ? error.message() : is_new ? "" : found.problem;
+  std::string problem = is_new ? "" : found.problem;
+  if (is_new && MakeFileSetDirectory(directory) == -1) problem = std::strerror(errno);
   if (problem.empty() && found.structure == Structure::Standard)
     problem = "a file-set of the standard structure can't be a cache";
   if (problem.empty() && found.structure == Structure::None && !may_make) problem = kNoFileSet;
@@ -45,12 +44,16 @@ CacheView::Space CacheView::Measure() {
   bool const has_size = GetCfgInteger("max_repository_size_mb", configured);
   if (m_quotaMB < m_userQuotaMB)
     space.limited_by = "the free space of the disk";
-  else if (m_userQuotaMB == (has_size ? configured : 5000))
+  else if (m_userQuotaMB == (has_size ? configured : kDefaultQuotaMb))
     space.limited_by = has_size ? "max_repository_size_mb" : "the default size";
   else
     space.limited_by = GetCfgInteger("max_repository_hd_percentage", configured) ? "max_repository_hd_percentage"
                                                                                  : "the default share of the disk";
   return space;
+}
+
+int CacheView::ThresholdInNeed() const {
+  return Disk_CacheRepositoryCleanGradeFactory::GetInstance()->CalculateThreshold(kShortageWeightLimit);
 }
 
 int CacheView::Studies(std::vector<Disk_StudyMetaData>* studies) {
@@ -62,4 +65,15 @@ int CacheView::Studies(std::vector<Disk_StudyMetaData>* studies) {
   studies->assign(array, array + count);
   std::stable_sort(studies->begin(), studies->end());
   return 0;
+}
+
+std::vector<Disk_StudyMetaData> CacheView::Gone(std::vector<Disk_StudyMetaData> const& before) {
+  std::vector<Disk_StudyMetaData> after, gone;
+  if (Studies(&after) == -1) return gone;
+  std::set<std::string> left;
+  for (Disk_StudyMetaData const& study : after)
+    left.insert(study.m_studyUID.GetText());
+  std::copy_if(before.begin(), before.end(), std::back_inserter(gone),
+               [&left](Disk_StudyMetaData const& study) { return left.count(study.m_studyUID.GetText()) == 0; });
+  return gone;
 }

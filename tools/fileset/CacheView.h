@@ -24,6 +24,10 @@ public:
   Space Measure();
   // Graded, in the order in which they would go. 0, or -1.
   int Studies(std::vector<Disk_StudyMetaData>* studies);
+  // Those of `before` that aren't there any more; none when the studies can't be listed.
+  std::vector<Disk_StudyMetaData> Gone(std::vector<Disk_StudyMetaData> const& before);
+  // Below which grade studies go when an object has no room.
+  int ThresholdInNeed() const;
   using Disk_CacheRepository::EstimateMB;
   bool MayGo(Disk_StudyMetaData const& study) const { return study.GetGrade() < GetThreshold(); }
 };

@@ -82,6 +82,12 @@ bool IsInside(std::string const& path, std::string const& directory) {
          std::mismatch(above.begin(), above.end(), real.begin(), real.end()).first == above.end();
 }
 
+int MakeFileSetDirectory(std::string const& directory) {
+  bool made = false;
+  if (Util_FileSystem::MakeDirectory(directory.c_str(), 0775, &made) == -1) return errno == EEXIST ? 0 : -1;
+  return made ? Util_FileSystem::SyncDirectory((directory + "/..").c_str()) : 0;
+}
+
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report) {
   FileSet set{directory, {}, nullptr};

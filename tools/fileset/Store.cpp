@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <infra/Util_Cfg.h>
 #include <infra/Util_FileSystem.h>
 #include <memory>
@@ -52,14 +51,6 @@ struct Outcome {
   double seconds = 0;
   char const* durability = "";
 };
-
-// Makes the file-set's directory, if need be. 0, or -1 with errno.
-int MakeDirectory(std::string const& directory) {
-  bool made = false;
-  if (Util_FileSystem::MakeDirectory(directory.c_str(), 0775, &made) == -1) return errno == EEXIST ? 0 : -1;
-  std::string const parent = std::filesystem::path(directory + "/..").string();
-  return made ? Util_FileSystem::SyncDirectory(parent.c_str()) : 0;
-}
 
 bool WantsFullDurability(Options const& options) {
   Util_CfgHandle const* const handle = Util_Cfg::GetHandle();
@@ -124,7 +115,7 @@ void PrintOutcome(Outcome const& outcome, Options const& options, Report const& 
 int Run(Options const& options) {
   Report report;
   EngineLog log(options.directory);
-  if (MakeDirectory(options.directory) == -1) {
+  if (MakeFileSetDirectory(options.directory) == -1) {
     report.Fail(options.directory, std::string("can't be made: ") + std::strerror(errno));
     return kNotOpened;
   }
