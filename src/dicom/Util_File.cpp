@@ -123,13 +123,25 @@ int Util_File::GetFile(char const* path, int, Util_FileSystemInterface* fs) {
   return 0;
 }
 
-int Util_File::GetBytes(std::string_view bytes) {
+int Util_File::copy(std::string_view bytes) {
   error_.clear();
   std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(bytes.size());
   if (!buffer) return fail("out of memory");
   std::copy(bytes.begin(), bytes.end(), buffer->data());
   file_ = buffer;
+  return 0;
+}
+
+int Util_File::GetBytes(std::string_view bytes) {
+  if (copy(bytes) == -1) return -1;
   find_data_set();
+  return 0;
+}
+
+int Util_File::GetDataSetBytes(std::string_view bytes, Dicom_UI const& syntax) {
+  if (copy(bytes) == -1) return -1;
+  syntax_ = syntax;
+  take_data_set(0);
   return 0;
 }
 
@@ -139,14 +151,13 @@ int Util_File::find_data_set() {
   data_set_ = nullptr;
   data_set_start_ = 0;
   if (!start.error.empty()) return fail(start.error);
-  if (syntax_ == Dicom_UIDic::DEFLATED_EXPLICIT_VR_LITTLE_ENDIAN) return inflate_data_set(start.data_set);
-  data_set_ = file_;
-  data_set_start_ = start.data_set;
-  return 0;
+  return take_data_set(start.data_set);
 }
 
-int Util_File::inflate_data_set(std::size_t start) {
-  data_set_ = Util_Inflate(Bytes().substr(start), &error_);
+int Util_File::take_data_set(std::size_t start) {
+  bool const deflated = syntax_ == Dicom_UIDic::DEFLATED_EXPLICIT_VR_LITTLE_ENDIAN;
+  data_set_ = deflated ? Util_Inflate(Bytes().substr(start), &error_) : file_;
+  data_set_start_ = deflated ? 0 : start;
   return data_set_ ? 0 : -1;
 }
 

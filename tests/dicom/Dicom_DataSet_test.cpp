@@ -442,6 +442,44 @@ TEST(DataSet, DeflatedOnesAreRead) {
   EXPECT_EQ(status, -1);
 }
 
+TEST(IOD_Msg, ComesFromMemoryAndGoesThere) {
+  std::string const before = "as it was";
+  for (Syntax const& syntax : kSyntaxes) {
+    std::string const data_set = syntax.bytes.AllVRs();
+    std::string bare, file;
+    auto const msg = IOD_Msg::FromDataSetBytes(data_set, syntax.uid);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->ToDataSetBytes(&bare, syntax.uid), 0);
+    EXPECT_EQ(bare, data_set);
+    EXPECT_EQ(msg->ToFileBytes(&file, syntax.uid), 0);
+    auto const again = IOD_Msg::FromFileBytes(file);
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(Dumped(*again, syntax), data_set);
+  }
+  Dicom_UI const deflated("1.2.840.10008.1.2.1.99"), jpeg("1.2.840.10008.1.2.4.50"), unknown("1.2.3");
+  EXPECT_EQ(Dumped(*IOD_Msg::FromDataSetBytes(Deflated(kExplicit.AllVRs(), -15), deflated)), kExplicit.AllVRs());
+  std::string const pixels = kExplicit.OpenSequence(0x7FE00010, kExplicit.Item("") + kExplicit.Item("\xFF\xD8"), "OB");
+  auto const encapsulated = IOD_Msg::FromDataSetBytes(pixels, jpeg);
+  ASSERT_NE(encapsulated, nullptr);
+  std::string bytes = before, error;
+  EXPECT_EQ(encapsulated->ToDataSetBytes(&bytes, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, &error), -1);
+  EXPECT_EQ(bytes, before);
+  EXPECT_NE(error.find(jpeg.GetText()), std::string::npos);
+  EXPECT_EQ(encapsulated->ToDataSetBytes(&bytes, jpeg), 0);
+  EXPECT_EQ(bytes, pixels);
+  EXPECT_EQ(encapsulated->ToFileBytes(&bytes), 0);
+  EXPECT_EQ(IOD_Msg::FromFileBytes(bytes)->GetEncapsulatedSyntax(), jpeg);
+  for (auto const& [data_set, syntax] :
+       {std::pair(kExplicit.AllVRs().substr(0, 33), Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN),
+        {kExplicit.AllVRs(), deflated},
+        {kExplicit.AllVRs(), unknown}}) {
+    error.clear();
+    EXPECT_EQ(IOD_Msg::FromDataSetBytes(data_set, syntax, &error), nullptr);
+    EXPECT_NE(error, "");
+  }
+  EXPECT_EQ(IOD_Msg::FromFileBytes("no DICOM", &error), nullptr);
+}
+
 TEST(Util_File, StartsAreRecognised) {
   std::string const data_set = kExplicit.AllVRs(), meta = kExplicit.Text(0x00020010, "UI", "1.2.840.10008.1.2.1");
   std::string const other_meta = kExplicit.Text(0x00020002, "UI", "1.2.3"), prefix = std::string(128, 'x') + "DICM";
