@@ -40,7 +40,7 @@ def check_symbols(prefix):
     if strange:
         sys.exit(f"exported, but declared by no header: {strange[:10]}")
     wanted = ["Disk_CacheRepository::s_mtxLock", "Disk_StudyDirectoryRecord::dummy_data_reservoir", "KlbGLog", "KlbGError",
-              "vtable for CToolParseDICOMReport"]
+              "vtable for Klb_ParseDirectory"]
     missing = [name for name in wanted if name not in exported]
     hidden = [name for name in exported if re.match(r"Disk_(Redo|Checker|CheckStandard|WriteGather)::", name)]
     if missing or hidden:
