@@ -5,6 +5,8 @@
 
 #include <infra/I18n.h>
 
+#include <utility>
+
 namespace {
 
 constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
@@ -83,6 +85,7 @@ void Disk_RootDirectoryFile::forget_records() {
 
 int Disk_RootDirectoryFile::Read() {
   if (IsUpToDate()) return 0;
+  MarkDirty(); // until all is read: what fails on the way must not leave a part of it as the whole
   patients.clearAndDestroy();
   studies.Clear();
   if (is_standard()) return read_standard();
@@ -95,9 +98,10 @@ int Disk_RootDirectoryFile::Read() {
   }
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
-  int const result = read_records(*sequence);
-  if (result == -1) MarkDirty();
-  return result;
+  long const version = std::exchange(file_version, 0);
+  if (read_records(*sequence) == -1) return -1;
+  file_version = version;
+  return 0;
 }
 
 int Disk_RootDirectoryFile::read_standard() {
