@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <fcntl.h>
+#include <infra/Klb_GError.h>
 #include <infra/Klb_LockFile.h>
 #include <infra/Klb_LogFile.h>
 #include <sys/file.h>
@@ -14,6 +15,7 @@ Util_FileSystemInterface& system_calls() { return Util_FileSystemInterface::Curr
 
 int fail(char const* what, std::string const& path) {
   DISK_LOG(3, "%s %s: errno %d\n", what, path.c_str(), errno);
+  KlbGError.SetSystem();
   return -1;
 }
 
@@ -104,10 +106,14 @@ int Klb_LockFile::unlock() {
   // What a child of a fork finds held is its parent's.
   bool const ours = held_ && process_ == getpid();
   held_ = false;
-  return !ours || flock_file(file_.Get(), LOCK_UN) == 0 ? 0 : fail("Can't unlock", path_);
+  if (!ours || flock_file(file_.Get(), LOCK_UN) == 0) return 0;
+  fail("Can't unlock", path_);
+  file_ = Util_FileDescriptor(); // which ends the lock all the same
+  return -1;
 }
 
-// Closing alone wouldn't do: a child of a fork that still has the file open would go on holding.
+// Closing alone wouldn't do: a child of a fork that still has the file open would go on holding. What was tried in
+// vain keeps its cause.
 void Klb_LockFile::release() {
   int const error = errno;
   unlock();
