@@ -4,11 +4,12 @@
 #include <new>
 
 std::shared_ptr<Util_Buffer> Util_Buffer::Make(size_t size) noexcept {
-  auto* const data = static_cast<char*>(std::malloc(size ? size : 1));
   try {
-    if (data) return std::shared_ptr<Util_Buffer>(new Util_Buffer(data, size));
+    // owned as a whole from here on: making a shared pointer can fail too
+    std::unique_ptr<Util_Buffer> buffer(new Util_Buffer(nullptr, size));
+    buffer->data_ = static_cast<char*>(std::malloc(size ? size : 1));
+    if (buffer->data_) return buffer;
   } catch (std::bad_alloc const&) {
-    std::free(data);
   }
   errno = ENOMEM;
   return nullptr;
