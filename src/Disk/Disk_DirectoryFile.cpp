@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <limits>
 #include <memory>
+#include <utility>
 
 Disk_DirectoryFile::Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params, Disk_DicomDir* dicomdir)
     : Disk_File(id), standard_dicomdir(dicomdir), params(store_params) {}
@@ -43,7 +44,7 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   }
   *sequence = records->GetSequence();
   owner.release();
-  file_version = version == -1 ? 0 : version;
+  file_version = version < 0 ? 0 : version;
   return 0;
 }
 
@@ -75,6 +76,7 @@ int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
 
 int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts) {
   if (IsUpToDate()) return 0;
+  MarkDirty(); // until all is read
   records.clearAndDestroy();
   if (is_standard()) {
     if (first == 0 || first == standard_dicomdir->GetOffsetEnd()) return 0;
@@ -94,9 +96,10 @@ int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, Re
   }
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
-  int const result = Disk_TakeRecords(*sequence, records, texts.cant_create_record);
-  if (result == -1) MarkDirty();
-  return result;
+  long const version = std::exchange(file_version, 0);
+  if (Disk_TakeRecords(*sequence, records, texts.cant_create_record) == -1) return -1;
+  file_version = version;
+  return 0;
 }
 
 int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts) {
@@ -131,7 +134,7 @@ int Disk_DirectoryFile::IsUpToDate() const {
   }
   if (version_file_in_use == 0) return 1;
   long const version = GetFileVersion();
-  if (version == -1 && params.read_only) version_file_in_use = 0; // a read-only medium can't change
+  if (version == kNoVersion && params.read_only) version_file_in_use = 0; // a read-only medium can't change
   return file_version == version;
 }
 
@@ -143,13 +146,19 @@ int Disk_DirectoryFile::SetFileVersion(long version) const {
 
 void Disk_DirectoryFile::ReadFileVersion() {
   long const version = GetFileVersion();
-  file_version = version == -1 ? 0 : version;
+  file_version = version < 0 ? 0 : version;
 }
 
 int Disk_DirectoryFile::UpdateFileVersion() {
   long const version = GetFileVersion();
+  if (version == kUnknownVersion) { // counting from 1 again would let others take old records for current
+    int const cause = errno;
+    DISK_LOG(3, "UpdateFileVersion: Can't read %s (errno=%d).\n", version_path().c_str(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  }
   constexpr long kMost = std::numeric_limits<std::int32_t>::max();
-  file_version = version == -1 || version == kMost ? 1 : version + 1;
+  file_version = version == kNoVersion || version == kMost ? 1 : version + 1;
   if (standard_dicomdir && standard_dicomdir->IsGathering()) {
     standard_dicomdir->MoveVersion(directory().GetID().View(), std::int32_t(file_version));
     return 0;

@@ -1,6 +1,7 @@
 #include "Disk/Disk_VersionFile.h"
 
 #include <dicom/Dicom_TransferSyntax.h>
+#include <infra/Klb_GError.h>
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
@@ -8,17 +9,32 @@
 #include <cstdint>
 #include <fcntl.h>
 
+namespace {
+
+int Failed(char const* text, std::string const& path) {
+  int const cause = errno;
+  DISK_LOG_TEXT(3, text);
+  DISK_LOG(3, "SetFileVersion(): %s (errno=%d).\n", path.c_str(), cause);
+  KlbGError.SetSystem(cause);
+  return -1;
+}
+
+} // namespace
+
 long Disk_ReadVersion(std::string const& path) {
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
-  if (!file) return -1;
+  if (!file) return errno == ENOENT ? kNoVersion : kUnknownVersion;
   char bytes[4];
-  if (Util_FileSystem::ReadAll(file.Get(), bytes, sizeof bytes) != sizeof bytes) {
+  ssize_t const count = Util_FileSystem::ReadAll(file.Get(), bytes, sizeof bytes);
+  if (count != sizeof bytes) {
+    int const cause = errno;
     DISK_LOG(3, "GetFileVersion(): Can't read version from VERSION file.\n");
-    return -1;
+    errno = cause;
+    return count == -1 ? kUnknownVersion : kNoVersion;
   }
   std::int32_t version = 0;
   Dicom_Copy(bytes, &version, 4, 1, Dicom_Endianity::Little);
-  return version == 0 ? -1 : version;
+  return version == 0 ? kNoVersion : version;
 }
 
 int Disk_WriteVersion(std::string const& path, long version, bool standard) {
@@ -28,13 +44,11 @@ int Disk_WriteVersion(std::string const& path, long version, bool standard) {
       DISK_LOG(7, "SetFileVersion: Failed open the file version.\n");
       return 0;
     }
-    DISK_LOG(3, "SetFileVersion(): Can't open VERSION file.\n");
-    return -1;
+    return Failed("SetFileVersion(): Can't open VERSION file.\n", path);
   }
   auto const number = std::int32_t(version);
   char bytes[4];
   Dicom_Copy(&number, bytes, 4, 1, Dicom_Endianity::Little);
   if (Util_FileSystem::PwriteAll(file.Get(), bytes, sizeof bytes, 0) == 0) return 0;
-  DISK_LOG(3, "GetFileVersion(): Can't write version to VERSION file.\n");
-  return -1;
+  return Failed("GetFileVersion(): Can't write version to VERSION file.\n", path);
 }
