@@ -33,16 +33,27 @@ int Failed(char const* text) {
   return -1;
 }
 
-bool Exists(std::string const& path) { return Util_FileSystemInterface::Current().Access(path.c_str(), F_OK) == 0; }
+enum class Presence { Absent, Present, Unknown };
+
+/// Only what is known to be absent may be made anew.
+Presence PresenceOf(std::string const& path) {
+  if (Util_FileSystemInterface::Current().Access(path.c_str(), F_OK) == 0) return Presence::Present;
+  if (errno == ENOENT) return Presence::Absent;
+  int const cause = errno;
+  DISK_LOG(3, "Can't tell whether %s is there (errno=%d).\n", path.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return Presence::Unknown;
+}
 
 /// The DICOMDIR of a directory: "dicomdir" only if that alone is there.
-std::string NameIn(std::string const& directory, bool* exists, int* lowercase) {
+std::string NameIn(std::string const& directory, Presence* presence, int* lowercase) {
   *lowercase = 0;
-  *exists = Exists(directory + "/DICOMDIR");
-  if (*exists || !Exists(directory + "/dicomdir")) return directory + "/DICOMDIR";
-  *exists = true;
-  *lowercase = 1;
-  return directory + "/dicomdir";
+  std::string const upper = directory + "/DICOMDIR", lower = directory + "/dicomdir";
+  *presence = PresenceOf(upper);
+  if (*presence != Presence::Absent) return upper;
+  *presence = PresenceOf(lower);
+  *lowercase = *presence == Presence::Present;
+  return *lowercase ? lower : upper;
 }
 
 } // namespace
@@ -75,8 +86,10 @@ int Disk_DicomDir::Init(char const* file_set_prefix, bool for_reading, Disk_Stor
 
 /// Opens the file unless it is new. One without a byte is new too: its writer keeps it in memory, or kept it.
 int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
-  bool exists = false;
-  file_name = NameIn(file_set_prefix, &exists, &lowercase_name);
+  Presence presence{};
+  file_name = NameIn(file_set_prefix, &presence, &lowercase_name);
+  if (presence == Presence::Unknown) return -1;
+  bool const exists = presence == Presence::Present;
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   if (exists && system.Access(file_name.c_str(), W_OK) == -1) read_only = true;
   struct stat status {};
@@ -319,14 +332,15 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
 
 std::string Disk_DicomDir::redo_path() const { return file_name + ".redo"; }
 
-bool Disk_DicomDir::HasRedo() const { return Exists(redo_path()); }
+bool Disk_DicomDir::HasRedo() const { return PresenceOf(redo_path()) != Presence::Absent; }
 
 int Disk_DicomDir::Replay(char const* file_set_prefix) {
-  bool exists = false;
+  Presence presence{};
   int lowercase = 0;
-  std::string const name = NameIn(file_set_prefix, &exists, &lowercase), path = name + ".redo";
+  std::string const name = NameIn(file_set_prefix, &presence, &lowercase), path = name + ".redo";
+  if (presence == Presence::Unknown) return -1;
   Disk_Redo redo;
-  Disk_Redo::Found const found = exists ? redo.Load(path) : Disk_Redo::Found::None;
+  Disk_Redo::Found const found = presence == Presence::Present ? redo.Load(path) : Disk_Redo::Found::None;
   if (found == Disk_Redo::Found::None) return 0;
   int result = 0;
   if (found == Disk_Redo::Found::Unreadable) {

@@ -47,7 +47,8 @@ public:
       for (Util_FileSystemInterface::Entry const& entry : entries_)
         names_.insert(entry.name);
     if (names_.count(std::string_view(path).substr(component_)) != 0) return true;
-    return Util_FileSystemInterface::Current().Access(path.c_str(), 0) == 0;
+    // one of which nothing is known is as good as taken: what stands there would be written over
+    return Util_FileSystemInterface::Current().Access(path.c_str(), 0) == 0 || errno != ENOENT;
   }
 
 private:
