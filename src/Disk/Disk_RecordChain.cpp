@@ -102,7 +102,8 @@ int Disk_RecordChain::Take(std::unique_ptr<Dicom_Msg> msg) {
     record->record_msg = std::make_unique<IOD_Msg>(std::move(*msg));
   }
   if (record->ValidateDirectoryRecord() == -1) return -1;
-  append(record.release());
+  append(record.get());
+  record.release();
   return 0;
 }
 
@@ -178,7 +179,8 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, unsigned offs
     DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
     return -1;
   }
-  append(record.release());
+  append(record.get());
+  record.release();
   return 0;
 }
 
@@ -193,8 +195,13 @@ int Disk_RecordChain::add_new_record(Disk_DirectoryRecord* record, unsigned offs
     before->SetChanged(true);
   }
   record->place_at(offset, Disk_DirectoryRecord::kUnknownLength);
-  record->enlist_in(&unwritten_);
-  append(record);
+  append(record); // what follows leaves it to its caller when it fails
+  try {
+    record->enlist_in(&unwritten_);
+  } catch (...) {
+    remove(record);
+    throw;
+  }
   return 0;
 }
 

@@ -217,10 +217,12 @@ int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_
   if (is_standard()) {
     DISK_LOG(7, "NewStudy: Study offset is %d.\n", int(dicomdir->GetOffsetEnd()));
     auto const link = [&](unsigned offset) { return Disk_LinkBelow(*patient, offset); };
+    studies.Add(patient, study); // first: nothing may fail once the list owns the record
     if (Disk_AddToChain(*dicomdir, patient->GetStudyRecords(), study, link, "NewStudy: Failed update PatientRecord.\n",
-                        "NewStudy: Failed adding the new record.\n") == -1)
+                        "NewStudy: Failed adding the new record.\n") == -1) {
+      studies.Clear();
       return -1;
-    studies.Add(patient, study);
+    }
     return 0;
   }
   Disk_FileID id;
