@@ -12,11 +12,12 @@ struct DISK_EXPORT Disk_Tally {
     failed += other.failed;
     return *this;
   }
-  /// Writes the counts into a report, in its 16 bits.
-  void Tell(MXL_SubOperationsReport* report) const {
+  /// Writes the counts into a report, in its 16 bits. 0.
+  int Tell(MXL_SubOperationsReport* report) const {
     *report = MXL_SubOperationsReport();
     report->Set(MXL_SubOperationsReport::Completed, Dicom_US(std::uint16_t(completed)));
     report->Set(MXL_SubOperationsReport::Failed, Dicom_US(std::uint16_t(failed)));
+    return 0;
   }
 };
 
@@ -33,6 +34,7 @@ struct DISK_EXPORT Disk_Removal {
   Disk_Tally tally;
   int series_before = 0;         ///< records in use before
   int series_removed = 0;        ///< that ceased to exist
+  int series_left = 0;           ///< records in use after
   int images_left = 0;           ///< in the series that remain, by their counters
   Dicom_CS modality;             ///< of the one series that was named and removed
   bool modality_is_left = false; ///< another series has it

@@ -16,9 +16,9 @@ int Disk_RootDirectoryFile::Delete(SCL_MoveIdentifier const& identifier, SCL_Inf
   status = SCL_ResponseStatus::Failed;
   Disk_Tally tally;
   int const result = Disk_Guarded("Delete", [&] { return remove(identifier, model, &tally, status); });
-  tally.Tell(report);
   ResetStudyFile();
-  return result;
+  int const told = Disk_Guarded("Delete", [&] { return tally.Tell(report); });
+  return result == 0 ? told : result;
 }
 
 int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Disk_Tally* tally,
@@ -90,7 +90,7 @@ int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifi
   Disk_Hold<Disk_StudyDirectoryFile> held;
   if (!study_file || held.Exclusive(*study_file) == -1) {
     DISK_LOG(3, "Delete: Can't lock study .\n");
-    return level == SCL_QueryRetrieveLevel::STUDY ? delete_without_folder(study, status) : -1;
+    return delete_without_folder(study, status); // whatever was to go from it
   }
   Disk_Removal removal;
   removal.series_uid = level >= SCL_QueryRetrieveLevel::SERIES ? identifier.GetSeriesInstanceUID() : UI_NULL;
@@ -139,7 +139,8 @@ int Disk_RootDirectoryFile::count_removed(Disk_StudyDirectoryRecord* study, Disk
   }
   Dicom_IS const related = record.GetNumberOfStudyRelatedSeries();
   int const known = related == IS_NULL ? int(unsigned(record.GetNumberOfSeries())) : int(related);
-  int const remaining = Disk_Raised(known, removal.series_before, "study") - removal.series_removed;
+  int remaining = Disk_Raised(known, removal.series_before, "study") - removal.series_removed;
+  if (removal.series_left == 0) remaining = 0; // too high is what a killed delete leaves
   if (set_counter(*study, Dicom_Tag(0x0020, 0x1206), remaining) == -1) return -1;
   if (!is_standard() && record.SetNumberOfSeries(Dicom_UL(unsigned(std::max(remaining, 0)))) == -1) return -1;
   if (remaining != 0 && level != SCL_QueryRetrieveLevel::STUDY) return 0;

@@ -46,11 +46,11 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
   removal->series_before = int(going.size());
   if (removal->series_uid != UI_NULL) {
     Disk_SeriesDirectoryRecord* const series = GetSeriesRecord(removal->series_uid);
-    if (!series) {
+    if (!series && !going.empty()) {
       DISK_LOG(3, "Delete(): Can't find series.\n");
       return -1;
     }
-    going = {series};
+    if (series) going = {series}; // else a delete was killed when the last series was gone: the study is to follow
   }
   for (Disk_SeriesDirectoryRecord* series : going) {
     bool removed = false;
@@ -61,6 +61,7 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
       return -1;
   }
   for (Disk_SeriesDirectoryRecord* left : InUse(series_records, is_standard())) {
+    ++removal->series_left;
     removal->images_left += left->GetRecordMsg()->GetNumberOfSeriesRelatedImages();
     if (left->GetRecordMsg()->GetModality() == removal->modality) removal->modality_is_left = true;
   }
@@ -95,7 +96,8 @@ int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* se
   if (set_counter(*series, Dicom_Tag(0x0020, 0x1209), count) == -1) return -1;
   if (!is_standard() && record.SetNumberOfImages(Dicom_UL(unsigned(std::max(count, 0)))) == -1) return -1;
   DISK_LOG(7, "DeleteImagesOfSeries: ImagesInSeries %d\n", count);
-  *removed = count == 0;
+  // a counter that a killed delete left too high keeps no series without images
+  *removed = count == 0 || int(own.completed) == records;
   if (*removed) DeleteSeries(series);
   return 0;
 }
