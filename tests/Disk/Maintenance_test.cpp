@@ -79,7 +79,7 @@ TEST_P(MaintenanceTest, ADeleteTakesNothingOfAKilledStore) {
       SCOPED_TRACE("level " + std::to_string(level) + ", point " + std::to_string(point));
       Clear();
       ASSERT_EQ(StoreOne(a), 0);
-      done = RunUntil(point, [&] { return StoreOne(b) == 0; });
+      done = KillAt(point, [&] { return StoreOne(b); }) == 0;
       ExpectNoDamage();
       ASSERT_EQ(StoreOne(b), 0);
       EXPECT_EQ(Delete(level, a), 0);
@@ -103,7 +103,7 @@ TEST_P(MaintenanceTest, AKilledDeleteIsCompletedByRepeatingIt) {
     for (int point = 1; !done && !HasFailure(); ++point, ++points) {
       SCOPED_TRACE("level " + std::to_string(level) + ", point " + std::to_string(point));
       BringBack(saved_ / "start");
-      done = RunUntil(point, [&] { return Delete(level, gone) == 0; });
+      done = KillAt(point, [&] { return Delete(level, gone); }) == 0;
       ExpectNoDamage();
       EXPECT_TRUE(Has(kept));
       Delete(level, gone); // -1 when it had come to its end
@@ -273,7 +273,7 @@ TEST_P(PrivateTest, ACorrectionIsCompletedByRepeatingIt) {
   };
   EXPECT_EQ(root->ChangePatientsName(Dicom_LO("nobody"), issuer, Dicom_PN("X"), LO_NULL, LO_NULL), -1);
   constexpr int kHalfWay = 800; // of the calls that write
-  EXPECT_FALSE(RunUntil(kHalfWay, [&] { return correct(*Open()) == 0; }));
+  EXPECT_EQ(KillAt(kHalfWay, [&] { return correct(*Open()); }), kKilled);
   EXPECT_EQ(RootRecord("PATIENT")->GetPatientID(), id);
   ExpectNoDamage();
   int done = 0;

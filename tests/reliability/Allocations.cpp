@@ -1,0 +1,33 @@
+#include "Allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+bool s_armed = false, s_once = false;
+int s_ordinal = 0, s_count = 0;
+
+} // namespace
+
+void FailAllocations(int ordinal, bool once) {
+  s_ordinal = ordinal;
+  s_once = once;
+  s_count = 0;
+}
+
+void ArmAllocations(bool armed) { s_armed = armed; }
+
+int CountedAllocations() { return s_count; }
+
+void* operator new(std::size_t size) {
+  if (s_armed) {
+    ++s_count;
+    if (s_ordinal != 0 && (s_once ? s_count == s_ordinal : s_count >= s_ordinal)) throw std::bad_alloc();
+  }
+  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

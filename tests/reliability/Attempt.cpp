@@ -1,0 +1,220 @@
+#include "Attempt.h"
+
+#include "Allocations.h"
+#include "support/FaultyFileSystem.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <infra/Klb_GError.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystem.h>
+#include <sys/file.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Calls that can be interrupted by a signal, and are then made again.
+bool IsRetried(std::string_view call) {
+  static std::set<std::string_view> const s_calls{"Open",  "Close",  "Read",   "Write",
+                                                  "Pread", "Pwrite", "Writev", "Flock"};
+  return s_calls.count(call) != 0;
+}
+
+// A failure that an operation gets over: it gives 0 and has done all of its work.
+struct Forgiven {
+  std::string_view call, path, operation; // the end of the path, the beginning of the name; empty: any
+  char const* why;
+};
+
+constexpr Forgiven kForgiven[] = {
+    {"Close", "", "", "what was written is synced before, and what was read needs no close"},
+    {"Open", "/VERSION", "", "a version that can't be read: the records are read again; counted up it isn't"},
+    {"Read", "/VERSION", "", "the same"},
+    {"Stat", "/LOCKFILE", "", "the lock file counts as replaced, and the lock is taken anew"},
+    {"Unlink", "/DICOMDIR.redo", "", "whoever comes next writes the same again"},
+    {"Access", "", "", "a name counts as taken, a redo record as pending"},
+};
+
+bool IsForgiven(Case const& c, std::string_view call, std::string_view path) {
+  return std::any_of(std::begin(kForgiven), std::end(kForgiven), [&](Forgiven const& f) {
+    return call == f.call && path.ends_with(f.path) && c.operation->name.starts_with(f.operation);
+  });
+}
+
+class Seam : public FaultyFileSystem {
+public:
+  Seam(Case const& c, Fault const& fault)
+      : FaultyFileSystem([this](std::string_view call, char const* path) { return Before(call, path ? path : ""); }),
+        case_(c), fault_(fault) {
+    if (fault.kind == Fault::ShortCounts) most = std::size_t(fault.ordinal);
+  }
+  int Close(int fd) override {
+    failed_syncs_.erase(fd);
+    return FaultyFileSystem::Close(fd);
+  }
+  int Fsync(int fd) override { return Synced(fd, FaultyFileSystem::Fsync(fd)); }
+  int Fdatasync(int fd) override { return Synced(fd, FaultyFileSystem::Fdatasync(fd)); }
+
+  int count = 0;                 // of calls
+  std::string first, unforgiven; // the first that failed, and the first that the operation must not get over
+  bool synced_again = false;
+
+private:
+  int Before(std::string_view call, std::string_view path) {
+    ++count;
+    if (fault_.kind != Fault::Calls || (fault_.once ? count != fault_.ordinal : count < fault_.ordinal)) return 0;
+    if (fault_.error == EINTR && !fault_.once && (!IsRetried(call) || ++interrupts_ % 4 == 0)) return 0;
+    std::string const name = std::string(call) + " " + std::string(path.substr(path.rfind('/') + 1));
+    if (first.empty()) first = name;
+    bool const may = IsForgiven(case_, call, path) || (fault_.error == EINTR && IsRetried(call));
+    if (unforgiven.empty() && !may) unforgiven = name;
+    return fault_.error;
+  }
+  int Synced(int fd, int result) {
+    synced_again = synced_again || failed_syncs_.count(fd) != 0;
+    if (result == -1) failed_syncs_.insert(fd);
+    return result;
+  }
+
+  Case const& case_;
+  Fault const& fault_;
+  int interrupts_ = 0;
+  std::set<int> failed_syncs_;
+};
+
+// Whether a line of the log names a file of the site, or a cause.
+class Listener {
+public:
+  Listener(Site const& site, int error) : path_(site.directory), cause_(std::strerror(error)) {
+    KlbGLog.SetLogLevel(4);
+    KlbGLog.SetSink([this](int, std::string const& line) {
+      if (line.find(path_) != line.npos || line.find("errno") != line.npos || line.find(cause_) != line.npos)
+        told = true;
+    });
+  }
+  ~Listener() {
+    KlbGLog.SetSink(nullptr);
+    KlbGLog.SetLogLevel(3);
+  }
+  bool told = false;
+
+private:
+  std::string path_, cause_;
+};
+
+int Descriptors() { return int(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator())); }
+
+void RequireNoLocks(Site const& site) {
+  for (auto const& entry : fs::recursive_directory_iterator(site.directory)) {
+    std::string const name = entry.path().filename().string();
+    if (name != "LOCKFILE" && name != "VERSION") continue;
+    int const fd = open(entry.path().c_str(), O_RDONLY | O_CLOEXEC);
+    int const result = flock(fd, LOCK_EX | LOCK_NB);
+    close(fd);
+    Require(result == 0, "it leaves a lock on " + entry.path().string());
+  }
+}
+
+struct Told {
+  int result = -1, code = 0;
+  bool line = false;
+};
+
+Told Act(Case const& c, Session& session, Fault const& fault) {
+  Told told;
+  Listener const listener(session.site, fault.error);
+  KlbGError.Set(0);
+  told.result = c.operation->act(session);
+  told.code = KlbGError.Get();
+  KlbGLog.Flush();
+  told.line = listener.told;
+  return told;
+}
+
+Told ActWithoutMemory(Case const& c, Session& session, Fault const& fault) {
+  session.Root();
+  session.around = ArmAllocations;
+  FailAllocations(fault.ordinal, fault.once);
+  Told told;
+  try {
+    told = Act(c, session, fault);
+  } catch (std::exception const& e) {
+    throw Complaint(std::string("an exception leaves it: ") + e.what());
+  }
+  session.around = nullptr;
+  told.line = true; // without memory there may be none
+  return told;
+}
+
+Told ActWithFaults(Case const& c, Session& session, Fault const& fault) {
+  Seam seam(c, fault);
+  Told told;
+  try {
+    told = Act(c, session, fault);
+  } catch (std::exception const& e) {
+    throw Complaint(seam.first + ": an exception leaves it: " + e.what());
+  }
+  Require(!seam.synced_again, seam.first + ": a failed sync is made again");
+  bool const must_succeed = seam.unforgiven.empty() && (fault.error == EINTR || fault.kind == Fault::ShortCounts);
+  Require(told.result == 0 || !must_succeed, seam.first + ": isn't got over");
+  Require(told.result == -1 || seam.unforgiven.empty(), seam.unforgiven + ": goes unnoticed");
+  std::string const failed = seam.unforgiven.empty() ? seam.first : seam.unforgiven;
+  Require(told.result == 0 || told.code != 0, failed + ": no error code");
+  Require(told.result == 0 || told.line, failed + ": no line in the log names a file or a cause");
+  return told;
+}
+
+// Done again it leaves what it should.
+void JudgeEnd(Case const& c, Site const& site, Session& session) {
+  int const result = c.operation->act(session);
+  Require(result == 0 || c.operation->again == -1, "done again it fails");
+  JudgeState(c, site, Outcome::Done);
+}
+
+} // namespace
+
+std::string Fault::Name() const {
+  std::string const what = kind == Calls ? "call " : kind == ShortCounts ? "bytes at a time " : "allocation ";
+  return what + std::to_string(ordinal) + (error != 0 ? std::string(" ") + std::strerror(error) : "") +
+         (once ? "" : " and all from there") + (same_root ? ", same root" : ", new root");
+}
+
+int CountSteps(Case const& c, Fault::Kind kind, std::string const& place) {
+  Site const site = c.Copy(place);
+  Session session(site, c.operation->flags);
+  Fault const none{.kind = kind, .ordinal = 0};
+  if (kind == Fault::Allocations) {
+    Require(ActWithoutMemory(c, session, none).result == 0, "it fails by itself");
+    return CountedAllocations();
+  }
+  Seam const seam(c, none);
+  Require(c.operation->act(session) == 0, "it fails by itself");
+  return seam.count;
+}
+
+void Attempt(Case const& c, Fault const& fault, std::string const& place) {
+  Site const site = c.Copy(place);
+  int const descriptors = Descriptors();
+  {
+    Session session(site, c.operation->flags);
+    Told const told =
+        fault.kind == Fault::Allocations ? ActWithoutMemory(c, session, fault) : ActWithFaults(c, session, fault);
+    Require(told.result == 0 || told.code != 0, "no error code");
+    RequireNoLocks(site);
+    if (fs::exists(c.prepared + "/incoming") && !fs::exists(site.Incoming()) && told.result == -1)
+      fs::copy(c.prepared + "/incoming", site.Incoming());
+    Outcome const outcome = told.result == 0 ? Outcome::Done : Outcome::Unknown;
+    Session fresh(site, c.operation->flags);
+    Session& next = fault.same_root && session.IsOpen() ? session : fresh;
+    if (fault.thorough)
+      Judge(c, site, outcome, [&] { return c.operation->act(next); });
+    else if (outcome == Outcome::Done)
+      JudgeState(c, site, outcome);
+    else
+      JudgeEnd(c, site, next);
+  }
+  Require(Descriptors() == descriptors, "it leaves descriptors open");
+}

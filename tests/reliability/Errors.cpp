@@ -1,0 +1,72 @@
+// Every call of every operation fails: with each errno, once, and from there on; reads and writes move few bytes; and
+// allocations fail.
+#include "Attempt.h"
+#include "Campaign.h"
+
+#include <array>
+#include <cerrno>
+
+namespace {
+
+constexpr std::array kErrors{ENOSPC, EIO, EDQUOT, EMFILE, EACCES, EROFS, EINTR, ENFILE};
+
+struct Sample {
+  int calls, allocations; // every so manieth call; at most so many allocations of a case
+};
+
+int Steps(Case const& c, Fault::Kind kind, std::string const& place, Share& share) {
+  int steps = 0;
+  share.Run(c.Name() + ", no fault", [&] { steps = CountSteps(c, kind, place); });
+  return steps;
+}
+
+void Calls(Case const& c, Sample const& sample, unsigned offset, std::string const& place, Share& share) {
+  for (int const few : {1, 7}) {
+    Fault const fault{.kind = Fault::ShortCounts, .ordinal = few, .thorough = true};
+    if (share.IsMine()) share.Run(c.Name() + ", " + fault.Name(), [&] { Attempt(c, fault, place); });
+  }
+  int const calls = Steps(c, Fault::Calls, place, share);
+  for (int ordinal = 1; ordinal <= calls; ++ordinal)
+    for (std::size_t which = 0; which < kErrors.size() * 2; ++which) {
+      Fault fault{.ordinal = ordinal, .error = kErrors[which / 2], .once = which % 2 == 0};
+      unsigned const turn = unsigned(ordinal) + unsigned(which) + offset;
+      fault.same_root = turn % 3 == 0;
+      fault.thorough = turn % unsigned(kErrors.size() * 2 + 1) == 0;
+      if (turn % unsigned(sample.calls) != 0 || !share.IsMine()) continue;
+      ++share.counts.first;
+      share.Run(c.Name() + ", " + fault.Name(), [&] { Attempt(c, fault, place); });
+    }
+}
+
+void Allocations(Case const& c, Sample const& sample, unsigned offset, std::string const& place, Share& share) {
+  int const allocations = Steps(c, Fault::Allocations, place, share);
+  int const step = allocations / sample.allocations + 1;
+  for (int ordinal = int(offset % unsigned(step)) + 1; ordinal <= allocations; ordinal += step) {
+    if (!share.IsMine()) continue;
+    ++share.counts.second;
+    Fault const fault{.kind = Fault::Allocations,
+                      .ordinal = ordinal,
+                      .once = ordinal / step % 4 != 0,
+                      .same_root = ordinal / step % 2 == 0};
+    share.Run(c.Name() + ", " + fault.Name(), [&] { Attempt(c, fault, place); });
+  }
+}
+
+} // namespace
+
+Result RunErrors(Options const& options) {
+  TempDirectory const prepared;
+  std::vector<Case> const cases = Cases(options.selection, prepared.Path());
+  Sample const sample = !options.point.empty() ? Sample{1, 1 << 30} : options.full ? Sample{1, 400} : Sample{101, 4};
+  Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
+    unsigned offset = options.seed; // samples of different cases, and of different runs, meet different calls
+    for (Case const& c : cases) {
+      Calls(c, sample, offset, place, share);
+      Allocations(c, sample, offset, place, share);
+      offset += 7;
+    }
+  });
+  return {std::to_string(counts.first) + " calls x errnos, skipped 0, " + std::to_string(counts.second) +
+              " allocations",
+          counts.failures};
+}

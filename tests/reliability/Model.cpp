@@ -1,0 +1,75 @@
+#include "Model.h"
+
+#include "support/TestImage.h"
+
+#include <Disk/Disk_Access.h>
+#include <dicom/Dicom_Compressor.h>
+
+namespace {
+
+Content ContentOf(IOD_Msg const& object) {
+  IOD_Msg plain(object);
+  Require(Dicom_Compressor().Decompress(&plain) == 0, "an object can't be decompressed");
+  return {object.GetStudyInstanceUID().GetText(), object.GetSeriesInstanceUID().GetText(),
+          object.GetPatientID().GetText(), object.GetPatientsName().GetText(), PixelsOf(plain)};
+}
+
+} // namespace
+
+void Model::Add(IOD_Msg const& object, bool standard) {
+  Content const content = ContentOf(object);
+  objects[object.GetSOPInstanceUID().GetText()] = content;
+  studies.try_emplace(content.study, Study{content.patient_id, content.patient_name, standard ? "" : "N", ""});
+}
+
+std::unique_ptr<IOD_Msg> MakeObject(Phantom::Object object) {
+  object.size = 16;
+  return Phantom::Make(object);
+}
+
+std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, unsigned flags) {
+  int status = 0;
+  auto root = std::make_unique<Disk_RootDirectoryFile>(path.c_str(), Disk_StoreParams(flags), 0, &status, nullptr);
+  if (status != 0) return nullptr;
+  Disk_SupportPar par;
+  par.delete_supported = par.auto_delete_supported = 1;
+  root->SetSupportPar(par);
+  constexpr std::int32_t kMoreThanAnyDisk = 1 << 30;
+  root->SetAutoDeletePar({kMoreThanAnyDisk, 1});
+  return root;
+}
+
+Model Ask(Disk_RootDirectoryFile& root, bool standard) {
+  Model model;
+  SCL_QueryIdentifier all(SCL_QueryRetrieveLevel::STUDY);
+  all.SetStudyInstanceUID(UI_NULL);
+  all.SetPatientID(LO_NULL);
+  all.SetPatientsName(PN_NULL);
+  if (!standard) {
+    all.SetProtectionFlag(CS_NULL);
+    all.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_LOAD_COMPLETED, CS_NULL);
+  }
+  Dicom_Sequence answers;
+  Require(root.Query(all, 1, &answers) == 0, "a query fails");
+  for (int i = 0; i < answers.GetNItems(); ++i) {
+    IOD_Msg const study(*answers.Get(i));
+    model.studies[study.GetStudyInstanceUID().GetText()] = {
+        study.GetPatientID().GetText(), study.GetPatientsName().GetText(), study.GetProtectionFlag().GetText(),
+        study.Value<Dicom_CS>(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_LOAD_COMPLETED).GetText()};
+    SCL_QueryIdentifier objects(SCL_QueryRetrieveLevel::STUDY);
+    objects.SetStudyInstanceUID(study.GetStudyInstanceUID());
+    Disk_Access access(root);
+    if (access.OpenQuery(objects, 1) == -1) continue; // its folder is gone
+    while (access.HasMore()) {
+      std::string const uid = access.GetNextUID().GetText();
+      IOD_Msg* fetched = nullptr;
+      int const result = access.FetchNext(&fetched);
+      std::unique_ptr<IOD_Msg> const object(fetched);
+      if (result == -1 || !object)
+        model.unfetched.insert(uid);
+      else
+        Require(model.objects.emplace(uid, ContentOf(*object)).second, "found twice: " + uid);
+    }
+  }
+  return model;
+}

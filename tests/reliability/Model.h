@@ -1,0 +1,55 @@
+// What a file-set is believed to hold, and what it turns out to hold when it is asked.
+#pragma once
+
+#include "Phantom.h"
+
+#include <Disk/Disk_RootDirectoryFile.h>
+#include <map>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+/// What is wrong, in one line.
+struct Complaint : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+inline void Require(bool holds, std::string const& complaint) {
+  if (!holds) throw Complaint(complaint);
+}
+
+struct Content {
+  std::string study, series, patient_id, patient_name, pixels;
+  friend bool operator==(Content const&, Content const&) = default;
+};
+
+struct Study {
+  std::string patient_id, patient_name, is_protected, is_completed;
+  friend bool operator==(Study const&, Study const&) = default;
+};
+
+struct Model {
+  std::map<std::string, Content> objects; // by SOP Instance UID
+  std::map<std::string, Study> studies;   // by Study Instance UID
+  std::set<std::string> unfetched;        // found by a query, and not fetched: only what a delete was removing
+
+  void Add(IOD_Msg const& object, bool standard);
+  /// Objects, and the studies whose last ones they are.
+  template <class Which>
+  void Remove(Which which) {
+    std::set<std::string> emptied, left;
+    for (auto const& object : objects)
+      (which(object) ? emptied : left).insert(object.second.study);
+    std::erase_if(objects, which);
+    std::erase_if(studies, [&](auto const& s) { return emptied.count(s.first) != 0 && left.count(s.first) == 0; });
+  }
+};
+
+/// The objects of all operations: small ones.
+std::unique_ptr<IOD_Msg> MakeObject(Phantom::Object object);
+
+std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, unsigned flags);
+
+/// Asks for everything in the file-set: each study, each object of it by a query, and fetches that.
+Model Ask(Disk_RootDirectoryFile& root, bool standard);

@@ -1,0 +1,374 @@
+#include "Operations.h"
+
+#include "support/Kill.h"
+
+#include <Disk/Disk_Access.h>
+#include <Disk/Disk_CacheRepository.h>
+#include <filesystem>
+#include <infra/I18n.h>
+#include <infra/Util_Clock.h>
+#include <infra/Util_FileSystem.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Level = SCL_QueryRetrieveLevel;
+
+Phantom::Object const kKnown{}; // of every state but the empty one
+constexpr char kInPlace[] = "/STUDY/SERIES/OBJECT";
+
+Phantom::Object Other(Phantom::Object object) {
+  object.bits = 10;
+  return object;
+}
+
+template <class Act>
+int WithRoot(Session& session, Act act) {
+  Disk_RootDirectoryFile* const root = session.Root();
+  return root ? session.Call([&] { return act(*root); }) : -1;
+}
+
+SCL_MoveIdentifier Named(Level::Value level) {
+  int error = 0;
+  SCL_MoveIdentifier identifier(level, &error);
+  identifier.SetStudyInstanceUID(Phantom::StudyUid(kKnown));
+  if (level >= Level::SERIES) identifier.SetSeriesInstanceUID(Phantom::SeriesUid(kKnown));
+  if (level >= Level::IMAGE) identifier.SetSOPInstanceUID(Phantom::InstanceUid(kKnown));
+  return identifier;
+}
+
+// Stores
+
+Operation StoreOf(std::string name, Phantom::Object const& object, bool needs_study) {
+  Operation operation{.name = std::move(name), .needs_study = needs_study, .act = {}, .effect = {}};
+  operation.act = [object](Session& session) { return Store(session, *MakeObject(object)); };
+  operation.effect = [object](Model& model, bool standard) { model.Add(*MakeObject(object), standard); };
+  return operation;
+}
+
+void WriteObject(Phantom::Object object, std::string const& path) {
+  object.size = 16;
+  Require(Phantom::Write(object, path) == 0, "can't write " + path);
+}
+
+Operation StoreThatMoves() {
+  Phantom::Object const object{.image = 8};
+  Operation operation = StoreOf("store by move", object, true);
+  operation.bring = [object](Site const& site) { WriteObject(object, site.Incoming()); };
+  operation.act = [object](Session& session) {
+    std::string source = session.site.Incoming();
+    char stored[Disk_FileID::kPathSize] = "";
+    auto const msg = MakeObject(object);
+    return WithRoot(session, [&](auto& root) {
+      return root.Store(msg.get(), false, 0, 0, nullptr, 1, source.data(), stored, nullptr);
+    });
+  };
+  return operation;
+}
+
+Operation StoreInPlace() {
+  Phantom::Object const object{.patient = 7};
+  Operation operation = StoreOf("store in place", object, false);
+  operation.bring = [object](Site const& site) {
+    std::string const path = site.Set() + kInPlace;
+    fs::create_directories(fs::path(path).parent_path());
+    WriteObject(object, path);
+  };
+  operation.act = [object](Session& session) {
+    std::string path = session.site.Set() + kInPlace;
+    auto const msg = MakeObject(object);
+    return WithRoot(session, [&](auto& root) {
+      return root.Store(msg.get(), false, 0, 1, path.data(), 0, nullptr, nullptr, nullptr);
+    });
+  };
+  return operation;
+}
+
+Operation CompressedStore() {
+  Operation operation = StoreOf("store compressed", {.image = 9}, true);
+  operation.flags = 0;
+  return operation;
+}
+
+// Deletes
+
+int Delete(Session& session, Level::Value level) {
+  MXL_SubOperationsReport report;
+  SCL_ResponseStatus status;
+  SCL_MoveIdentifier const identifier = Named(level);
+  int const result = WithRoot(session, [&](auto& root) { return root.Delete(identifier, 1, &report, status); });
+  return result == 0 && int(report.Get(MXL_SubOperationsReport::Failed)) == 0 ? 0 : -1;
+}
+
+Operation DeleteOf(std::string name, Level::Value level) {
+  Operation operation{.name = std::move(name), .act = {}, .effect = {}, .again = -1};
+  operation.act = [level](Session& session) { return Delete(session, level); };
+  operation.effect = [level](Model& model, bool) {
+    std::string const study = Phantom::StudyUid(kKnown).GetText(), series = Phantom::SeriesUid(kKnown).GetText();
+    std::string const image = Phantom::InstanceUid(kKnown).GetText();
+    model.Remove([&](auto const& object) {
+      return level == Level::STUDY    ? object.second.study == study
+             : level == Level::SERIES ? object.second.series == series
+                                      : object.first == image;
+    });
+  };
+  return operation;
+}
+
+void RemoveAll(Model& model, bool) { model = {}; }
+
+int CleanCache(Session& session) {
+  Disk_CacheRepository cache;
+  cache.SetPath(FromUTF8(session.site.Set().c_str()));
+  if (session.Call([&] { return cache.Construct(); }) == -1) return -1;
+  SCL_QueryIdentifier all(Level::STUDY);
+  all.SetStudyInstanceUID(UI_NULL);
+  Dicom_Sequence answers;
+  if (session.Call([&] { return cache.Query(all, 1, &answers); }) == -1) return -1;
+  constexpr int kAnyGrade = 100;
+  cache.SetThreshold(kAnyGrade);
+  if (session.Call([&] { return cache.AutoCleanNStudies(answers.GetNItems()); }) == -1) return -1;
+  // a study counts as cleaned once the root is written, whatever failed below
+  Dicom_Sequence left;
+  return session.Call([&] { return cache.Query(all, 1, &left); }) == 0 && left.GetNItems() == 0 ? 0 : -1;
+}
+
+// Changes
+
+template <class Change>
+Operation ChangeOf(std::string name, std::string Study::*attribute, Change change) {
+  Operation operation{.name = std::move(name), .is_standard = false, .act = {}, .effect = {}};
+  operation.act = [change](Session& session) { return WithRoot(session, change); };
+  operation.effect = [attribute](Model& model, bool) {
+    model.studies[Phantom::StudyUid(kKnown).GetText()].*attribute = "Y";
+  };
+  return operation;
+}
+
+Operation Correction() {
+  Operation operation{.name = "correct patient", .is_standard = false, .act = {}, .effect = {}, .again = -1};
+  operation.act = [](Session& session) {
+    auto const known = MakeObject(kKnown);
+    Dicom_LO const old_id = known->GetPatientID(), issuer = known->GetIssuerOfPatientID(), id("NEW-ID");
+    Dicom_PN const name("New^Name");
+    return WithRoot(session, [&](auto& root) { return root.ChangePatientsName(old_id, issuer, name, id, LO_NULL); });
+  };
+  operation.effect = [](Model& model, bool) {
+    auto const correct = [old = MakeObject(kKnown)->GetPatientID().GetText()](auto& what) {
+      if (what.patient_id != old) return;
+      what.patient_id = "NEW-ID";
+      what.patient_name = "New^Name";
+    };
+    for (auto& [uid, content] : model.objects)
+      correct(content);
+    for (auto& [uid, study] : model.studies)
+      correct(study);
+  };
+  return operation;
+}
+
+// Of a study in a file-set of its own into a standard one, as `fileset export --standard` does it.
+Operation Export() {
+  static Phantom::Object const s_objects[] = {{.patient = 8}, {.patient = 8, .image = 2}, {.patient = 8, .series = 2}};
+  Operation operation{.name = "export", .is_private = false, .needs_study = false, .act = {}, .effect = {}};
+  operation.bring = [](Site const& site) {
+    fs::create_directories(site.Source());
+    auto const root = OpenSet(site.Source(), Disk_StoreParams::STORE_NATIVE);
+    for (auto const& object : s_objects)
+      Require(root->Store(MakeObject(object).get(), false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0,
+              "no source to export");
+  };
+  operation.act = [](Session& session) {
+    auto const source = OpenSet(session.site.Source(), 0);
+    if (!source) return -1;
+    SCL_QueryIdentifier study(Level::STUDY);
+    study.SetStudyInstanceUID(Phantom::StudyUid(s_objects[0]));
+    Disk_Access access(*source);
+    if (session.Call([&] { return access.OpenQuery(study, 1); }) == -1) return -1;
+    while (access.HasMore()) {
+      IOD_Msg* fetched = nullptr;
+      if (session.Call([&] { return access.FetchNext(&fetched); }) == -1) return -1;
+      std::unique_ptr<IOD_Msg> const object(fetched);
+      if (Store(session, *object) == -1) return -1;
+    }
+    return 0;
+  };
+  operation.effect = [](Model& model, bool standard) {
+    for (auto const& object : s_objects)
+      model.Add(*MakeObject(object), standard);
+  };
+  return operation;
+}
+
+// Completes what a killed process left, where there is something to complete.
+Operation Recovery() {
+  Operation operation{.name = "recovery", .needs_study = false, .act = {}, .effect = [](Model&, bool) {}};
+  operation.act = [](Session& session) {
+    SCL_QueryIdentifier all(Level::STUDY);
+    all.SetStudyInstanceUID(UI_NULL);
+    Dicom_Sequence answers;
+    return WithRoot(session, [&](auto& root) { return root.Query(all, 1, &answers); });
+  };
+  return operation;
+}
+
+std::vector<Operation> MakeOperations() {
+  Operation auto_delete{.name = "auto-delete", .is_standard = false, .act = {}, .effect = RemoveAll};
+  auto_delete.act = [](Session& session) { return WithRoot(session, [](auto& root) { return root.AutoDelete(); }); };
+  Operation clean{.name = "cache clean", .is_standard = false, .act = CleanCache, .effect = RemoveAll};
+  static SCL_MoveIdentifier const s_study = Named(Level::STUDY);
+  static Dicom_UI const s_uid = Phantom::StudyUid(kKnown);
+  auto const protect = [](auto& root) { return root.ProtectImages(s_study, 1, nullptr); };
+  auto const complete = [](auto& root) { return root.SetStudyCompleted(s_uid); };
+  return {StoreOf("store new patient", {.patient = 9}, false),
+          StoreOf("store new study", {.study = 9}, true),
+          StoreOf("store new series", {.series = 9}, true),
+          StoreOf("store image", {.image = 7}, true),
+          StoreOf("store known image", Other(kKnown), true),
+          StoreThatMoves(),
+          StoreInPlace(),
+          CompressedStore(),
+          DeleteOf("delete image", Level::IMAGE),
+          DeleteOf("delete series", Level::SERIES),
+          DeleteOf("delete study", Level::STUDY),
+          ChangeOf("protect", &Study::is_protected, protect),
+          ChangeOf("complete", &Study::is_completed, complete),
+          Correction(),
+          auto_delete,
+          clean,
+          Export(),
+          Recovery()};
+}
+
+// States
+
+constexpr std::time_t kNow = 1700000000, kLongAgo = kNow - 100 * 86400;
+
+struct State {
+  std::string name;
+  std::vector<Phantom::Object> objects;
+  std::function<int(Session&)> cut = {}; // an operation that is killed
+  std::string_view at = {};              // when it first asks for this; else half way
+  std::set<std::string> in_flight = {};  // what it was about
+  bool is_private = true;
+};
+
+std::vector<State> States() {
+  std::vector<Phantom::Object> const one{{}};
+  std::vector<Phantom::Object> const several{{},           {.image = 2},   {.series = 2},
+                                             {.study = 2}, {.patient = 2}, {.patient = 2, .image = 2}};
+  Phantom::Object const stored{.image = 6};
+  auto const store = [stored](Session& session) { return Store(session, *MakeObject(stored)); };
+  auto const remove = [](Session& session) {
+    return WithRoot(session, [](auto& root) {
+      SCL_MoveIdentifier identifier = Named(Level::STUDY);
+      identifier.SetStudyInstanceUID(Phantom::StudyUid({.patient = 2}));
+      MXL_SubOperationsReport report;
+      SCL_ResponseStatus status;
+      return root.Delete(identifier, 1, &report, status);
+    });
+  };
+  std::string const uid = Phantom::InstanceUid(stored).GetText();
+  std::set<std::string> const removed{Phantom::InstanceUid({.patient = 2}).GetText(),
+                                      Phantom::InstanceUid({.patient = 2, .image = 2}).GetText()};
+  return {{"empty", {}},
+          {"one object", one},
+          {"several studies", several},
+          {"a store was killed", several, store, {}, {uid}},
+          {"a delete was killed", several, remove, {}, removed},
+          {"a redo record is pending", several, store, "Pwrite", {uid}, false}};
+}
+
+// Runs the state's last operation in a process that ends in the middle of it.
+void Interrupt(State const& state, Site const& site) {
+  auto const act = [&] {
+    Session session(site, Disk_StoreParams::STORE_NATIVE);
+    return state.cut(session);
+  };
+  if (!state.at.empty()) {
+    Require(InChild([&] {
+              FaultyFileSystem const killing([&](std::string_view call, char const*) {
+                if (call == state.at) _exit(kKilled);
+                return 0;
+              });
+              return act();
+            }) == kKilled,
+            state.name + ": isn't");
+    return;
+  }
+  std::string const copy = site.directory + ".copy";
+  fs::copy(site.directory, copy, fs::copy_options::recursive);
+  int const calls = CountWrites([&] {
+    Session session({copy, site.standard}, Disk_StoreParams::STORE_NATIVE);
+    return state.cut(session);
+  });
+  fs::remove_all(copy);
+  Require(KillAt(calls / 2, act) == kKilled, state.name + ": wasn't");
+}
+
+// What the file-set holds: all that was acknowledged, and of what was in flight whatever it tells.
+Model Prepare(State const& state, Site const& site) {
+  fs::create_directories(site.Set());
+  Util_Clock::SetNow(kLongAgo);
+  Model stored;
+  {
+    Session session(site, Disk_StoreParams::STORE_NATIVE);
+    for (auto const& object : state.objects) {
+      Require(Store(session, *MakeObject(object)) == 0, state.name + ": a store fails");
+      stored.Add(*MakeObject(object), site.standard);
+    }
+  }
+  if (state.cut) Interrupt(state, site);
+  Util_Clock::SetNow(kNow);
+  std::string const copy = site.directory + ".copy";
+  fs::copy(site.directory, copy, fs::copy_options::recursive);
+  Model found;
+  if (!state.objects.empty()) found = Ask(*OpenSet(copy + "/set", site.Structure()), site.standard);
+  fs::remove_all(copy);
+  for (auto const& [uid, content] : stored.objects)
+    Require(state.in_flight.count(uid) != 0 || (found.objects.count(uid) != 0 && found.objects[uid] == content),
+            state.name + ": lost " + uid);
+  return found;
+}
+
+} // namespace
+
+int Store(Session& session, IOD_Msg& object) {
+  return WithRoot(session,
+                  [&](auto& root) { return root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr); });
+}
+
+Site Case::Copy(std::string const& to) const {
+  fs::remove_all(to);
+  fs::copy(prepared, to, fs::copy_options::recursive);
+  return {to, standard};
+}
+
+std::vector<Operation> const& Operations() {
+  static std::vector<Operation> const s_operations = MakeOperations();
+  return s_operations;
+}
+
+std::vector<Case> Cases(Selection const& selection, std::string const& directory) {
+  std::vector<Case> cases;
+  for (bool const standard : {false, true}) {
+    if (!selection.structure.empty() && (selection.structure == "standard") != standard) continue;
+    for (State const& state : States()) {
+      if (!standard && !state.is_private) continue;
+      std::string const place = directory + "/" + (standard ? "standard " : "private ") + state.name;
+      Model const before = Prepare(state, {place, standard});
+      for (Operation const& operation : Operations()) {
+        if (!selection.operation.empty() && selection.operation != operation.name) continue;
+        if (!(standard ? operation.is_standard : operation.is_private)) continue;
+        if (operation.needs_study && state.objects.empty()) continue;
+        Case c{&operation, state.name, standard, place + ", " + operation.name, before, before};
+        fs::copy(place, c.prepared, fs::copy_options::recursive);
+        operation.bring({c.prepared, standard});
+        operation.effect(c.after, standard);
+        cases.push_back(std::move(c));
+      }
+    }
+  }
+  return cases;
+}

@@ -1,0 +1,146 @@
+#include "Oracle.h"
+
+#include "support/DicomdirWalk.h"
+
+#include <Disk/Disk_Check.h>
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Content(fs::path const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::map<std::string, std::string> Files(std::string const& directory) {
+  std::map<std::string, std::string> files;
+  for (auto const& entry : fs::recursive_directory_iterator(directory))
+    if (entry.is_regular_file()) files[entry.path().string()] = Content(entry.path());
+  return files;
+}
+
+void NoDamage(std::string const& directory, bool standard) {
+  Disk_CheckResult result;
+  Disk_CheckOptions options;
+  options.deep = true;
+  Disk_StoreParams const params(standard ? unsigned(Disk_StoreParams::STANDARD_STRUCTURE) : 0);
+  Require(Disk_Check(directory.c_str(), params, options, &result) == 0, "it can't be checked");
+  for (Disk_Finding const& finding : result.findings)
+    Require(finding.cause != Disk_Finding::Damage, finding.kind + ": " + finding.path + ": " + finding.text);
+}
+
+// The DICOMDIR by a reader that shares nothing with the engine.
+void WholeDicomdir(Site const& site, Model const& model) {
+  DicomdirWalk const walk(site.Set() + "/DICOMDIR");
+  for (std::string const& problem : walk.problems)
+    throw Complaint("DICOMDIR: " + problem);
+  std::set<std::string> uids, files;
+  for (auto const* study : walk.Level(1)) {
+    std::size_t images = 0;
+    for (auto const& series : study->children)
+      if (series.in_use != 0) {
+        std::size_t own = 0;
+        for (auto const& image : series.children)
+          own += image.in_use != 0;
+        Require(series.Number(0x00201209) == int(own), "DICOMDIR: a series counts its images wrong");
+        images += own;
+      }
+    Require(study->Number(0x00201208) == int(images), "DICOMDIR: a study counts its images wrong");
+  }
+  for (auto const* image : walk.Level(3)) {
+    Require(uids.insert(image->Text(0x00041511)).second, "DICOMDIR: an object stands twice in it");
+    Require(files.insert(image->Text(0x00041500)).second, "DICOMDIR: two records name one file");
+  }
+  for (auto const& [uid, content] : model.objects)
+    Require(uids.count(uid) == 1, "DICOMDIR: it has no record of " + uid);
+  Require(uids.size() == model.objects.size() + model.unfetched.size(), "DICOMDIR: it has other records");
+}
+
+template <class Map>
+bool Same(Map const& a, Map const& b, typename Map::key_type const& key) {
+  auto const in_a = a.find(key), in_b = b.find(key);
+  return in_a == a.end() ? in_b == b.end() : in_b != b.end() && in_a->second == in_b->second;
+}
+
+// Each thing is as it was or as it was to be.
+template <class Map>
+void Between(Map const& found, Map const& before, Map const& after, std::string const& what) {
+  Map all(found);
+  all.insert(before.begin(), before.end());
+  all.insert(after.begin(), after.end());
+  for (auto const& [key, value] : all) {
+    if (Same(found, after, key) || Same(found, before, key)) continue;
+    throw Complaint(what + " " + key + (found.count(key) != 0 ? " isn't what was acknowledged" : " is lost"));
+  }
+}
+
+// Nothing but what the operation was about, or what an earlier one left, may have a record and no file.
+void OnlyInFlight(Model const& found, Model const& before, Model const& after) {
+  for (std::string const& uid : found.unfetched)
+    Require(before.unfetched.count(uid) != 0 || !Same(before.objects, after.objects, uid),
+            "found and not fetched: " + uid);
+}
+
+Model AskNew(Site const& site, unsigned flags) {
+  auto const root = OpenSet(site.Set(), flags | site.Structure());
+  Require(root != nullptr, "it can't be opened");
+  return Ask(*root, site.standard);
+}
+
+void Compare(Case const& c, Model const& found, Outcome outcome) {
+  Model const& before = outcome == Outcome::Done ? c.after : c.before;
+  Between(found.objects, before.objects, c.after.objects, "object");
+  Between(found.studies, before.studies, c.after.studies, "study");
+  if (outcome == Outcome::Done)
+    for (std::string const& uid : found.unfetched)
+      Require(c.before.unfetched.count(uid) != 0, "found after it was deleted: " + uid);
+  OnlyInFlight(found, c.before, c.after);
+}
+
+// A file that was to be moved is still where it was, or in the file-set.
+void NothingMovedAway(Case const& c, Site const& site, Model const& found) {
+  std::string const original = c.prepared + "/incoming";
+  if (!fs::exists(original) || fs::exists(site.Incoming()) || found.objects.size() > c.before.objects.size()) return;
+  for (auto const& [name, content] : Files(site.Set()))
+    if (content == Content(original)) return;
+  throw Complaint("the file that was to be moved is nowhere");
+}
+
+} // namespace
+
+Model JudgeState(Case const& c, Site const& site, Outcome outcome) {
+  if (fs::exists(site.Set() + "/DICOMDIR")) {
+    NoDamage(site.Set(), site.standard);
+    Compare(c, AskNew(site, Disk_StoreParams::READ_ONLY), outcome);
+  }
+  if (fs::exists(site.Source())) NoDamage(site.Source(), false);
+  Model const found = AskNew(site, 0);
+  Compare(c, found, outcome);
+  NothingMovedAway(c, site, found);
+  return found;
+}
+
+void Judge(Case const& c, Site const& site, Outcome outcome, std::function<int()> const& again) {
+  Model const found = JudgeState(c, site, outcome);
+  auto const files = Files(site.Set());
+  AskNew(site, 0);
+  Require(files == Files(site.Set()), "opening it once more changes it");
+  if (site.standard) WholeDicomdir(site, found);
+
+  if (fs::exists(c.prepared + "/incoming") && !fs::exists(site.Incoming()))
+    fs::copy(c.prepared + "/incoming", site.Incoming());
+  Session session(site, c.operation->flags);
+  int const result = again ? again() : c.operation->act(session);
+  Require(result == 0 || c.operation->again == -1, "done again it fails");
+  Phantom::Object const further{.patient = 5};
+  Require(Store(session, *MakeObject(further)) == 0, "a further store fails");
+  Case last(c);
+  last.after.Add(*MakeObject(further), site.standard);
+  Model const end = AskNew(site, 0);
+  Compare(last, end, Outcome::Done);
+  if (site.standard) WholeDicomdir(site, end);
+  if (fs::exists(site.Set() + "/DICOMDIR")) NoDamage(site.Set(), site.standard);
+}
