@@ -93,7 +93,10 @@ private:
   Dicom_Msg* meta_information() const;
   int read_until_records();
   int read_prefix();
-  bool is_record_sequence();
+  int is_record_sequence();
+  int refresh_offset_end();
+  int init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy);
+  int write_prefix(Disk_StorageStrategy* strategy);
   int read_tag(std::uint32_t* tag);
   int find_end_offset();
   int FindSequenceOffset(unsigned* offset);

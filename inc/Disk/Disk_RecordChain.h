@@ -51,6 +51,8 @@ protected:
 
 private:
   struct Output;
+  int read_chain(Disk_RecordSource const& source, unsigned offset);
+  int write_chain(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
   int read_record(Disk_RecordSource const& source, unsigned offset, unsigned chain);
   int write_all(Output& output, Dicom_TransferSyntax const& syntax, unsigned offset);
   int write_record(Output& output, Dicom_TransferSyntax const& syntax, Disk_DirectoryRecord const& record,

@@ -1,6 +1,7 @@
 #include <Disk/Disk_DicomDir.h>
 
 #include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_Redo.h"
 #include "Disk/Disk_WriteGather.h"
 #include "dicom/Dicom_DataSetReader.h"
@@ -52,6 +53,7 @@ std::string NameIn(std::string const& directory, Presence* presence, int* lowerc
   *presence = PresenceOf(upper);
   if (*presence != Presence::Absent) return upper;
   *presence = PresenceOf(lower);
+  if (*presence == Presence::Absent) errno = 0;
   *lowercase = *presence == Presence::Present;
   return *lowercase ? lower : upper;
 }
@@ -67,6 +69,10 @@ Disk_DicomDir::~Disk_DicomDir() {
 }
 
 int Disk_DicomDir::Init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy) {
+  return Disk_WithCause([&] { return init(file_set_prefix, for_reading, strategy); });
+}
+
+int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy) {
   if (!file_set_prefix) return Failed("Read: file_set_prefix is NULL.\n");
   if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
   file_descriptor = -1;
@@ -91,7 +97,11 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
   if (presence == Presence::Unknown) return -1;
   bool const exists = presence == Presence::Present;
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
-  if (exists && system.Access(file_name.c_str(), W_OK) == -1) read_only = true;
+  if (exists && system.Access(file_name.c_str(), W_OK) == -1) {
+    if (errno != EACCES && errno != EROFS && errno != EPERM)
+      return Failed("Init: Can't tell whether it can be written.\n");
+    read_only = true;
+  }
   struct stat status {};
   *is_new =
       !read_only &&
@@ -118,7 +128,9 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
     if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true) == -1 ||
         Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1 ||
         Util_FileSystem::SyncDirectory(file_name.substr(0, file_name.rfind('/')).c_str()) == -1) {
-      KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+      int const cause = errno;
+      DISK_LOG(3, "Init: %s (errno=%d).\n", temporary.c_str(), cause);
+      errno = cause;
       return Failed("Init: Failed write the new dicomdir.\n");
     }
   }
@@ -212,6 +224,10 @@ void Disk_DicomDir::patch_prefix() {
 }
 
 int Disk_DicomDir::Write(Disk_StorageStrategy* strategy) {
+  return Disk_WithCause([&] { return write_prefix(strategy); });
+}
+
+int Disk_DicomDir::write_prefix(Disk_StorageStrategy* strategy) {
   DISK_LOG(7, "Write:\n");
   if (prefix_.empty() && make_prefix() == -1) return -1;
   patch_prefix();
@@ -260,7 +276,10 @@ bool Disk_DicomDir::Claim(unsigned offset, unsigned chain) const {
 // Operations
 
 int Disk_DicomDir::Begin() {
+  errno = 0;
   if (char const* const why = unfit_for_writing()) {
+    if (read_only) errno = EROFS;
+    if (errno != 0) KlbGError.Set(DISK_ERROR_SYSTEM + errno);
     DISK_LOG(3, "Begin: %s can't be written: %s.\n", file_name.c_str(), why);
     return -1;
   }

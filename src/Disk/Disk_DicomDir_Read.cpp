@@ -1,6 +1,7 @@
 #include <Disk/Disk_DicomDir.h>
 
 #include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
 #include "dicom/Dicom_DataSetReader.h"
 
 #include <dicom/Util_TransferSyntax.h>
@@ -38,8 +39,11 @@ int Disk_DicomDir::read_until_records() {
     return -1;
   }
   static_cast<IOD_Msg&>(*this) = IOD_Msg();
-  records_begin_ = unsigned(std::max<off_t>(Tell(file_descriptor), 0)); // until the prefix is known
-  while (!is_record_sequence()) {
+  off_t const data_set = Tell(file_descriptor);
+  if (data_set == -1) return Failed("read_until_records: the position can't be told.\n");
+  records_begin_ = unsigned(data_set); // until the prefix is known
+  for (int found = 0; (found = is_record_sequence()) != 1;) {
+    if (found == -1) return -1;
     if (Tell(file_descriptor) > kLongestPrefix) return Failed("read_until_records: Failed constructing Dicom_ME.\n");
     Dicom_ME element(file_descriptor, nullptr, transfer_syntax, this, &error);
     if (error == -1) return Failed("read_until_records: Failed constructing Dicom_ME.\n");
@@ -64,17 +68,18 @@ int Disk_DicomDir::read_prefix() {
   return last_at_ == 0 ? 0 : read_offset(last_at_, kLastOffset.Element());
 }
 
-bool Disk_DicomDir::is_record_sequence() {
+/// 1 or 0; -1 when it can't be told. The position stays where it is.
+int Disk_DicomDir::is_record_sequence() {
   std::uint32_t tag = 0;
   if (read_tag(&tag) == -1) {
     DISK_LOG(3, "is_record_sequence: Failed reading the tag.\n");
-    return false;
+    return -1;
   }
   if (Util_FileSystemInterface::Current().Lseek(file_descriptor, -4, SEEK_CUR) == -1) {
     DISK_LOG(3, "is_record_sequence: faild seeking back.\n");
-    return false;
+    return -1;
   }
-  return tag == kRecordSequence.Number();
+  return tag == kRecordSequence.Number() ? 1 : 0;
 }
 
 int Disk_DicomDir::read_tag(std::uint32_t* tag) {
@@ -142,6 +147,10 @@ int Disk_DicomDir::read_offset(unsigned place, unsigned element) {
 }
 
 int Disk_DicomDir::RefreshOffsetEnd() {
+  return Disk_WithCause([&] { return refresh_offset_end(); });
+}
+
+int Disk_DicomDir::refresh_offset_end() {
   if (!Has(kFirstOffset)) return Failed("RefreshOffsetEnd: Offset Of The First Directory Record is NULL.\n");
   if ((first_at_ != 0 && read_offset(first_at_, kFirstOffset.Element()) == -1) ||
       (last_at_ != 0 && read_offset(last_at_, kLastOffset.Element()) == -1))

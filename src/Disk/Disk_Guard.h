@@ -3,6 +3,7 @@
 #include <infra/Klb_GError.h>
 #include <infra/Klb_LogFile.h>
 
+#include <cerrno>
 #include <exception>
 #include <new>
 
@@ -19,6 +20,17 @@ int Disk_Guarded(char const* name, Operation operation) noexcept {
     DISK_LOG(3, "%s: %s\n", name, e.what());
   }
   return -1;
+}
+
+/// Runs a step that ends with 0 or -1; the system call that failed in it, or the lack of memory, gives the error code.
+template <class Step>
+int Disk_WithCause(Step step) {
+  errno = 0;
+  int const result = step();
+  if (result == 0 || errno == 0) return result;
+  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  DISK_LOG(3, "The cause: errno=%d.\n", errno);
+  return result;
 }
 
 /// Holds a lock for a scope, or until it is released, which tells its result. `Lock` has LockShared and its like.

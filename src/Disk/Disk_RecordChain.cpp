@@ -1,5 +1,6 @@
 #include <Disk/Disk_RecordChain.h>
 
+#include "Disk/Disk_Guard.h"
 #include "dicom/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_StorageStrategy.h>
@@ -114,6 +115,10 @@ int Disk_RecordChain::ReadRecords(int fd, Dicom_TransferSyntax const& syntax, un
 }
 
 int Disk_RecordChain::ReadRecords(Disk_RecordSource const& source, unsigned offset) {
+  return Disk_WithCause([&] { return read_chain(source, offset); });
+}
+
+int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offset) {
   DISK_LOG(7, "ReadRecords: record offset is %d.\n", int(offset));
   clearAndDestroy();
   unsigned const chain = offset;
@@ -232,6 +237,11 @@ struct Disk_RecordChain::Output {
 
 int Disk_RecordChain::WriteRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset,
                                    Disk_StorageStrategy* strategy) {
+  return Disk_WithCause([&] { return write_chain(fd, syntax, offset, strategy); });
+}
+
+int Disk_RecordChain::write_chain(int fd, Dicom_TransferSyntax const& syntax, unsigned offset,
+                                  Disk_StorageStrategy* strategy) {
   Output output{fd, strategy};
   if (!strategy || strategy != written_through_) {
     if (write_all(output, syntax, offset) == -1) return -1;
