@@ -98,6 +98,8 @@ int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifi
   int result = study_file->Delete(&removal);
   *tally += removal.tally;
   if (result == 0) result = count_removed(study, removal, level);
+  // there a part of the records would be damage; without them the files are missing, which the next delete mends
+  if (result == -1 && is_standard() && removal.tally.completed > 0) return -1;
   if (Write() == -1 || operation.Commit() == -1) {
     DISK_LOG(3, "Delete: Can't update the file.\n");
     return -1;
