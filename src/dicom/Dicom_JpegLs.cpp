@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 // The deprecated C functions of this codec share their names with those of another version that DCMTK brings
 // along: only the classes are safe to use where both may be in one process.
@@ -61,6 +62,7 @@ std::ptrdiff_t Dicom_EncodeJpegLs(Dicom_ImagePixel const& image, int precision, 
     return std::ptrdiff_t(encoder.encode(frame.data(), frame.size()));
   } catch (charls::jpegls_error const& failure) {
     if (failure.code() == charls::jpegls_errc::destination_buffer_too_small) return 0;
+    if (failure.code() == charls::jpegls_errc::not_enough_memory) throw std::bad_alloc();
     *error = failure.what();
     return -1;
   }
@@ -100,6 +102,7 @@ bool Dicom_DecodeJpegLs(Dicom_ImagePixel const& image, std::string_view stream, 
     }
     return true;
   } catch (charls::jpegls_error const& failure) {
+    if (failure.code() == charls::jpegls_errc::not_enough_memory) throw std::bad_alloc();
     *error = failure.what();
     return false;
   }

@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <cstdlib>
+#include <infra/Klb_GError.h>
 #include <infra/Util_Buffer.h>
 #include <new>
 
@@ -11,6 +12,7 @@ std::shared_ptr<Util_Buffer> Util_Buffer::Make(size_t size) noexcept {
     if (buffer->data_) return buffer;
   } catch (std::bad_alloc const&) {
   }
+  KlbGError.SetSystem(ENOMEM); // who has a code of its own sets that
   errno = ENOMEM;
   return nullptr;
 }
