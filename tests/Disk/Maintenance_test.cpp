@@ -48,11 +48,6 @@ protected:
     for (auto const& entry : fs::directory_iterator(Prefix()))
       fs::remove_all(entry.path());
   }
-  void BringBack(std::string const& saved) {
-    Clear();
-    fs::copy(saved, Prefix(), fs::copy_options::recursive);
-  }
-  TempDirectory saved_;
 };
 INSTANTIATE_TEST_SUITE_P(Structures, MaintenanceTest, kBothStructures, StructureName);
 
@@ -85,36 +80,6 @@ TEST_P(MaintenanceTest, ADeleteTakesNothingOfAKilledStore) {
       EXPECT_EQ(Delete(level, a), 0);
       EXPECT_TRUE(Has(b));
       EXPECT_FALSE(Has(a));
-      ExpectNoDamage();
-    }
-  }
-  std::printf("%d points\n", points);
-}
-
-// A delete is killed anywhere: nothing else is harmed, and the same delete completes it.
-TEST_P(MaintenanceTest, AKilledDeleteIsCompletedByRepeatingIt) {
-  Phantom::Object const gone{.size = kSize}, kept{.study = 2, .size = kSize};
-  for (auto const& o : {gone, Phantom::Object{.image = 2}, Phantom::Object{.series = 2}, kept})
-    ASSERT_EQ(StoreOne(o), 0);
-  fs::copy(Prefix(), saved_ / "start", fs::copy_options::recursive);
-  int points = 0;
-  for (auto const level : {kImageLevel, kSeriesLevel, kStudyLevel}) {
-    bool done = false;
-    for (int point = 1; !done && !HasFailure(); ++point, ++points) {
-      SCOPED_TRACE("level " + std::to_string(level) + ", point " + std::to_string(point));
-      BringBack(saved_ / "start");
-      done = KillAt(point, [&] { return Delete(level, gone); }) == 0;
-      ExpectNoDamage();
-      EXPECT_TRUE(Has(kept));
-      Delete(level, gone); // -1 when it had come to its end
-      EXPECT_FALSE(Has(gone));
-      EXPECT_EQ(Has({.image = 2, .size = kSize}), level == kImageLevel);
-      EXPECT_EQ(Has({.series = 2, .size = kSize}), level != kStudyLevel);
-      EXPECT_TRUE(Has(kept));
-      ExpectNoDamage();
-      // what was deleted can be stored again
-      EXPECT_EQ(StoreOne(gone), 0);
-      EXPECT_TRUE(Has(gone));
       ExpectNoDamage();
     }
   }

@@ -150,36 +150,6 @@ TEST_F(StandardTest, TwoRootsSeeEachOther) {
   ExpectWhole(std::size_t(image));
 }
 
-TEST_F(StandardTest, EveryFailedCallLeavesWhatWasStored) {
-  auto root = Open();
-  ASSERT_EQ(Store(*root, *Phantom::Make(Small({}))), 0);
-  int stored = 1;
-  bool failed = true;
-  for (int point = 1; failed; ++point) {
-    SCOPED_TRACE(point);
-    auto msg = Phantom::Make(Small({.series = 1 + point % 2, .image = point + 1}));
-    int left = point;
-    {
-      FaultyFileSystem const faulty([&](std::string_view call, char const*) {
-        bool const writes = call == "Pwrite" || call == "Writev" || call == "Write" || call == "Rename" ||
-                            call == "Fdatasync" || call == "Fsync" || call == "Open" || call == "Mkdir" ||
-                            call == "Pread" || call == "Read";
-        return writes && --left == 0 ? EIO : 0;
-      });
-      failed = Store(*root, *msg) == -1 || left <= 0;
-    }
-    // what fails behind the commit is completed by the next operation
-    int const before = stored;
-    stored = Images(*root, {});
-    ASSERT_TRUE(stored == before || stored == before + 1);
-    ASSERT_EQ(Store(*root, *msg), 0) << "the same operation works when the fault is gone";
-    stored = Images(*root, {});
-    ASSERT_GE(stored, before);
-    ExpectWhole(std::size_t(stored));
-    ASSERT_LT(point, 200);
-  }
-}
-
 // What a killed process had committed and not yet applied: readers who can't write see it too.
 TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
   auto live = Open();

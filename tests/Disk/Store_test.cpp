@@ -295,31 +295,6 @@ TEST_F(StoreTest, ReadOnlyRootStoresNothing) {
   EXPECT_EQ(Store(*root, *msg), -1);
 }
 
-TEST_F(StoreTest, EveryFailedCallLeavesWhatWasStored) {
-  auto first = Example();
-  ASSERT_EQ(Store(*Open(), *first), 0);
-  for (int image = 2, failing = 1, done = 0; !done; ++failing) {
-    auto root = Open();
-    auto msg = Example({.series = failing % 2 ? 1 : 2 + failing, .image = image});
-    msg->SetImageNumber(Dicom_IS(image));
-    int count = 0;
-    {
-      FaultyFileSystem faulty([&](std::string_view call, char const*) {
-        bool const counted = call != "Close" && call != "Access" && call != "Flock";
-        return counted && ++count == failing ? ENOSPC : 0;
-      });
-      KlbGError.Set(0);
-      int const result = Store(*root, *msg);
-      done = count < failing;
-      EXPECT_TRUE(!done || result == 0);
-    }
-    EXPECT_EQ(Store(*root, *msg), 0) << "once the fault is gone, call " << failing;
-    EXPECT_TRUE(Fetch(*root, Uids(*first)));
-    EXPECT_TRUE(Fetch(*Open(), Uids(*msg)));
-    ++image;
-  }
-}
-
 TEST_F(StoreTest, DurableStoreOfAKnownSeriesSyncsFourFilesAndThreeDirectories) {
   auto root = Open();
   auto first = Example(), second = Example({.image = 2});

@@ -25,6 +25,7 @@ class Share {
 public:
   Share(unsigned number, unsigned all, std::string point) : number_(number), all_(all), point_(std::move(point)) {}
   /// Whether this process is to run the next point. Say so for each, in the same order in all processes.
+  bool IsFirst() const { return number_ == 0; }
   bool IsMine() { return next_++ % all_ == number_; }
   /// Runs `work`, which throws what is wrong, and reports that under a name which repeats it.
   void Run(std::string const& name, std::function<void()> const& work);

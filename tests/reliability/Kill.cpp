@@ -76,7 +76,7 @@ void Kills(Case const& c, Steps const& steps, std::string const& place, Share& s
 Result RunKills(Options const& options) {
   TempDirectory const prepared;
   std::vector<Case> const cases = Cases(options.selection, prepared.Path());
-  Steps const steps = options.full || !options.point.empty() ? Steps{1, 5} : Steps{7, 29};
+  Steps const steps = options.full || !options.point.empty() ? Steps{1, 5} : Steps{9, 31};
   Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
     for (Case const& c : cases)
       Kills(c, steps, place, share);

@@ -118,6 +118,19 @@ Operation DeleteOf(std::string name, Level::Value level) {
 
 void RemoveAll(Model& model, bool) { model = {}; }
 
+// What is passed over is a failure for us, though not for the engine: it logs it, and gives 0.
+int IsAllGone(Session& session, std::function<int(SCL_QueryIdentifier const&, Dicom_Sequence*)> const& query) {
+  SCL_QueryIdentifier all(Level::STUDY);
+  all.SetStudyInstanceUID(UI_NULL);
+  Dicom_Sequence left;
+  return session.Call([&] { return query(all, &left); }) == 0 && left.GetNItems() == 0 ? 0 : -1;
+}
+
+int AutoDelete(Session& session) {
+  if (WithRoot(session, [](auto& root) { return root.AutoDelete(); }) == -1) return -1;
+  return IsAllGone(session, [&](auto const& all, auto* left) { return session.Root()->Query(all, 1, left); });
+}
+
 int CleanCache(Session& session) {
   Disk_CacheRepository cache;
   cache.SetPath(FromUTF8(session.site.Set().c_str()));
@@ -129,9 +142,7 @@ int CleanCache(Session& session) {
   constexpr int kAnyGrade = 100;
   cache.SetThreshold(kAnyGrade);
   if (session.Call([&] { return cache.AutoCleanNStudies(answers.GetNItems()); }) == -1) return -1;
-  // a study counts as cleaned once the root is written, whatever failed below
-  Dicom_Sequence left;
-  return session.Call([&] { return cache.Query(all, 1, &left); }) == 0 && left.GetNItems() == 0 ? 0 : -1;
+  return IsAllGone(session, [&](auto const& wanted, auto* left) { return cache.Query(wanted, 1, left); });
 }
 
 // Changes
@@ -214,8 +225,7 @@ Operation Recovery() {
 }
 
 std::vector<Operation> MakeOperations() {
-  Operation auto_delete{.name = "auto-delete", .is_standard = false, .act = {}, .effect = RemoveAll};
-  auto_delete.act = [](Session& session) { return WithRoot(session, [](auto& root) { return root.AutoDelete(); }); };
+  Operation auto_delete{.name = "auto-delete", .is_standard = false, .act = AutoDelete, .effect = RemoveAll};
   Operation clean{.name = "cache clean", .is_standard = false, .act = CleanCache, .effect = RemoveAll};
   static SCL_MoveIdentifier const s_study = Named(Level::STUDY);
   static Dicom_UI const s_uid = Phantom::StudyUid(kKnown);
