@@ -143,6 +143,7 @@ void RequireNoLocks(Site const& site) {
 struct Told {
   int result = -1, code = 0;
   bool line = false;
+  bool for_reading = false; // a DICOMDIR that may not be written is opened for reading, and stays so for its root
 };
 
 Told Act(Case const& c, Session& session, Fault const& fault) {
@@ -183,6 +184,7 @@ Told ActWithFaults(Case const& c, Session& session, Fault const& fault) {
   bool const must_succeed = seam.only_retried && (fault.error == EINTR || fault.kind == Fault::ShortCounts);
   Require(told.result == 0 || !must_succeed, seam.first + ": isn't got over");
   Require(told.result == -1 || seam.unforgiven.empty(), seam.unforgiven + ": goes unnoticed");
+  told.for_reading = seam.first == "Access DICOMDIR" && (fault.error == EACCES || fault.error == EROFS);
   std::string const failed = seam.unforgiven.empty() ? seam.first : seam.unforgiven;
   Require(told.result == 0 || told.code != 0, failed + ": no error code");
   Require(told.result == 0 || told.line, failed + ": no line in the log names a file or a cause");
@@ -230,7 +232,7 @@ void Attempt(Case const& c, Fault const& fault, std::string const& place) {
       fs::copy(c.prepared + "/incoming", site.Incoming());
     Outcome const outcome = told.result == 0 ? Outcome::Done : Outcome::Unknown;
     Session fresh(site, c.operation->flags);
-    Session& next = fault.same_root && session.IsOpen() ? session : fresh;
+    Session& next = fault.same_root && session.IsOpen() && !told.for_reading ? session : fresh;
     if (fault.thorough)
       Judge(c, site, outcome, [&] { return c.operation->act(next); });
     else if (outcome == Outcome::Done)
