@@ -47,3 +47,4 @@ struct Result {
 };
 Result RunKills(Options const& options);
 Result RunErrors(Options const& options);
+Result RunProcesses(Options const& options);

@@ -5,16 +5,12 @@
 #include <Disk/Disk_Access.h>
 #include <dicom/Dicom_Compressor.h>
 
-namespace {
-
 Content ContentOf(IOD_Msg const& object) {
   IOD_Msg plain(object);
   Require(Dicom_Compressor().Decompress(&plain) == 0, "an object can't be decompressed");
   return {object.GetStudyInstanceUID().GetText(), object.GetSeriesInstanceUID().GetText(),
           object.GetPatientID().GetText(), object.GetPatientsName().GetText(), PixelsOf(plain)};
 }
-
-} // namespace
 
 void Model::Add(IOD_Msg const& object, bool standard) {
   Content const content = ContentOf(object);

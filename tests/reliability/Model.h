@@ -46,6 +46,9 @@ struct Model {
   }
 };
 
+/// Of an object, its pixels decompressed.
+Content ContentOf(IOD_Msg const& object);
+
 /// The objects of all operations: small ones.
 std::unique_ptr<IOD_Msg> MakeObject(Phantom::Object object);
 

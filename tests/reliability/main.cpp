@@ -9,7 +9,8 @@
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-  std::map<std::string, Result (*)(Options const&)> const campaigns{{"errors", RunErrors}, {"kill", RunKills}};
+  std::map<std::string, Result (*)(Options const&)> const campaigns{
+      {"errors", RunErrors}, {"kill", RunKills}, {"processes", RunProcesses}};
   Options options;
   std::string name;
   CLI::App app("Puts the file-set engine through faults, and tells what it lost");
