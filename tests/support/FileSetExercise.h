@@ -1,0 +1,195 @@
+// A small file-set that is given a damaged or hostile file, and everything that a caller may do with it then: look,
+// query, fetch, store, delete, scan. Nothing of that may crash, lead out of the file-set, fail without a word, or
+// change what it only reads. Used by tests and by the fuzzers.
+#pragma once
+
+#include "Phantom.h"
+#include "support/FencedFileSystem.h"
+
+#include <Disk/Disk_Check.h>
+#include <Disk/Disk_RootDirectoryFile.h>
+#include <infra/CToolParse.h>
+#include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystem.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <unistd.h>
+
+class FileSetExercise {
+public:
+  std::string prefix;                       // in memory where the system has such a place
+  std::map<std::string, std::string> files; // what stands in it before each run, by relative name
+  std::size_t escapes = 0, runs = 0;
+
+  explicit FileSetExercise(unsigned structure) : structure_(structure) {
+    std::error_code none;
+    bool const shared_memory = std::filesystem::is_directory("/dev/shm", none) && access("/dev/shm", W_OK) == 0;
+    home_ = (shared_memory ? "/dev/shm" : std::filesystem::temp_directory_path().string()) + "/disk_fuzz_XXXXXX";
+    if (!mkdtemp(home_.data())) std::abort();
+    prefix = home_ + "/set";
+    std::filesystem::create_directories(prefix);
+    std::filesystem::create_directories(Outside());
+    Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+    for (Phantom::Object const& object : Objects())
+      if (auto const root = Open()) Store(*root, object);
+    for (auto const& entry : std::filesystem::recursive_directory_iterator(prefix))
+      if (entry.is_regular_file()) files[entry.path().string().substr(prefix.size() + 1)] = Read(entry.path());
+  }
+  ~FileSetExercise() {
+    std::error_code none;
+    std::filesystem::remove_all(home_, none);
+    KlbGLog.SetSink(nullptr);
+  }
+  FileSetExercise(FileSetExercise const&) = delete;
+  FileSetExercise& operator=(FileSetExercise const&) = delete;
+
+  static std::vector<Phantom::Object> Objects() {
+    return {{.size = 4}, {.image = 2, .size = 4}, {.series = 2, .size = 4}, {.patient = 2, .size = 4}};
+  }
+  /// Beside the file-set; nothing may happen to it.
+  std::string Outside() const { return home_ + "/outside"; }
+  std::string At(std::string const& name) const { return prefix + "/" + name; }
+  static std::string Read(std::string const& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  static void Write(std::string const& path, std::string_view bytes) {
+    std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+  }
+
+  std::unique_ptr<Disk_RootDirectoryFile> Open() {
+    int status = 0;
+    auto root = std::make_unique<Disk_RootDirectoryFile>(
+        prefix.c_str(), Disk_StoreParams(Disk_StoreParams::STORE_NATIVE | structure_), 0, &status, nullptr);
+    Expect(status, "open");
+    if (status != 0) return nullptr;
+    root->SetSupportPar({0, 1, 0});
+    return root;
+  }
+  /// Everything as it was at first.
+  void Restore() {
+    if (!is_dirty_) return;
+    std::filesystem::remove_all(prefix);
+    for (auto const& [name, bytes] : files) {
+      std::filesystem::create_directories(std::filesystem::path(At(name)).parent_path());
+      Write(At(name), bytes);
+    }
+    is_dirty_ = false;
+  }
+  /// With another content of a file. Empty, or what went wrong.
+  std::string RunWith(std::string const& name, std::string_view bytes) {
+    Restore();
+    Write(At(name), bytes);
+    bool const is_known = files.count(name) != 0; // a redo record is for whoever comes first
+    std::string const problem = Run(is_known ? std::vector{name} : std::vector<std::string>());
+    is_dirty_ = is_dirty_ || !is_known;
+    if (!is_dirty_) Write(At(name), files[name]);
+    return problem;
+  }
+  /// With what stands there. `unchanged`: what reading must leave as it is.
+  std::string Run(std::vector<std::string> const& unchanged = {}) {
+    FencedFileSystem fence(prefix);
+    problem_.clear();
+    ++runs;
+    lines_ = 0;
+    KlbGLog.SetLogLevel(4);
+    KlbGLog.SetSink([this](int, std::string const&) { ++lines_; });
+    std::map<std::string, std::string> before;
+    for (std::string const& name : unchanged)
+      before[name] = Read(At(name));
+    Look();
+    for (auto const& [name, bytes] : before)
+      if (!bytes.empty() && Read(At(name)) != bytes) problem_ += "reading changed " + name + "; ";
+    is_dirty_ = is_dirty_ || root_;
+    Change();
+    root_.reset();
+    escapes += fence.escapes.size();
+    for (std::string const& escape : fence.escapes)
+      problem_ += "outside: " + escape + "; ";
+    return problem_;
+  }
+
+private:
+  /// A failure tells why.
+  void Expect(int result, char const* what) {
+    if (result != 0 && result != -1) problem_ += std::string(what) + " gave " + std::to_string(result) + "; ";
+    if (result == -1 && lines_ == 0) problem_ += std::string(what) + " failed without a line; ";
+    lines_ = 0;
+  }
+  void Check(bool deep) {
+    Disk_CheckResult result;
+    Disk_CheckOptions options;
+    options.deep = deep;
+    Expect(Disk_Check(prefix.c_str(), Disk_StoreParams(structure_), options, &result), "check");
+  }
+  void Look() {
+    found_.clear();
+    Check(true);
+    root_ = Open();
+    if (!root_) return;
+    for (auto const level :
+         {SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES, SCL_QueryRetrieveLevel::IMAGE}) {
+      SCL_QueryIdentifier identifier(level);
+      identifier.SetStudyInstanceUID(UI_NULL);
+      if (level >= SCL_QueryRetrieveLevel::SERIES) identifier.SetSeriesInstanceUID(UI_NULL);
+      if (level == SCL_QueryRetrieveLevel::IMAGE) {
+        identifier.SetSOPInstanceUID(UI_NULL);
+        identifier.Set(Dicom_Tag(0x0004, std::uint16_t(0x1500)), Dicom_CS(""));
+      }
+      Dicom_Sequence rows;
+      Expect(root_->Query(identifier, 1, &rows), "query");
+      for (int i = 0; i < rows.GetNItems() && i < 6; ++i)
+        found_.emplace_back(level, std::make_unique<SCL_MoveIdentifier>(*rows.Get(i)));
+    }
+  }
+  void Change() {
+    if (!root_) return;
+    for (auto const& [level, row] : found_) {
+      if (level != SCL_QueryRetrieveLevel::IMAGE) continue;
+      Fetch(*row);
+      row->Remove(Dicom_Tag(0x0004, std::uint16_t(0x1500)));
+      Fetch(*row);
+    }
+    for (Phantom::Object const& object :
+         {Objects()[0], Phantom::Object{.image = 9, .size = 4}, Phantom::Object{.patient = 9, .size = 4}})
+      Store(*root_, object);
+    if (structure_ == 0) {
+      Report report;
+      Expect(root_->ProcessZombieFiles(report), "scan");
+    }
+    for (auto row = found_.rbegin(); row != found_.rend(); ++row)
+      Delete(*row->second, row->first);
+    root_.reset();
+    if (Open()) Check(false);
+  }
+  void Fetch(SCL_MoveIdentifier const& identifier) {
+    IOD_Msg* object = nullptr;
+    Expect(root_->GetOne(identifier, 1, &object, nullptr), "fetch");
+    delete object;
+  }
+  void Store(Disk_RootDirectoryFile& root, Phantom::Object const& object) {
+    std::unique_ptr<IOD_Msg> const msg = Phantom::Make(object);
+    Expect(root.Store(msg.get(), false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr), "store");
+  }
+  void Delete(SCL_MoveIdentifier& identifier, SCL_QueryRetrieveLevel::Value level) {
+    identifier.Set(Dicom_Tag(0x0008, std::uint16_t(0x0052)), SCL_QueryRetrieveLevel::TextOf(level));
+    MXL_SubOperationsReport report;
+    SCL_ResponseStatus status;
+    Expect(root_->Delete(identifier, 1, &report, status), "delete");
+  }
+  struct Report : CToolParseDICOMReport {
+    int ProcessFile(RWCString) override { return 0; }
+    int ProcessFolder(RWCString) override { return 0; }
+  };
+
+  unsigned const structure_;
+  std::string home_, problem_;
+  std::unique_ptr<Disk_RootDirectoryFile> root_;
+  std::vector<std::pair<SCL_QueryRetrieveLevel::Value, std::unique_ptr<SCL_MoveIdentifier>>> found_;
+  bool is_dirty_ = false;
+  int lines_ = 0;
+};
