@@ -38,6 +38,10 @@ public:
   /// Replaces the file by one with these records and moves VERSION. 0, or -1; the file is the old or the new one.
   int Write(Dicom_Sequence& sequence);
 
+  /// Before something below the directory is written or removed: 0, or -1 (logged) when it is a link, which may lead
+  /// anywhere.
+  int RefuseLink() const;
+
 protected:
   /// From here on the records in memory may differ from the file: the next Read loads them.
   void MarkDirty() { file_version = 0; }

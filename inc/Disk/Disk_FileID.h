@@ -26,8 +26,10 @@ public:
 
   /// The path as a new string of 512 bytes, for the caller to free with delete[]; null when it can't be formed.
   operator char*() const;
-  /// The path; empty when it can't be formed.
+  /// The path of a file or folder below the prefix; empty when it can't be formed, or no component is left.
   std::string Path() const;
+  /// The same for what may be the prefix itself, which an ID without components then is.
+  std::string FolderPath() const;
 
   /// 0, or -1 when the result is no code string.
   int AddComponent(char const* component);

@@ -237,6 +237,7 @@ std::string Disk_Checker::NamedPath(Disk_FileID const& id, std::string const& di
 }
 
 void Disk_Checker::CheckVersion(std::string const& folder, bool required) {
+  if (folder.empty()) return; // one that can't be, which was told
   std::string const path = folder + "/VERSION";
   struct stat status {};
   bool const exists = System().Stat(path.c_str(), &status) == 0;

@@ -133,7 +133,7 @@ int Disk_StudyDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacture
 
 int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
   if (is_standard()) return Failed(correction.texts.study_structure);
-  if (Read() == -1) return Failed("Can't read study directory file.\n");
+  if (RefuseLink() == -1 || Read() == -1) return Failed("Can't read study directory file.\n");
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     Disk_FileID const id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
     if (Disk_SeriesDirectoryFile(id, params, nullptr, 0).correct(correction) == -1) return -1;
@@ -153,7 +153,7 @@ int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufactur
 }
 
 int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
-  if (Read() == -1) return Failed(correction.texts.cant_read_series);
+  if (RefuseLink() == -1 || Read() == -1) return Failed(correction.texts.cant_read_series);
   for (Disk_InstanceDirectoryRecord* image : image_records)
     if (Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).correct(correction) == -1) return -1;
   return Write() == 0 ? 0 : Failed(correction.texts.cant_write_series);

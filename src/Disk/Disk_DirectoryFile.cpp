@@ -124,7 +124,10 @@ int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, W
 
 // VERSION
 
-std::string Disk_DirectoryFile::version_path() const { return directory().Path() + "/VERSION"; }
+std::string Disk_DirectoryFile::version_path() const {
+  std::string const folder = directory().FolderPath();
+  return folder.empty() ? folder : folder + "/VERSION";
+}
 
 int Disk_DirectoryFile::IsUpToDate() const {
   if (writing_strategy && writing_strategy->HasPendingData()) {

@@ -127,6 +127,15 @@ Disk_FileID Disk_DirectoryFile::directory() const {
   return id;
 }
 
+int Disk_DirectoryFile::RefuseLink() const {
+  std::string const folder = directory().FolderPath();
+  struct stat status {};
+  if (Util_FileSystemInterface::Current().Lstat(folder.c_str(), &status) == -1 || !S_ISLNK(status.st_mode)) return 0;
+  DISK_LOG(3, "%s is a link: what it leads to isn't changed.\n", folder.c_str());
+  KlbGError.Set(DISK_ERROR_FILE_NAME);
+  return -1;
+}
+
 std::string Disk_DirectoryFile::sanitized(std::string_view text) {
   std::string result(text);
   for (char& c : result)
@@ -141,7 +150,7 @@ std::string Disk_DirectoryFile::name_part(std::string_view text, std::size_t mos
 
 Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* status) const {
   *status = -1;
-  std::string const folder = directory().Path();
+  std::string const folder = directory().FolderPath();
   if (folder.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter)) {
     DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", name.c_str());
     KlbGError.Set(DISK_ERROR_FILE_NAME);

@@ -37,6 +37,12 @@ Disk_FileID::Disk_FileID(char const* file_set_prefix, char const* file_name, int
 }
 
 std::string Disk_FileID::Path() const {
+  std::string path = FolderPath();
+  if (path.size() <= prefix_.size()) path.clear();
+  return path;
+}
+
+std::string Disk_FileID::FolderPath() const {
   std::string path = prefix_;
   for (int i = 0; i < id_.GetNValues(); ++i) {
     std::string component(id_.ValueView(i));
@@ -44,8 +50,8 @@ std::string Disk_FileID::Path() const {
       for (char& c : component)
         c = char(std::tolower(static_cast<unsigned char>(c)));
     }
+    if (!component.empty() && component.back() == ' ') component.pop_back();
     if (component.empty()) continue;
-    if (component.back() == ' ') component.pop_back();
     if (!IsSafe(component)) return {};
     path += '/';
     path += component;
@@ -54,7 +60,7 @@ std::string Disk_FileID::Path() const {
 }
 
 Disk_FileID::operator char*() const {
-  std::string const path = Path();
+  std::string const path = FolderPath();
   if (path.empty()) return nullptr;
   char* const copy = new char[kPathSize];
   std::memcpy(copy, path.c_str(), path.size() + 1);

@@ -57,7 +57,7 @@ void MergeSort(Iterator first, Iterator last, Before before) {
 } // namespace
 
 long Disk_RootDirectoryFile::FreeSpace() {
-  std::string const folder = directory().Path();
+  std::string const folder = directory().FolderPath();
   if (folder.empty()) {
     DISK_LOG(3, "FreeSpace(): Can't remove component from file-id.\n");
     return -1;

@@ -51,6 +51,7 @@ int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_Serie
                                     int* new_image) {
   DISK_LOG(7, "Entering Store\n");
   if (is_standard()) DISK_LOG(6, "Store: standard_dicomdir.\n");
+  if (RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Store(): Can't read series directory file.\n");
     return -1;

@@ -10,14 +10,22 @@ namespace {
 
 constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
 
+bool IsLink(std::string const& path) {
+  struct stat status {};
+  return Util_FileSystemInterface::Current().Lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
 } // namespace
 
 Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
                                                  Disk_DicomDir* dicomdir, unsigned offset)
     : Disk_DirectoryFile(id, store_params, dicomdir), first_series_offset(offset) {
   if (is_standard()) return;
-  std::string const folder = directory().Path();
-  if (folder.empty() || lock_manager.Init(folder.c_str(), params.read_only) == -1)
+  std::string const folder = directory().FolderPath();
+  // the lock in the folder of the file-set is that of the file-set, and held already
+  bool const own = !folder.empty() && folder != directory().GetFileSetPrefix();
+  // and where a link leads no lock file is made
+  if (!own || lock_manager.Init(folder.c_str(), params.read_only || IsLink(folder)) == -1)
     DISK_LOG(3, "Error when trying to lock study\n");
 }
 
@@ -72,6 +80,7 @@ int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* stud
 int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series,
                                    int* new_image) {
   if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
+  if (RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Store(): Can't read the study directory file.\n");
     return -1;

@@ -37,6 +37,7 @@ bool Disk_DeletesCineFiles() { return s_deletes_cine_files; }
 
 int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
   DISK_LOG(7, "Delete:\n");
+  if (RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Delete(): Can't read study directory file.\n");
     return -1;
@@ -73,6 +74,7 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
 int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids,
                                                   Disk_Tally* tally, bool* removed) {
   GetSeriesFile(series);
+  if (series_file->RefuseLink() == -1) return -1;
   if (FindCorruptedEntry(series)) {
     DeleteSeries(series);
     *removed = true;

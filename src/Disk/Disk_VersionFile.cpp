@@ -38,7 +38,9 @@ long Disk_ReadVersion(std::string const& path) {
 }
 
 int Disk_WriteVersion(std::string const& path, long version, bool standard) {
-  Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_WRONLY | O_CREAT, 0664);
+  // Neither a link nor a pipe that stands at the name gets our bytes or makes us wait.
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+  Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), kFlags, 0664);
   if (!file) {
     if (standard && errno == ENOENT) {
       DISK_LOG(7, "SetFileVersion: Failed open the file version.\n");

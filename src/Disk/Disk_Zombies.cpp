@@ -87,12 +87,12 @@ int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (lock(file_set, false) == -1) return Failed("ProcessZombieFiles: Can't lock file-set.\n");
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read root directory file.\n");
   FolderComparison comparison;
-  if (comparison.List(directory().Path(), true) == -1) return -1;
+  if (comparison.List(directory().FolderPath(), true) == -1) return -1;
   std::vector<Disk_StudyDirectoryRecord*> to_scan;
   for (Disk_PatientDirectoryRecord* patient : patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       to_scan.push_back(study);
-      comparison.Name(directory().Path(), *study);
+      comparison.Name(directory().FolderPath(), *study);
     }
   if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
   if (file_set.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock file-set.\n");
@@ -116,7 +116,7 @@ int Disk_StudyDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
   DISK_LOG(7, "ProcessZombieFiles:\n");
   if (is_standard()) return Failed(kNotStandard);
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read study directory file.\n");
-  std::string const folder = directory().Path();
+  std::string const folder = directory().FolderPath();
   FolderComparison comparison;
   if (comparison.List(folder, true) == -1) return -1;
   for (Disk_SeriesDirectoryRecord* series : series_records) {
@@ -134,7 +134,7 @@ int Disk_SeriesDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) 
   DISK_LOG(7, "ProcessZombieFiles:\n");
   if (is_standard()) return Failed(kNotStandard);
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read series directory file.\n");
-  std::string const folder = directory().Path();
+  std::string const folder = directory().FolderPath();
   FolderComparison comparison;
   if (comparison.List(folder, false) == -1) return -1;
   for (Disk_InstanceDirectoryRecord* image : image_records)

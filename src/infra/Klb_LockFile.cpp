@@ -59,8 +59,8 @@ int Klb_LockFile::UnlockExclusive() { return unlock(); }
 
 // Leaves file_ empty after 0 when a reader goes without a lock file.
 int Klb_LockFile::open_file() {
-  // O_NONBLOCK: a pipe that stands there must not make us wait.
-  int const flags = (read_only_ ? O_RDONLY : O_RDWR | O_CREAT) | O_NONBLOCK;
+  // A pipe that stands there must not make us wait; a link might lead to a lock that we hold.
+  int const flags = (read_only_ ? O_RDONLY : O_RDWR | O_CREAT) | O_NONBLOCK | O_NOFOLLOW;
   Util_FileDescriptor file = Util_FileSystem::Open(path_.c_str(), flags);
   struct stat status;
   if (!file && read_only_ && errno == EACCES) return 0;
