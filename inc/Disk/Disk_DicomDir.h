@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 class Disk_Redo;
 class Disk_StorageStrategy;
@@ -81,9 +80,9 @@ public:
   Dicom_TransferSyntax const& Syntax() const override { return transfer_syntax; }
   unsigned RecordsBegin() const override { return records_begin_; }
   unsigned RecordsEnd() const override { return offset_end; }
-  bool Claim(unsigned offset, unsigned chain) const override;
+  bool Claim(unsigned offset, unsigned length, unsigned chain) const override;
   /// Before all records are read again.
-  void ForgetClaims() { owners_.clear(); }
+  void ForgetClaims() { claims_.Clear(); }
 
 private:
   int open(char const* file_set_prefix, bool* is_new);
@@ -124,5 +123,5 @@ private:
   std::unique_ptr<Disk_WriteGather> gather_;
   bool gathering_ = false;
   std::unique_ptr<Disk_Redo> overlay_;
-  mutable std::unordered_map<unsigned, unsigned> owners_; // offset of a record, start of its chain
+  mutable Disk_RecordClaims claims_;
 };

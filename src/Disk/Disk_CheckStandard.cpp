@@ -19,6 +19,8 @@ constexpr std::uint64_t kMostRedoBytes = 16 << 20;
 constexpr std::size_t kHashName = 8; // length of the name of a study's or series' folder
 constexpr char const* kTypes[] = {"PATIENT", "STUDY", "SERIES"};
 constexpr int kInstance = 3;
+// what Disk_RecordClaims refuses
+constexpr std::size_t kManyRecords = 1 << 16, kLeastMeanRecord = 64;
 
 bool LooksLikeOurs(std::string const& name) {
   return name.size() == kHashName && name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") == name.npos;
@@ -144,6 +146,10 @@ bool Disk_CheckStandard::read_items() {
     }
     items_[offset] = {std::uint32_t(item.length), item.value};
     p = item.next;
+    if (items_.size() > kManyRecords && std::size_t(p - first) < kLeastMeanRecord * items_.size()) {
+      damaged("record-unreadable", "there are very many records that hold next to nothing");
+      return false;
+    }
   }
   return true;
 }
@@ -280,8 +286,8 @@ void Disk_CheckStandard::compare_folders(IOD_Msg const& study, IOD_Msg const* se
   Names const below = names_->Below(study.GetStudyInstanceUID());
   if (!series) {
     study_folders_.insert(below.Folder().GetID().GetText());
-    CheckVersion(below.Folder().Path(), false);
-    CompareFolder(below.Folder().Path(), series_folders_, false, LooksLikeOurs);
+    CheckVersion(below.Folder().FolderPath(), false);
+    CompareFolder(below.Folder().FolderPath(), series_folders_, false, LooksLikeOurs);
     return series_folders_.clear();
   }
   Disk_FileID const folder = below.Below(series->GetSeriesInstanceUID()).Folder();

@@ -107,8 +107,12 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
       !read_only &&
       (!exists || (system.Stat(file_name.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0));
   if (*is_new) return 0;
-  Util_FileDescriptor file =
-      Util_FileSystem::Open(file_name.c_str(), (read_only ? O_RDONLY : O_RDWR) | O_NONBLOCK, 0664);
+  Util_FileDescriptor file;
+  if (!read_only) {
+    file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW);
+    read_only = !file && errno == ELOOP; // what a link leads to is nobody's to write
+  }
+  if (read_only) file = Util_FileSystem::Open(file_name.c_str(), O_RDONLY | O_NONBLOCK);
   if (!file) {
     DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), errno);
     KlbGError.Set(DISK_ERROR_SYSTEM + errno);
@@ -134,7 +138,7 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
       return Failed("Init: Failed write the new dicomdir.\n");
     }
   }
-  Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_CREAT, 0664);
+  Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0664);
   if (!file) {
     DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), errno);
     KlbGError.Set(DISK_ERROR_SYSTEM + errno);
@@ -269,8 +273,8 @@ long Disk_DicomDir::ReadAt(void* data, unsigned size, unsigned offset) const {
   return count;
 }
 
-bool Disk_DicomDir::Claim(unsigned offset, unsigned chain) const {
-  return owners_.emplace(offset, chain).first->second == chain;
+bool Disk_DicomDir::Claim(unsigned offset, unsigned length, unsigned chain) const {
+  return claims_.Add(offset, length, chain, offset_end - records_begin_);
 }
 
 // Operations
@@ -368,7 +372,7 @@ int Disk_DicomDir::Replay(char const* file_set_prefix) {
     DISK_LOG(4, "Replay: %s isn't whole; what it belongs to had no effect.\n", path.c_str());
   } else {
     DISK_LOG(4, "Replay: completing what a process that has ended began to write to %s.\n", name.c_str());
-    Util_FileDescriptor const file = Util_FileSystem::Open(name.c_str(), O_RDWR | O_NONBLOCK);
+    Util_FileDescriptor const file = Util_FileSystem::Open(name.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW);
     struct stat status {};
     if (!file || Util_FileSystemInterface::Current().Fstat(file.Get(), &status) == -1) {
       result = -1;

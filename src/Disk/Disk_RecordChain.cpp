@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <unistd.h>
-#include <unordered_set>
 
 namespace {
 
@@ -33,15 +32,15 @@ public:
   Dicom_TransferSyntax const& Syntax() const override { return syntax_; }
   unsigned RecordsBegin() const override { return 1; }
   unsigned RecordsEnd() const override { return end_; }
-  bool Claim(unsigned offset, unsigned chain) const override {
-    return owners_.emplace(offset, chain).first->second == chain;
+  bool Claim(unsigned offset, unsigned length, unsigned chain) const override {
+    return claims_.Add(offset, length, chain, end_);
   }
 
 private:
   int fd_;
   Dicom_TransferSyntax const& syntax_;
   unsigned end_ = 0;
-  mutable std::unordered_map<unsigned, unsigned> owners_;
+  mutable Disk_RecordClaims claims_;
 };
 
 Dicom_Encoding EncodingOf(Dicom_TransferSyntax const& syntax) { return {syntax.IsExplicitVR(), syntax.IsBigEndian()}; }
@@ -122,11 +121,16 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
   DISK_LOG(7, "ReadRecords: record offset is %d.\n", int(offset));
   clearAndDestroy();
   unsigned const chain = offset;
-  std::unordered_set<unsigned> visited;
-  while (offset != 0) {
-    if (!visited.insert(offset).second || !source.Claim(offset, chain)) {
+  // a loop is noticed by going on from a remembered place, moved ever more rarely, which needs no memory
+  unsigned remembered = 0;
+  for (std::size_t steps = 1, next_move = 1; offset != 0; ++steps) {
+    if (offset == remembered) {
       DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice.\n", offset);
       return -1;
+    }
+    if (steps == next_move) {
+      remembered = offset;
+      next_move *= 2;
     }
     if (read_record(source, offset, chain) == -1) return -1;
     offset = static_cast<Disk_DirectoryRecord*>(last())->GetOffsetOfTheNextDirectoryRecord();
@@ -163,6 +167,11 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, unsigned offs
   } else if (length <= end - offset - kHeader) {
     std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(length);
     if (bytes && source.ReadAt(bytes->data(), length, offset + kHeader) == long(length)) body = bytes;
+  }
+  if (body && !source.Claim(offset, kHeader + unsigned(body->size()), chain)) {
+    DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice, stands in another, or is one of too many.\n",
+             offset);
+    return -1;
   }
   int error = -1;
   std::unique_ptr<Disk_DirectoryRecord> record = make();

@@ -17,7 +17,14 @@ Dicom_Sequence::Dicom_Sequence() = default;
 Dicom_Sequence::Dicom_Sequence(std::shared_ptr<Dicom_Origin const> origin, char const* begin, char const* end)
     : origin_(std::move(origin)) {
   Dicom_RawItem item;
-  for (char const* p = begin; Dicom_ReadItem(p, end, origin_->encoding, &item, origin_->extents.get()); p = item.next)
+  auto const read = [&](char const* p) {
+    return Dicom_ReadItem(p, end, origin_->encoding, &item, origin_->extents.get());
+  };
+  std::size_t count = 0; // first, as growing would take three times the memory
+  for (char const* p = begin; read(p); p = item.next)
+    ++count;
+  items_.reserve(count);
+  for (char const* p = begin; read(p); p = item.next)
     items_.push_back({nullptr, item.value, item.length, true});
 }
 

@@ -148,10 +148,10 @@ TEST_F(DicomDirTest, ChainsThatCantBeReadFail) {
     std::string items;
     char const* message;
   } const cases[] = {
-      {"a record that is its own next", b.Item(RecordBytes(b, first, 0, "IMAGE", "")), "is reached twice."},
+      {"a record that is its own next", b.Item(RecordBytes(b, first, 0, "IMAGE", "")), "is reached twice"},
       {"a loop of two",
        b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")) + b.Item(RecordBytes(b, first, 0, "IMAGE", "")),
-       "is reached twice."},
+       "is reached twice"},
       {"beyond the end", b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")), "is outside of the records."},
       {"before the records", b.Item(RecordBytes(b, 100, 0, "IMAGE", "")), "is outside of the records."},
       {"no item", b.Item(RecordBytes(b, first + 4, 0, "IMAGE", "")), "is not an item tag."},
