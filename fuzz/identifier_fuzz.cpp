@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
   static FileSet set{exercise.prefix, Structure::Private, nullptr};
   if (size == 0) return 0;
   FencedFileSystem fence(exercise.prefix);
-  if (!set.root) set.root = exercise.Open();
+  if (!set.root) set.root = exercise.Open(Disk_StoreParams::READ_ONLY);
   EngineLog log(exercise.prefix);
   Report report;
   std::vector<Key> keys;

@@ -53,10 +53,12 @@ private:
   void Note(char const* call, std::string const& path) { escapes.push_back(std::string(call) + " " + path); }
 
   void Look(char const* call, std::string const& path) {
+    if (path.empty()) return; // names nothing
     if (!Holds(path) || (path + "/").find("/../") != std::string::npos) Note(call, path);
   }
   void Change(char const* call, std::string const& path, bool follows = false) {
     ++changes;
+    if (path.empty()) return;
     Look(call, path);
     std::size_t const cut = path.rfind('/');
     std::string const parent = Real(path.substr(0, cut));

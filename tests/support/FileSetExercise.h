@@ -61,15 +61,32 @@ public:
     std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
   }
 
-  std::unique_ptr<Disk_RootDirectoryFile> Open() {
+  std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE) {
     int status = 0;
-    auto root = std::make_unique<Disk_RootDirectoryFile>(
-        prefix.c_str(), Disk_StoreParams(Disk_StoreParams::STORE_NATIVE | structure_), 0, &status, nullptr);
+    auto root = std::make_unique<Disk_RootDirectoryFile>(prefix.c_str(), Disk_StoreParams(flags | structure_), 0,
+                                                         &status, nullptr);
     Expect(status, "open");
     if (status != 0) return nullptr;
     root->SetSupportPar({0, 1, 0});
     return root;
   }
+  /// All images, from a root of its own: 0 or -1.
+  int Query() {
+    auto const root = Open();
+    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
+    for (auto const& tag : {kStudyUid, kSeriesUid, kInstanceUid})
+      identifier.Set(tag, UI_NULL);
+    Dicom_Sequence rows;
+    return root ? root->Query(identifier, 1, &rows) : -1;
+  }
+  int Check(bool deep) {
+    Disk_CheckResult result;
+    Disk_CheckOptions options;
+    options.deep = deep;
+    return Disk_Check(prefix.c_str(), Disk_StoreParams(structure_), options, &result);
+  }
+  /// Somebody has changed it.
+  void MarkDirty() { is_dirty_ = true; }
   /// Everything as it was at first.
   void Restore() {
     if (!is_dirty_) return;
@@ -88,6 +105,15 @@ public:
     std::string const problem = Run(is_known ? std::vector{name} : std::vector<std::string>());
     is_dirty_ = is_dirty_ || !is_known;
     if (!is_dirty_) Write(At(name), files[name]);
+    return problem;
+  }
+  /// With one more object, which is asked for and deleted by its own identifiers too.
+  std::string RunWith(IOD_Msg& object) {
+    Restore();
+    is_dirty_ = true;
+    also_ = &object;
+    std::string const problem = Run();
+    also_ = nullptr;
     return problem;
   }
   /// With what stands there. `unchanged`: what reading must leave as it is.
@@ -120,17 +146,12 @@ private:
     if (result == -1 && lines_ == 0) problem_ += std::string(what) + " failed without a line; ";
     lines_ = 0;
   }
-  void Check(bool deep) {
-    Disk_CheckResult result;
-    Disk_CheckOptions options;
-    options.deep = deep;
-    Expect(Disk_Check(prefix.c_str(), Disk_StoreParams(structure_), options, &result), "check");
-  }
   void Look() {
     found_.clear();
-    Check(true);
+    Expect(Check(true), "check");
     root_ = Open();
     if (!root_) return;
+    if (also_) TakeAlso();
     for (auto const level :
          {SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES, SCL_QueryRetrieveLevel::IMAGE}) {
       SCL_QueryIdentifier identifier(level);
@@ -164,7 +185,20 @@ private:
     for (auto row = found_.rbegin(); row != found_.rend(); ++row)
       Delete(*row->second, row->first);
     root_.reset();
-    if (Open()) Check(false);
+    if (Open()) Expect(Check(false), "check");
+  }
+  void TakeAlso() {
+    Expect(root_->Store(also_, false, 1, 0, nullptr, 0, nullptr, nullptr, nullptr), "store");
+    SCL_MoveIdentifier const own(*also_);
+    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
+    for (auto const& tag : {kStudyUid, kSeriesUid, kInstanceUid})
+      identifier.Set(tag, own.Get(tag));
+    Dicom_Sequence rows;
+    Expect(root_->Query(identifier, 1, &rows), "query");
+    Fetch(own);
+    for (auto const level :
+         {SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES, SCL_QueryRetrieveLevel::IMAGE})
+      found_.emplace_back(level, std::make_unique<SCL_MoveIdentifier>(own));
   }
   void Fetch(SCL_MoveIdentifier const& identifier) {
     IOD_Msg* object = nullptr;
@@ -186,10 +220,14 @@ private:
     int ProcessFolder(RWCString) override { return 0; }
   };
 
+  static constexpr Dicom_Tag kStudyUid{0x0020, std::uint16_t(0x000D)}, kSeriesUid{0x0020, std::uint16_t(0x000E)},
+      kInstanceUid{0x0008, std::uint16_t(0x0018)};
+
   unsigned const structure_;
   std::string home_, problem_;
   std::unique_ptr<Disk_RootDirectoryFile> root_;
   std::vector<std::pair<SCL_QueryRetrieveLevel::Value, std::unique_ptr<SCL_MoveIdentifier>>> found_;
   bool is_dirty_ = false;
   int lines_ = 0;
+  IOD_Msg* also_ = nullptr;
 };

@@ -1,0 +1,405 @@
+// The file-sets and data sets of somebody who means harm. What is expected of each: an error that is told, or right
+// handling, in time and in little memory; nothing that leads out of the file-set; nothing changed by reading.
+#include "reliability/Hostile.h"
+
+#include "dicom/Util_Inflate.h"
+#include "reliability/Measure.h"
+#include "support/DataSetBytes.h"
+#include "support/DicomdirWalk.h"
+#include "support/FileSetExercise.h"
+
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <set>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned kStandard = Disk_StoreParams::STANDARD_STRUCTURE;
+DataSetBytes const b;
+constexpr std::size_t kFindings = Disk_CheckResult::kMostFindings * 512; // what a check may hold of what it found
+
+class Hostile {
+public:
+  Hostile(bool full, unsigned seed) : full_(full), random_(seed) {}
+
+  int Run() {
+    auto const start = std::chrono::steady_clock::now();
+    Links();
+    for (unsigned const structure : {0u, kStandard}) {
+      Bytes(structure);
+      Names(structure);
+      Kinds(structure);
+    }
+    Siblings();
+    DataSets();
+    std::chrono::duration<double> const time = std::chrono::steady_clock::now() - start;
+    std::printf(
+        "hostile: %d links, %d cuts and flips, %d names, %d links and kinds of files, %d sizes; slowest MB %.2f s, "
+        "most memory beyond the file %ld MB; %zu escapes, %d failures, %.1f s\n",
+        counts_[0], counts_[1], counts_[2], counts_[3], counts_[4], slowest_, largest_, escapes_, failures_,
+        time.count());
+    return failures_;
+  }
+
+private:
+  enum Part { Link, Byte, Name, Kind, Size };
+
+  void Expect(Part part, std::string const& what, std::string const& problem) {
+    ++counts_[part];
+    if (problem.empty()) return;
+    ++failures_;
+    std::printf("hostile: FAILED %s: %s\n", what.c_str(), problem.c_str());
+  }
+  static void Put(std::string& text, std::size_t at, std::uint32_t number) { text.replace(at, 4, b.Number(number, 4)); }
+
+  /// Every link of a DICOMDIR gets every number that may do harm; then several at random.
+  void Links() {
+    FileSetExercise set(kStandard);
+    std::string const sound = set.files["DICOMDIR"];
+    DicomdirWalk const walk(set.At("DICOMDIR"));
+    std::vector<std::size_t> links{sound.find(b.Claiming(0x00041200, "UL", 4)) + 8,
+                                   sound.find(b.Claiming(0x00041202, "UL", 4)) + 8};
+    auto const size = std::uint32_t(sound.size());
+    std::vector<std::uint32_t> numbers{0,        1,    walk.begin - 1, walk.begin + 2, size - 8,
+                                       size - 1, size, size + 1,       1u << 31,       ~0u};
+    for (int level = 0; level < 4; ++level)
+      for (auto const* record : walk.Level(level)) {
+        numbers.push_back(record->place); // itself, behind, before, with another parent, of another level
+        numbers.push_back(record->place + 8);
+        links.push_back(record->place + 16); // next
+        links.push_back(record->place + 38); // below
+      }
+    auto const run = [&](std::string const& what, std::string const& bytes) {
+      Expect(Link, what, set.RunWith("DICOMDIR", bytes));
+    };
+    for (std::size_t const link : links)
+      for (std::uint32_t const number : numbers) {
+        std::string bytes = sound;
+        Put(bytes, link, number);
+        run("link at " + std::to_string(link) + " to " + std::to_string(number), bytes);
+      }
+    for (int const shift : {-12, -8, -2, -1, 1, 2, 8, 12}) {
+      std::string bytes = sound;
+      for (std::size_t const link : links)
+        if (std::uint32_t const old = Number(sound, link)) Put(bytes, link, old + std::uint32_t(shift));
+      run("all offsets off by " + std::to_string(shift), bytes);
+    }
+    std::string inconsistent = sound;
+    inconsistent.replace(sound.find(b.Claiming(0x00041212, "US", 2)) + 8, 2, "\xFF\xFF");
+    run("consistency flag", inconsistent);
+    for (int i = 0; i < (full_ ? 5000 : 100); ++i) {
+      std::string bytes = sound;
+      for (int changes = 2 + int(random_() % 4); changes > 0; --changes)
+        Put(bytes, links[random_() % links.size()], numbers[random_() % numbers.size()]);
+      run("links at random, " + std::to_string(i), bytes);
+    }
+    escapes_ += set.escapes;
+  }
+  static std::uint32_t Number(std::string const& text, std::size_t at) {
+    std::uint32_t number = 0;
+    for (std::size_t i = 4; i-- > 0;)
+      number = number << 8 | static_cast<unsigned char>(text[at + i]);
+    return number;
+  }
+
+  /// Every directory file is cut at every byte, and every bit of it flipped.
+  void Bytes(unsigned structure) {
+    FileSetExercise set(structure);
+    std::size_t const step = full_ ? 1 : 41;
+    for (auto const& [name, bytes] : set.files) {
+      if (!name.ends_with("DICOMDIR") && !name.ends_with("DIRFILE") && !name.ends_with("VERSION")) continue;
+      for (std::size_t i = random_() % step; i < bytes.size(); i += step) {
+        Expect(Byte, name + " cut at " + std::to_string(i), set.RunWith(name, std::string_view(bytes).substr(0, i)));
+        for (int bit = full_ ? 0 : int(random_() % 8), last = full_ ? 7 : bit; bit <= last; ++bit) {
+          std::string flipped = bytes;
+          flipped[i] = char(flipped[i] ^ 1 << bit);
+          Expect(Byte, name + " flipped at " + std::to_string(i) + "." + std::to_string(bit),
+                 set.RunWith(name, flipped));
+        }
+      }
+    }
+    escapes_ += set.escapes;
+  }
+
+  /// UIDs and names of objects, and file IDs of records, that a path can't be made of, or must not.
+  void Names(unsigned structure) {
+    FileSetExercise set(structure);
+    std::string const names[] = {"..",
+                                 ".",
+                                 "",
+                                 " ",
+                                 "...",
+                                 "..\\..\\etc",
+                                 "/etc",
+                                 "/",
+                                 "a/b",
+                                 "../../outside/file",
+                                 "..\\outside\\file",
+                                 std::string("a\0b", 3),
+                                 std::string("..\0", 3),
+                                 std::string(65, '1'),
+                                 std::string(600, 'A'),
+                                 "1.2.3   ",
+                                 "abc",
+                                 "\xC3\xA4\xC3\xB6",
+                                 "\xFF\xFE",
+                                 "CON",
+                                 "NUL.txt",
+                                 "*",
+                                 "?",
+                                 "1.2.*",
+                                 "A\nB",
+                                 "\x1B[2J",
+                                 "%s%n",
+                                 "DICOMDIR",
+                                 "LOCKFILE",
+                                 "VERSION",
+                                 "~",
+                                 "$HOME",
+                                 "-rf",
+                                 "1.2.\\1.3"};
+    using U = std::uint16_t;
+    Dicom_Tag const tags[] = {{0x0020, U(0x000D)}, {0x0020, U(0x000E)}, {0x0008, U(0x0018)}, {0x0020, U(0x0010)},
+                              {0x0020, U(0x0011)}, {0x0020, U(0x0013)}, {0x0010, U(0x0020)}};
+    for (std::string const& name : names) {
+      for (Dicom_Tag const& tag : tags) {
+        std::unique_ptr<IOD_Msg> const object = Phantom::Make({.patient = 7, .size = 4});
+        object->Set(tag, Dicom_UC(name));
+        object->Set(Dicom_Tag(0x0009, U(0x1003)), Dicom_UC(name));
+        Expect(Name, "object with '" + name + "'", set.RunWith(*object));
+      }
+      for (auto const& [file, bytes] : set.files)
+        for (std::size_t at = 0; (at = bytes.find(std::string("\x04\0\0\x15"
+                                                              "CS",
+                                                              6),
+                                                  at)) != std::string::npos;
+             ++at) {
+          std::size_t const length = static_cast<unsigned char>(bytes[at + 6]);
+          std::string changed = bytes, value = name.substr(0, length);
+          changed.replace(at + 8, length, value + std::string(length - value.size(), ' '));
+          Expect(Name, file + ": a file ID of '" + name + "'", set.RunWith(file, changed));
+        }
+    }
+    escapes_ += set.escapes;
+  }
+
+  /// Something else stands in the place of each file and folder.
+  void Kinds(unsigned structure) {
+    FileSetExercise set(structure);
+    std::string const outside = set.Outside() + "/file", folder = set.Outside() + "/folder";
+    fs::create_directories(folder);
+    std::pair<char const*, std::function<void(std::string const&)>> const kinds[] = {
+        {"link to a file outside", [&](std::string const& path) { fs::create_symlink(outside, path); }},
+        {"link to nothing", [&](std::string const& path) { fs::create_symlink(set.Outside() + "/new", path); }},
+        {"link to a folder outside", [&](std::string const& path) { fs::create_symlink(folder, path); }},
+        {"link to itself", [&](std::string const& path) { fs::create_symlink(path, path); }},
+        {"hard link", [&](std::string const& path) { fs::create_hard_link(outside, path); }},
+        {"pipe", [](std::string const& path) { mkfifo(path.c_str(), 0600); }},
+        {"folder", [](std::string const& path) { fs::create_directories(path + "/below"); }},
+    };
+    std::set<std::string> places;
+    for (auto const& [name, bytes] : set.files)
+      for (fs::path path = name; !path.empty(); path = path.parent_path())
+        places.insert(path.string());
+    places.insert({"DICOMDIR.tmp", "DICOMDIR.redo", "VERSION.tmp"});
+    for (std::string const& place : places)
+      for (auto const& [kind, make] : kinds) {
+        set.MarkDirty();
+        set.Restore();
+        bool const was_folder = fs::is_directory(set.At(place));
+        if (was_folder && std::string(kind) == "hard link") continue;
+        // what stands outside looks like what belongs there
+        FileSetExercise::Write(outside, set.files.count(place) ? set.files[place] : "text");
+        fs::remove_all(folder);
+        if (was_folder)
+          fs::copy(set.At(place), folder, fs::copy_options::recursive);
+        else
+          fs::create_directories(folder);
+        fs::remove_all(set.At(place));
+        auto const before = Contents(set.Outside());
+        make(set.At(place));
+        std::string problem = set.Run();
+        // a hard link is the file itself, and these are written in place
+        bool const in_place =
+            std::string(kind) == "hard link" &&
+            (place.ends_with("VERSION") || place.ends_with(".tmp") || (structure && place == "DICOMDIR"));
+        if (Contents(set.Outside()) != before && !in_place) problem += "what stands outside has changed";
+        Expect(Kind, place + " is a " + kind, problem);
+      }
+    escapes_ += set.escapes;
+  }
+  static std::map<std::string, std::string> Contents(std::string const& folder) {
+    std::map<std::string, std::string> contents;
+    for (auto const& entry : fs::recursive_directory_iterator(folder))
+      contents[entry.path()] = entry.is_regular_file() ? FileSetExercise::Read(entry.path()) : "";
+    return contents;
+  }
+
+  /// Memory and time of one operation on a file of so many bytes, which may use `cap` beside it.
+  void Limited(std::string const& what, std::size_t bytes, std::size_t cap, std::function<bool()> const& work) {
+    Cost const cost = Measure(work);
+    double const seconds = std::max(1.0, double(bytes) / (1 << 20)) * kSlower;
+    if (bytes <= 1 << 20) slowest_ = std::max(slowest_, cost.seconds);
+    largest_ = std::max(largest_, (long(cost.bytes) - long(bytes + cap)) / (1 << 20));
+    std::string problem = !cost.ended ? "the process didn't end by itself" : !cost.result ? "a wrong result; " : "";
+    if (cost.seconds > seconds) problem += std::to_string(cost.seconds) + " s; ";
+    if (kMeasuresMemory && cost.bytes > bytes + cap + (64 << 20))
+      problem += std::to_string(cost.bytes >> 20) + " MB for " + std::to_string(bytes >> 20);
+    Expect(Size, what, problem);
+  }
+
+  static std::string Record(std::uint32_t next, std::uint32_t below, std::string const& type,
+                            std::string const& rest = {}) {
+    return b.Item(b.Element(0x00041400, "UL", b.Number(next, 4)) + b.Element(0x00041410, "US", "\xFF\xFF") +
+                  b.Element(0x00041420, "UL", b.Number(below, 4)) + b.Text(0x00041430, "CS", type) + rest);
+  }
+  void Siblings();
+  void DataSets();
+
+  bool const full_;
+  std::minstd_rand random_;
+  int counts_[5] = {}, failures_ = 0;
+  std::size_t escapes_ = 0;
+  double slowest_ = 0;
+  long largest_ = 0;
+};
+
+/// Directories of very many records, and of records inside of one another.
+void Hostile::Siblings() {
+  using Make = std::string(std::uint32_t at, bool last);
+  constexpr std::size_t kNext = 16, kBelow = 38; // in a record
+  auto const chained = [](std::string const& record) {
+    return [record](std::uint32_t at, bool last) {
+      std::string linked = record;
+      Put(linked, kNext, last ? 0 : at + std::uint32_t(record.size()));
+      return linked;
+    };
+  };
+  std::string elements;
+  for (unsigned i = 0; i < 100; ++i)
+    elements += b.Element(0x00091000 + i, "LO");
+  std::string const uid = b.Text(0x0020000D, "UI", "1.2"), patient = Record(0, 0, "PATIENT"),
+                    study = Record(0, 0, "STUDY", uid);
+  std::pair<char const*, std::function<Make>> const kinds[] = {
+      {"of nothing", [nothing = b.Item("")](std::uint32_t, bool) { return nothing; }},
+      {"of a link", chained(b.Item(b.Element(0x00041400, "UL", b.Number(0, 4))))},
+      {"of an unknown type", chained(Record(0, 0, "ANOTHER"))},
+      {"of another level", chained(study)},
+      {"of 500 bytes", chained(Record(0, 0, "STUDY", uid + b.Text(0x00081030, "LO", std::string(430, 'x'))))},
+      {"of many elements", chained(Record(0, 0, "ANOTHER", elements))},
+      {"with a study each",
+       [both = chained(patient + study), below = std::uint32_t(patient.size())](std::uint32_t at, bool last) {
+         std::string records = both(at, last);
+         Put(records, kBelow, at + below);
+         return records;
+       }},
+  };
+  for (unsigned const structure : {0u, kStandard}) {
+    FileSetExercise set(structure);
+    std::string const sound = set.files["DICOMDIR"];
+    std::size_t const begin = sound.find(b.Tag(0x00041220) + "SQ") + 12;
+    auto const run = [&](std::string const& kind, std::string const& records) {
+      std::string const what = std::string(structure ? "standard, " : "private, ") + std::to_string(records.size()) +
+                               " bytes of records " + kind;
+      FileSetExercise::Write(set.At("DICOMDIR"), sound.substr(0, begin - 4) + b.Number(records.size(), 4) + records);
+      Limited(what + ", query", records.size(), 0, [&] { return set.Query() != 1; });
+      Limited(what + ", check", records.size(), kFindings, [&] { return set.Check(false) != 1; });
+      bool const unchanged = fs::file_size(set.At("DICOMDIR")) == begin + records.size();
+      Expect(Size, what, unchanged ? "" : "reading changed it");
+    };
+    for (std::size_t const most : {std::size_t(1) << 20, std::size_t(full_ ? 100 : 10) << 20})
+      for (auto const& [kind, make] : kinds) {
+        std::string records;
+        std::size_t const longest = make(0, false).size();
+        while (records.size() + 2 * longest < most)
+          records += make(std::uint32_t(begin + records.size()), records.size() + 3 * longest >= most);
+        run(kind, records);
+      }
+    // each holds all that follow it in a value
+    std::string records;
+    std::string const head = Record(0, 0, "ANOTHER").substr(8);
+    std::size_t const all = 1 << 20, each = 8 + head.size() + 12;
+    while (records.size() + 2 * each < all) {
+      std::uint32_t const at = std::uint32_t(begin + records.size()), left = std::uint32_t(all - records.size() - each);
+      records += b.Claiming(0xFFFEE000, "", left + std::uint32_t(each) - 8) +
+                 Record(at + std::uint32_t(each), 0, "ANOTHER").substr(8) + b.Claiming(0x00091001, "OB", left);
+    }
+    run("in one another", records + std::string(all - records.size(), '\0'));
+  }
+}
+
+/// A data set of so many bytes, nearly all of them padding.
+std::string Deflated(std::size_t length) {
+  std::string const part = b.Text(0x00100020, "LO", "ID"), zeros(std::size_t(1) << 20, '\0');
+  std::string out(length / 100, '\0');
+  z_stream z{};
+  deflateInit2(&z, Z_BEST_SPEED, Z_DEFLATED, -15, 9, Z_DEFAULT_STRATEGY);
+  z.next_out = reinterpret_cast<Bytef*>(out.data());
+  z.avail_out = uInt(out.size());
+  for (std::size_t left = length; left > 0; left -= std::min(left, zeros.size())) {
+    std::string const& next = left == length ? part : zeros;
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(next.data()));
+    z.avail_in = uInt(next.size());
+    deflate(&z, left > zeros.size() ? Z_NO_FLUSH : Z_FINISH);
+  }
+  out.resize(z.total_out);
+  deflateEnd(&z);
+  return out;
+}
+
+bool Reads(std::string const& bytes) {
+  Util_File file;
+  if (file.GetBytes(bytes) == -1) return false;
+  std::unique_ptr<IOD_Msg> const msg(file.operator IOD_Msg*());
+  return msg && msg->GetNElements() > 0;
+}
+
+/// Nesting, lengths, and what inflates.
+void Hostile::DataSets() {
+  std::string const id = b.Text(0x00100020, "LO", "ID");
+  std::vector<std::tuple<std::string, std::string, bool>> cases; // what, data set, whether it can be read
+  for (int const depth : {63, 64, 65, 1000, full_ ? 1000000 : 100000})
+    for (bool const defined : {false, true})
+      if (!defined || depth <= 100000)
+        cases.emplace_back("nested " + std::to_string(depth) + (defined ? " defined" : ""),
+                           b.Nested(depth, defined, id), depth <= 64);
+  std::string mixed = id;
+  for (int i = 0; i < 63; ++i)
+    mixed = i % 2 ? b.OpenSequence(0x00081115, b.Item(mixed)) : b.Sequence(0x00081115, b.OpenItem(mixed));
+  cases.emplace_back("nested 64 mixed", mixed, true);
+  cases.emplace_back("nested 65 mixed", b.Sequence(0x00081115, b.Item(mixed)), false);
+  for (std::uint32_t const length : {1u, 3u, 5u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu}) {
+    cases.emplace_back("OB of " + std::to_string(length), b.Claiming(0x7FE00010, "OB", length, "12"), length == 1);
+    cases.emplace_back("SQ of " + std::to_string(length), b.Claiming(0x00081115, "SQ", length, b.Item("")), false);
+    cases.emplace_back("item of " + std::to_string(length),
+                       b.OpenSequence(0x00081115, b.Claiming(0xFFFEE000, "", length, id)), false);
+    cases.emplace_back("sums beyond 2^32 with " + std::to_string(length),
+                       b.Element(0x00091001, "OB", std::string(16, 'x')) + b.Claiming(0x00091002, "OB", length, id),
+                       false);
+    cases.emplace_back("group length " + std::to_string(length), b.Element(0x00100000, "UL", b.Number(length, 4)) + id,
+                       true);
+  }
+  cases.emplace_back("length 0", b.Element(0x7FE00010, "OW"), true);
+  for (auto const& [what, bytes, readable] : cases) {
+    std::string const file = DataSetBytes::File("1.2.840.10008.1.2.1", bytes);
+    bool const wanted = readable;
+    Limited(what, file.size(), 0, [&file, wanted] { return Reads(file) == wanted; });
+  }
+  for (int const mb : {250, 260}) {
+    std::string const file = DataSetBytes::File("1.2.840.10008.1.2.1.99", Deflated(std::size_t(mb) << 20));
+    Limited("deflated, of " + std::to_string(mb) + " MB", file.size(), kMaximalInflated,
+            [&] { return Reads(file) == (mb < 256); });
+  }
+}
+
+} // namespace
+
+int RunHostile(bool full, unsigned seed) { return Hostile(full, seed).Run(); }
