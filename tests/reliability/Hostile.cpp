@@ -293,7 +293,8 @@ void Hostile::Siblings() {
       {"of a link", chained(b.Item(b.Element(0x00041400, "UL", b.Number(0, 4))))},
       {"of an unknown type", chained(Record(0, 0, "ANOTHER"))},
       {"of another level", chained(study)},
-      {"of 500 bytes", chained(Record(0, 0, "STUDY", uid + b.Text(0x00081030, "LO", std::string(430, 'x'))))},
+      {"of 500 bytes", chained(Record(0, 0, "STUDY", b.Text(0x00081030, "LO", std::string(430, 'x')) + uid))},
+      {"out of order", chained(Record(0, 0, "STUDY", elements + uid + b.Text(0x00081030, "LO", "x")))},
       {"of many elements", chained(Record(0, 0, "ANOTHER", elements))},
       {"with a study each",
        [both = chained(patient + study), below = std::uint32_t(patient.size())](std::uint32_t at, bool last) {
@@ -315,12 +316,16 @@ void Hostile::Siblings() {
       bool const unchanged = fs::file_size(set.At("DICOMDIR")) == begin + records.size();
       Expect(Size, what, unchanged ? "" : "reading changed it");
     };
-    for (std::size_t const most : {std::size_t(1) << 20, std::size_t(full_ ? 100 : 10) << 20})
+    std::size_t const siblings = full_ ? 1000000 : 100000;
+    for (bool const megabyte : {true, false})
       for (auto const& [kind, make] : kinds) {
+        // taken apart to be sorted, these need several times their bytes: known, and left to the full form
+        if (!full_ && !megabyte && std::string(kind) == "out of order") continue;
         std::string records;
-        std::size_t const longest = make(0, false).size();
-        while (records.size() + 2 * longest < most)
-          records += make(std::uint32_t(begin + records.size()), records.size() + 3 * longest >= most);
+        std::size_t const longest = make(0, false).size(), count = megabyte ? (1 << 20) / longest : siblings;
+        records.reserve(count * longest);
+        for (std::size_t i = 1; i <= count; ++i)
+          records += make(std::uint32_t(begin + records.size()), i == count);
         run(kind, records);
       }
     // each holds all that follow it in a value
@@ -372,12 +377,12 @@ void Hostile::DataSets() {
         cases.emplace_back("nested " + std::to_string(depth) + (defined ? " defined" : ""),
                            b.Nested(depth, defined, id), depth <= 64);
   std::string mixed = id;
-  for (int i = 0; i < 63; ++i)
+  for (int i = 0; i < 64; ++i)
     mixed = i % 2 ? b.OpenSequence(0x00081115, b.Item(mixed)) : b.Sequence(0x00081115, b.OpenItem(mixed));
   cases.emplace_back("nested 64 mixed", mixed, true);
   cases.emplace_back("nested 65 mixed", b.Sequence(0x00081115, b.Item(mixed)), false);
   for (std::uint32_t const length : {1u, 3u, 5u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu}) {
-    cases.emplace_back("OB of " + std::to_string(length), b.Claiming(0x7FE00010, "OB", length, "12"), length == 1);
+    cases.emplace_back("OB of " + std::to_string(length), b.Claiming(0x7FE00010, "OB", length, "12"), false);
     cases.emplace_back("SQ of " + std::to_string(length), b.Claiming(0x00081115, "SQ", length, b.Item("")), false);
     cases.emplace_back("item of " + std::to_string(length),
                        b.OpenSequence(0x00081115, b.Claiming(0xFFFEE000, "", length, id)), false);
