@@ -117,6 +117,6 @@ int main(int argc, char** argv) {
     runs += int(seeds.size()) + count;
   }
   std::chrono::duration<double> const time = std::chrono::steady_clock::now() - start;
-  std::printf("fuzz: %d inputs, 0 failures, %.1f s\n", runs, time.count());
+  std::printf("%-9s %d inputs, 0 failures, %.0f s\n", "fuzz", runs, time.count());
   return 0;
 }

@@ -47,4 +47,5 @@ struct Result {
 };
 Result RunKills(Options const& options);
 Result RunErrors(Options const& options);
+Result RunHostile(Options const& options);
 Result RunProcesses(Options const& options);

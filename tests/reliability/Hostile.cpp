@@ -1,9 +1,9 @@
 // The file-sets and data sets of somebody who means harm. What is expected of each: an error that is told, or right
 // handling, in time and in little memory; nothing that leads out of the file-set; nothing changed by reading.
-#include "reliability/Hostile.h"
+#include "Campaign.h"
 
+#include "Measure.h"
 #include "dicom/Util_Inflate.h"
-#include "reliability/Measure.h"
 #include "support/DataSetBytes.h"
 #include "support/DicomdirWalk.h"
 #include "support/FileSetExercise.h"
@@ -14,7 +14,6 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <chrono>
 #include <random>
 #include <set>
 
@@ -30,8 +29,7 @@ class Hostile {
 public:
   Hostile(bool full, unsigned seed) : full_(full), random_(seed) {}
 
-  int Run() {
-    auto const start = std::chrono::steady_clock::now();
+  Result Run() {
     Links();
     for (unsigned const structure : {0u, kStandard}) {
       Bytes(structure);
@@ -40,13 +38,13 @@ public:
     }
     Siblings();
     DataSets();
-    std::chrono::duration<double> const time = std::chrono::steady_clock::now() - start;
-    std::printf(
-        "hostile: %d links, %d cuts and flips, %d names, %d links and kinds of files, %d sizes; slowest MB %.2f s, "
-        "most memory beyond the file %ld MB; %zu escapes, %d failures, %.1f s\n",
-        counts_[0], counts_[1], counts_[2], counts_[3], counts_[4], slowest_, largest_, escapes_, failures_,
-        time.count());
-    return failures_;
+    char text[200];
+    std::snprintf(
+        text, sizeof text,
+        "%d links, %d cuts and flips, %d names, %d links and kinds of files, %d sizes, the slowest MB %.2f s, "
+        "memory beyond the file %ld MB, %zu escapes",
+        counts_[0], counts_[1], counts_[2], counts_[3], counts_[4], slowest_, largest_, escapes_);
+    return {text, std::uint64_t(failures_) + escapes_};
   }
 
 private:
@@ -56,7 +54,7 @@ private:
     ++counts_[part];
     if (problem.empty()) return;
     ++failures_;
-    std::printf("hostile: FAILED %s: %s\n", what.c_str(), problem.c_str());
+    std::printf("  %s: %s\n", what.c_str(), problem.c_str());
   }
   static void Put(std::string& text, std::size_t at, std::uint32_t number) { text.replace(at, 4, b.Number(number, 4)); }
 
@@ -407,4 +405,4 @@ void Hostile::DataSets() {
 
 } // namespace
 
-int RunHostile(bool full, unsigned seed) { return Hostile(full, seed).Run(); }
+Result RunHostile(Options const& options) { return Hostile(options.full, options.seed).Run(); }

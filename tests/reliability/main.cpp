@@ -10,7 +10,7 @@
 
 int main(int argc, char** argv) {
   std::map<std::string, Result (*)(Options const&)> const campaigns{
-      {"errors", RunErrors}, {"kill", RunKills}, {"processes", RunProcesses}};
+      {"errors", RunErrors}, {"hostile", RunHostile}, {"kill", RunKills}, {"processes", RunProcesses}};
   Options options;
   std::string name;
   CLI::App app("Puts the file-set engine through faults, and tells what it lost");
