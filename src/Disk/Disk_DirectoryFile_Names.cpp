@@ -130,7 +130,14 @@ Disk_FileID Disk_DirectoryFile::directory() const {
 int Disk_DirectoryFile::RefuseLink() const {
   std::string const folder = directory().FolderPath();
   struct stat status {};
-  if (Util_FileSystemInterface::Current().Lstat(folder.c_str(), &status) == -1 || !S_ISLNK(status.st_mode)) return 0;
+  if (Util_FileSystemInterface::Current().Lstat(folder.c_str(), &status) == -1) {
+    if (errno == ENOENT) return 0; // there is nothing that it could lead to
+    int const cause = errno;
+    DISK_LOG(3, "%s can't be looked at (errno=%d).\n", folder.c_str(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  }
+  if (!S_ISLNK(status.st_mode)) return 0;
   DISK_LOG(3, "%s is a link: what it leads to isn't changed.\n", folder.c_str());
   KlbGError.Set(DISK_ERROR_FILE_NAME);
   return -1;

@@ -168,17 +168,17 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, unsigned offs
     std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(length);
     if (bytes && source.ReadAt(bytes->data(), length, offset + kHeader) == long(length)) body = bytes;
   }
-  if (body && !source.Claim(offset, kHeader + unsigned(body->size()), chain)) {
-    DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice, stands in another, or is one of too many.\n",
-             offset);
-    return -1;
-  }
   int error = -1;
   std::unique_ptr<Disk_DirectoryRecord> record = make();
   if (body) record->record_msg = std::make_unique<IOD_Msg>(Dicom_Msg(body, source.Syntax(), &error));
   if (error == -1) {
     DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
     DISK_LOG(3, "ReadRecords: no whole record stands at offset %u.\n", offset);
+    return -1;
+  }
+  if (!source.Claim(offset, kHeader + unsigned(body->size()), chain)) {
+    DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice, stands in another, or is one of too many.\n",
+             offset);
     return -1;
   }
   Dicom_CS const type = record->GetDirectoryRecordType();
