@@ -10,9 +10,11 @@ namespace {
 
 constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
 
-bool IsLink(std::string const& path) {
+/// 1 or 0; -1 with errno when that can't be told.
+int IsLink(std::string const& path) {
   struct stat status {};
-  return Util_FileSystemInterface::Current().Lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  if (Util_FileSystemInterface::Current().Lstat(path.c_str(), &status) == -1) return errno == ENOENT ? 0 : -1;
+  return S_ISLNK(status.st_mode) ? 1 : 0;
 }
 
 } // namespace
@@ -25,7 +27,8 @@ Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_Sto
   // the lock in the folder of the file-set is that of the file-set, and held already
   bool const own = !folder.empty() && folder != directory().GetFileSetPrefix();
   // and where a link leads no lock file is made
-  if (!own || lock_manager.Init(folder.c_str(), params.read_only || IsLink(folder)) == -1)
+  int const link = own ? IsLink(folder) : -1;
+  if (link == -1 || lock_manager.Init(folder.c_str(), params.read_only || link == 1) == -1)
     DISK_LOG(3, "Error when trying to lock study\n");
 }
 

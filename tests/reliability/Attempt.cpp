@@ -42,6 +42,7 @@ constexpr Forgiven kForgiven[] = {
     {"Lseek", "/DICOMDIR", "", "the limit of what stands before the records isn't asked for once"},
     {"Open", "/LOCKFILE", "store", "a new study's file is made with a lock that nobody takes"},
     {"Fstat", "/LOCKFILE", "store", "the same"},
+    {"Lstat", "", "store", "the same; before the folder of a known study is changed, it is looked at once more"},
     {"Unlink", "", "delete", "what can't be removed is logged and left, and its record goes"},
     {"Rmdir", "", "delete", "the same"},
     {"Access", "", "delete", "the same"},
