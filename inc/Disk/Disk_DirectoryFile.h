@@ -49,9 +49,13 @@ protected:
   int IsUpToDate() const;
   void ReadFileVersion();
   int UpdateFileVersion();
-  /// A path that doesn't exist, made from `path`: its last component is brought to 8 characters and its last three
-  /// count up. Empty, with error 211005, when all are taken. The name is free only while the level's lock is held.
+  /// A path that doesn't exist and that no record names, made from `path`: its last component is brought to 8
+  /// characters and its last three count up. Empty, with error 211005, when all are taken. The name is free only while
+  /// the level's lock is held.
   std::string FindUniqueFileName(std::string path) const;
+  /// Whether a record names the file or directory with this ID. A delete that was interrupted leaves records of what is
+  /// gone; done again, it would take along what got their names meanwhile.
+  virtual bool is_named(std::string const& /*id*/) const { return false; }
   /// The directory that the standard structure gives to a UID: always the same name for one UID.
   Disk_FileID GenerateFileID(Dicom_UI const& uid) const;
   /// The directory of this file.

@@ -21,8 +21,9 @@ struct DISK_EXPORT Disk_Tally {
   }
 };
 
-/// Whether the delete of an image of type DERIVED, SECONDARY, ITINERARY, CINE also removes the cine file that the object
-/// names, wherever that stands; true at first, for the whole process. Who stores what strangers send turns it off.
+/// Whether the delete of an image of type DERIVED, SECONDARY, ITINERARY, CINE also removes the cine file that the
+/// object names, wherever that stands; true at first, for the whole process. Who stores what strangers send turns it
+/// off.
 DISK_EXPORT void Disk_SetDeletesCineFiles(bool wanted);
 DISK_EXPORT bool Disk_DeletesCineFiles();
 

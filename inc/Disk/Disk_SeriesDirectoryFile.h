@@ -49,6 +49,7 @@ private:
   Disk_InstanceDirectoryRecord* GetImageRecord(Dicom_UI const& image_uid) const;
   int NewImage(Disk_SeriesDirectoryRecord* series, Disk_InstanceDirectoryRecord* image,
                Disk_StoreRequest const& request);
+  bool is_named(std::string const& id) const override;
   Disk_FileID GenerateReferencedFileID(Dicom_IS const& image_number, Dicom_SH const& image_label, int* status) const;
   int add_image(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
                 Disk_InstanceDirectoryRecord** image);

@@ -50,6 +50,7 @@ private:
   Disk_SeriesDirectoryRecord* GetSeriesRecord(Dicom_UI const& series_uid) const;
   int NewSeries(Disk_StudyDirectoryRecord* study, Disk_SeriesDirectoryRecord* series, Disk_StoreRequest const& request);
   int new_series_directory(Disk_SeriesDirectoryRecord* series, Disk_StoreRequest const& request);
+  bool is_named(std::string const& id) const override;
   Disk_FileID GenerateReferencedFileID(Dicom_IS const& series_number, int* status) const;
   void GetSeriesFile(Disk_SeriesDirectoryRecord* series);
   int add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,

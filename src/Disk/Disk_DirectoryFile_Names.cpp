@@ -76,7 +76,11 @@ std::string Disk_DirectoryFile::FindUniqueFileName(std::string path) const {
   }
   std::fill(path.end() - kCounterLength, path.end(), '0');
   TakenNames taken(path, component);
-  while (taken.Has(path)) {
+  auto const has_record = [this](std::string const& name) {
+    int status = 0;
+    return is_named(Disk_FileID(GetFileSetPrefix(), name.c_str(), &status, 0).GetID().GetText());
+  };
+  while (taken.Has(path) || has_record(path)) {
     if (separator == std::string::npos || !CountUp(path, component)) {
       DISK_LOG(3, "FindUniqueFileName(): Out of resources.\n");
       KlbGError.Set(DISK_ERROR_OUT_OF_NAMES);

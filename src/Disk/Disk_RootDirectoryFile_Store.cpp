@@ -1,5 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
+#include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_Operation.h"
 #include "Disk/Disk_RecordIO.h"
@@ -262,6 +263,14 @@ int Disk_RootDirectoryFile::study_directory(Disk_StudyDirectoryRecord const& stu
   DISK_LOG(3, "NewStudy(): Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);
   return -1;
+}
+
+bool Disk_RootDirectoryFile::is_named(std::string const& id) const {
+  std::string const file = id + "\\DIRFILE";
+  for (Disk_PatientDirectoryRecord* patient : patients)
+    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
+      if (study->GetRecordMsg()->TextEquals(kReferencedFileID, file)) return true;
+  return false;
 }
 
 Disk_FileID Disk_RootDirectoryFile::GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid,

@@ -1,5 +1,6 @@
 #include <Disk/Disk_SeriesDirectoryFile.h>
 
+#include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_RecordIO.h"
 
 #include <Disk/Disk_ObjectFile.h>
@@ -137,6 +138,12 @@ int Disk_SeriesDirectoryFile::set_syntax(Disk_InstanceDirectoryRecord* image, Di
   if (image->SetReferencedTransferSyntaxInFile(syntax) == 0) return 0;
   DISK_LOG(3, "NewImage: Failed setting the transfer syntax.\n");
   return -1;
+}
+
+bool Disk_SeriesDirectoryFile::is_named(std::string const& id) const {
+  for (Disk_InstanceDirectoryRecord* image : image_records)
+    if (image->GetRecordMsg()->TextEquals(kReferencedFileID, id)) return true;
+  return false;
 }
 
 Disk_FileID Disk_SeriesDirectoryFile::GenerateReferencedFileID(Dicom_IS const& image_number,

@@ -1,5 +1,6 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
+#include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_RecordIO.h"
 
 #include <infra/Util_FileSystem.h>
@@ -175,6 +176,13 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
   if (series->SetReferencedFileID(id.GetID()) == -1) return -1;
   series_records.append(series);
   return 0;
+}
+
+bool Disk_StudyDirectoryFile::is_named(std::string const& id) const {
+  std::string const file = id + "\\DIRFILE";
+  for (Disk_SeriesDirectoryRecord* series : series_records)
+    if (series->GetRecordMsg()->TextEquals(kReferencedFileID, file)) return true;
+  return false;
 }
 
 Disk_FileID Disk_StudyDirectoryFile::GenerateReferencedFileID(Dicom_IS const& series_number, int* status) const {

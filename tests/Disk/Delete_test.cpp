@@ -199,6 +199,34 @@ TEST_P(RandomDeletes, OfSamplesAgreeWithAModel) {
   Util_FileSystem::SetDurability(Util_Durability::Full);
 }
 
+// A delete that was interrupted left records of what is gone: new objects get other names, and stay when it is
+// repeated.
+TEST_P(DeleteTest, NamesOfWhatIsGoneAreNotGivenAgain) {
+  std::set<std::string> const others{"DICOMDIR", "LOCKFILE"};
+  for (auto const level : {kStudyLevel, kSeriesLevel, kImageLevel}) {
+    SCOPED_TRACE(level);
+    for (auto const& entry : fs::directory_iterator(Prefix()))
+      fs::remove_all(entry.path());
+    auto root = OpenForDeletes();
+    Phantom::Object const o{},
+        other{.study = level == kStudyLevel ? 2 : 1, .series = level == kImageLevel ? 1 : 2, .image = 2};
+    auto const first = Example(o), next = Example(other); // alike in all that names are made from
+    ASSERT_EQ(Store(*root, *first), 0);
+    fs::path gone;
+    for (auto const& [name, size] : Files())
+      if (fs::path(name).filename().string().size() == 8 && others.count(fs::path(name).filename()) == 0)
+        gone = At(name);
+    for (int i = level; i < kImageLevel; ++i)
+      gone = gone.parent_path();
+    ASSERT_NE(gone, fs::path(Prefix()));
+    fs::remove_all(gone);
+    ASSERT_EQ(Store(*root, *next), 0);
+    Delete(*root, level, Study(o), level == kStudyLevel ? "" : Series(o), level == kImageLevel ? Image(o) : "");
+    EXPECT_TRUE(Fetch(*root, Uids(*next)));
+    ExpectNoDamage();
+  }
+}
+
 TEST_P(DeleteTest, RequestsThatAreRefusedChangeNothing) {
   auto root = OpenForDeletes();
   auto const o = Numbered(1, 1, 1, 1), second = Numbered(1, 2, 1, 1);
