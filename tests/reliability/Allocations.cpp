@@ -8,6 +8,14 @@ namespace {
 bool s_armed = false, s_once = false;
 int s_ordinal = 0, s_count = 0;
 
+void* Allocate(std::size_t size) {
+  if (s_armed) {
+    ++s_count;
+    if (s_ordinal != 0 && (s_once ? s_count == s_ordinal : s_count >= s_ordinal)) return nullptr;
+  }
+  return std::malloc(size == 0 ? 1 : size);
+}
+
 } // namespace
 
 void FailAllocations(int ordinal, bool once) {
@@ -21,13 +29,10 @@ void ArmAllocations(bool armed) { s_armed = armed; }
 int CountedAllocations() { return s_count; }
 
 void* operator new(std::size_t size) {
-  if (s_armed) {
-    ++s_count;
-    if (s_ordinal != 0 && (s_once ? s_count == s_ordinal : s_count >= s_ordinal)) throw std::bad_alloc();
-  }
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  if (void* const memory = Allocate(size)) return memory;
   throw std::bad_alloc();
 }
 
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept { return Allocate(size); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
