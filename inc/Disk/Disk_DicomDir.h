@@ -23,6 +23,9 @@ public:
   Disk_DicomDir();
   ~Disk_DicomDir() override;
 
+  /// Whether a strategy keeps what it is given: its owner decides then when the file gets it.
+  static bool KeepsImage(Disk_StorageStrategy* strategy);
+
   /// Opens the DICOMDIR of a directory, or "dicomdir" if there is only that; where there is none, makes one, unless
   /// `read_only`. `strategy`, which may be null, stays the caller's and must outlive the object. 0, or -1 (logged).
   int Init(char const* file_set_prefix, bool read_only, Disk_StorageStrategy* strategy);

@@ -121,6 +121,8 @@ protected:
   Disk_StoreParams params;
 
 private:
+  /// Brings a new content to the file, as durable as the operation is.
+  int rewrite(IOD_Msg* msg);
   long GetFileVersion() const;
   int SetFileVersion(long version) const;
 };

@@ -3,6 +3,7 @@
 #include <dicom/IOD_Msg.h>
 #include <infra/Disk_Export.h>
 #include <infra/RWCString.h>
+#include <infra/Util_FileSystem.h>
 
 /// A handle for asynchronous reading that callers pass along; nothing here looks at it.
 class Disk_AsyncFile;
@@ -30,11 +31,14 @@ public:
   static int CreateDirectoryIfNotPresent(char const* path);
 
 protected:
-  /// Write, without the sync of the directory when the caller is going to sync it anyway.
-  int write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, bool sync_directory);
+  /// What a write brings to the disk before it returns. Unsynced: nothing, and the file bears the mark that tells
+  /// whether it got there.
+  enum class Synced { FileAndEntry, File, Nothing, Unsynced };
+  int write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, Synced synced);
+  static int write_bytes(std::string const& path, std::string_view bytes, Synced synced);
   static int replace(std::string const& temporary, std::string const& path);
   /// A failed sync is logged; 0 or -1.
-  static int sync_directory_of(std::string const& path);
+  static int sync_directory_of(std::string const& path, Util_Durability durability = Util_FileSystem::GetDurability());
 
   Disk_FileID file_id;
 

@@ -13,8 +13,8 @@ class CToolParseDICOMReport;
 class Disk_DicomDir;
 class Disk_RecordWalk;
 struct Disk_Correction;
-template <class Lock>
-class Disk_Hold;
+class Disk_RelaxedEpoch;
+struct Disk_FileSetHold;
 
 /// A study that AutoDelete may delete.
 struct DISK_EXPORT Disk_AutoDeleteCandidate {
@@ -113,11 +113,20 @@ public:
   /// write. 0, also when a study or a series can't be scanned (logged), or -1.
   int ProcessZombieFiles(CToolParseDICOMReport& report);
 
+  /// Brings everything that was acknowledged to the disk, of relaxed operations too, whoever made them. The whole file
+  /// system is synced. It waits for relaxed operations that are under way. 0, or -1, and then it may not be there.
+  int Sync();
+  /// After a power cut, brings what relaxed operations had not synced in order, as opening the file-set for writing
+  /// does. 0, also when there is nothing to do, or -1.
+  static int Recover(char const* file_set_prefix);
+
 private:
   void Construct(char const* file_set_prefix, int* status);
   int open_dicomdir(char const* file_set_prefix);
   /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
-  int lock(Disk_Hold<Klb_LockFile>& hold, bool shared);
+  int lock(Disk_FileSetHold& hold, bool shared, bool writes);
+  int lock(Disk_FileSetHold& hold, bool shared) { return lock(hold, shared, !shared); }
+  void begin_durability(Disk_FileSetHold& hold);
   void forget_records();
   struct Operation;
   int Read();
@@ -138,8 +147,8 @@ private:
 
   // store
   int store(Disk_StoreRequest const& request);
-  int lock_for_store(Disk_Hold<Klb_LockFile>& file_set);
-  int store_private(Disk_StoreRequest const& request, Disk_Hold<Klb_LockFile>& file_set);
+  int lock_for_store(Disk_FileSetHold& file_set);
+  int store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
   int store_standard(Disk_StoreRequest const& request);
   int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_known, int* new_series,
                   int* new_image);
@@ -204,7 +213,7 @@ private:
   static int CompareDates(void const* a, void const* b);
   int auto_delete();
   int list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates);
-  int read_by_update(Disk_Hold<Klb_LockFile>& file_set, bool shared, std::vector<DatedStudy>* dated);
+  int read_by_update(Disk_FileSetHold& file_set, bool shared, std::vector<DatedStudy>* dated);
   int sort_by_update(std::vector<DatedStudy>* dated) const;
   bool may_auto_delete(DatedStudy const& entry, std::int64_t now) const;
   int auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over);
@@ -222,6 +231,7 @@ private:
 
   std::unique_ptr<Disk_DicomDir> dicomdir; // null in the private structure
   Disk_LockManager lock_manager;
+  std::unique_ptr<Disk_RelaxedEpoch> epoch;
   Disk_RecordList<Disk_PatientDirectoryRecord> patients;
   bool reaches_patients = false; // a damaged DICOMDIR may lead to other records only
   mutable Disk_StudyIndex studies;

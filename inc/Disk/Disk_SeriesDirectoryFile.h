@@ -58,6 +58,7 @@ private:
   int set_syntax(Disk_InstanceDirectoryRecord* image, Disk_StoreRequest const& request) const;
   int update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const;
   int place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image);
+  int sync_in_place(std::string const& path);
   int move_object(Disk_StoreRequest const& request, Disk_FileID const& id);
 
   Disk_RecordList<Disk_InstanceDirectoryRecord> image_records;

@@ -42,6 +42,9 @@ public:
   int UnlockShared();
   int UnlockExclusive();
 
+  // The lock file while it is held, -1 without one.
+  int GetFd() const { return file_.Get(); }
+
 private:
   int open_file();
   bool stands_at_path() const;

@@ -42,7 +42,22 @@ class DISK_EXPORT Util_FileSystem {
 public:
   /// Process-wide; Full at first.
   static void SetDurability(Util_Durability durability) noexcept;
+  /// That of the thread's DurabilityScope, if it is in one.
   static Util_Durability GetDurability() noexcept;
+  /// An operation keeps to its end the durability that it began with, whatever is set meanwhile.
+  class [[nodiscard]] DurabilityScope {
+  public:
+    DurabilityScope() = default;
+    ~DurabilityScope() { End(); }
+    DurabilityScope(DurabilityScope const&) = delete;
+    DurabilityScope& operator=(DurabilityScope const&) = delete;
+    void Begin(Util_Durability durability) noexcept; // for this thread; a second call changes nothing
+    bool HasBegun() const noexcept { return begun_; }
+    void End() noexcept;
+
+  private:
+    bool begun_ = false;
+  };
 
   /// open, with O_CLOEXEC added.
   static Util_FileDescriptor Open(char const* path, int flags, mode_t mode = 0664);
@@ -63,13 +78,16 @@ public:
 
   /// Creates or empties a file, writes the parts one after the other, syncs the file if `sync` is set, and
   /// closes it. -1 after the first failure, also of the close; the file is left as it is then.
-  static int WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync);
+  static int WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync,
+                          Util_Durability durability = GetDurability());
 
   /// fdatasync and fsync; with relaxed durability they do nothing and give 0. After a failure the kernel may
   /// have dropped what it couldn't write and the next sync would succeed without it, so a failed sync is never
   /// asked for again: the operation fails.
-  static int SyncFile(int fd);
-  static int SyncDirectory(char const* path);
+  static int SyncFile(int fd, Util_Durability durability = GetDurability());
+  static int SyncDirectory(char const* path, Util_Durability durability = GetDurability());
+  /// All of the file system that holds the directory, whatever the durability.
+  static int SyncFileSystem(char const* directory);
 
   /// 0 also if a directory stands there already; `made` tells the two apart.
   static int MakeDirectory(char const* path, mode_t mode = 0775, bool* made = nullptr);

@@ -45,12 +45,14 @@ public:
   virtual int Statvfs(char const* path, struct statvfs* status);
   virtual int Access(char const* path, int mode);
   virtual int Rename(char const* from, char const* to);
+  virtual int Link(char const* from, char const* to);
   virtual int Unlink(char const* path);
   virtual int Mkdir(char const* path, mode_t mode);
   virtual int Rmdir(char const* path);
   virtual int Ftruncate(int fd, off_t size);
   virtual int Fsync(int fd);
   virtual int Fdatasync(int fd);
+  virtual int Syncfs(int fd);
   virtual int Flock(int fd, int operation);
   /// The entries of a directory, without `.` and `..`, in no order. 0 or -1; after -1 `entries` is empty.
   virtual int List(char const* path, std::vector<Entry>& entries);

@@ -3,6 +3,7 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_RelaxedEpoch.h"
 
 #include <dicom/Util_File.h>
 #include <infra/Util_FileSystemInterface.h>
@@ -64,7 +65,7 @@ int Disk_CheckPrivate::Walk() {
   if (!load(root, &records)) return 0;
   records.ForEach([this](IOD_Msg const& record) { check_root(record); });
   EndPatient();
-  CompareFolder(Prefix(), {"DICOMDIR", "VERSION", "LOCKFILE"}, false, AnyFolder);
+  CompareFolder(Prefix(), {"DICOMDIR", "VERSION", "LOCKFILE", Disk_RelaxedEpoch::kFolder}, false, AnyFolder);
   return 0;
 }
 

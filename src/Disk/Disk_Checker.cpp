@@ -1,6 +1,7 @@
 #include "Disk/Disk_Checker.h"
 
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_VersionFile.h"
 
 #include <dicom/Dicom_UIDic.h>
@@ -54,6 +55,9 @@ int Disk_Checker::Run() {
     version_ = Disk_ReadVersion(prefix_ + "/VERSION");
     if (Walk() == -1) return -1;
     find_unnamed();
+    if (Disk_RelaxedEpoch::NeedsRecovery(prefix_))
+      Find("recovery-pending", Disk_Finding::InterruptedStore, prefix_ + "/" + Disk_RelaxedEpoch::kFolder,
+           "files that weren't synced before the machine went down are looked at by the next operation");
     auto const& findings = result_->findings;
     bool const under_way =
         std::any_of(findings.begin(), findings.end(), [](auto const& f) { return f.cause != Disk_Finding::Damage; });
@@ -241,7 +245,9 @@ void Disk_Checker::CheckVersion(std::string const& folder, bool required) {
   std::string const path = folder + "/VERSION";
   struct stat status {};
   bool const exists = System().Stat(path.c_str(), &status) == 0;
-  if (exists ? status.st_size == 0 : required) {
+  // a power cut can leave the size of the first number without it, and 0 is none
+  bool const lacks_number = status.st_size == 0 || (status.st_size == 4 && Disk_ReadVersion(path) == -1);
+  if (exists ? lacks_number : required) {
     Find("version-missing", Disk_Finding::InterruptedStore, path, "the directory file has no VERSION, or an empty one");
   } else if (!exists) {
     return;

@@ -18,6 +18,11 @@ public:
   virtual ~Disk_Checker() = default;
   /// 0, or -1 when the file-set can't be looked at.
   int Run();
+  /// Goes through the records alone, for who holds the file-set's lock.
+  int RunUnderLock() {
+    reset();
+    return Walk();
+  }
 
 protected:
   using Cause = Disk_Finding::Cause;

@@ -1,6 +1,6 @@
 #include "Disk/Disk_Correction.h"
 
-#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
 
 #include <Disk/Disk_ObjectFile.h>
 #include <Disk/Disk_RootDirectoryFile.h>
@@ -90,7 +90,7 @@ int Disk_RootDirectoryFile::ChangeManufacturerParms(Dicom_LO const& patient_id, 
 int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer,
                                     Disk_Correction const& correction) {
   if (is_standard()) return Failed(correction.texts.root_structure);
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) return Failed(correction.texts.cant_lock);
   if (Read() == -1) return Failed(correction.texts.cant_read_root);
   Disk_PatientDirectoryRecord* const patient = GetPatientRecord(patient_id, issuer);

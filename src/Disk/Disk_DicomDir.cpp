@@ -3,6 +3,7 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_Redo.h"
+#include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_WriteGather.h"
 #include "dicom/Dicom_DataSetReader.h"
 
@@ -23,11 +24,6 @@ namespace {
 
 constexpr unsigned kPreamble = 132; // with the magic
 constexpr unsigned kItemHeader = 8;
-
-/// Whether a strategy keeps what it is given: its owner decides then when the file gets it.
-bool KeepsImage(Disk_StorageStrategy* strategy) {
-  return strategy && !dynamic_cast<Disk_FileStorageStrategy*>(strategy);
-}
 
 int Failed(char const* text) {
   DISK_LOG_TEXT(3, text);
@@ -66,6 +62,10 @@ Disk_DicomDir::Disk_DicomDir()
 
 Disk_DicomDir::~Disk_DicomDir() {
   if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
+}
+
+bool Disk_DicomDir::KeepsImage(Disk_StorageStrategy* strategy) {
+  return strategy && !dynamic_cast<Disk_FileStorageStrategy*>(strategy);
 }
 
 int Disk_DicomDir::Init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy) {
@@ -122,16 +122,18 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
   return 0;
 }
 
-/// A new file comes to its name whole, so that no kill leaves the beginning of one, unless a strategy keeps it.
+/// A new file comes to its name whole, so that neither a kill nor, whatever the durability, a power cut leaves the
+/// beginning of one, unless a strategy keeps it.
 int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   if (new_dicomdir() == -1 || make_prefix() == -1) return Failed("Init: Failed initiate new DICOMDIR.\n");
   patch_prefix();
   if (!KeepsImage(strategy)) {
     std::string const temporary = file_name + ".tmp";
     std::string_view const parts[] = {prefix_};
-    if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true) == -1 ||
+    constexpr auto kFull = Util_Durability::Full;
+    if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true, kFull) == -1 ||
         Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1 ||
-        Util_FileSystem::SyncDirectory(file_name.substr(0, file_name.rfind('/')).c_str()) == -1) {
+        Util_FileSystem::SyncDirectory(file_name.substr(0, file_name.rfind('/')).c_str(), kFull) == -1) {
       int const cause = errno;
       DISK_LOG(3, "Init: %s (errno=%d).\n", temporary.c_str(), cause);
       errno = cause;
@@ -339,11 +341,14 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
     return -1;
   };
   bool const writes_through = !KeepsImage(strategy); // otherwise there is nothing to recover
+  bool const relaxed = Util_FileSystem::GetDurability() == Util_Durability::Relaxed;
+  if (writes_through && relaxed && Disk_RelaxedEpoch::Keep(file_name) == -1) return fail("Can't copy");
   if (writes_through && redo.Save(redo_path()) == -1) return fail("Can't write the redo record of");
-  bool const applied = !strategy        ? redo.Apply(file_descriptor) == 0
+  bool const applied = !strategy        ? redo.Apply(file_descriptor, Util_FileSystem::GetDurability()) == 0
                        : writes_through ? redo.Apply(*strategy) == 0 && Util_FileSystem::SyncFile(file_descriptor) == 0
                                         : redo.Apply(*strategy) == 0;
   if (!applied) return fail("Can't write");
+  if (writes_through && !relaxed && Disk_RelaxedEpoch::Forget(file_name) == -1) return fail("Can't forget a copy of");
   if (redo.MoveVersions(directory.c_str()) == -1) return fail("Can't move the versions of");
   redo.Clear();
   // if it stays, whoever comes next writes the same again
@@ -379,7 +384,8 @@ int Disk_DicomDir::Replay(char const* file_set_prefix) {
     } else if (!redo.Fits(status.st_size)) {
       DISK_LOG(3, "Replay: %s belongs to another DICOMDIR.\n", path.c_str());
     } else {
-      result = redo.Apply(file.Get()) == -1 ? -1 : redo.MoveVersions(file_set_prefix);
+      // always synced: no copy may have been made of what is written to here
+      result = redo.Apply(file.Get(), Util_Durability::Full) == -1 ? -1 : redo.MoveVersions(file_set_prefix);
     }
   }
   if (result == 0) result = Util_FileSystemInterface::Current().Unlink(path.c_str());

@@ -1,5 +1,6 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_VersionFile.h"
 
 #include <Disk/Disk_Bits.h>
@@ -67,9 +68,18 @@ int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
     DISK_LOG(3, "Write(): Can't add element to message.\n");
     return -1;
   }
-  int const result = Disk_File::Write(&msg, Dicom_UIDic::BASIC_DIRECTORY_STORAGE, uid_generator.Generate(),
-                                      Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, false);
-  return result == 0 ? UpdateFileVersion() : result;
+  return rewrite(&msg) == 0 ? UpdateFileVersion() : -1;
+}
+
+int Disk_DirectoryFile::rewrite(IOD_Msg* msg) {
+  bool const relaxed =
+      Util_FileSystem::GetDurability() == Util_Durability::Relaxed && Disk_RelaxedEpoch::Keep(file_id) == 0;
+  if (write(msg, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, false, relaxed ? Synced::Unsynced : Synced::FileAndEntry) == -1)
+    return -1;
+  if (relaxed || Disk_RelaxedEpoch::Forget(file_id) == 0) return 0;
+  DISK_LOG(3, "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), errno);
+  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  return -1;
 }
 
 // The records of a lower level

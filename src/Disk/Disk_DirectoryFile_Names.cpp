@@ -1,3 +1,5 @@
+#include "Disk/Disk_RelaxedEpoch.h"
+
 #include <Disk/Disk_Bits.h>
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_Error.h>
@@ -184,8 +186,9 @@ int Disk_DirectoryFile::make_hash_directory(Dicom_UI const& uid, bool is_known) 
   std::string const path = GenerateFileID(uid).Path();
   int result = path.empty() ? -1 : Util_FileSystemInterface::Current().Mkdir(path.c_str(), 0775);
   if (result == -1 && !path.empty() && errno == EEXIST) {
-    if (is_known) return 0;
-    result = 0; // made by a store that failed, or was killed before the entry was synced
+    // a relaxed store didn't sync the entry, and one that failed or was killed may not have
+    if (is_known && !Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix())) return 0;
+    result = 0;
   }
   if (result == 0) return sync_directory_of(path);
   int const cause = errno;

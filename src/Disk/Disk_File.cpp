@@ -1,3 +1,5 @@
+#include "Disk/Disk_RelaxedEpoch.h"
+
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_File.h>
 #include <dicom/Dicom_UIDic.h>
@@ -11,10 +13,11 @@
 #include <memory>
 
 int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI const& syntax, bool mode_three) {
-  return write(msg, syntax, mode_three, true);
+  bool const full = Util_FileSystem::GetDurability() == Util_Durability::Full;
+  return write(msg, syntax, mode_three, full ? Synced::FileAndEntry : Synced::Nothing);
 }
 
-int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, bool sync_directory) {
+int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, Synced synced) {
   msg->AddKolbaExeVersion(LO_NULL);
   std::string const path = file_id.Path();
   if (path.empty()) {
@@ -28,7 +31,7 @@ int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, bool
     DISK_LOG(3, "Write: Failed Dumping the msg into a buffer.\n");
     return -1;
   }
-  if (file.Write(temporary.c_str(), nullptr) == -1) {
+  if (write_bytes(temporary, file.Bytes(), synced) == -1) {
     int const cause = errno;
     DISK_LOG(3, "Write: Failed writing the buffer into the temporary file %s.\n", temporary.c_str());
     DISK_LOG(3, "Write: %s: %s\n", temporary.c_str(), std::strerror(cause));
@@ -36,7 +39,18 @@ int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, bool
     return -1;
   }
   if (replace(temporary, path) == -1) return -1;
-  return sync_directory ? sync_directory_of(path) : 0;
+  return synced == Synced::FileAndEntry ? sync_directory_of(path, Util_Durability::Full) : 0;
+}
+
+int Disk_File::write_bytes(std::string const& path, std::string_view bytes, Synced synced) {
+  if (synced != Synced::Unsynced) {
+    std::string_view const parts[] = {bytes};
+    return Util_FileSystem::WriteNewFile(path.c_str(), parts, synced != Synced::Nothing, Util_Durability::Full);
+  }
+  bytes.remove_prefix(Disk_RelaxedEpoch::kPreamble);
+  auto const mark = Disk_RelaxedEpoch::Mark(bytes);
+  std::string_view const parts[] = {{mark.data(), mark.size()}, bytes};
+  return Util_FileSystem::WriteNewFile(path.c_str(), parts, false);
 }
 
 int Disk_File::replace(std::string const& temporary, std::string const& path) {
@@ -57,9 +71,9 @@ int Disk_File::replace(std::string const& temporary, std::string const& path) {
   return result;
 }
 
-int Disk_File::sync_directory_of(std::string const& path) {
+int Disk_File::sync_directory_of(std::string const& path, Util_Durability durability) {
   std::string const directory = path.substr(0, path.rfind('/'));
-  if (Util_FileSystem::SyncDirectory(directory.empty() ? "/" : directory.c_str()) == 0) return 0;
+  if (Util_FileSystem::SyncDirectory(directory.empty() ? "/" : directory.c_str(), durability) == 0) return 0;
   int const cause = errno;
   DISK_LOG(3, "Write: Can't sync the directory %s (errno=%d).\n", directory.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);

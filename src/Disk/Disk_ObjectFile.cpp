@@ -3,6 +3,9 @@
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
 #include <infra/Klb_LogFile.h>
+#include <infra/Util_FileSystem.h>
+
+#include <unistd.h>
 
 int Disk_ObjectFile::Get(IOD_Msg** msg, Disk_AsyncFile* async) {
   if (Read(msg, async) == 0) return 0;
@@ -45,5 +48,9 @@ int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory) {
   }
   msg->SettleCharacterSet();
   DISK_LOG(7, "Write: will store image in tx <%s>\n", syntax.CStr());
-  return write(msg, syntax, params_.dump_mode_three, sync_directory);
+  if (Util_FileSystem::GetDurability() == Util_Durability::Full)
+    return write(msg, syntax, params_.dump_mode_three, sync_directory ? Synced::FileAndEntry : Synced::File);
+  // one that replaces another, which may have been durable, is whole before it gets its name
+  bool const replaces = Util_FileSystemInterface::Current().Access(file_id.Path().c_str(), F_OK) == 0;
+  return write(msg, syntax, params_.dump_mode_three, replaces ? Synced::File : Synced::Nothing);
 }

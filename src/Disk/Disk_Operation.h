@@ -1,6 +1,16 @@
 #pragma once
+#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RelaxedEpoch.h"
+
 #include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_RootDirectoryFile.h>
+
+/// The file-set's lock, and from the first time that it is taken to the end of the operation that operation's
+/// durability, with a hold of the relaxed epoch where it is relaxed.
+struct Disk_FileSetHold : Disk_Hold<Klb_LockFile> {
+  Disk_Hold<Disk_RelaxedEpoch> epoch;
+  Util_FileSystem::DurabilityScope durability;
+};
 
 /// One operation on the DICOMDIR. Unless it is committed, nothing of it is written, and the records in memory, which
 /// have what the file hasn't, are forgotten. In the private structure each file is written at once, and there is

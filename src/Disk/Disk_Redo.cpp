@@ -169,10 +169,10 @@ bool Disk_Redo::Fits(std::int64_t size) const {
   return true;
 }
 
-int Disk_Redo::Apply(int fd) const {
+int Disk_Redo::Apply(int fd, Util_Durability durability) const {
   for (Extent const& extent : extents_)
     if (Util_FileSystem::PwriteAll(fd, extent.bytes.data(), extent.bytes.size(), off_t(extent.offset)) == -1) return -1;
-  return Util_FileSystem::SyncFile(fd);
+  return Util_FileSystem::SyncFile(fd, durability);
 }
 
 int Disk_Redo::Apply(Disk_StorageStrategy& strategy) const {

@@ -1,4 +1,6 @@
 #pragma once
+#include <infra/Util_FileSystem.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -32,7 +34,7 @@ public:
   /// Whether the extents leave no hole in a file of that size. One that they were made for has none.
   bool Fits(std::int64_t size) const;
   /// Writes the extents to the descriptor and syncs it. 0, or -1 with errno.
-  int Apply(int fd) const;
+  int Apply(int fd, Util_Durability durability) const;
   /// Writes the extents through a strategy. 0, or -1.
   int Apply(Disk_StorageStrategy& strategy) const;
   /// Moves the VERSION files below the prefix. 0, or -1 (logged).

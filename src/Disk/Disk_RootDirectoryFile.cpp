@@ -1,6 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
-#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
 #include "Disk/Disk_RecordIO.h"
 
 #include <infra/I18n.h>
@@ -34,17 +34,25 @@ void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status)
     DISK_LOG(3, "Disk_RootDirectoryFile: Failed init the Dicom_CS.\n");
     return;
   }
-  if (lock_manager.Init(file_set_prefix, params.read_only) == -1) {
+  if ((!params.read_only && Recover(file_set_prefix) == -1) ||
+      lock_manager.Init(file_set_prefix, params.read_only) == -1) {
     DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init the lock.\n");
     *status = -1;
     return;
   }
+  // what such a strategy writes is no part of an epoch
+  if (!params.read_only && Disk_DicomDir::KeepsImage(writing_strategy) && Disk_RelaxedEpoch::IsOpen(file_set_prefix) &&
+      Sync() == -1) {
+    *status = -1;
+    return;
+  }
+  epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, params.standard_structure != 0);
   if (params.standard_structure) *status = open_dicomdir(file_set_prefix);
 }
 
 /// Opens the standard DICOMDIR, or makes it, under the file-set's lock.
 int Disk_RootDirectoryFile::open_dicomdir(char const* file_set_prefix) {
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   if ((params.read_only ? file_set.Shared(lock_manager) : file_set.Exclusive(lock_manager)) == -1) {
     DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init the lock.\n");
     return -1;
@@ -59,7 +67,8 @@ int Disk_RootDirectoryFile::open_dicomdir(char const* file_set_prefix) {
   return 0;
 }
 
-int Disk_RootDirectoryFile::lock(Disk_Hold<Klb_LockFile>& hold, bool shared) {
+int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool writes) {
+  if (writes && !hold.durability.HasBegun()) begin_durability(hold);
   if ((shared ? hold.Shared(lock_manager) : hold.Exclusive(lock_manager)) == -1) return -1;
   if (!is_standard()) return 0;
   if (params.read_only) {
@@ -75,6 +84,28 @@ int Disk_RootDirectoryFile::lock(Disk_Hold<Klb_LockFile>& hold, bool shared) {
   }
   if (!dicomdir->IsCurrent()) forget_records();
   return 0;
+}
+
+/// An operation that can't take part in a relaxed epoch, on a full disk for instance, is durable.
+void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
+  Util_Durability durability = Util_FileSystem::GetDurability();
+  bool const needs_epoch = !params.read_only && !Disk_DicomDir::KeepsImage(writing_strategy);
+  if (durability == Util_Durability::Relaxed && needs_epoch && hold.epoch.Shared(*epoch) == -1) {
+    DISK_LOG(4, "No relaxed operation is possible here (errno=%d), so this one is durable.\n", errno);
+    durability = Util_Durability::Full;
+  }
+  hold.durability.Begin(durability);
+}
+
+int Disk_RootDirectoryFile::Sync() {
+  if (Disk_RelaxedEpoch::End(GetFileSetPrefix()) == 0) return 0;
+  DISK_LOG(3, "Sync: Can't sync %s (errno=%d).\n", GetFileSetPrefix(), errno);
+  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  return -1;
+}
+
+int Disk_RootDirectoryFile::Recover(char const* file_set_prefix) {
+  return Disk_Guarded("Recover", [&] { return Disk_RelaxedEpoch::Recover(file_set_prefix); });
 }
 
 /// What is in memory may not be what stands in the file: all is read again when it is needed.

@@ -1,6 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
-#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
 
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_Clock.h>
@@ -97,7 +97,7 @@ int Disk_RootDirectoryFile::auto_delete() {
     DISK_LOG(6, "AutoDelete: There is already enough space %d KByte (%d)\n", int(free), int(limit));
     return 0;
   }
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   std::vector<DatedStudy> dated;
   if (read_by_update(file_set, false, &dated) == -1) return -1;
   MarkDirty();
@@ -136,7 +136,7 @@ int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidat
     DISK_LOG(3, "AutoDelete: service is supported only for zentara Dicomdir structure.\n");
     return -1;
   }
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   std::vector<DatedStudy> dated;
   if (read_by_update(file_set, true, &dated) == -1) return -1;
   for (DatedStudy const& entry : dated) {
@@ -149,7 +149,7 @@ int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidat
 }
 
 /// All studies as they stand, the least recently updated first, under the lock.
-int Disk_RootDirectoryFile::read_by_update(Disk_Hold<Klb_LockFile>& file_set, bool shared,
+int Disk_RootDirectoryFile::read_by_update(Disk_FileSetHold& file_set, bool shared,
                                            std::vector<DatedStudy>* dated) {
   if (lock(file_set, shared) == -1) {
     DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");

@@ -29,7 +29,7 @@ int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_Inf
     KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
     return -1;
   }
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) {
     DISK_LOG(3, "Delete: Can't lock file-set.\n");
     return -1;
@@ -171,6 +171,7 @@ int Disk_RootDirectoryFile::DeleteStudy(Disk_StudyDirectoryRecord* study) {
   if (is_standard()) return 0;
   constexpr char kCantDelete[] = "DeleteStudy(): Warning: Can't delete file %s (errno=%d).\n";
   Disk_RemoveFile(id.Path(), 3, "DeleteStudy(): Warning: Can't delete a file %s (errno=%d).\n");
+  Disk_RelaxedEpoch::Forget(id);
   id.RemoveLastComponent();
   std::string const folder = id.Path();
   if (folder.empty() || folder == GetFileSetPrefix()) {

@@ -1,6 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
-#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
 #include "Disk/Disk_RecordIO.h"
 
 #include <Disk/Disk_ObjectFile.h>
@@ -28,8 +28,8 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
     KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
     return -1;
   }
-  Disk_Hold<Klb_LockFile> file_set;
-  if (lock(file_set, true) == -1) {
+  Disk_FileSetHold file_set;
+  if (lock(file_set, true, !is_standard()) == -1) {
     DISK_LOG(3, "GetOne(): Can't lock file-set.\n");
     return -1;
   }

@@ -1,6 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
-#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RecordWalk.h"
 #include "Disk/Disk_ResponseFilter.h"
@@ -43,7 +43,7 @@ int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_Inf
     KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
     return -1;
   }
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   if (lock(file_set, true) == -1) {
     DISK_LOG(3, "Query(): Can't lock file-set.\n");
     return -1;

@@ -1,6 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
-#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
 
 #include <dicom/IOD_Image.h>
 
@@ -17,7 +17,7 @@ int Disk_RootDirectoryFile::change_study(Dicom_UI const& study_uid, StudyChangeT
     DISK_LOG_TEXT(3, text);
     return -1;
   };
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) return failed(texts.cant_lock);
   if (Read() == -1) return failed(texts.cant_read);
   MarkDirty();

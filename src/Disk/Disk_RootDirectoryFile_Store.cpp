@@ -33,7 +33,7 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   }
   ResetStudyFile(); // one that a failure left may have no lock
 
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   if (lock_for_store(file_set) == -1) return -1;
   if ((is_standard() ? store_standard(request) : store_private(request, file_set)) == -1) return -1;
   if (file_set.Release() == -1) {
@@ -46,7 +46,7 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
 
 /// Takes the file-set's lock and brings the records up to date. From here on a failure makes the next Read load them
 /// again.
-int Disk_RootDirectoryFile::lock_for_store(Disk_Hold<Klb_LockFile>& file_set) {
+int Disk_RootDirectoryFile::lock_for_store(Disk_FileSetHold& file_set) {
   if (lock(file_set, false) == -1) {
     DISK_LOG(3, "Store: Can't lock file-set.\n");
     return -1;
@@ -59,7 +59,7 @@ int Disk_RootDirectoryFile::lock_for_store(Disk_Hold<Klb_LockFile>& file_set) {
   return 0;
 }
 
-int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk_Hold<Klb_LockFile>& file_set) {
+int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
   Dicom_UI const study_uid = request.msg->GetStudyInstanceUID();
   Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
   bool const new_study = !study;

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -165,10 +166,20 @@ int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request,
                                            Disk_InstanceDirectoryRecord const& image) {
   Disk_FileID const id = object_id(image.GetReferencedFileID());
   if (request.move_store) return move_object(request, id);
-  if (request.in_place) return 0;
+  if (request.in_place) return sync_in_place(id.Path());
   // in the private structure the directory is synced with the directory file, which is written next
   if (Disk_ObjectFile(id, params).Store(request.msg, is_standard()) == 0) return 0;
   DISK_LOG(3, "Store(): Can't store object.\n");
+  return -1;
+}
+
+/// A file that its writer may not have synced.
+int Disk_SeriesDirectoryFile::sync_in_place(std::string const& path) {
+  if (Util_FileSystem::GetDurability() == Util_Durability::Relaxed) return 0;
+  Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  if (file && Util_FileSystem::SyncFile(file.Get()) == 0) return sync_directory_of(path);
+  DISK_LOG(3, "Store(): Can't sync %s (errno=%d).\n", path.c_str(), errno);
+  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
   return -1;
 }
 
@@ -185,7 +196,9 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
   }
   DISK_LOG(7, "Store(): a move store. db file name will be %s\n", path.c_str());
   Util_FileDescriptor const file = Util_FileSystem::Open(request.file_to_move, O_RDONLY | O_NONBLOCK);
-  bool const lasting = file && Util_FileSystem::SyncFile(file.Get()) == 0;
+  bool const replaces = Util_FileSystemInterface::Current().Access(path.c_str(), F_OK) == 0; // what may be durable
+  auto const durability = replaces ? Util_Durability::Full : Util_FileSystem::GetDurability();
+  bool const lasting = file && Util_FileSystem::SyncFile(file.Get(), durability) == 0;
   if (!lasting || Util_FileSystemInterface::Current().Rename(request.file_to_move, path.c_str()) == -1) {
     DISK_LOG(3, "Store(): rename of %s to %s failed. errno=%d.\n", request.file_to_move, path.c_str(), errno);
     KlbGError.Set(DISK_ERROR_SYSTEM + errno);

@@ -1,6 +1,7 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
 #include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Remove.h"
 
 #include <Disk/Disk_ObjectFile.h>
@@ -8,6 +9,8 @@
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
+#include <map>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -135,6 +138,7 @@ void Disk_StudyDirectoryFile::DeleteSeries(Disk_SeriesDirectoryRecord const* ser
   constexpr char kCantDelete[] = "DeleteSeries(): Warning: Can't delete file %s (errno=%d).\n";
   Disk_FileID id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
   Disk_RemoveFile(id.Path(), 4, kCantDelete);
+  Disk_RelaxedEpoch::Forget(id);
   id.RemoveLastComponent();
   std::string const folder = id.Path();
   if (folder.empty() || folder == GetFileSetPrefix()) {
@@ -163,7 +167,10 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
     else
       ++tally->failed;
   }
+  std::map<std::string, std::string> folders; // of the files that go, with one of them
   for (Disk_InstanceDirectoryRecord* image : going) {
+    std::string const path = object_id(image->GetReferencedFileID()).Path();
+    if (!path.empty()) folders[path.substr(0, path.rfind('/'))] = path;
     // a series that goes takes all its images with it, also one whose file can't be removed
     if (DeleteImage(*image) == -1 && !all) {
       ++tally->failed;
@@ -174,6 +181,11 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
     DISK_LOG(3, "Delete: Failed setting the record in use flag.\n");
     return -1;
   }
+  // the files are gone for good before their records go; a private directory file syncs its own folder
+  if (!is_standard()) folders.erase(directory().Path());
+  for (auto const& [folder, path] : folders)
+    if (Util_FileSystemInterface::Current().Access(folder.c_str(), F_OK) == 0 && sync_directory_of(path) == -1)
+      return -1;
   if (Write() == 0) return 0;
   DISK_LOG(3, "Delete(): Can't update the file.\n");
   return -1;

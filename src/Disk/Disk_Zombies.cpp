@@ -1,4 +1,5 @@
-#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Operation.h"
+#include "Disk/Disk_RelaxedEpoch.h"
 
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <infra/CToolParse.h>
@@ -83,11 +84,12 @@ int Disk_RootDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
 
 int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (is_standard()) return Failed(kNotStandard);
-  Disk_Hold<Klb_LockFile> file_set;
+  Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) return Failed("ProcessZombieFiles: Can't lock file-set.\n");
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read root directory file.\n");
   FolderComparison comparison;
   if (comparison.List(directory().FolderPath(), true) == -1) return -1;
+  comparison.named.insert(directory().FolderPath() + "/" + Disk_RelaxedEpoch::kFolder);
   std::vector<Disk_StudyDirectoryRecord*> to_scan;
   for (Disk_PatientDirectoryRecord* patient : patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {

@@ -4,11 +4,13 @@
 #include <climits>
 #include <fcntl.h>
 #include <infra/Util_FileSystem.h>
+#include <optional>
 #include <vector>
 
 namespace {
 
 std::atomic<Util_Durability> s_durability{Util_Durability::Full};
+thread_local std::optional<Util_Durability> s_scope;
 
 Util_FileSystemInterface& system_calls() { return Util_FileSystemInterface::Current(); }
 
@@ -97,7 +99,18 @@ void Util_FileDescriptor::reset() noexcept {
 
 void Util_FileSystem::SetDurability(Util_Durability durability) noexcept { s_durability = durability; }
 
-Util_Durability Util_FileSystem::GetDurability() noexcept { return s_durability; }
+Util_Durability Util_FileSystem::GetDurability() noexcept { return s_scope ? *s_scope : s_durability.load(); }
+
+void Util_FileSystem::DurabilityScope::Begin(Util_Durability durability) noexcept {
+  if (begun_ || s_scope) return;
+  s_scope = durability;
+  begun_ = true;
+}
+
+void Util_FileSystem::DurabilityScope::End() noexcept {
+  if (begun_) s_scope.reset();
+  begun_ = false;
+}
 
 Util_FileDescriptor Util_FileSystem::Open(char const* path, int flags, mode_t mode) {
   return Util_FileDescriptor(retry([&] { return system_calls().Open(path, flags | O_CLOEXEC, mode); }));
@@ -151,25 +164,31 @@ std::shared_ptr<Util_Buffer const> Util_FileSystem::ReadWholeFile(char const* pa
   }
 }
 
-int Util_FileSystem::WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync) {
+int Util_FileSystem::WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync,
+                                  Util_Durability durability) {
   // Neither a link nor a pipe that stands at the name gets our bytes or makes us wait.
   Util_FileDescriptor file = Open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK);
   if (!file) return -1;
   if (WriteAll(file.Get(), parts) == -1) return -1;
-  if (sync && SyncFile(file.Get()) == -1) return -1;
+  if (sync && SyncFile(file.Get(), durability) == -1) return -1;
   return file.Close();
 }
 
-int Util_FileSystem::SyncFile(int fd) {
-  return GetDurability() == Util_Durability::Relaxed ? 0 : system_calls().Fdatasync(fd);
+int Util_FileSystem::SyncFile(int fd, Util_Durability durability) {
+  return durability == Util_Durability::Relaxed ? 0 : system_calls().Fdatasync(fd);
 }
 
-int Util_FileSystem::SyncDirectory(char const* path) {
-  if (GetDurability() == Util_Durability::Relaxed) return 0;
+int Util_FileSystem::SyncDirectory(char const* path, Util_Durability durability) {
+  if (durability == Util_Durability::Relaxed) return 0;
   Util_FileDescriptor const directory = Open(path, O_RDONLY | O_DIRECTORY);
   if (!directory) return -1;
   if (system_calls().Fsync(directory.Get()) == 0) return 0;
   return errno == EINVAL ? 0 : -1; // EINVAL: this file system has no such thing as the sync of a directory
+}
+
+int Util_FileSystem::SyncFileSystem(char const* directory) {
+  Util_FileDescriptor const folder = Open(directory, O_RDONLY | O_DIRECTORY);
+  return folder ? system_calls().Syncfs(folder.Get()) : -1;
 }
 
 int Util_FileSystem::MakeDirectory(char const* path, mode_t mode, bool* made) {

@@ -74,6 +74,8 @@ int Util_FileSystemInterface::Access(char const* path, int mode) { return ::acce
 
 int Util_FileSystemInterface::Rename(char const* from, char const* to) { return ::rename(from, to); }
 
+int Util_FileSystemInterface::Link(char const* from, char const* to) { return ::link(from, to); }
+
 int Util_FileSystemInterface::Unlink(char const* path) { return ::unlink(path); }
 
 int Util_FileSystemInterface::Mkdir(char const* path, mode_t mode) { return ::mkdir(path, mode); }
@@ -85,6 +87,8 @@ int Util_FileSystemInterface::Ftruncate(int fd, off_t size) { return ::ftruncate
 int Util_FileSystemInterface::Fsync(int fd) { return ::fsync(fd); }
 
 int Util_FileSystemInterface::Fdatasync(int fd) { return ::fdatasync(fd); }
+
+int Util_FileSystemInterface::Syncfs(int fd) { return ::syncfs(fd); }
 
 int Util_FileSystemInterface::Flock(int fd, int operation) { return ::flock(fd, operation); }
 

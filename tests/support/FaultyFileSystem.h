@@ -61,12 +61,14 @@ public:
   }
   int Access(char const* path, int mode) override { return fails("Access", path) ? -1 : Base::Access(path, mode); }
   int Rename(char const* from, char const* to) override { return fails("Rename", to) ? -1 : Base::Rename(from, to); }
+  int Link(char const* from, char const* to) override { return fails("Link", to) ? -1 : Base::Link(from, to); }
   int Unlink(char const* path) override { return fails("Unlink", path) ? -1 : Base::Unlink(path); }
   int Mkdir(char const* path, mode_t mode) override { return fails("Mkdir", path) ? -1 : Base::Mkdir(path, mode); }
   int Rmdir(char const* path) override { return fails("Rmdir", path) ? -1 : Base::Rmdir(path); }
   int Ftruncate(int fd, off_t size) override { return fails("Ftruncate", fd) ? -1 : Base::Ftruncate(fd, size); }
   int Fsync(int fd) override { return fails("Fsync", fd) ? -1 : Base::Fsync(fd); }
   int Fdatasync(int fd) override { return fails("Fdatasync", fd) ? -1 : Base::Fdatasync(fd); }
+  int Syncfs(int fd) override { return fails("Syncfs", fd) ? -1 : Base::Syncfs(fd); }
   int Flock(int fd, int operation) override { return fails("Flock", fd) ? -1 : Base::Flock(fd, operation); }
   int List(char const* path, std::vector<Entry>& entries) override {
     return fails("List", path) ? -1 : Base::List(path, entries);

@@ -126,10 +126,10 @@ public:
   }
 
   void Finish() override {
-    set_.root.reset();
-    if (SyncFileSystem(options_.out) == -1)
+    if (set_.root->Sync() == -1)
       report_.Fail(options_.out,
                    std::string("may not survive a power cut, as the sync failed: ") + std::strerror(errno));
+    set_.root.reset();
   }
 
 private:

@@ -70,7 +70,9 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
   if (fstat(file.Get(), &status) == -1 || !S_ISREG(status.st_mode)) return {{}, "DICOMDIR isn't a file"};
   std::optional<bool> const no_offsets = HasNoOffsets(file.Get());
   if (!no_offsets) return {GuessStructure(directory), "DICOMDIR isn't a directory of DICOM objects, or it is damaged"};
-  bool const own = *no_offsets && access(version.c_str(), F_OK) == 0;
+  // a power cut can take the first VERSION away
+  bool const own =
+      *no_offsets && (access(version.c_str(), F_OK) == 0 || GuessStructure(directory) == Structure::Private);
   return {own ? Structure::Private : Structure::Standard, {}};
 }
 
@@ -91,6 +93,7 @@ int MakeFileSetDirectory(std::string const& directory) {
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report) {
   FileSet set{directory, {}, nullptr};
+  Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
   auto const [structure, problem] = RecogniseFileSet(directory);
   set.structure = structure;
   if (!problem.empty()) {

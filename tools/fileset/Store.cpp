@@ -87,7 +87,7 @@ Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& r
   outcome.refused = report.Failures().size();
   if (!full && outcome.stored > 0) {
     outcome.durability = "one sync at the end";
-    if (SyncFileSystem(options.directory) == -1)
+    if (set.root->Sync() == -1)
       report.Fail(options.directory, std::string("what was stored may not survive a power cut, as the sync failed: ") +
                                          std::strerror(errno));
   }

@@ -47,8 +47,3 @@ std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, Engi
   if (stored_as) *stored_as = place;
   return result == 0 ? "" : log.Cause();
 }
-
-int SyncFileSystem(std::string const& directory) {
-  Util_FileDescriptor const folder = Util_FileSystem::Open(directory.c_str(), O_RDONLY | O_DIRECTORY);
-  return folder ? syncfs(folder.Get()) : -1;
-}

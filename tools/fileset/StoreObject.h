@@ -17,6 +17,3 @@ struct StoreHow {
 // Empty when the object is stored, else the cause. `*stored_as`, which may be null, becomes the place of a moved file.
 std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log,
                         std::string* stored_as = nullptr);
-
-// Brings to the disk what was written without waiting for it. 0, or -1 with errno.
-int SyncFileSystem(std::string const& directory);

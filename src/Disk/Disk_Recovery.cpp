@@ -1,0 +1,138 @@
+#include "Disk/Disk_CheckStandard.h"
+#include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_RelaxedEpoch.h"
+
+#include <Disk/Disk_LockManager.h>
+#include <infra/Util_FileSystem.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <unistd.h>
+
+// What is done about the unsynced files of an earlier boot. All of it can be done again: a power cut in between costs
+// nothing.
+
+namespace {
+
+Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current(); }
+
+bool Exists(std::string const& path) { return System().Access(path.c_str(), F_OK) == 0; }
+
+std::string ContentOf(std::string const& boot) {
+  std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(boot.c_str(), 256);
+  return file ? std::string(file->data(), file->size()) : std::string();
+}
+
+/// A copy that may not have got its final name yet.
+std::string CopyIn(std::string const& folder, std::string const& name, std::string const& unfinished) {
+  std::string const copy = folder + "/" + name;
+  return Exists(copy) || !Exists(copy + unfinished) ? copy : copy + unfinished;
+}
+
+struct PrivateFiles {
+  std::string prefix, folder, unfinished;
+
+  /// The file, if it is torn, gives way to its copy; or, where there was none before, to nothing.
+  int Mend(Disk_FileID const& id) const {
+    std::string const path = id.Path();
+    std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(path.c_str());
+    if (!file || Disk_RelaxedEpoch::IsWhole({file->data(), file->size()})) return 0; // what can't be read stays
+    std::string const copy = CopyIn(folder, id.GetID().GetText(), unfinished);
+    std::shared_ptr<Util_Buffer const> const kept = Util_FileSystem::ReadWholeFile(copy.c_str());
+    bool const is_kept = kept && Disk_RelaxedEpoch::IsWhole({kept->data(), kept->size()});
+    DISK_LOG(3, "Recover: %s was torn by a power cut; %s.\n", path.c_str(),
+             is_kept ? "it is now what it was when it was last synced" : "it held nothing that was synced before");
+    return System().Rename(is_kept ? copy.c_str() : path.c_str(), is_kept ? path.c_str() : (path + ".tmp").c_str());
+  }
+
+  /// The directory file, then those below its records.
+  int MendTree(Disk_FileID const& id) const {
+    if (Mend(id) == -1) return -1;
+    Dicom_Sequence* sequence = nullptr;
+    IOD_Msg* msg = nullptr;
+    int found = 0;
+    Disk_DirectoryFile file(id, Disk_StoreParams::READ_ONLY, nullptr);
+    if (file.Read(&sequence, &found, &msg) == -1) return 0; // logged, and left as it is
+    std::unique_ptr<IOD_Msg> const owner(msg);
+    if (!found) return 0;
+    return Disk_TakeItems(*sequence, [&](std::unique_ptr<Dicom_Msg> item) {
+      std::string const type = item->Text(kRecordType);
+      if (type != "STUDY" && type != "SERIES") return 0;
+      return MendTree(Disk_FileID(prefix.c_str(), item->Value<Dicom_CS>(kReferencedFileID), 0));
+    });
+  }
+};
+
+/// What a check finds in the DICOMDIR itself.
+std::size_t DamageOf(std::string const& folder, std::string const& dicomdir) {
+  Disk_CheckResult result;
+  Disk_CheckOptions const options;
+  if (Disk_CheckStandard(folder.c_str(), options, &result).RunUnderLock() == -1) return SIZE_MAX;
+  return std::size_t(std::count_if(result.findings.begin(), result.findings.end(), [&](Disk_Finding const& finding) {
+    return finding.cause == Disk_Finding::Damage && finding.path == dicomdir;
+  }));
+}
+
+int MendStandard(std::string const& prefix, std::string const& folder, std::string const& unfinished) {
+  if (Disk_DicomDir::Replay(prefix.c_str()) == -1) return -1;
+  std::string const name = Exists(prefix + "/DICOMDIR") ? "DICOMDIR" : "dicomdir", file = prefix + "/" + name;
+  std::string const copy = folder + "/" + name;
+  std::size_t const damage = DamageOf(prefix, file);
+  if (damage == 0) return 0;
+  if (CopyIn(folder, name, unfinished) != copy && System().Rename((copy + unfinished).c_str(), copy.c_str()) == -1)
+    return -1;
+  if (!Exists(copy) || DamageOf(folder, copy) >= damage) return 0; // it is not the power cut's
+  DISK_LOG(3, "Recover: %s was torn by a power cut; it is now what it was when it was last synced.\n", file.c_str());
+  return System().Rename(copy.c_str(), file.c_str());
+}
+
+} // namespace
+
+int Disk_RelaxedEpoch::mend(std::string const& prefix, bool standard) {
+  Disk_LockManager lock;
+  Disk_Hold<Klb_LockFile> held;
+  if (lock.Init(prefix.c_str(), 0) == -1 || held.Exclusive(lock) == -1) return -1;
+  std::string const folder = prefix + "/" + kFolder;
+  int const mended =
+      standard
+          ? MendStandard(prefix, folder, kUnfinished)
+          : PrivateFiles{prefix, folder, kUnfinished}.MendTree(Disk_FileID(prefix.c_str(), Dicom_CS("DICOMDIR"), 0));
+  // what was renamed lasts before the copies go
+  return mended == -1 ? -1 : Util_FileSystem::SyncFileSystem(prefix.c_str());
+}
+
+int Disk_RelaxedEpoch::remove_copies(std::string const& folder) {
+  std::vector<Util_FileSystemInterface::Entry> entries;
+  if (System().List(folder.c_str(), entries) == -1) return -1;
+  for (auto const& entry : entries)
+    if (entry.name != kBoot && System().Unlink((folder + "/" + entry.name).c_str()) == -1) return -1;
+  if (System().Unlink((folder + "/" + kBoot).c_str()) == -1) return -1;
+  return System().Rmdir(folder.c_str()) == -1 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT ? -1 : 0;
+}
+
+bool Disk_RelaxedEpoch::NeedsRecovery(std::string const& prefix) {
+  std::string const folder = prefix + "/" + kFolder, boot = boot_id();
+  return Exists(folder) && (boot.empty() || !ContentOf(folder + "/" + kBoot).starts_with(boot + "\n"));
+}
+
+int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
+  if (!NeedsRecovery(prefix)) return 0;
+  auto const failed = [&] {
+    int const cause = errno;
+    DISK_LOG(3, "Recover: %s can't be brought in order after a power cut (errno=%d).\n", prefix.c_str(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  };
+  std::string const folder = prefix + "/" + kFolder, boot = folder + "/" + kBoot;
+  Klb_LockFile turn;
+  if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
+    return Exists(folder) ? failed() : 0; // another did it
+  if (!NeedsRecovery(prefix)) return 0;
+  std::string const content = ContentOf(boot);
+  // without a whole BOOT nothing was written under it, or all of it was synced
+  bool const standard = content.ends_with("\nstandard\n");
+  if ((standard || content.ends_with("\nprivate\n")) && mend(prefix, standard) == -1) return failed();
+  return remove_copies(folder) == -1 ? failed() : 0;
+}

@@ -1,0 +1,164 @@
+#include "Disk/Disk_RelaxedEpoch.h"
+
+#include <infra/Util_FileSystem.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr std::string_view kMagic = "DISK UNSYNCED 1\n";
+constexpr auto kFull = Util_Durability::Full;
+
+Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current(); }
+
+bool Exists(std::string const& path) { return System().Access(path.c_str(), F_OK) == 0; }
+
+std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind('/')); }
+
+std::string FolderIn(std::string const& prefix) { return prefix + "/" + Disk_RelaxedEpoch::kFolder; }
+
+/// Of a directory file of the private structure: named by its ID, which holds no `/`.
+std::string CopyOf(Disk_FileID const& id) { return FolderIn(id.GetFileSetPrefix()) + "/" + id.GetID().GetText(); }
+
+std::string CopyOf(std::string const& dicomdir) {
+  return FolderIn(FolderOf(dicomdir)) + dicomdir.substr(dicomdir.rfind('/'));
+}
+
+int ForgetCopy(std::string const& copy) { return Exists(copy) ? System().Unlink(copy.c_str()) : 0; }
+
+int CopyFile(std::string const& from, std::string const& to) {
+  Util_FileDescriptor const source = Util_FileSystem::Open(from.c_str(), O_RDONLY | O_NONBLOCK);
+  if (!source) return -1;
+  Util_FileDescriptor target = Util_FileSystem::Open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+  if (!target) return -1;
+  std::vector<char> block(1 << 20);
+  for (;;) {
+    ssize_t const count = Util_FileSystem::ReadAll(source.Get(), block.data(), block.size());
+    if (count == -1 || Util_FileSystem::WriteAll(target.Get(), block.data(), std::size_t(count)) == -1) return -1;
+    if (std::size_t(count) < block.size()) break;
+  }
+  return Util_FileSystem::SyncFile(target.Get(), kFull) == -1 ? -1 : target.Close();
+}
+
+/// The copy lasts before it gets the name that says so: under `.new` recovery takes it as well, and the next writer,
+/// who can't know whether it lasts, makes it anew.
+int Establish(std::string const& unfinished, std::string const& copy) {
+  if (Util_FileSystem::SyncDirectory(FolderOf(copy).c_str(), kFull) == -1) return -1;
+  return System().Rename(unfinished.c_str(), copy.c_str());
+}
+
+std::uint64_t Checksum(std::string_view bytes) {
+  std::uint64_t sum = bytes.size();
+  while (!bytes.empty()) {
+    std::uint64_t word = 0;
+    std::size_t const count = std::min(bytes.size(), sizeof word);
+    std::memcpy(&word, bytes.data(), count);
+    sum = (sum ^ word) * 0x9E3779B97F4A7C15u;
+    sum ^= sum >> 29;
+    bytes.remove_prefix(count);
+  }
+  return sum;
+}
+
+} // namespace
+
+Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, bool standard) : prefix_(std::move(prefix)) {
+  content_ = boot_id() + (standard ? "\nstandard\n" : "\nprivate\n");
+}
+
+std::string Disk_RelaxedEpoch::boot_id() {
+  char text[36] = {};
+  Util_FileDescriptor const file = Util_FileSystem::Open("/proc/sys/kernel/random/boot_id", O_RDONLY);
+  ssize_t const count = file ? Util_FileSystem::ReadAll(file.Get(), text, sizeof text) : 0;
+  return std::string(text, std::size_t(std::max<ssize_t>(count, 0)));
+}
+
+int Disk_RelaxedEpoch::LockShared() {
+  constexpr int kMostTries = 100; // as others may end the epoch again and again
+  std::string const folder = FolderIn(prefix_), boot = folder + "/" + kBoot;
+  for (int i = 0; i < kMostTries; ++i) {
+    if (!initialised_ || !Exists(boot)) {
+      if (Util_FileSystem::MakeDirectory(folder.c_str()) == -1) return -1;
+      initialised_ = lock_.Init(folder.c_str(), boot.c_str(), 0) == 0;
+      if (!initialised_ && errno != ENOENT) return -1;
+      if (!initialised_) continue;
+    }
+    if (lock_.LockShared() == -1) {
+      if (errno != ENOENT) return -1;
+      continue;
+    }
+    std::string found(content_.size() + 1, '\0');
+    ssize_t const count = Util_FileSystem::PreadAll(lock_.GetFd(), found.data(), found.size(), 0);
+    if (count >= 0 && found.substr(0, std::size_t(count)) == content_) return 0;
+    if (count == 0 && write_boot() == 0) return 0;
+    int const cause = errno;
+    lock_.UnlockShared();
+    errno = cause;
+    if (count <= 0 || Recover(prefix_) == -1) return -1;
+  }
+  errno = EAGAIN;
+  return -1;
+}
+
+/// Those who find it empty at the same time write the same.
+int Disk_RelaxedEpoch::write_boot() {
+  if (Util_FileSystem::PwriteAll(lock_.GetFd(), content_.data(), content_.size(), 0) == -1 ||
+      Util_FileSystem::SyncFile(lock_.GetFd(), kFull) == -1)
+    return -1;
+  if (Util_FileSystem::SyncDirectory(FolderIn(prefix_).c_str(), kFull) == -1) return -1;
+  return Util_FileSystem::SyncDirectory(prefix_.c_str(), kFull);
+}
+
+int Disk_RelaxedEpoch::Keep(Disk_FileID const& id) {
+  std::string const path = id.Path(), copy = CopyOf(id), fresh = copy + kUnfinished;
+  if (Exists(copy)) return 0;
+  int linked = System().Link(path.c_str(), fresh.c_str());
+  if (linked == -1 && errno == EEXIST && System().Unlink(fresh.c_str()) == 0)
+    linked = System().Link(path.c_str(), fresh.c_str());
+  // nothing was there before: an empty copy, which needn't last, says so
+  if (linked == -1 && errno == ENOENT) return Util_FileSystem::WriteNewFile(copy.c_str(), {}, false);
+  if (linked == -1 && CopyFile(path, fresh) == -1) return -1; // a file system without links
+  return Establish(fresh, copy);
+}
+
+int Disk_RelaxedEpoch::Keep(std::string const& dicomdir) {
+  std::string const copy = CopyOf(dicomdir), fresh = copy + kUnfinished;
+  if (Exists(copy)) return 0;
+  return CopyFile(dicomdir, fresh) == -1 ? -1 : Establish(fresh, copy);
+}
+
+int Disk_RelaxedEpoch::Forget(Disk_FileID const& id) { return ForgetCopy(CopyOf(id)); }
+
+int Disk_RelaxedEpoch::Forget(std::string const& dicomdir) { return ForgetCopy(CopyOf(dicomdir)); }
+
+bool Disk_RelaxedEpoch::IsOpen(std::string const& prefix) { return Exists(FolderIn(prefix)); }
+
+int Disk_RelaxedEpoch::End(std::string const& prefix) {
+  std::string const folder = FolderIn(prefix);
+  if (!Exists(folder)) return Util_FileSystem::SyncFileSystem(prefix.c_str());
+  Klb_LockFile lock;
+  if (lock.Init(folder.c_str(), (folder + "/" + kBoot).c_str(), 0) == -1 || lock.LockExclusive() == -1) return -1;
+  if (Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;
+  return remove_copies(folder);
+}
+
+std::array<char, Disk_RelaxedEpoch::kPreamble> Disk_RelaxedEpoch::Mark(std::string_view bytes_behind) {
+  std::array<char, kPreamble> mark{};
+  std::uint64_t const numbers[] = {bytes_behind.size(), Checksum(bytes_behind)};
+  std::copy(kMagic.begin(), kMagic.end(), mark.begin());
+  std::memcpy(mark.data() + kMagic.size(), numbers, sizeof numbers);
+  return mark;
+}
+
+bool Disk_RelaxedEpoch::IsWhole(std::string_view file) {
+  if (file.size() < kPreamble || file.substr(kPreamble, 4) != "DICM") return false;
+  if (!file.starts_with(kMagic)) return true;
+  std::array<char, kPreamble> const mark = Mark(file.substr(kPreamble));
+  return file.starts_with(std::string_view(mark.data(), mark.size()));
+}

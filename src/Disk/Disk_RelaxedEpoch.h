@@ -1,0 +1,63 @@
+#pragma once
+#include <Disk/Disk_FileID.h>
+#include <infra/Klb_LockFile.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+
+/// What keeps relaxed operations from harming what was durable before them (docs/durability.md).
+///
+/// From the first relaxed operation on until everything is synced, the folder RELAXED stands in the file-set. BOOT in
+/// it tells in which boot of the machine that was, and is the lock that relaxed operations share. Beside it stands a
+/// synced copy of each directory file that was replaced, or written to, without a sync. Files written in this boot are
+/// whole whatever the disk holds; who opens a file-set with a BOOT of an earlier one looks at all its directory files
+/// and takes the copies of those that a power cut tore.
+class Disk_RelaxedEpoch {
+public:
+  Disk_RelaxedEpoch(std::string prefix, bool standard);
+
+  // What a relaxed operation holds from its beginning to its end, outside of all other locks. BOOT lasts then.
+  int LockShared();
+  int UnlockShared() { return lock_.UnlockShared(); }
+  int UnlockExclusive() { return lock_.UnlockExclusive(); }
+
+  /// Before a private directory file is replaced without a sync. 0; or -1, and then it must be synced.
+  static int Keep(Disk_FileID const& id);
+  /// The same for a standard DICOMDIR, before it is written to.
+  static int Keep(std::string const& dicomdir);
+  /// After a directory file was synced, or removed: its copy has no meaning any more. 0, or -1 with errno.
+  static int Forget(Disk_FileID const& id);
+  static int Forget(std::string const& dicomdir);
+  /// Whether something in the file-set may not have been synced.
+  static bool IsOpen(std::string const& prefix);
+
+  /// Syncs the file system, and forgets all copies. Waits for relaxed operations. 0, or -1 with errno.
+  static int End(std::string const& prefix);
+  /// Whether an earlier boot of the machine ended with unsynced files.
+  static bool NeedsRecovery(std::string const& prefix);
+  /// Mends what that left. 0, also when there is nothing to mend, or -1 (logged). The caller holds no lock.
+  static int Recover(std::string const& prefix);
+
+  /// The preamble that tells an unsynced directory file, whose bytes follow it, from a torn one.
+  static constexpr std::size_t kPreamble = 128;
+  static std::array<char, kPreamble> Mark(std::string_view bytes_behind);
+  /// Whether a file is as it was written: always true for one that was synced.
+  static bool IsWhole(std::string_view file);
+
+  static constexpr char kFolder[] = "RELAXED";
+
+private:
+  static constexpr char kBoot[] = "BOOT";
+  static constexpr char kUnfinished[] = ".new"; // behind the name of a copy
+
+  int write_boot();
+  /// The boot of this machine; empty where none can be told.
+  static std::string boot_id();
+  static int remove_copies(std::string const& folder);
+  static int mend(std::string const& prefix, bool standard);
+
+  std::string prefix_, content_; // of BOOT
+  Klb_LockFile lock_;
+  bool initialised_ = false;
+};
