@@ -341,12 +341,14 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
     return -1;
   };
   bool const writes_through = !KeepsImage(strategy); // otherwise there is nothing to recover
-  bool const relaxed = Util_FileSystem::GetDurability() == Util_Durability::Relaxed;
-  if (writes_through && relaxed && Disk_RelaxedEpoch::Keep(file_name) == -1) return fail("Can't copy");
-  if (writes_through && redo.Save(redo_path()) == -1) return fail("Can't write the redo record of");
-  bool const applied = !strategy        ? redo.Apply(file_descriptor, Util_FileSystem::GetDurability()) == 0
-                       : writes_through ? redo.Apply(*strategy) == 0 && Util_FileSystem::SyncFile(file_descriptor) == 0
-                                        : redo.Apply(*strategy) == 0;
+  // what no copy can be made of, on a full disk for instance, is written durably
+  bool const relaxed = writes_through && Util_FileSystem::GetDurability() == Util_Durability::Relaxed &&
+                       Disk_RelaxedEpoch::Keep(file_name) == 0;
+  Util_Durability const durability = relaxed ? Util_Durability::Relaxed : Util_Durability::Full;
+  if (writes_through && redo.Save(redo_path(), durability) == -1) return fail("Can't write the redo record of");
+  bool const applied = !strategy ? redo.Apply(file_descriptor, durability) == 0
+                                 : redo.Apply(*strategy) == 0 &&
+                                       (!writes_through || Util_FileSystem::SyncFile(file_descriptor, durability) == 0);
   if (!applied) return fail("Can't write");
   if (writes_through && !relaxed && Disk_RelaxedEpoch::Forget(file_name) == -1) return fail("Can't forget a copy of");
   if (redo.MoveVersions(directory.c_str()) == -1) return fail("Can't move the versions of");

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <unistd.h>
 
 // What is done about the unsynced files of an earlier boot. All of it can be done again: a power cut in between costs
@@ -47,9 +48,12 @@ struct PrivateFiles {
     return System().Rename(is_kept ? copy.c_str() : path.c_str(), is_kept ? path.c_str() : (path + ".tmp").c_str());
   }
 
-  /// The directory file, then those below its records.
-  int MendTree(Disk_FileID const& id) const {
+  /// The directory file, then those below its records. `level` is 0 for the root's.
+  int MendTree(Disk_FileID const& id, int level = 0) const {
+    if (id.Path().empty()) return 0;
     if (Mend(id) == -1) return -1;
+    constexpr char const* kBelow[] = {"STUDY", "SERIES"};
+    if (level == int(std::size(kBelow))) return 0;
     Dicom_Sequence* sequence = nullptr;
     IOD_Msg* msg = nullptr;
     int found = 0;
@@ -58,9 +62,8 @@ struct PrivateFiles {
     std::unique_ptr<IOD_Msg> const owner(msg);
     if (!found) return 0;
     return Disk_TakeItems(*sequence, [&](std::unique_ptr<Dicom_Msg> item) {
-      std::string const type = item->Text(kRecordType);
-      if (type != "STUDY" && type != "SERIES") return 0;
-      return MendTree(Disk_FileID(prefix.c_str(), item->Value<Dicom_CS>(kReferencedFileID), 0));
+      if (item->Text(kRecordType) != kBelow[level]) return 0;
+      return MendTree(Disk_FileID(prefix.c_str(), item->Value<Dicom_CS>(kReferencedFileID), 0), level + 1);
     });
   }
 };
@@ -107,14 +110,16 @@ int Disk_RelaxedEpoch::remove_copies(std::string const& folder) {
   std::vector<Util_FileSystemInterface::Entry> entries;
   if (System().List(folder.c_str(), entries) == -1) return -1;
   for (auto const& entry : entries)
-    if (entry.name != kBoot && System().Unlink((folder + "/" + entry.name).c_str()) == -1) return -1;
+    if (entry.type != entry.Directory && entry.name != kBoot &&
+        System().Unlink((folder + "/" + entry.name).c_str()) == -1)
+      return -1;
   if (System().Unlink((folder + "/" + kBoot).c_str()) == -1) return -1;
   return System().Rmdir(folder.c_str()) == -1 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT ? -1 : 0;
 }
 
 bool Disk_RelaxedEpoch::NeedsRecovery(std::string const& prefix) {
   std::string const folder = prefix + "/" + kFolder, boot = boot_id();
-  return Exists(folder) && (boot.empty() || !ContentOf(folder + "/" + kBoot).starts_with(boot + "\n"));
+  return IsOpen(prefix) && (boot.empty() || !ContentOf(folder + "/" + kBoot).starts_with(boot + "\n"));
 }
 
 int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
@@ -128,7 +133,7 @@ int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
   std::string const folder = prefix + "/" + kFolder, boot = folder + "/" + kBoot;
   Klb_LockFile turn;
   if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
-    return Exists(folder) ? failed() : 0; // another did it
+    return IsOpen(prefix) ? failed() : 0; // another did it
   if (!NeedsRecovery(prefix)) return 0;
   std::string const content = ContentOf(boot);
   // without a whole BOOT nothing was written under it, or all of it was synced

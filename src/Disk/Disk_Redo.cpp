@@ -140,11 +140,11 @@ bool Disk_Redo::decode(std::string_view bytes) {
   return false;
 }
 
-int Disk_Redo::Save(std::string const& path) const {
+int Disk_Redo::Save(std::string const& path, Util_Durability durability) const {
   std::string const bytes = encoded();
   std::string_view const parts[] = {bytes};
-  if (Util_FileSystem::WriteNewFile(path.c_str(), parts, true) == 0 &&
-      Util_FileSystem::SyncDirectory(FolderOf(path).c_str()) == 0)
+  if (Util_FileSystem::WriteNewFile(path.c_str(), parts, true, durability) == 0 &&
+      Util_FileSystem::SyncDirectory(FolderOf(path).c_str(), durability) == 0)
     return 0;
   int const cause = errno;
   Util_FileSystemInterface::Current().Unlink(path.c_str()); // nothing of it has been applied

@@ -26,7 +26,7 @@ public:
   void Settle();
 
   /// Writes the record to a file and syncs it and its entry. 0, or -1 with errno.
-  int Save(std::string const& path) const;
+  int Save(std::string const& path, Util_Durability durability) const;
   enum class Found { None, Torn, Whole, Unreadable };
   /// Reads a record. Torn: what stands there has no meaning. Unreadable: errno tells why.
   Found Load(std::string const& path);

@@ -23,14 +23,16 @@ std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind
 
 std::string FolderIn(std::string const& prefix) { return prefix + "/" + Disk_RelaxedEpoch::kFolder; }
 
-/// Of a directory file of the private structure: named by its ID, which holds no `/`.
-std::string CopyOf(Disk_FileID const& id) { return FolderIn(id.GetFileSetPrefix()) + "/" + id.GetID().GetText(); }
+/// Of a directory file of the private structure: named by its ID, which holds no `/` if it makes a path. Empty if not.
+std::string CopyOf(Disk_FileID const& id) {
+  return id.Path().empty() ? std::string() : FolderIn(id.GetFileSetPrefix()) + "/" + id.GetID().GetText();
+}
 
 std::string CopyOf(std::string const& dicomdir) {
   return FolderIn(FolderOf(dicomdir)) + dicomdir.substr(dicomdir.rfind('/'));
 }
 
-int ForgetCopy(std::string const& copy) { return Exists(copy) ? System().Unlink(copy.c_str()) : 0; }
+int ForgetCopy(std::string const& copy) { return !copy.empty() && Exists(copy) ? System().Unlink(copy.c_str()) : 0; }
 
 int CopyFile(std::string const& from, std::string const& to) {
   Util_FileDescriptor const source = Util_FileSystem::Open(from.c_str(), O_RDONLY | O_NONBLOCK);
@@ -85,6 +87,7 @@ int Disk_RelaxedEpoch::LockShared() {
   for (int i = 0; i < kMostTries; ++i) {
     if (!initialised_ || !Exists(boot)) {
       if (Util_FileSystem::MakeDirectory(folder.c_str()) == -1) return -1;
+      if (!IsOpen(prefix_)) return errno = ENOTDIR, -1; // a link leads elsewhere
       initialised_ = lock_.Init(folder.c_str(), boot.c_str(), 0) == 0;
       if (!initialised_ && errno != ENOENT) return -1;
       if (!initialised_) continue;
@@ -117,6 +120,7 @@ int Disk_RelaxedEpoch::write_boot() {
 
 int Disk_RelaxedEpoch::Keep(Disk_FileID const& id) {
   std::string const path = id.Path(), copy = CopyOf(id), fresh = copy + kUnfinished;
+  if (copy.empty()) return -1;
   if (Exists(copy)) return 0;
   int linked = System().Link(path.c_str(), fresh.c_str());
   if (linked == -1 && errno == EEXIST && System().Unlink(fresh.c_str()) == 0)
@@ -137,11 +141,14 @@ int Disk_RelaxedEpoch::Forget(Disk_FileID const& id) { return ForgetCopy(CopyOf(
 
 int Disk_RelaxedEpoch::Forget(std::string const& dicomdir) { return ForgetCopy(CopyOf(dicomdir)); }
 
-bool Disk_RelaxedEpoch::IsOpen(std::string const& prefix) { return Exists(FolderIn(prefix)); }
+bool Disk_RelaxedEpoch::IsOpen(std::string const& prefix) {
+  struct stat status {};
+  return System().Lstat(FolderIn(prefix).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
 
 int Disk_RelaxedEpoch::End(std::string const& prefix) {
   std::string const folder = FolderIn(prefix);
-  if (!Exists(folder)) return Util_FileSystem::SyncFileSystem(prefix.c_str());
+  if (!IsOpen(prefix)) return Util_FileSystem::SyncFileSystem(prefix.c_str());
   Klb_LockFile lock;
   if (lock.Init(folder.c_str(), (folder + "/" + kBoot).c_str(), 0) == -1 || lock.LockExclusive() == -1) return -1;
   if (Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;

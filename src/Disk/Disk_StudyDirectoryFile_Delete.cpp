@@ -64,7 +64,13 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
     if ((removed || removal->series_uid == UI_NULL) && Disk_TakeOut(series_records, series, is_standard()) == -1)
       return -1;
   }
-  for (Disk_SeriesDirectoryRecord* left : InUse(series_records, is_standard())) {
+  std::vector<Disk_SeriesDirectoryRecord*> const staying = InUse(series_records, is_standard());
+  // the folders of series are gone for good before their records go; a private directory file syncs their entries
+  std::string const folder = directory().FolderPath();
+  if (is_standard() && removal->series_removed > 0 && !staying.empty() &&
+      Util_FileSystemInterface::Current().Access(folder.c_str(), F_OK) == 0 && sync_directory_of(file_id.Path()) == -1)
+    return -1;
+  for (Disk_SeriesDirectoryRecord* left : staying) {
     ++removal->series_left;
     removal->images_left += left->GetRecordMsg()->GetNumberOfSeriesRelatedImages();
     if (left->GetRecordMsg()->GetModality() == removal->modality) removal->modality_is_left = true;

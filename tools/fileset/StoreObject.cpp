@@ -5,9 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <dicom/Util_File.h>
-#include <fcntl.h>
-#include <infra/Util_FileSystem.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 namespace {
 
