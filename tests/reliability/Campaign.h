@@ -49,3 +49,4 @@ Result RunKills(Options const& options);
 Result RunErrors(Options const& options);
 Result RunHostile(Options const& options);
 Result RunProcesses(Options const& options);
+Result RunPower(Options const& options);

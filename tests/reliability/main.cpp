@@ -9,8 +9,11 @@
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-  std::map<std::string, Result (*)(Options const&)> const campaigns{
-      {"errors", RunErrors}, {"hostile", RunHostile}, {"kill", RunKills}, {"processes", RunProcesses}};
+  std::map<std::string, Result (*)(Options const&)> const campaigns{{"errors", RunErrors},
+                                                                    {"hostile", RunHostile},
+                                                                    {"kill", RunKills},
+                                                                    {"power", RunPower},
+                                                                    {"processes", RunProcesses}};
   Options options;
   std::string name;
   CLI::App app("Puts the file-set engine through faults, and tells what it lost");

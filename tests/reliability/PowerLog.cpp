@@ -1,0 +1,301 @@
+#include "PowerLog.h"
+
+#include <algorithm>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Base = Util_FileSystemInterface;
+
+void LoadInto(Tree& tree, Inode directory, fs::path const& place) {
+  for (auto const& entry : fs::directory_iterator(place)) {
+    Inode const inode = tree.next++;
+    tree.directories[directory][entry.path().filename().string()] = inode;
+    if (entry.is_directory()) {
+      tree.directories[inode];
+      LoadInto(tree, inode, entry.path());
+      continue;
+    }
+    std::ifstream file(entry.path(), std::ios::binary);
+    tree.files[inode] = std::string(std::istreambuf_iterator<char>(file), {});
+  }
+}
+
+void SetEntry(Tree& tree, Step::Entry const& entry) {
+  auto& names = tree.directories[entry.directory];
+  if (entry.is_directory) tree.directories[entry.inode];
+  if (entry.inode == kNone)
+    names.erase(entry.name);
+  else
+    names[entry.name] = entry.inode;
+}
+
+void Change(std::string& content, Step const& step) {
+  if (step.kind == Step::Truncate) return content.resize(step.offset);
+  content.resize(std::max(content.size(), step.offset + step.data.size()));
+  content.replace(step.offset, step.data.size(), step.data);
+}
+
+std::size_t Caller() {
+  constexpr int kMost = 64;
+  void* frames[kMost];
+  std::size_t caller = 0;
+  for (int i = 0, n = backtrace(frames, kMost); i < n; ++i) {
+    Dl_info info{};
+    bool const in_engine = dladdr(frames[i], &info) != 0 && info.dli_fname &&
+                           std::string_view(info.dli_fname).find("libDisk") != std::string_view::npos;
+    if (in_engine) caller = caller * 1000003 + reinterpret_cast<std::size_t>(frames[i]);
+  }
+  return caller;
+}
+
+} // namespace
+
+Tree Tree::Load(std::string const& place) {
+  Tree tree;
+  LoadInto(tree, kRoot, place);
+  return tree;
+}
+
+// The recorder
+
+Recorder::Recorder(std::string place, Tree start) : place_(std::move(place)), tree_(std::move(start)) {
+  SetCurrent(this);
+}
+
+Step::Entry Recorder::find(std::string const& path) const {
+  if (!path.starts_with(place_ + "/")) return {kNone, {}, kNone};
+  Inode directory = kRoot;
+  std::string name;
+  for (fs::path const& part : fs::path(path.substr(place_.size() + 1))) {
+    if (part.empty() || part == ".") continue;
+    if (!name.empty()) directory = tree_.directories.at(directory).at(name);
+    name = part.string();
+  }
+  auto const& names = tree_.directories.at(directory);
+  auto const found = names.find(name);
+  return {directory, name, found == names.end() ? kNone : found->second};
+}
+
+void Recorder::enter(std::vector<Step::Entry> entries) {
+  for (Step::Entry const& entry : entries)
+    SetEntry(tree_, entry);
+  steps.push_back({.kind = Step::Entries, .entries = std::move(entries)});
+}
+
+int Recorder::Open(char const* path, int flags, mode_t mode) {
+  int const fd = Base::Open(path, flags, mode);
+  if (fd == -1 || !std::string(path).starts_with(place_)) return fd;
+  if (path == place_) return open_[fd] = {kRoot, true}, fd;
+  Step::Entry entry = find(path);
+  if (entry.inode == kNone) {
+    entry.inode = tree_.next++;
+    tree_.files[entry.inode];
+    enter({entry});
+  } else if (flags & O_TRUNC && !tree_.files[entry.inode].empty()) {
+    steps.push_back({.kind = Step::Truncate, .inode = entry.inode});
+    Change(tree_.files[entry.inode], steps.back());
+  }
+  open_[fd] = {entry.inode, tree_.directories.count(entry.inode) != 0};
+  return fd;
+}
+
+int Recorder::Close(int fd) {
+  open_.erase(fd);
+  return Base::Close(fd);
+}
+
+ssize_t Recorder::wrote(int fd, void const* data, ssize_t count, off_t offset) {
+  auto const file = open_.find(fd);
+  if (count <= 0 || file == open_.end()) return count;
+  steps.push_back({.kind = Step::Write,
+                   .inode = file->second.inode,
+                   .offset = std::size_t(offset),
+                   .data = {static_cast<char const*>(data), std::size_t(count)}});
+  Change(tree_.files[file->second.inode], steps.back());
+  return count;
+}
+
+ssize_t Recorder::Read(int fd, void* data, size_t size) { return Base::Read(fd, data, size); }
+
+off_t Recorder::Lseek(int fd, off_t offset, int whence) { return Base::Lseek(fd, offset, whence); }
+
+ssize_t Recorder::Write(int fd, void const* data, size_t size) {
+  off_t const offset = Base::Lseek(fd, 0, SEEK_CUR);
+  return wrote(fd, data, Base::Write(fd, data, size), offset);
+}
+
+ssize_t Recorder::Pwrite(int fd, void const* data, size_t size, off_t offset) {
+  return wrote(fd, data, Base::Pwrite(fd, data, size, offset), offset);
+}
+
+ssize_t Recorder::Writev(int fd, iovec const* parts, int count) {
+  std::string data;
+  for (int i = 0; i < count; ++i)
+    data.append(static_cast<char const*>(parts[i].iov_base), parts[i].iov_len);
+  return Write(fd, data.data(), data.size());
+}
+
+int Recorder::Rename(char const* from, char const* to) {
+  Step::Entry const old = find(from);
+  Step::Entry now = find(to);
+  int const result = Base::Rename(from, to);
+  if (result == -1 || old.inode == now.inode) return result;
+  now.inode = old.inode;
+  std::vector<Step::Entry> entries;
+  if (old.directory != kNone) entries.push_back({old.directory, old.name, kNone});
+  entries.push_back(now);
+  return enter(std::move(entries)), result;
+}
+
+int Recorder::Link(char const* from, char const* to) {
+  int const result = Base::Link(from, to);
+  if (result == -1) return result;
+  Step::Entry entry = find(to);
+  entry.inode = find(from).inode;
+  return enter({entry}), result;
+}
+
+int Recorder::Unlink(char const* path) {
+  int const result = Base::Unlink(path);
+  if (result == -1) return result;
+  Step::Entry entry = find(path);
+  entry.inode = kNone;
+  return enter({entry}), result;
+}
+
+int Recorder::Rmdir(char const* path) {
+  int const result = Base::Rmdir(path);
+  if (result == -1) return result;
+  Step::Entry entry = find(path);
+  entry.inode = kNone;
+  return enter({entry}), result;
+}
+
+int Recorder::Mkdir(char const* path, mode_t mode) {
+  int const result = Base::Mkdir(path, mode);
+  if (result == -1) return result;
+  Step::Entry entry = find(path);
+  entry.inode = tree_.next++;
+  entry.is_directory = true;
+  return enter({entry}), result;
+}
+
+int Recorder::Ftruncate(int fd, off_t size) {
+  int const result = Base::Ftruncate(fd, size);
+  auto const file = open_.find(fd);
+  if (result == -1 || file == open_.end()) return result;
+  steps.push_back({.kind = Step::Truncate, .inode = file->second.inode, .offset = std::size_t(size)});
+  Change(tree_.files[file->second.inode], steps.back());
+  return result;
+}
+
+int Recorder::synced(int fd, Step::Kind kind, int result) {
+  auto const file = open_.find(fd);
+  if (result == 0 && file != open_.end())
+    steps.push_back({.kind = kind == Step::SyncAll       ? kind
+                             : file->second.is_directory ? Step::SyncDirectory
+                                                         : Step::SyncFile,
+                     .inode = file->second.inode,
+                     .caller = Caller()});
+  return result;
+}
+
+// What is on a disk in memory needs no sync itself.
+int Recorder::Fsync(int fd) { return synced(fd, Step::SyncFile, 0); }
+int Recorder::Fdatasync(int fd) { return synced(fd, Step::SyncFile, 0); }
+int Recorder::Syncfs(int fd) { return synced(fd, Step::SyncAll, 0); }
+
+// The disk
+
+void Disk::Apply(Step const& step) {
+  auto const settle = [this](auto which) {
+    for (auto step = entries_.begin(); step != entries_.end(); ++step)
+      if (which(*step))
+        for (Step::Entry const& entry : step->entries) {
+          SetEntry(synced_, entry);
+          // what the name stood for before, in a directory that isn't synced, doesn't come back
+          for (auto older = entries_.begin(); older != step; ++older)
+            std::erase_if(older->entries, [&](Step::Entry const& other) {
+              return other.directory == entry.directory && other.name == entry.name;
+            });
+        }
+    std::erase_if(entries_, which);
+  };
+  switch (step.kind) {
+  case Step::Write:
+  case Step::Truncate: {
+    auto const pending = pending_.try_emplace(step.inode, synced_.files[step.inode]).first;
+    Change(pending->second, step);
+    break;
+  }
+  case Step::Entries:
+    entries_.push_back(step);
+    break;
+  case Step::SyncFile:
+    if (auto const pending = pending_.extract(step.inode)) synced_.files[step.inode] = pending.mapped();
+    break;
+  case Step::SyncDirectory:
+    settle([&](Step const& entries) {
+      return std::any_of(entries.entries.begin(), entries.entries.end(),
+                         [&](Step::Entry const& entry) { return entry.directory == step.inode; });
+    });
+    break;
+  case Step::SyncAll:
+    settle([](Step const&) { return true; });
+    for (auto& [inode, content] : pending_)
+      synced_.files[inode] = std::move(content);
+    pending_.clear();
+  }
+}
+
+std::string Disk::torn(std::string const& before, std::string const& after, Fate fate, std::mt19937& random) {
+  if (fate == Kept) return after;
+  constexpr std::size_t kAtomic = 8; // so few bytes of one sector are written together
+  if (fate == Lost || (fate == Cut && after.size() <= kAtomic)) return before;
+  std::string content(before);
+  if (fate == Cut) {
+    std::size_t const cut = after.empty() ? 0 : random() % after.size();
+    content.resize(std::max(content.size(), cut));
+    return content.replace(0, cut, after, 0, cut);
+  }
+  content.resize(after.size());
+  if (fate == Zeros) return content;
+  std::size_t const block = fate == Sectors ? 512 : 4096;
+  for (std::size_t at = 0; at < after.size(); at += block)
+    if (random() % 2 == 0) content.replace(at, std::min(block, after.size() - at), after, at, block);
+  return content;
+}
+
+Disk::Image Disk::Build(std::vector<Fate> const& fates, std::mt19937& random) const {
+  Tree tree(synced_);
+  std::size_t choice = 0;
+  for (Step const& step : entries_)
+    if (fates[choice++] == Kept)
+      for (Step::Entry const& entry : step.entries)
+        SetEntry(tree, entry);
+  for (auto const& [inode, content] : pending_)
+    tree.files[inode] = torn(tree.files[inode], content, fates[choice++], random);
+  Image image;
+  collect(tree, kRoot, "", &image);
+  return image;
+}
+
+void Disk::collect(Tree const& tree, Inode directory, std::string const& path, Image* image) {
+  for (auto const& [name, inode] : tree.directories.at(directory)) {
+    if (tree.directories.count(inode) != 0) {
+      (*image)[path + name + "/"];
+      collect(tree, inode, path + name + "/", image);
+      continue;
+    }
+    auto const file = tree.files.find(inode); // none: nothing was ever written to it
+    (*image)[path + name] = file == tree.files.end() ? std::string() : file->second;
+  }
+}
