@@ -25,6 +25,8 @@ public:
   virtual ~Disk_DirectoryFile() = default;
 
   /// The strategy stays the caller's; it may be null.
+  /// Of a new file, before its first write: it is written again before a record names it, so the first needn't last.
+  void MarkUnnamed() { is_unnamed = true; }
   void SetWritingStrategy(Disk_StorageStrategy* strategy) { writing_strategy = strategy; }
   Disk_StorageStrategy* GetWritingStrategy() const { return writing_strategy; }
   /// Makes VERSION count again after a read-only file-set was found to have none.
@@ -118,6 +120,7 @@ protected:
   mutable int version_file_in_use = 1;
   Disk_DicomDir* standard_dicomdir;
   Disk_StorageStrategy* writing_strategy = nullptr;
+  bool is_unnamed = false;
   Disk_StoreParams params;
 
 private:

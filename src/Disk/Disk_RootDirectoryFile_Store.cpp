@@ -232,7 +232,9 @@ int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_
     DISK_LOG(3, "NewStudy(): Can't add component to file-id.\n");
     return -1;
   }
-  if (Disk_StudyDirectoryFile(id, params, standard_dicomdir, 0).Write() == -1) {
+  Disk_StudyDirectoryFile file(id, params, standard_dicomdir, 0);
+  file.MarkUnnamed();
+  if (file.Write() == -1) {
     DISK_LOG(3, "NewStudy(): Can't write new directory file.\n");
     return -1;
   }

@@ -169,7 +169,9 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
     DISK_LOG(3, "NewSeries(): Can't add component to file-id.\n");
     return -1;
   }
-  if (Disk_SeriesDirectoryFile(id, params, standard_dicomdir, 0).Write() == -1) {
+  Disk_SeriesDirectoryFile file(id, params, standard_dicomdir, 0);
+  file.MarkUnnamed();
+  if (file.Write() == -1) {
     DISK_LOG(3, "NewSeries(): Can't write new directory file.\n");
     return -1;
   }

@@ -55,6 +55,24 @@ struct Recording {
   std::vector<std::size_t> done;
 };
 
+/// A file that its writer hasn't synced, if there is one at the path.
+void Unsync(Recording& recording, std::vector<std::string> const& path) {
+  Inode directory = kRoot, inode = kRoot;
+  for (std::string const& name : path) {
+    auto const& names = recording.start.directories[directory = inode];
+    auto const found = names.find(name);
+    if (found == names.end()) return;
+    inode = found->second;
+  }
+  std::vector<Step> const steps{
+      {.kind = Step::Entries, .entries = {{directory, path.back(), inode}}},
+      {.kind = Step::Write, .inode = inode, .data = std::exchange(recording.start.files[inode], {})}};
+  recording.start.directories[directory].erase(path.back());
+  recording.steps.insert(recording.steps.begin(), steps.begin(), steps.end());
+  for (std::size_t& done : recording.done)
+    done += steps.size();
+}
+
 Recording Record(Play const& play, std::string const& place) {
   Site const site = play.c->Copy(place);
   Recording recording{Tree::Load(place), {}, {}};
@@ -67,6 +85,7 @@ Recording Record(Play const& play, std::string const& place) {
   }
   Util_FileSystem::SetDurability(kDurable);
   recording.steps = std::move(recorder.steps);
+  Unsync(recording, {"set", "STUDY", "SERIES", "OBJECT"});
   return recording;
 }
 
