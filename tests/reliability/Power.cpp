@@ -436,7 +436,7 @@ Result RunPower(Options const& options) {
   std::vector<Play> const mixed = Mixed(cases);
   plays.insert(plays.end(), mixed.begin(), mixed.end());
   Extent const extent = options.full ? Extent{140, 1, 12} : Extent{3, 9, 1};
-  Counts const counts = InShares([&](Share& share, std::string const& place) {
+  Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
     if (options.full) LeaveSyncsOut(plays, options.seed, place, share);
     for (Play const& play : plays)
       if (share.IsMine()) RunStates(play, extent, options.seed, place, share);
