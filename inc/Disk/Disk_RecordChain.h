@@ -4,11 +4,11 @@
 #include <infra/Disk_Export.h>
 #include <infra/RWSlistCollectables.h>
 
-#include <string>
+#include <memory>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
+class Disk_RecordWindow;
 class Disk_StorageStrategy;
 
 /// The records of one level, whatever their class: a list that owns them, and in the standard structure a chain of
@@ -18,7 +18,7 @@ class Disk_StorageStrategy;
 /// Writing what changed costs no more however long the chain is, and so does finding a record by a text.
 class DISK_EXPORT Disk_RecordChain : public RWSlistCollectables {
 public:
-  ~Disk_RecordChain() override { clearAndDestroy(); }
+  ~Disk_RecordChain() override;
 
   /// Replaces the content by the chain that starts at `offset`; 0 stands for an empty one. 0, or -1 (logged); the
   /// records read so far stay. A chain that loops, leaves the file or holds a record of an upper level fails.
@@ -37,7 +37,7 @@ public:
   RWCollectable* remove(RWCollectable const* item);
 
 protected:
-  Disk_RecordChain() = default;
+  Disk_RecordChain();
   int add_new_record(Disk_DirectoryRecord* record, unsigned offset);
   /// The records whose `tag` has this text, in the order of the list. The tag is always the same one.
   std::vector<Disk_DirectoryRecord*> find(Dicom_Tag const& tag, std::string_view text) const;
@@ -51,20 +51,17 @@ protected:
 
 private:
   struct Output;
+  struct Index;
   int read_chain(Disk_RecordSource const& source, unsigned offset);
   int write_chain(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
-  int read_record(Disk_RecordSource const& source, unsigned offset, unsigned chain);
+  int read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset, unsigned chain);
   int write_all(Output& output, Dicom_TransferSyntax const& syntax, unsigned offset);
   int write_record(Output& output, Dicom_TransferSyntax const& syntax, Disk_DirectoryRecord const& record,
                    unsigned offset) const;
   bool fits(Disk_DirectoryRecord const& record, Dicom_TransferSyntax const& syntax) const;
-  void index_rest(Dicom_Tag const& tag) const;
-
   /// Records that have changed since they were written; they enlist themselves.
   std::vector<Disk_DirectoryRecord*> unwritten_;
   Disk_StorageStrategy* written_through_ = nullptr;
-  // the index of the list by the text of one attribute
-  mutable std::unordered_map<std::string, std::vector<Disk_DirectoryRecord*>> index_;
-  mutable std::size_t indexed_ = 0, searches_ = 0;
-  mutable const_iterator next_to_index_{nullptr};
+  mutable std::unique_ptr<Index> index_; // made when it is worth it: most lists are short, and there are many
+  mutable unsigned searches_ = 0;
 };

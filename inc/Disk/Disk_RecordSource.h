@@ -23,15 +23,21 @@ public:
 
 /// Which chains have which records. What it refuses would make reading take far more memory or time than the file has
 /// bytes: a record of another chain, records that stand in one another (all of them take more room than there is), and
-/// very many that hold next to nothing.
+/// too many for their bytes.
 class Disk_RecordClaims {
 public:
+  /// Whether so many records of so many bytes in all are what a file-set may hold: the mean record with its links, its
+  /// type, a key and a file ID is longer, and each takes memory beside its bytes.
+  static bool AreMeaningful(std::size_t records, std::uint64_t bytes) {
+    constexpr std::size_t kMany = 1 << 17, kLeastMean = 128;
+    return records <= kMany || bytes >= kLeastMean * records;
+  }
+
   bool Add(unsigned offset, unsigned length, unsigned chain, unsigned room) {
-    constexpr std::size_t kMany = 1 << 16, kLeastMean = 64; // a record with its links, its type and a key is longer
     auto const [owner, is_new] = owners_.emplace(offset, chain);
     if (!is_new) return owner->second == chain;
     taken_ += length;
-    return taken_ <= room && (owners_.size() <= kMany || taken_ >= kLeastMean * owners_.size());
+    return taken_ <= room && AreMeaningful(owners_.size(), taken_);
   }
   void Clear() {
     owners_.clear();

@@ -43,6 +43,10 @@ public:
   Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
   /// A data set in `syntax` that fills `buffer`. `*error` is -1 on failure.
   Dicom_Msg(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, int* error);
+  /// A data set of `length` bytes that stand at `bytes` in `buffer`. What is known of the buffer is shared with
+  /// `neighbour`, a data set that was read from the same one and didn't change; null when there is none.
+  Dicom_Msg(std::shared_ptr<Util_Buffer const> const& buffer, char const* bytes, std::size_t length,
+            Dicom_TransferSyntax const& syntax, Dicom_Msg const* neighbour, int* error);
   /// A copy for the caller to own.
   Dicom_Msg* Clone() const { return new Dicom_Msg(*this); }
 
@@ -101,6 +105,9 @@ public:
   std::string_view GetOriginalBuffer() const { return HasChanged() ? std::string_view() : original_; }
   /// Whether elements were set or removed, in nested items too, since the message was made or read.
   bool HasChanged() const;
+  /// Makes one that was read, and has its elements in another order or in a form that has to be taken apart, hold bytes
+  /// in order, which take far less room. A message that can't be written as such stays as it is.
+  void BringInOrder();
 
 protected:
   /// The block number's tag for `tag` in this message, 0 when its implementor has none here.
@@ -121,9 +128,11 @@ private:
   /// Checks the bytes and takes them; -1, with the reason in `*error`, when they are no data set. A null `buffer`
   /// stands for bytes that a caller keeps.
   int take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,
-           std::size_t length, std::string* error);
+           std::size_t length, Dicom_Msg const* neighbour, std::string* error);
   /// Takes the bytes apart; afterwards elements_ alone holds the data set.
   void parse() const;
+  /// Whether values are found by a walk over the bytes.
+  bool is_in_order() const;
   Dicom_Origin const* own_origin() const;
   /// The character set that the message's own (0008,0005) declares; null without one.
   std::shared_ptr<Dicom_CharacterSet const> declared_set() const;

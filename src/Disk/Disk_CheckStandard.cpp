@@ -19,8 +19,6 @@ constexpr std::uint64_t kMostRedoBytes = 16 << 20;
 constexpr std::size_t kHashName = 8; // length of the name of a study's or series' folder
 constexpr char const* kTypes[] = {"PATIENT", "STUDY", "SERIES"};
 constexpr int kInstance = 3;
-// what Disk_RecordClaims refuses
-constexpr std::size_t kManyRecords = 1 << 16, kLeastMeanRecord = 64;
 
 bool LooksLikeOurs(std::string const& name) {
   return name.size() == kHashName && name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") == name.npos;
@@ -146,7 +144,7 @@ bool Disk_CheckStandard::read_items() {
     }
     items_[offset] = {std::uint32_t(item.length), item.value};
     p = item.next;
-    if (items_.size() > kManyRecords && std::size_t(p - first) < kLeastMeanRecord * items_.size()) {
+    if (!Disk_RecordClaims::AreMeaningful(items_.size(), std::uint64_t(p - first))) {
       damaged("record-unreadable", "there are very many records that hold next to nothing");
       return false;
     }

@@ -107,6 +107,10 @@ int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, Re
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
   long const version = std::exchange(file_version, 0);
+  if (!Disk_RecordClaims::AreMeaningful(std::size_t(sequence->GetNItems()), owner->GetDumpLen())) {
+    DISK_LOG(3, "Read(): %d records in %u bytes are too many.\n", sequence->GetNItems(), owner->GetDumpLen());
+    return -1;
+  }
   if (Disk_TakeRecords(*sequence, records, texts.cant_create_record) == -1) return -1;
   file_version = version;
   return 0;

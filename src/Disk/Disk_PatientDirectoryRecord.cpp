@@ -40,13 +40,18 @@ Disk_PatientDirectoryRecord::Disk_PatientDirectoryRecord(int fd, unsigned length
   if (*error == -1) return;
   unsigned const offset = GetOffsetOfReferencedLowerLevelDirectoryEntity();
   *error = CheckStudyOffset(offset);
-  if (*error == 0) *error = study_records_.ReadRecords(fd, syntax, offset);
+  if (*error == 0) *error = GetStudyRecords().ReadRecords(fd, syntax, offset);
+}
+
+Disk_RecordList<Disk_StudyDirectoryRecord>& Disk_PatientDirectoryRecord::GetStudyRecords() const {
+  if (!study_records_) study_records_ = std::make_unique<Disk_RecordList<Disk_StudyDirectoryRecord>>();
+  return *study_records_;
 }
 
 int Disk_PatientDirectoryRecord::ReadStudies(Disk_RecordSource const& source) {
   unsigned const offset = GetOffsetOfReferencedLowerLevelDirectoryEntity();
   if (offset == 0 && GetRecordInUseFlag() == Dicom_US(0)) return 0; // deleted by somebody who unlinked its studies
-  return CheckStudyOffset(offset) == -1 ? -1 : study_records_.ReadRecords(source, offset);
+  return CheckStudyOffset(offset) == -1 ? -1 : GetStudyRecords().ReadRecords(source, offset);
 }
 
 int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool standard) {

@@ -1,6 +1,7 @@
 #include <Disk/Disk_RecordChain.h>
 
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RecordWindow.h"
 #include "dicom/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_StorageStrategy.h>
@@ -11,7 +12,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string>
 #include <unistd.h>
+#include <unordered_map>
 
 namespace {
 
@@ -43,8 +46,6 @@ private:
   mutable Disk_RecordClaims claims_;
 };
 
-Dicom_Encoding EncodingOf(Dicom_TransferSyntax const& syntax) { return {syntax.IsExplicitVR(), syntax.IsBigEndian()}; }
-
 /// The level that a record type belongs to; -1 for one that isn't bound to a level.
 int LevelOf(Dicom_CS const& type) {
   if (type == IOD_Image::PATIENT) return 0;
@@ -52,36 +53,30 @@ int LevelOf(Dicom_CS const& type) {
   return type == IOD_Image::SERIES ? 2 : -1;
 }
 
-/// The bytes of an item's body that the item's length leaves open. Null when no delimiter ends it.
-std::shared_ptr<Util_Buffer const> ReadOpenItem(Disk_RecordSource const& source, unsigned offset) {
-  unsigned const left = source.RecordsEnd() - offset;
-  for (unsigned wanted = 4096;; wanted *= 4) {
-    wanted = std::min(wanted, left);
-    std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(wanted);
-    if (!bytes || source.ReadAt(bytes->data(), wanted, offset) != long(wanted)) return nullptr;
-    Dicom_RawItem item;
-    if (Dicom_ReadItem(bytes->data(), bytes->data() + wanted, EncodingOf(source.Syntax()), &item)) {
-      std::shared_ptr<Util_Buffer> const body = Util_Buffer::Make(item.length);
-      if (body) std::copy(item.value, item.value + item.length, body->data());
-      return body;
-    }
-    if (wanted == left) return nullptr;
-  }
-}
-
 } // namespace
+
+/// The records by the text of one attribute.
+struct Disk_RecordChain::Index {
+  std::unordered_map<std::string, std::vector<Disk_DirectoryRecord*>> records;
+  std::size_t entries = 0;
+  const_iterator last{nullptr};
+};
+
+Disk_RecordChain::Disk_RecordChain() = default;
+
+Disk_RecordChain::~Disk_RecordChain() { clearAndDestroy(); }
 
 void Disk_RecordChain::clearAndDestroy() {
   unwritten_.clear();
   written_through_ = nullptr;
-  index_.clear();
-  indexed_ = searches_ = 0;
+  index_.reset();
+  searches_ = 0;
   RWSlistCollectables::clearAndDestroy();
 }
 
 RWCollectable* Disk_RecordChain::remove(RWCollectable const* item) {
-  index_.clear();
-  indexed_ = searches_ = 0;
+  index_.reset();
+  searches_ = 0;
   std::erase(unwritten_, item);
   return RWSlistCollectables::remove(item);
 }
@@ -102,6 +97,7 @@ int Disk_RecordChain::Take(std::unique_ptr<Dicom_Msg> msg) {
     record->record_msg = std::make_unique<IOD_Msg>(std::move(*msg));
   }
   if (record->ValidateDirectoryRecord() == -1) return -1;
+  record->record_msg->BringInOrder();
   append(record.get());
   record.release();
   return 0;
@@ -121,6 +117,7 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
   DISK_LOG(7, "ReadRecords: record offset is %d.\n", int(offset));
   clearAndDestroy();
   unsigned const chain = offset;
+  Disk_RecordWindow window(source);
   // a loop is noticed by going on from a remembered place, moved ever more rarely, which needs no memory
   unsigned remembered = 0;
   for (std::size_t steps = 1, next_move = 1; offset != 0; ++steps) {
@@ -132,51 +129,26 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
       remembered = offset;
       next_move *= 2;
     }
-    if (read_record(source, offset, chain) == -1) return -1;
+    if (read_record(source, window, offset, chain) == -1) return -1;
     offset = static_cast<Disk_DirectoryRecord*>(last())->GetOffsetOfTheNextDirectoryRecord();
   }
   return 0;
 }
 
-int Disk_RecordChain::read_record(Disk_RecordSource const& source, unsigned offset, unsigned chain) {
+int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset,
+                                  unsigned chain) {
   unsigned const end = source.RecordsEnd();
   if (offset < source.RecordsBegin() || offset >= end) {
     DISK_LOG(3, "ReadRecords: offset %u in the chain from %u is outside of the records.\n", offset, chain);
     return -1;
   }
-  bool const big_endian = source.Syntax().IsBigEndian();
-  char header[kHeader];
-  long const got = source.ReadAt(header, std::min(kHeader, end - offset), offset);
-  if (got < 4) {
-    DISK_LOG(3, "ReadRecords: Failed reading item tag from file. errno %d.\n", errno);
-    return -1;
-  }
-  std::uint32_t const tag = Dicom_LoadTag(header, big_endian);
-  if (tag != kItemTag) {
-    DISK_LOG(3, "ReadRecords: (%04x,%04x) is not an item tag. offset is %d\n", tag >> 16, tag & 0xFFFF, int(offset));
-    return -1;
-  }
-  if (got < long(kHeader)) {
-    DISK_LOG(3, "ConstructFromFile: Failed reading from file. errno %d.\n", errno);
-    return -1;
-  }
-  std::uint32_t const length = Dicom_Load32(header + 4, big_endian);
-  std::shared_ptr<Util_Buffer const> body;
-  if (length == kUndefinedLength) {
-    body = ReadOpenItem(source, offset);
-  } else if (length <= end - offset - kHeader) {
-    std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(length);
-    if (bytes && source.ReadAt(bytes->data(), length, offset + kHeader) == long(length)) body = bytes;
-  }
-  int error = -1;
+  Dicom_Msg msg;
+  unsigned length = 0;
+  if (window.Read(offset, &msg, &length) == -1) return -1;
+  msg.BringInOrder();
   std::unique_ptr<Disk_DirectoryRecord> record = make();
-  if (body) record->record_msg = std::make_unique<IOD_Msg>(Dicom_Msg(body, source.Syntax(), &error));
-  if (error == -1) {
-    DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
-    DISK_LOG(3, "ReadRecords: no whole record stands at offset %u.\n", offset);
-    return -1;
-  }
-  if (!source.Claim(offset, kHeader + unsigned(body->size()), chain)) {
+  record->record_msg = std::make_unique<IOD_Msg>(std::move(msg));
+  if (!source.Claim(offset, length, chain)) {
     DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice, stands in another, or is one of too many.\n",
              offset);
     return -1;
@@ -186,7 +158,7 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, unsigned offs
     DISK_LOG(3, "ReadRecords: a %s record can't stand below its own level. offset is %u\n", type.CStr(), offset);
     return -1;
   }
-  record->place_at(offset, unsigned(body->size()));
+  record->place_at(offset, length - kHeader);
   record->keep_lookup_uid();
   record->enlist_in(&unwritten_);
   if (LevelOf(type) == level() && read_below(*record, source) == -1) {
@@ -327,21 +299,17 @@ std::vector<Disk_DirectoryRecord*> Disk_RecordChain::find(Dicom_Tag const& tag, 
         found.push_back(record);
     return found;
   }
-  index_rest(tag);
-  auto const place = index_.find(std::string(text));
-  return place == index_.end() ? found : place->second;
-}
-
-void Disk_RecordChain::index_rest(Dicom_Tag const& tag) const {
-  if (indexed_ == entries()) return;
+  if (!index_) index_ = std::make_unique<Index>();
   // what was appended since stands behind the entry that was indexed last
-  const_iterator next = indexed_ == 0 ? begin() : ++const_iterator(next_to_index_);
+  const_iterator next = index_->entries == 0 ? begin() : ++const_iterator(index_->last);
   for (; next != end(); ++next) {
     auto* const record = static_cast<Disk_DirectoryRecord*>(*next);
-    if (record->GetRecordMsg()->Has(tag)) index_[record->GetRecordMsg()->Text(tag)].push_back(record);
-    next_to_index_ = next;
-    ++indexed_;
+    if (record->GetRecordMsg()->Has(tag)) index_->records[record->GetRecordMsg()->Text(tag)].push_back(record);
+    index_->last = next;
+    ++index_->entries;
   }
+  auto const place = index_->records.find(std::string(text));
+  return place == index_->records.end() ? found : place->second;
 }
 
 /// Declared here, as only chains know of places.

@@ -47,7 +47,7 @@ Dicom_Msg::Dicom_Msg(char const* buffer, unsigned length, int copy, int* error, 
     buffer = own->data();
   }
   std::string why;
-  *error = take(std::move(own), Dicom_TransferSyntax::Native(), buffer, length, &why);
+  *error = take(std::move(own), Dicom_TransferSyntax::Native(), buffer, length, nullptr, &why);
   if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
 }
 
@@ -64,12 +64,19 @@ Dicom_Msg::Dicom_Msg(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSy
   char const* const bytes = buffer->data();
   std::size_t const length = buffer->size();
   std::string why;
-  *error = take(std::move(buffer), syntax, bytes, length, &why);
+  *error = take(std::move(buffer), syntax, bytes, length, nullptr, &why);
+  if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
+}
+
+Dicom_Msg::Dicom_Msg(std::shared_ptr<Util_Buffer const> const& buffer, char const* bytes, std::size_t length,
+                     Dicom_TransferSyntax const& syntax, Dicom_Msg const* neighbour, int* error) {
+  std::string why;
+  *error = take(buffer, syntax, bytes, length, neighbour, &why);
   if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
 }
 
 int Dicom_Msg::take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,
-                    std::size_t length, std::string* error) {
+                    std::size_t length, Dicom_Msg const* neighbour, std::string* error) {
   Dicom_Check check = Dicom_CheckDataSet(bytes, bytes + length, {syntax.IsExplicitVR(), syntax.IsBigEndian()});
   if (!check.ok) {
     *error = check.error;
@@ -77,7 +84,10 @@ int Dicom_Msg::take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyn
   }
   bytes_ = bytes;
   length_ = check.length;
-  origin_ = Dicom_MakeOrigin(std::move(buffer), syntax, std::move(check));
+  Dicom_Origin const* const known = neighbour ? neighbour->origin_.get() : nullptr;
+  bool const alike = known && known->buffer == buffer && known->canonical && check.canonical && !known->extents &&
+                     check.extents.empty() && known->depth == check.depth;
+  origin_ = alike ? neighbour->origin_ : Dicom_MakeOrigin(std::move(buffer), syntax, std::move(check));
   return 0;
 }
 
@@ -137,6 +147,21 @@ void Dicom_Msg::parse() const {
     std::stable_sort(elements_.begin(), elements_.end(), lower);
     elements_.erase(std::unique(elements_.begin(), elements_.end(), equal), elements_.end());
   }
+}
+
+/// Otherwise the elements are out of order perhaps, or to be looked at as a whole before their VRs are known.
+bool Dicom_Msg::is_in_order() const { return bytes_ && origin_->canonical && origin_->encoding.explicit_vr; }
+
+void Dicom_Msg::BringInOrder() {
+  // text by a declaration around the message would lose it
+  if (!origin_ || HasChanged() || is_in_order() || !Dicom_SameSet(*origin_->character_set, *Dicom_UndeclaredSet()))
+    return;
+  std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(GetDumpLen());
+  if (!bytes || Dump(bytes->data(), unsigned(bytes->size())) == -1) return;
+  std::string why;
+  Dicom_Msg ordered;
+  if (ordered.take(bytes, Dicom_TransferSyntax::Native(), bytes->data(), bytes->size(), nullptr, &why) == 0)
+    *this = std::move(ordered);
 }
 
 std::size_t Dicom_Msg::position(std::uint32_t tag) const {
@@ -417,8 +442,7 @@ Dicom_UI Dicom_Msg::GetEncapsulatedSyntax() const {
 // Cursor
 
 Dicom_ElementCursor::Dicom_ElementCursor(Dicom_Msg const& msg, std::uint32_t first) : msg_(msg) {
-  // out of order perhaps, or to be looked at as a whole before the VRs are known
-  if (msg.bytes_ && !(msg.origin_->canonical && msg.origin_->encoding.explicit_vr)) msg.parse();
+  if (msg.bytes_ && !msg.is_in_order()) msg.parse();
   if (msg.bytes_) {
     next_ = msg.bytes_;
     end_ = msg.bytes_ + msg.length_;

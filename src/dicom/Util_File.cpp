@@ -171,7 +171,7 @@ Util_File::operator IOD_Msg*() {
   }
   auto msg = std::make_unique<IOD_Msg>();
   std::size_t const length = data_set_->size() - data_set_start_;
-  if (msg->take(data_set_, transfer, data_set_->data() + data_set_start_, length, &error_) == -1) return nullptr;
+  if (msg->take(data_set_, transfer, data_set_->data() + data_set_start_, length, nullptr, &error_) == -1) return nullptr;
   msg->parse(); // an object is asked for many attributes
   return msg.release();
 }
