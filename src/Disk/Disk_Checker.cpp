@@ -55,7 +55,7 @@ int Disk_Checker::Run() {
     version_ = Disk_ReadVersion(prefix_ + "/VERSION");
     if (Walk() == -1) return -1;
     find_unnamed();
-    if (Disk_RelaxedEpoch::NeedsRecovery(prefix_))
+    if (Disk_RelaxedEpoch::NeedsRecovery(prefix_) != 0)
       Find("recovery-pending", Disk_Finding::InterruptedStore, prefix_ + "/" + Disk_RelaxedEpoch::kFolder,
            "files that weren't synced before the machine went down are looked at by the next operation");
     auto const& findings = result_->findings;

@@ -187,7 +187,7 @@ int Disk_DirectoryFile::make_hash_directory(Dicom_UI const& uid, bool is_known) 
   int result = path.empty() ? -1 : Util_FileSystemInterface::Current().Mkdir(path.c_str(), 0775);
   if (result == -1 && !path.empty() && errno == EEXIST) {
     // a relaxed store didn't sync the entry, and one that failed or was killed may not have
-    if (is_known && !Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix())) return 0;
+    if (is_known && Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0) return 0;
     result = 0;
   }
   if (result == 0) return sync_directory_of(path);

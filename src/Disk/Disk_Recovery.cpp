@@ -117,24 +117,28 @@ int Disk_RelaxedEpoch::remove_copies(std::string const& folder) {
   return System().Rmdir(folder.c_str()) == -1 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT ? -1 : 0;
 }
 
-bool Disk_RelaxedEpoch::NeedsRecovery(std::string const& prefix) {
-  std::string const folder = prefix + "/" + kFolder, boot = boot_id();
-  return IsOpen(prefix) && (boot.empty() || !ContentOf(folder + "/" + kBoot).starts_with(boot + "\n"));
+int Disk_RelaxedEpoch::NeedsRecovery(std::string const& prefix) {
+  int const open = IsOpen(prefix);
+  if (open != 1) return open;
+  std::string const boot = boot_id();
+  return boot.empty() || !ContentOf(prefix + "/" + kFolder + "/" + kBoot).starts_with(boot + "\n") ? 1 : 0;
 }
 
 int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
-  if (!NeedsRecovery(prefix)) return 0;
+  int const needed = NeedsRecovery(prefix);
+  if (needed == 0) return 0;
   auto const failed = [&] {
     int const cause = errno;
     DISK_LOG(3, "Recover: %s can't be brought in order after a power cut (errno=%d).\n", prefix.c_str(), cause);
     KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   };
+  if (needed == -1) return failed();
   std::string const folder = prefix + "/" + kFolder, boot = folder + "/" + kBoot;
   Klb_LockFile turn;
   if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
-    return IsOpen(prefix) ? failed() : 0; // another did it
-  if (!NeedsRecovery(prefix)) return 0;
+    return IsOpen(prefix) != 0 ? failed() : 0; // another did it
+  if (NeedsRecovery(prefix) == 0) return 0;
   std::string const content = ContentOf(boot);
   // without a whole BOOT nothing was written under it, or all of it was synced
   bool const standard = content.ends_with("\nstandard\n");

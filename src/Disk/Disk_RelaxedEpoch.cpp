@@ -32,7 +32,19 @@ std::string CopyOf(std::string const& dicomdir) {
   return FolderIn(FolderOf(dicomdir)) + dicomdir.substr(dicomdir.rfind('/'));
 }
 
-int ForgetCopy(std::string const& copy) { return !copy.empty() && Exists(copy) ? System().Unlink(copy.c_str()) : 0; }
+/// Whether the folder stands there, and not a link that leads elsewhere.
+int IsFolder(std::string const& path) {
+  struct stat status {};
+  if (System().Lstat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
+  return errno == ENOENT ? 0 : -1;
+}
+
+int ForgetCopy(std::string const& copy) {
+  if (copy.empty()) return 0;
+  int const folder = IsFolder(FolderOf(copy));
+  if (folder != 1) return folder;
+  return System().Unlink(copy.c_str()) == 0 || errno == ENOENT ? 0 : -1;
+}
 
 int CopyFile(std::string const& from, std::string const& to) {
   Util_FileDescriptor const source = Util_FileSystem::Open(from.c_str(), O_RDONLY | O_NONBLOCK);
@@ -70,9 +82,10 @@ std::uint64_t Checksum(std::string_view bytes) {
 
 } // namespace
 
-Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, bool standard) : prefix_(std::move(prefix)) {
-  content_ = boot_id() + (standard ? "\nstandard\n" : "\nprivate\n");
-}
+Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, bool standard)
+    : prefix_(std::move(prefix)), standard_(standard) {}
+
+std::string Disk_RelaxedEpoch::content() const { return boot_id() + (standard_ ? "\nstandard\n" : "\nprivate\n"); }
 
 std::string Disk_RelaxedEpoch::boot_id() {
   char text[36] = {};
@@ -83,11 +96,12 @@ std::string Disk_RelaxedEpoch::boot_id() {
 
 int Disk_RelaxedEpoch::LockShared() {
   constexpr int kMostTries = 100; // as others may end the epoch again and again
-  std::string const folder = FolderIn(prefix_), boot = folder + "/" + kBoot;
+  std::string const folder = FolderIn(prefix_), boot = folder + "/" + kBoot, wanted = content();
   for (int i = 0; i < kMostTries; ++i) {
     if (!initialised_ || !Exists(boot)) {
       if (Util_FileSystem::MakeDirectory(folder.c_str()) == -1) return -1;
-      if (!IsOpen(prefix_)) return errno = ENOTDIR, -1; // a link leads elsewhere
+      int const open = IsOpen(prefix_);
+      if (open != 1) return errno = open == 0 ? ENOTDIR : errno, -1; // a link leads elsewhere
       initialised_ = lock_.Init(folder.c_str(), boot.c_str(), 0) == 0;
       if (!initialised_ && errno != ENOENT) return -1;
       if (!initialised_) continue;
@@ -96,10 +110,10 @@ int Disk_RelaxedEpoch::LockShared() {
       if (errno != ENOENT) return -1;
       continue;
     }
-    std::string found(content_.size() + 1, '\0');
+    std::string found(wanted.size() + 1, '\0');
     ssize_t const count = Util_FileSystem::PreadAll(lock_.GetFd(), found.data(), found.size(), 0);
-    if (count >= 0 && found.substr(0, std::size_t(count)) == content_) return 0;
-    if (count == 0 && write_boot() == 0) return 0;
+    if (count >= 0 && found.substr(0, std::size_t(count)) == wanted) return 0;
+    if (count == 0 && write_boot(wanted) == 0) return 0;
     int const cause = errno;
     lock_.UnlockShared();
     errno = cause;
@@ -110,8 +124,8 @@ int Disk_RelaxedEpoch::LockShared() {
 }
 
 /// Those who find it empty at the same time write the same.
-int Disk_RelaxedEpoch::write_boot() {
-  if (Util_FileSystem::PwriteAll(lock_.GetFd(), content_.data(), content_.size(), 0) == -1 ||
+int Disk_RelaxedEpoch::write_boot(std::string const& content) {
+  if (Util_FileSystem::PwriteAll(lock_.GetFd(), content.data(), content.size(), 0) == -1 ||
       Util_FileSystem::SyncFile(lock_.GetFd(), kFull) == -1)
     return -1;
   if (Util_FileSystem::SyncDirectory(FolderIn(prefix_).c_str(), kFull) == -1) return -1;
@@ -141,14 +155,12 @@ int Disk_RelaxedEpoch::Forget(Disk_FileID const& id) { return ForgetCopy(CopyOf(
 
 int Disk_RelaxedEpoch::Forget(std::string const& dicomdir) { return ForgetCopy(CopyOf(dicomdir)); }
 
-bool Disk_RelaxedEpoch::IsOpen(std::string const& prefix) {
-  struct stat status {};
-  return System().Lstat(FolderIn(prefix).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
+int Disk_RelaxedEpoch::IsOpen(std::string const& prefix) { return IsFolder(FolderIn(prefix)); }
 
 int Disk_RelaxedEpoch::End(std::string const& prefix) {
   std::string const folder = FolderIn(prefix);
-  if (!IsOpen(prefix)) return Util_FileSystem::SyncFileSystem(prefix.c_str());
+  int const open = IsOpen(prefix);
+  if (open != 1) return open == -1 ? -1 : Util_FileSystem::SyncFileSystem(prefix.c_str());
   Klb_LockFile lock;
   if (lock.Init(folder.c_str(), (folder + "/" + kBoot).c_str(), 0) == -1 || lock.LockExclusive() == -1) return -1;
   if (Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;

@@ -29,13 +29,13 @@ public:
   /// After a directory file was synced, or removed: its copy has no meaning any more. 0, or -1 with errno.
   static int Forget(Disk_FileID const& id);
   static int Forget(std::string const& dicomdir);
-  /// Whether something in the file-set may not have been synced.
-  static bool IsOpen(std::string const& prefix);
+  /// Whether something in the file-set may not have been synced: 1 or 0; -1 with errno when that can't be told.
+  static int IsOpen(std::string const& prefix);
 
   /// Syncs the file system, and forgets all copies. Waits for relaxed operations. 0, or -1 with errno.
   static int End(std::string const& prefix);
-  /// Whether an earlier boot of the machine ended with unsynced files.
-  static bool NeedsRecovery(std::string const& prefix);
+  /// Whether an earlier boot of the machine ended with unsynced files: 1 or 0; -1 with errno when that can't be told.
+  static int NeedsRecovery(std::string const& prefix);
   /// Mends what that left. 0, also when there is nothing to mend, or -1 (logged). The caller holds no lock.
   static int Recover(std::string const& prefix);
 
@@ -51,13 +51,15 @@ private:
   static constexpr char kBoot[] = "BOOT";
   static constexpr char kUnfinished[] = ".new"; // behind the name of a copy
 
-  int write_boot();
+  std::string content() const;
+  int write_boot(std::string const& content);
   /// The boot of this machine; empty where none can be told.
   static std::string boot_id();
   static int remove_copies(std::string const& folder);
   static int mend(std::string const& prefix, bool standard);
 
-  std::string prefix_, content_; // of BOOT
+  std::string prefix_;
+  bool standard_;
   Klb_LockFile lock_;
   bool initialised_ = false;
 };

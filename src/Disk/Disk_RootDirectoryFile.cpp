@@ -41,8 +41,8 @@ void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status)
     return;
   }
   // what such a strategy writes is no part of an epoch
-  if (!params.read_only && Disk_DicomDir::KeepsImage(writing_strategy) && Disk_RelaxedEpoch::IsOpen(file_set_prefix) &&
-      Sync() == -1) {
+  if (!params.read_only && Disk_DicomDir::KeepsImage(writing_strategy) &&
+      Disk_RelaxedEpoch::IsOpen(file_set_prefix) != 0 && Sync() == -1) {
     *status = -1;
     return;
   }

@@ -149,8 +149,7 @@ int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidat
 }
 
 /// All studies as they stand, the least recently updated first, under the lock.
-int Disk_RootDirectoryFile::read_by_update(Disk_FileSetHold& file_set, bool shared,
-                                           std::vector<DatedStudy>* dated) {
+int Disk_RootDirectoryFile::read_by_update(Disk_FileSetHold& file_set, bool shared, std::vector<DatedStudy>* dated) {
   if (lock(file_set, shared) == -1) {
     DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
     return -1;
