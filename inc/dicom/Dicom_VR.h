@@ -18,7 +18,7 @@ constexpr uint16_t Dicom_VRCode(char const (&name)[3]) {
   return static_cast<uint16_t>(static_cast<uint8_t>(name[0]) | static_cast<uint8_t>(name[1]) << 8);
 }
 
-enum class Dicom_VR : uint16_t {
+enum class DISK_EXPORT Dicom_VR : uint16_t {
   None = 0, ///< no VR: items and delimiters, or not known yet
   AE = Dicom_VRCode("AE"),
   AS = Dicom_VRCode("AS"),
