@@ -39,7 +39,8 @@ public:
 protected:
   Disk_RecordChain();
   int add_new_record(Disk_DirectoryRecord* record, unsigned offset);
-  /// The records whose `tag` has this text, in the order of the list. The tag is always the same one.
+  /// The records whose `tag` has this text, in the order of the list. It is one by which a record is named: an index
+  /// keeps the text that a record had when it came to the list.
   std::vector<Disk_DirectoryRecord*> find(Dicom_Tag const& tag, std::string_view text) const;
 
   /// Makes an empty record of the list's class.
@@ -52,6 +53,7 @@ protected:
 private:
   struct Output;
   struct Index;
+  Index* index_of(Dicom_Tag const& tag) const;
   int read_chain(Disk_RecordSource const& source, unsigned offset);
   int write_chain(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
   int read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset, unsigned chain);
@@ -62,6 +64,5 @@ private:
   /// Records that have changed since they were written; they enlist themselves.
   std::vector<Disk_DirectoryRecord*> unwritten_;
   Disk_StorageStrategy* written_through_ = nullptr;
-  mutable std::unique_ptr<Index> index_; // made when it is worth it: most lists are short, and there are many
-  mutable unsigned searches_ = 0;
+  mutable std::vector<std::unique_ptr<Index>> indexes_; // one per tag that a long list is searched by
 };

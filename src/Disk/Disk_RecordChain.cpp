@@ -57,8 +57,10 @@ int LevelOf(Dicom_CS const& type) {
 
 /// The records by the text of one attribute.
 struct Disk_RecordChain::Index {
+  Dicom_Tag tag;
+  unsigned searches = 0;
   std::unordered_map<std::string, std::vector<Disk_DirectoryRecord*>> records;
-  std::size_t entries = 0;
+  std::size_t entries = 0; // of the list that are in it
   const_iterator last{nullptr};
 };
 
@@ -69,14 +71,12 @@ Disk_RecordChain::~Disk_RecordChain() { clearAndDestroy(); }
 void Disk_RecordChain::clearAndDestroy() {
   unwritten_.clear();
   written_through_ = nullptr;
-  index_.reset();
-  searches_ = 0;
+  indexes_.clear();
   RWSlistCollectables::clearAndDestroy();
 }
 
 RWCollectable* Disk_RecordChain::remove(RWCollectable const* item) {
-  index_.reset();
-  searches_ = 0;
+  indexes_.clear();
   std::erase(unwritten_, item);
   return RWSlistCollectables::remove(item);
 }
@@ -293,23 +293,30 @@ int Disk_RecordChain::write_record(Output& output, Dicom_TransferSyntax const& s
 std::vector<Disk_DirectoryRecord*> Disk_RecordChain::find(Dicom_Tag const& tag, std::string_view text) const {
   constexpr std::size_t kWalks = 2, kShort = 16;
   std::vector<Disk_DirectoryRecord*> found;
-  if (entries() <= kShort || ++searches_ <= kWalks) {
+  Index* const index = entries() <= kShort ? nullptr : index_of(tag);
+  if (!index || ++index->searches <= kWalks) {
     for (RWCollectable* item : *this)
       if (auto* const record = static_cast<Disk_DirectoryRecord*>(item); record->GetRecordMsg()->TextEquals(tag, text))
         found.push_back(record);
     return found;
   }
-  if (!index_) index_ = std::make_unique<Index>();
   // what was appended since stands behind the entry that was indexed last
-  const_iterator next = index_->entries == 0 ? begin() : ++const_iterator(index_->last);
+  const_iterator next = index->entries == 0 ? begin() : ++const_iterator(index->last);
   for (; next != end(); ++next) {
     auto* const record = static_cast<Disk_DirectoryRecord*>(*next);
-    if (record->GetRecordMsg()->Has(tag)) index_->records[record->GetRecordMsg()->Text(tag)].push_back(record);
-    index_->last = next;
-    ++index_->entries;
+    if (record->GetRecordMsg()->Has(tag)) index->records[record->GetRecordMsg()->Text(tag)].push_back(record);
+    index->last = next;
+    ++index->entries;
   }
-  auto const place = index_->records.find(std::string(text));
-  return place == index_->records.end() ? found : place->second;
+  auto const place = index->records.find(std::string(text));
+  return place == index->records.end() ? found : place->second;
+}
+
+Disk_RecordChain::Index* Disk_RecordChain::index_of(Dicom_Tag const& tag) const {
+  for (std::unique_ptr<Index> const& index : indexes_)
+    if (index->tag.Number() == tag.Number()) return index.get();
+  indexes_.push_back(std::make_unique<Index>(Index{.tag = tag, .records = {}}));
+  return indexes_.back().get();
 }
 
 /// Declared here, as only chains know of places.

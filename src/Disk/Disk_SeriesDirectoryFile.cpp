@@ -142,9 +142,7 @@ int Disk_SeriesDirectoryFile::set_syntax(Disk_InstanceDirectoryRecord* image, Di
 }
 
 bool Disk_SeriesDirectoryFile::is_named(std::string const& id) const {
-  for (Disk_InstanceDirectoryRecord* image : image_records)
-    if (image->GetRecordMsg()->TextEquals(kReferencedFileID, id)) return true;
-  return false;
+  return image_records.Find(kReferencedFileID, id, [](Disk_InstanceDirectoryRecord const&) { return true; });
 }
 
 Disk_FileID Disk_SeriesDirectoryFile::GenerateReferencedFileID(Dicom_IS const& image_number,

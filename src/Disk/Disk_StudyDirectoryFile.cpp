@@ -181,10 +181,8 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
 }
 
 bool Disk_StudyDirectoryFile::is_named(std::string const& id) const {
-  std::string const file = id + "\\DIRFILE";
-  for (Disk_SeriesDirectoryRecord* series : series_records)
-    if (series->GetRecordMsg()->TextEquals(kReferencedFileID, file)) return true;
-  return false;
+  return series_records.Find(kReferencedFileID, id + "\\DIRFILE",
+                             [](Disk_SeriesDirectoryRecord const&) { return true; });
 }
 
 Disk_FileID Disk_StudyDirectoryFile::GenerateReferencedFileID(Dicom_IS const& series_number, int* status) const {

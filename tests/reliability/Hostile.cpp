@@ -389,6 +389,11 @@ void Hostile::DataSets() {
                        true);
   }
   cases.emplace_back("length 0", b.Element(0x7FE00010, "OW"), true);
+  for (std::uint32_t const length : {6u, 40u}) // ends in the next element
+    cases.emplace_back("an element longer than its item, of " + std::to_string(length),
+                       b.Sequence(0x00081115, b.Item(b.Claiming(0x00081155, "UI", length, "1.2 "))) +
+                           b.Text(0x00100020, "LO", std::string(62, 'x')),
+                       false);
   for (auto const& [what, bytes, readable] : cases) {
     std::string const file = DataSetBytes::File("1.2.840.10008.1.2.1", bytes);
     bool const wanted = readable;
