@@ -77,8 +77,9 @@ int Disk_DirectoryFile::rewrite(IOD_Msg* msg) {
   Synced const synced = relaxed ? Synced::Unsynced : is_unnamed ? Synced::Nothing : Synced::FileAndEntry;
   if (write(msg, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, false, synced) == -1) return -1;
   if (relaxed || Disk_RelaxedEpoch::Forget(file_id) == 0) return 0;
-  DISK_LOG(3, "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), errno);
-  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  int const cause = errno;
+  DISK_LOG(3, "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
   return -1;
 }
 

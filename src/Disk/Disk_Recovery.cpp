@@ -48,6 +48,16 @@ struct PrivateFiles {
     return System().Rename(is_kept ? copy.c_str() : path.c_str(), is_kept ? path.c_str() : (path + ".tmp").c_str());
   }
 
+  /// A folder that a relaxed store made can be gone while the record above, in `parent`, names it. The next store there
+  /// needs it.
+  static void RestoreFolder(Disk_FileID id, std::string const& parent) {
+    std::string const folder = id.RemoveLastComponent() == 0 ? id.Path() : std::string();
+    if (folder.empty() || folder.substr(0, folder.rfind('/')) != parent || Exists(folder)) return;
+    int const made = System().Mkdir(folder.c_str(), 0775);
+    int const cause = made == -1 ? errno : 0;
+    DISK_LOG(4, "Recover: %s is gone; made anew (errno=%d).\n", folder.c_str(), cause);
+  }
+
   /// The directory file, then those below its records. `level` is 0 for the root's.
   int MendTree(Disk_FileID const& id, int level = 0) const {
     if (id.Path().empty()) return 0;
@@ -61,9 +71,13 @@ struct PrivateFiles {
     if (file.Read(&sequence, &found, &msg) == -1) return 0; // logged, and left as it is
     std::unique_ptr<IOD_Msg> const owner(msg);
     if (!found) return 0;
+    std::string const path = id.Path(), folder = path.substr(0, path.rfind('/'));
+    bool const restores = level == 0 || file.RefuseLink() == 0;
     return Disk_TakeItems(*sequence, [&](std::unique_ptr<Dicom_Msg> item) {
       if (item->Text(kRecordType) != kBelow[level]) return 0;
-      return MendTree(Disk_FileID(prefix.c_str(), item->Value<Dicom_CS>(kReferencedFileID), 0), level + 1);
+      Disk_FileID const below(prefix.c_str(), item->Value<Dicom_CS>(kReferencedFileID), 0);
+      if (restores) RestoreFolder(below, folder);
+      return MendTree(below, level + 1);
     });
   }
 };

@@ -99,8 +99,9 @@ void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
 
 int Disk_RootDirectoryFile::Sync() {
   if (Disk_RelaxedEpoch::End(GetFileSetPrefix()) == 0) return 0;
-  DISK_LOG(3, "Sync: Can't sync %s (errno=%d).\n", GetFileSetPrefix(), errno);
-  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  int const cause = errno;
+  DISK_LOG(3, "Sync: Can't sync %s (errno=%d).\n", GetFileSetPrefix(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
   return -1;
 }
 

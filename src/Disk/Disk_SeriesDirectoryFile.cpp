@@ -176,8 +176,9 @@ int Disk_SeriesDirectoryFile::sync_in_place(std::string const& path) {
   if (Util_FileSystem::GetDurability() == Util_Durability::Relaxed) return 0;
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
   if (file && Util_FileSystem::SyncFile(file.Get()) == 0) return sync_directory_of(path);
-  DISK_LOG(3, "Store(): Can't sync %s (errno=%d).\n", path.c_str(), errno);
-  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  int const cause = errno;
+  DISK_LOG(3, "Store(): Can't sync %s (errno=%d).\n", path.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
   return -1;
 }
 
@@ -198,8 +199,9 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
   auto const durability = replaces ? Util_Durability::Full : Util_FileSystem::GetDurability();
   bool const lasting = file && Util_FileSystem::SyncFile(file.Get(), durability) == 0;
   if (!lasting || Util_FileSystemInterface::Current().Rename(request.file_to_move, path.c_str()) == -1) {
-    DISK_LOG(3, "Store(): rename of %s to %s failed. errno=%d.\n", request.file_to_move, path.c_str(), errno);
-    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+    int const cause = errno;
+    DISK_LOG(3, "Store(): rename of %s to %s failed. errno=%d.\n", request.file_to_move, path.c_str(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   }
   if (is_standard() && sync_directory_of(path) == -1) return -1;

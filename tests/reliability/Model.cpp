@@ -4,12 +4,24 @@
 
 #include <Disk/Disk_Access.h>
 #include <dicom/Dicom_Compressor.h>
+#include <optional>
+
+namespace {
+
+/// Nothing if its pixels can't be decompressed.
+std::optional<Content> TryContentOf(IOD_Msg const& object) {
+  IOD_Msg plain(object);
+  if (Dicom_Compressor().Decompress(&plain) == -1) return {};
+  return Content{object.GetStudyInstanceUID().GetText(), object.GetSeriesInstanceUID().GetText(),
+                 object.GetPatientID().GetText(), object.GetPatientsName().GetText(), PixelsOf(plain)};
+}
+
+} // namespace
 
 Content ContentOf(IOD_Msg const& object) {
-  IOD_Msg plain(object);
-  Require(Dicom_Compressor().Decompress(&plain) == 0, "an object can't be decompressed");
-  return {object.GetStudyInstanceUID().GetText(), object.GetSeriesInstanceUID().GetText(),
-          object.GetPatientID().GetText(), object.GetPatientsName().GetText(), PixelsOf(plain)};
+  std::optional<Content> const content = TryContentOf(object);
+  Require(content.has_value(), "an object can't be decompressed");
+  return *content;
 }
 
 void Model::Add(IOD_Msg const& object, bool standard) {
@@ -61,10 +73,11 @@ Model Ask(Disk_RootDirectoryFile& root, bool standard) {
       IOD_Msg* fetched = nullptr;
       int const result = access.FetchNext(&fetched);
       std::unique_ptr<IOD_Msg> const object(fetched);
-      if (result == -1 || !object)
-        model.unfetched.insert(uid);
+      std::optional<Content> const content = result == -1 || !object ? std::nullopt : TryContentOf(*object);
+      if (content)
+        Require(model.objects.emplace(uid, *content).second, "found twice: " + uid);
       else
-        Require(model.objects.emplace(uid, ContentOf(*object)).second, "found twice: " + uid);
+        model.unfetched.insert(uid);
     }
   }
   return model;

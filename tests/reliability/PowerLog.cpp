@@ -204,6 +204,7 @@ int Recorder::synced(int fd, Step::Kind kind, int result) {
                              : file->second.is_directory ? Step::SyncDirectory
                                                          : Step::SyncFile,
                      .inode = file->second.inode,
+                     .data = fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).string().substr(place_.size()),
                      .caller = Caller()});
   return result;
 }

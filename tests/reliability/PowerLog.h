@@ -19,7 +19,7 @@ struct Step {
   enum Kind { Write, Truncate, Entries, SyncFile, SyncDirectory, SyncAll } kind;
   Inode inode = kNone; // the file, or the directory that is synced
   std::size_t offset = 0;
-  std::string data = {}; // Truncate: `offset` is the size
+  std::string data = {}; // of a sync: the path; Truncate: `offset` is the size
   struct Entry {         // of a directory: what its name stands for from now on
     Inode directory;
     std::string name;

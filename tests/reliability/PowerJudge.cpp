@@ -1,0 +1,172 @@
+#include "Power.h"
+
+#include <Disk/Disk_Check.h>
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <infra/Klb_LogFile.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// What must be found
+
+/// What may be found of one thing when `acked` operations had returned.
+template <class Value>
+struct Allowed {
+  std::vector<Value const*> values; // null: nothing
+  bool unsynced = false;            // a relaxed operation was about it
+  bool HasNone() const { return std::count(values.begin(), values.end(), nullptr) != 0; }
+};
+
+template <class Value>
+Allowed<Value> AllowedOf(Play const& play, std::size_t acked, std::map<std::string, Value> Model::*map,
+                         std::string const& key) {
+  auto const value = [&](std::size_t i) {
+    auto const found = (play.models[i].*map).find(key);
+    return found == (play.models[i].*map).end() ? nullptr : &found->second;
+  };
+  auto const touched = [&](std::size_t i) {
+    Value const *const before = value(i - 1), *const after = value(i);
+    return before && after ? !(*before == *after) : before != after;
+  };
+  std::size_t first = 0, last = std::min(acked + 1, play.acts.size());
+  for (std::size_t i = 1; i <= acked; ++i)
+    if (play.acts[i - 1].durability == kDurable && touched(i)) first = i;
+  Allowed<Value> allowed{{value(first)}, false};
+  for (std::size_t i = first + 1; i <= last; ++i) {
+    allowed.values.push_back(value(i));
+    allowed.unsynced = allowed.unsynced || (touched(i) && play.acts[i - 1].durability == kRelaxed);
+  }
+  return allowed;
+}
+
+/// Of an object that no durable operation has acknowledged a power cut may leave anything.
+bool MayBeAnything(Allowed<Content> const& allowed) { return allowed.HasNone() && allowed.unsynced; }
+
+template <class Value>
+void Compare(Play const& play, std::size_t acked, Model const& found, std::map<std::string, Value> Model::*map,
+             bool (*anything)(Allowed<Value> const&)) {
+  std::set<std::string> keys;
+  for (Model const& model : play.models)
+    for (auto const& [key, value] : model.*map)
+      keys.insert(key);
+  for (auto const& [key, value] : found.*map)
+    Require(keys.count(key) != 0, "found, and never stored: " + key);
+  for (std::string const& key : keys) {
+    Allowed<Value> const allowed = AllowedOf(play, acked, map, key);
+    auto const it = (found.*map).find(key);
+    if (anything(allowed)) continue;
+    bool const is_unfetched = found.unfetched.count(key) != 0;
+    bool const fits = std::any_of(allowed.values.begin(), allowed.values.end(), [&](Value const* value) {
+      return value ? it != (found.*map).end() && it->second == *value : it == (found.*map).end();
+    });
+    Require(fits, key + (it == (found.*map).end() ? " is lost" : " isn't what was acknowledged"));
+    bool const may_be_unfetched = allowed.values.size() > 1 || play.models[0].unfetched.count(key) != 0;
+    Require(!is_unfetched || may_be_unfetched, "found and not fetched: " + key);
+  }
+}
+
+void CompareAll(Play const& play, std::size_t acked, Model const& found) {
+  Compare<Content>(play, acked, found, &Model::objects, MayBeAnything);
+  Compare<Study>(play, acked, found, &Model::studies, [](Allowed<Study> const&) { return false; });
+}
+
+/// Nothing is damaged but what may be; when all that was done is acknowledged and durable, everything is `sound`.
+void Check(Play const& play, std::size_t acked, std::string const& set, bool standard, bool sound) {
+  Disk_CheckResult result;
+  Disk_CheckOptions options;
+  options.deep = true;
+  Disk_StoreParams const params(standard ? unsigned(Disk_StoreParams::STANDARD_STRUCTURE) : 0);
+  Require(Disk_Check(set.c_str(), params, options, &result) == 0, "it can't be checked");
+  for (Disk_Finding const& finding : result.findings) {
+    bool const may_be = finding.kind.starts_with("object-") &&
+                        MayBeAnything(AllowedOf(play, acked, &Model::objects, finding.instance_uid));
+    bool const is_harmless = finding.cause != Disk_Finding::Damage && (!sound || finding.kind == "version-missing");
+    Require(is_harmless || may_be, finding.kind + ": " + finding.path + ": " + finding.text);
+  }
+}
+
+// The next start of the machine
+
+class NextBoot : public Util_FileSystemInterface {
+public:
+  explicit NextBoot(std::string id) : id_(std::move(id)) { SetCurrent(this); }
+  ~NextBoot() override { SetCurrent(nullptr); }
+  int Open(char const* path, int flags, mode_t mode) override {
+    bool const asks = std::string_view(path) == "/proc/sys/kernel/random/boot_id";
+    return Util_FileSystemInterface::Open(asks ? id_.c_str() : path, flags, mode);
+  }
+  int Fsync(int) override { return 0; }
+  int Fdatasync(int) override { return 0; }
+  int Syncfs(int) override { return 0; }
+
+private:
+  std::string id_; // a file
+};
+
+void WriteImage(Disk::Image const& image, std::string const& place) {
+  fs::remove_all(place);
+  fs::create_directories(place);
+  for (auto const& [name, content] : image) {
+    if (name.ends_with('/'))
+      fs::create_directories(place + "/" + name);
+    else
+      std::ofstream(place + "/" + name, std::ios::binary) << content;
+  }
+  std::ofstream(place + ".boot") << "00000000-0000-0000-0000-000000000000\n";
+}
+
+/// The first line of the engine's log that tells an error.
+class FirstLine {
+public:
+  FirstLine() {
+    KlbGLog.SetSink([this](int level, std::string const& line) {
+      if (text.empty() && level <= 3) text = line;
+    });
+  }
+  ~FirstLine() { KlbGLog.SetSink(nullptr); }
+  std::string text;
+};
+
+void Judge(Play const& play, State const& cut, std::string const& place, bool thorough) {
+  NextBoot const boot(place + ".boot");
+  Case const& c = *play.c;
+  Site const site{place, c.standard};
+  bool const has_source = fs::exists(site.Source());
+  if (has_source) {
+    Require(OpenSet(site.Source(), 0) != nullptr, "the source can't be opened");
+    Check(play, cut.acked, site.Source(), false, false);
+  }
+  {
+    auto const root = OpenSet(site.Set(), site.Structure());
+    Require(root != nullptr, "it can't be opened");
+    CompareAll(play, cut.acked, Ask(*root, c.standard));
+    Require(!fs::exists(site.Set() + "/RELAXED") || fs::is_empty(site.Set() + "/RELAXED"), "RELAXED stays");
+  }
+  if (fs::exists(site.Set() + "/DICOMDIR")) Check(play, cut.acked, site.Set(), c.standard, cut.sound);
+  if (!thorough || play.acts.size() > 1) return;
+  if (!has_source) c.operation->bring(site);
+  Session session(site, c.operation->flags);
+  Require(c.operation->act(session) == 0 || c.operation->again == -1, "done again it fails");
+  Phantom::Object const further{.patient = 5};
+  Require(Store(session, *MakeObject(further)) == 0, "a further store fails");
+  Model end = Ask(*OpenSet(site.Set(), site.Structure()), c.standard);
+  Require(end.objects.erase(MakeObject(further)->GetSOPInstanceUID().GetText()) == 1, "the further store is lost");
+  end.studies.erase(MakeObject(further)->GetStudyInstanceUID().GetText());
+  CompareAll(play, cut.acked, end);
+}
+
+} // namespace
+
+void JudgeCut(Play const& play, State const& cut, std::string const& place, bool thorough) {
+  WriteImage(cut.image, place);
+  FirstLine const log;
+  try {
+    Judge(play, cut, place, thorough);
+  } catch (Complaint const& complaint) {
+    KlbGLog.Flush();
+    throw Complaint(complaint.what() + (log.text.empty() ? "" : " (" + log.text.substr(0, log.text.size() - 1) + ")"));
+  }
+}

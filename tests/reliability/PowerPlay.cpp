@@ -1,0 +1,95 @@
+#include "Power.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+Play::Play(Case const& first, std::vector<Act> wanted) : c(&first), acts(std::move(wanted)), models{first.before} {
+  for (Act const& act : acts) {
+    models.push_back(models.back());
+    act.operation->effect(models.back(), c->standard);
+  }
+}
+
+bool Play::IsDurable(std::size_t first) const {
+  return (c->state == "one object" || c->state == "several studies") &&
+         std::all_of(acts.begin(), acts.begin() + std::ptrdiff_t(first),
+                     [](Act const& act) { return act.durability == kDurable; });
+}
+
+std::string Play::Name() const {
+  std::string name = std::string(c->standard ? "standard, " : "private, ") + c->state;
+  for (Act const& act : acts)
+    name += std::string(act.durability == kRelaxed ? ", relaxed " : ", durable ") + act.operation->name;
+  return name;
+}
+
+namespace {
+
+std::vector<Play> Mixed(std::vector<Case> const& cases) {
+  std::vector<Play> plays;
+  std::set<std::string> const names{"store new study",   "store new series", "store image",
+                                    "store known image", "delete series",    "protect"};
+  for (Case const& first : cases) {
+    if (first.state != "several studies" || names.count(first.operation->name) == 0) continue;
+    for (Operation const& second : Operations()) {
+      bool const served = first.standard ? second.is_standard : second.is_private;
+      bool const undone = first.operation->name == "delete series" || second.name == first.operation->name;
+      if (!served || undone || names.count(second.name) == 0) continue;
+      plays.push_back({first, {{first.operation, kRelaxed}, {&second, kDurable}}});
+      plays.push_back({first, {{first.operation, kDurable}, {&second, kRelaxed}}});
+      for (Operation const& third : Operations())
+        if (third.name == "store new patient")
+          plays.push_back({first, {{first.operation, kRelaxed}, {&second, kDurable}, {&third, kRelaxed}}});
+    }
+  }
+  return plays;
+}
+
+/// A file that its writer hasn't synced, if there is one at the path.
+void Unsync(Recording& recording, std::vector<std::string> const& path) {
+  Inode directory = kRoot, inode = kRoot;
+  for (std::string const& name : path) {
+    auto const& names = recording.start.directories[directory = inode];
+    auto const found = names.find(name);
+    if (found == names.end()) return;
+    inode = found->second;
+  }
+  std::vector<Step> const steps{
+      {.kind = Step::Entries, .entries = {{directory, path.back(), inode}}},
+      {.kind = Step::Write, .inode = inode, .data = std::exchange(recording.start.files[inode], {})}};
+  recording.start.directories[directory].erase(path.back());
+  recording.steps.insert(recording.steps.begin(), steps.begin(), steps.end());
+  for (std::size_t& done : recording.done)
+    done += steps.size();
+}
+
+} // namespace
+
+std::vector<Play> Plays(std::vector<Case> const& cases) {
+  std::vector<Play> plays;
+  for (Case const& c : cases)
+    for (Util_Durability const durability : {kDurable, kRelaxed})
+      plays.push_back({c, {{c.operation, durability}}});
+  std::vector<Play> const mixed = Mixed(cases);
+  plays.insert(plays.end(), mixed.begin(), mixed.end());
+  return plays;
+}
+
+Recording Record(Play const& play, std::string const& place) {
+  Site const site = play.c->Copy(place);
+  Recording recording{Tree::Load(place), {}, {}};
+  Recorder recorder(place, recording.start);
+  for (Play::Act const& act : play.acts) {
+    Util_FileSystem::SetDurability(act.durability);
+    Session session(site, act.operation->flags);
+    Require(act.operation->act(session) == 0, "it fails");
+    recording.done.push_back(recorder.steps.size());
+  }
+  Util_FileSystem::SetDurability(kDurable);
+  recording.steps = std::move(recorder.steps);
+  // what callers bring they may not have synced
+  Unsync(recording, {"incoming"});
+  Unsync(recording, {"set", "STUDY", "SERIES", "OBJECT"});
+  return recording;
+}
