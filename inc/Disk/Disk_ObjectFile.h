@@ -23,7 +23,8 @@ public:
   /// or the new one.
   int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
   int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
-  int correct(Disk_Correction const& correction);
+  /// Without `sync_directory` the caller syncs the object's entry.
+  int correct(Disk_Correction const& correction, bool sync_directory);
 
 private:
   int Read(IOD_Msg** msg, Disk_AsyncFile* async);

@@ -58,6 +58,8 @@ private:
   int set_syntax(Disk_InstanceDirectoryRecord* image, Disk_StoreRequest const& request) const;
   int update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const;
   int place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image);
+  /// Whether the entry of an object is synced when the records are written, which stand in the same folder.
+  bool is_synced_with(Disk_FileID const& object) const;
   int sync_in_place(std::string const& path);
   int move_object(Disk_StoreRequest const& request, Disk_FileID const& id);
 

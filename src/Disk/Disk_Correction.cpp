@@ -154,22 +154,24 @@ int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufactur
 
 int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
   if (RefuseLink() == -1 || Read() == -1) return Failed(correction.texts.cant_read_series);
-  for (Disk_InstanceDirectoryRecord* image : image_records)
-    if (Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).correct(correction) == -1) return -1;
+  for (Disk_InstanceDirectoryRecord* image : image_records) {
+    Disk_FileID const id = object_id(image->GetReferencedFileID());
+    if (Disk_ObjectFile(id, params).correct(correction, !is_synced_with(id)) == -1) return -1;
+  }
   return Write() == 0 ? 0 : Failed(correction.texts.cant_write_series);
 }
 
 // Object
 
 int Disk_ObjectFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer) {
-  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr));
+  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr), true);
 }
 
 int Disk_ObjectFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
-  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr));
+  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr), true);
 }
 
-int Disk_ObjectFile::correct(Disk_Correction const& correction) {
+int Disk_ObjectFile::correct(Disk_Correction const& correction, bool sync_directory) {
   if (params_.read_only) return Failed(correction.texts.read_only);
   IOD_Msg* read = nullptr;
   if (Read(&read, nullptr) == -1) {
@@ -178,7 +180,7 @@ int Disk_ObjectFile::correct(Disk_Correction const& correction) {
   }
   std::unique_ptr<IOD_Msg> const msg(read);
   if (correction.set(*msg) == -1) return -1;
-  if (Write(msg.get(), true) == -1) return Failed(correction.texts.cant_write_object);
+  if (Write(msg.get(), sync_directory) == -1) return Failed(correction.texts.cant_write_object);
   if (correction.object_done && *correction.object_done) (*correction.object_done)();
   return 0;
 }

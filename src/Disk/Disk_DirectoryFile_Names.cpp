@@ -1,6 +1,7 @@
 #include "Disk/Disk_RelaxedEpoch.h"
 
 #include <Disk/Disk_Bits.h>
+#include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_Error.h>
 #include <infra/Klb_GError.h>
@@ -190,7 +191,10 @@ int Disk_DirectoryFile::make_hash_directory(Dicom_UI const& uid, bool is_known) 
     if (is_known && Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0) return 0;
     result = 0;
   }
-  if (result == 0) return sync_directory_of(path);
+  // a study's entry is synced with that of the redo record, which a memory strategy does without
+  bool const is_synced_later =
+      directory().FolderPath() == GetFileSetPrefix() && !Disk_DicomDir::KeepsImage(writing_strategy);
+  if (result == 0) return is_synced_later ? 0 : sync_directory_of(path);
   int const cause = errno;
   DISK_LOG(3, "Store: Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);

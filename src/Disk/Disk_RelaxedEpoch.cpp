@@ -123,12 +123,11 @@ int Disk_RelaxedEpoch::LockShared() {
   return -1;
 }
 
-/// Those who find it empty at the same time write the same.
+/// Those who find it empty at the same time write the same. Its own entry is synced with that of the first copy.
 int Disk_RelaxedEpoch::write_boot(std::string const& content) {
   if (Util_FileSystem::PwriteAll(lock_.GetFd(), content.data(), content.size(), 0) == -1 ||
       Util_FileSystem::SyncFile(lock_.GetFd(), kFull) == -1)
     return -1;
-  if (Util_FileSystem::SyncDirectory(FolderIn(prefix_).c_str(), kFull) == -1) return -1;
   return Util_FileSystem::SyncDirectory(prefix_.c_str(), kFull);
 }
 
@@ -139,8 +138,13 @@ int Disk_RelaxedEpoch::Keep(Disk_FileID const& id) {
   int linked = System().Link(path.c_str(), fresh.c_str());
   if (linked == -1 && errno == EEXIST && System().Unlink(fresh.c_str()) == 0)
     linked = System().Link(path.c_str(), fresh.c_str());
-  // nothing was there before: an empty copy, which needn't last, says so
-  if (linked == -1 && errno == ENOENT) return Util_FileSystem::WriteNewFile(copy.c_str(), {}, false);
+  if (linked == -1 && errno == ENOENT) {
+    // BOOT's entry must last before a record leads to an unsynced file: the copy of the file with that record sees to
+    // it
+    if (id.GetID().GetNValues() == 1 && Util_FileSystem::SyncDirectory(FolderOf(copy).c_str(), kFull) == -1) return -1;
+    // nothing was there before: an empty copy, which needn't last, says so
+    return Util_FileSystem::WriteNewFile(copy.c_str(), {}, false);
+  }
   if (linked == -1 && CopyFile(path, fresh) == -1) return -1; // a file system without links
   return Establish(fresh, copy);
 }

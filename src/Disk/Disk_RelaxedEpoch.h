@@ -17,7 +17,8 @@ class Disk_RelaxedEpoch {
 public:
   Disk_RelaxedEpoch(std::string prefix, bool standard);
 
-  // What a relaxed operation holds from its beginning to its end, outside of all other locks. BOOT lasts then.
+  // What a relaxed operation holds from its beginning to its end, outside of all other locks. BOOT lasts once a
+  // first copy does.
   int LockShared();
   int UnlockShared() { return lock_.UnlockShared(); }
   int UnlockExclusive() { return lock_.UnlockExclusive(); }

@@ -165,10 +165,14 @@ int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request,
   Disk_FileID const id = object_id(image.GetReferencedFileID());
   if (request.move_store) return move_object(request, id);
   if (request.in_place) return sync_in_place(id.Path());
-  // in the private structure the directory is synced with the directory file, which is written next
-  if (Disk_ObjectFile(id, params).Store(request.msg, is_standard()) == 0) return 0;
+  if (Disk_ObjectFile(id, params).Store(request.msg, !is_synced_with(id)) == 0) return 0;
   DISK_LOG(3, "Store(): Can't store object.\n");
   return -1;
+}
+
+bool Disk_SeriesDirectoryFile::is_synced_with(Disk_FileID const& object) const {
+  std::string const path = object.Path(), own = GetFileID().Path();
+  return !is_standard() && path.substr(0, path.rfind('/')) == own.substr(0, own.rfind('/'));
 }
 
 /// A file that its writer may not have synced.
@@ -204,7 +208,7 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
     KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   }
-  if (is_standard() && sync_directory_of(path) == -1) return -1;
+  if (!is_synced_with(id) && sync_directory_of(path) == -1) return -1;
   if (request.stored_file_name) std::memcpy(request.stored_file_name, path.c_str(), path.size() + 1);
   return 0;
 }

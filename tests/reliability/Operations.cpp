@@ -4,6 +4,7 @@
 
 #include <Disk/Disk_Access.h>
 #include <Disk/Disk_CacheRepository.h>
+#include <dicom/IOD_Image.h>
 #include <filesystem>
 #include <infra/I18n.h>
 #include <infra/Util_Clock.h>
@@ -118,12 +119,20 @@ Operation DeleteOf(std::string name, Level::Value level) {
 
 void RemoveAll(Model& model, bool) { model = {}; }
 
+void RemoveUnprotected(Model& model, bool) {
+  model.Remove([&](auto const& object) { return model.studies[object.second.study].is_protected != "Y"; });
+}
+
 // What is passed over is a failure for us, though not for the engine: it logs it, and gives 0.
 int IsAllGone(Session& session, std::function<int(SCL_QueryIdentifier const&, Dicom_Sequence*)> const& query) {
   SCL_QueryIdentifier all(Level::STUDY);
   all.SetStudyInstanceUID(UI_NULL);
+  all.SetProtectionFlag(CS_NULL);
   Dicom_Sequence left;
-  return session.Call([&] { return query(all, &left); }) == 0 && left.GetNItems() == 0 ? 0 : -1;
+  if (session.Call([&] { return query(all, &left); }) == -1) return -1;
+  for (int i = 0; i < left.GetNItems(); ++i)
+    if (IOD_Msg(*left.Get(i)).GetProtectionFlag() != IOD_Image::Y) return -1;
+  return 0;
 }
 
 int AutoDelete(Session& session) {
@@ -225,7 +234,7 @@ Operation Recovery() {
 }
 
 std::vector<Operation> MakeOperations() {
-  Operation auto_delete{.name = "auto-delete", .is_standard = false, .act = AutoDelete, .effect = RemoveAll};
+  Operation auto_delete{.name = "auto-delete", .is_standard = false, .act = AutoDelete, .effect = RemoveUnprotected};
   Operation clean{.name = "cache clean", .is_standard = false, .act = CleanCache, .effect = RemoveAll};
   static SCL_MoveIdentifier const s_study = Named(Level::STUDY);
   static Dicom_UI const s_uid = Phantom::StudyUid(kKnown);

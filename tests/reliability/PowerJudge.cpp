@@ -130,13 +130,26 @@ public:
   std::string text;
 };
 
+bool IsAccessed(Disk_RootDirectoryFile& root) {
+  Dicom_Tag const date = Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE;
+  SCL_QueryIdentifier all(SCL_QueryRetrieveLevel::STUDY);
+  all.SetStudyInstanceUID(UI_NULL);
+  all.Set(date, DT_NULL);
+  Dicom_Sequence answers;
+  return root.Query(all, 1, &answers) == 0 && answers.GetNItems() == 1 &&
+         IOD_Msg(*answers.Get(0)).Value<Dicom_DT>(date) != DT_NULL;
+}
+
 void Judge(Play const& play, State const& cut, std::string const& place, bool thorough) {
   NextBoot const boot(place + ".boot");
   Case const& c = *play.c;
   Site const site{place, c.standard};
   bool const has_source = fs::exists(site.Source());
   if (has_source) {
-    Require(OpenSet(site.Source(), 0) != nullptr, "the source can't be opened");
+    auto const source = OpenSet(site.Source(), 0);
+    Require(source != nullptr, "the source can't be opened");
+    bool const told = cut.acked == 1 && play.acts[0].durability == kDurable;
+    Require(!told || IsAccessed(*source), "the source doesn't tell that its study was fetched");
     Check(play, cut.acked, site.Source(), false, false);
   }
   {

@@ -26,12 +26,29 @@ std::string Play::Name() const {
 
 namespace {
 
+/// Stores the object again that "store in place" has stored: it stands in another folder than its series' directory
+/// file.
+Operation const& StoreOverInPlace() {
+  Phantom::Object const object{.patient = 7, .bits = 10};
+  static Operation const s_store{.name = "store over that",
+                                 .act = [object](Session& session) { return Store(session, *MakeObject(object)); },
+                                 .effect = [object](Model& m, bool standard) { m.Add(*MakeObject(object), standard); }};
+  return s_store;
+}
+
 std::vector<Play> Mixed(std::vector<Case> const& cases) {
   std::vector<Play> plays;
   std::set<std::string> const names{"store new study",   "store new series", "store image",
                                     "store known image", "delete series",    "protect"};
   for (Case const& first : cases) {
-    if (first.state != "several studies" || names.count(first.operation->name) == 0) continue;
+    if (first.state != "several studies") continue;
+    if (first.operation->name == "store in place")
+      plays.push_back({first, {{first.operation, kDurable}, {&StoreOverInPlace(), kDurable}}});
+    for (Operation const& second : Operations()) // what is protected stays
+      if (first.operation->name == "protect" && second.name == "auto-delete")
+        for (Util_Durability const durability : {kDurable, kRelaxed})
+          plays.push_back({first, {{first.operation, kDurable}, {&second, durability}}});
+    if (names.count(first.operation->name) == 0) continue;
     for (Operation const& second : Operations()) {
       bool const served = first.standard ? second.is_standard : second.is_private;
       bool const undone = first.operation->name == "delete series" || second.name == first.operation->name;

@@ -27,7 +27,8 @@ bool IsNoticed(Use const& use, unsigned seed, std::string const& place) {
 
 } // namespace
 
-/// A sync is told by the calls that lead to it. It is left out of the plays that make it, until one of them shows it.
+/// A sync is told by the last calls that lead to it. It is left out of the plays that make it, until one of them shows
+/// it.
 void LeaveSyncsOut(std::vector<Play> const& plays, unsigned seed, std::string const& place, Share& share) {
   constexpr std::size_t kMostPlays = 12;
   std::vector<std::unique_ptr<Recording>> recordings;
