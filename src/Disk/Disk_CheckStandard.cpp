@@ -199,6 +199,8 @@ bool Disk_CheckStandard::load(std::uint32_t offset, std::uint32_t chain, Record*
     damaged("record-unreadable", "the record at " + At(offset) + " can't be read");
     return false;
   }
+  if (offset >= own_from_ && record->msg.GetDumpLen(dicomdir_->Syntax(), 0, SCompressionParms()) != item.length)
+    damaged("record-torn", "the record at " + At(offset) + " holds less than was written");
   record->offset = offset;
   record->type = record->msg.Text(kRecordType);
   Dicom_US const flag = record->msg.Value<Dicom_US>(kRecordInUse);

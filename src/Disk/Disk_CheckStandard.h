@@ -13,6 +13,9 @@ class Disk_CheckStandard : public Disk_Checker {
 public:
   Disk_CheckStandard(char const* file_set_prefix, Disk_CheckOptions const& options, Disk_CheckResult* result);
   ~Disk_CheckStandard() override;
+  /// Records from this offset on were written here, so they have the length that they would be written with; those that
+  /// a power cut tore haven't.
+  void ExpectOwnFrom(std::uint32_t offset) { own_from_ = offset; }
 
 private:
   struct Record;
@@ -45,6 +48,6 @@ private:
   std::shared_ptr<Util_Buffer> bytes_;
   std::map<std::uint32_t, Item> items_; // by their place
   std::uint32_t n_chains_ = 0;          // so far
-  std::uint32_t last_of_root_ = 0;
+  std::uint32_t last_of_root_ = 0, own_from_ = UINT32_MAX;
   std::set<std::string> study_folders_, series_folders_; // names, of the studies and of the series of one study
 };

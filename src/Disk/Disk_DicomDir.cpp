@@ -123,7 +123,7 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
 }
 
 /// A new file comes to its name whole, so that neither a kill nor, whatever the durability, a power cut leaves the
-/// beginning of one, unless a strategy keeps it.
+/// beginning of one, unless a strategy keeps it. Its entry is synced with that of the first redo record.
 int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   if (new_dicomdir() == -1 || make_prefix() == -1) return Failed("Init: Failed initiate new DICOMDIR.\n");
   patch_prefix();
@@ -132,8 +132,7 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
     std::string_view const parts[] = {prefix_};
     constexpr auto kFull = Util_Durability::Full;
     if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true, kFull) == -1 ||
-        Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1 ||
-        Util_FileSystem::SyncDirectory(file_name.substr(0, file_name.rfind('/')).c_str(), kFull) == -1) {
+        Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1) {
       int const cause = errno;
       DISK_LOG(3, "Init: %s (errno=%d).\n", temporary.c_str(), cause);
       errno = cause;

@@ -82,11 +82,13 @@ struct PrivateFiles {
   }
 };
 
-/// What a check finds in the DICOMDIR itself.
-std::size_t DamageOf(std::string const& folder, std::string const& dicomdir) {
+/// What a check finds in the DICOMDIR itself; `synced` is how much of it was there when it was last synced.
+std::size_t DamageOf(std::string const& folder, std::string const& dicomdir, std::uint32_t synced = UINT32_MAX) {
   Disk_CheckResult result;
   Disk_CheckOptions const options;
-  if (Disk_CheckStandard(folder.c_str(), options, &result).RunUnderLock() == -1) return SIZE_MAX;
+  Disk_CheckStandard check(folder.c_str(), options, &result);
+  check.ExpectOwnFrom(synced);
+  if (check.RunUnderLock() == -1) return SIZE_MAX;
   return std::size_t(std::count_if(result.findings.begin(), result.findings.end(), [&](Disk_Finding const& finding) {
     return finding.cause == Disk_Finding::Damage && finding.path == dicomdir;
   }));
@@ -96,11 +98,14 @@ int MendStandard(std::string const& prefix, std::string const& folder, std::stri
   if (Disk_DicomDir::Replay(prefix.c_str()) == -1) return -1;
   std::string const name = Exists(prefix + "/DICOMDIR") ? "DICOMDIR" : "dicomdir", file = prefix + "/" + name;
   std::string const copy = folder + "/" + name;
-  std::size_t const damage = DamageOf(prefix, file);
+  struct stat status {};
+  bool const has_copy = System().Stat(CopyIn(folder, name, unfinished).c_str(), &status) == 0;
+  std::size_t const damage = DamageOf(prefix, file, has_copy ? std::uint32_t(status.st_size) : UINT32_MAX);
   if (damage == 0) return 0;
-  if (CopyIn(folder, name, unfinished) != copy && System().Rename((copy + unfinished).c_str(), copy.c_str()) == -1)
-    return -1;
-  if (!Exists(copy) || DamageOf(folder, copy) >= damage) return 0; // it is not the power cut's
+  bool const may_be_torn = CopyIn(folder, name, unfinished) != copy;
+  if (may_be_torn && System().Rename((copy + unfinished).c_str(), copy.c_str()) == -1) return -1;
+  std::size_t const kept = Exists(copy) ? DamageOf(folder, copy) : SIZE_MAX;
+  if (kept >= damage || (may_be_torn && kept > 0)) return 0; // it is not the power cut's
   DISK_LOG(3, "Recover: %s was torn by a power cut; it is now what it was when it was last synced.\n", file.c_str());
   return System().Rename(copy.c_str(), file.c_str());
 }

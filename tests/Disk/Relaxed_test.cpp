@@ -55,6 +55,21 @@ TEST_P(RelaxedTest, WholeFilesOutliveAReboot) {
   ExpectSound();
 }
 
+TEST_P(RelaxedTest, AFolderThatIsGoneTakesNoStoreAlong) {
+  for (int const depth : {1, 0}) { // a series', then a study's: the records above them outlived the power cut
+    StoreNew(1, Util_Durability::Relaxed);
+    std::vector<fs::path> gone;
+    for (auto entry = fs::recursive_directory_iterator(At(".")); entry != fs::recursive_directory_iterator(); ++entry)
+      if (entry->is_directory() && entry.depth() == depth && entry->path().filename() != "RELAXED")
+        gone.push_back(entry->path());
+    ASSERT_EQ(gone.size(), 1u);
+    fs::remove_all(gone[0]);
+    Reboot();
+    EXPECT_TRUE(Fetch(*Open(), Uids(*StoreNew(1, Util_Durability::Full))));
+  }
+  ExpectNoDamage();
+}
+
 TEST_P(RelaxedTest, SyncEndsTheEpoch) {
   auto const first = StoreNew(1, Util_Durability::Relaxed), second = StoreNew(2, Util_Durability::Relaxed);
   ExpectSound();

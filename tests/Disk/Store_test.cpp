@@ -269,6 +269,11 @@ TEST_F(StoreTest, InPlaceStoreWritesNoObject) {
       << "a new series has a directory of its own";
   EXPECT_EQ(Records("STUDY/S3000000/DIRFILE")[0]->GetReferencedFileID().GetText(), "STUDY\\SERIES\\OBJ");
   EXPECT_TRUE(Fetch(*root, Uids(*msg)));
+  {
+    FaultyFileSystem counting;
+    ASSERT_EQ(Store(*root, *msg), 0);
+    EXPECT_EQ(counting.calls["Fsync"], 4) << "the object's folder, besides those of the records";
+  }
 
   std::string prefix = Prefix();
   auto other = Example({.study = 2});

@@ -120,7 +120,9 @@ Operation DeleteOf(std::string name, Level::Value level) {
 void RemoveAll(Model& model, bool) { model = {}; }
 
 void RemoveUnprotected(Model& model, bool) {
-  model.Remove([&](auto const& object) { return model.studies[object.second.study].is_protected != "Y"; });
+  std::erase_if(model.studies, [](auto const& study) { return study.second.is_protected != "Y"; });
+  std::erase_if(model.objects, [&](auto const& object) { return model.studies.count(object.second.study) == 0; });
+  model.unfetched.clear();
 }
 
 // What is passed over is a failure for us, though not for the engine: it logs it, and gives 0.

@@ -84,7 +84,8 @@ void Check(Play const& play, std::size_t acked, std::string const& set, bool sta
     bool const may_be = finding.kind.starts_with("object-") &&
                         MayBeAnything(AllowedOf(play, acked, &Model::objects, finding.instance_uid));
     bool const is_harmless = finding.cause != Disk_Finding::Damage && (!sound || finding.kind == "version-missing");
-    Require(is_harmless || may_be, finding.kind + ": " + finding.path + ": " + finding.text);
+    Require(is_harmless || may_be,
+            finding.kind + " " + finding.instance_uid + ": " + finding.path + ": " + finding.text);
   }
 }
 
@@ -118,15 +119,16 @@ void WriteImage(Disk::Image const& image, std::string const& place) {
   std::ofstream(place + ".boot") << "00000000-0000-0000-0000-000000000000\n";
 }
 
-/// The first line of the engine's log that tells an error.
-class FirstLine {
+/// The first lines of the engine's log that tell an error.
+class FirstLines {
 public:
-  FirstLine() {
+  FirstLines() {
     KlbGLog.SetSink([this](int level, std::string const& line) {
-      if (text.empty() && level <= 3) text = line;
+      constexpr std::size_t kMost = 2000;
+      if (level <= 3 && text.size() < kMost) text += "\n    " + line;
     });
   }
-  ~FirstLine() { KlbGLog.SetSink(nullptr); }
+  ~FirstLines() { KlbGLog.SetSink(nullptr); }
   std::string text;
 };
 
@@ -175,11 +177,11 @@ void Judge(Play const& play, State const& cut, std::string const& place, bool th
 
 void JudgeCut(Play const& play, State const& cut, std::string const& place, bool thorough) {
   WriteImage(cut.image, place);
-  FirstLine const log;
+  FirstLines const log;
   try {
     Judge(play, cut, place, thorough);
   } catch (Complaint const& complaint) {
     KlbGLog.Flush();
-    throw Complaint(complaint.what() + (log.text.empty() ? "" : " (" + log.text.substr(0, log.text.size() - 1) + ")"));
+    throw Complaint(complaint.what() + log.text);
   }
 }
