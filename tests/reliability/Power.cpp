@@ -34,7 +34,7 @@ Result RunPower(Options const& options) {
   std::vector<Case> const cases = Cases(options.selection, prepared.Path());
   std::vector<Play> const plays = Plays(cases);
   Extent const extent =
-      options.full ? Extent{.states = 150, .at_random = 12} : Extent{.states = 3, .positions = 9, .at_random = 1};
+      options.full ? Extent{.states = 170, .at_random = 12} : Extent{.states = 3, .positions = 9, .at_random = 1};
   Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
     if (options.full) LeaveSyncsOut(plays, options.seed, place, share);
     for (Play const& play : plays)
