@@ -126,11 +126,15 @@ int Disk_SeriesDirectoryFile::set_syntax(Disk_InstanceDirectoryRecord* image, Di
   } else if (request.in_place) {
     Util_FileDescriptor const file = Util_FileSystem::Open(request.existing_file, O_RDONLY | O_NONBLOCK);
     if (!file) {
-      DISK_LOG(3, "NewImage: Can't open file %s (errno=%d).\n", request.existing_file, errno);
+      int const cause = errno;
+      DISK_LOG(3, "NewImage: Can't open file %s (errno=%d).\n", request.existing_file, cause);
+      KlbGError.Set(DISK_ERROR_SYSTEM + cause);
       return -1;
     }
     Util_TransferSyntax start;
+    errno = 0; // stays so when the file is no DICOM file
     if (start.GetDetails(file.Get()) == -1) {
+      if (errno != 0) KlbGError.Set(DISK_ERROR_SYSTEM + errno);
       DISK_LOG(3, "NewImage: Failed getting the file (%s) transfer syntax.\n", request.existing_file);
       return -1;
     }
