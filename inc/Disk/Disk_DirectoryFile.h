@@ -24,9 +24,9 @@ public:
   Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir);
   virtual ~Disk_DirectoryFile() = default;
 
-  /// The strategy stays the caller's; it may be null.
   /// Of a new file, before its first write: it is written again before a record names it, so the first needn't last.
   void MarkUnnamed() { is_unnamed = true; }
+  /// The strategy stays the caller's; it may be null.
   void SetWritingStrategy(Disk_StorageStrategy* strategy) { writing_strategy = strategy; }
   Disk_StorageStrategy* GetWritingStrategy() const { return writing_strategy; }
   /// Makes VERSION count again after a read-only file-set was found to have none.
