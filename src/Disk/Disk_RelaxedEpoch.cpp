@@ -85,7 +85,10 @@ std::uint64_t Checksum(std::string_view bytes) {
 Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, bool standard)
     : prefix_(std::move(prefix)), standard_(standard) {}
 
-std::string Disk_RelaxedEpoch::content() const { return boot_id() + (standard_ ? "\nstandard\n" : "\nprivate\n"); }
+std::string const& Disk_RelaxedEpoch::content() {
+  if (boot_.empty()) boot_ = boot_id(); // it doesn't change for as long as we run
+  return content_ = boot_ + (standard_ ? "\nstandard\n" : "\nprivate\n");
+}
 
 std::string Disk_RelaxedEpoch::boot_id() {
   char text[36] = {};
@@ -96,7 +99,8 @@ std::string Disk_RelaxedEpoch::boot_id() {
 
 int Disk_RelaxedEpoch::LockShared() {
   constexpr int kMostTries = 100; // as others may end the epoch again and again
-  std::string const folder = FolderIn(prefix_), boot = folder + "/" + kBoot, wanted = content();
+  std::string const folder = FolderIn(prefix_), boot = folder + "/" + kBoot;
+  std::string const& wanted = content();
   for (int i = 0; i < kMostTries; ++i) {
     if (!initialised_ || !Exists(boot)) {
       if (Util_FileSystem::MakeDirectory(folder.c_str()) == -1) return -1;
@@ -112,23 +116,30 @@ int Disk_RelaxedEpoch::LockShared() {
     }
     std::string found(wanted.size() + 1, '\0');
     ssize_t const count = Util_FileSystem::PreadAll(lock_.GetFd(), found.data(), found.size(), 0);
-    if (count >= 0 && found.substr(0, std::size_t(count)) == wanted) return 0;
-    if (count == 0 && write_boot(wanted) == 0) return 0;
+    bool const is_ours = count >= 0 && found.substr(0, std::size_t(count)) == wanted;
+    if ((is_ours || count == 0) && make_boot_last(is_ours) == 0) return 0;
     int const cause = errno;
     lock_.UnlockShared();
     errno = cause;
-    if (count <= 0 || Recover(prefix_) == -1) return -1;
+    if (is_ours || count <= 0 || Recover(prefix_) == -1) return -1;
   }
   errno = EAGAIN;
   return -1;
 }
 
-/// Those who find it empty at the same time write the same. Its own entry is synced with that of the first copy.
-int Disk_RelaxedEpoch::write_boot(std::string const& content) {
-  if (Util_FileSystem::PwriteAll(lock_.GetFd(), content.data(), content.size(), 0) == -1 ||
-      Util_FileSystem::SyncFile(lock_.GetFd(), kFull) == -1)
+/// Those who find it empty at the same time write the same, and who finds it written can't know whether it was synced.
+/// Its own entry is synced with that of the first copy.
+int Disk_RelaxedEpoch::make_boot_last(bool is_written) {
+  if (!is_written && Util_FileSystem::PwriteAll(lock_.GetFd(), content_.data(), content_.size(), 0) == -1) return -1;
+  struct stat status {};
+  if (System().Fstat(lock_.GetFd(), &status) == -1) return -1;
+  std::array<long, 3> const file{long(status.st_ino), long(status.st_mtim.tv_sec), long(status.st_mtim.tv_nsec)};
+  if (file == lasting_) return 0;
+  if (Util_FileSystem::SyncFile(lock_.GetFd(), kFull) == -1 ||
+      Util_FileSystem::SyncDirectory(prefix_.c_str(), kFull) == -1)
     return -1;
-  return Util_FileSystem::SyncDirectory(prefix_.c_str(), kFull);
+  lasting_ = file;
+  return 0;
 }
 
 int Disk_RelaxedEpoch::Keep(Disk_FileID const& id) {

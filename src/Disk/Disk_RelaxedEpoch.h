@@ -52,14 +52,15 @@ private:
   static constexpr char kBoot[] = "BOOT";
   static constexpr char kUnfinished[] = ".new"; // behind the name of a copy
 
-  std::string content() const;
-  int write_boot(std::string const& content);
+  std::string const& content();
+  int make_boot_last(bool is_written);
   /// The boot of this machine; empty where none can be told.
   static std::string boot_id();
   static int remove_copies(std::string const& folder);
   static int mend(std::string const& prefix, bool standard);
 
-  std::string prefix_;
+  std::string prefix_, boot_, content_; // of BOOT
+  std::array<long, 3> lasting_{};       // the BOOT that was synced: its inode, and when it was written
   bool standard_;
   Klb_LockFile lock_;
   bool initialised_ = false;
