@@ -46,7 +46,7 @@ void Twice(Case const& c, Site const& killed, std::string const& name, int from,
     });
 }
 
-void Kills(Case const& c, Steps const& steps, std::string const& place, Share& share) {
+void Kills(Case const& c, Steps const& steps, unsigned offset, std::string const& place, Share& share) {
   int calls = 0;
   share.Run(c.Name() + ", no fault", [&] {
     Site const site = c.Copy(place);
@@ -56,7 +56,7 @@ void Kills(Case const& c, Steps const& steps, std::string const& place, Share& s
     Judge(c, site, Outcome::Done);
   });
   for (int point = 1; point <= calls; ++point) {
-    bool const wanted = (point - 1) % steps.first == 0 || point == calls;
+    bool const wanted = (unsigned(point) + offset) % unsigned(steps.first) == 0 || point == calls;
     if (!wanted || !share.IsMine()) continue;
     std::string const name = c.Name() + ", call " + std::to_string(point);
     std::string const killed_place = place + ".killed";
@@ -78,8 +78,9 @@ Result RunKills(Options const& options) {
   std::vector<Case> const cases = Cases(options.selection, prepared.Path());
   Steps const steps = options.full || !options.point.empty() ? Steps{1, 5} : Steps{9, 31};
   Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
+    unsigned offset = options.seed; // samples of different cases meet different calls
     for (Case const& c : cases)
-      Kills(c, steps, place, share);
+      Kills(c, steps, offset++, place, share);
   });
   return {std::to_string(counts.first) + " points, " + std::to_string(counts.second) + " doubly killed",
           counts.failures};
