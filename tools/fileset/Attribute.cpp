@@ -92,8 +92,8 @@ int Attributes::Find(std::string_view name, Dicom_Tag* tag) {
 }
 
 std::string Attributes::Name(Dicom_Tag const& tag) {
-  if (Dicom_DataDictionary::Entry const* entry = Dicom_DataDictionary::Find(tag.Group(), tag.Element()))
-    return entry->keyword;
+  Dicom_DataDictionary::Entry const* const entry = Dicom_DataDictionary::Find(tag.Group(), tag.Element());
+  if (entry && entry->tag == tag.Number()) return entry->keyword; // one of several groups has that of the first
   if (std::string_view const own = Dicom_Dictionary::KeywordOf(tag); !own.empty()) return std::string(own);
   char text[10];
   std::snprintf(text, sizeof text, "%04X,%04X", tag.Group(), tag.Element());
