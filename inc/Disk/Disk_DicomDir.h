@@ -83,7 +83,7 @@ public:
   Dicom_TransferSyntax const& Syntax() const override { return transfer_syntax; }
   unsigned RecordsBegin() const override { return records_begin_; }
   unsigned RecordsEnd() const override { return offset_end; }
-  bool Claim(unsigned offset, unsigned length, unsigned chain) const override;
+  bool Claim(unsigned offset, unsigned length, unsigned owner) const override;
   /// Before all records are read again.
   void ForgetClaims() { claims_.Clear(); }
 

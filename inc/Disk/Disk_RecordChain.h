@@ -23,7 +23,9 @@ public:
   /// Replaces the content by the chain that starts at `offset`; 0 stands for an empty one. 0, or -1 (logged); the
   /// records read so far stay. A chain that loops, leaves the file or holds a record of an upper level fails.
   int ReadRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset);
-  int ReadRecords(Disk_RecordSource const& source, unsigned offset);
+  int ReadRecords(Disk_RecordSource const& source, unsigned offset) { return ReadRecords(source, offset, offset); }
+  /// `owner` is the place of the record above the chain: no other may have it too.
+  int ReadRecords(Disk_RecordSource const& source, unsigned offset, unsigned owner);
   /// Writes the new and changed records, the first of which stands at `offset`, through `strategy` or, when that is
   /// null, to `fd`. Records that were written before through the same strategy aren't written again. 0, or -1
   /// (logged): before anything is written when a record would not fit its place, otherwise in the middle.
@@ -47,16 +49,16 @@ protected:
   virtual std::unique_ptr<Disk_DirectoryRecord> make() const = 0;
   /// 0 patient, 1 study, 2 series, 3 instance.
   virtual int level() const = 0;
-  /// Reads what a record of the list owns. 0, or -1.
-  virtual int read_below(Disk_DirectoryRecord&, Disk_RecordSource const&) { return 0; }
+  /// Reads what a record of the list, which stands at that place, owns. 0, or -1.
+  virtual int read_below(Disk_DirectoryRecord&, Disk_RecordSource const&, unsigned) { return 0; }
 
 private:
   struct Output;
   struct Index;
   Index* index_of(Dicom_Tag const& tag) const;
-  int read_chain(Disk_RecordSource const& source, unsigned offset);
+  int read_chain(Disk_RecordSource const& source, unsigned offset, unsigned owner);
   int write_chain(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
-  int read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset, unsigned chain);
+  int read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset, unsigned owner);
   int write_all(Output& output, Dicom_TransferSyntax const& syntax, unsigned offset);
   int write_record(Output& output, Dicom_TransferSyntax const& syntax, Disk_DirectoryRecord const& record,
                    unsigned offset) const;

@@ -33,8 +33,9 @@ public:
 protected:
   std::unique_ptr<Disk_DirectoryRecord> make() const override { return std::make_unique<T>(); }
   int level() const override { return T::kLevel; }
-  int read_below(Disk_DirectoryRecord& record, Disk_RecordSource const& source) override {
-    if constexpr (requires(T & t) { t.ReadStudies(source); }) return static_cast<T&>(record).ReadStudies(source);
+  int read_below(Disk_DirectoryRecord& record, Disk_RecordSource const& source, unsigned place) override {
+    if constexpr (requires(T & t) { t.ReadStudies(source, place); })
+      return static_cast<T&>(record).ReadStudies(source, place);
     return 0;
   }
 };

@@ -16,13 +16,13 @@ public:
   /// Records stand from here on, and before RecordsEnd.
   virtual unsigned RecordsBegin() const = 0;
   virtual unsigned RecordsEnd() const = 0;
-  /// Notes that the record at `offset`, of `length` bytes, belongs to the chain that starts at `chain`; false where
-  /// Disk_RecordClaims refuses it.
-  virtual bool Claim(unsigned offset, unsigned length, unsigned chain) const = 0;
+  /// Notes that the record at `offset`, of `length` bytes, belongs to `owner`, the place of the record above it, or of
+  /// the first one of its chain; false where Disk_RecordClaims refuses it.
+  virtual bool Claim(unsigned offset, unsigned length, unsigned owner) const = 0;
 };
 
-/// Which chains have which records. What it refuses would make reading take far more memory or time than the file has
-/// bytes: a record of another chain, records that stand in one another (all of them take more room than there is), and
+/// Who has which records. What it refuses would make reading take far more memory or time than the file has bytes: a
+/// record of another, records that stand in one another (all of them take more room than there is), and
 /// too many for their bytes.
 class Disk_RecordClaims {
 public:
@@ -33,9 +33,9 @@ public:
     return records <= kMany || bytes >= kLeastMean * records;
   }
 
-  bool Add(unsigned offset, unsigned length, unsigned chain, unsigned room) {
-    auto const [owner, is_new] = owners_.emplace(offset, chain);
-    if (!is_new) return owner->second == chain;
+  bool Add(unsigned offset, unsigned length, unsigned owner, unsigned room) {
+    auto const [known, is_new] = owners_.emplace(offset, owner);
+    if (!is_new) return known->second == owner;
     taken_ += length;
     return taken_ <= room && AreMeaningful(owners_.size(), taken_);
   }
@@ -45,6 +45,6 @@ public:
   }
 
 private:
-  std::unordered_map<unsigned, unsigned> owners_; // offset of a record, start of its chain
+  std::unordered_map<unsigned, unsigned> owners_; // by the offset of a record
   std::uint64_t taken_ = 0;
 };

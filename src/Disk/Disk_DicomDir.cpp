@@ -274,8 +274,8 @@ long Disk_DicomDir::ReadAt(void* data, unsigned size, unsigned offset) const {
   return count;
 }
 
-bool Disk_DicomDir::Claim(unsigned offset, unsigned length, unsigned chain) const {
-  return claims_.Add(offset, length, chain, offset_end - records_begin_);
+bool Disk_DicomDir::Claim(unsigned offset, unsigned length, unsigned owner) const {
+  return claims_.Add(offset, length, owner, offset_end - records_begin_);
 }
 
 // Operations

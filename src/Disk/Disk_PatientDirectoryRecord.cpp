@@ -48,10 +48,10 @@ Disk_RecordList<Disk_StudyDirectoryRecord>& Disk_PatientDirectoryRecord::GetStud
   return *study_records_;
 }
 
-int Disk_PatientDirectoryRecord::ReadStudies(Disk_RecordSource const& source) {
+int Disk_PatientDirectoryRecord::ReadStudies(Disk_RecordSource const& source, unsigned place) {
   unsigned const offset = GetOffsetOfReferencedLowerLevelDirectoryEntity();
   if (offset == 0 && GetRecordInUseFlag() == Dicom_US(0)) return 0; // deleted by somebody who unlinked its studies
-  return CheckStudyOffset(offset) == -1 ? -1 : GetStudyRecords().ReadRecords(source, offset);
+  return CheckStudyOffset(offset) == -1 ? -1 : GetStudyRecords().ReadRecords(source, offset, place);
 }
 
 int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool standard) {

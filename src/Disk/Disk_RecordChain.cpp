@@ -35,8 +35,8 @@ public:
   Dicom_TransferSyntax const& Syntax() const override { return syntax_; }
   unsigned RecordsBegin() const override { return 1; }
   unsigned RecordsEnd() const override { return end_; }
-  bool Claim(unsigned offset, unsigned length, unsigned chain) const override {
-    return claims_.Add(offset, length, chain, end_);
+  bool Claim(unsigned offset, unsigned length, unsigned owner) const override {
+    return claims_.Add(offset, length, owner, end_);
   }
 
 private:
@@ -109,14 +109,13 @@ int Disk_RecordChain::ReadRecords(int fd, Dicom_TransferSyntax const& syntax, un
   return ReadRecords(File(fd, syntax), offset);
 }
 
-int Disk_RecordChain::ReadRecords(Disk_RecordSource const& source, unsigned offset) {
-  return Disk_WithCause([&] { return read_chain(source, offset); });
+int Disk_RecordChain::ReadRecords(Disk_RecordSource const& source, unsigned offset, unsigned owner) {
+  return Disk_WithCause([&] { return read_chain(source, offset, owner); });
 }
 
-int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offset) {
+int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offset, unsigned owner) {
   DISK_LOG(7, "ReadRecords: record offset is %d.\n", int(offset));
   clearAndDestroy();
-  unsigned const chain = offset;
   Disk_RecordWindow window(source);
   // a loop is noticed by going on from a remembered place, moved ever more rarely, which needs no memory
   unsigned remembered = 0;
@@ -129,17 +128,17 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
       remembered = offset;
       next_move *= 2;
     }
-    if (read_record(source, window, offset, chain) == -1) return -1;
+    if (read_record(source, window, offset, owner) == -1) return -1;
     offset = static_cast<Disk_DirectoryRecord*>(last())->GetOffsetOfTheNextDirectoryRecord();
   }
   return 0;
 }
 
 int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset,
-                                  unsigned chain) {
+                                  unsigned owner) {
   unsigned const end = source.RecordsEnd();
   if (offset < source.RecordsBegin() || offset >= end) {
-    DISK_LOG(3, "ReadRecords: offset %u in the chain from %u is outside of the records.\n", offset, chain);
+    DISK_LOG(3, "ReadRecords: offset %u in the chain of %u is outside of the records.\n", offset, owner);
     return -1;
   }
   Dicom_Msg msg;
@@ -148,7 +147,7 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWi
   msg.BringInOrder();
   std::unique_ptr<Disk_DirectoryRecord> record = make();
   record->record_msg = std::make_unique<IOD_Msg>(std::move(msg));
-  if (!source.Claim(offset, length, chain)) {
+  if (!source.Claim(offset, length, owner)) {
     DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice, stands in another, or is one of too many.\n",
              offset);
     return -1;
@@ -161,7 +160,7 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWi
   record->place_at(offset, length - kHeader);
   record->keep_lookup_uid();
   record->enlist_in(&unwritten_);
-  if (LevelOf(type) == level() && read_below(*record, source) == -1) {
+  if (LevelOf(type) == level() && read_below(*record, source, offset) == -1) {
     DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
     return -1;
   }

@@ -324,6 +324,21 @@ void Hostile::Siblings() {
           records += make(std::uint32_t(begin + records.size()), i == count);
         run(kind, records);
       }
+    // all patients lead to the same studies
+    constexpr std::size_t kOfEach = 4000;
+    std::string shared;
+    for (std::size_t i = 1; i <= kOfEach; ++i) {
+      std::string record = patient;
+      Put(record, kNext, i < kOfEach ? std::uint32_t(begin + i * patient.size()) : 0);
+      Put(record, kBelow, std::uint32_t(begin + kOfEach * patient.size()));
+      shared += record;
+    }
+    for (std::size_t i = 1; i <= kOfEach; ++i) {
+      std::string record = study;
+      Put(record, kNext, i < kOfEach ? std::uint32_t(begin + kOfEach * patient.size() + i * study.size()) : 0);
+      shared += record;
+    }
+    run("of patients with the same studies", shared);
     // each holds all that follow it in a value
     std::string records;
     std::string const head = Record(0, 0, "ANOTHER").substr(8);

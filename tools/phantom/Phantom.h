@@ -56,7 +56,7 @@ struct Object {
   int slices = 50; // of the volume that CT and MR images go through: image slices + 1 is at the start again
   Charset charset = Charset::Latin1;
   // What a PR refers to, an item each; without any the object lacks the sequence.
-  std::vector<Reference> references{Reference{}};
+  std::vector<Reference> references = std::vector<Reference>(1);
   // An SR is complete, and verified by so many observers; their dates aren't in order. 0: not verified.
   int observers = 3;
   // Attributes of this system, absent when empty.
