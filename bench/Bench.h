@@ -1,4 +1,4 @@
-// What the benchmarks share: a directory on a disk, medians of runs, and a line of a table.
+// What the benchmarks share: a directory on a disk, medians of runs, and the lines that they report.
 #pragma once
 
 #include <algorithm>
@@ -12,20 +12,38 @@
 
 namespace Bench {
 
-constexpr int kRuns = 7;
+/// What is wanted of a run.
+struct Scope {
+  std::string base; // a folder on the disk that is measured
+  bool quick;       // with fewer objects
+};
 
-/// The median time of `runs` runs of `work`, in microseconds; one run before them isn't counted.
+/// One figure, as a line of JSON on standard output: of whom (`ours`, a limit, a peer), in which state, in `unit`.
+void Report(std::string const& area, std::string const& what, std::string const& who, long n, double value,
+            char const* unit = "us");
+/// A line for whoever waits.
+void Progress(std::string const& text);
+
+using Clock = std::chrono::steady_clock;
+
 template <class Work>
-double Median(Work work, int runs = kRuns) {
+double Microseconds(Work work) {
+  auto const start = Clock::now();
+  work();
+  return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+double Median(std::vector<double> times);
+
+/// The median time of `runs` runs of `work`; one run before them isn't counted.
+template <class Work>
+double MedianOf(int runs, Work work) {
   std::vector<double> times;
   for (int run = 0; run <= runs; ++run) {
-    auto const start = std::chrono::steady_clock::now();
-    work();
-    std::chrono::duration<double, std::micro> const took = std::chrono::steady_clock::now() - start;
-    if (run > 0) times.push_back(took.count());
+    double const took = Microseconds(work);
+    if (run > 0) times.push_back(took);
   }
-  std::sort(times.begin(), times.end());
-  return times[times.size() / 2];
+  return Median(std::move(times));
 }
 
 struct Pair {
@@ -34,40 +52,29 @@ struct Pair {
 /// The same for two works that take turns, so that what else the machine does falls upon both; and the median of
 /// their differences.
 template <class First, class Second>
-Pair MedianOfTurns(First first, Second second, int runs) {
+Pair MedianOfTurns(int runs, First first, Second second) {
   std::vector<double> firsts, seconds, differences;
-  for (int run = 0; run < runs; ++run) {
-    firsts.push_back(Median(first, 1));
-    seconds.push_back(Median(second, 1));
-    differences.push_back(seconds.back() - firsts.back());
+  for (int run = 0; run <= runs; ++run) {
+    double const a = Microseconds(first), b = Microseconds(second);
+    if (run == 0) continue;
+    firsts.push_back(a);
+    seconds.push_back(b);
+    differences.push_back(b - a);
   }
-  auto const median = [](std::vector<double>& times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-  };
-  return {median(firsts), median(seconds), median(differences)};
+  return {Median(std::move(firsts)), Median(std::move(seconds)), Median(std::move(differences))};
 }
 
 /// Waits until what was written is on the disk, so that its writing doesn't fall into a measurement.
 inline void Settle() { ::sync(); }
 
 /// Ends the program where a benchmark would otherwise measure a failure.
-inline void Require(bool ok, char const* what) {
-  if (ok) return;
-  std::fprintf(stderr, "bench: %s failed\n", what);
-  std::exit(1);
-}
+void Require(bool ok, std::string const& what);
 
 /// A directory below `base` that goes with its scope.
 class Folder {
 public:
-  explicit Folder(std::string const& base) : path_(base + "/disk_bench_XXXXXX") {
-    Require(mkdtemp(path_.data()) != nullptr, "making a folder");
-  }
-  ~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
+  explicit Folder(std::string const& base);
+  ~Folder();
   Folder(Folder const&) = delete;
   Folder& operator=(Folder const&) = delete;
   std::string const& Path() const { return path_; }
@@ -76,9 +83,19 @@ private:
   std::string path_;
 };
 
-void DirectoryFiles(std::string const& base);
-void FileSets(std::string const& base);
-void Standard(std::string const& base);
-void Caches(std::string const& base);
+// The areas, each by its name on the command line.
+void DirectoryFiles(Scope const& scope);
+void PrivateStores(Scope const& scope);
+void StandardStores(Scope const& scope);
+void Queries(Scope const& scope);
+void Fetches(Scope const& scope);
+void Deletes(Scope const& scope);
+void Caches(Scope const& scope);
+void Processes(Scope const& scope);
+void Bulk(Scope const& scope);
+void Toolkit(Scope const& scope);
+
+/// What a process that has just begun does for Queries, which started it: opens the file-set and asks it.
+int AskAfresh(std::string const& folder);
 
 } // namespace Bench

@@ -1,75 +1,100 @@
-// Admission to a cache of few and of many objects.
-#include "Bench.h"
-#include "Phantom.h"
+// Admission to a cache of few and of many objects, and what its cleaning takes.
+#include "FileSet.h"
 
 #include <Disk/Disk_CacheRepository.h>
 #include <fstream>
 #include <infra/I18n.h>
 #include <infra/Util_Cfg.h>
-#include <infra/Util_FileSystem.h>
 #include <thread>
 
 namespace {
 
-constexpr int kStudies = 700, kTurns = 41;
+using namespace Bench;
 
-Phantom::Object Numbered(int study, int image) {
-  return {.patient = (study + 4) / 5, .study = study, .image = image, .size = 16};
-}
+constexpr int kStudies = 700;
 
 class Cache {
 public:
-  Cache(std::string const& base, int images) : folder_(base) {
-    Util_FileSystem::SetDurability(Util_Durability::Relaxed);
-    int status = 0;
-    Disk_RootDirectoryFile root(folder_.Path().c_str(), Disk_StoreParams(), 0, &status, nullptr);
-    for (int study = 1; study <= kStudies; ++study)
-      for (int image = 1; image <= images; ++image)
-        Bench::Require(root.Store(Phantom::Make(Numbered(study, image)).get(), false, 0, 0, nullptr, 0, nullptr,
-                                  nullptr, nullptr) == 0,
-                       "storing");
+  Cache(std::string const& base, int studies, int images) : folder_(base), studies_(studies) {
+    {
+      auto const root = Open(folder_.Path());
+      Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+      for (int study = 1; study <= studies; ++study)
+        for (int image = 1; image <= images; ++image)
+          Store(*root, Numbered(study, image));
+      Require(root->Sync() == 0, "syncing");
+    }
     repository_.SetPath(FromUTF8(folder_.Path().c_str()));
-    Bench::Require(repository_.Construct() == 0, "opening the cache");
+    Require(repository_.Construct() == 0, "opening the cache");
   }
   /// What is measured at first is measured once more, later than a step of the file system's times.
   void WarmUp() {
     for (int i = 0; i < 2; ++i) {
-      Admit(++image_);
+      AdmitNext();
       std::this_thread::sleep_for(std::chrono::seconds(3));
       repository_.FreeSpaceKB();
     }
   }
-  void AdmitNext() { Admit(++image_); }
+  void AdmitNext() {
+    Require(repository_.Store(Phantom::Make(Numbered(studies_ + 1, ++image_)).get(), false) == 0, "admitting");
+  }
+  void Delete(int study) {
+    Require(repository_.DeleteStudyByInstanceUID(Phantom::StudyUid(Numbered(study, 1))) == 0, "deleting");
+  }
+  void Clean(int studies) { Require(repository_.AutoCleanNStudies(studies) == 0, "cleaning"); }
 
 private:
-  void Admit(int image) {
-    auto const msg = Phantom::Make(Numbered(kStudies + 1, image));
-    Bench::Require(repository_.Store(msg.get(), false) == 0, "admitting");
+  static Phantom::Object Numbered(int study, int image) {
+    return {.patient = (study + 4) / 5, .study = study, .image = image, .size = 16};
   }
 
-  Bench::Folder folder_;
+  Folder folder_;
   Disk_CacheRepository repository_;
-  int image_ = 0;
+  int studies_, image_ = 0;
 };
+
+void Admission(Scope const& scope) {
+  int const many = scope.quick ? 30 : 300;
+  Progress("caches of " + std::to_string(kStudies) + " studies of 2 and " + std::to_string(many) + " objects");
+  Cache small(scope.base, kStudies, 2), large(scope.base, kStudies, many);
+  Settle();
+  Util_FileSystem::SetDurability(Util_Durability::Full);
+  small.WarmUp();
+  large.WarmUp();
+  Pair const took = MedianOfTurns(
+      2 * kTurns, [&] { small.AdmitNext(); }, [&] { large.AdmitNext(); });
+  Report("cache", "durable admission", "2 objects a study", kStudies, took.first);
+  Report("cache", "durable admission", "more objects a study", kStudies * many, took.second);
+}
+
+void Cleaning(Scope const& scope) {
+  constexpr int kGoing = 20, kImagesEach = 50;
+  Progress("cleaning of a cache");
+  Cache cache(scope.base, 3 * kGoing, kImagesEach);
+  cache.WarmUp();
+  Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+  int study = 3 * kGoing; // the newest, which cleaning gives up last
+  Settle();
+  double const deleting = Microseconds([&] {
+    for (int i = 0; i < kGoing; ++i)
+      cache.Delete(study--);
+  });
+  double const cleaning = Microseconds([&] { cache.Clean(kGoing); });
+  Report("cache", "a study of 50 objects goes", "delete", kGoing, deleting / kGoing);
+  Report("cache", "a study of 50 objects goes", "cleaning", kGoing, cleaning / kGoing);
+}
 
 } // namespace
 
-void Bench::Caches(std::string const& base) {
+void Bench::Caches(Scope const& scope) {
   {
-    Folder const folder(base);
+    Folder const folder(scope.base);
     std::string const path = folder.Path() + "/cache.yaml";
     std::ofstream(path) << "push: {max_cached_studies: 0, max_repository_size_mb: 1000000, "
                            "max_repository_hd_percentage: 100}\n";
     Require(Util_Cfg::Load(path.c_str()) == 0, "configuring");
   }
-  std::printf("\nDurable store into a cache of %d studies (us per store, median of %d turns)\n", kStudies, kTurns);
-  std::printf("%-28s %-28s %8s\n", "2 objects each", "300 objects each", "ratio");
-  Cache few(base, 2), many(base, 300);
-  Settle();
-  Util_FileSystem::SetDurability(Util_Durability::Full);
-  few.WarmUp();
-  many.WarmUp();
-  Pair const took = MedianOfTurns([&] { few.AdmitNext(); }, [&] { many.AdmitNext(); }, kTurns);
-  std::printf("%-28.1f %-28.1f %8.2f\n", took.first, took.second, took.second / took.first);
+  Cleaning(scope);
+  Admission(scope);
   Util_Cfg::Clear();
 }

@@ -11,6 +11,7 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
+#include <malloc.h>
 
 namespace {
 
@@ -71,7 +72,7 @@ void Bare(std::string const& folder) {
   Bench::Require(std::rename(temporary.c_str(), path.c_str()) == 0, "renaming");
 }
 
-void Toolkit(std::string const& folder, int n) {
+void ToolkitsWork(std::string const& folder, int n) {
   std::string const path = folder + "/DIRFILE", temporary = path + ".tmp";
   DcmFileFormat file;
   Bench::Require(file.loadFile(path.c_str()).good() && file.loadAllDataIntoMemory().good(), "the toolkit's reading");
@@ -91,20 +92,24 @@ void Toolkit(std::string const& folder, int n) {
 
 } // namespace
 
-void Bench::DirectoryFiles(std::string const& base) {
-  Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+void Bench::DirectoryFiles(Scope const& scope) {
+  Util_FileSystem::SetDurability(Util_Durability::Full);
   OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-  std::printf("Directory file of n records: read, find one, rewrite (us per record, median of %d runs)\n", kTurns);
-  std::printf("%8s %10s %10s %10s %12s %10s %10s\n", "n", "bytes", "bare I/O", "ours", "beside I/O", "toolkit",
-              "ratio");
-  for (int const n : {1000, 10000}) {
-    Folder const folder(base);
+  for (int const n : scope.quick ? std::vector{1000} : std::vector{1000, 10000}) {
+    Progress("a directory file of " + std::to_string(n) + " records");
+    Folder const folder(scope.base);
     Make(folder.Path(), n);
-    auto const bytes = std::filesystem::file_size(folder.Path() + "/DIRFILE");
-    auto const [bare, ours, beside] =
-        MedianOfTurns([&] { Bare(folder.Path()); }, [&] { Ours(folder.Path(), n); }, kTurns);
-    double const toolkit = Median([&] { Toolkit(folder.Path(), n); });
-    std::printf("%8d %10ju %10.3f %10.3f %12.3f %10.2f %9.0fx\n", n, std::uintmax_t(bytes), bare / n, ours / n,
-                beside / n, toolkit / n, (toolkit - bare) / beside);
+    Pair const took = MedianOfTurns(
+        kTurns, [&] { Bare(folder.Path()); }, [&] { Ours(folder.Path(), n); });
+    Report("directory file", "records", "bare", n, took.first / n, "us per record");
+    Report("directory file", "records", "ours", n, took.second / n, "us per record");
+    Report("directory file", "records", "ours beside bare", n, took.difference / n, "us per record");
+    Report("directory file", "records", "toolkit", n, MedianOf(7, [&] { ToolkitsWork(folder.Path(), n); }) / n,
+           "us per record");
+    Disk_RecordList<Disk_InstanceDirectoryRecord> records;
+    std::size_t const before = mallinfo2().uordblks + mallinfo2().hblkhd;
+    File(folder.Path()).Load(records);
+    Report("directory file", "heap", "ours", n, double(mallinfo2().uordblks + mallinfo2().hblkhd - before) / n,
+           "bytes per record");
   }
 }

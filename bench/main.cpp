@@ -1,21 +1,35 @@
+// Measures the engine beside the machine's limits and the toolkit. Lines of JSON, one a figure, go to standard output;
+// scripts/bench makes tables of them.
 #include "Bench.h"
 
-#include <cstring>
+#include <CLI/CLI.hpp>
+#include <map>
 
-// Usage: disk_bench FOLDER [directory|fileset|standard|cache]... FOLDER lies on a disk. Without a name everything is
-// measured but the cache, whose 210,000 objects take minutes to be stored.
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: disk_bench FOLDER [directory|fileset|standard|cache]...\n");
-    return 2;
-  }
-  auto const wanted = [&](char const* name, bool by_itself = true) {
-    return (argc == 2 && by_itself) ||
-           std::any_of(argv + 2, argv + argc, [&](char* arg) { return std::strcmp(arg, name) == 0; });
-  };
-  if (wanted("directory")) Bench::DirectoryFiles(argv[1]);
-  if (wanted("fileset")) Bench::FileSets(argv[1]);
-  if (wanted("standard")) Bench::Standard(argv[1]);
-  if (wanted("cache", false)) Bench::Caches(argv[1]);
+  std::pair<std::string, void (*)(Bench::Scope const&)> const areas[] = {{"directory", Bench::DirectoryFiles},
+                                                                         {"store", Bench::PrivateStores},
+                                                                         {"standard", Bench::StandardStores},
+                                                                         {"query", Bench::Queries},
+                                                                         {"fetch", Bench::Fetches},
+                                                                         {"delete", Bench::Deletes},
+                                                                         {"processes", Bench::Processes},
+                                                                         {"bulk", Bench::Bulk},
+                                                                         {"toolkit", Bench::Toolkit},
+                                                                         {"cache", Bench::Caches}};
+  std::vector<std::string> names, known;
+  for (auto const& area : areas)
+    known.push_back(area.first);
+  Bench::Scope scope{".", false};
+  std::string asked;
+  CLI::App app("Measures the file-set engine beside the bare machine and the toolkit");
+  app.add_option("AREA", names, "What to measure; everything without one")->check(CLI::IsMember(known));
+  app.add_option("--folder", scope.base, "A folder on the disk to measure")->capture_default_str();
+  app.add_flag("--quick", scope.quick, "With fewer objects");
+  app.add_option("--ask", asked, "A process that opens this file-set and asks it")->group("");
+  CLI11_PARSE(app, argc, argv);
+
+  if (!asked.empty()) return Bench::AskAfresh(asked);
+  for (auto const& [name, measure] : areas)
+    if (names.empty() || std::find(names.begin(), names.end(), name) != names.end()) measure(scope);
   return 0;
 }

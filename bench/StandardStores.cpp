@@ -1,0 +1,104 @@
+// Stores through one root object of the standard structure, beside the bare writing of the same bytes.
+#include "FileSet.h"
+#include "Limits.h"
+
+#include <Disk/Disk_StorageStrategy.h>
+#include <functional>
+#include <map>
+
+namespace {
+
+using namespace Bench;
+
+/// The real file system, and what is written to the files of a standard file-set.
+class Recorder : public Util_FileSystemInterface {
+public:
+  Recorder() { SetCurrent(this); }
+  ~Recorder() override { SetCurrent(nullptr); }
+
+  int Open(char const* path, int flags, mode_t mode) override {
+    int const fd = Util_FileSystemInterface::Open(path, flags, mode);
+    std::string const name = path;
+    files_[fd] = name.ends_with("/DICOMDIR")    ? Dicomdir
+                 : name.ends_with(".redo")      ? Redo
+                 : name.find("/I") != name.npos ? Object
+                                                : Other;
+    return fd;
+  }
+  ssize_t Write(int fd, void const* data, size_t n) override {
+    return wrote(fd, Util_FileSystemInterface::Write(fd, data, n));
+  }
+  ssize_t Writev(int fd, iovec const* parts, int n) override {
+    return wrote(fd, Util_FileSystemInterface::Writev(fd, parts, n));
+  }
+  ssize_t Pwrite(int fd, void const* data, size_t n, off_t at) override {
+    ssize_t const count = Util_FileSystemInterface::Pwrite(fd, data, n, at);
+    bool const is_dicomdir = files_.count(fd) == 0 || files_[fd] == Dicomdir; // which was opened before
+    if (is_dicomdir) changed.push_back({std::size_t(at), std::size_t(count)});
+    return count;
+  }
+
+  std::size_t object = 0, redo = 0;
+  std::vector<StandardLimit::Extent> changed;
+
+private:
+  enum Kind { Dicomdir, Redo, Object, Other };
+  ssize_t wrote(int fd, ssize_t count) {
+    if (files_[fd] == Redo) redo += std::size_t(count);
+    if (files_[fd] == Object) object += std::size_t(count);
+    return count;
+  }
+  std::map<int, Kind> files_;
+};
+
+void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, std::string const& base, bool in_memory,
+             std::function<Phantom::Object()> const& next_place) {
+  for (Util_Durability const durability : {Util_Durability::Relaxed, Util_Durability::Full}) {
+    std::vector<std::unique_ptr<IOD_Msg>> next;
+    for (int i = 0; i < kTurns + 2; ++i)
+      next.push_back(Phantom::Make(next_place()));
+    Util_FileSystem::SetDurability(durability);
+    Store(root, *next[0]); // the first relaxed one keeps a copy of the DICOMDIR
+    auto recorder = std::make_unique<Recorder>();
+    Store(root, *Phantom::Make(next_place()));
+    Folder const folder(base);
+    StandardLimit limit(folder.Path(), recorder->object, recorder->redo, recorder->changed);
+    Require(in_memory || (recorder->redo > 0 && !recorder->changed.empty()), "recording a store");
+    recorder.reset();
+    Settle();
+    std::size_t turn = 0;
+    bool const durable = durability == Util_Durability::Full;
+    Pair const took = MedianOfTurns(
+        kTurns, [&] { Store(root, *next[++turn]); }, [&] { limit.Write(durable); });
+    std::string const area = std::string("store, standard, ") + (in_memory ? "in memory" : NameOf(durability));
+    Report(area, what, "ours", n, took.first);
+    if (in_memory) return;
+    Report(area, what, "bare", n, took.second);
+  }
+}
+
+void Grow(Scope const& scope, std::string const& what, bool in_memory, std::vector<int> const& points,
+          Phantom::Object (*place)(int)) {
+  Folder const folder(scope.base);
+  Disk_MemoryStorageStrategy memory;
+  auto const root = Open(folder.Path(), kNative | Disk_StoreParams::STANDARD_STRUCTURE, in_memory ? &memory : nullptr);
+  int stored = 0;
+  for (int const n : points) {
+    Progress(std::string("standard, ") + (in_memory ? "in memory, " : "") + std::to_string(n) + " " + what);
+    Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+    while (stored < n)
+      Store(*root, place(stored++));
+    Measure(what, n, *root, scope.base, in_memory, [&] { return place(stored++); });
+  }
+}
+
+} // namespace
+
+void Bench::StandardStores(Scope const& scope) {
+  std::vector<int> const points = scope.quick ? std::vector{10, 1000} : std::vector{10, 1000, 10000, 20000};
+  Grow(scope, "objects", false, points, Usual);
+  Grow(scope, "objects", true, {10, 1000}, Usual);
+  Grow(scope, "images of one series", false, points, [](int i) { return Phantom::Object{.image = i + 1}; });
+  Grow(scope, "studies", false, {10, scope.quick ? 100 : 1000},
+       [](int i) { return Phantom::Object{.patient = i / 2 + 1, .study = i + 1}; });
+}

@@ -1,0 +1,134 @@
+"""Measures a DICOM server over its REST interface, on loopback and with a store of its own: the same objects and questions
+as the engine has. Lines of JSON go to standard output, as those of disk_bench.
+
+Usage: orthanc.py PHANTOM FOLDER [--quick]   PHANTOM is the tool that makes objects, FOLDER lies on the disk to measure"""
+import http.client
+import json
+import pathlib
+import shutil
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+SERIES, IMAGES = 4, 50  # of a study, of a series
+RUNS = 9
+
+
+def report(area, what, who, n, seconds):
+    print(json.dumps({"area": area, "what": what, "who": who, "n": n, "value": seconds * 1e6, "unit": "us"}), flush=True)
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Server:
+    """A process of its own, which ends with the scope."""
+
+    def __init__(self, folder, synced):
+        self.port = free_port()
+        configuration = {
+            "Name": "bench", "StorageDirectory": str(folder), "IndexDirectory": str(folder), "HttpPort": self.port,
+            "DicomServerEnabled": False, "RemoteAccessAllowed": False, "AuthenticationEnabled": False,
+            "SyncStorageArea": synced, "StorageCompression": False, "KeepAlive": True, "TcpNoDelay": True,
+        }
+        path = folder / "orthanc.json"
+        path.write_text(json.dumps(configuration))
+        self.process = subprocess.Popen(["Orthanc", str(path)], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        for _ in range(300):
+            try:
+                self.connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+                self.connection.connect()
+                self.connection.sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                self.ask("GET", "/system")
+                return
+            except OSError:
+                time.sleep(0.1)
+        raise SystemExit("bench: Orthanc doesn't answer")
+
+    def ask(self, method, path, body=None):
+        self.connection.request(method, path, body)
+        response = self.connection.getresponse()
+        content = response.read()
+        if response.status != 200:
+            raise SystemExit(f"bench: {method} {path}: {response.status}")
+        return content
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.connection.close()
+        self.process.terminate()
+        self.process.wait()
+
+
+def timed(work):
+    start = time.perf_counter()
+    work()
+    return time.perf_counter() - start
+
+
+def median(work, runs=RUNS):
+    return statistics.median([timed(work) for _ in range(runs + 1)][1:])
+
+
+def objects(phantom, folder, seed):
+    """The bytes of all objects of one study, another one for each seed."""
+    made = folder / "objects"
+    subprocess.run([phantom, str(made), "--series", str(SERIES), "--images", str(IMAGES), "--size", "64", "--seed",
+                    str(seed)], check=True, stdout=subprocess.DEVNULL)
+    content = [path.read_bytes() for path in sorted(made.rglob("*.dcm"))]
+    shutil.rmtree(made)
+    return content
+
+
+def questions(server, n):
+    def find(level, query, answers):
+        body = json.dumps({"Level": level, "Query": query, "Expand": True})
+        found = json.loads(server.ask("POST", "/tools/find", body))
+        assert len(found) == answers, (level, query, len(found))
+
+    study = json.loads(server.ask("GET", "/studies?since=0&limit=1&expand"))[0]
+    series = json.loads(server.ask("GET", f"/studies/{study['ID']}/series"))[0]
+    image = json.loads(server.ask("GET", f"/series/{series['ID']}/instances"))[0]
+    study_uid = study["MainDicomTags"]["StudyInstanceUID"]
+    series_uid = series["MainDicomTags"]["SeriesInstanceUID"]
+    image_uid = image["MainDicomTags"]["SOPInstanceUID"]
+    for what, level, query, answers in (
+        ("all studies", "Study", {"StudyInstanceUID": ""}, n // (SERIES * IMAGES)),
+        ("one study", "Study", {"StudyInstanceUID": study_uid}, 1),
+        ("images of a series", "Instance", {"SeriesInstanceUID": series_uid}, IMAGES),
+        ("one image", "Instance", {"SOPInstanceUID": image_uid}, 1),
+    ):
+        report("query", what, "Orthanc", n, median(lambda: find(level, query, answers)))
+    report("query", "nothing (a request)", "Orthanc", n, median(lambda: server.ask("GET", "/system")))
+
+
+def main():
+    phantom, base = sys.argv[1], pathlib.Path(sys.argv[2])
+    n = 2000 if "--quick" in sys.argv else 20000
+    for synced in (True, False):
+        with tempfile.TemporaryDirectory(dir=base, prefix="disk_bench_") as place:
+            folder = pathlib.Path(place)
+            (folder / "store").mkdir()
+            with Server(folder / "store", synced) as server:
+                count = n if synced else min(n, 2000)
+                step = SERIES * IMAGES
+                for study in range(1, count // step + 1):
+                    for content in objects(phantom, folder, study):
+                        server.ask("POST", "/instances", content)
+                more = iter(objects(phantom, folder, count // step + 1))
+                took = median(lambda: server.ask("POST", "/instances", next(more)), 30)
+                report("store, peers", "objects", "Orthanc, " + ("synced" if synced else "not synced"), count, took)
+                if synced:
+                    questions(server, count)
+
+
+if __name__ == "__main__":
+    main()
