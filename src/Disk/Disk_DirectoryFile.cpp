@@ -43,6 +43,13 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
     *msg = nullptr;
     return -1;
   }
+  auto const count = std::size_t(records->GetSequence()->GetNItems());
+  auto const fit = [count](std::size_t bytes) { return Disk_RecordClaims::AreMeaningful(count, bytes); };
+  if (!fit(0) && !fit(owner->GetDumpLen())) {
+    DISK_LOG(3, "Read(): %zu records are too many for %u bytes.\n", count, owner->GetDumpLen());
+    *msg = nullptr;
+    return -1;
+  }
   *sequence = records->GetSequence();
   owner.release();
   file_version = version < 0 ? 0 : version;
@@ -108,10 +115,6 @@ int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, Re
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
   long const version = std::exchange(file_version, 0);
-  if (!Disk_RecordClaims::AreMeaningful(std::size_t(sequence->GetNItems()), owner->GetDumpLen())) {
-    DISK_LOG(3, "Read(): %d records in %u bytes are too many.\n", sequence->GetNItems(), owner->GetDumpLen());
-    return -1;
-  }
   if (Disk_TakeRecords(*sequence, records, texts.cant_create_record) == -1) return -1;
   file_version = version;
   return 0;
