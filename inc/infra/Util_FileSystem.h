@@ -76,8 +76,8 @@ public:
   /// above `limit` bytes, ENOMEM. A file that shrinks meanwhile gives what was left of it.
   static std::shared_ptr<Util_Buffer const> ReadWholeFile(char const* path, uint64_t limit = UINT64_MAX);
 
-  /// Creates or empties a file, writes the parts one after the other, syncs the file if `sync` is set, and
-  /// closes it. -1 after the first failure, also of the close; the file is left as it is then.
+  /// Creates a file, in place of one that stands there, writes the parts one after the other, syncs the file if `sync`
+  /// is set, and closes it. -1 after the first failure, also of the close; the file is left as it is then.
   static int WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync,
                           Util_Durability durability = GetDurability());
 

@@ -45,6 +45,9 @@ public:
   virtual int Statvfs(char const* path, struct statvfs* status);
   virtual int Access(char const* path, int mode);
   virtual int Rename(char const* from, char const* to);
+  /// The files of two names take each other's, at once. -1 with ENOENT when one isn't there, with EINVAL or ENOSYS
+  /// where the file system can't do it.
+  virtual int Exchange(char const* a, char const* b);
   virtual int Link(char const* from, char const* to);
   virtual int Unlink(char const* path);
   virtual int Mkdir(char const* path, mode_t mode);

@@ -166,8 +166,11 @@ std::shared_ptr<Util_Buffer const> Util_FileSystem::ReadWholeFile(char const* pa
 
 int Util_FileSystem::WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync,
                                   Util_Durability durability) {
-  // Neither a link nor a pipe that stands at the name gets our bytes or makes us wait.
-  Util_FileDescriptor file = Open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK);
+  // Neither a link nor a pipe that stands at the name gets our bytes or makes us wait, and a file that has other names
+  // keeps its bytes under those.
+  auto const create = [path] { return Open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NONBLOCK); };
+  Util_FileDescriptor file = create();
+  if (!file && errno == EEXIST && retry([&] { return system_calls().Unlink(path); }) == 0) file = create();
   if (!file) return -1;
   if (WriteAll(file.Get(), parts) == -1) return -1;
   if (sync && SyncFile(file.Get(), durability) == -1) return -1;

@@ -74,6 +74,10 @@ int Util_FileSystemInterface::Access(char const* path, int mode) { return ::acce
 
 int Util_FileSystemInterface::Rename(char const* from, char const* to) { return ::rename(from, to); }
 
+int Util_FileSystemInterface::Exchange(char const* a, char const* b) {
+  return ::renameat2(AT_FDCWD, a, AT_FDCWD, b, RENAME_EXCHANGE);
+}
+
 int Util_FileSystemInterface::Link(char const* from, char const* to) { return ::link(from, to); }
 
 int Util_FileSystemInterface::Unlink(char const* path) { return ::unlink(path); }

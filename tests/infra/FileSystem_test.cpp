@@ -93,7 +93,7 @@ TEST(FileSystem, ReplacedAndShrunkFilesAreRead) {
   EXPECT_EQ(content(path), "12");
 }
 
-TEST(FileSystem, OnlyRegularFilesAreReadAndWritten) {
+TEST(FileSystem, OnlyRegularFilesAreReadAndReplaced) {
   TempDirectory const directory;
   std::string const fifo = directory / "fifo", link = directory / "link";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -103,8 +103,12 @@ TEST(FileSystem, OnlyRegularFilesAreReadAndWritten) {
   EXPECT_EQ(content(link), "kept");
   EXPECT_EQ(Util_FileSystem::ReadWholeFile(link.c_str(), 3), nullptr);
   EXPECT_EQ(errno, EFBIG);
-  EXPECT_EQ(write_file(fifo, {"x"}), -1);
-  EXPECT_EQ(write_file(link, {"x"}), -1);
+  std::filesystem::create_hard_link(directory / "target", directory / "other");
+  for (std::string const& path : {fifo, link, directory / "other"}) {
+    EXPECT_EQ(write_file(path, {"x"}), 0);
+    EXPECT_EQ(content(path), "x");
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(path)));
+  }
   EXPECT_EQ(directory.Read("target"), "kept");
   EXPECT_EQ(Util_FileSystem::MakeDirectory(fifo.c_str()), -1);
   EXPECT_EQ(Util_FileSystem::MakeDirectory(directory.Path().c_str()), 0);

@@ -61,6 +61,7 @@ public:
   }
   int Access(char const* path, int mode) override { return fails("Access", path) ? -1 : Base::Access(path, mode); }
   int Rename(char const* from, char const* to) override { return fails("Rename", to) ? -1 : Base::Rename(from, to); }
+  int Exchange(char const* a, char const* b) override { return fails("Exchange", b) ? -1 : Base::Exchange(a, b); }
   int Link(char const* from, char const* to) override { return fails("Link", to) ? -1 : Base::Link(from, to); }
   int Unlink(char const* path) override { return fails("Unlink", path) ? -1 : Base::Unlink(path); }
   int Mkdir(char const* path, mode_t mode) override { return fails("Mkdir", path) ? -1 : Base::Mkdir(path, mode); }

@@ -32,6 +32,11 @@ public:
     Change("Rename", to);
     return Base::Rename(from, to);
   }
+  int Exchange(char const* a, char const* b) override {
+    Change("Exchange", a);
+    Change("Exchange", b);
+    return Base::Exchange(a, b);
+  }
   int Link(char const* from, char const* to) override {
     Change("Link", from);
     Change("Link", to);

@@ -11,8 +11,9 @@
 constexpr int kKilled = 9; // the exit code of a process that ended on purpose
 
 inline bool Writes(std::string_view call) {
-  static std::set<std::string_view> const calls{"Write", "Pwrite", "Writev", "Fsync",  "Fdatasync", "Rename",
-                                                "Link",  "Syncfs", "Mkdir",  "Unlink", "Ftruncate", "Rmdir"};
+  static std::set<std::string_view> const calls{"Write",  "Pwrite",    "Writev", "Fsync",  "Fdatasync",
+                                                "Rename", "Exchange",  "Link",   "Syncfs", "Mkdir",
+                                                "Unlink", "Ftruncate", "Rmdir"};
   return calls.count(call) != 0;
 }
 
