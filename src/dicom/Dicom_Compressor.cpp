@@ -6,11 +6,14 @@
 #include "dicom/Dicom_JpegLs.h"
 
 #include <dicom/Dicom_UIDic.h>
+#include <infra/Klb_GError.h>
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_Buffer.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
+#include <new>
 
 namespace {
 
@@ -174,23 +177,30 @@ int Dicom_Compressor::GetKolbaCompressionVersion(Dicom_Msg const& msg, int* flag
   return version;
 }
 
+namespace {
+
+template <class Work>
+int Guarded(Dicom_Msg& msg, char const* what, Work work) {
+  try {
+    return work(msg);
+  } catch (std::bad_alloc const&) {
+    KlbGError.SetSystem(ENOMEM);
+    return Fail(msg, what, "out of memory");
+  } catch (std::exception const& failure) {
+    return Fail(msg, what, failure.what());
+  }
+}
+
+} // namespace
+
 int Dicom_Compressor::Compress(Dicom_Msg* msg, int type) const {
   if (!msg || type != 0) {
     DISK_LOG(3, "Dicom_Compressor: there is no compression of type %d\n", type);
     return -1;
   }
-  try {
-    return CompressPixels(*msg);
-  } catch (std::exception const& failure) {
-    return Fail(*msg, "compress", failure.what());
-  }
+  return Guarded(*msg, "compress", CompressPixels);
 }
 
 int Dicom_Compressor::Decompress(Dicom_Msg* msg) const {
-  if (!msg) return -1;
-  try {
-    return DecompressPixels(*msg);
-  } catch (std::exception const& failure) {
-    return Fail(*msg, "decompress", failure.what());
-  }
+  return msg ? Guarded(*msg, "decompress", DecompressPixels) : -1;
 }
