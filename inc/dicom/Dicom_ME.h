@@ -66,6 +66,8 @@ public:
   }
   /// Whether this element of a record satisfies the element `key` of an identifier.
   bool Match(Dicom_ME const& key) const;
+  /// The same for an element of text and the text of the key.
+  bool MatchText(std::string_view wanted) const;
   /// Pixel data in fragments.
   bool IsEncapsulated() const;
 
@@ -78,6 +80,7 @@ public:
 private:
   friend class Dicom_Msg;
   friend class Dicom_DataSetWriter;
+  friend class Dicom_Packer;
   friend class Dicom_ElementCursor;
   Dicom_ME() = default;
   /// Makes this element a slice of the origin's bytes.

@@ -108,6 +108,9 @@ public:
   /// Makes one that was read, and has its elements in another order or in a form that has to be taken apart, hold bytes
   /// in order, which take far less room. A message that can't be written as such stays as it is.
   void BringInOrder();
+  /// The same for one that was built or changed, as if it had been written and read: what HasChanged tells and what
+  /// was got from it are gone afterwards.
+  void Condense();
 
 protected:
   /// The block number's tag for `tag` in this message, 0 when its implementor has none here.
@@ -115,6 +118,7 @@ protected:
 
 private:
   friend class Dicom_DataSetWriter;
+  friend class Dicom_Packer;
   friend class Dicom_ElementCursor;
   friend class Dicom_Sequence;
   friend class Dicom_SQ;
@@ -157,7 +161,9 @@ private:
   mutable std::shared_ptr<Dicom_Origin const> own_origin_;     // origin_ with what the message itself says
   mutable std::shared_ptr<Dicom_CharacterSet const> declared_; // what GetCharacterSet gave last
   std::string_view original_;
+  mutable int walks_left_ = 0; // until it is worth taking the bytes apart; 0: it never is
   bool changed_ = false;
+  bool has_header_ = false; // in front of the bytes stands their header as an item
 };
 
 template <class V>
@@ -178,11 +184,15 @@ public:
   Dicom_ElementCursor(Dicom_ElementCursor const&) = delete;
   Dicom_ElementCursor& operator=(Dicom_ElementCursor const&) = delete;
   bool AtEnd() const { return current_ == nullptr; }
-  /// Good until Next.
+  /// Good until Next or Seek.
   Dicom_ME const& Element() const { return *current_; }
   void Next();
+  /// Goes on, if need be, to the first element from the number `tag` on.
+  void Seek(std::uint32_t tag);
 
 private:
+  void read(std::uint32_t first);
+
   Dicom_Msg const& msg_;
   Dicom_ME const* current_ = nullptr;
   std::size_t index_ = 0;

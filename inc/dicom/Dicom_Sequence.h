@@ -31,6 +31,8 @@ public:
   /// Takes item `i` out. With `destroy` 0 the item lives on, and whoever called Get owns it if the sequence did.
   /// 0, or -1 when there is no such item.
   int Remove(int i, int destroy);
+  /// Makes room for `count` items, so that appending them doesn't take it bit by bit.
+  void Reserve(std::size_t count) { items_.reserve(count); }
   /// Appends `msg`; with `own` the sequence is its owner from now on. 0, or -1 for a null message.
   int Append(Dicom_Msg* msg, bool own);
   /// Takes out and destroys all items for which `unwanted` holds, in one pass.

@@ -39,6 +39,7 @@ public:
 class DISK_EXPORT SCL_QueryRspIdentifier : public SCL_Identifier {
 public:
   SCL_QueryRspIdentifier(SCL_QueryRetrieveLevel::Value level, int* status);
+  explicit SCL_QueryRspIdentifier(Dicom_Msg&& msg) : SCL_Identifier(std::move(msg)) {}
 };
 
 /// The request of a fetch, delete or protection.

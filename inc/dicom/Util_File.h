@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 class Util_Buffer;
 class Util_FileSystemInterface;
@@ -61,7 +63,7 @@ public:
 
 private:
   int fail(std::string text);
-  int copy(std::string_view bytes);
+  int join(std::vector<std::string_view> const& parts);
   int find_data_set();
   int take_data_set(std::size_t start);
 

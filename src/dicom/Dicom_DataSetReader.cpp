@@ -289,6 +289,19 @@ bool Dicom_ReadElement(char const* p, char const* end, Dicom_Encoding encoding, 
   return true;
 }
 
+char const* Dicom_SkipElements(char const* p, char const* end, Dicom_Encoding encoding, std::uint32_t first) {
+  if (!encoding.explicit_vr || encoding.big_endian) return p;
+  constexpr std::ptrdiff_t kLongHeader = 12;
+  while (end - p >= kLongHeader && Dicom_LoadTag(p, false) < first) {
+    bool const is_long = Dicom_HasLongLength(Dicom_VR(Dicom_Load16(p + 4, false)));
+    std::uint32_t const length = is_long ? Dicom_Load32(p + 8, false) : Dicom_Load16(p + 6, false);
+    char const* const value = p + (is_long ? kLongHeader : 8);
+    if (length > std::size_t(end - value)) break; // an undefined one, too
+    p = value + length;
+  }
+  return p;
+}
+
 bool Dicom_ReadItem(char const* p, char const* end, Dicom_Encoding encoding, Dicom_RawItem* item,
                     Dicom_Extents const* extents) {
   while (end - p >= 8 && Dicom_LoadTag(p, encoding.big_endian) == kSequenceDelimiter)

@@ -57,7 +57,7 @@ bool Dicom_DataSetWriter::is_shallow(Dicom_Origin const& origin) const {
 }
 
 void Dicom_DataSetWriter::message(Dicom_Msg const& msg, Dicom_CharacterSet const& surrounding) {
-  if (msg.bytes_ && can_copy(*msg.origin_, surrounding)) return append(msg.bytes_, msg.length_);
+  if (msg.bytes_ && can_copy(*msg.origin_, surrounding)) return refer(msg.bytes_, msg.length_);
   std::shared_ptr<Dicom_CharacterSet const> const declared = msg.declared_set();
   for (Dicom_ME const& e : msg.elements_)
     element(e, declared ? *declared : surrounding);
@@ -71,19 +71,28 @@ void Dicom_DataSetWriter::Items(Dicom_Sequence const& sequence, Dicom_CharacterS
   ++depth_;
   for (std::size_t i = sequence.head_; i < sequence.items_.size(); ++i) {
     Dicom_Sequence::Item const& item = sequence.items_[i];
+    if (item.msg && copy_with_header(*item.msg, surrounding)) continue;
     put_tag(kItemTag);
-    std::size_t const place = length_;
     put32(0);
+    Place const place = last_length();
     if (item.msg) {
       message(*item.msg, surrounding);
     } else if (can_copy(*sequence.origin_, surrounding)) {
-      append(item.bytes, item.length);
+      refer(item.bytes, item.length);
     } else {
       message(Dicom_Msg(sequence.origin_, item.bytes, item.length), surrounding);
     }
     patch_length(place);
   }
   --depth_;
+}
+
+/// Of neighbours whose headers stand between them the writer makes one piece.
+bool Dicom_DataSetWriter::copy_with_header(Dicom_Msg const& item, Dicom_CharacterSet const& surrounding) {
+  constexpr std::size_t kHeader = 8;
+  if (!pieces_ || !item.bytes_ || !item.has_header_ || !can_copy(*item.origin_, surrounding)) return false;
+  refer(item.bytes_ - kHeader, kHeader + item.length_);
+  return true;
 }
 
 void Dicom_DataSetWriter::element(Dicom_ME const& element, Dicom_CharacterSet const& set) {
@@ -112,7 +121,7 @@ void Dicom_DataSetWriter::raw(Dicom_ME const& element, Dicom_CharacterSet const&
       with_delimiter(element.tag_, vr, bytes);
     } else {
       header(element.tag_, vr, bytes.size());
-      append(bytes.data(), bytes.size());
+      refer(bytes.data(), bytes.size());
     }
   } else if (element.undefined_length_) { // of unknown VR: items whose encoding is always the same
     if (!is_shallow(origin)) {
@@ -123,24 +132,24 @@ void Dicom_DataSetWriter::raw(Dicom_ME const& element, Dicom_CharacterSet const&
   } else if (Dicom_IsCharsetText(vr) && !same_set && !Dicom_IsPlainAscii(bytes)) {
     leaf(element.tag_, vr, Dicom_EncodeText(element.GetText(), vr, set), 0, false);
   } else {
-    leaf(element.tag_, element.vr_, bytes, 0, origin.encoding.big_endian);
+    leaf(element.tag_, element.vr_, bytes, 0, origin.encoding.big_endian, true);
   }
 }
 
 void Dicom_DataSetWriter::typed(Dicom_ME const& element, Dicom_Type const& value, Dicom_CharacterSet const& set) {
   if (element.vr_ == Dicom_VR::SQ) return sequence(element, set);
+  auto const* const other = Dicom_HasLongLength(element.vr_) ? dynamic_cast<Dicom_OtherType const*>(&value) : nullptr;
+  if (other && element.IsEncapsulated()) return fragments(element.tag_, element.vr_, other->Bytes());
+  if (other) return leaf(element.tag_, element.vr_, other->Bytes(), 0, false, true);
   std::string bytes;
   value.AppendBytes(bytes);
   std::size_t width = 0;
-  if (auto const* text = dynamic_cast<Dicom_StringType const*>(&value)) {
+  auto const* const text = Dicom_IsText(element.vr_) ? dynamic_cast<Dicom_StringType const*>(&value) : nullptr;
+  if (text) {
     bytes = Dicom_EncodeText(bytes, element.vr_, set);
     width = text->Width();
   }
-  if (element.IsEncapsulated()) {
-    fragments(element.tag_, element.vr_, bytes);
-  } else {
-    leaf(element.tag_, element.vr_, bytes, width, false);
-  }
+  leaf(element.tag_, element.vr_, bytes, width, false);
 }
 
 /// In implicit VR a sequence that the dictionary doesn't know shows itself by its undefined length.
@@ -148,7 +157,7 @@ void Dicom_DataSetWriter::sequence(Dicom_ME const& element, Dicom_CharacterSet c
   bool const known = encoding_.explicit_vr || Dicom_ImplicitVR(element.tag_, false) == Dicom_VR::SQ;
   if (!known && element.tag_ == kPixelDataTag) failed_ = true; // would pass for fragments
   header(element.tag_, Dicom_VR::SQ, known ? 0 : kUndefinedLength);
-  std::size_t const place = length_ - 4;
+  Place const place = last_length();
   auto const* value = dynamic_cast<Dicom_SQ const*>(element.GetValue());
   if (value && value->GetSequence()) Items(*value->GetSequence(), set);
   if (known) {
@@ -159,7 +168,7 @@ void Dicom_DataSetWriter::sequence(Dicom_ME const& element, Dicom_CharacterSet c
 }
 
 void Dicom_DataSetWriter::leaf(std::uint32_t tag, Dicom_VR vr, std::string_view bytes, std::size_t width,
-                               bool big_endian) {
+                               bool big_endian, bool stays) {
   std::size_t const padded = (std::max(bytes.size(), width) + 1) & ~std::size_t(1);
   if (!encoding_.explicit_vr && padded > 0 && Dicom_ImplicitVR(tag, false) == Dicom_VR::SQ) {
     // the value will be read as a sequence, so it had better be one
@@ -168,13 +177,19 @@ void Dicom_DataSetWriter::leaf(std::uint32_t tag, Dicom_VR vr, std::string_view 
     if (!items) failed_ = true;
   }
   Dicom_VR const written = header(tag, vr, padded);
-  std::size_t const unit = Dicom_UnitSize(vr), start = length_;
-  append(bytes.data(), bytes.size());
-  if (padded > bytes.size()) fill(Dicom_PadChar(vr), padded - bytes.size());
+  std::size_t const unit = Dicom_UnitSize(vr), start = next_place();
   bool const to_big_endian = encoding_.big_endian && written == vr; // an unknown VR is always little endian
-  if (big_endian == to_big_endian || unit == 1 || !out_ || !fits()) return;
-  for (std::size_t i = start; i + unit <= length_; i += unit)
-    std::reverse(out_ + i, out_ + i + unit);
+  bool const swaps = big_endian != to_big_endian && unit > 1;
+  if (stays && !swaps) {
+    refer(bytes.data(), bytes.size());
+  } else {
+    append(bytes.data(), bytes.size());
+  }
+  if (padded > bytes.size()) fill(Dicom_PadChar(vr), padded - bytes.size());
+  char* const value = fits() ? at(start) : nullptr;
+  if (!swaps || !value) return;
+  for (std::size_t i = 0; i + unit <= padded; i += unit)
+    std::reverse(value + i, value + i + unit);
 }
 
 void Dicom_DataSetWriter::fragments(std::uint32_t tag, Dicom_VR vr, std::string_view bytes) {
@@ -188,7 +203,7 @@ void Dicom_DataSetWriter::with_delimiter(std::uint32_t tag, Dicom_VR vr, std::st
   bool const is_fragments = vr == Dicom_VR::OB || vr == Dicom_VR::OW;
   if (!encoding_.explicit_vr && is_fragments != (tag == kPixelDataTag)) failed_ = true;
   header(tag, vr, kUndefinedLength);
-  append(bytes.data(), bytes.size());
+  refer(bytes.data(), bytes.size());
   delimiter(encoding_.big_endian && vr != Dicom_VR::UN);
 }
 
@@ -220,13 +235,26 @@ Dicom_VR Dicom_DataSetWriter::header(std::uint32_t tag, Dicom_VR vr, std::size_t
 }
 
 void Dicom_DataSetWriter::append(void const* bytes, std::size_t length) {
-  if (out_ && length_ + length <= capacity_ && length > 0) std::memcpy(out_ + length_, bytes, length);
+  if (pieces_) {
+    pieces_->Copy(bytes, length);
+  } else if (out_ && length_ + length <= capacity_ && length > 0) {
+    std::memcpy(out_ + length_, bytes, length);
+  }
+  length_ += length;
+}
+
+/// The same for bytes that stay where they are.
+void Dicom_DataSetWriter::refer(char const* bytes, std::size_t length) {
+  if (!pieces_) return append(bytes, length);
+  pieces_->Refer(bytes, length);
   length_ += length;
 }
 
 void Dicom_DataSetWriter::fill(char c, std::size_t count) {
-  if (out_ && length_ + count <= capacity_) std::memset(out_ + length_, c, count);
-  length_ += count;
+  char const block[16] = {c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c};
+  for (; count > sizeof block; count -= sizeof block)
+    append(block, sizeof block);
+  append(block, count);
 }
 
 void Dicom_DataSetWriter::put16(std::uint16_t number) {
@@ -236,8 +264,9 @@ void Dicom_DataSetWriter::put16(std::uint16_t number) {
 }
 
 void Dicom_DataSetWriter::put32(std::uint32_t number) {
-  put16(std::uint16_t(encoding_.big_endian ? number >> 16 : number));
-  put16(std::uint16_t(encoding_.big_endian ? number : number >> 16));
+  char bytes[4];
+  Dicom_Copy(&number, bytes, 4, 1, encoding_.big_endian ? Dicom_Endianity::Big : Dicom_Endianity::Little);
+  append(bytes, 4);
 }
 
 void Dicom_DataSetWriter::put_tag(std::uint32_t tag) {
@@ -245,12 +274,21 @@ void Dicom_DataSetWriter::put_tag(std::uint32_t tag) {
   put16(std::uint16_t(tag));
 }
 
-/// Writes the number of bytes behind the length field at `place` into that field.
-void Dicom_DataSetWriter::patch_length(std::size_t place) {
-  std::size_t const end = length_;
-  if (end - place - 4 >= kUndefinedLength) failed_ = true;
-  if (!out_ || end > capacity_) return;
-  length_ = place;
-  put32(std::uint32_t(end - place - 4));
-  length_ = end;
+std::size_t Dicom_DataSetWriter::next_place() const { return pieces_ ? pieces_->CopiedLength() : length_; }
+
+char* Dicom_DataSetWriter::at(std::size_t place) {
+  return pieces_ ? pieces_->Copied(place) : out_ ? out_ + place : nullptr;
+}
+
+/// Of a length field that was just written.
+Dicom_DataSetWriter::Place Dicom_DataSetWriter::last_length() const { return {length_, next_place() - 4}; }
+
+/// Writes the number of bytes behind a length field into that field.
+void Dicom_DataSetWriter::patch_length(Place const& place) {
+  std::size_t const length = length_ - place.behind;
+  if (length >= kUndefinedLength) failed_ = true;
+  char* const field = fits() ? at(place.field) : nullptr;
+  if (!field) return;
+  auto const number = std::uint32_t(length);
+  Dicom_Copy(&number, field, 4, 1, encoding_.big_endian ? Dicom_Endianity::Big : Dicom_Endianity::Little);
 }

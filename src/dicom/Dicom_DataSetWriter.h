@@ -1,9 +1,11 @@
 #pragma once
 #include "dicom/Dicom_Origin.h"
+#include "dicom/Dicom_Pieces.h"
 
 #include <dicom/Dicom_Msg.h>
 
-/// Encodes data sets: counts the bytes when it has no place to write to, and writes the same bytes when it has one.
+/// Encodes data sets: counts the bytes when it has no place to write to, and writes the same bytes when it has one, or
+/// gathers them in pieces, which refer to the messages that are written.
 ///
 /// Bytes that were read and not changed are copied as they are, whole messages at once where nothing about them
 /// differs from what is asked for. What is written anew has even lengths, sequences and items of defined length and
@@ -12,6 +14,8 @@ class Dicom_DataSetWriter {
 public:
   explicit Dicom_DataSetWriter(Dicom_Encoding encoding, char* out = nullptr, std::size_t capacity = 0)
       : encoding_(encoding), out_(out), capacity_(capacity) {}
+  Dicom_DataSetWriter(Dicom_Encoding encoding, Dicom_Pieces& pieces)
+      : encoding_(encoding), out_(nullptr), capacity_(0), pieces_(&pieces) {}
 
   void Message(Dicom_Msg const& msg) { message(msg, *Dicom_UndeclaredSet()); }
   /// The items of a sequence, without its header.
@@ -25,22 +29,32 @@ public:
 private:
   bool fits() const { return !out_ || length_ <= capacity_; }
   void message(Dicom_Msg const& msg, Dicom_CharacterSet const& surrounding);
+  bool copy_with_header(Dicom_Msg const& item, Dicom_CharacterSet const& surrounding);
   void element(Dicom_ME const& element, Dicom_CharacterSet const& set);
   void raw(Dicom_ME const& element, Dicom_CharacterSet const& set);
   void typed(Dicom_ME const& element, Dicom_Type const& value, Dicom_CharacterSet const& set);
   void sequence(Dicom_ME const& element, Dicom_CharacterSet const& set);
-  void leaf(std::uint32_t tag, Dicom_VR vr, std::string_view bytes, std::size_t width, bool big_endian);
+  void leaf(std::uint32_t tag, Dicom_VR vr, std::string_view bytes, std::size_t width, bool big_endian,
+            bool stays = false);
   void fragments(std::uint32_t tag, Dicom_VR vr, std::string_view bytes);
   void with_delimiter(std::uint32_t tag, Dicom_VR vr, std::string_view bytes);
   void delimiter(bool big_endian);
 
   Dicom_VR header(std::uint32_t tag, Dicom_VR vr, std::size_t length);
   void append(void const* bytes, std::size_t length);
+  void refer(char const* bytes, std::size_t length);
   void fill(char c, std::size_t count);
   void put16(std::uint16_t number);
   void put32(std::uint32_t number);
   void put_tag(std::uint32_t tag);
-  void patch_length(std::size_t place);
+  struct Place {
+    std::size_t behind; // the bytes up to its end
+    std::size_t field;  // among those that are encoded
+  };
+  std::size_t next_place() const;
+  char* at(std::size_t place);
+  Place last_length() const;
+  void patch_length(Place const& place);
   bool can_copy(Dicom_Origin const& origin, Dicom_CharacterSet const& set) const;
   /// Whether nothing in the origin's bytes can be nested too deep where it is being written.
   bool is_shallow(Dicom_Origin const& origin) const;
@@ -48,6 +62,7 @@ private:
   Dicom_Encoding encoding_;
   char* out_;
   std::size_t capacity_;
+  Dicom_Pieces* pieces_ = nullptr;
   std::size_t length_ = 0;
   int depth_ = 1; // data sets around what is being written
   bool failed_ = false;

@@ -182,6 +182,7 @@ Dicom_ME Dicom_ME::same_slice() const {
 
 bool Dicom_ME::IsEncapsulated() const {
   if (bytes_) return undefined_length_ && (vr_ == Dicom_VR::OB || vr_ == Dicom_VR::OW);
+  if (Dicom_IsText(vr_)) return false;
   auto const* other = dynamic_cast<Dicom_OtherType const*>(value_.get());
   return other && other->IsEncapsulated();
 }
@@ -274,6 +275,11 @@ bool Dicom_ME::Match(Dicom_ME const& key) const {
   std::string_view text, wanted;
   if (vr_ != Dicom_VR::UN && plain_text(&text) && key.plain_text(&wanted)) return Dicom_MatchText(vr_, text, wanted);
   return GetValue()->Match(*key.GetValue()) != 0;
+}
+
+bool Dicom_ME::MatchText(std::string_view wanted) const {
+  std::string_view text;
+  return plain_text(&text) ? Dicom_MatchText(vr_, text, wanted) : Dicom_MatchText(vr_, GetText(), wanted);
 }
 
 unsigned Dicom_ME::FindLenFromBuffer(void const* buffer, Dicom_TransferSyntax const& syntax, Dicom_VR vr,

@@ -3,6 +3,7 @@
 #include "dicom/Dicom_DataSetReader.h"
 #include "dicom/Dicom_DataSetWriter.h"
 #include "dicom/Dicom_DescriptorReader.h"
+#include "dicom/Dicom_Fragments.h"
 
 #include <infra/Klb_LogFile.h>
 
@@ -27,6 +28,8 @@ Dicom_Msg::Dicom_Msg(Dicom_Msg const& other) {
   length_ = other.length_;
   own_origin_ = other.own_origin_;
   original_ = other.original_;
+  has_header_ = other.has_header_;
+  walks_left_ = other.walks_left_;
   changed_ = other.HasChanged();
   elements_.reserve(other.elements_.size());
   // slices stay slices, as this message keeps their bytes alive too
@@ -84,6 +87,7 @@ int Dicom_Msg::take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyn
   }
   bytes_ = bytes;
   length_ = check.length;
+  has_header_ = false;
   Dicom_Origin const* const known = neighbour ? neighbour->origin_.get() : nullptr;
   bool const alike = known && known->buffer == buffer && known->canonical && check.canonical && !known->extents &&
                      check.extents.empty() && known->depth == check.depth;
@@ -153,15 +157,23 @@ void Dicom_Msg::parse() const {
 bool Dicom_Msg::is_in_order() const { return bytes_ && origin_->canonical && origin_->encoding.explicit_vr; }
 
 void Dicom_Msg::BringInOrder() {
+  if (origin_ && !HasChanged()) Condense();
+}
+
+void Dicom_Msg::Condense() {
   // text by a declaration around the message would lose it
-  if (!origin_ || HasChanged() || is_in_order() || !Dicom_SameSet(*origin_->character_set, *Dicom_UndeclaredSet()))
-    return;
-  std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(GetDumpLen());
-  if (!bytes || Dump(bytes->data(), unsigned(bytes->size())) == -1) return;
+  if (is_in_order() || (origin_ && !Dicom_SameSet(*origin_->character_set, *Dicom_UndeclaredSet()))) return;
+  // behind the header of an item, so that a directory file is written from here
+  constexpr unsigned kHeader = 8;
+  unsigned const length = GetDumpLen();
+  std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(std::size_t(kHeader) + length);
+  if (!bytes || Dump(bytes->data() + kHeader, length) == -1) return;
+  Dicom_PutItemHeader(bytes->data(), length);
   std::string why;
   Dicom_Msg ordered;
-  if (ordered.take(bytes, Dicom_TransferSyntax::Native(), bytes->data(), bytes->size(), nullptr, &why) == 0)
-    *this = std::move(ordered);
+  if (ordered.take(bytes, Dicom_TransferSyntax::Native(), bytes->data() + kHeader, length, nullptr, &why) == -1) return;
+  ordered.has_header_ = true;
+  *this = std::move(ordered);
 }
 
 std::size_t Dicom_Msg::position(std::uint32_t tag) const {
@@ -174,6 +186,10 @@ Dicom_ME const* Dicom_Msg::lookup(std::uint32_t tag, Dicom_ME& storage) const {
   if (!bytes_) {
     std::size_t const i = position(tag);
     return i < elements_.size() && elements_[i].tag_ == tag ? &elements_[i] : nullptr;
+  }
+  if (walks_left_ > 0 && --walks_left_ == 0) {
+    parse();
+    return lookup(tag, storage);
   }
   Dicom_ElementCursor cursor(*this, tag);
   if (!bytes_) return lookup(tag, storage); // its order had to be made sure of
@@ -449,21 +465,31 @@ Dicom_ElementCursor::Dicom_ElementCursor(Dicom_Msg const& msg, std::uint32_t fir
   } else {
     index_ = first == 0 ? 0 : msg.position(first);
   }
-  do
-    Next();
-  while (current_ && current_->tag_ < first);
+  read(first);
 }
 
-void Dicom_ElementCursor::Next() {
+void Dicom_ElementCursor::Next() { read(0); }
+
+void Dicom_ElementCursor::Seek(std::uint32_t tag) {
+  if (current_ && current_->tag_ < tag) read(tag);
+}
+
+/// Goes on to the next element from `first` on; those before it aren't looked at closely.
+void Dicom_ElementCursor::read(std::uint32_t first) {
   current_ = nullptr;
   if (!next_) {
+    while (index_ < msg_.elements_.size() && msg_.elements_[index_].tag_ < first)
+      ++index_;
     if (index_ < msg_.elements_.size()) current_ = &msg_.elements_[index_++];
     return;
   }
   Dicom_RawElement raw;
   Dicom_Origin const& origin = *msg_.origin_;
-  if (next_ >= end_ || !Dicom_ReadElement(next_, end_, origin.encoding, &raw, origin.extents.get())) return;
-  next_ = raw.next;
+  next_ = Dicom_SkipElements(next_, end_, origin.encoding, first);
+  do {
+    if (next_ >= end_ || !Dicom_ReadElement(next_, end_, origin.encoding, &raw, origin.extents.get())) return;
+    next_ = raw.next;
+  } while (raw.tag < first);
   bool const may_hold_text = raw.vr == Dicom_VR::SQ || raw.vr == Dicom_VR::UN ||
                              (Dicom_IsCharsetText(raw.vr) && !Dicom_IsPlainAscii({raw.value, raw.length}));
   raw_.slice(raw, may_hold_text ? msg_.own_origin() : &origin);

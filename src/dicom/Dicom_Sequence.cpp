@@ -70,7 +70,11 @@ Dicom_Sequence::~Dicom_Sequence() { truncate(0); }
 Dicom_Msg* Dicom_Sequence::Get(int i) const {
   if (i < 0 || i >= GetNItems()) return nullptr;
   Item& item = items_[head_ + std::size_t(i)];
-  if (!item.msg) item.msg = new IOD_Msg(Dicom_Msg(origin_, item.bytes, item.length));
+  if (!item.msg) {
+    Dicom_Msg msg(origin_, item.bytes, item.length);
+    msg.has_header_ = Dicom_Load32(item.bytes - 4, origin_->encoding.big_endian) == item.length;
+    item.msg = new IOD_Msg(std::move(msg));
+  }
   return item.msg;
 }
 

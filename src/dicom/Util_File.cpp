@@ -1,11 +1,10 @@
 #include <dicom/Util_File.h>
 
 #include "dicom/Dicom_DataSetReader.h"
-#include "dicom/Dicom_DataSetWriter.h"
+#include "dicom/Util_EncodedFile.h"
 #include "dicom/Util_FileStart.h"
 #include "dicom/Util_Inflate.h"
 
-#include <dicom/Dicom_UIDGenerator.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_TransferSyntax.h>
 #include <infra/Util_FileSystem.h>
@@ -16,8 +15,6 @@
 
 namespace {
 
-constexpr std::size_t kPreamble = 128;
-constexpr std::uint32_t kDirectoryRecordSequence = 0x00041220;
 char const kImplementationUid[] = "2.25.329800735698586629295641978511506172918"; // of this library
 
 /// All calls go to the current file system; asking for another one is an error and not overlooked.
@@ -25,28 +22,6 @@ bool IsCurrent(Util_FileSystemInterface* fs) {
   if (!fs || fs == &Util_FileSystemInterface::Current()) return true;
   errno = EINVAL;
   return false;
-}
-
-std::unique_ptr<Dicom_Msg> MetaFor(Dicom_Msg const& msg, Dicom_UI const& syntax) {
-  Dicom_UI sop_class = msg.Value<Dicom_UI>(Dicom_Tag(0x0008, 0x0016));
-  Dicom_UI sop_instance = msg.Value<Dicom_UI>(Dicom_Tag(0x0008, 0x0018));
-  if (msg.Has(Dicom_Tag(kDirectoryRecordSequence))) {
-    sop_class = Dicom_UIDic::BASIC_DIRECTORY_STORAGE;
-    sop_instance = Dicom_UIDGenerator().Generate();
-  }
-  return std::unique_ptr<Dicom_Msg>(Util_File::BuildMetaInformation(syntax, sop_class, sop_instance));
-}
-
-/// A copy without elements of commands and of meta information, which would be taken for the file's own; null when
-/// the message has none, as is right.
-std::unique_ptr<Dicom_Msg> WithoutFileGroups(Dicom_Msg const& msg) {
-  constexpr unsigned kLast = 0x0002;
-  Dicom_ME const* first = msg.GetElement(0);
-  if (!first || first->GetTag().Group() > kLast) return nullptr;
-  auto copy = std::make_unique<Dicom_Msg>(msg);
-  for (int i = 0; (first = msg.GetElement(i)) && first->GetTag().Group() <= kLast; ++i)
-    copy->Remove(first->GetTag());
-  return copy;
 }
 
 } // namespace
@@ -60,38 +35,13 @@ int Util_File::fail(std::string text) {
 }
 
 Util_File::Util_File(Dicom_Msg& msg, int* status, Dicom_UI const& syntax, int, std::string* text) {
-  Dicom_UI const encapsulated = msg.GetEncapsulatedSyntax();
-  syntax_ = encapsulated == UI_NULL ? syntax : encapsulated;
-  Dicom_TransferSyntax const transfer(syntax_, status);
-  std::unique_ptr<Dicom_Msg> const meta = MetaFor(msg, syntax_);
-  Dicom_Encoding const encoding{transfer.IsExplicitVR(), transfer.IsBigEndian()};
-  std::size_t const meta_length = meta->GetDumpLen();
-  Dicom_DataSetWriter counter(encoding);
-  std::unique_ptr<Dicom_Msg> const cleaned = WithoutFileGroups(msg);
-  Dicom_Msg const& data_set = cleaned ? *cleaned : msg;
-  counter.Message(data_set);
-  data_set_start_ = kPreamble + 4 + meta_length;
-  std::size_t const total = data_set_start_ + counter.Length();
-  std::shared_ptr<Util_Buffer> buffer;
-  if (*status == -1 || transfer.IsDeflated()) {
-    *status = fail("can't write the transfer syntax " + syntax_.GetText());
-  } else if (!counter.Ok() || total >= kUndefinedLength) {
-    *status = fail("too large or nested too deep to be written, or without a form in " + syntax_.GetText());
-  } else if (!(buffer = Util_Buffer::Make(total))) {
-    *status = fail("out of memory");
-  }
+  Util_EncodedFile const encoded(msg, syntax);
+  syntax_ = encoded.syntax;
+  data_set_start_ = encoded.data_set_start;
+  error_ = encoded.error;
+  if (error_.empty()) join(encoded.pieces.Views());
+  *status = error_.empty() ? 0 : -1;
   if (text) *text = error_;
-  if (!buffer) return;
-  char* const out = buffer->data();
-  std::memset(out, 0, kPreamble);
-  std::memcpy(out + kPreamble, "DICM", 4);
-  Dicom_DataSetWriter writer(encoding, out + data_set_start_, counter.Length());
-  writer.Message(data_set);
-  bool const ok = meta->Dump(out + kPreamble + 4, unsigned(meta_length)) != -1 && writer.Ok() &&
-                  writer.Length() == counter.Length();
-  *status = ok ? 0 : fail("the message changed while it was dumped");
-  if (text) *text = error_;
-  if (ok) file_ = buffer;
 }
 
 std::string_view Util_File::Bytes() const {
@@ -123,23 +73,28 @@ int Util_File::GetFile(char const* path, int, Util_FileSystemInterface* fs) {
   return 0;
 }
 
-int Util_File::copy(std::string_view bytes) {
+int Util_File::join(std::vector<std::string_view> const& parts) {
   error_.clear();
-  std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(bytes.size());
+  std::size_t length = 0;
+  for (std::string_view const part : parts)
+    length += part.size();
+  std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(length);
   if (!buffer) return fail("out of memory");
-  std::copy(bytes.begin(), bytes.end(), buffer->data());
+  char* out = buffer->data();
+  for (std::string_view const part : parts)
+    out = std::copy(part.begin(), part.end(), out);
   file_ = buffer;
   return 0;
 }
 
 int Util_File::GetBytes(std::string_view bytes) {
-  if (copy(bytes) == -1) return -1;
+  if (join({bytes}) == -1) return -1;
   find_data_set();
   return 0;
 }
 
 int Util_File::GetDataSetBytes(std::string_view bytes, Dicom_UI const& syntax) {
-  if (copy(bytes) == -1) return -1;
+  if (join({bytes}) == -1) return -1;
   syntax_ = syntax;
   take_data_set(0);
   return 0;
@@ -171,8 +126,10 @@ Util_File::operator IOD_Msg*() {
   }
   auto msg = std::make_unique<IOD_Msg>();
   std::size_t const length = data_set_->size() - data_set_start_;
-  if (msg->take(data_set_, transfer, data_set_->data() + data_set_start_, length, nullptr, &error_) == -1) return nullptr;
-  msg->parse(); // an object is asked for many attributes
+  if (msg->take(data_set_, transfer, data_set_->data() + data_set_start_, length, nullptr, &error_) == -1)
+    return nullptr;
+  constexpr int kWalks = 8; // an object is asked for many attributes, or for hardly any
+  msg->walks_left_ = kWalks;
   return msg.release();
 }
 

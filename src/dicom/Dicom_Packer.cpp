@@ -1,0 +1,59 @@
+#include "dicom/Dicom_Packer.h"
+
+#include "dicom/Dicom_Origin.h"
+
+#include <dicom/Dicom_VR.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace {
+
+/// (0008,0005) CS ISO_IR 192.
+constexpr std::string_view kUnicode("\x08\0\x05\0CS\x0A\0ISO_IR 192", 18);
+
+} // namespace
+
+bool Dicom_Packer::Takes(Dicom_ME const& element) {
+  if (!element.bytes_ || element.value_ || !Dicom_IsText(element.vr_)) return false;
+  Dicom_Origin const& origin = *element.origin_;
+  if (!origin.canonical || !(origin.encoding == Dicom_Encoding())) return false;
+  std::string_view const bytes(element.bytes_, element.length_);
+  if (Dicom_IsPlainAscii(bytes)) return true;
+  bool const is_unicode = origin.character_set->IsAscii() || origin.character_set->IsUtf8();
+  return Dicom_IsCharsetText(element.vr_) && is_unicode && Dicom_IsValidUtf8(bytes);
+}
+
+void Dicom_Packer::Add(Dicom_ME const& element) {
+  std::size_t const header = Dicom_HasLongLength(element.vr_) ? 12 : 8;
+  elements_.append(element.bytes_ - header, header + element.length_);
+  is_plain_ = is_plain_ && Dicom_IsPlainAscii({element.bytes_, element.length_});
+}
+
+void Dicom_Packer::Drop() {
+  elements_.clear();
+  is_plain_ = true;
+}
+
+Dicom_Msg Dicom_Packer::Finish() {
+  if (elements_.empty()) return {};
+  if (!is_plain_) elements_.insert(0, kUnicode);
+  if (!block_ || elements_.size() > block_->size() - used_) {
+    constexpr std::size_t kLargestBlock = 64 * 1024;
+    block_size_ = std::min(block_size_ * 2, kLargestBlock);
+    block_ = Util_Buffer::Make(std::max(block_size_, elements_.size()));
+    if (!block_) throw std::bad_alloc();
+    auto origin = std::make_shared<Dicom_Origin>();
+    origin->buffer = block_;
+    origin->canonical = true;
+    origin_ = std::move(origin);
+    used_ = 0;
+  }
+  char* const place = block_->data() + used_;
+  std::memcpy(place, elements_.data(), elements_.size());
+  used_ += elements_.size();
+  Dicom_Msg msg(origin_, place, elements_.size());
+  Drop();
+  return msg;
+}
