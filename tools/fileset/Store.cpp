@@ -3,6 +3,7 @@
 #include "EngineLog.h"
 #include "Interruption.h"
 #include "Json.h"
+#include "ReadAhead.h"
 #include "Report.h"
 #include "SourceFiles.h"
 #include "StoreObject.h"
@@ -59,11 +60,11 @@ bool WantsFullDurability(Options const& options) {
 }
 
 // Empty when the object is stored, else the cause.
-std::string StoreFile(std::string const& path, Options const& options, FileSet& set, EngineLog& log) {
-  std::string problem;
-  std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
-  if (!object) return problem;
-  return StoreObject(*object, {options.icon, options.accept_mismatch, options.move ? path : ""}, set, log);
+std::string StoreNext(ReadAhead& objects, std::string const& path, Options const& options, FileSet& set,
+                      EngineLog& log) {
+  ReadAhead::Object const next = objects.Next();
+  if (!next.object) return next.problem;
+  return StoreObject(*next.object, {options.icon, options.accept_mismatch, options.move ? path : ""}, set, log);
 }
 
 Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& report) {
@@ -74,9 +75,11 @@ Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& r
   auto const start = std::chrono::steady_clock::now();
   Outcome outcome{0, 0, 0, "each object was on the disk before the next"};
   report.Begin(files.size());
+  // an icon is made of pixels that aren't compressed yet
+  ReadAhead objects(files, !options.native && !options.move && !options.icon);
   for (std::string const& file : files) {
     if (IsInterrupted()) break;
-    std::string const cause = StoreFile(file, options, set, log);
+    std::string const cause = StoreNext(objects, file, options, set, log);
     if (cause.empty())
       ++outcome.stored;
     else
