@@ -7,6 +7,7 @@
 #include <string>
 
 class Disk_Redo;
+class Disk_RedoFile;
 class Disk_StorageStrategy;
 class Disk_WriteGather;
 
@@ -70,6 +71,10 @@ public:
 
   /// Whether a process was killed while it committed.
   bool HasRedo() const;
+  /// At the end: removes the file that records for recovery went to, if none is in it. The caller holds the file-set's
+  /// lock exclusively.
+  void RemoveRedoFile();
+  bool UsesRedoFile() const;
   /// Completes what a killed process had begun to commit in the file-set of that directory. The caller holds the
   /// lock exclusively. 0, also when there is nothing to do, or -1 (logged).
   static int Replay(char const* file_set_prefix);
@@ -108,7 +113,6 @@ private:
   void patch_prefix();
   char const* unfit_for_writing();
   unsigned header_length() const;
-  std::string redo_path() const;
 
   int lowercase_name = 0;
   std::string file_name;
@@ -126,5 +130,6 @@ private:
   std::unique_ptr<Disk_WriteGather> gather_;
   bool gathering_ = false;
   std::unique_ptr<Disk_Redo> overlay_;
+  std::unique_ptr<Disk_RedoFile> redo_file_;
   mutable Disk_RecordClaims claims_;
 };

@@ -5,7 +5,9 @@
 #include <dicom/Dicom_UIDGenerator.h>
 #include <infra/Disk_Export.h>
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 class Disk_DicomDir;
@@ -17,7 +19,8 @@ class Disk_StorageStrategy;
 ///
 /// VERSION holds the number of writes of its directory file. A reader whose records have another number reads them
 /// again. It is read before the records and written after them, so a reader can only think its records older than
-/// they are. Nothing here locks: the caller holds the lock of the level.
+/// they are. In the private structure the file must be the same one besides, as a writer can end before it has written
+/// VERSION. Nothing here locks: the caller holds the lock of the level.
 class DISK_EXPORT Disk_DirectoryFile : public Disk_File {
 public:
   /// `dicomdir` is null in the private structure; otherwise borrowed.
@@ -72,12 +75,11 @@ protected:
   static std::string sanitized(std::string_view text);
   /// Makes the directory of a new study or series and syncs the entry. 0, or -1 with errno.
   static int make_directory(std::string const& path);
-  std::string version_path() const;
   bool is_standard() const { return standard_dicomdir != nullptr; }
   /// In the standard structure, the directory of a study or series below this one, named by its UID. One that stands
   /// there already is used. 0, or -1 (logged).
   int make_hash_directory(Dicom_UI const& uid, bool is_known);
-  void remove_hash_directory(Dicom_UI const& uid, char const* who) const;
+  void remove_hash_directory(Dicom_UI const& uid, char const* who);
   /// Sets a counter of a record, which in the standard structure keeps its length, and lacks it for good if another
   /// system left it out. 0, or -1.
   int set_counter(Disk_DirectoryRecord& record, Dicom_Tag const& tag, int value) const;
@@ -122,10 +124,25 @@ protected:
   Disk_StorageStrategy* writing_strategy = nullptr;
   bool is_unnamed = false;
   Disk_StoreParams params;
+  std::string const own_path, own_version_path;
+  std::string lasting_folder; ///< below this one, whose entry was synced since the records were read
 
 private:
+  /// What tells one content of a private directory file, which is replaced whole, from another.
+  struct FileState {
+    std::uint64_t inode = 0;
+    std::int64_t size = 0, written_s = 0, written_ns = 0;
+    friend bool operator==(FileState const&, FileState const&) = default;
+  };
+  FileState file_state() const;
+  void take_state(FileState const& state);
   /// Brings a new content to the file, as durable as the operation is.
   int rewrite(IOD_Msg* msg);
   long GetFileVersion() const;
   int SetFileVersion(long version) const;
+
+  FileState read_state{};                     // of the file that the records in memory are those of
+  mutable bool is_state_alone_enough = false; // as the file was written a while before its VERSION was looked at
+  int writes_since_read = 0;
+  mutable std::optional<long> seen_version; // by this operation, which holds the lock
 };

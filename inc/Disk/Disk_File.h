@@ -5,6 +5,10 @@
 #include <infra/RWCString.h>
 #include <infra/Util_FileSystem.h>
 
+#include <string>
+#include <string_view>
+#include <vector>
+
 /// A handle for asynchronous reading that callers pass along; nothing here looks at it.
 class Disk_AsyncFile;
 
@@ -34,8 +38,9 @@ protected:
   /// What a write brings to the disk before it returns. Unsynced: nothing, and the file bears the mark that tells
   /// whether it got there.
   enum class Synced { FileAndEntry, File, Nothing, Unsynced };
-  int write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, Synced synced);
-  static int write_bytes(std::string const& path, std::string_view bytes, Synced synced);
+  int write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced);
+  static int write_bytes(std::string const& path, std::vector<std::string_view> parts, Synced synced);
+  static bool take_over(std::string const& temporary, std::string const& path);
   static int replace(std::string const& temporary, std::string const& path);
   /// A failed sync is logged; 0 or -1.
   static int sync_directory_of(std::string const& path, Util_Durability durability = Util_FileSystem::GetDurability());

@@ -144,6 +144,8 @@ private:
                                             Dicom_UI const& study_uid) const;
   void GetStudyFile(Disk_StudyDirectoryRecord* study);
   void ResetStudyFile();
+  void KeepStudyFile();
+  Disk_StudyIndex const& study_index() const;
 
   // store
   int store(Disk_StoreRequest const& request);
@@ -178,6 +180,10 @@ private:
   int query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
   int query_patients(SCL_QueryIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level,
                      Dicom_Sequence* results);
+  int query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
+                    SCL_QueryRetrieveLevel::Value level, std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
+  int query_below(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord* study, Dicom_Msg const* patient_response,
+                  SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   int query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
                    std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
   int query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
@@ -228,6 +234,7 @@ private:
               Disk_AsyncFile* async);
   int fetch_by_uids(SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* tried);
   void note_access(Dicom_UI const& study_uid);
+  bool is_another_study(Dicom_UI const& study_uid) const;
 
   std::unique_ptr<Disk_DicomDir> dicomdir; // null in the private structure
   Disk_LockManager lock_manager;
@@ -237,6 +244,7 @@ private:
   mutable Disk_StudyIndex studies;
   std::set<Disk_PatientDirectoryRecord*> touched_patients; // whose study records are to be written
   std::unique_ptr<Disk_StudyDirectoryFile> study_file;
+  std::unique_ptr<Disk_StudyDirectoryFile> kept_study_file; // of the operation before; its lock is not held
   long reserved_kb;
   Disk_AutoDeletePar auto_delete_par{};
   Disk_SupportPar support_par;

@@ -14,10 +14,26 @@ public:
     Disk_StudyDirectoryRecord* study = nullptr;
   };
 
-  bool IsEmpty() const { return entries_.empty(); }
-  void Clear() { entries_.clear(); }
+  bool IsEmpty() const { return size_ == 0; }
+  /// The number of studies.
+  std::size_t Size() const { return size_; }
+  void Clear() {
+    entries_.clear();
+    size_ = without_plain_uid_ = 0;
+  }
   void Add(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study) {
-    entries_[study->GetRecordMsg()->GetStudyInstanceUID().GetText()].push_back({patient, study});
+    std::string const uid = study->GetRecordMsg()->Text(kUid);
+    entries_[uid].push_back({patient, study});
+    ++size_;
+    without_plain_uid_ += !IsPlainUid(uid);
+  }
+  /// Those under this UID, in their order, when it can be told that no other study has to do with it: `uid` is one
+  /// plain UID, and all studies have one. Null otherwise.
+  std::vector<Entry> const* AllOf(std::string_view uid) const {
+    static std::vector<Entry> const s_none;
+    if (without_plain_uid_ > 0 || !IsPlainUid(uid)) return nullptr;
+    auto const place = entries_.find(std::string(uid));
+    return place == entries_.end() ? &s_none : &place->second;
   }
   /// The first one added under this UID for which `wanted` holds; empty otherwise.
   template <class Wanted>
@@ -30,5 +46,11 @@ public:
   }
 
 private:
+  static bool IsPlainUid(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789.") == text.npos;
+  }
+
+  static constexpr Dicom_Tag kUid{0x0020, std::uint16_t(0x000D)};
+  std::size_t size_ = 0, without_plain_uid_ = 0;
   std::unordered_map<std::string, std::vector<Entry>> entries_;
 };

@@ -94,6 +94,7 @@ int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_Stor
 int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
   Presence presence{};
   file_name = NameIn(file_set_prefix, &presence, &lowercase_name);
+  redo_file_ = std::make_unique<Disk_RedoFile>(file_name + ".redo");
   if (presence == Presence::Unknown) return -1;
   bool const exists = presence == Presence::Present;
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
@@ -344,7 +345,7 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
   bool const relaxed = writes_through && Util_FileSystem::GetDurability() == Util_Durability::Relaxed &&
                        Disk_RelaxedEpoch::Keep(file_name) == 0;
   Util_Durability const durability = relaxed ? Util_Durability::Relaxed : Util_Durability::Full;
-  if (writes_through && redo.Save(redo_path(), durability) == -1) return fail("Can't write the redo record of");
+  if (writes_through && redo_file_->Save(redo, durability) == -1) return fail("Can't write the redo record of");
   bool const applied = !strategy ? redo.Apply(file_descriptor, durability) == 0
                                  : redo.Apply(*strategy) == 0 &&
                                        (!writes_through || Util_FileSystem::SyncFile(file_descriptor, durability) == 0);
@@ -352,16 +353,17 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
   if (writes_through && !relaxed && Disk_RelaxedEpoch::Forget(file_name) == -1) return fail("Can't forget a copy of");
   if (redo.MoveVersions(directory.c_str()) == -1) return fail("Can't move the versions of");
   redo.Clear();
-  // if it stays, whoever comes next writes the same again
-  if (writes_through) Util_FileSystemInterface::Current().Unlink(redo_path().c_str());
+  if (writes_through) redo_file_->Clear();
   return 0;
 }
 
 // Recovery
 
-std::string Disk_DicomDir::redo_path() const { return file_name + ".redo"; }
+bool Disk_DicomDir::HasRedo() const { return redo_file_->MayHoldRecord(); }
 
-bool Disk_DicomDir::HasRedo() const { return PresenceOf(redo_path()) != Presence::Absent; }
+void Disk_DicomDir::RemoveRedoFile() { redo_file_->Remove(); }
+
+bool Disk_DicomDir::UsesRedoFile() const { return redo_file_ && redo_file_->IsOpen(); }
 
 int Disk_DicomDir::Replay(char const* file_set_prefix) {
   Presence presence{};
@@ -400,9 +402,9 @@ int Disk_DicomDir::Replay(char const* file_set_prefix) {
 int Disk_DicomDir::LayRedoOver() {
   if (!read_only) return 0;
   Disk_Redo redo;
-  Disk_Redo::Found const found = redo.Load(redo_path());
+  Disk_Redo::Found const found = redo.Load(redo_file_->Path());
   if (found == Disk_Redo::Found::Unreadable) {
-    DISK_LOG(3, "LayRedoOver: Can't read %s (errno=%d).\n", redo_path().c_str(), errno);
+    DISK_LOG(3, "LayRedoOver: Can't read %s (errno=%d).\n", redo_file_->Path().c_str(), errno);
     return -1;
   }
   struct stat status {};

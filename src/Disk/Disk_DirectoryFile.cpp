@@ -16,17 +16,35 @@
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
+#include <ctime>
 #include <limits>
 #include <memory>
 #include <utility>
 
+namespace {
+
+/// Whether a file that is written from now on gets another time than one that was written then: times go on in steps
+/// of some milliseconds.
+bool IsOld(std::int64_t seconds, std::int64_t nanoseconds) {
+  constexpr std::int64_t kSecond = 1'000'000'000, kEnough = kSecond / 10;
+  std::timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return (now.tv_sec - seconds) * kSecond + now.tv_nsec - nanoseconds > kEnough;
+}
+
+std::string VersionPath(std::string const& folder) { return folder.empty() ? folder : folder + "/VERSION"; }
+
+} // namespace
+
 Disk_DirectoryFile::Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params, Disk_DicomDir* dicomdir)
-    : Disk_File(id), standard_dicomdir(dicomdir), params(store_params) {}
+    : Disk_File(id), standard_dicomdir(dicomdir), params(store_params), own_path(id.Path()),
+      own_version_path(VersionPath(directory().FolderPath())) {}
 
 int Disk_DirectoryFile::Lowercase() const { return standard_dicomdir && standard_dicomdir->IsLowercase() ? 1 : 0; }
 
 int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg) {
-  // the version first: what is written meanwhile makes the records newer than their number, never older
+  // these first: what is written meanwhile makes the records newer than their number, never older
+  FileState const state = file_state();
   long const version = GetFileVersion();
   if (Disk_File::Read(msg, found, 1, nullptr) == -1) {
     DISK_LOG(3, "Read(): Can't read directory file.\n");
@@ -53,6 +71,8 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   *sequence = records->GetSequence();
   owner.release();
   file_version = version < 0 ? 0 : version;
+  take_state(state);
+  writes_since_read = 0;
   return 0;
 }
 
@@ -75,14 +95,20 @@ int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
     DISK_LOG(3, "Write(): Can't add element to message.\n");
     return -1;
   }
-  return rewrite(&msg) == 0 ? UpdateFileVersion() : -1;
+  if (rewrite(&msg) == -1) return -1;
+  take_state(file_state());
+  if (UpdateFileVersion() == -1) return -1;
+  // each write leaves records that stand apart from the others; when many do, the next Read brings all together again
+  constexpr int kMostWrites = 512;
+  if (++writes_since_read > kMostWrites) MarkDirty();
+  return 0;
 }
 
 int Disk_DirectoryFile::rewrite(IOD_Msg* msg) {
   bool const relaxed =
       Util_FileSystem::GetDurability() == Util_Durability::Relaxed && Disk_RelaxedEpoch::Keep(file_id) == 0;
   Synced const synced = relaxed ? Synced::Unsynced : is_unnamed ? Synced::Nothing : Synced::FileAndEntry;
-  if (write(msg, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, false, synced) == -1) return -1;
+  if (write(msg, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, synced) == -1) return -1;
   if (relaxed || Disk_RelaxedEpoch::Forget(file_id) == 0) return 0;
   int const cause = errno;
   DISK_LOG(3, "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), cause);
@@ -94,7 +120,8 @@ int Disk_DirectoryFile::rewrite(IOD_Msg* msg) {
 
 int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts) {
   if (IsUpToDate()) return 0;
-  MarkDirty(); // until all is read
+  MarkDirty();            // until all is read
+  lasting_folder.clear(); // others may have removed it and made it anew
   records.clearAndDestroy();
   if (is_standard()) {
     if (first == 0 || first == standard_dicomdir->GetOffsetEnd()) return 0;
@@ -124,6 +151,7 @@ int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, W
   DISK_LOG(7, "Write:\n");
   if (!is_standard()) {
     Dicom_Sequence sequence;
+    sequence.Reserve(records.entries());
     return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence);
   }
   if (first == 0) {
@@ -142,27 +170,41 @@ int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, W
 
 // VERSION
 
-std::string Disk_DirectoryFile::version_path() const {
-  std::string const folder = directory().FolderPath();
-  return folder.empty() ? folder : folder + "/VERSION";
-}
-
 int Disk_DirectoryFile::IsUpToDate() const {
+  seen_version.reset();
   if (writing_strategy && writing_strategy->HasPendingData()) {
     // nothing is read back over what the file doesn't hold yet; what was never read, or failed, is read from there
     char none = 0;
     return file_version != 0 || writing_strategy->ReadPending(&none, 0, 0) == -1;
   }
   if (version_file_in_use == 0) return 1;
+  if (!is_standard() && file_version != 0) {
+    if (read_state != file_state()) return 0;
+    if (is_state_alone_enough) return 1;
+  }
   long const version = GetFileVersion();
   if (version == kNoVersion && params.read_only) version_file_in_use = 0; // a read-only medium can't change
-  return file_version == version;
+  if (version != kUnknownVersion) seen_version = version;
+  if (file_version != version) return 0;
+  is_state_alone_enough = !is_standard() && IsOld(read_state.written_s, read_state.written_ns);
+  return 1;
 }
 
-long Disk_DirectoryFile::GetFileVersion() const { return Disk_ReadVersion(version_path()); }
+void Disk_DirectoryFile::take_state(FileState const& state) {
+  read_state = state;
+  is_state_alone_enough = false;
+}
+
+Disk_DirectoryFile::FileState Disk_DirectoryFile::file_state() const {
+  struct stat status {};
+  if (Util_FileSystemInterface::Current().Stat(own_path.c_str(), &status) == -1) return {};
+  return {status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
+long Disk_DirectoryFile::GetFileVersion() const { return Disk_ReadVersion(own_version_path); }
 
 int Disk_DirectoryFile::SetFileVersion(long version) const {
-  return Disk_WriteVersion(version_path(), version, is_standard());
+  return Disk_WriteVersion(own_version_path, version, is_standard());
 }
 
 void Disk_DirectoryFile::ReadFileVersion() {
@@ -171,10 +213,10 @@ void Disk_DirectoryFile::ReadFileVersion() {
 }
 
 int Disk_DirectoryFile::UpdateFileVersion() {
-  long const version = GetFileVersion();
+  long const version = seen_version ? *std::exchange(seen_version, std::nullopt) : GetFileVersion();
   if (version == kUnknownVersion) { // counting from 1 again would let others take old records for current
     int const cause = errno;
-    DISK_LOG(3, "UpdateFileVersion: Can't read %s (errno=%d).\n", version_path().c_str(), cause);
+    DISK_LOG(3, "UpdateFileVersion: Can't read %s (errno=%d).\n", own_version_path.c_str(), cause);
     KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   }

@@ -188,13 +188,14 @@ int Disk_DirectoryFile::make_hash_directory(Dicom_UI const& uid, bool is_known) 
   int result = path.empty() ? -1 : Util_FileSystemInterface::Current().Mkdir(path.c_str(), 0775);
   if (result == -1 && !path.empty() && errno == EEXIST) {
     // a relaxed store didn't sync the entry, and one that failed or was killed may not have
-    if (is_known && Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0) return 0;
+    if (is_known && (path == lasting_folder || Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0)) return 0;
     result = 0;
   }
-  // a study's entry is synced with that of the redo record, which a memory strategy does without
-  bool const is_synced_later =
-      directory().FolderPath() == GetFileSetPrefix() && !Disk_DicomDir::KeepsImage(writing_strategy);
-  if (result == 0) return is_synced_later ? 0 : sync_directory_of(path);
+  if (result == 0 && sync_directory_of(path) == 0) {
+    if (Util_FileSystem::GetDurability() == Util_Durability::Full) lasting_folder = path;
+    return 0;
+  }
+  if (result == 0) return -1;
   int const cause = errno;
   DISK_LOG(3, "Store: Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);

@@ -1,4 +1,5 @@
 #include "Disk/Disk_RelaxedEpoch.h"
+#include "dicom/Util_EncodedFile.h"
 
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_File.h>
@@ -12,12 +13,12 @@
 #include <cstring>
 #include <memory>
 
-int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI const& syntax, bool mode_three) {
+int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI const& syntax, bool) {
   bool const full = Util_FileSystem::GetDurability() == Util_Durability::Full;
-  return write(msg, syntax, mode_three, full ? Synced::FileAndEntry : Synced::Nothing);
+  return write(msg, syntax, full ? Synced::FileAndEntry : Synced::Nothing);
 }
 
-int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, Synced synced) {
+int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced) {
   msg->AddKolbaExeVersion(LO_NULL);
   std::string const path = file_id.Path();
   if (path.empty()) {
@@ -25,32 +26,40 @@ int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, bool mode_three, Sync
     return -1;
   }
   std::string const temporary = path + ".tmp";
-  int status = 0;
-  Util_File file(*msg, &status, syntax, mode_three ? 3 : 2, nullptr);
-  if (status == -1) {
+  Util_EncodedFile const file(*msg, syntax);
+  if (!file.error.empty()) {
     DISK_LOG(3, "Write: Failed Dumping the msg into a buffer.\n");
     return -1;
   }
-  if (write_bytes(temporary, file.Bytes(), synced) == -1) {
+  if (write_bytes(temporary, file.pieces.Views(), synced) == -1) {
     int const cause = errno;
     DISK_LOG(3, "Write: Failed writing the buffer into the temporary file %s.\n", temporary.c_str());
     DISK_LOG(3, "Write: %s: %s\n", temporary.c_str(), std::strerror(cause));
     KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   }
+  if (synced == Synced::Unsynced && take_over(temporary, path)) return 0;
   if (replace(temporary, path) == -1) return -1;
   return synced == Synced::FileAndEntry ? sync_directory_of(path, Util_Durability::Full) : 0;
 }
 
-int Disk_File::write_bytes(std::string const& path, std::string_view bytes, Synced synced) {
-  if (synced != Synced::Unsynced) {
-    std::string_view const parts[] = {bytes};
+int Disk_File::write_bytes(std::string const& path, std::vector<std::string_view> parts, Synced synced) {
+  if (synced != Synced::Unsynced)
     return Util_FileSystem::WriteNewFile(path.c_str(), parts, synced != Synced::Nothing, Util_Durability::Full);
-  }
-  bytes.remove_prefix(Disk_RelaxedEpoch::kPreamble);
-  auto const mark = Disk_RelaxedEpoch::Mark(bytes);
-  std::string_view const parts[] = {{mark.data(), mark.size()}, bytes};
+  parts.front().remove_prefix(Disk_RelaxedEpoch::kPreamble);
+  auto const mark = Disk_RelaxedEpoch::Mark(parts);
+  parts.insert(parts.begin(), {mark.data(), mark.size()});
   return Util_FileSystem::WriteNewFile(path.c_str(), parts, false);
+}
+
+/// Puts a file that isn't synced in the place of an old one, if there is one. A rename would do as well, but upon it
+/// some file systems begin to write the new file to the disk, for those who don't sync; the next store replaces it
+/// again, and then all of that was for nothing.
+bool Disk_File::take_over(std::string const& temporary, std::string const& path) {
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  if (system.Exchange(temporary.c_str(), path.c_str()) == -1) return false;
+  system.Unlink(temporary.c_str()); // what is left has no meaning
+  return true;
 }
 
 int Disk_File::replace(std::string const& temporary, std::string const& path) {

@@ -49,8 +49,8 @@ int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory) {
   msg->SettleCharacterSet();
   DISK_LOG(7, "Write: will store image in tx <%s>\n", syntax.CStr());
   if (Util_FileSystem::GetDurability() == Util_Durability::Full)
-    return write(msg, syntax, params_.dump_mode_three, sync_directory ? Synced::FileAndEntry : Synced::File);
+    return write(msg, syntax, sync_directory ? Synced::FileAndEntry : Synced::File);
   // one that replaces another, which may have been durable, is whole before it gets its name
   bool const replaces = Util_FileSystemInterface::Current().Access(file_id.Path().c_str(), F_OK) == 0;
-  return write(msg, syntax, params_.dump_mode_three, replaces ? Synced::File : Synced::Nothing);
+  return write(msg, syntax, replaces ? Synced::File : Synced::Nothing);
 }

@@ -49,6 +49,7 @@ inline int Disk_AppendRecords(Disk_RecordChain const& records, Dicom_Sequence& s
       KlbGError.Set(DISK_ERROR_NULL_RECORD);
       return -1;
     }
+    record->GetRecordMsg()->Condense(); // one that stays as it is from now on is copied whole by each write
     if (sequence.Append(record->GetRecordMsg(), false) == -1) {
       DISK_LOG(3, "Write(): Can't add message to sequence.\n");
       return -1;

@@ -33,8 +33,29 @@ Disk_RecordWalk::Disk_RecordWalk(SCL_QueryIdentifier const& identifier, Disk_Wal
       status_ = -1;
       return;
     }
-    keys_.push_back({element, tag, level.elscint_rule && !creator && IsElscintAttribute(tag)});
+    bool const is_text = Dicom_IsText(element->GetVR());
+    can_pack_ = can_pack_ && is_text && !tag.IsPrivate() && tag.Number() > kSpecificCharacterSet.Number();
+    keys_.push_back({element, tag, level.elscint_rule && !creator && IsElscintAttribute(tag),
+                     is_text ? element->GetText() : std::string()});
   }
+}
+
+/// The walk over a record whose attributes that were asked for are all plain text, as nearly always: the response takes
+/// their bytes. False when there is another one; then nothing is told.
+bool Disk_RecordWalk::pack(Dicom_Msg const& record, bool* matches) const {
+  packer_.Drop();
+  *matches = false;
+  Dicom_ElementCursor cursor(record, keys_.empty() ? 0 : keys_.front().tag.Number());
+  for (Key const& key : keys_) {
+    cursor.Seek(key.tag.Number());
+    if (cursor.AtEnd()) break;
+    Dicom_ME const& element = cursor.Element();
+    if (element.GetTag().Number() != key.tag.Number()) continue;
+    if (!Dicom_Packer::Takes(element)) return false;
+    if (!key.wanted.empty() && !element.MatchText(key.wanted)) return true;
+    packer_.Add(element);
+  }
+  return *matches = true;
 }
 
 int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** response) const {
@@ -45,12 +66,16 @@ int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** respo
     DISK_LOG_TEXT(3, level_.cant_create_response);
     return -1;
   }
+  bool matches = false;
+  if (can_pack_ && pack(record, &matches)) {
+    if (matches) *response = new SCL_QueryRspIdentifier(packer_.Finish());
+    return 0;
+  }
   Dicom_ElementCursor cursor(record);
   for (Key const& key : keys_) {
     Dicom_Tag tag = key.tag;
     if (tag.ResolveIfFound(record) == -1) continue; // no such private block: nothing is required
-    while (!cursor.AtEnd() && cursor.Element().GetTag().Compare(tag) == 0)
-      cursor.Next();
+    cursor.Seek(tag.Number());
     if (cursor.AtEnd() || cursor.Element().GetTag().Number() != tag.Number()) {
       if (key.elscint && !key.element->IsEmpty()) return 0;
       continue;

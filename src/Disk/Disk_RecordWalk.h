@@ -1,4 +1,6 @@
 #pragma once
+#include "dicom/Dicom_Packer.h"
+
 #include <Disk/Disk_DirectoryRecord.h>
 #include <dicom/SCL_Identifier.h>
 
@@ -35,12 +37,16 @@ private:
     Dicom_ME const* element;
     Dicom_Tag tag; // private ones without block
     bool elscint;  // an attribute that a record with its implementor's block must have, unless it is empty
+    std::string wanted;
   };
   enum class Found { Match, Mismatch, Failure };
+  bool pack(Dicom_Msg const& record, bool* matches) const;
   Found compare(Dicom_ME const& element, Key const& key, Dicom_Msg const& record, Dicom_Msg& response) const;
 
   SCL_QueryIdentifier const identifier_;
   Disk_WalkLevel const& level_;
   std::vector<Key> keys_;
+  bool can_pack_ = true;        // no key is of a private attribute or of anything but text
+  mutable Dicom_Packer packer_; // of the responses
   int status_ = 0;
 };

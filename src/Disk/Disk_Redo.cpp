@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <zlib.h>
 
 namespace {
@@ -102,7 +104,7 @@ void Disk_Redo::Settle() {
   extents_ = std::move(settled);
 }
 
-std::string Disk_Redo::encoded() const {
+std::string Disk_Redo::Encoded() const {
   std::string out(kMagic);
   PutNumber(out, kFormat);
   PutNumber(out, std::uint32_t(extents_.size()));
@@ -140,23 +142,15 @@ bool Disk_Redo::decode(std::string_view bytes) {
   return false;
 }
 
-int Disk_Redo::Save(std::string const& path, Util_Durability durability) const {
-  std::string const bytes = encoded();
-  std::string_view const parts[] = {bytes};
-  if (Util_FileSystem::WriteNewFile(path.c_str(), parts, true, durability) == 0 &&
-      Util_FileSystem::SyncDirectory(FolderOf(path).c_str(), durability) == 0)
-    return 0;
-  int const cause = errno;
-  Util_FileSystemInterface::Current().Unlink(path.c_str()); // nothing of it has been applied
-  errno = cause;
-  return -1;
-}
-
 Disk_Redo::Found Disk_Redo::Load(std::string const& path) {
   std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(path.c_str(), kMostBytes);
   if (!file) {
     Clear();
     return errno == ENOENT ? Found::None : Found::Unreadable;
+  }
+  if (file->size() == 0) {
+    Clear();
+    return Found::None;
   }
   return decode({file->data(), file->size()}) ? Found::Whole : Found::Torn;
 }
@@ -202,4 +196,60 @@ void Disk_Redo::LayOver(char* data, std::uint32_t size, std::uint32_t offset, lo
     std::memcpy(data + (from - offset), extent.bytes.data() + (from - extent.offset), std::size_t(to - from));
     *count = std::max(*count, long(to - offset));
   }
+}
+
+// The file
+
+bool Disk_RedoFile::MayHoldRecord() {
+  struct stat status {};
+  bool const is_there = Util_FileSystemInterface::Current().Stat(path_.c_str(), &status) == 0;
+  bool const is_absent = !is_there && errno == ENOENT;
+  if (!is_there || status.st_ino != inode_) file_ = {};
+  return is_there ? status.st_size > 0 : !is_absent;
+}
+
+/// What stands there and isn't a file of one name gives way: its bytes may be those of another.
+int Disk_RedoFile::open() {
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+  file_ = Util_FileSystem::Open(path_.c_str(), kFlags);
+  struct stat status {};
+  if (file_ && system.Fstat(file_.Get(), &status) == -1) return -1;
+  bool const is_ours = file_ && S_ISREG(status.st_mode) && status.st_nlink == 1;
+  if (!is_ours) {
+    if (!file_ && errno != ELOOP && errno != ENXIO) return -1;
+    file_ = {};
+    if (system.Unlink(path_.c_str()) == 0) file_ = Util_FileSystem::Open(path_.c_str(), kFlags | O_EXCL);
+    if (!file_ || system.Fstat(file_.Get(), &status) == -1) return -1;
+  }
+  inode_ = status.st_ino;
+  entry_lasts_ = false;
+  return 0;
+}
+
+int Disk_RedoFile::Save(Disk_Redo const& redo, Util_Durability durability) {
+  std::string const bytes = redo.Encoded();
+  bool const is_open = file_ || open() == 0;
+  bool const lasts = is_open && Util_FileSystem::PwriteAll(file_.Get(), bytes.data(), bytes.size(), 0) == 0 &&
+                     Util_FileSystem::SyncFile(file_.Get(), durability) == 0 &&
+                     (entry_lasts_ || Util_FileSystem::SyncDirectory(FolderOf(path_).c_str(), durability) == 0);
+  if (lasts) {
+    entry_lasts_ = entry_lasts_ || durability == Util_Durability::Full;
+    return 0;
+  }
+  int const cause = errno;
+  if (is_open) Clear(); // nothing of it has been applied
+  file_ = {};
+  errno = cause;
+  return -1;
+}
+
+void Disk_RedoFile::Clear() {
+  Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  if (system.Ftruncate(file_.Get(), 0) == -1) system.Unlink(path_.c_str());
+}
+
+void Disk_RedoFile::Remove() {
+  if (file_ && !MayHoldRecord()) Util_FileSystemInterface::Current().Unlink(path_.c_str());
+  file_ = {};
 }

@@ -13,8 +13,8 @@ class Disk_StorageStrategy;
 ///
 /// A killed process must leave neither half of a record nor half of a chain. So all writes of an operation are
 /// gathered; then they go, with a checksum, to a small file beside the DICOMDIR, and only then into the DICOMDIR.
-/// Whoever takes the file-set's lock and finds that file writes its content again, which changes nothing that is
-/// there already, and removes it. One that isn't whole never had any effect and has none.
+/// Whoever takes the file-set's lock and finds content in that file writes it again, which changes nothing that is
+/// there already. What isn't whole never had any effect and has none.
 class Disk_Redo {
 public:
   void Add(std::uint32_t offset, std::string_view bytes);
@@ -25,10 +25,10 @@ public:
   /// Brings the extents into ascending order, what was written last over what was written before, neighbours joined.
   void Settle();
 
-  /// Writes the record to a file and syncs it and its entry. 0, or -1 with errno.
-  int Save(std::string const& path, Util_Durability durability) const;
+  std::string Encoded() const;
   enum class Found { None, Torn, Whole, Unreadable };
-  /// Reads a record. Torn: what stands there has no meaning. Unreadable: errno tells why.
+  /// Reads a record. None: there is no file, or nothing in it. Torn: what stands there has no meaning. Unreadable:
+  /// errno tells why.
   Found Load(std::string const& path);
 
   /// Whether the extents leave no hole in a file of that size. One that they were made for has none.
@@ -55,9 +55,34 @@ private:
     std::int32_t number;
     friend bool operator==(Version const&, Version const&) = default;
   };
-  std::string encoded() const;
   bool decode(std::string_view bytes);
 
   std::vector<Extent> extents_;
   std::vector<Version> versions_;
+};
+
+/// The file of the records: empty, but while an operation writes what is in it. It stays from one operation to the
+/// next, as making one anew costs more than all else that is done with it.
+class Disk_RedoFile {
+public:
+  explicit Disk_RedoFile(std::string path) : path_(std::move(path)) {}
+
+  std::string const& Path() const { return path_; }
+  bool IsOpen() const { return bool(file_); }
+  /// Whether there may be a record; also when that can't be told. The caller holds the file-set's lock.
+  bool MayHoldRecord();
+  /// Writes a record and syncs it. 0; or -1 with errno, and then it has no effect.
+  int Save(Disk_Redo const& redo, Util_Durability durability);
+  /// What is in it has been done. If it stays, whoever comes next does the same again.
+  void Clear();
+  /// Closes the file, and removes it if no record is in it. The caller holds the file-set's lock.
+  void Remove();
+
+private:
+  int open();
+
+  std::string path_;
+  Util_FileDescriptor file_;
+  std::uint64_t inode_ = 0;
+  bool entry_lasts_ = false;
 };

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::string_view kMagic = "DISK UNSYNCED 1\n";
+constexpr std::string_view kMagic = "DISK UNSYNCED 2\n";
 constexpr auto kFull = Util_Durability::Full;
 
 Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current(); }
@@ -67,18 +67,48 @@ int Establish(std::string const& unfinished, std::string const& copy) {
   return System().Rename(unfinished.c_str(), copy.c_str());
 }
 
-std::uint64_t Checksum(std::string_view bytes) {
-  std::uint64_t sum = bytes.size();
-  while (!bytes.empty()) {
-    std::uint64_t word = 0;
-    std::size_t const count = std::min(bytes.size(), sizeof word);
-    std::memcpy(&word, bytes.data(), count);
-    sum = (sum ^ word) * 0x9E3779B97F4A7C15u;
-    sum ^= sum >> 29;
-    bytes.remove_prefix(count);
+/// Over four columns of words, as one alone would wait for each of its multiplications. However the bytes are cut into
+/// parts, they have the same sum.
+class Checksum {
+public:
+  void Add(std::string_view bytes) {
+    length_ += bytes.size();
+    if (held_ > 0) {
+      std::size_t const count = std::min(bytes.size(), sizeof words_ - held_);
+      std::memcpy(reinterpret_cast<char*>(words_) + held_, bytes.data(), count);
+      bytes.remove_prefix(count);
+      if ((held_ += count) < sizeof words_) return;
+      mix();
+    }
+    for (; bytes.size() >= sizeof words_; bytes.remove_prefix(sizeof words_)) {
+      std::memcpy(words_, bytes.data(), sizeof words_);
+      mix();
+    }
+    std::memcpy(words_, bytes.data(), held_ = bytes.size());
   }
-  return sum;
-}
+  std::uint64_t Length() const { return length_; }
+  std::uint64_t Sum() {
+    std::memset(reinterpret_cast<char*>(words_) + held_, 0, sizeof words_ - held_);
+    mix();
+    std::uint64_t sum = length_;
+    for (std::uint64_t const column : columns_)
+      sum = mixed(sum, column);
+    return sum;
+  }
+
+private:
+  static std::uint64_t mixed(std::uint64_t sum, std::uint64_t word) {
+    sum = (sum ^ word) * 0x9E3779B97F4A7C15u;
+    return sum ^ sum >> 29;
+  }
+  void mix() {
+    for (int i = 0; i < 4; ++i)
+      columns_[i] = mixed(columns_[i], words_[i]);
+  }
+
+  std::uint64_t columns_[4] = {1, 2, 3, 4}, words_[4] = {}, length_ = 0;
+  std::size_t held_ = 0; // bytes of words_ that wait for the rest
+};
 
 } // namespace
 
@@ -114,6 +144,7 @@ int Disk_RelaxedEpoch::LockShared() {
       if (errno != ENOENT) return -1;
       continue;
     }
+    if (is_lasting()) return 0;
     std::string found(wanted.size() + 1, '\0');
     ssize_t const count = Util_FileSystem::PreadAll(lock_.GetFd(), found.data(), found.size(), 0);
     bool const is_ours = count >= 0 && found.substr(0, std::size_t(count)) == wanted;
@@ -131,14 +162,22 @@ int Disk_RelaxedEpoch::LockShared() {
 /// Its own entry is synced with that of the first copy.
 int Disk_RelaxedEpoch::make_boot_last(bool is_written) {
   if (!is_written && Util_FileSystem::PwriteAll(lock_.GetFd(), content_.data(), content_.size(), 0) == -1) return -1;
-  struct stat status {};
-  if (System().Fstat(lock_.GetFd(), &status) == -1) return -1;
-  std::array<long, 3> const file{long(status.st_ino), long(status.st_mtim.tv_sec), long(status.st_mtim.tv_nsec)};
-  if (file == lasting_) return 0;
   if (Util_FileSystem::SyncFile(lock_.GetFd(), kFull) == -1 ||
       Util_FileSystem::SyncDirectory(prefix_.c_str(), kFull) == -1)
     return -1;
-  lasting_ = file;
+  return look_at_boot(&lasting_);
+}
+
+/// Whether BOOT is the one of which we know that it is ours and lasts.
+bool Disk_RelaxedEpoch::is_lasting() const {
+  FileState now{};
+  return look_at_boot(&now) == 0 && now == lasting_;
+}
+
+int Disk_RelaxedEpoch::look_at_boot(FileState* state) const {
+  struct stat status {};
+  if (System().Fstat(lock_.GetFd(), &status) == -1) return -1;
+  *state = {long(status.st_ino), long(status.st_mtim.tv_sec), long(status.st_mtim.tv_nsec)};
   return 0;
 }
 
@@ -182,9 +221,12 @@ int Disk_RelaxedEpoch::End(std::string const& prefix) {
   return remove_copies(folder);
 }
 
-std::array<char, Disk_RelaxedEpoch::kPreamble> Disk_RelaxedEpoch::Mark(std::string_view bytes_behind) {
+std::array<char, Disk_RelaxedEpoch::kPreamble> Disk_RelaxedEpoch::Mark(std::span<std::string_view const> bytes_behind) {
   std::array<char, kPreamble> mark{};
-  std::uint64_t const numbers[] = {bytes_behind.size(), Checksum(bytes_behind)};
+  Checksum checksum;
+  for (std::string_view const part : bytes_behind)
+    checksum.Add(part);
+  std::uint64_t const numbers[] = {checksum.Length(), checksum.Sum()};
   std::copy(kMagic.begin(), kMagic.end(), mark.begin());
   std::memcpy(mark.data() + kMagic.size(), numbers, sizeof numbers);
   return mark;
@@ -193,6 +235,7 @@ std::array<char, Disk_RelaxedEpoch::kPreamble> Disk_RelaxedEpoch::Mark(std::stri
 bool Disk_RelaxedEpoch::IsWhole(std::string_view file) {
   if (file.size() < kPreamble || file.substr(kPreamble, 4) != "DICM") return false;
   if (!file.starts_with(kMagic)) return true;
-  std::array<char, kPreamble> const mark = Mark(file.substr(kPreamble));
+  std::string_view const behind[] = {file.substr(kPreamble)};
+  std::array<char, kPreamble> const mark = Mark(behind);
   return file.starts_with(std::string_view(mark.data(), mark.size()));
 }

@@ -3,6 +3,7 @@
 #include <infra/Klb_LockFile.h>
 
 #include <array>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -42,7 +43,7 @@ public:
 
   /// The preamble that tells an unsynced directory file, whose bytes follow it, from a torn one.
   static constexpr std::size_t kPreamble = 128;
-  static std::array<char, kPreamble> Mark(std::string_view bytes_behind);
+  static std::array<char, kPreamble> Mark(std::span<std::string_view const> bytes_behind);
   /// Whether a file is as it was written: always true for one that was synced.
   static bool IsWhole(std::string_view file);
 
@@ -54,13 +55,16 @@ private:
 
   std::string const& content();
   int make_boot_last(bool is_written);
+  using FileState = std::array<long, 3>; // inode, and when it was written
+  bool is_lasting() const;
+  int look_at_boot(FileState* state) const;
   /// The boot of this machine; empty where none can be told.
   static std::string boot_id();
   static int remove_copies(std::string const& folder);
   static int mend(std::string const& prefix, bool standard);
 
   std::string prefix_, boot_, content_; // of BOOT
-  std::array<long, 3> lasting_{};       // the BOOT that was synced: its inode, and when it was written
+  FileState lasting_{};                 // of the BOOT that was synced
   bool standard_;
   Klb_LockFile lock_;
   bool initialised_ = false;

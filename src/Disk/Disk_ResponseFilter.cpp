@@ -80,10 +80,9 @@ int Disk_TakeItemsOver(Dicom_Sequence& lower, Dicom_Sequence& results, Dicom_Tag
 }
 
 void Disk_DeclareCharacterSet(Dicom_Msg& response) {
-  for (int i = 0; i < response.GetNElements(); ++i) {
-    Dicom_ME const& element = *response.GetElement(i);
-    if (!Dicom_IsCharsetText(element.GetVR()) || Dicom_IsPlainAscii(element.GetText())) continue;
-    response.Set(kSpecificCharacterSet, Dicom_CS("ISO_IR 192"));
-    return;
-  }
+  if (response.Has(kSpecificCharacterSet)) return;
+  bool needed = false;
+  for (Dicom_ElementCursor cursor(response); !cursor.AtEnd() && !needed; cursor.Next())
+    needed = Dicom_IsCharsetText(cursor.Element().GetVR()) && !Dicom_IsPlainAscii(cursor.Element().GetText());
+  if (needed) response.Set(kSpecificCharacterSet, Dicom_CS("ISO_IR 192"));
 }

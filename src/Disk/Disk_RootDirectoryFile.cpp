@@ -27,7 +27,16 @@ Disk_RootDirectoryFile::Disk_RootDirectoryFile(wchar_t const* file_set_prefix, D
                                                long reserved, int* status, Disk_StorageStrategy* strategy)
     : Disk_RootDirectoryFile(ToUTF8(file_set_prefix).data(), store_params, reserved, status, strategy) {}
 
-Disk_RootDirectoryFile::~Disk_RootDirectoryFile() = default;
+Disk_RootDirectoryFile::~Disk_RootDirectoryFile() {
+  if (!dicomdir || !dicomdir->UsesRedoFile()) return;
+  int const code = KlbGError.Get();
+  Disk_Guarded("~Disk_RootDirectoryFile", [&] {
+    if (lock_manager.TryLockExclusive() != 0) return 0; // who has it may need the file
+    dicomdir->RemoveRedoFile();
+    return lock_manager.UnlockExclusive();
+  });
+  KlbGError.Set(code); // nobody asked for this
+}
 
 void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status) {
   if (*status == -1) {
@@ -113,11 +122,13 @@ int Disk_RootDirectoryFile::Recover(char const* file_set_prefix) {
 void Disk_RootDirectoryFile::forget_records() {
   MarkDirty();
   study_file.reset();
+  kept_study_file.reset();
 }
 
 int Disk_RootDirectoryFile::Read() {
   if (IsUpToDate()) return 0;
   MarkDirty(); // until all is read: what fails on the way must not leave a part of it as the whole
+  lasting_folder.clear();
   patients.clearAndDestroy();
   studies.Clear();
   if (is_standard()) return read_standard();
@@ -197,12 +208,14 @@ int Disk_RootDirectoryFile::Write() {
     return result;
   }
   Dicom_Sequence sequence;
+  sequence.Reserve(patients.entries() + study_index().Size());
   for (Disk_PatientDirectoryRecord* patient : patients) {
     if (!patient) {
       DISK_LOG(3, "Write(): Bad patient directory record.\n");
       KlbGError.Set(DISK_ERROR_NULL_RECORD);
       return -1;
     }
+    patient->GetRecordMsg()->Condense();
     if (sequence.Append(patient->GetRecordMsg(), false) == -1) {
       DISK_LOG(3, "Write(): Can't add message to sequence.\n");
       return -1;
@@ -265,27 +278,34 @@ Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Disk_PatientDi
   return Disk_FindRecord(patient.GetStudyRecords(), is_standard(), kStudyInstanceUid, study_uid.View());
 }
 
-/// Over all patients. Records that stay in memory are indexed; those of the private structure, which are read again
-/// for each store, are walked.
+/// Over all patients.
 Disk_StudyIndex::Entry Disk_RootDirectoryFile::find_study(Dicom_UI const& study_uid) const {
-  if (is_standard()) {
-    if (studies.IsEmpty())
-      for (Disk_PatientDirectoryRecord* patient : patients)
-        for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
-          studies.Add(patient, study);
-    return studies.Find(study_uid.View(), [](Disk_StudyIndex::Entry const& entry) {
-      return Disk_IsLive(*entry.patient, true) && Disk_IsLive(*entry.study, true);
-    });
+  return study_index().Find(study_uid.View(), [this](Disk_StudyIndex::Entry const& entry) {
+    return Disk_IsLive(*entry.patient, is_standard()) && Disk_IsLive(*entry.study, is_standard());
+  });
+}
+
+Disk_StudyIndex const& Disk_RootDirectoryFile::study_index() const {
+  if (studies.IsEmpty()) {
+    Disk_StudyIndex index; // one that memory doesn't suffice for mustn't pass for the whole
+    for (Disk_PatientDirectoryRecord* patient : patients)
+      for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
+        index.Add(patient, study);
+    studies = std::move(index);
   }
-  for (Disk_PatientDirectoryRecord* patient : patients)
-    if (Disk_StudyDirectoryRecord* study = GetStudyRecord(*patient, study_uid)) return {patient, study};
-  return {};
+  return studies;
 }
 
 void Disk_RootDirectoryFile::GetStudyFile(Disk_StudyDirectoryRecord* study) {
+  if (kept_study_file && !study_file && kept_study_file->RefuseLink() == 0) study_file = std::move(kept_study_file);
   open_below(study_file, *study, study->GetRecordMsg()->GetStudyInstanceUID());
 }
 
 void Disk_RootDirectoryFile::ResetStudyFile() {
   if (!is_standard()) study_file.reset();
+}
+
+/// The next operation is often about the same study. Its records are read again then if others have written them.
+void Disk_RootDirectoryFile::KeepStudyFile() {
+  if (!is_standard()) kept_study_file = std::move(study_file);
 }

@@ -192,6 +192,7 @@ int Disk_RootDirectoryFile::DeleteStudyFromList(Disk_StudyDirectoryRecord* study
     DISK_LOG(3, "DeleteStudy(): Can't find patient directory record.\n");
     return -1;
   }
+  studies.Clear();
   delete patient->GetStudyRecords().remove(study);
   if (patient->GetStudyRecords().isEmpty()) delete patients.remove(patient);
   DISK_LOG(7, "Exiting DeleteStudyFromList\n");
@@ -218,7 +219,8 @@ int Disk_RootDirectoryFile::standard_delete_study(Disk_StudyDirectoryRecord* stu
 }
 
 /// The directory of a study or series of the standard structure. What else stands in it stays, and it too.
-void Disk_DirectoryFile::remove_hash_directory(Dicom_UI const& uid, char const* who) const {
+void Disk_DirectoryFile::remove_hash_directory(Dicom_UI const& uid, char const* who) {
+  lasting_folder.clear();
   std::string const folder = GenerateFileID(uid).Path();
   if (Util_FileSystemInterface::Current().Access(folder.c_str(), 0) == -1) {
     DISK_LOG(6, "%s: dir %s doesn't exist.\n", who, folder.c_str());

@@ -29,7 +29,8 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
     return -1;
   }
   Disk_FileSetHold file_set;
-  if (lock(file_set, true, !is_standard()) == -1) {
+  bool const may_write = !is_standard() && is_another_study(study_uid);
+  if (lock(file_set, true, may_write) == -1) {
     DISK_LOG(3, "GetOne(): Can't lock file-set.\n");
     return -1;
   }
@@ -70,14 +71,22 @@ int Disk_RootDirectoryFile::fetch_by_uids(SCL_MoveIdentifier const& identifier, 
   }
   *reached = true;
   int const result = study_file->GetOne(identifier.GetSeriesInstanceUID(), identifier.GetSOPInstanceUID(), object);
-  if (held.Release() == -1) DISK_LOG(3, "GetOne(): Can't unlock study.\n");
+  if (held.Release() == -1)
+    DISK_LOG(3, "GetOne(): Can't unlock study.\n");
+  else
+    KeepStudyFile();
   ResetStudyFile();
   return result;
 }
 
+/// Whether the study isn't the one that was fetched from last, of which the access is noted.
+bool Disk_RootDirectoryFile::is_another_study(Dicom_UI const& study_uid) const {
+  return study_uid != UI_NULL && !(study_uid == current_study_uid);
+}
+
 /// Brings the study's access date up to date. Nothing that goes wrong here fails the fetch.
 void Disk_RootDirectoryFile::note_access(Dicom_UI const& study_uid) {
-  if (study_uid == current_study_uid || study_uid == UI_NULL) return;
+  if (!is_another_study(study_uid)) return;
   current_study_uid = study_uid;
   Read();
   if (!GetStudyRecord(study_uid)) {
@@ -89,7 +98,7 @@ void Disk_RootDirectoryFile::note_access(Dicom_UI const& study_uid) {
   // The file-set is locked shared, so nobody stores; of several fetches at this step one writes, and the others
   // leave it to that one. Whoever writes looks at the records once more first.
   Klb_LockFile turn;
-  if (turn.Init(GetFileSetPrefix(), version_path().c_str(), 1) == -1 || turn.TryLockExclusive() != 0) return;
+  if (turn.Init(GetFileSetPrefix(), own_version_path.c_str(), 1) == -1 || turn.TryLockExclusive() != 0) return;
   if (Read() == -1) return;
   Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
   if (!study) return;

@@ -66,36 +66,53 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
                                            Dicom_Sequence* results) {
   Disk_RecordWalk const walk(identifier, kStudyLevel);
   DISK_LOG(7, "Got %d Elements in query identifier\n", identifier.GetNElements());
+  auto const* const only = study_index().AllOf(identifier.GetStudyInstanceUID().View());
+  if (only) {
+    for (Disk_StudyIndex::Entry const& entry : *only) {
+      std::unique_ptr<SCL_QueryRspIdentifier> response;
+      int const may_match = query_patient(walk, *entry.patient, level, &response);
+      if (may_match == -1) return -1;
+      if (may_match && query_below(walk, entry.study, response.get(), level, identifier, results) == -1) return -1;
+    }
+    return 0;
+  }
   for (Disk_PatientDirectoryRecord* patient : patients) {
-    if (!Disk_IsLive(*patient, is_standard())) continue;
-    std::unique_ptr<SCL_QueryRspIdentifier> patient_response;
-    if (is_standard() && level == SCL_QueryRetrieveLevel::STUDY) {
-      if (query_record(walk, *patient, &patient_response) == -1) {
-        DISK_LOG(3, "Query: Failed query the patient record.\n");
-        return -1;
-      }
-      if (!patient_response) continue;
-    }
-    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
-      if (!Disk_IsLive(*study, is_standard())) continue;
-      int result = 0;
-      switch (level) {
-      case SCL_QueryRetrieveLevel::STUDY:
-        result = query_study(walk, *study, patient_response.get(), results);
-        break;
-      case SCL_QueryRetrieveLevel::SERIES:
-      case SCL_QueryRetrieveLevel::IMAGE:
-        result = query_lower(study, level, identifier, results);
-        break;
-      default:
-        DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
-        KlbGError.Set(DISK_ERROR_LEVEL);
-        result = -1;
-      }
-      if (result == -1) return -1;
-    }
+    std::unique_ptr<SCL_QueryRspIdentifier> response;
+    int const may_match = query_patient(walk, *patient, level, &response);
+    if (may_match == -1) return -1;
+    if (!may_match) continue;
+    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
+      if (query_below(walk, study, response.get(), level, identifier, results) == -1) return -1;
   }
   return 0;
+}
+
+/// 1 when the patient's studies may match, with what the patient's record tells where that isn't told by theirs; 0; -1.
+int Disk_RootDirectoryFile::query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
+                                          SCL_QueryRetrieveLevel::Value level,
+                                          std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
+  if (!Disk_IsLive(patient, is_standard())) return 0;
+  if (!is_standard() || level != SCL_QueryRetrieveLevel::STUDY) return 1;
+  if (query_record(walk, patient, response) == 0) return *response ? 1 : 0;
+  DISK_LOG(3, "Query: Failed query the patient record.\n");
+  return -1;
+}
+
+int Disk_RootDirectoryFile::query_below(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord* study,
+                                        Dicom_Msg const* patient_response, SCL_QueryRetrieveLevel::Value level,
+                                        SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
+  if (!Disk_IsLive(*study, is_standard())) return 0;
+  switch (level) {
+  case SCL_QueryRetrieveLevel::STUDY:
+    return query_study(walk, *study, patient_response, results);
+  case SCL_QueryRetrieveLevel::SERIES:
+  case SCL_QueryRetrieveLevel::IMAGE:
+    return query_lower(study, level, identifier, results);
+  default:
+    DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
+    KlbGError.Set(DISK_ERROR_LEVEL);
+    return -1;
+  }
 }
 
 int Disk_RootDirectoryFile::query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
@@ -153,7 +170,7 @@ int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_Qu
     DISK_LOG(3, "Query(): Can't unlock study.\n");
     return -1;
   }
-  ResetStudyFile();
+  KeepStudyFile();
   Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
   return Disk_TakeItemsOver(local, *results, kStudyInstanceUid, uid, "Query(): Can't get Study instance UID.\n");
 }

@@ -40,12 +40,11 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
     DISK_LOG(3, "Store: Can't unlock file-set.\n");
     return -1;
   }
-  ResetStudyFile();
+  KeepStudyFile();
   return 0;
 }
 
-/// Takes the file-set's lock and brings the records up to date. From here on a failure makes the next Read load them
-/// again.
+/// Takes the file-set's lock and brings the records up to date.
 int Disk_RootDirectoryFile::lock_for_store(Disk_FileSetHold& file_set) {
   if (lock(file_set, false) == -1) {
     DISK_LOG(3, "Store: Can't lock file-set.\n");
@@ -55,7 +54,7 @@ int Disk_RootDirectoryFile::lock_for_store(Disk_FileSetHold& file_set) {
     DISK_LOG(3, "Store: Can't read root directory file.\n");
     return -1;
   }
-  MarkDirty();
+  if (is_standard()) MarkDirty();
   return 0;
 }
 
@@ -64,7 +63,10 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
   Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
   bool const new_study = !study;
   Disk_PatientDirectoryRecord* patient = nullptr;
-  if (new_study && add_study(request, &patient, &study) == -1) return -1;
+  if (new_study) {
+    MarkDirty(); // a failure from here on makes the next Read load the records again
+    if (add_study(request, &patient, &study) == -1) return -1;
+  }
 
   // a known study has its own lock: other studies go on meanwhile
   GetStudyFile(study);
@@ -82,6 +84,7 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
       return -1;
     }
   }
+  MarkDirty();
   if (update_zentara_details(study, request.msg, new_series, new_image) == -1) {
     DISK_LOG(3, "Store: Failed updating the zentara details.\n");
     return -1;
@@ -239,6 +242,7 @@ int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_
     return -1;
   }
   if (study->SetReferencedFileID(id.GetID()) == -1) return -1;
+  studies.Add(patient, study); // first: nothing may fail once the list owns the record
   patient->GetStudyRecords().append(study);
   return 0;
 }

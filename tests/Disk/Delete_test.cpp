@@ -118,6 +118,8 @@ protected:
       EXPECT_TRUE(!structure || DicomdirWalk(At("DICOMDIR")).problems.empty());
     }
     EXPECT_EQ(root->Sync(), 0); // and with it what relaxed deletes keep
+    root.reset();
+    other.reset();
     std::vector<std::string> left;
     for (auto const& entry : fs::directory_iterator(Prefix()))
       left.push_back(entry.path().filename());

@@ -157,6 +157,14 @@ int Recorder::Rename(char const* from, char const* to) {
   return enter(std::move(entries)), result;
 }
 
+int Recorder::Exchange(char const* a, char const* b) {
+  Step::Entry first = find(a), second = find(b);
+  int const result = Base::Exchange(a, b);
+  if (result == -1) return result;
+  std::swap(first.inode, second.inode);
+  return enter({first, second}), result;
+}
+
 int Recorder::Link(char const* from, char const* to) {
   int const result = Base::Link(from, to);
   if (result == -1) return result;

@@ -58,6 +58,7 @@ public:
   ssize_t Writev(int fd, iovec const* parts, int count) override;
   off_t Lseek(int fd, off_t offset, int whence) override;
   int Rename(char const* from, char const* to) override;
+  int Exchange(char const* a, char const* b) override;
   int Link(char const* from, char const* to) override;
   int Unlink(char const* path) override;
   int Mkdir(char const* path, mode_t mode) override;
