@@ -18,11 +18,7 @@ public:
 
   int Open(char const* path, int flags, mode_t mode) override {
     int const fd = Util_FileSystemInterface::Open(path, flags, mode);
-    std::string const name = path;
-    files_[fd] = name.ends_with("/DICOMDIR")    ? Dicomdir
-                 : name.ends_with(".redo")      ? Redo
-                 : name.find("/I") != name.npos ? Object
-                                                : Other;
+    files_[fd] = std::string(path).find("/I") != std::string::npos ? Object : Other;
     return fd;
   }
   ssize_t Write(int fd, void const* data, size_t n) override {
@@ -33,8 +29,10 @@ public:
   }
   ssize_t Pwrite(int fd, void const* data, size_t n, off_t at) override {
     ssize_t const count = Util_FileSystemInterface::Pwrite(fd, data, n, at);
-    bool const is_dicomdir = files_.count(fd) == 0 || files_[fd] == Dicomdir; // which was opened before
-    if (is_dicomdir) changed.push_back({std::size_t(at), std::size_t(count)});
+    bool const is_open_long = files_.count(fd) == 0; // the redo record's file, and the DICOMDIR
+    bool const is_redo = std::string_view(static_cast<char const*>(data), n).starts_with("DISKREDO");
+    if (is_redo) redo += std::size_t(count);
+    if (is_open_long && !is_redo) changed.push_back({std::size_t(at), std::size_t(count)});
     return count;
   }
 
@@ -42,9 +40,8 @@ public:
   std::vector<StandardLimit::Extent> changed;
 
 private:
-  enum Kind { Dicomdir, Redo, Object, Other };
+  enum Kind { Object, Other };
   ssize_t wrote(int fd, ssize_t count) {
-    if (files_[fd] == Redo) redo += std::size_t(count);
     if (files_[fd] == Object) object += std::size_t(count);
     return count;
   }
