@@ -97,20 +97,22 @@ protected:
   /// `first`; and writes them, with VERSION. 0, or -1 (logged).
   int read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
   int write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts);
-  /// Makes `file` the directory file below a record of this one, by the UID that names its directory in the standard
-  /// structure. One that is kept from an earlier call stays if it is the right one.
+  /// Makes `file` the directory file below a record of this one, whose UID, under `uid_tag`, names its directory in the
+  /// standard structure. One that is kept from an earlier call stays if it is the right one.
   template <class File>
-  void open_below(std::unique_ptr<File>& file, Disk_DirectoryRecord const& record, Dicom_UI const& uid) {
-    Disk_FileID id(GetFileSetPrefix(), record.GetReferencedFileID(), 0);
-    unsigned offset = 0;
+  void open_below(std::unique_ptr<File>& file, Disk_DirectoryRecord const& record, Dicom_Tag const& uid_tag) {
+    constexpr Dicom_Tag kReferencedFile(0x0004, std::uint16_t(0x1500));
     if (is_standard()) {
-      id = GenerateFileID(uid);
+      Disk_FileID id = GenerateFileID(record.GetRecordMsg()->Value<Dicom_UI>(uid_tag));
       id.AddComponent("DIRFILE");
-      offset = record.GetOffsetOfReferencedLowerLevelDirectoryEntity();
+      unsigned const offset = record.GetOffsetOfReferencedLowerLevelDirectoryEntity();
+      // without records below, all of them have offset 0: the names tell them apart
+      if (!file || !(file->GetFileID() == id) || file->GetOffset() != offset)
+        file = std::make_unique<File>(id, params, standard_dicomdir, offset);
+    } else if (!file || !record.GetRecordMsg()->TextEquals(kReferencedFile, file->GetFileID().View())) {
+      file =
+          std::make_unique<File>(Disk_FileID(GetFileSetPrefix(), record.GetReferencedFileID(), 0), params, nullptr, 0);
     }
-    // without records below, all of them have offset 0: the names tell them apart
-    if (!file || !(file->GetFileID() == id) || file->GetOffset() != offset)
-      file = std::make_unique<File>(id, params, standard_dicomdir, offset);
     file->SetWritingStrategy(writing_strategy);
   }
 

@@ -21,7 +21,7 @@ class DISK_EXPORT Disk_File {
 public:
   Disk_File(Disk_FileID const& id) : file_id(id) {}
 
-  Disk_FileID GetFileID() const { return file_id; }
+  Disk_FileID const& GetFileID() const { return file_id; }
   char const* GetFileSetPrefix() const { return file_id.GetFileSetPrefix(); }
 
   /// Stamps `msg` with the program's version and writes it in `syntax`. 0 when the file stands under its name, with

@@ -3,6 +3,7 @@
 #include <infra/Disk_Export.h>
 
 #include <string>
+#include <string_view>
 
 /// The name of a file of a file-set in its two forms: the multi-valued code string that a record stores as its
 /// Referenced File ID, and a path below the file-set's prefix.
@@ -38,6 +39,8 @@ public:
 
   /// A copy of the code string, for storing in a record.
   Dicom_CS GetID() const { return id_; }
+  /// Its text, without a copy.
+  std::string_view View() const { return id_.View(); }
   /// The prefix; null in a default-constructed ID.
   char const* GetFileSetPrefix() const { return has_prefix_ ? prefix_.c_str() : nullptr; }
   friend bool operator==(Disk_FileID const& a, Disk_FileID const& b) {

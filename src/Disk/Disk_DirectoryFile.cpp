@@ -26,7 +26,7 @@ namespace {
 /// Whether a file that is written from now on gets another time than one that was written then: times go on in steps
 /// of some milliseconds.
 bool IsOld(std::int64_t seconds, std::int64_t nanoseconds) {
-  constexpr std::int64_t kSecond = 1'000'000'000, kEnough = kSecond / 10;
+  constexpr std::int64_t kSecond = 1'000'000'000, kEnough = kSecond / 50;
   std::timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   return (now.tv_sec - seconds) * kSecond + now.tv_nsec - nanoseconds > kEnough;

@@ -298,7 +298,7 @@ Disk_StudyIndex const& Disk_RootDirectoryFile::study_index() const {
 
 void Disk_RootDirectoryFile::GetStudyFile(Disk_StudyDirectoryRecord* study) {
   if (kept_study_file && !study_file && kept_study_file->RefuseLink() == 0) study_file = std::move(kept_study_file);
-  open_below(study_file, *study, study->GetRecordMsg()->GetStudyInstanceUID());
+  open_below(study_file, *study, kStudyInstanceUid);
 }
 
 void Disk_RootDirectoryFile::ResetStudyFile() {

@@ -40,7 +40,7 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
     result = Disk_ObjectFile(id, params).Get(object, async);
   } else {
     bool reached = false;
-    result = fetch_by_uids(identifier, object, &reached);
+    result = fetch_by_uids(study_uid, identifier, object, &reached);
     if (!reached) return -1;
   }
   note_access(study_uid);
@@ -52,12 +52,13 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
 }
 
 /// `*reached` tells whether the study was reached; only then does the fetch count as an access.
-int Disk_RootDirectoryFile::fetch_by_uids(SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* reached) {
+int Disk_RootDirectoryFile::fetch_by_uids(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier,
+                                          IOD_Msg** object, bool* reached) {
   if (Read() == -1) {
     DISK_LOG(3, "GetOne(): Can't read root directory file.\n");
     return -1;
   }
-  Disk_StudyDirectoryRecord* study = GetStudyRecord(identifier.GetStudyInstanceUID());
+  Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
   if (!study) {
     DISK_LOG(3, "GetOne(): Can't find study.\n");
     return -1;

@@ -69,7 +69,7 @@ Disk_SeriesDirectoryRecord* Disk_StudyDirectoryFile::GetSeriesRecord(Dicom_UI co
 }
 
 void Disk_StudyDirectoryFile::GetSeriesFile(Disk_SeriesDirectoryRecord* series) {
-  open_below(series_file, *series, series->GetRecordMsg()->GetSeriesInstanceUID());
+  open_below(series_file, *series, kSeriesInstanceUid);
 }
 
 int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image,
