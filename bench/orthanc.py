@@ -112,22 +112,23 @@ def questions(server, n):
 
 def main():
     phantom, base = sys.argv[1], pathlib.Path(sys.argv[2])
-    n = 2000 if "--quick" in sys.argv else 20000
-    for synced in (True, False):
+    points = {True: [1000, 5000, 20000], False: [1000]}
+    if "--quick" in sys.argv:
+        points = {True: [2000], False: []}
+    step = SERIES * IMAGES
+    for synced, counts in points.items():
         with tempfile.TemporaryDirectory(dir=base, prefix="disk_bench_") as place:
             folder = pathlib.Path(place)
             (folder / "store").mkdir()
             with Server(folder / "store", synced) as server:
-                count = n if synced else min(n, 2000)
-                step = SERIES * IMAGES
-                for study in range(1, count // step + 1):
-                    for content in objects(phantom, folder, study):
-                        server.ask("POST", "/instances", content)
-                more = iter(objects(phantom, folder, count // step + 1))
-                took = median(lambda: server.ask("POST", "/instances", next(more)), 30)
-                report("store, peers", "objects", "Orthanc, " + ("synced" if synced else "not synced"), count, took)
+                for study in range(1, max(counts, default=0) // step + 1):
+                    times = [timed(lambda: server.ask("POST", "/instances", content))
+                             for content in objects(phantom, folder, study)]
+                    if study * step in counts:
+                        who = "Orthanc, " + ("synced" if synced else "not synced")
+                        report("store, peers", "objects", who, study * step, statistics.median(times))
                 if synced:
-                    questions(server, count)
+                    questions(server, max(counts))
 
 
 if __name__ == "__main__":
