@@ -66,8 +66,9 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
                                            Dicom_Sequence* results) {
   Disk_RecordWalk const walk(identifier, kStudyLevel);
   DISK_LOG(7, "Got %d Elements in query identifier\n", identifier.GetNElements());
-  auto const* const only = study_index().AllOf(identifier.GetStudyInstanceUID().View());
-  if (only) {
+  // an identifier that no study may be compared with is refused, whether or not there is one with its UID
+  bool const is_fit = walk.Status() == 0 && level != SCL_QueryRetrieveLevel::UNKNOWN;
+  if (auto const* const only = is_fit ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
     for (Disk_StudyIndex::Entry const& entry : *only) {
       std::unique_ptr<SCL_QueryRspIdentifier> response;
       int const may_match = query_patient(walk, *entry.patient, level, &response);

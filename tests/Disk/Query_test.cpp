@@ -88,8 +88,11 @@ TEST_F(QueryTest, LevelsAndKeys) {
   int n = 0;
   for (Case const& c : cases)
     EXPECT_EQ(Ask(c.level, c.keys).size(), c.answers) << "case " << n++;
-  Ask(SCL_QueryRetrieveLevel::UNKNOWN, {}, -1);
-  EXPECT_EQ(KlbGError.Get(), DISK_ERROR_LEVEL);
+  for (char const* uid : {"", "1.2"}) { // of all studies, of none
+    KlbGError.Set(0);
+    Ask(SCL_QueryRetrieveLevel::UNKNOWN, {{kStudyUid, uid}}, -1);
+    EXPECT_EQ(KlbGError.Get(), DISK_ERROR_LEVEL);
+  }
 }
 
 TEST_F(QueryTest, ResponsesHoldWhatWasAskedAndTheUidsAbove) {
