@@ -41,20 +41,21 @@ inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records,
 }
 
 /// Appends the messages of `records` to `sequence`, which doesn't own them.
-inline int Disk_AppendRecords(Disk_RecordChain const& records, Dicom_Sequence& sequence, char const* null_entry) {
-  for (RWCollectable* item : records) {
-    auto* const record = static_cast<Disk_DirectoryRecord*>(item);
-    if (!record) {
-      DISK_LOG_TEXT(3, null_entry);
-      KlbGError.Set(DISK_ERROR_NULL_RECORD);
-      return -1;
-    }
-    record->GetRecordMsg()->Condense(); // one that stays as it is from now on is copied whole by each write
-    if (sequence.Append(record->GetRecordMsg(), false) == -1) {
-      DISK_LOG(3, "Write(): Can't add message to sequence.\n");
-      return -1;
-    }
+inline int Disk_AppendRecord(Disk_DirectoryRecord* record, Dicom_Sequence& sequence, char const* null_entry) {
+  if (!record) {
+    DISK_LOG_TEXT(3, null_entry);
+    KlbGError.Set(DISK_ERROR_NULL_RECORD);
+    return -1;
   }
+  record->GetRecordMsg()->Condense(); // one that stays as it is from now on is copied whole by each write
+  if (sequence.Append(record->GetRecordMsg(), false) == 0) return 0;
+  DISK_LOG(3, "Write(): Can't add message to sequence.\n");
+  return -1;
+}
+
+inline int Disk_AppendRecords(Disk_RecordChain const& records, Dicom_Sequence& sequence, char const* null_entry) {
+  for (RWCollectable* item : records)
+    if (Disk_AppendRecord(static_cast<Disk_DirectoryRecord*>(item), sequence, null_entry) == -1) return -1;
   return 0;
 }
 

@@ -210,16 +210,7 @@ int Disk_RootDirectoryFile::Write() {
   Dicom_Sequence sequence;
   sequence.Reserve(patients.entries() + study_index().Size());
   for (Disk_PatientDirectoryRecord* patient : patients) {
-    if (!patient) {
-      DISK_LOG(3, "Write(): Bad patient directory record.\n");
-      KlbGError.Set(DISK_ERROR_NULL_RECORD);
-      return -1;
-    }
-    patient->GetRecordMsg()->Condense();
-    if (sequence.Append(patient->GetRecordMsg(), false) == -1) {
-      DISK_LOG(3, "Write(): Can't add message to sequence.\n");
-      return -1;
-    }
+    if (Disk_AppendRecord(patient, sequence, "Write(): Bad patient directory record.\n") == -1) return -1;
     if (Disk_AppendRecords(patient->GetStudyRecords(), sequence, "Write(): Bad study directory record.\n") == -1)
       return -1;
   }
@@ -271,11 +262,6 @@ Disk_PatientDirectoryRecord* Disk_RootDirectoryFile::GetPatientRecord(Dicom_UI c
 
 Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Dicom_UI const& study_uid) const {
   return find_study(study_uid).study;
-}
-
-Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Disk_PatientDirectoryRecord const& patient,
-                                                                  Dicom_UI const& study_uid) const {
-  return Disk_FindRecord(patient.GetStudyRecords(), is_standard(), kStudyInstanceUid, study_uid.View());
 }
 
 /// Over all patients.
