@@ -1,6 +1,7 @@
 """Makes a table per area of the lines that the benchmarks report, and sets the aims beside them.
 
-Usage: table.py FIGURES [--json]   FIGURES is a file of lines of JSON. Ends with 1 when an aim isn't reached."""
+Usage: table.py FIGURES [--json]        FIGURES is a file of lines of JSON. Ends with 1 when an aim isn't reached
+       table.py FIGURES... --markdown   the aims beside what each run reached, for docs/performance.md"""
 import collections
 import json
 import sys
@@ -121,9 +122,26 @@ def aims(figures):
                    "reached": figure <= limit if kind == AT_MOST else figure >= limit}
 
 
+def read(path):
+    with open(path) as file:
+        return Figures([json.loads(line) for line in file if line.strip()])
+
+
+def print_markdown(paths):
+    runs = [{(aim["area"], aim["what"]): aim for aim in aims(read(path))} for path in paths]
+    print("| Area | | Aim |" + "".join(f" Run {i + 1} |" for i in range(len(runs))))
+    print("|---|---|---|" + "---|" * len(runs))
+    for key, aim in runs[0].items():
+        told = [run.get(key) for run in runs]
+        cells = "".join(" |" if not of else f" {of['figure']:,.2f} |" if of["reached"] else f" **{of['figure']:,.2f}** |"
+                        for of in told)
+        print(f"| {key[0]} | {key[1]} | {aim['aim']} |{cells}")
+
+
 def main():
-    with open(sys.argv[1]) as file:
-        figures = Figures([json.loads(line) for line in file if line.strip()])
+    if "--markdown" in sys.argv:
+        return print_markdown([name for name in sys.argv[1:] if not name.startswith("--")])
+    figures = read(sys.argv[1])
     told = list(aims(figures))
     if "--json" in sys.argv:
         print(json.dumps({"figures": figures.lines, "aims": told}, indent=1))
