@@ -27,9 +27,10 @@ struct Play {
     Util_Durability durability;
   };
   std::vector<Act> acts;
+  bool one_root;             // and not a root object for each of them, that knows nothing of those before
   std::vector<Model> models; // what the file-set holds before the first one, and after each
 
-  Play(Case const& first, std::vector<Act> wanted);
+  Play(Case const& first, std::vector<Act> wanted, bool one_root_for_all = false);
   /// Whether the first operations are, and what they found was sound.
   bool IsDurable(std::size_t first) const;
   std::string Name() const;

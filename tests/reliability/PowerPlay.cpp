@@ -1,10 +1,12 @@
 #include "Power.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 #include <utility>
 
-Play::Play(Case const& first, std::vector<Act> wanted) : c(&first), acts(std::move(wanted)), models{first.before} {
+Play::Play(Case const& first, std::vector<Act> wanted, bool one_root_for_all)
+    : c(&first), acts(std::move(wanted)), one_root(one_root_for_all), models{first.before} {
   for (Act const& act : acts) {
     models.push_back(models.back());
     act.operation->effect(models.back(), c->standard);
@@ -21,7 +23,7 @@ std::string Play::Name() const {
   std::string name = std::string(c->standard ? "standard, " : "private, ") + c->state;
   for (Act const& act : acts)
     name += std::string(act.durability == kRelaxed ? ", relaxed " : ", durable ") + act.operation->name;
-  return name;
+  return one_root ? name + ", by one root" : name;
 }
 
 namespace {
@@ -55,6 +57,8 @@ std::vector<Play> Mixed(std::vector<Case> const& cases) {
       if (!served || undone || names.count(second.name) == 0) continue;
       plays.push_back({first, {{first.operation, kRelaxed}, {&second, kDurable}}});
       plays.push_back({first, {{first.operation, kDurable}, {&second, kRelaxed}}});
+      for (Util_Durability const durability : {kDurable, kRelaxed})
+        plays.push_back({first, {{first.operation, durability}, {&second, kDurable}}, true});
       for (Operation const& third : Operations())
         if (third.name == "store new patient")
           plays.push_back({first, {{first.operation, kRelaxed}, {&second, kDurable}, {&third, kRelaxed}}});
@@ -97,12 +101,15 @@ Recording Record(Play const& play, std::string const& place) {
   Site const site = play.c->Copy(place);
   Recording recording{Tree::Load(place), {}, {}};
   Recorder recorder(place, recording.start);
+  std::optional<Session> session;
   for (Play::Act const& act : play.acts) {
+    if (!play.one_root) session.reset();
     Util_FileSystem::SetDurability(act.durability);
-    Session session(site, act.operation->flags);
-    Require(act.operation->act(session) == 0, "it fails");
+    if (!session) session.emplace(site, act.operation->flags);
+    Require(act.operation->act(*session) == 0, "it fails");
     recording.done.push_back(recorder.steps.size());
   }
+  session.reset();
   Util_FileSystem::SetDurability(kDurable);
   recording.steps = std::move(recorder.steps);
   // what callers bring they may not have synced

@@ -30,7 +30,6 @@ bool IsNoticed(Use const& use, unsigned seed, std::string const& place) {
 /// A sync is told by the last calls that lead to it. It is left out of the plays that make it, until one of them shows
 /// it.
 void LeaveSyncsOut(std::vector<Play> const& plays, unsigned seed, std::string const& place, Share& share) {
-  constexpr std::size_t kMostPlays = 12;
   std::vector<std::unique_ptr<Recording>> recordings;
   std::vector<std::vector<Use>> syncs; // in the order in which they were met: the same in all processes
   std::map<std::size_t, std::size_t> known;
@@ -41,7 +40,7 @@ void LeaveSyncsOut(std::vector<Play> const& plays, unsigned seed, std::string co
       if (!IsSync(steps[at])) continue;
       auto const [sync, is_new] = known.emplace(steps[at].caller, syncs.size());
       if (is_new) syncs.emplace_back();
-      if (syncs[sync->second].size() < kMostPlays) syncs[sync->second].push_back({&play, recordings.back().get(), at});
+      syncs[sync->second].push_back({&play, recordings.back().get(), at});
     }
   }
   for (std::vector<Use> const& uses : syncs) {
