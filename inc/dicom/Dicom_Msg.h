@@ -177,7 +177,7 @@ V Dicom_Msg::Value(Dicom_Tag const& tag) const {
 ///
 ///     for (Dicom_ElementCursor c(msg); !c.AtEnd(); c.Next())
 ///       if (c.Element().Match(key)) ...
-class Dicom_ElementCursor {
+class DISK_EXPORT Dicom_ElementCursor {
 public:
   /// `first`: the number of the tag from which on the walk goes.
   explicit Dicom_ElementCursor(Dicom_Msg const& msg, std::uint32_t first = 0);

@@ -43,6 +43,7 @@ public:
       if (unwanted(*Get(i))) continue;
       std::swap(items_[head_ + std::size_t(kept++)], items_[head_ + std::size_t(i)]);
     }
+    changed_ = changed_ || kept < GetNItems();
     truncate(kept);
   }
   /// A copy that shares nothing with this sequence.

@@ -72,15 +72,22 @@ int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** respo
     return 0;
   }
   Dicom_ElementCursor cursor(record);
+  std::uint32_t reached = 0;
   for (Key const& key : keys_) {
     Dicom_Tag tag = key.tag;
     if (tag.ResolveIfFound(record) == -1) continue; // no such private block: nothing is required
-    cursor.Seek(tag.Number());
-    if (cursor.AtEnd() || cursor.Element().GetTag().Number() != tag.Number()) {
+    Dicom_ME const* element = nullptr;
+    if (tag.Number() < reached) { // blocks of private attributes may stand in another order than the identifier's
+      element = record.Find(tag);
+    } else {
+      cursor.Seek(reached = tag.Number());
+      if (!cursor.AtEnd() && cursor.Element().GetTag().Number() == reached) element = &cursor.Element();
+    }
+    if (!element) {
       if (key.elscint && !key.element->IsEmpty()) return 0;
       continue;
     }
-    switch (compare(cursor.Element(), key, record, *answer)) {
+    switch (compare(*element, key, record, *answer)) {
     case Found::Match:
       break;
     case Found::Mismatch:

@@ -48,6 +48,19 @@ bool HoldsAll(Dicom_Msg const& identifier, std::vector<Dicom_ME const*> const& r
   });
 }
 
+/// More than ASCII, outside of what has a declaration of its own.
+bool HasUndeclaredText(Dicom_Msg const& msg) {
+  if (msg.Has(kSpecificCharacterSet)) return false;
+  for (Dicom_ElementCursor cursor(msg); !cursor.AtEnd(); cursor.Next()) {
+    Dicom_VR const vr = cursor.Element().GetVR();
+    if (Dicom_IsCharsetText(vr) && !Dicom_IsPlainAscii(cursor.Element().GetText())) return true;
+    auto const* const items = vr == Dicom_VR::SQ ? dynamic_cast<Dicom_SQ const*>(cursor.Element().GetValue()) : nullptr;
+    for (int i = 0; items && i < items->GetNValues(); ++i)
+      if (HasUndeclaredText(*items->GetSequence()->Get(i))) return true;
+  }
+  return false;
+}
+
 } // namespace
 
 int Disk_AllMatching(Dicom_Type const* value) {
@@ -80,9 +93,5 @@ int Disk_TakeItemsOver(Dicom_Sequence& lower, Dicom_Sequence& results, Dicom_Tag
 }
 
 void Disk_DeclareCharacterSet(Dicom_Msg& response) {
-  if (response.Has(kSpecificCharacterSet)) return;
-  bool needed = false;
-  for (Dicom_ElementCursor cursor(response); !cursor.AtEnd() && !needed; cursor.Next())
-    needed = Dicom_IsCharsetText(cursor.Element().GetVR()) && !Dicom_IsPlainAscii(cursor.Element().GetText());
-  if (needed) response.Set(kSpecificCharacterSet, Dicom_CS("ISO_IR 192"));
+  if (HasUndeclaredText(response)) response.Set(kSpecificCharacterSet, Dicom_CS("ISO_IR 192"));
 }

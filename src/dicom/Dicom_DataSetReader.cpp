@@ -296,7 +296,7 @@ char const* Dicom_SkipElements(char const* p, char const* end, Dicom_Encoding en
     bool const is_long = Dicom_HasLongLength(Dicom_VR(Dicom_Load16(p + 4, false)));
     std::uint32_t const length = is_long ? Dicom_Load32(p + 8, false) : Dicom_Load16(p + 6, false);
     char const* const value = p + (is_long ? kLongHeader : 8);
-    if (length > std::size_t(end - value)) break; // an undefined one, too
+    if (length == kUndefinedLength || length > std::size_t(end - value)) break;
     p = value + length;
   }
   return p;

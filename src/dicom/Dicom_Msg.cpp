@@ -9,11 +9,28 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 Dicom_Msg::Dicom_Msg() = default;
 Dicom_Msg::~Dicom_Msg() = default;
-Dicom_Msg::Dicom_Msg(Dicom_Msg&&) noexcept = default;
-Dicom_Msg& Dicom_Msg::operator=(Dicom_Msg&&) noexcept = default;
+Dicom_Msg::Dicom_Msg(Dicom_Msg&& other) noexcept { *this = std::move(other); }
+
+/// The other one is empty afterwards.
+Dicom_Msg& Dicom_Msg::operator=(Dicom_Msg&& other) noexcept {
+  if (this == &other) return *this;
+  origin_ = std::move(other.origin_);
+  bytes_ = std::exchange(other.bytes_, nullptr);
+  length_ = std::exchange(other.length_, 0);
+  elements_ = std::move(other.elements_);
+  other.elements_.clear();
+  own_origin_ = std::move(other.own_origin_);
+  declared_ = std::move(other.declared_);
+  original_ = std::exchange(other.original_, {});
+  walks_left_ = std::exchange(other.walks_left_, 0);
+  changed_ = std::exchange(other.changed_, false);
+  has_header_ = std::exchange(other.has_header_, false);
+  return *this;
+}
 
 Dicom_Msg::Dicom_Msg(std::shared_ptr<Dicom_Origin const> origin, char const* bytes, std::size_t length)
     : origin_(std::move(origin)), bytes_(bytes), length_(length) {}
@@ -163,6 +180,7 @@ void Dicom_Msg::BringInOrder() {
 void Dicom_Msg::Condense() {
   // text by a declaration around the message would lose it
   if (is_in_order() || (origin_ && !Dicom_SameSet(*origin_->character_set, *Dicom_UndeclaredSet()))) return;
+  if (GetEncapsulatedSyntax() != UI_NULL) return; // which the bytes alone don't tell
   // behind the header of an item, so that a directory file is written from here
   constexpr unsigned kHeader = 8;
   unsigned const length = GetDumpLen();

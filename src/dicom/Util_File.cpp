@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -78,6 +79,7 @@ int Util_File::join(std::vector<std::string_view> const& parts) {
   std::size_t length = 0;
   for (std::string_view const part : parts)
     length += part.size();
+  if (length >= std::numeric_limits<std::uint32_t>::max()) return fail("too long");
   std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(length);
   if (!buffer) return fail("out of memory");
   char* out = buffer->data();

@@ -151,6 +151,23 @@ TEST_F(QueryTest, NamesOfDifferentCharacterSetsCompare) {
   }
 }
 
+TEST_F(QueryTest, TextOfItemsIsDeclaredToo) {
+  auto msg = Phantom::Make({.kind = Phantom::Kind::SR});
+  Dicom_Tag const concept_name(0x0040, std::uint16_t(0xA043)), meaning(0x0008, std::uint16_t(0x0104));
+  auto items = std::make_unique<Dicom_Sequence>();
+  items->Append(new Dicom_Msg, true);
+  items->Get(0)->Set(meaning, Dicom_LO("M\u00FCnchen"));
+  msg->Set(concept_name, Dicom_SQ(items.release()));
+  ASSERT_EQ(Store(*root, *msg), 0);
+  SCL_QueryIdentifier identifier(IMAGE);
+  identifier.SetStudyInstanceUID(msg->GetStudyInstanceUID());
+  identifier.Set(concept_name, Dicom_SQ(new Dicom_Sequence));
+  Dicom_Sequence results;
+  ASSERT_EQ(root->Query(identifier, 1, &results), 0);
+  ASSERT_EQ(results.GetNItems(), 1);
+  EXPECT_EQ(results.Get(0)->Text(Dicom_Tag(0x0008, std::uint16_t(0x0005))), "ISO_IR 192");
+}
+
 TEST_F(QueryTest, OtherVendorsAttributeIsRequiredOfRecordsThatHaveItsBlock) {
   auto msg = Example();
   ASSERT_EQ(Store(*root, *msg), 0);

@@ -56,6 +56,8 @@ TEST(Dicom_Compressor, GivesTheWholeObjectBack) {
     int status = 0;
     EXPECT_EQ(Dicom_Compressor().GetKolbaCompressionVersion(msg, nullptr), 1);
     EXPECT_EQ(msg.GetPlanarConfiguration(), 0); // as the standard has it
+    msg.Condense();
+    EXPECT_NE(msg.GetEncapsulatedSyntax(), UI_NULL);
     Util_File file(msg, &status, Util_File::GetRecomendedCommpressedTxForSave(&msg), 2, nullptr);
     ASSERT_EQ(status, 0);
     if (dcmtk && !kind.image.by_plane) {

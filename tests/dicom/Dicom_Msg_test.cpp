@@ -149,6 +149,10 @@ TEST(Dicom_Msg, CopiesShareNothingThatShows) {
   first = Dicom_Msg();
   EXPECT_EQ(alone.GetText(), "NAME");
   EXPECT_EQ(item->Text(kID), "CHANGED");
+
+  Dicom_Msg const taken = std::move(*clone);
+  EXPECT_EQ(clone->GetNElements(), 0) << "of what was moved nothing is left";
+  EXPECT_EQ(Dumped(taken), original);
 }
 
 TEST(Dicom_Msg, ChangesOfItemsShowInTheDump) {
@@ -215,6 +219,10 @@ TEST(Dicom_Sequence, ItemsComeAndGo) {
   }
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
   EXPECT_EQ(many->GetNItems(), 3334);
+
+  auto const few = Read(kBytes.Sequence(0x00081115, kBytes.Item({}) + kBytes.Item({})));
+  SequenceOf(*few)->RemoveIf([](Dicom_Msg const& item) { return item.GetNElements() == 0; });
+  EXPECT_EQ(SequenceOf(*Read(Dumped(*few)))->GetNItems(), 0) << "what was taken out isn't written";
 }
 
 TEST(Dicom_Msg, ItemsInheritTheCharacterSet) {
