@@ -101,7 +101,7 @@ private:
   void read_study(Dicom_Msg const& answer, int number, Disk_StudyMetaData* study) const;
   int count_studies();
 
-  static Dicom_UI s_lastStudyUID;
-  static int s_studyCount;
-  static Disk_RootDirectoryFile const* s_countedIn; // of which repository that is
+  static thread_local Dicom_UI s_lastStudyUID;
+  static thread_local int s_studyCount;
+  static thread_local Disk_RootDirectoryFile const* s_countedIn; // of which repository that is
 };

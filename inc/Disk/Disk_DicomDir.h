@@ -35,6 +35,9 @@ public:
   /// Reads again from the file what another process may have changed: where the records end, and the two offsets. 0,
   /// or -1 (logged).
   int RefreshOffsetEnd();
+  /// Where the file-set was moved or restored, another file stands at the path by now: opens that, unless `strategy`
+  /// keeps what belongs to the former. 1 if so, 0 if the file is the one that is open, or -1 (logged).
+  int FollowPath(bool read_only, Disk_StorageStrategy* strategy);
   /// Whether the file still says of the records' end what it said when that was read.
   bool IsCurrent() const;
 
@@ -95,6 +98,7 @@ public:
 private:
   int open(char const* file_set_prefix, bool* is_new);
   int create(Disk_StorageStrategy* strategy);
+  int take_file(int descriptor);
   int new_dicomdir();
   int make_prefix();
   Dicom_Msg* meta_information() const;
@@ -117,6 +121,7 @@ private:
   int lowercase_name = 0;
   std::string file_name;
   int file_descriptor = -1;
+  std::uint64_t device_ = 0, inode_ = 0; // of the open file
   Dicom_TransferSyntax transfer_syntax;
   unsigned offset_end = 0;
   bool read_only = false;

@@ -49,7 +49,10 @@ public:
 
 protected:
   /// From here on the records in memory may differ from the file: the next Read loads them.
-  void MarkDirty() { file_version = 0; }
+  void MarkDirty() {
+    file_version = 0;
+    is_partial = true;
+  }
   /// Whether the records in memory can be used as they are.
   int IsUpToDate() const;
   void ReadFileVersion();
@@ -96,6 +99,7 @@ protected:
   /// Brings the records of a lower level up to date, from this directory file or from the chain that starts at
   /// `first`; and writes them, with VERSION. 0, or -1 (logged).
   int read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
+  int load_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
   int write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts);
   /// Makes `file` the directory file below a record of this one, whose UID, under `uid_tag`, names its directory in the
   /// standard structure. One that is kept from an earlier call stays if it is the right one.
@@ -122,6 +126,7 @@ protected:
   Dicom_UIDGenerator uid_generator;
   mutable long file_version = 0; ///< of the records in memory; 0: not read, or dirty
   mutable int version_file_in_use = 1;
+  bool is_partial = false; ///< the records in memory may be a part of them, as reading them failed
   Disk_DicomDir* standard_dicomdir;
   Disk_StorageStrategy* writing_strategy = nullptr;
   bool is_unnamed = false;

@@ -122,6 +122,8 @@ public:
 
 private:
   void Construct(char const* file_set_prefix, int* status);
+  int construct(char const* file_set_prefix);
+  long free_space();
   int open_dicomdir(char const* file_set_prefix);
   /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
   int lock(Disk_FileSetHold& hold, bool shared, bool writes);
@@ -131,6 +133,7 @@ private:
   struct Operation;
   int Read();
   int read_standard();
+  int read_private();
   int Write();
   int standard_write();
   int read_records(Dicom_Sequence& sequence);
@@ -148,7 +151,9 @@ private:
   // store
   int store(Disk_StoreRequest const& request);
   int lock_for_store(Disk_FileSetHold& file_set);
+  static constexpr int kStudyIsGone = -2; // from the folder where it was found
   int store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
+  int try_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
   int store_standard(Disk_StoreRequest const& request);
   int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_known, int* new_series,
                   int* new_image);

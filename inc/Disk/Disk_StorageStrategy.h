@@ -2,6 +2,7 @@
 #include <infra/Disk_Export.h>
 
 #include <cstddef>
+#include <cstdint>
 
 /// Stands between a standard DICOMDIR and the disk. The caller of a file-set makes one, hands it to the root, keeps
 /// it alive as long as that, and flushes it; nothing here does. Private directory files are written without it.
@@ -28,6 +29,9 @@ public:
   /// Reads what was written and is pending: the number of bytes, which is below `size` at the end of the image. -1
   /// from a strategy that keeps none to read: then the file is read.
   virtual long ReadPending(void*, unsigned, unsigned) { return -1; }
+  /// Makes sure that an operation finds room for all that it is about to write, up to `end`. If not, false, and nothing
+  /// has changed.
+  virtual bool Reserve(unsigned /*end*/) { return true; }
 
 protected:
   int file_descriptor = -1;
@@ -60,10 +64,11 @@ public:
   /// After a short read the image is empty and refuses all writes, as a Flush would damage the file.
   int UpdateFromFile() override;
   long ReadPending(void* data, unsigned size, unsigned offset) override;
+  bool Reserve(unsigned end) override;
 
 private:
   void write_buffer(void const* data, unsigned size);
-  bool grow(unsigned size);
+  bool grow(std::uint64_t end);
   bool load(std::size_t size);
 
   unsigned capacity; // one byte of it always stays free

@@ -21,6 +21,12 @@ public:
   int Read();
   int Write();
   int LockExclusive();
+  /// The same in two steps, for a store: under the file-set's lock the study is pinned, and when that is given up,
+  /// locked. -1 with ESTALE when the study has gone from its folder in between.
+  int Pin();
+  int LockPinned();
+  /// Whether the study that was locked last still is where it was.
+  bool IsInPlace() const { return is_standard() || lock_manager.IsInPlace(); }
   int LockShared();
   int UnlockExclusive();
   int UnlockShared();

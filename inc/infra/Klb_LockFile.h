@@ -35,6 +35,14 @@ public:
   int LockShared();
   int LockExclusive();
 
+  /// For who comes to the lock by another one that he then gives up. Under that one Pin makes sure that the open lock
+  /// file is the one that stands at its path. LockPinned waits for that very file: when it is gone by then, or another
+  /// one stands there, the result is -1 with ESTALE, and nothing is logged.
+  int Pin();
+  int LockPinned();
+  /// Whether the file that was locked last stands at its path.
+  bool IsInPlace() const { return file_ && stands_at_path(); }
+
   /// 0 got, 1 somebody else has it, -1 error. After 1 and -1 nothing is held, a former shared hold included.
   int TryLockExclusive();
 

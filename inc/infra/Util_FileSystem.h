@@ -89,6 +89,8 @@ public:
   /// All of the file system that holds the directory, whatever the durability.
   static int SyncFileSystem(char const* directory);
 
+  /// False only where it is known that nothing stands there.
+  static bool MayExist(char const* path);
   /// 0 also if a directory stands there already; `made` tells the two apart.
   static int MakeDirectory(char const* path, mode_t mode = 0775, bool* made = nullptr);
 };

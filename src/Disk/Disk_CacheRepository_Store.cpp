@@ -27,9 +27,9 @@ int NeededMb(IOD_Msg const& msg) {
 } // namespace
 
 // Of the process: all its repositories share them.
-Dicom_UI Disk_CacheRepository::s_lastStudyUID;
-int Disk_CacheRepository::s_studyCount = 0;
-Disk_RootDirectoryFile const* Disk_CacheRepository::s_countedIn = nullptr;
+thread_local Dicom_UI Disk_CacheRepository::s_lastStudyUID;
+thread_local int Disk_CacheRepository::s_studyCount = 0;
+thread_local Disk_RootDirectoryFile const* Disk_CacheRepository::s_countedIn = nullptr;
 
 int Disk_CacheRepository::Store(IOD_Msg* msg, bool store_unmatching_images) {
   if (!IsDicomDirValid() || !msg) return -1;

@@ -106,6 +106,7 @@ int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& 
   ResetStudyFile();
   if (result == -1) return -1;
   if (Write() == -1) return Failed("Write(): Can't update the file.\n");
+  if (correction.changes_records) MarkDirty(); // patients are found by the IDs that they were read with
   return file_set.Release() == 0 ? 0 : Failed(correction.texts.cant_unlock);
 }
 

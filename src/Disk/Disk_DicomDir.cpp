@@ -76,10 +76,14 @@ int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_Stor
   if (!file_set_prefix) return Failed("Read: file_set_prefix is NULL.\n");
   if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
   file_descriptor = -1;
+  device_ = inode_ = 0;
   read_only = for_reading;
   strategy_ = strategy;
   bool is_new = false;
   if (open(file_set_prefix, &is_new) == -1) return -1;
+  // such a strategy writes without a redo record: one that a power cut brought back would undo what it has flushed
+  if (!read_only && KeepsImage(strategy) && redo_file_->Forget() == -1)
+    return Failed("Init: Can't remove the redo record.\n");
   if (is_new) return create(strategy);
   if (strategy) strategy->InitFD(file_descriptor);
   if (LayRedoOver() == -1) return -1;
@@ -119,8 +123,31 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
     KlbGError.Set(DISK_ERROR_SYSTEM + errno);
     return -1;
   }
-  file_descriptor = file.Release();
+  return take_file(file.Release());
+}
+
+int Disk_DicomDir::take_file(int descriptor) {
+  file_descriptor = descriptor;
+  struct stat status {};
+  if (Util_FileSystemInterface::Current().Fstat(descriptor, &status) == -1) return Failed("Init: Can't look at it.\n");
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
   return 0;
+}
+
+int Disk_DicomDir::FollowPath(bool for_reading, Disk_StorageStrategy* strategy) {
+  struct stat status {};
+  errno = 0;
+  bool const is_there = Util_FileSystemInterface::Current().Stat(file_name.c_str(), &status) == 0;
+  if (is_there && status.st_dev == device_ && status.st_ino == inode_) return 0;
+  if (is_there && !KeepsImage(strategy)) {
+    DISK_LOG(4, "%s is another file than before.\n", file_name.c_str());
+    return Init(std::string(file_name, 0, file_name.rfind('/')).c_str(), for_reading, strategy) == 0 ? 1 : -1;
+  }
+  int const cause = is_there ? ESTALE : errno;
+  DISK_LOG(3, "%s isn't the file that was opened (errno=%d).\n", file_name.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
 }
 
 /// A new file comes to its name whole, so that neither a kill nor, whatever the durability, a power cut leaves the
@@ -146,7 +173,7 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
     KlbGError.Set(DISK_ERROR_SYSTEM + errno);
     return -1;
   }
-  file_descriptor = file.Release();
+  if (take_file(file.Release()) == -1) return -1;
   if (strategy) strategy->InitFD(file_descriptor);
   if (!KeepsImage(strategy)) return 0;
   return Write(strategy) == -1 ? Failed("Init: Failed write the new dicomdir.\n") : 0;

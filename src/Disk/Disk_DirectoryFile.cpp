@@ -26,10 +26,11 @@ namespace {
 /// Whether a file that is written from now on gets another time than one that was written then: times go on in steps
 /// of some milliseconds.
 bool IsOld(std::int64_t seconds, std::int64_t nanoseconds) {
-  constexpr std::int64_t kSecond = 1'000'000'000, kEnough = kSecond / 50;
+  constexpr std::int64_t kSecond = 1'000'000'000;
+  std::int64_t const enough = nanoseconds == 0 ? 2 * kSecond : kSecond / 50; // some file systems know seconds only
   std::timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  return (now.tv_sec - seconds) * kSecond + now.tv_nsec - nanoseconds > kEnough;
+  return (now.tv_sec - seconds) * kSecond + now.tv_nsec - nanoseconds > enough;
 }
 
 std::string VersionPath(std::string const& folder) { return folder.empty() ? folder : folder + "/VERSION"; }
@@ -123,6 +124,12 @@ int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, Re
   MarkDirty();            // until all is read
   lasting_folder.clear(); // others may have removed it and made it anew
   records.clearAndDestroy();
+  if (load_level(records, first, texts) == -1) return -1;
+  is_partial = false;
+  return 0;
+}
+
+int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts) {
   if (is_standard()) {
     if (first == 0 || first == standard_dicomdir->GetOffsetEnd()) return 0;
     if (records.ReadRecords(*standard_dicomdir, first) == -1) {
@@ -177,7 +184,7 @@ int Disk_DirectoryFile::IsUpToDate() const {
     char none = 0;
     return file_version != 0 || writing_strategy->ReadPending(&none, 0, 0) == -1;
   }
-  if (version_file_in_use == 0) return 1;
+  if (version_file_in_use == 0 && !is_partial) return 1;
   if (!is_standard() && file_version != 0) {
     if (read_state != file_state()) return 0;
     if (is_state_alone_enough) return 1;

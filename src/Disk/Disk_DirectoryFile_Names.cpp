@@ -51,7 +51,7 @@ public:
         names_.insert(entry.name);
     if (names_.count(std::string_view(path).substr(component_)) != 0) return true;
     // one of which nothing is known is as good as taken: what stands there would be written over
-    return Util_FileSystemInterface::Current().Access(path.c_str(), 0) == 0 || errno != ENOENT;
+    return Util_FileSystem::MayExist(path.c_str());
   }
 
 private:

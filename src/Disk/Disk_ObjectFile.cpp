@@ -51,6 +51,6 @@ int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory) {
   if (Util_FileSystem::GetDurability() == Util_Durability::Full)
     return write(msg, syntax, sync_directory ? Synced::FileAndEntry : Synced::File);
   // one that replaces another, which may have been durable, is whole before it gets its name
-  bool const replaces = Util_FileSystemInterface::Current().Access(file_id.Path().c_str(), F_OK) == 0;
+  bool const replaces = Util_FileSystem::MayExist(file_id.Path().c_str());
   return write(msg, syntax, replaces ? Synced::File : Synced::Nothing);
 }

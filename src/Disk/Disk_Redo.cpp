@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <sys/stat.h>
 #include <zlib.h>
 
@@ -170,6 +171,13 @@ int Disk_Redo::Apply(int fd, Util_Durability durability) const {
 }
 
 int Disk_Redo::Apply(Disk_StorageStrategy& strategy) const {
+  std::uint64_t end = 0;
+  for (Extent const& extent : extents_)
+    end = std::max(end, std::uint64_t(extent.offset) + extent.bytes.size());
+  if (end > std::numeric_limits<unsigned>::max() || !strategy.Reserve(unsigned(end))) {
+    errno = ENOMEM;
+    return -1;
+  }
   for (Extent const& extent : extents_) {
     if (strategy.LSeek(long(extent.offset), 0) == -1) return -1;
     auto const size = unsigned(extent.bytes.size());
@@ -217,7 +225,7 @@ int Disk_RedoFile::open() {
   if (file_ && system.Fstat(file_.Get(), &status) == -1) return -1;
   bool const is_ours = file_ && S_ISREG(status.st_mode) && status.st_nlink == 1;
   if (!is_ours) {
-    if (!file_ && errno != ELOOP && errno != ENXIO) return -1;
+    if (!file_ && errno != ELOOP && errno != ENXIO && errno != EACCES) return -1; // it may be another user's
     file_ = {};
     if (system.Unlink(path_.c_str()) == 0) file_ = Util_FileSystem::Open(path_.c_str(), kFlags | O_EXCL);
     if (!file_ || system.Fstat(file_.Get(), &status) == -1) return -1;
@@ -229,6 +237,10 @@ int Disk_RedoFile::open() {
 
 int Disk_RedoFile::Save(Disk_Redo const& redo, Util_Durability durability) {
   std::string const bytes = redo.Encoded();
+  if (bytes.size() > kMostBytes) {
+    errno = EFBIG; // nobody would read it
+    return -1;
+  }
   bool const is_open = file_ || open() == 0;
   bool const lasts = is_open && Util_FileSystem::PwriteAll(file_.Get(), bytes.data(), bytes.size(), 0) == 0 &&
                      Util_FileSystem::SyncFile(file_.Get(), durability) == 0 &&
@@ -247,6 +259,12 @@ int Disk_RedoFile::Save(Disk_Redo const& redo, Util_Durability durability) {
 void Disk_RedoFile::Clear() {
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   if (system.Ftruncate(file_.Get(), 0) == -1) system.Unlink(path_.c_str());
+}
+
+int Disk_RedoFile::Forget() {
+  file_ = {};
+  if (Util_FileSystemInterface::Current().Unlink(path_.c_str()) == -1 && errno != ENOENT) return -1;
+  return Util_FileSystem::SyncDirectory(FolderOf(path_).c_str(), Util_Durability::Full);
 }
 
 void Disk_RedoFile::Remove() {

@@ -75,6 +75,8 @@ public:
   int Save(Disk_Redo const& redo, Util_Durability durability);
   /// What is in it has been done. If it stays, whoever comes next does the same again.
   void Clear();
+  /// Removes the file, for good: no power cut brings it back. 0, or -1 with errno.
+  int Forget();
   /// Closes the file, and removes it if no record is in it. The caller holds the file-set's lock.
   void Remove();
 

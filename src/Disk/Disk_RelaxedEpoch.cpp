@@ -46,10 +46,11 @@ int ForgetCopy(std::string const& copy) {
   return System().Unlink(copy.c_str()) == 0 || errno == ENOENT ? 0 : -1;
 }
 
+/// What stands at `to` already is removed, never emptied: a link left there has the bytes of the file itself.
 int CopyFile(std::string const& from, std::string const& to) {
   Util_FileDescriptor const source = Util_FileSystem::Open(from.c_str(), O_RDONLY | O_NONBLOCK);
-  if (!source) return -1;
-  Util_FileDescriptor target = Util_FileSystem::Open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+  if (!source || (System().Unlink(to.c_str()) == -1 && errno != ENOENT)) return -1;
+  Util_FileDescriptor target = Util_FileSystem::Open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
   if (!target) return -1;
   std::vector<char> block(1 << 20);
   for (;;) {
@@ -186,8 +187,10 @@ int Disk_RelaxedEpoch::Keep(Disk_FileID const& id) {
   if (copy.empty()) return -1;
   if (Exists(copy)) return 0;
   int linked = System().Link(path.c_str(), fresh.c_str());
-  if (linked == -1 && errno == EEXIST && System().Unlink(fresh.c_str()) == 0)
+  if (linked == -1 && errno == EEXIST) {
+    if (System().Unlink(fresh.c_str()) == -1) return -1;
     linked = System().Link(path.c_str(), fresh.c_str());
+  }
   if (linked == -1 && errno == ENOENT) {
     // BOOT's entry must last before a record leads to an unsynced file: the copy of the file with that record sees to
     // it

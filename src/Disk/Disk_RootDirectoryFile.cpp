@@ -43,20 +43,21 @@ void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status)
     DISK_LOG(3, "Disk_RootDirectoryFile: Failed init the Dicom_CS.\n");
     return;
   }
+  *status = Disk_Guarded("Disk_RootDirectoryFile", [&] { return construct(file_set_prefix); });
+}
+
+int Disk_RootDirectoryFile::construct(char const* file_set_prefix) {
   if ((!params.read_only && Recover(file_set_prefix) == -1) ||
       lock_manager.Init(file_set_prefix, params.read_only) == -1) {
     DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init the lock.\n");
-    *status = -1;
-    return;
+    return -1;
   }
   // what such a strategy writes is no part of an epoch
   if (!params.read_only && Disk_DicomDir::KeepsImage(writing_strategy) &&
-      Disk_RelaxedEpoch::IsOpen(file_set_prefix) != 0 && Sync() == -1) {
-    *status = -1;
-    return;
-  }
+      Disk_RelaxedEpoch::IsOpen(file_set_prefix) != 0 && Sync() == -1)
+    return -1;
   epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, params.standard_structure != 0);
-  if (params.standard_structure) *status = open_dicomdir(file_set_prefix);
+  return params.standard_structure ? open_dicomdir(file_set_prefix) : 0;
 }
 
 /// Opens the standard DICOMDIR, or makes it, under the file-set's lock.
@@ -80,12 +81,21 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
   if (writes && !hold.durability.HasBegun()) begin_durability(hold);
   if ((shared ? hold.Shared(lock_manager) : hold.Exclusive(lock_manager)) == -1) return -1;
   if (!is_standard()) return 0;
+  int const followed = dicomdir->FollowPath(params.read_only, writing_strategy);
+  if (followed == 1) forget_records();
+  if (followed == -1) return -1;
   if (params.read_only) {
     int const laid_over = dicomdir->LayRedoOver();
     if (laid_over == 1) forget_records();
     return laid_over == -1 ? -1 : 0;
   }
-  while (dicomdir->HasRedo()) { // completing takes the lock exclusively, and others get in between
+  constexpr int kMostTries = 100; // completing takes the lock exclusively, and others get in between
+  for (int i = 0; dicomdir->HasRedo(); ++i) {
+    if (i == kMostTries) {
+      DISK_LOG(3, "The redo record of %s doesn't go.\n", GetFileSetPrefix());
+      KlbGError.Set(DISK_ERROR_SYSTEM + EAGAIN);
+      return -1;
+    }
     if (shared && hold.Exclusive(lock_manager) == -1) return -1;
     if (Disk_DicomDir::Replay(GetFileSetPrefix()) == -1) return -1;
     forget_records();
@@ -107,11 +117,13 @@ void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
 }
 
 int Disk_RootDirectoryFile::Sync() {
-  if (Disk_RelaxedEpoch::End(GetFileSetPrefix()) == 0) return 0;
-  int const cause = errno;
-  DISK_LOG(3, "Sync: Can't sync %s (errno=%d).\n", GetFileSetPrefix(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return Disk_Guarded("Sync", [&] {
+    if (Disk_RelaxedEpoch::End(GetFileSetPrefix()) == 0) return 0;
+    int const cause = errno;
+    DISK_LOG(3, "Sync: Can't sync %s (errno=%d).\n", GetFileSetPrefix(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  });
 }
 
 int Disk_RootDirectoryFile::Recover(char const* file_set_prefix) {
@@ -131,7 +143,12 @@ int Disk_RootDirectoryFile::Read() {
   lasting_folder.clear();
   patients.clearAndDestroy();
   studies.Clear();
-  if (is_standard()) return read_standard();
+  if ((is_standard() ? read_standard() : read_private()) == -1) return -1;
+  is_partial = false;
+  return 0;
+}
+
+int Disk_RootDirectoryFile::read_private() {
   Dicom_Sequence* sequence = nullptr;
   IOD_Msg* msg = nullptr;
   int found = 0;

@@ -57,6 +57,15 @@ void MergeSort(Iterator first, Iterator last, Before before) {
 } // namespace
 
 long Disk_RootDirectoryFile::FreeSpace() {
+  long free = -1;
+  Disk_Guarded("FreeSpace", [&] {
+    free = free_space();
+    return 0;
+  });
+  return free;
+}
+
+long Disk_RootDirectoryFile::free_space() {
   std::string const folder = directory().FolderPath();
   if (folder.empty()) {
     DISK_LOG(3, "FreeSpace(): Can't remove component from file-id.\n");

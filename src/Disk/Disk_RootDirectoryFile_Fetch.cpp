@@ -100,6 +100,7 @@ void Disk_RootDirectoryFile::note_access(Dicom_UI const& study_uid) {
   // leave it to that one. Whoever writes looks at the records once more first.
   Klb_LockFile turn;
   if (turn.Init(GetFileSetPrefix(), own_version_path.c_str(), 1) == -1 || turn.TryLockExclusive() != 0) return;
+  if (turn.GetFd() == -1) return; // without VERSION nobody has the turn
   if (Read() == -1) return;
   Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
   if (!study) return;

@@ -59,6 +59,20 @@ int Disk_RootDirectoryFile::lock_for_store(Disk_FileSetHold& file_set) {
 }
 
 int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
+  constexpr int kMostTries = 100; // as others may delete the study and make it anew again and again
+  for (int i = 0; i < kMostTries; ++i) {
+    int const result = try_private(request, file_set);
+    if (result != kStudyIsGone) return result;
+    ResetStudyFile();
+    if (lock_for_store(file_set) == -1) return -1;
+  }
+  DISK_LOG(3, "Store: the study doesn't stay.\n");
+  KlbGError.Set(DISK_ERROR_SYSTEM + EAGAIN);
+  return -1;
+}
+
+/// 0; -1; or kStudyIsGone, with nothing done and no lock held.
+int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
   Dicom_UI const study_uid = request.msg->GetStudyInstanceUID();
   Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
   bool const new_study = !study;
@@ -70,15 +84,19 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
 
   // a known study has its own lock: other studies go on meanwhile
   GetStudyFile(study);
+  if (!new_study && study_file && study_file->Pin() == -1) {
+    DISK_LOG(3, "Store: Can't lock study .\n");
+    return -1;
+  }
   if (!new_study && file_set.Release() == -1) {
     DISK_LOG(3, "Store: Can't unlock file-set.\n");
     return -1;
   }
   int new_series = 0, new_image = 0;
-  if (store_below(request, study, !new_study, &new_series, &new_image) == -1) return -1;
+  if (int const result = store_below(request, study, !new_study, &new_series, &new_image); result != 0) return result;
   if (!new_study) {
     if (lock_for_store(file_set) == -1) return -1;
-    study = GetStudyRecord(study_uid);
+    study = study_file->IsInPlace() ? GetStudyRecord(study_uid) : nullptr; // one that was made anew lacks the object
     if (!study) {
       DISK_LOG(3, "Problem reading study record of study <%s>\n", study_uid.CStr());
       return -1;
@@ -125,12 +143,15 @@ int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
   return -1;
 }
 
-/// The part of a store below the root, under the study's lock.
+/// The part of a store below the root, under the study's lock. A known study of the private structure was pinned when
+/// the file-set was locked; it may be kStudyIsGone by now.
 int Disk_RootDirectoryFile::store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
                                         bool is_known, int* new_series, int* new_image) {
   DISK_LOG(7, "Store: locking the study.\n");
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (!study_file || held.Exclusive(*study_file) == -1) {
+  int const locked = !study_file ? -1 : is_known ? held.Pinned(*study_file) : held.Exclusive(*study_file);
+  if (locked == -1) {
+    if (study_file && is_known && errno == ESTALE) return kStudyIsGone;
     DISK_LOG(3, "Store: Can't lock study .\n");
     return -1;
   }

@@ -203,7 +203,7 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
   }
   DISK_LOG(7, "Store(): a move store. db file name will be %s\n", path.c_str());
   Util_FileDescriptor const file = Util_FileSystem::Open(request.file_to_move, O_RDONLY | O_NONBLOCK);
-  bool const replaces = Util_FileSystemInterface::Current().Access(path.c_str(), F_OK) == 0; // what may be durable
+  bool const replaces = Util_FileSystem::MayExist(path.c_str()); // what may be durable
   auto const durability = replaces ? Util_Durability::Full : Util_FileSystem::GetDurability();
   bool const lasting = file && Util_FileSystem::SyncFile(file.Get(), durability) == 0;
   if (!lasting || Util_FileSystemInterface::Current().Rename(request.file_to_move, path.c_str()) == -1) {

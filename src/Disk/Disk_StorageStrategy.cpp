@@ -35,7 +35,8 @@ int Disk_MemoryStorageStrategy::Write(void const* data, unsigned size) {
     DISK_LOG(3, "Disk_MemoryWriterStrategy is in error state.\n");
     return -1;
   }
-  if (std::uint64_t(position) + size >= capacity && !grow(size)) {
+  std::uint64_t const end = std::uint64_t(position) + size;
+  if (end >= capacity && !grow(end)) {
     DISK_LOG(3, "Writing cannot be completed.\n");
     unsigned const room = capacity == 0 ? 0 : capacity - position - 1;
     write_buffer(data, room);
@@ -48,10 +49,16 @@ int Disk_MemoryStorageStrategy::Write(void const* data, unsigned size) {
   return int(size);
 }
 
-/// Makes room for `size` bytes at the position and one more.
-bool Disk_MemoryStorageStrategy::grow(unsigned size) {
+bool Disk_MemoryStorageStrategy::Reserve(unsigned end) {
+  if (healthy && (end < capacity || grow(end))) return true;
+  DISK_LOG(3, "Writing cannot be completed.\n");
+  return false;
+}
+
+/// Makes room for bytes up to `end` and one more.
+bool Disk_MemoryStorageStrategy::grow(std::uint64_t end) {
   std::uint64_t wanted = std::max<std::uint64_t>(capacity, 1) * 2;
-  while (wanted - position - 1 <= size)
+  while (wanted - 1 <= end)
     wanted *= 2;
   if (wanted > std::numeric_limits<unsigned>::max()) return false;
   char* const bigger = Allocate(wanted);

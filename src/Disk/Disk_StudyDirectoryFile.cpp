@@ -42,6 +42,14 @@ int Disk_StudyDirectoryFile::with_lock(Lock operation, char const* failure) {
 int Disk_StudyDirectoryFile::LockExclusive() {
   return with_lock(&Klb_LockFile::LockExclusive, "Error when trying to lock study exclusively\n");
 }
+int Disk_StudyDirectoryFile::Pin() { return with_lock(&Klb_LockFile::Pin, "Error when trying to lock study\n"); }
+int Disk_StudyDirectoryFile::LockPinned() {
+  if (is_standard() || lock_manager.LockPinned() == 0) return 0;
+  int const cause = errno;
+  DISK_LOG_TEXT(cause == ESTALE ? 6 : 3, "Error when trying to lock study exclusively\n");
+  errno = cause;
+  return -1;
+}
 int Disk_StudyDirectoryFile::LockShared() {
   return with_lock(&Klb_LockFile::LockShared, "Error when trying to lock study shared\n");
 }

@@ -34,7 +34,7 @@ long Disk_ReadVersion(std::string const& path) {
   }
   std::int32_t version = 0;
   Dicom_Copy(bytes, &version, 4, 1, Dicom_Endianity::Little);
-  return version == 0 ? kNoVersion : version;
+  return version <= 0 ? kNoVersion : version;
 }
 
 int Disk_WriteVersion(std::string const& path, long version, bool standard) {

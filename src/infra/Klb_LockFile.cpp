@@ -51,6 +51,28 @@ int Klb_LockFile::LockShared() { return lock(LOCK_SH); }
 
 int Klb_LockFile::LockExclusive() { return lock(LOCK_EX); }
 
+int Klb_LockFile::Pin() {
+  if (path_.empty()) {
+    errno = EBADF;
+    return fail("A lock without a lock file", path_);
+  }
+  if (file_ && (process_ != getpid() || !stands_at_path())) close_file();
+  return file_ ? 0 : open_file();
+}
+
+int Klb_LockFile::LockPinned() {
+  if (!file_) return 0; // as a reader goes without one
+  if (flock_file(file_.Get(), LOCK_EX) != 0) {
+    release();
+    return fail("Can't lock", path_);
+  }
+  held_ = true;
+  if (stands_at_path()) return 0;
+  close_file();
+  errno = ESTALE;
+  return -1;
+}
+
 int Klb_LockFile::TryLockExclusive() { return lock(LOCK_EX | LOCK_NB); }
 
 int Klb_LockFile::UnlockShared() { return unlock(); }

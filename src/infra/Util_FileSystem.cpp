@@ -181,6 +181,8 @@ int Util_FileSystem::SyncFile(int fd, Util_Durability durability) {
   return durability == Util_Durability::Relaxed ? 0 : system_calls().Fdatasync(fd);
 }
 
+bool Util_FileSystem::MayExist(char const* path) { return system_calls().Access(path, F_OK) == 0 || errno != ENOENT; }
+
 int Util_FileSystem::SyncDirectory(char const* path, Util_Durability durability) {
   if (durability == Util_Durability::Relaxed) return 0;
   Util_FileDescriptor const directory = Open(path, O_RDONLY | O_DIRECTORY);
