@@ -1,0 +1,207 @@
+// What others do to a file-set, or what fails, between the steps of an operation and from one to the next.
+#include "support/FaultyFileSystem.h"
+#include "support/FileSetFixture.h"
+
+#include <Disk/Disk_StorageStrategy.h>
+#include <infra/Util_FileSystem.h>
+
+#include <sys/file.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class MeanwhileTest : public BothStructuresTest {
+protected:
+  static Phantom::Object Of(int patient, int image = 1) { return {.patient = patient, .image = image}; }
+  static std::set<std::string> Images(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
+    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
+    identifier.SetStudyInstanceUID(Phantom::StudyUid(of));
+    identifier.SetSOPInstanceUID(UI_NULL);
+    Dicom_Sequence results;
+    if (root.Query(identifier, 1, &results) != 0) return {"refused"};
+    std::set<std::string> uids;
+    for (int i = 0; i < results.GetNItems(); ++i)
+      uids.insert(results.Get(i)->Text(Dicom_Tag(0x0008, 0x0018)));
+    return uids;
+  }
+  static std::string Uid(Phantom::Object const& of) { return Phantom::InstanceUid(of).GetText(); }
+  static int Studies(Disk_RootDirectoryFile& root) {
+    Dicom_Sequence results;
+    return root.Query(SCL_QueryIdentifier(SCL_QueryRetrieveLevel::STUDY), 1, &results) == 0 ? results.GetNItems() : -1;
+  }
+  static int Delete(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
+    Disk_SupportPar par;
+    par.delete_supported = 1;
+    root.SetSupportPar(par);
+    int error = 0;
+    SCL_MoveIdentifier identifier(SCL_QueryRetrieveLevel::STUDY, &error);
+    identifier.SetStudyInstanceUID(Phantom::StudyUid(of));
+    MXL_SubOperationsReport report;
+    SCL_ResponseStatus status;
+    return root.Delete(identifier, 1, &report, status);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Structures, MeanwhileTest, kBothStructures, StructureName);
+
+class PrivateMeanwhileTest : public MeanwhileTest {};
+INSTANTIATE_TEST_SUITE_P(Structures, PrivateMeanwhileTest, testing::Values(0u), StructureName);
+
+class StandardMeanwhileTest : public MeanwhileTest {};
+INSTANTIATE_TEST_SUITE_P(Structures, StandardMeanwhileTest,
+                         testing::Values(unsigned(Disk_StoreParams::STANDARD_STRUCTURE)), StructureName);
+
+} // namespace
+
+// Another patient's study of the same Study ID gets the same folder.
+TEST_P(PrivateMeanwhileTest, AStoreFindsItsStudyAgainThoughItsFolderIsAnothers) {
+  std::function<void()> meanwhile;
+  FaultyFileSystem watched([&](std::string_view call, char const* path) {
+    // in front of the first call for the study's lock, after that for the file-set was given up
+    if (call == "Flock" && path && At("SA100000/LOCKFILE") == path && meanwhile) std::exchange(meanwhile, nullptr)();
+    return 0;
+  });
+  auto root = Open(), other = Open();
+  ASSERT_EQ(Store(*root, *Example(Of(1, 1))), 0);
+  for (bool const comes_back : {false, true}) {
+    bool done = false;
+    meanwhile = [&] {
+      done = true;
+      EXPECT_EQ(Delete(*other, Of(1)), 0);
+      EXPECT_EQ(Store(*other, *Example(Of(2, 1))), 0);
+      if (comes_back) {
+        EXPECT_EQ(Store(*other, *Example(Of(1, 3))), 0);
+      }
+    };
+    EXPECT_EQ(Store(*root, *Example(Of(1, 2))), 0);
+    EXPECT_TRUE(done);
+    std::set<std::string> expected{Uid(Of(1, 2))};
+    if (comes_back) expected.insert(Uid(Of(1, 3)));
+    EXPECT_EQ(Images(*root, Of(1)), expected);
+    EXPECT_EQ(Images(*root, Of(2)), std::set<std::string>{Uid(Of(2, 1))});
+    ExpectSound();
+    ASSERT_EQ(Delete(*root, Of(2)) | Delete(*root, Of(1)), 0);
+    ASSERT_EQ(Store(*root, *Example(Of(1, 1))), 0);
+  }
+}
+
+TEST_P(PrivateMeanwhileTest, ACorrectedPatientIsFoundByTheNewIdAlone) {
+  auto root = Open();
+  constexpr int kMany = 25; // enough for patients to be found by an index
+  for (int patient = 1; patient <= kMany; ++patient)
+    ASSERT_EQ(Store(*root, *Example(Of(patient))), 0);
+  auto const fifth = Example(Of(5));
+  Dicom_LO const old_id = fifth->GetPatientID();
+  ASSERT_EQ(
+      root->ChangePatientsName(old_id, fifth->GetIssuerOfPatientID(), Dicom_PN("New"), Dicom_LO("NEWID"), LO_NULL), 0);
+  ASSERT_EQ(Store(*root, *Example({.patient = 5, .study = 2})), 0);
+  auto fresh = Open();
+  EXPECT_EQ(fresh->ChangePatientsName(old_id, fifth->GetIssuerOfPatientID(), Dicom_PN("Old"), old_id, LO_NULL), 0)
+      << "the new study went to the patient whose ID has changed";
+  ExpectSound();
+}
+
+TEST_P(PrivateMeanwhileTest, WithoutVersionNoFetchWritesTheAccessDate) {
+  for (int patient : {1, 2})
+    ASSERT_EQ(Store(*Open(), *Example(Of(patient))), 0);
+  fs::remove(At("VERSION"));
+  auto root = Open();
+  FaultyFileSystem watched;
+  EXPECT_TRUE(Fetch(*root, Uids(*Example(Of(1)))));
+  EXPECT_EQ(watched.calls["Writev"] + watched.calls["Write"], 0) << "two fetches might write at once";
+}
+
+// A store that was killed between the two steps of a copy has left a link to the directory file itself.
+TEST_P(PrivateMeanwhileTest, ALeftLinkThatStaysNeverEmptiesADirectoryFile) {
+  auto root = Open();
+  ASSERT_EQ(Store(*root, *Example(Of(1, 1))), 0);
+  fs::create_directory(At("RELAXED"));
+  fs::create_hard_link(At("SA100000/S3000000/DIRFILE"), At("RELAXED/SA100000\\S3000000\\DIRFILE.new"));
+  Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+  {
+    FaultyFileSystem faulty([](std::string_view call, char const* path) {
+      std::string_view const name = path ? path : "";
+      if (call == "Unlink" && name.ends_with(".new")) return EIO;
+      return call == "Writev" && name.ends_with("DIRFILE.tmp") ? ENOSPC : 0;
+    });
+    EXPECT_EQ(Store(*root, *Example(Of(1, 2))), -1);
+  }
+  Util_FileSystem::SetDurability(Util_Durability::Full);
+  EXPECT_EQ(Images(*Open(), Of(1)), std::set<std::string>{Uid(Of(1, 1))});
+}
+
+TEST_P(MeanwhileTest, OnAReadOnlyMediumAFailedReadIsRepeated) {
+  for (int patient = 1; patient <= 5; ++patient)
+    ASSERT_EQ(Store(*Open(), *Example(Of(patient))), 0);
+  for (auto const& [name, size] : Files())
+    if (name.ends_with("VERSION") || name.ends_with("LOCKFILE")) fs::remove(At(name));
+  int failures = 0;
+  for (bool hit = true; hit;) {
+    hit = false;
+    auto root = Open(Disk_StoreParams::READ_ONLY);
+    int left = ++failures;
+    {
+      FaultyFileSystem faulty([&](std::string_view call, char const*) {
+        bool const reads = call == "Read" || call == "Pread";
+        hit = hit || (reads && left == 1);
+        return reads && --left == 0 ? EIO : 0;
+      });
+      Studies(*root);
+    }
+    EXPECT_EQ(Studies(*root), 5) << "after the failure of read " << failures;
+  }
+  EXPECT_GT(failures, 1);
+}
+
+TEST_P(MeanwhileTest, AFileSetThatIsReplacedIsTheOneThatCounts) {
+  auto root = Open();
+  ASSERT_EQ(Store(*root, *Example(Of(1))), 0);
+  fs::path const elsewhere = Prefix() + ".moved";
+  fs::rename(Prefix(), elsewhere);
+  fs::create_directory(Prefix());
+  ASSERT_EQ(Store(*Open(), *Example(Of(2))), 0);
+  ASSERT_EQ(Store(*root, *Example(Of(3))), 0);
+  fs::remove_all(elsewhere);
+  auto fresh = Open();
+  for (auto* const reader : {root.get(), fresh.get()}) {
+    EXPECT_EQ(Studies(*reader), 2);
+    EXPECT_TRUE(Fetch(*reader, Uids(*Example(Of(3)))));
+  }
+  ExpectSound();
+}
+
+TEST_P(StandardMeanwhileTest, ARedoRecordWithoutItsDicomdirEndsNoOperationInALoop) {
+  auto root = Open();
+  ASSERT_EQ(Store(*root, *Example(Of(1))), 0);
+  fs::remove(At("DICOMDIR"));
+  std::ofstream(At("DICOMDIR.redo")) << "x";
+  EXPECT_EQ(Studies(*root), -1);
+  EXPECT_EQ(Store(*root, *Example(Of(1, 2))), -1);
+}
+
+TEST_P(StandardMeanwhileTest, AnImageWithoutRoomStaysWhole) {
+  struct Strategy : Disk_MemoryStorageStrategy {
+    bool has_room = true;
+    bool Reserve(unsigned end) override { return has_room && Disk_MemoryStorageStrategy::Reserve(end); }
+  } strategy;
+  {
+    auto root = Open(Disk_StoreParams::STORE_NATIVE, &strategy);
+    ASSERT_EQ(Store(*root, *Example(Of(1, 1))), 0);
+    strategy.has_room = false;
+    EXPECT_EQ(Store(*root, *Example(Of(1, 2))), -1);
+    strategy.has_room = true;
+    EXPECT_EQ(Store(*root, *Example(Of(1, 3))), 0);
+    EXPECT_TRUE(strategy.Flush());
+  }
+  EXPECT_EQ(Images(*Open(), Of(1)), (std::set<std::string>{Uid(Of(1, 1)), Uid(Of(1, 3))}));
+}
+
+// A redo record that a power cut brings back would undo what was flushed.
+TEST_P(StandardMeanwhileTest, AMemoryStrategyMakesSureThatNoRedoRecordComesBack) {
+  ASSERT_EQ(Store(*Open(), *Example(Of(1))), 0);
+  Disk_MemoryStorageStrategy strategy;
+  FaultyFileSystem watched;
+  auto root = Open(Disk_StoreParams::STORE_NATIVE, &strategy);
+  EXPECT_GE(watched.calls["Fsync"], 1);
+  EXPECT_FALSE(fs::exists(At("DICOMDIR.redo")));
+}
