@@ -1,11 +1,13 @@
 #include "Interruption.h"
 
+#include <atomic>
 #include <csignal>
 #include <initializer_list>
 
 namespace {
 
-volatile std::sig_atomic_t s_signal = 0;
+std::atomic<int> s_signal{0}; // the signal may come in one thread and be asked for in another
+static_assert(std::atomic<int>::is_always_lock_free);
 
 extern "C" void NoteSignal(int signal) { s_signal = signal; }
 
