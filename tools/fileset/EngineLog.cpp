@@ -6,6 +6,7 @@
 #include <infra/Klb_GError.h>
 #include <infra/Klb_LogFile.h>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -40,7 +41,8 @@ std::string InWords(std::string const& cause) {
 } // namespace
 
 EngineLog::EngineLog(std::string directory) : directory_(std::move(directory)) {
-  KlbGLog.SetSink([this](int level, std::string const& line) {
+  KlbGLog.SetSink([this, owner = std::this_thread::get_id()](int level, std::string const& line) {
+    if (std::this_thread::get_id() != owner) return;
     if (level == kErrorLevel && errors_.size() < kMostLines) errors_.emplace_back(Text(line));
   });
 }

@@ -1,4 +1,5 @@
-// Listens to what the library logs, to find out why an operation failed.
+// Listens to what the library logs in the thread that made it, to find out why an operation failed there. What other
+// threads try ahead of time fails again, and is told, when its turn comes.
 //
 //   EngineLog log("/data/set");
 //   log.Begin();
