@@ -1,26 +1,71 @@
 #include "ReadAhead.h"
 
+#include "Interruption.h"
 #include "StoreObject.h"
 
 #include <algorithm>
 #include <dicom/Dicom_Compressor.h>
 #include <exception>
-#include <filesystem>
+#include <infra/Klb_GError.h>
+#include <malloc.h>
+#include <new>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <utility>
 
 namespace {
 
 constexpr std::size_t kMostWorkers = 8, kAhead = 4;        // objects for each worker
 constexpr std::size_t kMostBytes = std::size_t(256) << 20; // of files that wait; one alone may be larger
+constexpr std::size_t kSmallStack = std::size_t(1) << 20;
+constexpr int kLargeBlock = 128 << 10;
+
+// A single file leaves nothing to read ahead.
+std::size_t WorkersFor(std::size_t files) {
+  std::size_t const most = std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, kMostWorkers);
+  return files > 0 ? std::min(most, files - 1) : 0;
+}
+
+std::size_t SizeOf(std::string const& file) {
+  struct stat status {};
+  return stat(file.c_str(), &status) == 0 ? std::size_t(status.st_size) : 0;
+}
+
+// Stacks and heaps of threads that have ended stay reserved, and so does what was freed between others: where address
+// space is limited, that may be the room for a large object.
+void SpareAddressSpace() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_AS, &limit) == -1 || limit.rlim_cur == RLIM_INFINITY) return;
+  mallopt(M_ARENA_MAX, 1);
+  mallopt(M_MMAP_THRESHOLD, kLargeBlock); // fixed: otherwise it grows with the objects
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, kSmallStack);
+  pthread_setattr_default_np(&attributes);
+  pthread_attr_destroy(&attributes);
+}
 
 } // namespace
 
-ReadAhead::ReadAhead(std::vector<std::string> const& files, bool compress) : files_(files), compress_(compress) {
-  std::size_t const workers = std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, kMostWorkers);
-  for (std::size_t i = 0; i < workers; ++i)
+ReadAhead::ReadAhead(std::vector<std::string> const& files, bool compress)
+    : files_(files), compress_(compress), slots_(kAhead * WorkersFor(files.size())) {
+  SpareAddressSpace();
+  try {
+    start(WorkersFor(files.size()));
+  } catch (std::exception const&) { // no more threads can be made: those that there are will do
+  }
+}
+
+ReadAhead::~ReadAhead() { stop(); }
+
+void ReadAhead::start(std::size_t workers) {
+  workers_.reserve(workers);
+  while (workers_.size() < workers)
     workers_.emplace_back([this] { work(); });
 }
 
-ReadAhead::~ReadAhead() {
+void ReadAhead::stop() {
   {
     std::lock_guard const lock(mutex_);
     stops_ = true;
@@ -28,54 +73,81 @@ ReadAhead::~ReadAhead() {
   changed_.notify_all();
   for (std::thread& worker : workers_)
     worker.join();
+  workers_.clear();
 }
+
+bool ReadAhead::ends() const { return stops_ || begun_ == files_.size() || IsInterrupted(); }
 
 bool ReadAhead::may_begin() const {
   if (begun_ == taken_) return true;
-  return begun_ - taken_ < kAhead * workers_.size() && bytes_ < kMostBytes;
+  return begun_ - taken_ < slots_.size() && bytes_ < kMostBytes;
 }
 
 void ReadAhead::work() {
   std::unique_lock lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return stops_ || begun_ == files_.size() || may_begin(); });
-    if (stops_ || begun_ == files_.size()) return;
-    std::size_t const number = begun_++;
-    std::error_code error;
-    std::uintmax_t const size = std::filesystem::file_size(files_[number], error);
-    bytes_ += sizes_[number] = error ? 0 : std::size_t(size);
+    changed_.wait(lock, [this] { return ends() || may_begin(); });
+    if (ends()) return;
+    std::string const& file = files_[begun_];
+    Slot& slot = slots_[begun_++ % slots_.size()];
+    std::size_t const size = SizeOf(file);
+    bytes_ += slot.bytes = size;
     lock.unlock();
-    Object object = read(files_[number]);
-    std::size_t const length = object.object ? object.object->GetDumpLen() : 0; // a deflated one has become longer
+    fill(slot, file);
     lock.lock();
-    std::size_t& counted = sizes_[number];
-    bytes_ += std::max(counted, length) - counted;
-    counted = std::max(counted, length);
-    ready_[number] = std::move(object);
+    bytes_ += slot.bytes - size;
+    slot.ready = true;
+    stops_ = stops_ || slot.given_back; // more would only take what memory there is
     changed_.notify_all();
+  }
+}
+
+void ReadAhead::fill(Slot& slot, std::string const& file) const noexcept {
+  try {
+    slot.object = read(file);
+    // a deflated one has become longer
+    if (slot.object.object) slot.bytes = std::max<std::size_t>(slot.bytes, slot.object.object->GetDumpLen());
+  } catch (...) { // whatever it is comes again when the file is read alone, and can be told there
+    slot.object = {};
+    slot.given_back = true;
   }
 }
 
 ReadAhead::Object ReadAhead::read(std::string const& file) const {
   Object result;
-  try {
-    result.object = ReadObject(file, &result.problem);
-    // what can't be compressed is told when it is stored
-    if (result.object && compress_) Dicom_Compressor().Compress(result.object.get(), 0);
-  } catch (std::exception const& failure) {
-    result = {nullptr, failure.what()};
-  }
-  return result;
+  KlbGError.Set(0);
+  result.object = ReadObject(file, &result.problem);
+  bool const compresses = compress_ && !IsInterrupted();
+  bool const done = result.object && (!compresses || Dicom_Compressor().Compress(result.object.get(), 0) == 0);
+  if (!done && RanOutOfMemory()) throw std::bad_alloc();
+  return result; // what can't be compressed is told when it is stored
 }
 
 ReadAhead::Object ReadAhead::Next() {
   std::unique_lock lock(mutex_);
   std::size_t const number = taken_;
-  changed_.wait(lock, [&] { return ready_.count(number) != 0; });
-  Object object = std::move(ready_.extract(number).mapped());
-  bytes_ -= sizes_.extract(number).mapped();
+  if (begun_ == number) { // by nobody, and perhaps nobody is going to
+    begun_ = ++taken_;
+    lock.unlock();
+    return read(files_[number]);
+  }
+  Slot& slot = slots_[number % slots_.size()];
+  changed_.wait(lock, [&] { return slot.ready; });
+  Slot taken = std::exchange(slot, {});
+  bytes_ -= taken.bytes;
   ++taken_;
   lock.unlock();
   changed_.notify_all();
-  return object;
+  if (taken.given_back) throw std::bad_alloc();
+  return std::move(taken.object);
 }
+
+bool ReadAhead::DropOthers() {
+  if (workers_.empty()) return false;
+  stop();
+  slots_.clear();
+  begun_ = taken_;
+  return true;
+}
+
+ReadAhead::Object ReadAhead::Again() { return read(files_[taken_ - 1]); }

@@ -11,9 +11,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <exception>
+#include <infra/Klb_GError.h>
 #include <infra/Util_Cfg.h>
 #include <infra/Util_FileSystem.h>
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -59,12 +62,56 @@ bool WantsFullDurability(Options const& options) {
   return options.durable || (wish && wish->GetValue() == "full");
 }
 
-// Empty when the object is stored, else the cause.
-std::string StoreNext(ReadAhead& objects, std::string const& path, Options const& options, FileSet& set,
-                      EngineLog& log) {
-  ReadAhead::Object const next = objects.Next();
-  if (!next.object) return next.problem;
-  return StoreObject(*next.object, {options.icon, options.accept_mismatch, options.move ? path : ""}, set, log);
+// What each object is stored with.
+struct Target {
+  Options const& options;
+  FileSet& set;
+  EngineLog& log;
+};
+
+// Empty when the object that `read` gives is stored, else the cause.
+std::string Attempt(ReadAhead& objects, ReadAhead::Object (ReadAhead::*read)(), std::string const& path,
+                    Target const& target) {
+  Options const& options = target.options;
+  KlbGError.Set(0);
+  try {
+    ReadAhead::Object const next = (objects.*read)();
+    if (!next.object) return next.problem;
+    return StoreObject(*next.object, {options.icon, options.accept_mismatch, options.move ? path : ""}, target.set,
+                       target.log);
+  } catch (std::bad_alloc const&) {
+    KlbGError.SetSystem(ENOMEM);
+    return "out of memory";
+  } catch (std::exception const& failure) {
+    return failure.what();
+  }
+}
+
+// The same for the next one. If memory doesn't suffice for it beside those read ahead, it may without them.
+std::string StoreNext(ReadAhead& objects, std::string const& path, Target const& target) {
+  std::string cause = Attempt(objects, &ReadAhead::Next, path, target);
+  if (cause.empty() || !RanOutOfMemory() || !objects.DropOthers()) return cause;
+  std::string again = Attempt(objects, &ReadAhead::Again, path, target);
+  // a file may have been moved before memory ran out
+  return target.options.move && !again.empty() ? cause : again;
+}
+
+// How many were stored.
+std::size_t StoreFiles(std::vector<std::string> const& files, Target const& target, Report& report) {
+  Options const& options = target.options;
+  std::size_t stored = 0;
+  // an icon is made of pixels that aren't compressed yet
+  ReadAhead objects(files, !options.native && !options.move && !options.icon);
+  for (std::string const& file : files) {
+    if (IsInterrupted()) break;
+    std::string const cause = StoreNext(objects, file, target);
+    if (cause.empty())
+      ++stored;
+    else
+      report.Fail(file, cause);
+    report.Step();
+  }
+  return stored;
 }
 
 Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& report) {
@@ -75,17 +122,7 @@ Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& r
   auto const start = std::chrono::steady_clock::now();
   Outcome outcome{0, 0, 0, "each object was on the disk before the next"};
   report.Begin(files.size());
-  // an icon is made of pixels that aren't compressed yet
-  ReadAhead objects(files, !options.native && !options.move && !options.icon);
-  for (std::string const& file : files) {
-    if (IsInterrupted()) break;
-    std::string const cause = StoreNext(objects, file, options, set, log);
-    if (cause.empty())
-      ++outcome.stored;
-    else
-      report.Fail(file, cause);
-    report.Step();
-  }
+  outcome.stored = StoreFiles(files, {options, set, log}, report);
   report.End();
   outcome.refused = report.Failures().size();
   if (!full && outcome.stored > 0) {

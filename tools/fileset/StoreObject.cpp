@@ -2,9 +2,11 @@
 
 #include "EngineLog.h"
 
+#include <Disk/Disk_Error.h>
 #include <cerrno>
 #include <cstring>
 #include <dicom/Util_File.h>
+#include <infra/Klb_GError.h>
 #include <sys/stat.h>
 
 namespace {
@@ -31,6 +33,11 @@ std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* proble
     object.reset();
   }
   return object;
+}
+
+bool RanOutOfMemory() {
+  int const code = KlbGError.Get();
+  return code == DISK_ERROR_SYSTEM + ENOMEM || code == DISK_ERROR_MEMORY || code == DISK_ERROR_NEW_RECORD;
 }
 
 std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log, std::string* stored_as) {

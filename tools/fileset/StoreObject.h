@@ -9,6 +9,9 @@
 // The object in a file; or null, and `*problem` tells why: also for a DICOMDIR, which is no object.
 std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem);
 
+// Whether that is why the last operation of this thread failed; its code has to have been 0 before.
+bool RanOutOfMemory();
+
 struct StoreHow {
   bool icon = false, accept_mismatch = false;
   std::string file_to_move; // not empty: the object's file, which is renamed to its place instead of a new one written

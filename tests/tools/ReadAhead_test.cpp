@@ -1,0 +1,99 @@
+// Objects that are read ahead in threads: what is stored and what is told must be as if there were none.
+#include "EngineLog.h"
+#include "Interruption.h"
+#include "ReadAhead.h"
+#include "support/ProgramFixture.h"
+
+#include <csignal>
+#include <infra/Klb_LogFile.h>
+
+namespace {
+
+class ReadAheadTest : public ProgramTest {
+protected:
+  Result RunLimited(std::string const& limit, std::string const& arguments) const {
+    std::string const command = "cd " + Quoted(temp.Path()) + " && " + limit + " && " FILESET_PROGRAM " " + arguments;
+    int const status = std::system((command + " >stdout 2>stderr </dev/null").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, temp.Read("stdout"), temp.Read("stderr")};
+  }
+
+  // Objects of 20 MB that are quickly read and compressed, and a broken file behind every second one.
+  void WriteLarge(int count) const {
+    fs::create_directories(temp / "large");
+    for (int i = 1; i <= count; ++i) {
+      Phantom::Object const object = Small(Phantom::Kind::CT, 3, 1, i);
+      auto const msg = Phantom::Make(object);
+      std::string const zeros(20 << 20, '\0');
+      msg->Set(Dicom_Tag(0x0009, 0x0010), Dicom_LO("TEST"));
+      msg->Set(Dicom_Tag(0x0009, 0x1000), Dicom_OB(zeros.data(), zeros.size(), 1, nullptr));
+      int status = 0;
+      Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
+      std::string const name = temp / ("large/" + std::to_string(i));
+      ASSERT_EQ(file.Write(name.c_str(), nullptr), 0);
+      std::string const start(file.Bytes().substr(0, 300));
+      if (i % 2) temp.Write("large/" + std::to_string(i) + "bad", i % 4 == 1 ? "" : start);
+    }
+  }
+};
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they need address space of their own
+TEST_F(ReadAheadTest, LimitsChangeNothing) {
+  WriteLarge(8);
+  for (char const* limit : {"true", "ulimit -s 70368744177664" /* no thread gets a stack */, "ulimit -v 100000"}) {
+    SCOPED_TRACE(limit);
+    fs::remove_all(temp / "limited");
+    Result const result = RunLimited(limit, "store limited large");
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.out.substr(0, 20), "8 stored, 4 refused ") << result.out << result.err;
+    for (char const* line : {"1bad: not a DICOM file", "3bad: the file meta information is cut short",
+                             "5bad: not a DICOM file", "7bad: the file meta information is cut short"})
+      EXPECT_NE(result.err.find(line), std::string::npos) << line << "\n" << result.err;
+  }
+}
+#endif
+
+TEST_F(ReadAheadTest, GivesAllAndCompressesNothingAfterAnInterruption) {
+  std::vector<std::string> files;
+  for (int image : {1, 2, 3})
+    files.push_back(temp / ("in/" + Phantom::FileName(Small(Phantom::Kind::CT, 1, 1, image))));
+  auto const compressed = [&files] {
+    ReadAhead objects(files, true);
+    int count = 0;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      ReadAhead::Object const next = objects.Next();
+      if (!next.object) return -1;
+      count += next.object->GetEncapsulatedSyntax() != UI_NULL;
+    }
+    return count;
+  };
+  EXPECT_EQ(compressed(), 3);
+  auto const interrupted = [&] {
+    WatchForInterruption();
+    std::raise(SIGTERM);
+    std::_Exit(compressed());
+  };
+  EXPECT_EXIT(interrupted(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ReadAheadTest, ReadsAgainWhatWasDropped) {
+  std::vector<std::string> const files = {temp / ("in/" + Phantom::FileName(Small(Phantom::Kind::CT))), temp / "gone",
+                                          temp / ("in/" + Phantom::FileName(Small(Phantom::Kind::SR, 1, 2)))};
+  ReadAhead objects(files, true);
+  EXPECT_TRUE(objects.Next().object);
+  EXPECT_TRUE(objects.DropOthers());
+  EXPECT_FALSE(objects.DropOthers());
+  EXPECT_EQ(objects.Again().object->GetModality().GetText(), "CT");
+  EXPECT_EQ(objects.Next().problem, "can't be read: No such file or directory");
+  EXPECT_EQ(objects.Next().object->GetModality().GetText(), "SR");
+}
+
+TEST(EngineLogTest, TellsNoCauseOfAnotherThread) {
+  EngineLog log("set");
+  log.Begin();
+  std::thread([] { DISK_LOG(3, "theirs\n"); }).join();
+  EXPECT_FALSE(log.HasErrors());
+  DISK_LOG(3, "ours\n");
+  EXPECT_EQ(log.Cause(), "ours");
+}
+
+} // namespace
