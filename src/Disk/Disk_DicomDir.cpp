@@ -142,7 +142,9 @@ int Disk_DicomDir::FollowPath(bool for_reading, Disk_StorageStrategy* strategy) 
   if (is_there && status.st_dev == device_ && status.st_ino == inode_) return 0;
   if (is_there && !KeepsImage(strategy)) {
     DISK_LOG(4, "%s is another file than before.\n", file_name.c_str());
-    return Init(std::string(file_name, 0, file_name.rfind('/')).c_str(), for_reading, strategy) == 0 ? 1 : -1;
+    if (Init(std::string(file_name, 0, file_name.rfind('/')).c_str(), for_reading, strategy) == 0) return 1;
+    device_ = inode_ = 0; // what was read of it isn't the whole: the next operation opens it again
+    return -1;
   }
   int const cause = is_there ? ESTALE : errno;
   DISK_LOG(3, "%s isn't the file that was opened (errno=%d).\n", file_name.c_str(), cause);

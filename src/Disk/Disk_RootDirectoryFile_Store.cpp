@@ -96,8 +96,10 @@ int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_F
   if (int const result = store_below(request, study, !new_study, &new_series, &new_image); result != 0) return result;
   if (!new_study) {
     if (lock_for_store(file_set) == -1) return -1;
+    errno = 0;
     study = study_file->IsInPlace() ? GetStudyRecord(study_uid) : nullptr; // one that was made anew lacks the object
     if (!study) {
+      KlbGError.Set(DISK_ERROR_SYSTEM + (errno == 0 ? ESTALE : errno));
       DISK_LOG(3, "Problem reading study record of study <%s>\n", study_uid.CStr());
       return -1;
     }
