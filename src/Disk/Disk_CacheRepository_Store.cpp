@@ -26,7 +26,7 @@ int NeededMb(IOD_Msg const& msg) {
 
 } // namespace
 
-// Of the process: all its repositories share them.
+// Of the thread: all its repositories share them.
 thread_local Dicom_UI Disk_CacheRepository::s_lastStudyUID;
 thread_local int Disk_CacheRepository::s_studyCount = 0;
 thread_local Disk_RootDirectoryFile const* Disk_CacheRepository::s_countedIn = nullptr;
