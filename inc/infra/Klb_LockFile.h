@@ -57,6 +57,7 @@ private:
   int open_file();
   bool stands_at_path() const;
   int lock(int operation);
+  int lock_open_file(int operation);
   int unlock();
   void release();
   void close_file();

@@ -60,18 +60,7 @@ int Klb_LockFile::Pin() {
   return file_ ? 0 : open_file();
 }
 
-int Klb_LockFile::LockPinned() {
-  if (!file_) return 0; // as a reader goes without one
-  if (flock_file(file_.Get(), LOCK_EX) != 0) {
-    release();
-    return fail("Can't lock", path_);
-  }
-  held_ = true;
-  if (stands_at_path()) return 0;
-  close_file();
-  errno = ESTALE;
-  return -1;
-}
+int Klb_LockFile::LockPinned() { return lock_open_file(LOCK_EX); }
 
 int Klb_LockFile::TryLockExclusive() { return lock(LOCK_EX | LOCK_NB); }
 
@@ -110,18 +99,27 @@ int Klb_LockFile::lock(int operation) {
   if (process_ != getpid()) close_file();
   for (int attempt = 0; attempt < max_attempts; ++attempt) {
     if (!file_ && open_file() == -1) return -1;
-    if (!file_) return 0;
-    int const result = flock_file(file_.Get(), operation);
-    if (result != 0) {
-      release();
-      return result == 1 ? 1 : fail("Can't lock", path_);
-    }
-    held_ = true;
-    if (stands_at_path()) return 0;
-    close_file();
+    int const result = lock_open_file(operation);
+    if (result != -1 || errno != ESTALE) return result;
   }
   errno = EAGAIN;
   return fail("The lock file doesn't stay", path_);
+}
+
+// 0, 1 if somebody else holds the lock and the operation doesn't wait, or -1: with ESTALE, and nothing is logged, when
+// the file has lost its path meanwhile.
+int Klb_LockFile::lock_open_file(int operation) {
+  if (!file_) return 0; // as a reader goes without one
+  int const result = flock_file(file_.Get(), operation);
+  if (result != 0) {
+    release();
+    return result == 1 ? 1 : fail("Can't lock", path_);
+  }
+  held_ = true;
+  if (stands_at_path()) return 0;
+  close_file();
+  errno = ESTALE;
+  return -1;
 }
 
 int Klb_LockFile::unlock() {
