@@ -126,7 +126,7 @@ protected:
   Dicom_UIDGenerator uid_generator;
   mutable long file_version = 0; ///< of the records in memory; 0: not read, or dirty
   mutable int version_file_in_use = 1;
-  bool is_partial = false; ///< the records in memory may be a part of them, as reading them failed
+  bool is_partial = false; ///< the records in memory may differ from the file: changed and not written, or not all read
   Disk_DicomDir* standard_dicomdir;
   Disk_StorageStrategy* writing_strategy = nullptr;
   bool is_unnamed = false;

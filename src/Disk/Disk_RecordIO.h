@@ -40,7 +40,7 @@ inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records,
   });
 }
 
-/// Appends the messages of `records` to `sequence`, which doesn't own them.
+/// Appends the message of `record` to `sequence`, which doesn't own it.
 inline int Disk_AppendRecord(Disk_DirectoryRecord* record, Dicom_Sequence& sequence, char const* null_entry) {
   if (!record) {
     DISK_LOG_TEXT(3, null_entry);
