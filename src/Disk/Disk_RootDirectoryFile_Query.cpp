@@ -5,6 +5,8 @@
 #include "Disk/Disk_RecordWalk.h"
 #include "Disk/Disk_ResponseFilter.h"
 
+#include <array>
+
 namespace {
 
 constexpr Disk_WalkLevel kStudyLevel{SCL_QueryRetrieveLevel::STUDY,
@@ -66,25 +68,23 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
                                            Dicom_Sequence* results) {
   Disk_RecordWalk const walk(identifier, kStudyLevel);
   DISK_LOG(7, "Got %d Elements in query identifier\n", identifier.GetNElements());
+  auto const query_studies = [&](Disk_PatientDirectoryRecord const& patient, auto const& studies) {
+    std::unique_ptr<SCL_QueryRspIdentifier> response;
+    int const may_match = query_patient(walk, patient, level, &response);
+    if (may_match != 1) return may_match;
+    for (Disk_StudyDirectoryRecord* study : studies)
+      if (query_below(walk, study, response.get(), level, identifier, results) == -1) return -1;
+    return 0;
+  };
   // an identifier that no study may be compared with is refused, whether or not there is one with its UID
   bool const is_fit = walk.Status() == 0 && level != SCL_QueryRetrieveLevel::UNKNOWN;
   if (auto const* const only = is_fit ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
-    for (Disk_StudyIndex::Entry const& entry : *only) {
-      std::unique_ptr<SCL_QueryRspIdentifier> response;
-      int const may_match = query_patient(walk, *entry.patient, level, &response);
-      if (may_match == -1) return -1;
-      if (may_match && query_below(walk, entry.study, response.get(), level, identifier, results) == -1) return -1;
-    }
+    for (Disk_StudyIndex::Entry const& entry : *only)
+      if (query_studies(*entry.patient, std::array{entry.study}) == -1) return -1;
     return 0;
   }
-  for (Disk_PatientDirectoryRecord* patient : patients) {
-    std::unique_ptr<SCL_QueryRspIdentifier> response;
-    int const may_match = query_patient(walk, *patient, level, &response);
-    if (may_match == -1) return -1;
-    if (!may_match) continue;
-    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
-      if (query_below(walk, study, response.get(), level, identifier, results) == -1) return -1;
-  }
+  for (Disk_PatientDirectoryRecord* patient : patients)
+    if (query_studies(*patient, patient->GetStudyRecords()) == -1) return -1;
   return 0;
 }
 
