@@ -7,10 +7,7 @@
 #include <dicom/Dicom_Compressor.h>
 #include <exception>
 #include <infra/Klb_GError.h>
-#include <malloc.h>
 #include <new>
-#include <pthread.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <utility>
 
@@ -18,8 +15,6 @@ namespace {
 
 constexpr std::size_t kMostWorkers = 8, kAhead = 4;        // objects for each worker
 constexpr std::size_t kMostBytes = std::size_t(256) << 20; // of files that wait; one alone may be larger
-constexpr std::size_t kSmallStack = std::size_t(1) << 20;
-constexpr int kLargeBlock = 128 << 10;
 
 // A single file leaves nothing to read ahead.
 std::size_t WorkersFor(std::size_t files) {
@@ -32,25 +27,10 @@ std::size_t SizeOf(std::string const& file) {
   return stat(file.c_str(), &status) == 0 ? std::size_t(status.st_size) : 0;
 }
 
-// Stacks and heaps of threads that have ended stay reserved, and so does what was freed between others: where address
-// space is limited, that may be the room for a large object.
-void SpareAddressSpace() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_AS, &limit) == -1 || limit.rlim_cur == RLIM_INFINITY) return;
-  mallopt(M_ARENA_MAX, 1);
-  mallopt(M_MMAP_THRESHOLD, kLargeBlock); // fixed: otherwise it grows with the objects
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, kSmallStack);
-  pthread_setattr_default_np(&attributes);
-  pthread_attr_destroy(&attributes);
-}
-
 } // namespace
 
 ReadAhead::ReadAhead(std::vector<std::string> const& files, bool compress)
     : files_(files), compress_(compress), slots_(kAhead * WorkersFor(files.size())) {
-  SpareAddressSpace();
   try {
     start(WorkersFor(files.size()));
   } catch (std::exception const&) { // no more threads can be made: those that there are will do

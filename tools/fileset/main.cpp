@@ -1,4 +1,5 @@
 // The program: stores, finds, copies, deletes and maintains the objects of a file-set from the command line.
+#include "AddressSpace.h"
 #include "AutoDelete.h"
 #include "Cache.h"
 #include "Check.h"
@@ -59,6 +60,7 @@ int Finished(int result) {
 
 int main(int argc, char** argv) {
   try {
+    SpareAddressSpace();
     std::setlocale(LC_CTYPE, "C.UTF-8"); // what text is in, whatever the user's locale
     CLI::App app(kDescription, "fileset");
     app.footer(kFooter)->require_subcommand(1)->fallthrough();
