@@ -40,8 +40,8 @@ public:
   /// one stands there, the result is -1 with ESTALE, and nothing is logged.
   int Pin();
   int LockPinned();
-  /// Whether the file that was locked last stands at its path.
-  bool IsInPlace() const { return file_ && stands_at_path(); }
+  /// Whether the file that was locked last stands at its path. False is logged, with errno: ESTALE for another file.
+  bool IsInPlace() const;
 
   /// 0 got, 1 somebody else has it, -1 error. After 1 and -1 nothing is held, a former shared hold included.
   int TryLockExclusive();

@@ -62,6 +62,13 @@ int Klb_LockFile::Pin() {
 
 int Klb_LockFile::LockPinned() { return lock_open_file(LOCK_EX); }
 
+bool Klb_LockFile::IsInPlace() const {
+  errno = ESTALE;
+  if (file_ && stands_at_path()) return true;
+  fail("Not the file that was locked:", path_);
+  return false;
+}
+
 int Klb_LockFile::TryLockExclusive() { return lock(LOCK_EX | LOCK_NB); }
 
 int Klb_LockFile::UnlockShared() { return unlock(); }
