@@ -1,6 +1,7 @@
 #include "Attempt.h"
 
 #include "Allocations.h"
+#include "Caller.h"
 #include "support/FaultyFileSystem.h"
 
 #include <algorithm>
@@ -87,13 +88,15 @@ public:
   int Fsync(int fd) override { return Synced(fd, FaultyFileSystem::Fsync(fd)); }
   int Fdatasync(int fd) override { return Synced(fd, FaultyFileSystem::Fdatasync(fd)); }
 
-  int count = 0;                 // of calls
-  std::string first, unforgiven; // the first that failed, and the first that the operation must not get over
+  int count = 0;                    // of calls
+  std::vector<std::size_t> callers; // of each, without a fault
+  std::string first, unforgiven;    // the first that failed, and the first that the operation must not get over
   bool synced_again = false, only_retried = true;
 
 private:
   int Before(std::string_view call, std::string_view path) {
     ++count;
+    if (fault_.ordinal == 0) callers.push_back(Caller());
     if (call == "Flock" && unlocking_) call = "Unlock";
     if (fault_.kind != Fault::Calls || (fault_.once ? count != fault_.ordinal : count < fault_.ordinal)) return 0;
     if (fault_.error == EINTR && !fault_.once && (!IsRetried(call) || ++interrupts_ % 4 == 0)) return 0;
@@ -216,17 +219,20 @@ std::string Fault::Name() const {
          (once ? "" : " and all from there") + (same_root ? ", same root" : ", new root");
 }
 
-int CountSteps(Case const& c, Fault::Kind kind, std::string const& place) {
+std::vector<std::size_t> CallersOf(Case const& c, std::string const& place) {
   Site const site = c.Copy(place);
   Session session(site, c.operation->flags);
-  Fault const none{.kind = kind, .ordinal = 0};
-  if (kind == Fault::Allocations) {
-    Require(ActWithoutMemory(c, session, none).result == 0, "it fails by itself");
-    return CountedAllocations();
-  }
+  Fault const none{.ordinal = 0};
   Seam const seam(c, none);
   Require(c.operation->act(session) == 0, "it fails by itself");
-  return seam.count;
+  return seam.callers;
+}
+
+int CountAllocations(Case const& c, std::string const& place) {
+  Site const site = c.Copy(place);
+  Session session(site, c.operation->flags);
+  Require(ActWithoutMemory(c, session, {.kind = Fault::Allocations, .ordinal = 0}).result == 0, "it fails by itself");
+  return CountedAllocations();
 }
 
 void Attempt(Case const& c, Fault const& fault, std::string const& place) {

@@ -17,8 +17,9 @@ struct Fault {
   std::string Name() const;
 };
 
-/// The number of calls, or of allocations, of an operation without a fault.
-int CountSteps(Case const& c, Fault::Kind kind, std::string const& place);
+/// Of an operation without a fault: from where in the engine each call was made, and the number of allocations.
+std::vector<std::size_t> CallersOf(Case const& c, std::string const& place);
+int CountAllocations(Case const& c, std::string const& place);
 
 /// Throws a Complaint unless the operation fails as it should, and leaves what it should.
 void Attempt(Case const& c, Fault const& fault, std::string const& place);

@@ -1,8 +1,8 @@
 #include "PowerLog.h"
 
+#include "Caller.h"
+
 #include <algorithm>
-#include <dlfcn.h>
-#include <execinfo.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -41,21 +41,6 @@ void Change(std::string& content, Step const& step) {
   if (step.kind == Step::Truncate) return content.resize(step.offset);
   content.resize(std::max(content.size(), step.offset + step.data.size()));
   content.replace(step.offset, step.data.size(), step.data);
-}
-
-std::size_t Caller() {
-  constexpr int kMost = 64, kTold = 7; // those of the engine that are looked at: to the operation's part at one level
-  void* frames[kMost];
-  std::size_t caller = 0;
-  for (int i = 0, told = 0, n = backtrace(frames, kMost); i < n && told < kTold; ++i) {
-    Dl_info info{};
-    bool const in_engine = dladdr(frames[i], &info) != 0 && info.dli_fname &&
-                           std::string_view(info.dli_fname).find("libDisk") != std::string_view::npos;
-    if (!in_engine) continue;
-    caller = caller * 1000003 + reinterpret_cast<std::size_t>(frames[i]);
-    ++told;
-  }
-  return caller;
 }
 
 } // namespace

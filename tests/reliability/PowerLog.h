@@ -27,7 +27,7 @@ struct Step {
     bool is_directory = false; // that is made with its entry
   };
   std::vector<Entry> entries = {}; // of one call, which takes effect as a whole
-  std::size_t caller = 0;          // of a sync: the last calls in the engine that led to it
+  std::size_t caller = 0;          // of a sync: from where in the engine
 };
 
 inline bool IsSync(Step const& step) { return step.kind >= Step::SyncFile; }
