@@ -30,7 +30,7 @@ constexpr Disk_Correction::Texts kManufacturerParms{
     "ChangeManufacturerParms: service is supported only for zentara DICOMDIR structure.\n",
     "ChangeManufacturerParms: Can't lock file-set.\n",
     "ChangeManufacturerParms: Can't read root directory file.\n",
-    nullptr, // no study is locked
+    "ChangeManufacturerParms: Can't lock study .\n",
     "ChangeManufacturerName(): Can't unlock file-set.\n",
     "ChangeManufacturerParms: Patient ID '%s', Issuer '%s' does not exist.\n",
     "ChangeManufacturerParms: service is supported only for zentara Dicomdir structure.\n",
@@ -116,7 +116,7 @@ int Disk_RootDirectoryFile::correct_study(Disk_StudyDirectoryRecord* study, Disk
   GetStudyFile(study);
   if (!study_file) return -1;
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (correction.changes_records && held.Exclusive(*study_file) == -1) return Failed(correction.texts.cant_lock_study);
+  if (held.Exclusive(*study_file) == -1) return Failed(correction.texts.cant_lock_study); // a store may be in it
   if (study_file->correct(correction) == -1) return -1;
   return held.Release(); // logs
 }

@@ -5,7 +5,9 @@
 #include <Disk/Disk_StorageStrategy.h>
 #include <infra/Util_FileSystem.h>
 
+#include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -99,6 +101,35 @@ TEST_P(PrivateMeanwhileTest, ACorrectedPatientIsFoundByTheNewIdAlone) {
   EXPECT_EQ(fresh->ChangePatientsName(old_id, fifth->GetIssuerOfPatientID(), Dicom_PN("Old"), old_id, LO_NULL), 0)
       << "the new study went to the patient whose ID has changed";
   ExpectSound();
+}
+
+// A store into a known study has no other lock than the study's.
+TEST_P(PrivateMeanwhileTest, WhoeverWritesBelowAStudyHoldsItsLock) {
+  ASSERT_EQ(Store(*Open(), *Example(Of(1))), 0);
+  auto const patient = Example(Of(1));
+  Dicom_LO const id = patient->GetPatientID(), issuer = patient->GetIssuerOfPatientID();
+  std::function<int(Disk_RootDirectoryFile&)> const operations[] = {
+      [&](auto& root) { return Store(root, *Example(Of(1, 2))); },
+      [&](auto& root) { return root.ChangeManufacturerParms(id, issuer, Dicom_LO("Maker"), LO_NULL); },
+      [&](auto& root) { return root.ChangePatientsName(id, issuer, Dicom_PN("New^Name"), LO_NULL, LO_NULL); },
+      [&](auto& root) { return Delete(root, Of(1)); }};
+  for (auto const& operation : operations) {
+    auto root = Open();
+    int written = 0, unlocked = 0;
+    FaultyFileSystem watched([&](std::string_view call, char const* path) {
+      std::string const name = path ? path : "", lock = At("SA100000/LOCKFILE");
+      bool const writes = call == "Writev" || call == "Rename" || call == "Exchange" || call == "Unlink";
+      if (!writes || name.find("/SA100000/") == name.npos || !fs::exists(lock)) return 0;
+      int const fd = open(lock.c_str(), O_RDONLY | O_CLOEXEC);
+      ++written;
+      unlocked += flock(fd, LOCK_EX | LOCK_NB) == 0;
+      close(fd);
+      return 0;
+    });
+    EXPECT_EQ(operation(*root), 0);
+    EXPECT_GT(written, 0);
+    EXPECT_EQ(unlocked, 0) << "operation " << &operation - operations;
+  }
 }
 
 TEST_P(PrivateMeanwhileTest, WithoutVersionNoFetchWritesTheAccessDate) {
