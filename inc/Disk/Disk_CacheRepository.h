@@ -7,6 +7,7 @@
 #include <infra/RWWString.h>
 #include <infra/ThreadTools.h>
 
+#include <functional>
 #include <memory>
 
 /// A file-set as a bounded cache: it may take so much of the disk, and hold so many studies, and gives up the studies
@@ -18,8 +19,8 @@
 ///
 /// The quota is the smaller one of what the configuration grants (docs/configuration.md) and of what the disk has, its
 /// spare aside; it shrinks as the disk fills with other data, and grows back. One object serves one thread at a time;
-/// copies share the file-set. Operations give 0 or -1; before Construct, and after one that failed to make the
-/// file-set, they give -1. Deletes honour no protection.
+/// copies share the file-set. Operations give 0 or -1, before Construct -1; after one that failed the file-set's own
+/// operations fail. Deletes honour no protection.
 class DISK_EXPORT Disk_CacheRepository {
 public:
   static constexpr int kDefaultQuotaMb = 5000;
@@ -39,8 +40,8 @@ public:
   long FreeSpaceKB();
 
   /// Makes room if need be, and stores an object. The flag is that of Disk_RootDirectoryFile::Store. 0; or -1 when the
-  /// object is refused (by the de-identifier, for want of space or of studies that may go) or can't be stored: then
-  /// studies may have been given up, and nothing else has changed.
+  /// object is refused (by the de-identifier, for want of space or of studies that may go) or can't be stored. Studies
+  /// may have been given up, whatever the result: also the object's own, with what was stored before.
   int Store(IOD_Msg* msg, bool store_unmatching_images);
   int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
   int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object);
@@ -51,10 +52,11 @@ public:
   int MarkStudyAsAccessed(Dicom_UI const& study_uid);
 
   // Cleaning: studies go from the lowest grade upward, as long as that is below the threshold. Two cleanings on one
-  // machine never overlap. 0, or -1 when the target wasn't met; what could go has gone then.
+  // machine never overlap, CleanAll apart. 0, or -1 when the target wasn't met; what could go has gone then.
 
-  /// A tenth of the repository's size.
+  /// So that a tenth of the repository's size is free within the quota; that may be so already.
   int AutoClean() { return AutoCleanPercentage(10); }
+  /// The same for another part. -1, and nothing is done, outside of 0 to 100.
   int AutoCleanPercentage(int percentage);
   /// So that `mb` MB are free within the quota.
   int AutoCleanMB(long mb);
@@ -63,6 +65,11 @@ public:
   int AutoCleanForStudy(int images, Dicom_CS const* modality);
   /// All studies, whatever their grade.
   int CleanAll();
+
+  /// Called after each study that a cleaning gave up, those of Store included; it must not call this repository.
+  void SetStudyGivenUp(std::function<void(Disk_StudyMetaData const&)> given_up) {
+    m_studyGivenUp = std::move(given_up);
+  }
 
   /// For callers; nothing here takes it.
   static Mutex s_mtxLock;
@@ -94,6 +101,7 @@ protected:
   std::int32_t m_spaceFactor = 1;
 
 private:
+  std::function<void(Disk_StudyMetaData const&)> m_studyGivenUp;
   struct Cleaning;
   int clean(Cleaning& cleaning);
   int make_room(IOD_Msg const& msg);
@@ -103,5 +111,5 @@ private:
 
   static thread_local Dicom_UI s_lastStudyUID;
   static thread_local int s_studyCount;
-  static thread_local Disk_RootDirectoryFile const* s_countedIn; // of which repository that is
+  static thread_local std::weak_ptr<Disk_RootDirectoryFile> s_countedIn; // of which repository that is
 };

@@ -165,8 +165,13 @@ void Disk_CacheRepository::FindQuotaSize() {
 
 long Disk_CacheRepository::FreeSpaceKB() {
   if (!IsDicomDirValid()) return 0;
-  FindQuotaSize();
-  return std::max(long(m_quotaMB) * kKbPerMb - m_sizeKB, 0L);
+  long free = 0;
+  Disk_Guarded("FreeSpaceKB", [&] {
+    FindQuotaSize();
+    free = std::max(long(m_quotaMB) * kKbPerMb - m_sizeKB, 0L);
+    return 0;
+  });
+  return free;
 }
 
 // What the root does
@@ -189,16 +194,18 @@ int Disk_CacheRepository::Delete(SCL_MoveIdentifier const& identifier, SCL_Infor
 
 int Disk_CacheRepository::DeleteStudyByInstanceUID(Dicom_UI study_uid) {
   if (!IsDicomDirValid()) return -1;
-  int error = 0;
-  SCL_MoveIdentifier identifier(SCL_QueryRetrieveLevel::STUDY, &error);
-  if (error == -1 || identifier.SetStudyInstanceUID(study_uid) == -1) {
-    DISK_LOG(3, "Failed to create Move Identifier.\n");
-    return -1;
-  }
-  MXL_SubOperationsReport report;
-  SCL_ResponseStatus status = SCL_ResponseStatus::Failed;
-  Delete(identifier, 1, &report, status);
-  return status == SCL_ResponseStatus::Success ? 0 : -1;
+  return Disk_Guarded("DeleteStudyByInstanceUID", [&] {
+    int error = 0;
+    SCL_MoveIdentifier identifier(SCL_QueryRetrieveLevel::STUDY, &error);
+    if (error == -1 || identifier.SetStudyInstanceUID(study_uid) == -1) {
+      DISK_LOG(3, "Failed to create Move Identifier.\n");
+      return -1;
+    }
+    MXL_SubOperationsReport report;
+    SCL_ResponseStatus status = SCL_ResponseStatus::Failed;
+    Delete(identifier, 1, &report, status);
+    return status == SCL_ResponseStatus::Success ? 0 : -1;
+  });
 }
 
 int Disk_CacheRepository::MarkStudyAsFullyLoaded(Dicom_UI const& study_uid) {

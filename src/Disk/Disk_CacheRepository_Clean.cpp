@@ -119,6 +119,7 @@ int Disk_CacheRepository::clean(Cleaning& cleaning) {
     if (!deleted)
       DISK_LOG(3, "Auto-Clean: Tried to delete study with instance uid <%s>, but failed\n", array[i].m_studyUID.CStr());
     cleaning.tried(array[i], deleted);
+    if (deleted && m_studyGivenUp) m_studyGivenUp(array[i]);
   }
   return 0;
 }
@@ -184,7 +185,8 @@ int Disk_CacheRepository::AutoCleanPercentage(int percentage) {
     DISK_LOG(4, "Auto-Clean: Invalid Percentage to clean - <%d>\n", percentage);
     return -1;
   }
-  return AutoCleanMB(FindRepositorySizeKB() / kKbPerMb * percentage / 100);
+  return Disk_Guarded("AutoCleanPercentage",
+                      [&] { return AutoCleanMB(FindRepositorySizeKB() / kKbPerMb * percentage / 100); });
 }
 
 int Disk_CacheRepository::AutoCleanForStudy(int images, Dicom_CS const* modality) {

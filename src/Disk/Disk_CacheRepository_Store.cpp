@@ -29,7 +29,7 @@ int NeededMb(IOD_Msg const& msg) {
 // Of the thread: all its repositories share them.
 thread_local Dicom_UI Disk_CacheRepository::s_lastStudyUID;
 thread_local int Disk_CacheRepository::s_studyCount = 0;
-thread_local Disk_RootDirectoryFile const* Disk_CacheRepository::s_countedIn = nullptr;
+thread_local std::weak_ptr<Disk_RootDirectoryFile> Disk_CacheRepository::s_countedIn;
 
 int Disk_CacheRepository::Store(IOD_Msg* msg, bool store_unmatching_images) {
   if (!IsDicomDirValid() || !msg) return -1;
@@ -71,14 +71,15 @@ int Disk_CacheRepository::make_room(IOD_Msg const& msg) {
 
 /// Counts the studies when the study changes, and gives up as many as stand in the way of one more.
 int Disk_CacheRepository::limit_studies(Dicom_UI const& study_uid) {
-  if (study_uid != s_lastStudyUID || s_countedIn != m_root.get()) {
+  if (study_uid != s_lastStudyUID || s_countedIn.lock() != m_root) {
     DISK_LOG(7, "Study <%s> has changed since last stored image <%s>.\n", s_lastStudyUID.CStr(), study_uid.CStr());
     s_studyCount = count_studies();
     m_root->ResetVersionFileStatus();
     s_lastStudyUID = study_uid.Duplicate();
-    s_countedIn = m_root.get();
+    s_countedIn = m_root;
   } else {
     DISK_LOG(7, "Study <%s> is that of the last stored image.\n", study_uid.CStr());
+    if (s_studyCount >= m_maxStudies) s_studyCount = count_studies(); // others may have made room meanwhile
   }
   if (m_maxStudies <= 0) {
     DISK_LOG(7, "Store: Dicom Dir \"Max Allowed Studies\" limit is disabled.\n");

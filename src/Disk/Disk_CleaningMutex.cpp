@@ -15,8 +15,14 @@ constexpr mode_t kMode = 0777;
 } // namespace
 
 Disk_CleaningMutex::Disk_CleaningMutex() : mutex_(std::make_unique<ACE_Process_Mutex>(kName, nullptr, kMode)) {
+  int result = mutex_->acquire();
+  while (result == -1 && errno == EINTR)
+    result = mutex_->acquire();
+  is_held_ = result == 0;
   // a machine without semaphores still cleans
-  if (mutex_->acquire() == -1) DISK_LOG(4, "Auto-Clean: can't take the mutex %s (errno=%d)\n", kName, errno);
+  if (!is_held_) DISK_LOG(4, "Auto-Clean: can't take the mutex %s (errno=%d)\n", kName, errno);
 }
 
-Disk_CleaningMutex::~Disk_CleaningMutex() { mutex_->release(); }
+Disk_CleaningMutex::~Disk_CleaningMutex() {
+  if (is_held_) mutex_->release(); // otherwise it is another's
+}

@@ -14,4 +14,5 @@ public:
 
 private:
   std::unique_ptr<ACE_Process_Mutex> mutex_;
+  bool is_held_ = false;
 };

@@ -108,7 +108,7 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
 /// An operation that can't take part in a relaxed epoch, on a full disk for instance, is durable.
 void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
   Util_Durability durability = Util_FileSystem::GetDurability();
-  bool const needs_epoch = !params.read_only && !Disk_DicomDir::KeepsImage(writing_strategy);
+  bool const needs_epoch = epoch && !params.read_only && !Disk_DicomDir::KeepsImage(writing_strategy);
   if (durability == Util_Durability::Relaxed && needs_epoch && hold.epoch.Shared(*epoch) == -1) {
     DISK_LOG(4, "No relaxed operation is possible here (errno=%d), so this one is durable.\n", errno);
     durability = Util_Durability::Full;

@@ -311,9 +311,14 @@ TEST_F(CacheTest, TheNumberOfStudiesIsLimited) {
   EXPECT_EQ(other->AutoCleanPercentage(0), 0);
   EXPECT_EQ(other->CleanAll(), 0);
   EXPECT_EQ(Studies(*cache), std::set<std::string>());
+  EXPECT_EQ(other->Store(Object(5, 1).get(), false), 0) << "a refusal that outlives its cause";
   Disk_CacheRepository unconstructed;
   EXPECT_EQ(unconstructed.Store(Object(1, 1).get(), false), -1);
   EXPECT_EQ(unconstructed.CleanAll(), -1);
+  unconstructed.SetPath(FromUTF8("/no/such/folder"));
+  EXPECT_EQ(unconstructed.Construct(), -1);
+  EXPECT_EQ(unconstructed.Store(Object(1, 1).get(), false), -1);
+  EXPECT_EQ(unconstructed.DeleteStudyByInstanceUID(Dicom_UI("1.2")), -1);
 }
 
 // A year of stores into a small quota, with fetches in between. Whenever a cleaning was due, those that went are the
@@ -415,7 +420,8 @@ TEST_F(CacheTest, AFullDiskIsCleaned) {
   umount2(Prefix().c_str(), MNT_DETACH);
 }
 
-// A cleaning waits for one of another process, whoever runs it, and doesn't for one that was killed.
+// A cleaning waits for one of another process, whoever runs it and whatever signals come, and doesn't for one that was
+// killed.
 TEST_F(CacheTest, CleaningsDoNotOverlap) {
   for (bool const unprivileged : {false, true}) {
     if (unprivileged && getuid() != 0) GTEST_SKIP() << "only root can be somebody else";
@@ -464,6 +470,10 @@ TEST_F(CacheTest, CleaningsDoNotOverlap) {
       if (killed) kill(first, SIGKILL);
       // the second counts what the first has left: it can't have begun before
       EXPECT_TRUE(succeeded(in_child([&] {
+        struct sigaction interrupted {};
+        interrupted.sa_handler = [](int) {}; // without SA_RESTART
+        sigaction(SIGALRM, &interrupted, nullptr);
+        ualarm(5000, 5000);
         auto const cache = Construct();
         return cache->AutoCleanNStudies(0) == 0 && (killed || Studies(*cache).size() == 1);
       })));
