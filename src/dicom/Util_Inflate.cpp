@@ -1,5 +1,7 @@
 #include "dicom/Util_Inflate.h"
 
+#include <cerrno>
+#include <infra/Klb_GError.h>
 #include <zlib.h>
 
 namespace {
@@ -21,8 +23,8 @@ private:
   bool ready_ = false;
 };
 
-/// Inflates, into `out` when it isn't null, and counts the bytes. Z_STREAM_END when all is well, Z_MEM_ERROR beyond
-/// `capacity` bytes.
+/// Inflates, into `out` when it isn't null, and counts the bytes, to somewhat beyond `capacity` at most. Z_STREAM_END
+/// when all is well.
 int Run(std::string_view deflated, int window_bits, char* out, std::size_t capacity, std::size_t* count) {
   Stream stream(window_bits);
   *count = 0;
@@ -38,7 +40,7 @@ int Run(std::string_view deflated, int window_bits, char* out, std::size_t capac
     z.avail_out = uInt(room);
     result = inflate(&z, Z_NO_FLUSH);
     *count += room - z.avail_out;
-    if (*count > capacity) return Z_MEM_ERROR;
+    if (*count > capacity) return Z_DATA_ERROR;
   }
   return result;
 }
@@ -55,9 +57,11 @@ std::shared_ptr<Util_Buffer const> Util_Inflate(std::string_view deflated, std::
     result = Run(deflated, window_bits, nullptr, kMaximalInflated, &count);
   }
   if (result != Z_STREAM_END) {
-    *error = result == Z_MEM_ERROR
-                 ? "the deflated data set is larger than " + std::to_string(kMaximalInflated) + " bytes"
-                 : std::string("the deflated data set is damaged or cut short");
+    if (count > kMaximalInflated)
+      *error = "the deflated data set is larger than " + std::to_string(kMaximalInflated) + " bytes";
+    else
+      *error = result == Z_MEM_ERROR ? "out of memory" : "the deflated data set is damaged or cut short";
+    if (result == Z_MEM_ERROR) KlbGError.SetSystem(ENOMEM);
     return nullptr;
   }
   std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(count);
