@@ -42,6 +42,7 @@ TEST_F(MaintenanceTest, CommandLines) {
       {"scan set --remove", 2, "--remove: nobody can be asked"},
       {"export set --out out", 2, "export: say what"},
       {"export set --study 1 --out set/out", 2, "set/out: lies inside of the file-set"},
+      {"fetch set --all --out set/../set", 2, "set/../set: lies inside of the file-set"},
       {"export set --study 1.2.3 --out out", 1, "set: holds no such object"},
   };
   for (Case const& c : cases)
@@ -150,14 +151,19 @@ TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   WriteChanged(series + "/E", [](IOD_Msg& msg) { // contradicts its study
     msg.SetStudyInstanceUID(Phantom::StudyUid(Small(Phantom::Kind::CT, 2)));
   });
+  temp.Write(series + "/F", "");
+  fs::resize_file(temp / (series + "/F"), std::uintmax_t(5) << 30); // too much to be read
+  std::string const renamed = Phantom::InstanceUid(Small(Phantom::Kind::CT, 2, 1, 3)).GetText();
+  fs::rename(temp / PathOf("image", "SOPInstanceUID=" + renamed), temp / (series + "/G"));
   Result const result = Line("scan set --adopt");
   EXPECT_EQ(result.code, 1);
   EXPECT_NE(result.err.find("fileset: " + series + "/E: can't be adopted: "), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("fileset: " + series + "/F: can't be read: "), std::string::npos) << result.err;
   EXPECT_NE(result.out.find(series + "/B: an object that the file-set has already\n"), std::string::npos);
-  EXPECT_NE(result.out.find("5 adopted, 0 removed, 5 left, 1 failed\n"), std::string::npos) << result.out;
-  EXPECT_EQ(Line("scan set --adopt --remove --yes").code, 1); // E stays: nobody else has it
+  EXPECT_NE(result.out.find("6 adopted, 0 removed, 6 left, 2 failed\n"), std::string::npos) << result.out;
+  EXPECT_EQ(Line("scan set --adopt --remove --yes").code, 1); // E and F stay: nobody else has them
   std::string const left = Line("scan set").out;
-  EXPECT_TRUE(left.starts_with(series + "/E (file") && left.ends_with(")\n1 that no record names\n")) << left;
+  EXPECT_TRUE(left.starts_with(series + "/E (file") && left.ends_with(")\n2 that no record names\n")) << left;
   EXPECT_EQ(Fetched(), 8u);
 }
 
@@ -237,8 +243,32 @@ TEST_F(MaintenanceTest, ACacheTellsWhoGoesAndLetsThemGo) {
   EXPECT_EQ(clean.code, 1); // the other was never read, and stays
   EXPECT_TRUE(clean.out.starts_with("deleted " + expected)) << clean.out;
   EXPECT_NE(clean.err.find("not as much as was wanted"), std::string::npos);
+  EXPECT_EQ(cache("clean kept --dry-run --studies 2").code, 1);
   EXPECT_EQ(cache("clean kept --all").out.substr(0, 8), "deleted ");
   EXPECT_NE(cache("status kept").out.find("  0 of 5\n"), std::string::npos);
+}
+
+// What is told as stored is there, whatever had to make room.
+TEST_F(MaintenanceTest, ACacheTellsWhatItGaveUpAgain) {
+  fs::create_directories(temp / "large");
+  for (int patient = 11; patient <= 18; ++patient) {
+    auto const msg = Phantom::Make(Small(Phantom::Kind::CT, patient));
+    std::string const bytes(std::size_t(patient == 12 ? 1400 : 1000) << 10, 'x'); // the largest goes first
+    msg->Set(Dicom_Tag(0x0009, 0x0010), Dicom_LO("TEST"));
+    msg->Set(Dicom_Tag(0x0009, 0x1000), Dicom_OB(bytes.data(), bytes.size(), 1, nullptr));
+    int status = 0;
+    Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
+    ASSERT_EQ(file.Write((temp / ("large/" + std::to_string(patient))).c_str(), nullptr), 0);
+  }
+  temp.Write("cache.yaml", "push: {max_repository_size_mb: 5, max_repository_hd_percentage: 100}\n");
+  Result const result = Line("--config cache.yaml cache store kept large --json");
+  EXPECT_EQ(result.code, 1);
+  std::string const gone = Phantom::StudyUid(Small(Phantom::Kind::CT, 12)).GetText();
+  json const told = json::parse(result.out, nullptr, false);
+  EXPECT_EQ(told["given_up"], json({gone}));
+  EXPECT_NE(result.err.find("study " + gone + ": 1 of the objects just stored had to go again"), std::string::npos);
+  EXPECT_NE(result.err.find("there is no room for it, and no study may go"), std::string::npos) << result.err;
+  EXPECT_EQ(RunJson({"query", "kept", "--level", "image"}).size(), told["stored"]);
 }
 
 } // namespace

@@ -16,7 +16,10 @@
 #include <cstdio>
 #include <ctime>
 #include <infra/Util_Clock.h>
+#include <map>
 #include <memory>
+#include <numeric>
+#include <set>
 #include <vector>
 
 namespace {
@@ -35,7 +38,11 @@ Examples: a cache of 200 MB, how full it is, and what a cleaning would take
   echo 'push: {max_repository_size_mb: 200}' > cache.yaml
   fileset --config cache.yaml cache store /data/cache images/
   fileset --config cache.yaml cache status /data/cache
-  fileset --config cache.yaml cache clean /data/cache --mb 50 --dry-run)";
+  fileset --config cache.yaml cache clean /data/cache --mb 50 --dry-run
+
+Ends with 0 when all was done, 1 when something failed (a line on standard error for each): an object that
+was refused or had to go again for others, a cleaning that can't reach what was wanted, tried or not; 2 for
+a wrong command line, 3 when the cache can't be opened.)";
 
 struct StoreOptions {
   std::string directory;
@@ -59,10 +66,28 @@ int SetNow(std::string const& text) {
   return 0;
 }
 
-std::string StoreFile(std::string const& path, StoreOptions const& options, CacheView& cache, EngineLog& log) {
+// What a store into a cache has brought, by study, and what had to make room for it.
+struct Kept {
+  std::map<std::string, std::size_t> stored, lost; // numbers of objects; lost: stored, and given up afterwards
+  std::set<std::string> given_up;
+
+  void GiveUp(std::string const& study) {
+    given_up.insert(study);
+    if (auto const gone = stored.extract(study)) lost[study] += gone.mapped();
+  }
+  std::size_t Count() const {
+    return std::accumulate(stored.begin(), stored.end(), std::size_t(0),
+                           [](std::size_t sum, auto const& study) { return sum + study.second; });
+  }
+};
+
+// Empty when the object is stored, else the cause.
+std::string StoreFile(std::string const& path, StoreOptions const& options, CacheView& cache, EngineLog& log,
+                      std::string* study) {
   std::string problem;
   std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
   if (!object) return problem;
+  *study = object->GetStudyInstanceUID().GetText();
   log.Begin();
   if (cache.Store(object.get(), options.accept_mismatch) == 0) return "";
   std::string const cause = log.Cause();
@@ -75,35 +100,37 @@ int RunStore(StoreOptions const& options) {
   auto const cache = CacheView::Open(options.directory, true, log, report);
   if (!cache) return kNotOpened;
   std::vector<std::string> const files = FindSourceFiles(options.sources, options.directory, report);
-  std::vector<Disk_StudyMetaData> before;
-  if (cache->Studies(&before) == -1) {
-    report.Fail(options.directory, log.Cause());
-    return kNotOpened;
-  }
-  std::size_t stored = 0;
+  Kept kept;
+  cache->SetStudyGivenUp([&kept](Disk_StudyMetaData const& study) { kept.GiveUp(study.m_studyUID.GetText()); });
+  std::size_t refused = 0;
   WatchForInterruption();
   report.Begin(files.size());
   for (std::string const& file : files) {
     if (IsInterrupted()) break;
-    std::string const cause = StoreFile(file, options, *cache, log);
-    cause.empty() ? void(++stored) : report.Fail(file, cause);
+    std::string study;
+    std::string const cause = StoreFile(file, options, *cache, log, &study);
+    if (cause.empty()) {
+      ++kept.stored[study];
+    } else {
+      ++refused;
+      report.Fail(file, cause);
+    }
     report.Step();
   }
   report.End();
   if (IsInterrupted()) report.Fail(options.directory, "interrupted before all files were stored");
-  std::vector<std::string> given_up;
-  for (Disk_StudyMetaData const& study : cache->Gone(before))
-    given_up.push_back(study.m_studyUID.GetText());
+  for (auto const& [uid, count] : kept.lost)
+    report.Fail("study " + uid, std::to_string(count) + " of the objects just stored had to go again for others");
   if (options.json) {
     std::printf(
         "%s\n",
-        JsonText({{"stored", stored}, {"given_up", given_up}, {"failures", FailuresJson(report, "file")}}).c_str());
+        JsonText({{"stored", kept.Count()}, {"given_up", kept.given_up}, {"failures", FailuresJson(report, "file")}})
+            .c_str());
     return report.Result();
   }
-  for (std::string const& uid : given_up)
+  for (std::string const& uid : kept.given_up)
     std::printf("gave up study %s\n", uid.c_str());
-  std::printf("%zu stored, %zu refused, %zu of the former studies given up\n", stored, report.Failures().size(),
-              given_up.size());
+  std::printf("%zu stored, %zu refused, %zu studies given up\n", kept.Count(), refused, kept.given_up.size());
   return report.Result();
 }
 

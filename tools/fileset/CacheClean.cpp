@@ -66,6 +66,15 @@ void Print(std::vector<Disk_StudyMetaData> const& gone, CacheCleanOptions const&
               double(space.free_kb) / 1024, options.dry_run ? "are" : "are now");
 }
 
+// That a cleaning doesn't reach what was wanted.
+void Tell(CacheCleanOptions const& options, bool all_gone, CacheView const& cache, Report& report) {
+  std::string const grade = std::to_string(cache.GetThreshold());
+  report.Fail(options.directory,
+              options.all ? "not all studies can be deleted"
+              : all_gone  ? "all studies together aren't enough"
+                          : "not as much as was wanted: the others grade " + grade + " or higher, or can't be deleted");
+}
+
 // -1 (reported) when the options make no sense.
 int CheckOptions(CacheCleanOptions const& options, int* images, Report& report) {
   int const ways =
@@ -102,17 +111,17 @@ int RunCacheClean(CacheCleanOptions const& options) {
     Wanted const wanted = options.studies >= 0
                               ? Wanted([&](auto const& gone) { return int(gone.size()) < options.studies; })
                               : Until(mb, space);
-    Print(Foretell(*cache, before, wanted, options.all), options, *cache);
+    std::vector<Disk_StudyMetaData> const gone = Foretell(*cache, before, wanted, options.all);
+    Print(gone, options, *cache);
+    if (!options.all && wanted(gone)) Tell(options, gone.size() == before.size(), *cache, report);
     return report.Result();
   }
   log.Begin();
   int const result = Clean(*cache, options, images);
   std::vector<Disk_StudyMetaData> const gone = cache->Gone(before);
   Print(gone, options, *cache);
-  if (result == -1)
-    report.Fail(options.directory, gone.size() == before.size()
-                                       ? "all studies went, and that isn't enough"
-                                       : "not as much as was wanted: the others grade " +
-                                             std::to_string(cache->GetThreshold()) + " or higher, or can't be deleted");
+  // a study whose deletion ended half-way may count as deleted
+  bool const stay = options.all ? gone.size() < before.size() : int(gone.size()) < options.studies;
+  if (result == -1 || stay) Tell(options, gone.size() == before.size(), *cache, report);
   return report.Result();
 }

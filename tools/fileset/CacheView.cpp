@@ -13,6 +13,7 @@
 
 std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, bool may_make, EngineLog& log,
                                            Report& report) {
+  Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
   FoundFileSet const found = RecogniseFileSet(directory);
   bool const is_new = found.structure == Structure::None && may_make;
   std::string problem = is_new ? "" : found.problem;
@@ -26,6 +27,8 @@ std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, bool ma
   }
   auto cache = std::make_unique<CacheView>();
   cache->SetPath(FromUTF8(directory.c_str()));
+  Disk_StudyMetaData none; // the tables are read now: what they lack is no reason why an object is refused
+  Disk_CacheRepositoryCleanGradeFactory::GetInstance()->GradeStudies(&none, 1);
   log.Begin();
   if (cache->Construct() == 0) return cache;
   report.Fail(directory, log.Cause());

@@ -79,7 +79,9 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
 bool IsInside(std::string const& path, std::string const& directory) {
   namespace fs = std::filesystem;
   std::error_code error, no_directory;
-  fs::path const real = fs::weakly_canonical(path, error), above = fs::canonical(directory, no_directory);
+  fs::path const full = fs::absolute(path, error); // else one whose first part isn't there would stay relative
+  if (error) return false;
+  fs::path const real = fs::weakly_canonical(full, error), above = fs::canonical(directory, no_directory);
   return !error && !no_directory &&
          std::mismatch(above.begin(), above.end(), real.begin(), real.end()).first == above.end();
 }

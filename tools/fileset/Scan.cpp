@@ -23,11 +23,12 @@ char const kFooter[] = R"(
 A killed program, a disk that was full or records that were lost leave such files. A folder is listed
 with all that it holds.
 
---adopt stores those that are whole DICOM objects and whose SOP Instance UID the file-set doesn't know:
-the file is renamed to its place. An object that is known already is left where it is, and told.
+--adopt stores those that are whole DICOM objects and whose SOP Instance UID the file-set doesn't know, or
+knows of a file that is gone: the file is renamed to its place. An object that the file-set has already is
+left where it is, and told.
 --remove deletes what is listed, after asking; where nobody can be asked it takes --yes. A symbolic link
-is removed, never followed. What holds an object that can't be adopted stays. With both, what can be
-adopted is, and the rest is removed. Neither is done while records can't be read.
+is removed, never followed. With both, what can be adopted is, and the rest is removed, but for what holds an
+object that can't be adopted, or a file that can't be read. Neither is done while records can't be read.
 Only file-sets of the private structure can do this.
 
 Examples: look, bring lost objects back, and clean up
@@ -71,12 +72,19 @@ bool IsObjectFile(std::string const& path) {
          S_ISREG(status.st_mode);
 }
 
-// Stores the file if it is an object that the file-set lacks. False (reported) if it is one and can't be stored.
+// Stores the file if it is an object that the file-set lacks. False (reported) if it is one and can't be stored, or
+// nobody can tell.
 bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, EngineLog& log, Report& report,
            Outcome* outcome) {
   if (recorded.paths.count(path) != 0 || !IsObjectFile(path)) return true;
   std::string problem, place;
-  std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
+  bool was_read = false;
+  log.Begin();
+  std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem, &was_read);
+  if (!object && (!was_read || RanOutOfMemory())) { // it may be one
+    report.Fail(path, problem);
+    return false;
+  }
   if (!object || object->GetStudyInstanceUID() == UI_NULL || object->GetSeriesInstanceUID() == UI_NULL ||
       object->GetSOPInstanceUID() == UI_NULL)
     return true;

@@ -22,10 +22,12 @@ std::string MoveProblem(std::string const& file, std::string const& directory) {
 
 } // namespace
 
-std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem) {
+std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem, bool* was_read) {
   constexpr Dicom_Tag kDirectoryRecords(0x0004, std::uint16_t(0x1220));
   Util_File file;
-  std::unique_ptr<IOD_Msg> object(file.GetFile(path.c_str(), 0, nullptr) == 0 ? file.operator IOD_Msg*() : nullptr);
+  bool const is_read = file.GetFile(path.c_str(), 0, nullptr) == 0;
+  if (was_read) *was_read = is_read;
+  std::unique_ptr<IOD_Msg> object(is_read ? file.operator IOD_Msg*() : nullptr);
   if (!object) {
     *problem = file.GetError();
   } else if (object->Has(kDirectoryRecords)) {

@@ -6,8 +6,9 @@
 #include <memory>
 #include <string>
 
-// The object in a file; or null, and `*problem` tells why: also for a DICOMDIR, which is no object.
-std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem);
+// The object in a file; or null, and `*problem` tells why: also for a DICOMDIR, which is no object. `*was_read`, which
+// may be null, tells whether the file could be read, whatever is in it.
+std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem, bool* was_read = nullptr);
 
 // Whether that is why the last operation of this thread failed; its code has to have been 0 before.
 bool RanOutOfMemory();

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <infra/CToolParse.h>
 #include <infra/Util_FileSystemInterface.h>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -156,8 +157,10 @@ int ReadRecorded(FileSet& set, EngineLog& log, Report& report, Recorded* recorde
     Search::Rows rows;
     if (Search(set, log, report).Run(level, {{kReferencedFileId, ""}}, &rows) == -1) return -1;
     for (auto const& row : rows) {
-      recorded->paths.insert(Disk_FileID(set.directory.c_str(), row->Value<Dicom_CS>(kReferencedFileId), 0).Path());
-      if (level == Level::IMAGE) recorded->uids.insert(row->Text(kSopInstanceUid));
+      std::string const path = Disk_FileID(set.directory.c_str(), row->Value<Dicom_CS>(kReferencedFileId), 0).Path();
+      recorded->paths.insert(path);
+      bool const is_there = !path.empty() && System().Access(path.c_str(), F_OK) == 0;
+      if (level == Level::IMAGE && is_there) recorded->uids.insert(row->Text(kSopInstanceUid));
     }
   }
   return report.Failures().size() == failures ? 0 : -1;

@@ -31,7 +31,7 @@ std::vector<std::string> RemoveZombies(Zombies const& zombies, FileSet& set, Eng
 // What the records of a file-set name.
 struct Recorded {
   std::set<std::string> paths; // of object files and directory files
-  std::set<std::string> uids;  // SOP Instance UIDs
+  std::set<std::string> uids;  // SOP Instance UIDs of those that are there
 };
 
 // 0, or -1 (reported) when not all records can be read.

@@ -15,6 +15,7 @@
 #include "Status.h"
 #include "Store.h"
 
+#include <Disk/Disk_Removal.h>
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
@@ -61,6 +62,7 @@ int Finished(int result) {
 int main(int argc, char** argv) {
   try {
     SpareAddressSpace();
+    Disk_SetDeletesCineFiles(false);     // objects come from anywhere, and they would name files anywhere
     std::setlocale(LC_CTYPE, "C.UTF-8"); // what text is in, whatever the user's locale
     CLI::App app(kDescription, "fileset");
     app.footer(kFooter)->require_subcommand(1)->fallthrough();
