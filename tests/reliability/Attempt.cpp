@@ -28,6 +28,7 @@ bool IsRetried(std::string_view call) {
 struct Forgiven {
   std::string_view call, path, operation; // a part of the path, the beginning of the name; empty: any
   char const* why;
+  int error = 0; // this one only
 };
 
 constexpr Forgiven kForgiven[] = {
@@ -35,6 +36,7 @@ constexpr Forgiven kForgiven[] = {
     {"Open", "/VERSION", "", "a version that can't be read: the records are read again; counted up it isn't"},
     {"Read", "/VERSION", "", "the same"},
     {"Stat", "/LOCKFILE", "", "the lock file counts as replaced, and the lock is taken anew"},
+    {"Open", "/DICOMDIR.redo", "", "another user's is removed, and made anew", EACCES},
     {"Ftruncate", "/DICOMDIR.redo", "", "it is removed; and if it stays, whoever comes next writes the same again"},
     {"Unlink", "/DICOMDIR.redo", "", "whoever comes next writes the same again"},
     {"Stat", "/DICOMDIR.redo", "", "a redo record counts as pending"},
@@ -63,10 +65,10 @@ constexpr Forgiven kForgiven[] = {
     {"", "/source", "export", "the date of a fetch"},
 };
 
-bool IsForgiven(Case const& c, std::string_view call, std::string_view path) {
+bool IsForgiven(Case const& c, std::string_view call, std::string_view path, int error) {
   return std::any_of(std::begin(kForgiven), std::end(kForgiven), [&](Forgiven const& f) {
     return (f.call.empty() || call == f.call) && path.find(f.path) != path.npos &&
-           c.operation->name.starts_with(f.operation);
+           c.operation->name.starts_with(f.operation) && (f.error == 0 || error == f.error);
   });
 }
 
@@ -103,7 +105,7 @@ private:
     std::string const name = std::string(call) + " " + std::string(path.substr(path.rfind('/') + 1));
     if (first.empty()) first = name;
     only_retried = only_retried && IsRetried(call);
-    bool const may = IsForgiven(case_, call, path) || (fault_.error == EINTR && IsRetried(call));
+    bool const may = IsForgiven(case_, call, path, fault_.error) || (fault_.error == EINTR && IsRetried(call));
     if (unforgiven.empty() && !may) unforgiven = name;
     return fault_.error;
   }

@@ -159,13 +159,22 @@ int CleanCache(Session& session) {
 // Changes
 
 template <class Change>
-Operation ChangeOf(std::string name, std::string Study::*attribute, Change change) {
+Operation ChangeOf(std::string name, std::string Study::*attribute, std::string value, Change change) {
   Operation operation{.name = std::move(name), .is_standard = false, .act = {}, .effect = {}};
   operation.act = [change](Session& session) { return WithRoot(session, change); };
-  operation.effect = [attribute](Model& model, bool) {
-    model.studies[Phantom::StudyUid(kKnown).GetText()].*attribute = "Y";
+  operation.effect = [attribute, value](Model& model, bool) {
+    if (attribute) model.studies[Phantom::StudyUid(kKnown).GetText()].*attribute = value;
   };
   return operation;
+}
+
+// Of the maker, which only the objects name.
+Operation MakerCorrection() {
+  static auto const s_known = MakeObject(kKnown);
+  static Dicom_LO const s_id = s_known->GetPatientID(), s_issuer = s_known->GetIssuerOfPatientID(),
+                        s_maker("New maker");
+  auto const correct = [](auto& root) { return root.ChangeManufacturerParms(s_id, s_issuer, s_maker, LO_NULL); };
+  return ChangeOf("correct maker", nullptr, "", correct);
 }
 
 Operation Correction() {
@@ -241,7 +250,9 @@ std::vector<Operation> MakeOperations() {
   static SCL_MoveIdentifier const s_study = Named(Level::STUDY);
   static Dicom_UI const s_uid = Phantom::StudyUid(kKnown);
   auto const protect = [](auto& root) { return root.ProtectImages(s_study, 1, nullptr); };
+  auto const unprotect = [](auto& root) { return root.UnprotectImages(s_study, 1, nullptr); };
   auto const complete = [](auto& root) { return root.SetStudyCompleted(s_uid); };
+  auto const access = [](auto& root) { return root.SetStudyAccessed(s_uid); };
   return {StoreOf("store new patient", {.patient = 9}, false),
           StoreOf("store new study", {.study = 9}, true),
           StoreOf("store new series", {.series = 9}, true),
@@ -253,9 +264,12 @@ std::vector<Operation> MakeOperations() {
           DeleteOf("delete image", Level::IMAGE),
           DeleteOf("delete series", Level::SERIES),
           DeleteOf("delete study", Level::STUDY),
-          ChangeOf("protect", &Study::is_protected, protect),
-          ChangeOf("complete", &Study::is_completed, complete),
+          ChangeOf("protect", &Study::is_protected, "Y", protect),
+          ChangeOf("unprotect", &Study::is_protected, "N", unprotect),
+          ChangeOf("complete", &Study::is_completed, "Y", complete),
+          ChangeOf("note access", nullptr, "", access),
           Correction(),
+          MakerCorrection(),
           auto_delete,
           clean,
           Export(),

@@ -128,6 +128,7 @@ private:
                                                         : QuerySeries(root, other, index);
     if (what < (role == Role::Writer ? 7 : 6)) return Put(root, number, index);
     if (role == Role::Cleaner) return Clean(root, number);
+    if (!standard_ && role == Role::Deleter && what == 7 && index < 4) return CorrectMaker(root);
     auto const level = SCL_QueryRetrieveLevel::Value(role == Role::Writer ? 2 : random() % 3);
     Delete(root, number, index, level);
   }
@@ -161,6 +162,12 @@ private:
     Require(!any || result == 0, "a delete fails");
     for (int i = first; i < first + size; ++i)
       Set(owner, i, Absent);
+  }
+
+  /// Of the writers' patient, whose objects are stored meanwhile; there may be none yet.
+  void CorrectMaker(Disk_RootDirectoryFile& root) {
+    auto const object = Phantom::Make(Place(Role::Writer, 0, 0));
+    root.ChangeManufacturerParms(object->GetPatientID(), object->GetIssuerOfPatientID(), Dicom_LO("Maker"), LO_NULL);
   }
 
   /// The owner's studies are older than any other, and all that may go.
