@@ -24,6 +24,8 @@ constexpr std::uint64_t kObjectsPerLock = 16;
 
 Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current(); }
 
+std::string Told(Disk_Finding const& finding) { return finding.kind + '\n' + finding.path + '\n' + finding.text; }
+
 /// The number that a counter's text states, -1 for none.
 long Number(std::string const& text) {
   std::size_t const first = text.find_first_not_of(' '), last = text.find_last_not_of(' ');
@@ -43,30 +45,44 @@ Disk_Checker::Disk_Checker(char const* file_set_prefix, bool standard, Disk_Chec
     : prefix_(file_set_prefix), standard_(standard), options_(options), result_(result) {}
 
 /// A store takes the file-set's lock twice, and what it wrote below shows in between. So what an operation can explain
-/// is looked at once more when somebody has written meanwhile.
+/// is looked at once more when somebody has written meanwhile, and told when it is still the same then.
 int Disk_Checker::Run() {
-  constexpr int kMostWalks = 4;
+  constexpr int kMostWalks = 6;
   constexpr std::chrono::milliseconds kPause{5}; // for who waits for the lock that we held to get it
   if (lock_.Init(prefix_.c_str(), 1) == -1) return -1;
   for (int walks = 1;; ++walks) {
     Disk_Hold<Klb_LockFile> held;
-    if (held.Shared(lock_) == -1) return -1;
-    reset();
-    version_ = Disk_ReadVersion(prefix_ + "/VERSION");
-    if (Walk() == -1) return -1;
-    find_unnamed();
-    if (Disk_RelaxedEpoch::NeedsRecovery(prefix_) != 0)
-      Find("recovery-pending", Disk_Finding::InterruptedStore, prefix_ + "/" + Disk_RelaxedEpoch::kFolder,
-           "files that weren't synced before the machine went down are looked at by the next operation");
-    auto const& findings = result_->findings;
-    bool const under_way =
-        std::any_of(findings.begin(), findings.end(), [](auto const& f) { return f.cause != Disk_Finding::Damage; });
-    if (!under_way || walks == kMostWalks) break;
+    if (held.Shared(lock_) == -1) return -1; // waits for who writes by now
+    if (walks > 1 && !has_moved()) break;
+    std::unordered_set<std::string> before;
+    for (Disk_Finding const& finding : result_->findings)
+      before.insert(Told(finding));
+    if (walk() == -1) return -1;
+    auto const is_new = [&before](Disk_Finding const& finding) {
+      return finding.cause != Disk_Finding::Damage && before.count(Told(finding)) == 0;
+    };
+    auto& findings = result_->findings;
+    if (std::none_of(findings.begin(), findings.end(), is_new)) break;
+    if (walks == kMostWalks) { // somebody writes all the time
+      result_->n_findings -= std::erase_if(findings, is_new);
+      break;
+    }
     held.Release();
     std::this_thread::sleep_for(kPause);
-    if (!has_moved()) break;
   }
   return options_.deep ? read_objects() : 0;
+}
+
+/// All records and folders, under the lock.
+int Disk_Checker::walk() {
+  reset();
+  version_ = Disk_ReadVersion(prefix_ + "/VERSION");
+  if (Walk() == -1) return -1;
+  find_unnamed();
+  if (Disk_RelaxedEpoch::NeedsRecovery(prefix_) != 0)
+    Find("recovery-pending", Disk_Finding::InterruptedStore, prefix_ + "/" + Disk_RelaxedEpoch::kFolder,
+         "files that weren't synced before the machine went down are looked at by the next operation");
+  return 0;
 }
 
 bool Disk_Checker::has_moved() const { return Disk_ReadVersion(prefix_ + "/VERSION") != version_; }

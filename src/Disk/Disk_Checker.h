@@ -74,6 +74,7 @@ private:
 
   /// In the standard structure the records of an operation take effect together.
   Cause unfinished_delete() const { return standard_ ? Disk_Finding::Damage : Disk_Finding::InterruptedDelete; }
+  int walk();
   void reset();
   void find_unnamed();
   bool is_named(Unnamed const& entry) const;

@@ -1,6 +1,7 @@
 // The check finds each kind of damage, and nothing in a sound file-set. Every row breaks a copy of a small one.
 #include "support/DicomdirWalk.h"
 #include "support/FileSetFixture.h"
+#include "support/Kill.h"
 
 #include <functional>
 #include <infra/Util_FileSystem.h>
@@ -285,5 +286,30 @@ TEST(CheckTest, AnObjectThatGetsAnotherNameMeanwhileIsNoDamage) {
     EXPECT_TRUE(changed);
     EXPECT_EQ(result.n_findings, 0u) << result.findings[0].path << ": " << result.findings[0].text;
     EXPECT_EQ(set.Check().n_findings, 0u);
+  }
+}
+
+TEST(CheckTest, WhatIsUnderWayIsNoFinding) {
+  for (unsigned const structure : {kPrivate, kStandard}) {
+    Broken set(structure);
+    ASSERT_EQ(set.StoreImage(1), 0);
+    pid_t const writer = fork();
+    if (writer == 0) {
+      FaultyFileSystem const slow([](std::string_view call, char const*) {
+        if (call == "Fdatasync" || call == "Fsync") usleep(10000);
+        return 0;
+      });
+      bool stored = true;
+      for (int image = 2; image <= 12; ++image)
+        stored = stored && set.StoreImage(image) == 0;
+      _exit(stored ? 0 : 1);
+    }
+    int status = 0, checks = 0;
+    for (; waitpid(writer, &status, WNOHANG) == 0; ++checks) {
+      Disk_CheckResult const result = set.Check();
+      EXPECT_EQ(result.n_findings, 0u) << result.findings[0].path << ": " << result.findings[0].text;
+    }
+    EXPECT_EQ(status, 0);
+    EXPECT_GT(checks, 5);
   }
 }
