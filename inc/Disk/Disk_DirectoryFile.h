@@ -71,8 +71,8 @@ protected:
   /// A new file or directory beside this file, whose name begins with `name`. `*status` is -1, with error 211004
   /// when `name` can't be one, and the ID empty.
   Disk_FileID unique_file_id(std::string const& name, int* status) const;
-  /// The name of a new directory or file: `letter`, the end of `text`, of at most `most` characters ("U" for an
-  /// empty text).
+  /// A part of the name of a new directory or file: the end of `text`, of at most `most` characters, "U" for an empty
+  /// text.
   static std::string name_part(std::string_view text, std::size_t most);
   /// `text` with everything but digits and upper-case letters replaced by `_`.
   static std::string sanitized(std::string_view text);

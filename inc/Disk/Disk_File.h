@@ -24,8 +24,9 @@ public:
   Disk_FileID const& GetFileID() const { return file_id; }
   char const* GetFileSetPrefix() const { return file_id.GetFileSetPrefix(); }
 
-  /// Stamps `msg` with the program's version and writes it in `syntax`. 0 when the file stands under its name, with
-  /// full durability also after a power cut; -1 otherwise, with error 211020 when the rename failed.
+  /// Stamps `msg` with the program's version and writes it in `syntax`; the other three have no effect. 0 when the file
+  /// stands under its name, with full durability also after a power cut; -1 otherwise, with error 211020 when the
+  /// rename failed.
   int Write(IOD_Msg* msg, Dicom_UI const& sop_class, Dicom_UI const& sop_instance, Dicom_UI const& syntax,
             bool mode_three);
   /// Reads the file. On 0 `*found` tells whether it exists; if it is 1, `*msg` is a new message for the caller to

@@ -21,8 +21,9 @@ public:
   Disk_FileID() = default;
   /// Takes the components as they are. A null prefix counts as an empty one.
   Disk_FileID(char const* file_set_prefix, Dicom_CS const& id, int lowercase);
-  /// Takes a full path apart that begins with the prefix and a separator. `*status` is 0, or -1 with error 211004
-  /// when nothing is left behind the prefix; the ID has no components then.
+  /// Takes a full path apart that begins with the prefix and a separator. That it does isn't checked, the caller sees
+  /// to it. `*status` is 0, or -1 with error 211004 when nothing is left behind the prefix; the ID has no components
+  /// then.
   Disk_FileID(char const* file_set_prefix, char const* file_name, int* status, int lowercase);
 
   /// The path as a new string of 512 bytes, for the caller to free with delete[]; null when it can't be formed.

@@ -34,7 +34,8 @@ struct DISK_EXPORT Disk_AutoDeleteCandidate {
 ///     if (status == 0 && root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0) ...
 class DISK_EXPORT Disk_RootDirectoryFile : public Disk_DirectoryFile {
 public:
-  /// Opens the file-set in a directory that exists; an empty one becomes a file-set with the first store.
+  /// Opens the file-set in a directory that exists. An empty one gets a LOCKFILE, and becomes a file-set with the first
+  /// store, with STANDARD_STRUCTURE at once, as the DICOMDIR is made; with READ_ONLY nothing is made.
   /// `reserved_kb` is taken off the free space of the disk by FreeSpace. `strategy`, which may be null, stays the
   /// caller's. `*status` is 0, or -1 and then the object must not be used.
   Disk_RootDirectoryFile(char const* file_set_prefix, Disk_StoreParams params, long reserved_kb, int* status,
@@ -48,6 +49,7 @@ public:
 
   /// Makes an object part of the file-set.
   ///
+  /// It needs Study, Series and SOP Instance UID, Patient ID and, unless it is in place or moved, SOP Class UID.
   /// `msg` stays the caller's; it is stamped, may get its record's icon and be compressed. `add_icon`: a new image
   /// gets an icon. `store_unmatching_images` 0: an object whose Patient's Name, Patient ID, Study ID or Series Number
   /// contradicts its study or series is refused; otherwise that is only logged. `in_place` not 0: the object's file
@@ -55,9 +57,11 @@ public:
   /// instead of writing `msg`, `file_to_move` is renamed to the object's place, and its path copied to
   /// `stored_file_name`, of at least 512 bytes. `syntax_in_file` may be null.
   ///
-  /// 0: stored; with full durability it survives a power cut. -1: not stored; errors 211004 (a value can't be part of
-  /// a file name), 211005, 211017, 211018, 211019, 211020, 211001 and 210000 + errno tell causes. What was stored
-  /// before is unharmed; files that no record names may be left.
+  /// 0: stored; with full durability it survives a power cut. -1: not acknowledged: when a late step failed, such as
+  /// the unlock after the write or the end of a standard commit, it may be found afterwards. Storing it again is right.
+  /// Errors 211004 (a value can't be part of a file name), 211005, 211017, 211018, 211019, 211020, 211001, 211023 and
+  /// 210000 + errno tell causes; some refusals, that of an object without an identifier for one, set none. What was
+  /// stored before is unharmed; files that no record names may be left.
   int Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place, char* existing_file, int move_store,
             char* file_to_move, char* stored_file_name, Dicom_UI const* syntax_in_file);
 
@@ -67,14 +71,19 @@ public:
   /// unknown level, 211001; responses found so far stay in `results`.
   int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
 
-  /// Reads one object, by the identifier's Referenced File ID or, without one, by its three UIDs, and notes the
-  /// access in the study's record. 0 and a new message for the caller to own, or -1.
+  /// Reads one object, by the identifier's Referenced File ID or, without one, by its three UIDs. `async` may be null;
+  /// nothing looks at it. 0 and a new message for the caller to own; or -1, with error 211007 for an information model
+  /// other than 1. In the private structure, if it may be written, the access is noted in the study's record, when the
+  /// identifier names another study than the last fetch did; a fetch by file ID without a Study Instance UID
+  /// notes nothing. A note that can't be written fails nothing.
   int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object, Disk_AsyncFile* async);
 
   /// Deletes one or more studies, a series, or one or more images of a series, by the level of the identifier. Off
-  /// until SetSupportPar allows it. `status` becomes 0 when the root was written after the last study handled, 3 for a
-  /// protected study, 4 otherwise; `report` counts images. 0; or -1, with error 211007, 211002: what went before the
-  /// failure is gone, and what is left can be deleted again. A file that can't be removed is logged and left.
+  /// until SetSupportPar allows it: -1, and `status` and `report` are untouched. `status` becomes 0 when the root was
+  /// written after the last study handled, 3 for a protected study, 4 otherwise; `report` counts images. 0; or -1, with
+  /// error 211007, 211002: what went before the failure is gone, and what is left can be deleted again. A file that
+  /// can't be removed is logged: in a series that goes as a whole it is left without a record and counts as deleted; an
+  /// image that was named keeps its record and counts as failed, which alone gives no -1.
   int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
              SCL_ResponseStatus& status);
 
@@ -108,9 +117,11 @@ public:
   /// Called after each object that a correction has written; it must not call this root.
   void SetObjectDone(std::function<void()> done) { object_done = std::move(done); }
 
-  /// Hands every folder and file that no record names to `report`, which must not call the file-set: locks are held.
-  /// Private structure only. A study whose folder is gone is dropped from memory, and from the file with the next
-  /// write. 0, also when a study or a series can't be scanned (logged), or -1.
+  /// Hands what no record names to `report`, which must not call the file-set: locks are held. That is the folders in
+  /// the file-set and in its studies, each after what stands in it, one level deep, and the files in folders of series.
+  /// Files of the upper two levels stay unseen, and folders in the folder of a series. Private structure only. A study
+  /// whose folder is gone is dropped from memory, and from the file with the next write. 0, also when a study or a
+  /// series can't be scanned (logged), or -1.
   int ProcessZombieFiles(CToolParseDICOMReport& report);
 
   /// Brings everything that was acknowledged to the disk, of relaxed operations too, whoever made them. The whole file

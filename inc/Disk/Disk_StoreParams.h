@@ -14,7 +14,7 @@ struct DISK_EXPORT Disk_StoreParams {
   std::uint32_t read_only : 1;          ///< nothing is written; a file-set without VERSION is read once
   std::uint32_t store_native : 1;       ///< objects are written uncompressed
   std::uint32_t standard_structure : 1; ///< one DICOMDIR holds all records
-  std::uint32_t dump_mode_three : 1;    ///< objects are dumped in mode 3 instead of 2
+  std::uint32_t dump_mode_three : 1;    ///< without effect, kept for callers
 };
 
 /// What AutoDelete is to reach.

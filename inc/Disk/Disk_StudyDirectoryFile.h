@@ -47,7 +47,8 @@ public:
   int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
   int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
   int correct(Disk_Correction const& correction);
-  /// What of the study's folder no record names. The caller holds the study lock. 0, or -1.
+  /// Hands over the folders in the study's own that no record names, and what its series do. The caller holds the study
+  /// lock. 0, or -1.
   int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:

@@ -20,15 +20,15 @@ class DISK_EXPORT Util_File {
 public:
   Util_File();
   /// Dumps `msg` as a DICOM file in `syntax`. Pixels that are encapsulated stay so, and the file then bears their
-  /// syntax. `mode` 2 and 3 are accepted and mean the same. `*status` is 0, or -1 on failure, and `*text`, which may
-  /// be null, then tells why.
+  /// syntax. `mode` has no effect. `*status` is 0, or -1 on failure, and `*text`, which may be null, then tells why.
   Util_File(Dicom_Msg& msg, int* status, Dicom_UI const& syntax, int mode, std::string* text);
   ~Util_File();
   Util_File(Util_File const&) = delete;
   Util_File& operator=(Util_File const&) = delete;
 
-  /// Writes the bytes to a new file, or over an old one of that name, and syncs it unless durability is relaxed.
-  /// `fs` is null or the current file system. 0, or -1 with errno; a partial file stays behind.
+  /// Writes the bytes to a new file and syncs it unless durability is relaxed. An old one of that name is unlinked
+  /// first: other hard links to it keep the old bytes, and a write that fails may have lost it. `fs` is null or the
+  /// current file system. 0, or -1 with errno; a partial file may stay behind.
   int Write(char const* path, Util_FileSystemInterface* fs);
   /// Writes the bytes at the descriptor's position. 0, or -1 with errno.
   int Write(int fd);
@@ -36,9 +36,11 @@ public:
   std::string_view Bytes() const;
   std::string_view DataSetBytes() const { return Bytes().substr(data_set_start_); }
 
-  /// Reads a file. 0, or -1 with errno, ENOENT when there is no such file.
+  /// Reads a file. 0, also when it is no DICOM file, which GetError and the decoding tell; or -1 with errno, ENOENT
+  /// when there is no such file, EFBIG from 4 GiB on. `flags` has no effect; `fs` is null or the current file system.
   int GetFile(char const* path, int flags, Util_FileSystemInterface* fs);
-  /// Takes the bytes of a file from memory; they are copied. 0, or -1 without memory.
+  /// Takes the bytes of a file from memory; they are copied. 0, also when they are none of a DICOM file; or -1 without
+  /// memory, or when they are more than 4 GiB less two.
   int GetBytes(std::string_view bytes);
   /// The same for a data set without preamble and meta information, in `syntax`.
   int GetDataSetBytes(std::string_view bytes, Dicom_UI const& syntax);
@@ -58,7 +60,7 @@ public:
   /// The syntax in which a compressed object is to be saved: that of its pixels, or the native one.
   static Dicom_UI GetRecomendedCommpressedTxForSave(Dicom_Msg const* msg);
 
-  /// Not 0: the bytes aren't going to be bound to the message.
+  /// Without effect, kept for callers: it is SetOriginalBuffer that binds the bytes to a message.
   int no_original_buffer = 0;
 
 private:

@@ -36,6 +36,9 @@ public:
 /// locks: it must not call the file-set.
 class DISK_EXPORT CToolParseDICOMReport : public Klb_ParseDirectory {
 public:
-  /// ProcessFile: a file that no record names. -1 when it can't be processed, which is logged.
-  /// ProcessFolder: a folder that no record names, after ParseDirectory on it. The result isn't looked at.
+  /// ProcessFile: a file that no record names. -1 when it can't be processed: that is logged for a file of a series;
+  /// for one in a folder that no record names it ends the scan of that level, in the file-set's own folder all of it
+  /// with -1, as soon as the rest of that folder has been handed over.
+  /// ProcessFolder: a folder that no record names, after ParseDirectory on it; the result isn't looked at. A folder in
+  /// such a one comes alone, and its -1 counts like that of a file there.
 };

@@ -36,7 +36,8 @@ public:
   /// file says otherwise). The log is the program's business: it finds its wishes in GetLog. 0 or -1; -1 (no
   /// regular file, over 1 MiB, no YAML, nested more than 64 deep) leaves everything as it was. A key that
   /// nobody knows and a value of the wrong type are left out and are no failure. Each trouble is logged at
-  /// level 4 and, unless `problems` is null, added to it as "FILE:LINE: text". Never throws.
+  /// level 4 and, unless `problems` is null, added to it as "FILE:LINE: text". After a first one that failed the grade
+  /// tables of caches give 100 to every age, until one succeeds or Clear is called. Never throws.
   static int Load(char const* path, std::vector<std::string>* problems = nullptr) noexcept;
 
   /// Back to the defaults, full durability included.
