@@ -184,6 +184,7 @@ private:
 
   // details of the study record
   int update_zentara_details(Disk_StudyDirectoryRecord* study, IOD_Msg* msg, int new_series, int new_image);
+  int limit_counts(IOD_Msg& record);
   int count_new_series(IOD_Msg& record, IOD_Msg const& msg);
   int update_standard_details(Disk_StudyDirectoryRecord* study, Dicom_CS const& modality, int new_series,
                               int new_image);

@@ -39,6 +39,9 @@ public:
   int Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image);
   /// Appends the responses of a query at series or image level to `results`. The caller holds the study lock.
   int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  /// How many series there are, and by their records how many images, in the private structure. Who holds neither the
+  /// study lock nor the file-set's exclusively gets numbers of some moment. 0, or -1.
+  int Count(int* series, int* images);
   /// Deletes a series, some images of it, or all series. 0, or -1: what went before the failure is gone.
   int Delete(Disk_Removal* removal);
   int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);

@@ -104,3 +104,16 @@ int Disk_RootDirectoryFile::add_modality(IOD_Msg& record, Dicom_CS const& modali
   Dicom_OB const dummy(Disk_StudyDirectoryRecord::dummy_data_reservoir, std::size_t(rest), 0, &status);
   return status == -1 ? -1 : record.Set(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, dummy);
 }
+
+/// A delete that came while the file-set was given up has counted what the study's file holds, with what a store had
+/// just brought: its counts aren't to be raised for that once more.
+int Disk_RootDirectoryFile::limit_counts(IOD_Msg& record) {
+  int series = 0, images = 0;
+  if (study_file->Count(&series, &images) == -1) return -1;
+  if (int(record.GetNumberOfStudyRelatedImages()) > images &&
+      Logged(record.SetNumberOfStudyRelatedImages(Dicom_IS(images, true))) == -1)
+    return -1;
+  if (int(record.GetNumberOfStudyRelatedSeries()) <= series) return 0;
+  if (Logged(record.SetNumberOfStudyRelatedSeries(Dicom_IS(series, true))) == -1) return -1;
+  return Logged(record.SetNumberOfSeries(Dicom_UL(unsigned(series))));
+}

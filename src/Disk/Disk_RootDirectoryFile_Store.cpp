@@ -88,6 +88,7 @@ int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_F
     DISK_LOG(3, "Store: Can't lock study .\n");
     return -1;
   }
+  long const version = file_version;
   if (!new_study && file_set.Release() == -1) {
     DISK_LOG(3, "Store: Can't unlock file-set.\n");
     return -1;
@@ -104,8 +105,10 @@ int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_F
       return -1;
     }
   }
+  bool const others_wrote = !new_study && file_version != version;
   MarkDirty();
-  if (update_zentara_details(study, request.msg, new_series, new_image) == -1) {
+  if (update_zentara_details(study, request.msg, new_series, new_image) == -1 ||
+      (others_wrote && limit_counts(*study->GetRecordMsg()) == -1)) {
     DISK_LOG(3, "Store: Failed updating the zentara details.\n");
     return -1;
   }

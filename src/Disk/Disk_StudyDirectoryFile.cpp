@@ -72,6 +72,16 @@ int Disk_StudyDirectoryFile::Write() {
   return write_level(series_records, first_series_offset, kTexts);
 }
 
+int Disk_StudyDirectoryFile::Count(int* series, int* images) {
+  if (Read() == -1) return -1;
+  *series = *images = 0;
+  for (Disk_SeriesDirectoryRecord* record : series_records) {
+    ++*series;
+    *images += record->GetRecordMsg()->GetNumberOfSeriesRelatedImages();
+  }
+  return 0;
+}
+
 Disk_SeriesDirectoryRecord* Disk_StudyDirectoryFile::GetSeriesRecord(Dicom_UI const& series_uid) const {
   return Disk_FindRecord(series_records, is_standard(), kSeriesInstanceUid, series_uid.View());
 }

@@ -17,15 +17,7 @@ class MeanwhileTest : public BothStructuresTest {
 protected:
   static Phantom::Object Of(int patient, int image = 1) { return {.patient = patient, .image = image}; }
   static std::set<std::string> Images(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
-    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
-    identifier.SetStudyInstanceUID(Phantom::StudyUid(of));
-    identifier.SetSOPInstanceUID(UI_NULL);
-    Dicom_Sequence results;
-    if (root.Query(identifier, 1, &results) != 0) return {"refused"};
-    std::set<std::string> uids;
-    for (int i = 0; i < results.GetNItems(); ++i)
-      uids.insert(results.Get(i)->Text(Dicom_Tag(0x0008, 0x0018)));
-    return uids;
+    return FileSetTest::Images(root, Phantom::StudyUid(of));
   }
   static std::string Uid(Phantom::Object const& of) { return Phantom::InstanceUid(of).GetText(); }
   static int Studies(Disk_RootDirectoryFile& root) {
@@ -33,15 +25,7 @@ protected:
     return root.Query(SCL_QueryIdentifier(SCL_QueryRetrieveLevel::STUDY), 1, &results) == 0 ? results.GetNItems() : -1;
   }
   static int Delete(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
-    Disk_SupportPar par;
-    par.delete_supported = 1;
-    root.SetSupportPar(par);
-    int error = 0;
-    SCL_MoveIdentifier identifier(SCL_QueryRetrieveLevel::STUDY, &error);
-    identifier.SetStudyInstanceUID(Phantom::StudyUid(of));
-    MXL_SubOperationsReport report;
-    SCL_ResponseStatus status;
-    return root.Delete(identifier, 1, &report, status);
+    return FileSetTest::Delete(root, SCL_QueryRetrieveLevel::STUDY, of);
   }
 };
 INSTANTIATE_TEST_SUITE_P(Structures, MeanwhileTest, kBothStructures, StructureName);
@@ -130,6 +114,27 @@ TEST_P(PrivateMeanwhileTest, WhoeverWritesBelowAStudyHoldsItsLock) {
     EXPECT_GT(written, 0);
     EXPECT_EQ(unlocked, 0) << "operation " << &operation - operations;
   }
+}
+
+// The delete counts what stands in the study's file, where the store has brought its series already.
+TEST_P(PrivateMeanwhileTest, CountsAgreeAfterADeleteInTheMiddleOfAStore) {
+  Phantom::Object const second{.series = 2}, third{.series = 3};
+  for (auto const& object : {Phantom::Object(), second})
+    ASSERT_EQ(Store(*Open(), *Example(object)), 0);
+  bool is_stored = false, is_deleted = false;
+  FaultyFileSystem watched([&](std::string_view call, char const* path) {
+    std::string const name = path ? path : "";
+    if (call == "Flock" && name == At("LOCKFILE") && is_stored && !is_deleted) { // the study's is given up by now
+      is_deleted = true;
+      EXPECT_EQ(FileSetTest::Delete(*Open(), SCL_QueryRetrieveLevel::SERIES, second), 0);
+    }
+    is_stored = is_stored || name == At("SA100000/DIRFILE.tmp");
+    return 0;
+  });
+  EXPECT_EQ(Store(*Open(), *Example(third)), 0);
+  EXPECT_TRUE(is_deleted);
+  ExpectSound();
+  EXPECT_EQ(Check().instances, 2u);
 }
 
 TEST_P(PrivateMeanwhileTest, WithoutVersionNoFetchWritesTheAccessDate) {

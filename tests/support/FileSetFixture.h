@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
+#include <set>
 
 class FileSetTest : public testing::Test {
 protected:
@@ -93,6 +94,40 @@ protected:
     IOD_Msg* object = nullptr;
     int const result = root.GetOne(identifier, 1, &object, nullptr);
     return std::unique_ptr<IOD_Msg>(result == 0 ? object : nullptr);
+  }
+
+  /// The study, series or object that one belongs to, by the UIDs of that level.
+  static SCL_MoveIdentifier Named(SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
+    int error = 0;
+    SCL_MoveIdentifier identifier(level, &error);
+    identifier.SetStudyInstanceUID(Phantom::StudyUid(object));
+    if (level >= SCL_QueryRetrieveLevel::SERIES) identifier.SetSeriesInstanceUID(Phantom::SeriesUid(object));
+    if (level >= SCL_QueryRetrieveLevel::IMAGE) identifier.SetSOPInstanceUID(Phantom::InstanceUid(object));
+    return identifier;
+  }
+  static int Delete(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
+    Disk_SupportPar par;
+    par.delete_supported = 1;
+    root.SetSupportPar(par);
+    MXL_SubOperationsReport report;
+    SCL_ResponseStatus status;
+    return root.Delete(Named(level, object), 1, &report, status);
+  }
+  /// The SOP Instance UIDs in a study.
+  static std::set<std::string> Images(Disk_RootDirectoryFile& root, Dicom_UI const& study) {
+    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
+    identifier.SetStudyInstanceUID(study);
+    identifier.SetSOPInstanceUID(UI_NULL);
+    Dicom_Sequence results;
+    if (root.Query(identifier, 1, &results) != 0) return {"refused"};
+    std::set<std::string> uids;
+    for (int i = 0; i < results.GetNItems(); ++i)
+      uids.insert(results.Get(i)->Text(Dicom_Tag(0x0008, 0x0018)));
+    return uids;
+  }
+  void Clear() const {
+    for (auto const& entry : std::filesystem::directory_iterator(Prefix()))
+      std::filesystem::remove_all(entry.path());
   }
 
   /// What the check finds, objects included.
