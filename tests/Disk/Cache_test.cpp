@@ -85,56 +85,23 @@ protected:
     return msg;
   }
   static std::string Uid(int study) { return Phantom::StudyUid({.study = study}).GetText(); }
-  std::set<std::string> Studies(Cache& cache) const {
-    Disk_StudyMetaData* array = nullptr;
-    int count = 0;
-    EXPECT_EQ(cache.GetStudiesMetaData(array, count), 0);
-    std::unique_ptr<Disk_StudyMetaData[]> const owner(array);
-    std::set<std::string> uids;
-    for (int i = 0; i < count; ++i)
-      uids.insert(array[i].m_studyUID.GetText());
-    return uids;
-  }
-
-  // What this test thinks of a study.
-  struct Graded {
-    std::string uid;
-    int grade;
-    long kb;
-  };
-  static int ByAge(Dicom_DT const& date, std::time_t now) {
-    std::tm parts{};
-    parts.tm_isdst = 0;
-    std::string const text = date.GetText();
-    std::sscanf(text.c_str(), "%4d%2d%2d%2d%2d%2d", &parts.tm_year, &parts.tm_mon, &parts.tm_mday, &parts.tm_hour,
-                &parts.tm_min, &parts.tm_sec);
-    parts.tm_year -= 1900;
-    parts.tm_mon -= 1;
-    long const days = long(now - std::mktime(&parts)) / kDay;
-    return days <= 0 ? 95 : days <= 1 ? 85 : days <= 7 ? 65 : days <= 14 ? 50 : 20;
-  }
   // The studies in the order in which they are to go.
-  std::vector<Graded> Order(Cache& cache, std::time_t now) const {
+  static std::vector<Disk_StudyMetaData> Order(Cache& cache) {
     Disk_StudyMetaData* array = nullptr;
     int count = 0;
     EXPECT_EQ(cache.GetStudiesMetaData(array, count), 0);
     std::unique_ptr<Disk_StudyMetaData[]> const owner(array);
-    long smallest = LONG_MAX, largest = 0;
-    for (int i = 0; i < count; ++i) {
-      smallest = std::min<long>(smallest, array[i].m_sizeKB);
-      largest = std::max<long>(largest, array[i].m_sizeKB);
-    }
-    std::vector<Graded> graded;
-    for (int i = 0; i < count; ++i) {
-      Disk_StudyMetaData const& study = array[i];
-      double const part = largest == smallest ? 0 : double(study.m_sizeKB - smallest) / double(largest - smallest);
-      int const by_size = 100 - int(part * 100.0);
-      int const by_access = study.m_accessDate == DT_NULL ? 100 : ByAge(study.m_accessDate, now);
-      int const grade = (by_access * 5 + ByAge(study.m_storeDate, now) * 4 + by_size * 2) / 11;
-      graded.push_back({study.m_studyUID.GetText(), grade, study.m_sizeKB});
-    }
-    std::stable_sort(graded.begin(), graded.end(), [](auto const& a, auto const& b) { return a.grade < b.grade; });
-    return graded;
+    Disk_CacheRepositoryCleanGradeFactory::GetInstance()->GradeStudies(array, count);
+    std::vector<Disk_StudyMetaData> studies(array, array + count);
+    std::stable_sort(studies.begin(), studies.end(),
+                     [](auto const& a, auto const& b) { return a.GetGrade() < b.GetGrade(); });
+    return studies;
+  }
+  static std::set<std::string> Studies(Cache& cache) {
+    std::set<std::string> uids;
+    for (Disk_StudyMetaData const& study : Order(cache))
+      uids.insert(study.m_studyUID.GetText());
+    return uids;
   }
   TempDirectory files_;
 };
@@ -343,20 +310,21 @@ TEST_F(CacheTest, AYearOfStores) {
     }
     auto const object = Object(study, ++image, int(random() % kMostKb) + 20);
     long const free_before = cache->FreeSpaceKB() / 1024;
-    std::vector<Graded> const expected = Order(*cache, now);
+    std::vector<Disk_StudyMetaData> const expected = Order(*cache);
+    auto const uid_of = [&](std::size_t i) { return expected[i].m_studyUID.GetText(); };
     auto const before = Studies(*cache);
     bool const is_stored = cache->Store(object.get(), false) == 0;
     refused += !is_stored;
     if (is_stored) stored[Uid(study)].insert({study, image});
     auto after = Studies(*cache);
     std::size_t went = 0;
-    for (; went < expected.size() && after.count(expected[went].uid) == 0; ++went) {
-      EXPECT_LT(expected[went].grade, 85);
-      if (!is_stored || expected[went].uid != Uid(study)) stored.erase(expected[went].uid);
+    for (; went < expected.size() && after.count(uid_of(went)) == 0; ++went) {
+      EXPECT_LT(expected[went].GetGrade(), 85);
+      if (!is_stored || uid_of(went) != Uid(study)) stored.erase(uid_of(went));
     }
     after.erase(Uid(study));
     for (std::size_t j = went; j < expected.size(); ++j)
-      EXPECT_TRUE(expected[j].uid == Uid(study) || after.count(expected[j].uid)) << "not the lowest grades went";
+      EXPECT_TRUE(uid_of(j) == Uid(study) || after.count(uid_of(j))) << "not the lowest grades went";
     EXPECT_EQ(before.size() - went, after.size() + before.count(Uid(study)));
     gone += int(went);
     if (free_before >= 1) {
@@ -366,7 +334,7 @@ TEST_F(CacheTest, AYearOfStores) {
       // one fewer would not have been enough; the root's file may differ by what the records take
       long freed_kb = free_before * 1024;
       for (std::size_t j = 0; j + 1 < went; ++j)
-        freed_kb += expected[j].kb;
+        freed_kb += expected[j].m_sizeKB;
       EXPECT_LT(freed_kb / 1024, cache->m_spaceFactor + 1);
     }
     EXPECT_LE(Klb_FileSystemUtils::GetDirSize(Prefix().c_str()), kQuotaMb * 1024 + 1024 + kMostKb + 64);
@@ -426,8 +394,7 @@ TEST_F(CacheTest, CleaningsDoNotOverlap) {
   for (bool const unprivileged : {false, true}) {
     if (unprivileged && getuid() != 0) GTEST_SKIP() << "only root can be somebody else";
     for (bool const killed : {false, true}) {
-      for (auto const& entry : fs::directory_iterator(Prefix()))
-        fs::remove_all(entry.path());
+      Clear();
       fs::permissions(Prefix(), fs::perms::all);
       Util_Clock::SetNow(kStart);
       auto const drop_privileges = [unprivileged] {

@@ -27,6 +27,9 @@ public:
     }
   }
   int StoreImage(int image) { return Store(*Open(), *Phantom::Make({.image = image, .size = 16})); }
+  int DeleteImage(Disk_RootDirectoryFile& root, int image) {
+    return Delete(root, SCL_QueryRetrieveLevel::IMAGE, {.image = image});
+  }
   std::string Path(std::string const& name = {}) const { return name.empty() ? Prefix() : At(name); }
 
   // The `number`th of the files whose relative name ends so, in alphabetical order.
@@ -268,14 +271,7 @@ TEST(CheckTest, AnObjectThatGetsAnotherNameMeanwhileIsNoDamage) {
       if (done == all || changed) return true;
       changed = true;
       auto root = set.Open();
-      Disk_SupportPar par;
-      par.delete_supported = 1;
-      root->SetSupportPar(par);
-      SCL_MoveIdentifier identifier(*Phantom::Make({.image = 20, .size = 16}));
-      identifier.Set(Dicom_Tag(0x0008, 0x0052), Dicom_CS("IMAGE"));
-      MXL_SubOperationsReport report;
-      SCL_ResponseStatus status;
-      EXPECT_EQ(root->Delete(identifier, 1, &report, status), 0);
+      EXPECT_EQ(set.DeleteImage(*root, 20), 0);
       auto msg = Phantom::Make({.image = 21, .size = 16});
       msg->SetImageNumber(Dicom_IS(20)); // which names its file
       EXPECT_EQ(Broken::Store(*root, *msg), 0);

@@ -31,22 +31,8 @@ protected:
     return Store(*root, *Phantom::Make(object));
   }
   bool Has(Phantom::Object const& object) { return Fetch(*Open(), Uids(*Phantom::Make(object))) != nullptr; }
-  static SCL_MoveIdentifier Named(SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
-    int error = 0;
-    SCL_MoveIdentifier identifier(level, &error);
-    identifier.SetStudyInstanceUID(Phantom::StudyUid(object));
-    if (level >= kSeriesLevel) identifier.SetSeriesInstanceUID(Phantom::SeriesUid(object));
-    if (level >= kImageLevel) identifier.SetSOPInstanceUID(Phantom::InstanceUid(object));
-    return identifier;
-  }
   int Delete(SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
-    MXL_SubOperationsReport report;
-    SCL_ResponseStatus status;
-    return OpenForAll()->Delete(Named(level, object), 1, &report, status);
-  }
-  void Clear() {
-    for (auto const& entry : fs::directory_iterator(Prefix()))
-      fs::remove_all(entry.path());
+    return FileSetTest::Delete(*Open(), level, object);
   }
 };
 INSTANTIATE_TEST_SUITE_P(Structures, MaintenanceTest, kBothStructures, StructureName);

@@ -151,26 +151,33 @@ TEST_F(StoreTest, MismatchesAreRefusedOrTolerated) {
       {[](IOD_Msg& m) { m.SetSeriesNumber(Dicom_IS(8)); }, DISK_ERROR_SERIES_NUMBER_MISMATCH,
        "Series number is 8, but must be 3.", "Store: Series number does not match the series UID, but the image"},
   };
-  auto root = Open();
-  auto first = Example();
-  ASSERT_EQ(Store(*root, *first), 0);
-  auto const before = RootRecord("STUDY");
-  int image = 1;
-  for (Case const& c : cases) {
-    auto msg = Example({.image = ++image});
-    c.change(*msg);
-    LogCapture log;
-    KlbGError.Set(0);
-    auto const files = Files();
-    EXPECT_EQ(Store(*root, *msg), -1);
-    EXPECT_EQ(KlbGError.Get(), c.code);
-    EXPECT_EQ(log.Count(3, c.refused), 1) << c.refused;
-    EXPECT_EQ(Files(), files);
-    EXPECT_EQ(Store(*root, *msg, true), 0);
-    EXPECT_EQ(log.Count(5, c.tolerated), 1) << c.tolerated;
-    EXPECT_EQ(RootRecord("STUDY")->GetPatientID(), before->GetPatientID()) << "the stored values stay";
+  for (unsigned const with : {0u, unsigned(Disk_StoreParams::STANDARD_STRUCTURE)}) {
+    Clear();
+    structure = with;
+    auto root = Open();
+    auto first = Example();
+    ASSERT_EQ(Store(*root, *first), 0);
+    int image = 1;
+    for (Case const& c : cases) {
+      auto msg = Example({.image = ++image});
+      c.change(*msg);
+      LogCapture log;
+      KlbGError.Set(0);
+      auto const files = Files();
+      std::string const records = directory.Read("DICOMDIR");
+      EXPECT_EQ(Store(*root, *msg), -1);
+      EXPECT_EQ(KlbGError.Get(), c.code);
+      EXPECT_EQ(log.Count(3, c.refused), 1) << c.refused;
+      EXPECT_EQ(Files(), files);
+      EXPECT_EQ(directory.Read("DICOMDIR"), records);
+      EXPECT_EQ(Store(*root, *msg, true), 0);
+      EXPECT_EQ(log.Count(5, c.tolerated), 1) << c.tolerated;
+      if (structure) continue;
+      EXPECT_EQ(RootRecord("STUDY")->GetPatientID(), first->GetPatientID()) << "the stored values stay";
+    }
+    ExpectSound();
+    EXPECT_EQ(Check().instances, 5u);
   }
-  EXPECT_EQ(Count(*RootRecord("STUDY")), 5);
 }
 
 TEST_F(StoreTest, SeriesNumbersEqualAsIntegersMatch) {

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <random>
 #include <set>
+#include <sstream>
 
 namespace {
 
@@ -130,40 +131,13 @@ private:
   /// UIDs and names of objects, and file IDs of records, that a path can't be made of, or must not.
   void Names(unsigned structure) {
     FileSetExercise set(structure);
-    std::string const names[] = {"..",
-                                 ".",
-                                 "",
-                                 " ",
-                                 "...",
-                                 "..\\..\\etc",
-                                 "/etc",
-                                 "/",
-                                 "a/b",
-                                 "../../outside/file",
-                                 "..\\outside\\file",
-                                 std::string("a\0b", 3),
-                                 std::string("..\0", 3),
-                                 std::string(65, '1'),
-                                 std::string(600, 'A'),
-                                 "1.2.3   ",
-                                 "abc",
-                                 "\xC3\xA4\xC3\xB6",
-                                 "\xFF\xFE",
-                                 "CON",
-                                 "NUL.txt",
-                                 "*",
-                                 "?",
-                                 "1.2.*",
-                                 "A\nB",
-                                 "\x1B[2J",
-                                 "%s%n",
-                                 "DICOMDIR",
-                                 "LOCKFILE",
-                                 "VERSION",
-                                 "~",
-                                 "$HOME",
-                                 "-rf",
-                                 "1.2.\\1.3"};
+    std::vector<std::string> names = {"", std::string("a\0b", 3), std::string("..\0", 3), std::string(65, '1'),
+                                      std::string(600, 'A')};
+    std::istringstream others("..|.| |...|..\\..\\etc|/etc|/|a/b|../../outside/file|..\\outside\\file|1.2.3   |abc|"
+                              "\xC3\xA4\xC3\xB6|\xFF\xFE|CON|NUL.txt|*|?|1.2.*|A\nB|\x1B[2J|%s%n|DICOMDIR|LOCKFILE|"
+                              "VERSION|~|$HOME|-rf|1.2.\\1.3");
+    for (std::string name; std::getline(others, name, '|');)
+      names.push_back(name);
     using U = std::uint16_t;
     Dicom_Tag const tags[] = {{0x0020, U(0x000D)}, {0x0020, U(0x000E)}, {0x0008, U(0x0018)}, {0x0020, U(0x0010)},
                               {0x0020, U(0x0011)}, {0x0020, U(0x0013)}, {0x0010, U(0x0020)}};

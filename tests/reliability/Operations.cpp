@@ -252,7 +252,6 @@ std::vector<Operation> MakeOperations() {
   auto const protect = [](auto& root) { return root.ProtectImages(s_study, 1, nullptr); };
   auto const unprotect = [](auto& root) { return root.UnprotectImages(s_study, 1, nullptr); };
   auto const complete = [](auto& root) { return root.SetStudyCompleted(s_uid); };
-  auto const access = [](auto& root) { return root.SetStudyAccessed(s_uid); };
   return {StoreOf("store new patient", {.patient = 9}, false),
           StoreOf("store new study", {.study = 9}, true),
           StoreOf("store new series", {.series = 9}, true),
@@ -267,7 +266,6 @@ std::vector<Operation> MakeOperations() {
           ChangeOf("protect", &Study::is_protected, "Y", protect),
           ChangeOf("unprotect", &Study::is_protected, "N", unprotect),
           ChangeOf("complete", &Study::is_completed, "Y", complete),
-          ChangeOf("note access", nullptr, "", access),
           Correction(),
           MakerCorrection(),
           auto_delete,

@@ -110,10 +110,6 @@ ssize_t Recorder::wrote(int fd, void const* data, ssize_t count, off_t offset) {
   return count;
 }
 
-ssize_t Recorder::Read(int fd, void* data, size_t size) { return Base::Read(fd, data, size); }
-
-off_t Recorder::Lseek(int fd, off_t offset, int whence) { return Base::Lseek(fd, offset, whence); }
-
 ssize_t Recorder::Write(int fd, void const* data, size_t size) {
   off_t const offset = Base::Lseek(fd, 0, SEEK_CUR);
   return wrote(fd, data, Base::Write(fd, data, size), offset);
@@ -150,37 +146,23 @@ int Recorder::Exchange(char const* a, char const* b) {
   return enter({first, second}), result;
 }
 
-int Recorder::Link(char const* from, char const* to) {
-  int const result = Base::Link(from, to);
+int Recorder::entered(int result, char const* path, Inode inode, bool is_directory) {
   if (result == -1) return result;
-  Step::Entry entry = find(to);
-  entry.inode = find(from).inode;
+  Step::Entry entry = find(path);
+  entry.inode = inode;
+  entry.is_directory = is_directory;
   return enter({entry}), result;
 }
 
-int Recorder::Unlink(char const* path) {
-  int const result = Base::Unlink(path);
-  if (result == -1) return result;
-  Step::Entry entry = find(path);
-  entry.inode = kNone;
-  return enter({entry}), result;
-}
+int Recorder::Link(char const* from, char const* to) { return entered(Base::Link(from, to), to, find(from).inode); }
 
-int Recorder::Rmdir(char const* path) {
-  int const result = Base::Rmdir(path);
-  if (result == -1) return result;
-  Step::Entry entry = find(path);
-  entry.inode = kNone;
-  return enter({entry}), result;
-}
+int Recorder::Unlink(char const* path) { return entered(Base::Unlink(path), path, kNone); }
+
+int Recorder::Rmdir(char const* path) { return entered(Base::Rmdir(path), path, kNone); }
 
 int Recorder::Mkdir(char const* path, mode_t mode) {
   int const result = Base::Mkdir(path, mode);
-  if (result == -1) return result;
-  Step::Entry entry = find(path);
-  entry.inode = tree_.next++;
-  entry.is_directory = true;
-  return enter({entry}), result;
+  return result == -1 ? result : entered(result, path, tree_.next++, true);
 }
 
 int Recorder::Ftruncate(int fd, off_t size) {

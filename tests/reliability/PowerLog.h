@@ -52,11 +52,9 @@ public:
 
   int Open(char const* path, int flags, mode_t mode) override;
   int Close(int fd) override;
-  ssize_t Read(int fd, void* data, size_t size) override;
   ssize_t Write(int fd, void const* data, size_t size) override;
   ssize_t Pwrite(int fd, void const* data, size_t size, off_t offset) override;
   ssize_t Writev(int fd, iovec const* parts, int count) override;
-  off_t Lseek(int fd, off_t offset, int whence) override;
   int Rename(char const* from, char const* to) override;
   int Exchange(char const* a, char const* b) override;
   int Link(char const* from, char const* to) override;
@@ -77,6 +75,7 @@ private:
   Step::Entry find(std::string const& path) const;
   void enter(std::vector<Step::Entry> entries);
   ssize_t wrote(int fd, void const* data, ssize_t count, off_t offset);
+  int entered(int result, char const* path, Inode inode, bool is_directory = false);
   int synced(int fd, Step::Kind kind, int result);
 
   std::string place_;
