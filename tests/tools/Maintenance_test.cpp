@@ -197,6 +197,13 @@ TEST_F(MaintenanceTest, ExportsWhatIsThere) {
   ASSERT_EQ(Line("fetch standard --all --out again").code, 0);
   for (auto const& entry : fs::directory_iterator(temp / "folder"))
     EXPECT_TRUE(fs::exists(temp / ("again/" + entry.path().filename().string())));
+  // what is damaged elsewhere is told, and keeps nothing from being copied
+  std::string const sound = Phantom::SeriesUid(Small(Phantom::Kind::CT, 2)).GetText();
+  temp.Write(fs::path(FirstImage()).parent_path().parent_path() / "DIRFILE", "damaged");
+  Result const part = Line("export set --out part --series " + sound);
+  EXPECT_EQ(part.code, 1);
+  EXPECT_EQ(part.out.substr(0, 10), "3 exported") << part.err;
+  ExpectFailure("export set --out none --study " + first_study, 1, "set: ");
   std::string const dump = "! command -v dcmdump >/dev/null || dcmdump " + Quoted(temp / "standard/DICOMDIR");
   EXPECT_EQ(std::system((dump + " >/dev/null").c_str()), 0);
 }

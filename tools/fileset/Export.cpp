@@ -41,24 +41,25 @@ struct Options {
   bool standard = false, decompress = false, force = false, json = false;
 };
 
-// A list each for the library: one, but for an image that stands in several series.
+// A list each for the library: one, but for a series or an image that stands in several places.
 // 0, or -1 (reported) when the file-set can't be read.
 int FindLists(Options const& options, Search& search, std::vector<SCL_QueryIdentifier>* lists) {
-  if (options.image.empty()) {
-    SCL_QueryIdentifier list(options.study.empty() ? Level::SERIES : Level::STUDY);
-    list.SetStudyInstanceUID(options.study.empty() ? UI_NULL : Dicom_UI(options.study));
-    if (options.study.empty()) list.SetSeriesInstanceUID(Dicom_UI(options.series));
-    lists->push_back(list);
+  if (!options.study.empty()) {
+    lists->emplace_back(Level::STUDY);
+    lists->back().SetStudyInstanceUID(Dicom_UI(options.study));
     return 0;
   }
+  Level const level = options.image.empty() ? Level::SERIES : Level::IMAGE;
+  Key const key = options.image.empty() ? Key{Attributes::kSeriesInstanceUid, options.series}
+                                        : Key{Attributes::kSopInstanceUid, options.image};
   Search::Rows rows;
-  if (search.Run(Level::IMAGE, {{Attributes::kSopInstanceUid, options.image}}, &rows) == -1) return -1;
+  if (search.Run(level, {key}, &rows) == -1) return -1;
   for (auto const& row : rows) {
     SCL_MoveIdentifier const found(*row);
-    SCL_QueryIdentifier list(Level::IMAGE);
+    SCL_QueryIdentifier list(level);
     list.SetStudyInstanceUID(found.GetStudyInstanceUID());
     list.SetSeriesInstanceUID(found.GetSeriesInstanceUID());
-    list.SetSOPInstanceUID(found.GetSOPInstanceUID());
+    if (level == Level::IMAGE) list.SetSOPInstanceUID(found.GetSOPInstanceUID());
     lists->push_back(list);
   }
   return 0;
@@ -155,28 +156,26 @@ std::size_t CopyList(Disk_Access& access, Target& target, EngineLog& log, Report
   return copied;
 }
 
-// 0, or -1 (reported) when the file-set can't be read.
-int CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& options, FileSet& set, Target& target,
-            EngineLog& log, Report& report, std::size_t* copied) {
+void CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& options, FileSet& set, Target& target,
+             EngineLog& log, Report& report, std::size_t* copied) {
   std::size_t found = 0;
   for (SCL_QueryIdentifier const& list : lists) {
     Disk_Access access(*set.root);
     log.Begin();
     if (access.OpenQuery(list, 1) == -1) {
       report.Fail(options.directory, log.Cause());
-      return -1;
+      continue;
     }
-    if (access.HasMore() && found == 0 && target.Open() == -1) return 0;
+    if (access.HasMore() && found == 0 && target.Open() == -1) return;
     found += std::size_t(access.GetNItems());
     report.Begin(std::size_t(access.GetNItems()));
     *copied += CopyList(access, target, log, report);
     report.End();
   }
-  if (found == 0)
-    report.Fail(options.directory, "holds no such object");
-  else
+  if (found > 0)
     target.Finish();
-  return 0;
+  else if (report.Failures().empty())
+    report.Fail(options.directory, "holds no such object");
 }
 
 void PrintOutcome(std::size_t copied, Options const& options, Report const& report) {
@@ -214,7 +213,7 @@ int Run(Options const& options) {
   if (FindLists(options, search, &lists) == -1) return kNotOpened;
   WatchForInterruption();
   std::size_t copied = 0;
-  if (CopyAll(lists, options, set, *target, log, report, &copied) == -1) return kNotOpened;
+  CopyAll(lists, options, set, *target, log, report, &copied);
   if (IsInterrupted()) report.Fail(options.out, "interrupted before all objects were copied");
   PrintOutcome(copied, options, report);
   return report.Result();
