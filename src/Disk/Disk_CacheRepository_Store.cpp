@@ -79,12 +79,12 @@ int Disk_CacheRepository::limit_studies(Dicom_UI const& study_uid) {
     s_countedIn = m_root;
   } else {
     DISK_LOG(7, "Study <%s> is that of the last stored image.\n", study_uid.CStr());
-    if (s_studyCount >= m_maxStudies) s_studyCount = count_studies(); // others may have made room meanwhile
   }
   if (m_maxStudies <= 0) {
     DISK_LOG(7, "Store: Dicom Dir \"Max Allowed Studies\" limit is disabled.\n");
     return 0;
   }
+  if (s_studyCount >= m_maxStudies) s_studyCount = count_studies(); // others may have made room meanwhile
   DISK_LOG(7, "Store: Dicom Dir Contains %d of %d allowed studies.\n", s_studyCount, m_maxStudies);
   if (s_studyCount < m_maxStudies) return 0;
   if (AutoCleanNStudies(s_studyCount - m_maxStudies + 1) != 0) {
