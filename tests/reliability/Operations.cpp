@@ -1,5 +1,6 @@
 #include "Operations.h"
 
+#include "support/Identifiers.h"
 #include "support/Kill.h"
 
 #include <Disk/Disk_Access.h>
@@ -28,15 +29,6 @@ template <class Act>
 int WithRoot(Session& session, Act act) {
   Disk_RootDirectoryFile* const root = session.Root();
   return root ? session.Call([&] { return act(*root); }) : -1;
-}
-
-SCL_MoveIdentifier Named(Level::Value level) {
-  int error = 0;
-  SCL_MoveIdentifier identifier(level, &error);
-  identifier.SetStudyInstanceUID(Phantom::StudyUid(kKnown));
-  if (level >= Level::SERIES) identifier.SetSeriesInstanceUID(Phantom::SeriesUid(kKnown));
-  if (level >= Level::IMAGE) identifier.SetSOPInstanceUID(Phantom::InstanceUid(kKnown));
-  return identifier;
 }
 
 // Stores
@@ -97,7 +89,7 @@ Operation CompressedStore() {
 int Delete(Session& session, Level::Value level) {
   MXL_SubOperationsReport report;
   SCL_ResponseStatus status;
-  SCL_MoveIdentifier const identifier = Named(level);
+  SCL_MoveIdentifier const identifier = Named(level, kKnown);
   int const result = WithRoot(session, [&](auto& root) { return root.Delete(identifier, 1, &report, status); });
   return result == 0 && int(report.Get(MXL_SubOperationsReport::Failed)) == 0 ? 0 : -1;
 }
@@ -247,7 +239,7 @@ Operation Recovery() {
 std::vector<Operation> MakeOperations() {
   Operation auto_delete{.name = "auto-delete", .is_standard = false, .act = AutoDelete, .effect = RemoveUnprotected};
   Operation clean{.name = "cache clean", .is_standard = false, .act = CleanCache, .effect = RemoveAll};
-  static SCL_MoveIdentifier const s_study = Named(Level::STUDY);
+  static SCL_MoveIdentifier const s_study = Named(Level::STUDY, kKnown);
   static Dicom_UI const s_uid = Phantom::StudyUid(kKnown);
   auto const protect = [](auto& root) { return root.ProtectImages(s_study, 1, nullptr); };
   auto const unprotect = [](auto& root) { return root.UnprotectImages(s_study, 1, nullptr); };
@@ -295,7 +287,7 @@ std::vector<State> States() {
   auto const store = [stored](Session& session) { return Store(session, *MakeObject(stored)); };
   auto const remove = [](Session& session) {
     return WithRoot(session, [](auto& root) {
-      SCL_MoveIdentifier identifier = Named(Level::STUDY);
+      SCL_MoveIdentifier identifier = Named(Level::STUDY, kKnown);
       identifier.SetStudyInstanceUID(Phantom::StudyUid({.patient = 2}));
       MXL_SubOperationsReport report;
       SCL_ResponseStatus status;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Phantom.h"
+#include "support/Identifiers.h"
 #include "support/LogCapture.h"
 #include "support/TempDirectory.h"
 
@@ -96,15 +97,6 @@ protected:
     return std::unique_ptr<IOD_Msg>(result == 0 ? object : nullptr);
   }
 
-  /// The study, series or object that one belongs to, by the UIDs of that level.
-  static SCL_MoveIdentifier Named(SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
-    int error = 0;
-    SCL_MoveIdentifier identifier(level, &error);
-    identifier.SetStudyInstanceUID(Phantom::StudyUid(object));
-    if (level >= SCL_QueryRetrieveLevel::SERIES) identifier.SetSeriesInstanceUID(Phantom::SeriesUid(object));
-    if (level >= SCL_QueryRetrieveLevel::IMAGE) identifier.SetSOPInstanceUID(Phantom::InstanceUid(object));
-    return identifier;
-  }
   static int Delete(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
     Disk_SupportPar par;
     par.delete_supported = 1;
