@@ -200,10 +200,7 @@ int Run(Options const& options) {
     report.Fail("export", "say what: --study, --series or --image");
     return kUsage;
   }
-  if (IsInside(options.out, options.directory)) {
-    report.Fail(options.out, "lies inside of the file-set");
-    return kUsage;
-  }
+  if (!MayReceive(options.out, options.directory, report)) return kUsage;
   FileSet set = OpenFileSet(options.directory, Access::Visit, {}, log, report);
   if (!set.root) return kNotOpened;
   std::unique_ptr<Target> target = std::make_unique<FolderTarget>(options, report);

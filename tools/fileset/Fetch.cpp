@@ -103,10 +103,7 @@ int Run(Options const& options) {
     report.Fail("fetch", "say what: --study, --series, --image, --file-id or --all");
     return kUsage;
   }
-  if (IsInside(options.out, options.directory)) {
-    report.Fail(options.out, "lies inside of the file-set");
-    return kUsage;
-  }
+  if (!MayReceive(options.out, options.directory, report)) return kUsage;
   FileSet set = OpenFileSet(options.directory, Access::Visit, {}, log, report);
   if (!set.root) return kNotOpened;
   std::vector<Wanted> wanted;

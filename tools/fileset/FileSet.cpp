@@ -86,6 +86,12 @@ bool IsInside(std::string const& path, std::string const& directory) {
          std::mismatch(above.begin(), above.end(), real.begin(), real.end()).first == above.end();
 }
 
+bool MayReceive(std::string const& folder, std::string const& directory, Report& report) {
+  if (!IsInside(folder, directory)) return true;
+  report.Fail(folder, "lies inside of the file-set");
+  return false;
+}
+
 int MakeFileSetDirectory(std::string const& directory) {
   bool made = false;
   if (Util_FileSystem::MakeDirectory(directory.c_str(), 0775, &made) == -1) return errno == EEXIST ? 0 : -1;

@@ -41,6 +41,9 @@ FoundFileSet RecogniseFileSet(std::string const& directory);
 // Whether `path`, which needn't be there, is the directory or below it, symbolic links followed.
 bool IsInside(std::string const& path, std::string const& directory);
 
+// Whether files of the file-set may be copied to `folder`. If not, because it is inside, that is reported.
+bool MayReceive(std::string const& folder, std::string const& directory, Report& report);
+
 // Makes the directory of a file-set where there is none, so that it survives a power cut. 0, or -1 with errno.
 int MakeFileSetDirectory(std::string const& directory);
 
