@@ -53,6 +53,8 @@ protected:
     file_version = 0;
     is_partial = true;
   }
+  /// Whether the records in memory are those that the file has now or has had.
+  bool has_records() const { return file_version != 0 || !is_partial; }
   /// Whether the records in memory can be used as they are.
   int IsUpToDate() const;
   void ReadFileVersion();

@@ -247,6 +247,7 @@ private:
   // fetch
   int get_one(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
               Disk_AsyncFile* async);
+  int fetch_again(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier, IOD_Msg** object);
   int fetch_by_uids(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* reached);
   void note_access(Dicom_UI const& study_uid);
   bool is_another_study(Dicom_UI const& study_uid) const;

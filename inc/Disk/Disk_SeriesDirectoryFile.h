@@ -37,6 +37,8 @@ public:
   int Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records);
   /// Reads one object. 0 and a new message for the caller to own, or -1.
   int GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+  /// The same by the records in memory: 1 when these may be old, or don't have the object.
+  int GetKnown(Dicom_UI const& sop_instance_uid, IOD_Msg** object) const;
   /// Corrects every object, as the root does, whose lock the caller holds. 0, or -1: what went before the failure is
   /// written.
   int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);

@@ -28,6 +28,9 @@ public:
   /// Whether the study that was locked last still is where it was.
   bool IsInPlace() const { return is_standard() || lock_manager.IsInPlace(); }
   int LockShared();
+  /// The same for a study that was locked before, with GetKnown, which sees whether it is still there. -1 with ESTALE,
+  /// and nothing is logged, when the lock file isn't open any more.
+  int RelockShared() { return lock_manager.RelockShared(); }
   int UnlockExclusive();
   int UnlockShared();
 
@@ -45,6 +48,9 @@ public:
   /// Deletes a series, some images of it, or all series. 0, or -1: what went before the failure is gone.
   int Delete(Disk_Removal* removal);
   int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+  /// The same by the records in memory alone: 1 when these may be old, or don't have the object. Private structure
+  /// only.
+  int GetKnown(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object) const;
   /// Corrects every object, as the root does, whose lock the caller holds. 0, or -1: what went before the failure is
   /// written.
   int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);

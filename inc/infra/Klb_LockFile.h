@@ -40,6 +40,9 @@ public:
   /// one stands there, the result is -1 with ESTALE, and nothing is logged.
   int Pin();
   int LockPinned();
+  /// LockShared for who had the lock before, and sees from what it protects whether that still stands where it did: the
+  /// file that is open counts, wherever it stands. -1 with ESTALE, and nothing is logged, when none is.
+  int RelockShared();
   /// Whether the file that was locked last stands at its path. False is logged, with errno: ESTALE for another file.
   bool IsInPlace() const;
 
@@ -58,6 +61,7 @@ private:
   bool stands_at_path() const;
   int lock(int operation);
   int lock_open_file(int operation);
+  int take(int operation);
   int unlock();
   void release();
   void close_file();
@@ -68,7 +72,7 @@ private:
   Util_FileDescriptor file_; // none: read-only without a lock file, or not opened again yet
   dev_t device_ = 0;         // identity of the open file
   ino_t inode_ = 0;
-  pid_t process_ = 0; // that opened it
+  int process_ = 0; // that opened it
   bool held_ = false;
 };
 

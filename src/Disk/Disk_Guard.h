@@ -44,6 +44,7 @@ public:
 
   int Shared(Lock& lock) { return take(lock, lock.LockShared(), true); }
   int Exclusive(Lock& lock) { return take(lock, lock.LockExclusive(), false); }
+  int SharedAgain(Lock& lock) { return take(lock, lock.RelockShared(), true); }
   int Pinned(Lock& lock) { return take(lock, lock.LockPinned(), false); }
   bool IsHeld() const { return lock_ != nullptr; }
   /// 0, also when nothing is held, or -1.

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr Dicom_Tag kFileId{0x0004, std::uint16_t(0x1500)};
+
 std::atomic<int> s_fetches{0}; // feeds a log line only
 
 } // namespace
@@ -21,7 +23,6 @@ int Disk_RootDirectoryFile::GetOne(SCL_MoveIdentifier const& identifier, SCL_Inf
 int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
                                     Disk_AsyncFile* async) {
   DISK_LOG(7, "GetOne: [%d]\n", ++s_fetches);
-  Dicom_Tag const file_id_tag(0x0004, 0x1500);
   Dicom_UI const study_uid = identifier.GetStudyInstanceUID();
   if (model != 1) {
     DISK_LOG(3, "GetOne(): Unsupported information model.\n");
@@ -35,8 +36,8 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
     return -1;
   }
   int result = -1;
-  if (identifier.Has(file_id_tag)) {
-    Disk_FileID const id = object_id(identifier.Value<Dicom_CS>(file_id_tag));
+  if (identifier.Has(kFileId)) {
+    Disk_FileID const id = object_id(identifier.Value<Dicom_CS>(kFileId));
     result = Disk_ObjectFile(id, params).Get(object, async);
   } else {
     bool reached = false;
@@ -51,9 +52,33 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
   return result;
 }
 
+/// From the study and the series that the fetch before has left in memory, when nothing has changed in the series. 1
+/// when it may have, or when it is about another one; then nothing is logged.
+int Disk_RootDirectoryFile::fetch_again(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier,
+                                        IOD_Msg** object) {
+  if (!kept_study_file || !has_records()) return 1;
+  Disk_StudyDirectoryRecord const* const study = GetStudyRecord(study_uid);
+  if (!study || !study->GetRecordMsg()->TextEquals(kFileId, kept_study_file->GetFileID().View())) return 1;
+  Disk_Hold<Disk_StudyDirectoryFile> held;
+  if (held.SharedAgain(*kept_study_file) == -1) return 1;
+  int const result =
+      kept_study_file->GetKnown(identifier.GetSeriesInstanceUID(), identifier.GetSOPInstanceUID(), object);
+  if (held.Release() == -1) {
+    DISK_LOG(3, "GetOne(): Can't unlock study.\n");
+    kept_study_file.reset();
+  }
+  return result;
+}
+
 /// `*reached` tells whether the study was reached; only then does the fetch count as an access.
 int Disk_RootDirectoryFile::fetch_by_uids(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier,
                                           IOD_Msg** object, bool* reached) {
+  ResetStudyFile(); // one that a failure left may have no lock
+  int const again = fetch_again(study_uid, identifier, object);
+  if (again != 1) {
+    *reached = true;
+    return again;
+  }
   if (Read() == -1) {
     DISK_LOG(3, "GetOne(): Can't read root directory file.\n");
     return -1;
@@ -63,7 +88,6 @@ int Disk_RootDirectoryFile::fetch_by_uids(Dicom_UI const& study_uid, SCL_MoveIde
     DISK_LOG(3, "GetOne(): Can't find study.\n");
     return -1;
   }
-  ResetStudyFile(); // one that a failure left may have no lock
   GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held;
   if (!study_file || held.Shared(*study_file) == -1) {

@@ -229,3 +229,8 @@ int Disk_SeriesDirectoryFile::GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg**
   }
   return Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).Get(object, nullptr);
 }
+
+int Disk_SeriesDirectoryFile::GetKnown(Dicom_UI const& sop_instance_uid, IOD_Msg** object) const {
+  Disk_InstanceDirectoryRecord const* image = IsUpToDate() ? GetImageRecord(sop_instance_uid) : nullptr;
+  return image ? Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).Get(object, nullptr) : 1;
+}

@@ -254,3 +254,12 @@ int Disk_StudyDirectoryFile::GetOne(Dicom_UI const& series_uid, Dicom_UI const& 
   GetSeriesFile(series);
   return series_file->GetOne(sop_instance_uid, object);
 }
+
+/// That the series' directory file is the one that is known suffices: it goes before anything above it does, and before
+/// the study's lock file.
+int Disk_StudyDirectoryFile::GetKnown(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid,
+                                      IOD_Msg** object) const {
+  Disk_SeriesDirectoryRecord const* const series = series_file && has_records() ? GetSeriesRecord(series_uid) : nullptr;
+  if (!series || !series->GetRecordMsg()->TextEquals(kReferencedFileID, series_file->GetFileID().View())) return 1;
+  return series_file->GetKnown(sop_instance_uid, object);
+}

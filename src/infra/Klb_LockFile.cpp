@@ -1,8 +1,10 @@
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <infra/Klb_GError.h>
 #include <infra/Klb_LockFile.h>
 #include <infra/Klb_LogFile.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -10,6 +12,15 @@ namespace {
 
 // How often a lock is taken on a file that turns out to be gone before we give up.
 constexpr int max_attempts = 100;
+
+std::atomic<int> forks{0};
+
+// Another number in a child of a fork than in its parent. Each lock and unlock asks for it: a system call for the
+// process' ID would cost half as much as the lock.
+int this_process() {
+  static bool const is_counted = pthread_atfork(nullptr, nullptr, [] { ++forks; }) == 0;
+  return is_counted ? forks.load() : getpid();
+}
 
 Util_FileSystemInterface& system_calls() { return Util_FileSystemInterface::Current(); }
 
@@ -56,11 +67,17 @@ int Klb_LockFile::Pin() {
     errno = EBADF;
     return fail("A lock without a lock file", path_);
   }
-  if (file_ && (process_ != getpid() || !stands_at_path())) close_file();
+  if (file_ && (process_ != this_process() || !stands_at_path())) close_file();
   return file_ ? 0 : open_file();
 }
 
 int Klb_LockFile::LockPinned() { return lock_open_file(LOCK_EX); }
+
+int Klb_LockFile::RelockShared() {
+  if (file_ && process_ == this_process()) return take(LOCK_SH);
+  errno = ESTALE;
+  return -1;
+}
 
 bool Klb_LockFile::IsInPlace() const {
   errno = ESTALE;
@@ -87,7 +104,7 @@ int Klb_LockFile::open_file() {
   if (system_calls().Fstat(file.Get(), &status) == -1) return fail("Can't look at lock file", path_);
   device_ = status.st_dev;
   inode_ = status.st_ino;
-  process_ = getpid();
+  process_ = this_process();
   file_ = std::move(file);
   return 0;
 }
@@ -103,7 +120,7 @@ int Klb_LockFile::lock(int operation) {
     return fail("A lock without a lock file", path_);
   }
   // A child of a fork has the parent's open file, on which the two don't exclude each other.
-  if (process_ != getpid()) close_file();
+  if (process_ != this_process()) close_file();
   for (int attempt = 0; attempt < max_attempts; ++attempt) {
     if (!file_ && open_file() == -1) return -1;
     int const result = lock_open_file(operation);
@@ -117,21 +134,27 @@ int Klb_LockFile::lock(int operation) {
 // the file has lost its path meanwhile.
 int Klb_LockFile::lock_open_file(int operation) {
   if (!file_) return 0; // as a reader goes without one
-  int const result = flock_file(file_.Get(), operation);
-  if (result != 0) {
-    release();
-    return result == 1 ? 1 : fail("Can't lock", path_);
-  }
-  held_ = true;
-  if (stands_at_path()) return 0;
+  int const result = take(operation);
+  if (result != 0 || stands_at_path()) return result;
   close_file();
   errno = ESTALE;
   return -1;
 }
 
+// 0, 1 or -1, as above, wherever the file stands by now.
+int Klb_LockFile::take(int operation) {
+  int const result = flock_file(file_.Get(), operation);
+  if (result == 0) {
+    held_ = true;
+    return 0;
+  }
+  release();
+  return result == 1 ? 1 : fail("Can't lock", path_);
+}
+
 int Klb_LockFile::unlock() {
   // What a child of a fork finds held is its parent's.
-  bool const ours = held_ && process_ == getpid();
+  bool const ours = held_ && process_ == this_process();
   held_ = false;
   if (!ours || flock_file(file_.Get(), LOCK_UN) == 0) return 0;
   fail("Can't unlock", path_);

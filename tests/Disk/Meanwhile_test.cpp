@@ -87,6 +87,61 @@ TEST_P(PrivateMeanwhileTest, ACorrectedPatientIsFoundByTheNewIdAlone) {
   ExpectSound();
 }
 
+// What a fetch found is known to the next one, until somebody changes it.
+TEST_P(PrivateMeanwhileTest, AFetchSeesWhatOthersHaveDoneSinceTheLast) {
+  auto const stores = [](Phantom::Object const& of) {
+    return [of](auto& other) { return Store(other, *Example(of)); };
+  };
+  auto const deletes = [](SCL_QueryRetrieveLevel::Value level, Phantom::Object const& of) {
+    return [=](auto& other) { return FileSetTest::Delete(other, level, of); };
+  };
+  struct Case {
+    std::function<int(Disk_RootDirectoryFile&)> change;
+    std::set<int> left;
+    char const* maker = "";
+  } const cases[] = {{stores(Of(1, 3)), {1, 2, 3}},
+                     {deletes(SCL_QueryRetrieveLevel::IMAGE, Of(1, 2)), {1}},
+                     {deletes(SCL_QueryRetrieveLevel::SERIES, Of(1)), {}},
+                     {deletes(SCL_QueryRetrieveLevel::STUDY, Of(1)), {}},
+                     // the other patient's study gets the folder
+                     {[&](auto& other) {
+                        Delete(other, Of(1));
+                        return Store(other, *Example(Of(2)));
+                      },
+                      {}},
+                     {[&](auto& other) {
+                        Delete(other, Of(1));
+                        return Store(other, *Example(Of(1, 2)));
+                      },
+                      {2}},
+                     {[](auto& other) {
+                        auto const of = Example(Of(1));
+                        return other.ChangeManufacturerParms(of->GetPatientID(), of->GetIssuerOfPatientID(),
+                                                             Dicom_LO("Maker"), LO_NULL);
+                      },
+                      {1, 2},
+                      "Maker"}};
+  for (Case const& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    auto root = Open(), other = Open();
+    ASSERT_EQ(Store(*other, *Example(Of(1, 1))) | Store(*other, *Example(Of(1, 2))), 0);
+    for (int image : {1, 2, 1})
+      ASSERT_TRUE(Fetch(*root, Uids(*Example(Of(1, image)))));
+    EXPECT_EQ(c.change(*other), 0);
+    for (int image : {1, 2, 3}) {
+      auto const object = Fetch(*root, Uids(*Example(Of(1, image))));
+      EXPECT_EQ(object != nullptr, c.left.count(image) == 1) << image;
+      if (!object) continue;
+      EXPECT_EQ(object->GetSOPInstanceUID(), Phantom::InstanceUid(Of(1, image)));
+      if (*c.maker) {
+        EXPECT_EQ(object->GetManufacturer(), Dicom_LO(c.maker));
+      }
+    }
+    root.reset(), other.reset();
+    Clear();
+  }
+}
+
 // A store into a known study has no other lock than the study's.
 TEST_P(PrivateMeanwhileTest, WhoeverWritesBelowAStudyHoldsItsLock) {
   ASSERT_EQ(Store(*Open(), *Example(Of(1))), 0);

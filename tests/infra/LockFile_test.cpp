@@ -94,6 +94,17 @@ TEST_F(LockFile, ExcludesProcessesAndEndsWithThem) {
   EXPECT_EQ(lock_.LockExclusive(), 0);
 }
 
+TEST_F(LockFile, IsTakenAgainByWhoOpenedItAlone) {
+  EXPECT_EQ(lock_.RelockShared(), 0);
+  EXPECT_EQ(ask(), 1);
+  EXPECT_EQ(Child([this] { return lock_.RelockShared() == -1 && errno == ESTALE ? 0 : 1; }).Result(), 0)
+      << "the open file is the parent's";
+  EXPECT_EQ(lock_.UnlockShared(), 0);
+  EXPECT_EQ(ask(), 0);
+  Klb_LockFile unopened;
+  EXPECT_EQ(unopened.RelockShared(), -1);
+}
+
 TEST_F(LockFile, FollowsTheFileThatStandsAtThePath) {
   for (bool const recreated : {false, true}) {
     FaultyFileSystem const faulty(before_lock(2, [&] {
