@@ -14,6 +14,9 @@ using namespace Bench;
 
 std::string Tool() { return fs::canonical("/proc/self/exe").parent_path() / "fileset"; }
 
+/// At a terminal, where the tool draws its bar.
+std::string Seen(std::string const& command) { return "script -qec '" + command + "' /dev/null"; }
+
 double Run(std::string const& command) {
   return Microseconds([&] { Require(std::system((command + " >/dev/null 2>&1").c_str()) == 0, command); });
 }
@@ -50,7 +53,7 @@ double Encode(int objects, int size) {
 
 void Large(Scope const& scope) {
   int const objects = scope.quick ? 200 : 2000;
-  constexpr int kSize = 512, kRuns = 3;
+  constexpr int kSize = 512, kRuns = 5;
   Progress(std::to_string(objects) + " objects of 512 x 512");
   Folder const folder(scope.base);
   std::string const source = folder.Path() + "/source";
@@ -59,7 +62,7 @@ void Large(Scope const& scope) {
   for (int run = 0; run < kRuns; ++run) {
     std::string const number = std::to_string(run);
     copying.push_back(Run("cp -r " + source + " " + folder.Path() + "/copy" + number + " && sync -f " + source));
-    ours.push_back(Run(Tool() + " store " + folder.Path() + "/set" + number + " " + source));
+    ours.push_back(Run(Seen(Tool() + " store " + folder.Path() + "/set" + number + " " + source)));
     fs::remove_all(folder.Path() + "/copy" + number);
     fs::remove_all(folder.Path() + "/set" + number);
     Settle();
@@ -83,7 +86,7 @@ double BareStores(std::string const& base, std::string const& set, int objects) 
 
 void Small(Scope const& scope) {
   int const objects = scope.quick ? 1000 : 5000;
-  constexpr int kRuns = 3;
+  constexpr int kRuns = 5;
   Progress(std::to_string(objects) + " objects of 64 x 64");
   Folder const folder(scope.base);
   std::string const source = folder.Path() + "/source";
@@ -91,7 +94,7 @@ void Small(Scope const& scope) {
   std::vector<double> ours, bare;
   for (int run = 0; run < kRuns; ++run) {
     std::string const set = folder.Path() + "/set" + std::to_string(run);
-    ours.push_back(Run(Tool() + " store --native " + set + " " + source));
+    ours.push_back(Run(Seen(Tool() + " store --native " + set + " " + source)));
     Folder const limit(scope.base);
     bare.push_back(BareStores(limit.Path(), set, objects));
     Settle();

@@ -41,7 +41,10 @@ public:
   void Delete(int study) {
     Require(repository_.DeleteStudyByInstanceUID(Phantom::StudyUid(Numbered(study, 1))) == 0, "deleting");
   }
-  void Clean(int studies) { Require(repository_.AutoCleanNStudies(studies) == 0, "cleaning"); }
+  void Clean(int studies) {
+    repository_.SetThreshold(100); // so that those of today may go
+    Require(repository_.AutoCleanNStudies(studies) == 0, "cleaning");
+  }
 
 private:
   static Phantom::Object Numbered(int study, int image) {
