@@ -97,5 +97,7 @@ void Toolkit(Scope const& scope);
 
 /// What a process that has just begun does for Queries, which started it: opens the file-set and asks it.
 int AskAfresh(std::string const& folder);
+/// What a process does with which a peer takes turns.
+int StoreWhenAsked(Scope const& scope, int objects);
 
 } // namespace Bench

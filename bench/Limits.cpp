@@ -40,26 +40,29 @@ void SyncFolder(std::string const& path) {
   close(fd);
 }
 
+PrivateLimit::PrivateLimit(std::string const& set, std::string const& object)
+    : root_folder_(set), study_folder_(fs::path(object).parent_path().parent_path()),
+      series_folder_(fs::path(object).parent_path()), object_(Bytes(object)),
+      series_(Bytes(series_folder_ + "/DIRFILE")), study_(Bytes(study_folder_ + "/DIRFILE")),
+      root_(Bytes(set + "/DICOMDIR")) {}
+
 PrivateLimit::PrivateLimit(std::string const& base, std::string const& set, std::string const& object)
-    : folder_(base + "/limit") {
-  fs::path const series = fs::path(object).parent_path(), study = series.parent_path();
-  object_ = Bytes(object);
-  series_ = Bytes(series / "DIRFILE");
-  study_ = Bytes(study / "DIRFILE");
-  root_ = Bytes(set + "/DICOMDIR");
-  fs::create_directories(folder_ + "/STUDY/SERIES");
+    : PrivateLimit(set, object) {
+  root_folder_ = base + "/limit";
+  study_folder_ = root_folder_ + "/STUDY";
+  series_folder_ = study_folder_ + "/SERIES";
+  fs::create_directories(series_folder_);
 }
 
 void PrivateLimit::write(double series_part, double study_part, double root_part, bool durable) {
   auto const part = [](std::string const& bytes, double of) { return std::size_t(double(bytes.size()) * of); };
-  std::string const study = folder_ + "/STUDY", series = study + "/SERIES";
-  Replace(series + "/I" + std::to_string(++number_), object_.data(), object_.size(), durable);
-  Replace(series + "/DIRFILE", series_.data(), part(series_, series_part), durable);
-  if (durable) SyncFolder(series);
-  Replace(study + "/DIRFILE", study_.data(), part(study_, study_part), durable);
-  if (durable) SyncFolder(study);
-  Replace(folder_ + "/DICOMDIR", root_.data(), part(root_, root_part), durable);
-  if (durable) SyncFolder(folder_);
+  Replace(series_folder_ + "/L" + std::to_string(++number_), object_.data(), object_.size(), durable);
+  Replace(series_folder_ + "/LIMIT", series_.data(), part(series_, series_part), durable);
+  if (durable) SyncFolder(series_folder_);
+  Replace(study_folder_ + "/LIMIT", study_.data(), part(study_, study_part), durable);
+  if (durable) SyncFolder(study_folder_);
+  Replace(root_folder_ + "/LIMIT", root_.data(), part(root_, root_part), durable);
+  if (durable) SyncFolder(root_folder_);
 }
 
 StandardLimit::StandardLimit(std::string const& base, std::size_t object, std::size_t redo, std::vector<Extent> changed)

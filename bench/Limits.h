@@ -14,13 +14,16 @@ public:
   /// The directory files are of the sizes that they have now in the file-set at `set` on the way to the object at
   /// `object`, which the limit writes too. It writes to a folder of its own below `base`.
   PrivateLimit(std::string const& base, std::string const& set, std::string const& object);
+  /// It writes to the same folders of the file-set, under other names: what was stored before, and how many files there
+  /// are, makes the file system slower for both.
+  PrivateLimit(std::string const& set, std::string const& object);
   void Write(bool durable) { write(1, 1, 1, durable); }
   /// With the beginnings of the directory files of series, study and root, as when they held fewer records.
   void WriteGrown(double series, double study, double root) { write(series, study, root, false); }
 
 private:
   void write(double series, double study, double root, bool durable);
-  std::string folder_;
+  std::string root_folder_, study_folder_, series_folder_;
   std::string object_, series_, study_, root_; // bytes
   int number_ = 0;
 };

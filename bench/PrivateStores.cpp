@@ -10,15 +10,14 @@ using namespace Bench;
 using Place = std::function<Phantom::Object(int)>;
 
 /// Turns of our next store, of the objects at `place`, and of the bare writing of what it writes at that moment.
-void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, std::string const& base, Place place) {
+void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, Place place) {
   for (Util_Durability const durability : {Util_Durability::Relaxed, Util_Durability::Full}) {
     std::vector<std::unique_ptr<IOD_Msg>> next;
     for (int i = 0; i < kTurns + 2; ++i)
       next.push_back(Phantom::Make(place(i)));
     Util_FileSystem::SetDurability(durability);
     Store(root, *next[0]);
-    Folder const folder(base);
-    PrivateLimit limit(folder.Path(), root.GetFileSetPrefix(), PathOf(root, place(0)));
+    PrivateLimit limit(root.GetFileSetPrefix(), PathOf(root, place(0)));
     Settle();
     std::size_t turn = 0;
     bool const durable = durability == Util_Durability::Full;
@@ -41,7 +40,7 @@ void GrowingSeries(Scope const& scope) {
     Util_FileSystem::SetDurability(Util_Durability::Relaxed);
     for (; stored < n; ++stored)
       Store(*root, place(stored));
-    Measure("images of one series", n, *root, scope.base, [&](int i) { return place(stored + i); });
+    Measure("images of one series", n, *root, [&](int i) { return place(stored + i); });
     stored += 2 * (kTurns + 2);
   }
 }
@@ -58,9 +57,9 @@ void ManyStudies(Scope const& scope, std::string const& what, int studies, int i
   for (int study = 1; study <= studies; ++study)
     for (int image = 1; image <= images; ++image)
       Store(*root, place(study, image));
-  Measure(what, n, *root, scope.base, [&](int i) { return place(studies, images + i + 1); });
+  Measure(what, n, *root, [&](int i) { return place(studies, images + i + 1); });
   if (images > 1)
-    Measure(what + ", another study each time", n, *root, scope.base,
+    Measure(what + ", another study each time", n, *root,
             [&](int i) { return place(i % studies + 1, images + 1000 + i / studies); });
 }
 
@@ -71,4 +70,19 @@ void Bench::PrivateStores(Scope const& scope) {
   ManyStudies(scope, "studies", 7, 1, 7);
   ManyStudies(scope, "studies", 700, 1, 700);
   if (!scope.quick) ManyStudies(scope, "objects in 700 studies", 700, 20000 / 700 + 1, 20000);
+}
+
+/// A line in, a durable store, and a line out with its time, so that another process can take turns with us.
+int Bench::StoreWhenAsked(Scope const& scope, int objects) {
+  Folder const folder(scope.base);
+  auto const root = Open(folder.Path());
+  Fill(*root, objects, Usual);
+  Require(root->Sync() == 0, "syncing");
+  Util_FileSystem::SetDurability(Util_Durability::Full);
+  for (int image = 1000; std::getchar() != EOF; ++image) {
+    auto const next = Phantom::Make({.image = image});
+    std::printf("%f\n", Microseconds([&] { Store(*root, *next); }));
+    std::fflush(stdout);
+  }
+  return 0;
 }

@@ -21,13 +21,16 @@ int main(int argc, char** argv) {
     known.push_back(area.first);
   Bench::Scope scope{".", false};
   std::string asked;
+  int objects = 0;
   CLI::App app("Measures the file-set engine beside the bare machine and the toolkit");
   app.add_option("AREA", names, "What to measure; everything without one")->check(CLI::IsMember(known));
   app.add_option("--folder", scope.base, "A folder on the disk to measure")->capture_default_str();
   app.add_flag("--quick", scope.quick, "With fewer objects");
+  app.add_option("--store-when-asked", objects, "A process that stores one into so many for each line")->group("");
   app.add_option("--ask", asked, "A process that opens this file-set and asks it")->group("");
   CLI11_PARSE(app, argc, argv);
 
+  if (objects > 0) return Bench::StoreWhenAsked(scope, objects);
   if (!asked.empty()) return Bench::AskAfresh(asked);
   for (auto const& [name, measure] : areas)
     if (names.empty() || std::find(names.begin(), names.end(), name) != names.end()) measure(scope);

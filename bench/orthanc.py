@@ -1,7 +1,8 @@
 """Measures a DICOM server over its REST interface, on loopback and with a store of its own: the same objects and questions
 as the engine has. Lines of JSON go to standard output, as those of disk_bench.
 
-Usage: orthanc.py PHANTOM FOLDER [--quick]   PHANTOM is the tool that makes objects, FOLDER lies on the disk to measure"""
+Usage: orthanc.py PROGRAMS FOLDER [--quick]   PROGRAMS is the folder of phantom and disk_bench, FOLDER lies on the disk to
+                                              measure"""
 import http.client
 import json
 import pathlib
@@ -78,10 +79,30 @@ def median(work, runs=RUNS):
     return statistics.median([timed(work) for _ in range(runs + 1)][1:])
 
 
-def objects(phantom, folder, seed):
+class Ours:
+    """Our durable store into a file-set of as many objects, a turn at a time."""
+
+    def __init__(self, programs, base, count):
+        command = [programs / "disk_bench", "--folder", base, "--store-when-asked", str(count)]
+        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+
+    def store(self):
+        print(file=self.process.stdin, flush=True)
+        return float(self.process.stdout.readline()) / 1e6
+
+    def __enter__(self):
+        self.store()  # when it is ready
+        return self
+
+    def __exit__(self, *_):
+        self.process.stdin.close()
+        self.process.wait()
+
+
+def objects(programs, folder, seed):
     """The bytes of all objects of one study, another one for each seed."""
     made = folder / "objects"
-    subprocess.run([phantom, str(made), "--series", str(SERIES), "--images", str(IMAGES), "--size", "64", "--seed",
+    subprocess.run([programs / "phantom", str(made), "--series", str(SERIES), "--images", str(IMAGES), "--size", "64", "--seed",
                     str(seed)], check=True, stdout=subprocess.DEVNULL)
     content = [path.read_bytes() for path in sorted(made.rglob("*.dcm"))]
     shutil.rmtree(made)
@@ -110,8 +131,12 @@ def questions(server, n):
     report("query", "nothing (a request)", "Orthanc", n, median(lambda: server.ask("GET", "/system")))
 
 
+def post(server, content):
+    return timed(lambda: server.ask("POST", "/instances", content))
+
+
 def main():
-    phantom, base = sys.argv[1], pathlib.Path(sys.argv[2])
+    programs, base = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     points = {True: [1000, 5000, 20000], False: [1000]}
     if "--quick" in sys.argv:
         points = {True: [2000], False: []}
@@ -122,11 +147,18 @@ def main():
             (folder / "store").mkdir()
             with Server(folder / "store", synced) as server:
                 for study in range(1, max(counts, default=0) // step + 1):
-                    times = [timed(lambda: server.ask("POST", "/instances", content))
-                             for content in objects(phantom, folder, study)]
-                    if study * step in counts:
-                        who = "Orthanc, " + ("synced" if synced else "not synced")
-                        report("store, peers", "objects", who, study * step, statistics.median(times))
+                    contents = objects(programs, folder, study)
+                    if study * step not in counts:
+                        for content in contents:
+                            post(server, content)
+                        continue
+                    with Ours(programs, base, study * step) as ours:
+                        turns = [(post(server, content), ours.store()) for content in contents]
+                    theirs, own = (statistics.median(times) for times in zip(*turns))
+                    who = "Orthanc, " + ("synced" if synced else "not synced")
+                    report("store, peers", "objects", who, study * step, theirs)
+                    if synced:
+                        report("store, peers", "objects", "ours, in turns with it", study * step, own)
                 if synced:
                     questions(server, max(counts))
 
