@@ -1,12 +1,12 @@
 // Gives the fuzz targets their seeds, and so many simple mutations of these: fuzz_replay CORPUS [MUTATIONS [SEED]]
 // What it does follows from its arguments alone.
+#include "support/Files.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -34,10 +34,8 @@ std::vector<std::string> Seeds(std::filesystem::path const& folder) {
     paths.push_back(entry.path());
   std::sort(paths.begin(), paths.end());
   std::vector<std::string> seeds;
-  for (auto const& path : paths) {
-    std::ifstream file(path, std::ios::binary);
-    seeds.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  }
+  for (auto const& path : paths)
+    seeds.push_back(ReadFile(path));
   return seeds;
 }
 

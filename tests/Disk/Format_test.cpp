@@ -45,8 +45,7 @@ TEST_P(FormatTest, TheDumpInTheDocumentIsWhatIsWritten) {
 
   std::string const path = DISK_SOURCE_DIR "/docs/format.md", end = "```\n<!-- end -->";
   std::string const begin = structure ? "<!-- standard dump -->\n```\n" : "<!-- private dump -->\n```\n";
-  std::ifstream in(path);
-  std::string text{std::istreambuf_iterator<char>(in), {}};
+  std::string text = ReadFile(path);
   std::size_t const from = text.find(begin), to = text.find(end, from);
   ASSERT_TRUE(from != std::string::npos && to != std::string::npos);
   std::size_t const body = from + begin.size();

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -337,10 +336,8 @@ TEST(DataSet, SeedsAndSamplesKeepTheProperty) {
     if (folder.empty()) continue;
     for (auto const& entry : std::filesystem::recursive_directory_iterator(folder)) {
       if (!entry.is_regular_file()) continue;
-      std::ifstream file(entry.path(), std::ios::binary);
-      std::string const bytes{std::istreambuf_iterator<char>(file), {}};
       bool is_read = false;
-      EXPECT_EQ(DataSetProperty::Broken(bytes, &is_read), "") << entry.path();
+      EXPECT_EQ(DataSetProperty::Broken(ReadFile(entry.path()), &is_read), "") << entry.path();
       ++count;
       read += is_read;
     }

@@ -189,7 +189,7 @@ private:
         bool const was_folder = fs::is_directory(set.At(place));
         if (was_folder && std::string(kind) == "hard link") continue;
         // what stands outside looks like what belongs there
-        FileSetExercise::Write(outside, set.files.count(place) ? set.files[place] : "text");
+        WriteFile(outside, set.files.count(place) ? set.files[place] : "text");
         fs::remove_all(folder);
         if (was_folder)
           fs::copy(set.At(place), folder, fs::copy_options::recursive);
@@ -211,7 +211,7 @@ private:
   static std::map<std::string, std::string> Contents(std::string const& folder) {
     std::map<std::string, std::string> contents;
     for (auto const& entry : fs::recursive_directory_iterator(folder))
-      contents[entry.path()] = entry.is_regular_file() ? FileSetExercise::Read(entry.path()) : "";
+      contents[entry.path()] = entry.is_regular_file() ? ReadFile(entry.path()) : "";
     return contents;
   }
 
@@ -284,7 +284,7 @@ void Hostile::Siblings() {
       std::size_t const cap = count > kMany ? count * kOfEach : 0;
       std::string const what = std::string(structure ? "standard, " : "private, ") + std::to_string(records.size()) +
                                " bytes of records " + kind;
-      FileSetExercise::Write(set.At("DICOMDIR"), sound.substr(0, begin - 4) + b.Number(records.size(), 4) + records);
+      WriteFile(set.At("DICOMDIR"), sound.substr(0, begin - 4) + b.Number(records.size(), 4) + records);
       Limited(what + ", query", records.size(), cap, [&] { return set.Query() != 1; });
       Limited(what + ", check", records.size(), cap + kFindings, [&] { return set.Check(false) != 1; });
       bool const unchanged = fs::file_size(set.At("DICOMDIR")) == begin + records.size();

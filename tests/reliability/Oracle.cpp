@@ -1,26 +1,14 @@
 #include "Oracle.h"
 
 #include "support/DicomdirWalk.h"
+#include "support/Files.h"
 
 #include <Disk/Disk_Check.h>
 #include <filesystem>
-#include <fstream>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string Content(fs::path const& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::map<std::string, std::string> Files(std::string const& directory) {
-  std::map<std::string, std::string> files;
-  for (auto const& entry : fs::recursive_directory_iterator(directory))
-    if (entry.is_regular_file()) files[entry.path().string()] = Content(entry.path());
-  return files;
-}
 
 void NoDamage(std::string const& directory, bool standard) {
   Disk_CheckResult result;
@@ -104,8 +92,8 @@ void Compare(Case const& c, Model const& found, Outcome outcome) {
 void NothingMovedAway(Case const& c, Site const& site, Model const& found) {
   std::string const original = c.prepared + "/incoming";
   if (!fs::exists(original) || fs::exists(site.Incoming()) || found.objects.size() > c.before.objects.size()) return;
-  for (auto const& [name, content] : Files(site.Set()))
-    if (content == Content(original)) return;
+  for (auto const& [name, content] : ReadFiles(site.Set()))
+    if (content == ReadFile(original)) return;
   throw Complaint("the file that was to be moved is nowhere");
 }
 
@@ -125,9 +113,9 @@ Model JudgeState(Case const& c, Site const& site, Outcome outcome) {
 
 void Judge(Case const& c, Site const& site, Outcome outcome, std::function<int()> const& again) {
   Model const found = JudgeState(c, site, outcome);
-  auto const files = Files(site.Set());
+  auto const files = ReadFiles(site.Set());
   AskNew(site, 0);
-  Require(files == Files(site.Set()), "opening it once more changes it");
+  Require(files == ReadFiles(site.Set()), "opening it once more changes it");
   if (site.standard) WholeDicomdir(site, found);
 
   if (fs::exists(c.prepared + "/incoming") && !fs::exists(site.Incoming()))

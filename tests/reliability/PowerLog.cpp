@@ -1,11 +1,11 @@
 #include "PowerLog.h"
 
 #include "Caller.h"
+#include "support/Files.h"
 
 #include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -23,8 +23,7 @@ void LoadInto(Tree& tree, Inode directory, fs::path const& place) {
       LoadInto(tree, inode, entry.path());
       continue;
     }
-    std::ifstream file(entry.path(), std::ios::binary);
-    tree.files[inode] = std::string(std::istreambuf_iterator<char>(file), {});
+    tree.files[inode] = ReadFile(entry.path());
   }
 }
 

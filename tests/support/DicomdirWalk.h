@@ -2,11 +2,11 @@
 // and the records along their links.
 #pragma once
 
+#include "Files.h"
+
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -28,9 +28,7 @@ public:
   std::vector<std::string> problems; // none in a file that is as it should be
   std::uint32_t begin = 0, end = 0;  // of the records
 
-  explicit DicomdirWalk(std::string const& path) {
-    std::ifstream file(path, std::ios::binary);
-    bytes_.assign(std::istreambuf_iterator<char>(file), {});
+  explicit DicomdirWalk(std::string const& path) : bytes_(ReadFile(path)) {
     std::size_t at = 132;
     std::uint32_t first = 0, tag = 0, last = 0;
     for (std::string value; at + 8 <= bytes_.size() && Peek(at) != 0x00041220;) {

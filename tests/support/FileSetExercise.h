@@ -5,6 +5,7 @@
 
 #include "Phantom.h"
 #include "support/FencedFileSystem.h"
+#include "support/Files.h"
 
 #include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
@@ -12,10 +13,6 @@
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <memory>
 #include <unistd.h>
 
@@ -36,8 +33,7 @@ public:
     Util_FileSystem::SetDurability(Util_Durability::Relaxed);
     for (Phantom::Object const& object : Objects())
       if (auto const root = Open()) Store(*root, object);
-    for (auto const& entry : std::filesystem::recursive_directory_iterator(prefix))
-      if (entry.is_regular_file()) files[entry.path().string().substr(prefix.size() + 1)] = Read(entry.path());
+    files = ReadFiles(prefix);
   }
   ~FileSetExercise() {
     std::error_code none;
@@ -53,13 +49,6 @@ public:
   /// Beside the file-set; nothing may happen to it.
   std::string Outside() const { return home_ + "/outside"; }
   std::string At(std::string const& name) const { return prefix + "/" + name; }
-  static std::string Read(std::string const& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-  static void Write(std::string const& path, std::string_view bytes) {
-    std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
-  }
 
   std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE) {
     int status = 0;
@@ -93,18 +82,18 @@ public:
     std::filesystem::remove_all(prefix);
     for (auto const& [name, bytes] : files) {
       std::filesystem::create_directories(std::filesystem::path(At(name)).parent_path());
-      Write(At(name), bytes);
+      WriteFile(At(name), bytes);
     }
     is_dirty_ = false;
   }
   /// With another content of a file. Empty, or what went wrong.
   std::string RunWith(std::string const& name, std::string_view bytes) {
     Restore();
-    Write(At(name), bytes);
+    WriteFile(At(name), bytes);
     bool const is_known = files.count(name) != 0; // a redo record is for whoever comes first
     std::string const problem = Run(is_known ? std::vector{name} : std::vector<std::string>());
     is_dirty_ = is_dirty_ || !is_known;
-    if (!is_dirty_) Write(At(name), files[name]);
+    if (!is_dirty_) WriteFile(At(name), files[name]);
     return problem;
   }
   /// With one more object, which is asked for and deleted by its own identifiers too.
@@ -126,10 +115,10 @@ public:
     KlbGLog.SetSink([this](int, std::string const&) { ++lines_; });
     std::map<std::string, std::string> before;
     for (std::string const& name : unchanged)
-      before[name] = Read(At(name));
+      before[name] = ReadFile(At(name));
     Look();
     for (auto const& [name, bytes] : before)
-      if (!bytes.empty() && Read(At(name)) != bytes) problem_ += "reading changed " + name + "; ";
+      if (!bytes.empty() && ReadFile(At(name)) != bytes) problem_ += "reading changed " + name + "; ";
     is_dirty_ = is_dirty_ || root_;
     Change();
     root_.reset();

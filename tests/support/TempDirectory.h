@@ -1,11 +1,9 @@
 // A directory that vanishes with all it holds at the end of its scope.
 #pragma once
 
+#include "Files.h"
+
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
 
 class TempDirectory {
 public:
@@ -26,14 +24,11 @@ public:
 
   // Writes a file into the directory and gives its full name.
   std::string Write(std::string const& name, std::string const& content) const {
-    std::ofstream(*this / name, std::ios::binary) << content;
+    WriteFile(*this / name, content);
     return *this / name;
   }
 
-  std::string Read(std::string const& name) const {
-    std::ifstream file(*this / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Read(std::string const& name) const { return ReadFile(*this / name); }
 
 private:
   std::string path_;
