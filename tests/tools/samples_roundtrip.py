@@ -6,6 +6,7 @@ usage: samples_roundtrip.py BIN SAMPLES [--standard] [-v]
 
 Ends with 0 when every stored object came back equal, 1 otherwise, 77 when there are no samples or no dcmdump."""
 import collections
+import functools
 import json
 import os
 import re
@@ -17,6 +18,7 @@ import tempfile
 def run(*command):
     return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, errors="replace")
 
+@functools.cache
 def tag_value(path, keyword):
     shown = run("dcmdump", "-q", "+L", "+P", keyword, path).stdout
     text = re.search(r"^\(\S+\) \S\S \[([^\]]*)\]", shown, re.M)
@@ -42,8 +44,13 @@ def listing(path, work):
         lines.append(line)
     return lines
 
+@functools.cache
+def listing_of_original(path):
+    with tempfile.TemporaryDirectory(prefix="disk_samples_") as work:
+        return listing(path, work)
+
 def equal(original, other, work):
-    a, b = listing(original, work), listing(other, work)
+    a, b = listing_of_original(original), listing(other, work)
     if a == b:
         return ""
     for x, y in zip(a, b):
@@ -88,9 +95,12 @@ def check_set(binary, files, mode, report, verbose, structure):
     finally:
         shutil.rmtree(work)
 
+@functools.cache
+def is_compressed(path):
+    return "PixelSequence" in run("dcmdump", "-q", "+P", "PixelData", path).stdout
+
 def fetch_and_compare(base, fileset, path, uid, file_id, mode, work):
-    came_compressed = "PixelSequence" in run("dcmdump", "-q", "+P", "PixelData", path).stdout
-    decompress = ["--decompress"] if mode == "compressed" and not came_compressed else []
+    decompress = ["--decompress"] if mode == "compressed" and not is_compressed(path) else []
     names = []
     for way in (["--image", uid], ["--file-id", file_id]):
         out = os.path.join(work, way[0].strip("-"))
