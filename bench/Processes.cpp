@@ -1,7 +1,9 @@
-// Two processes that store into different known studies, beside one; and two that do nothing but write what is written.
+// Two processes that store into different known studies, beside one; two that do nothing but write what is written; and
+// two that show what the disk has for a second one: each overwrites one block of its own and syncs it.
 #include "FileSet.h"
 #include "Limits.h"
 
+#include <fcntl.h>
 #include <functional>
 #include <sys/wait.h>
 
@@ -42,6 +44,16 @@ void Measure(char const* one, char const* two, Work const& work, int first) {
   Report("processes", "stores into known studies", two, kStudies, took.second / (2 * kObjects));
 }
 
+/// The same block, again and again: after the first time no call changes anything but its bytes.
+void Overwrite(std::string const& path) {
+  std::string const block(4096, 'x');
+  int const file = open(path.c_str(), O_RDWR | O_CREAT, 0664);
+  Require(file != -1, "making " + path);
+  for (int i = 0; i < kObjects; ++i)
+    Require(pwrite(file, block.data(), block.size(), 0) == ssize_t(block.size()) && fdatasync(file) == 0, "syncing");
+  close(file);
+}
+
 } // namespace
 
 void Bench::Processes(Scope const& scope) {
@@ -72,4 +84,6 @@ void Bench::Processes(Scope const& scope) {
           limit.Write(true);
       },
       0);
+  Measure(
+      "disk, one", "disk, two", [&](int study, int) { Overwrite(bare.Path() + "/" + std::to_string(study)); }, 0);
 }
