@@ -43,14 +43,17 @@ class Server:
         self.process = subprocess.Popen(["Orthanc", str(path)], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         for _ in range(300):
             try:
-                self.connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
-                self.connection.connect()
-                self.connection.sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                self.connect()
                 self.ask("GET", "/system")
                 return
             except OSError:
                 time.sleep(0.1)
         raise SystemExit("bench: Orthanc doesn't answer")
+
+    def connect(self):
+        self.connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+        self.connection.connect()
+        self.connection.sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
 
     def ask(self, method, path, body=None):
         self.connection.request(method, path, body)
@@ -153,6 +156,7 @@ def main():
                             post(server, content)
                         continue
                     with Ours(programs, base, study * step) as ours:
+                        server.connect()  # it has given up the connection, which nothing was asked on meanwhile
                         turns = [(post(server, content), ours.store()) for content in contents]
                     theirs, own = (statistics.median(times) for times in zip(*turns))
                     who = "Orthanc, " + ("synced" if synced else "not synced")
@@ -160,6 +164,7 @@ def main():
                     if synced:
                         report("store, peers", "objects", "ours, in turns with it", study * step, own)
                 if synced:
+                    server.connect()
                     questions(server, max(counts))
 
 
