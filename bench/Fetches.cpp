@@ -12,6 +12,7 @@ namespace {
 using namespace Bench;
 
 constexpr int kSize = 512;
+constexpr int kManyTurns = 5 * kTurns; // of some milliseconds each
 constexpr Dicom_Tag kPixelData{0x7FE0, std::uint16_t(0x0010)};
 
 std::unique_ptr<IOD_Msg> Fetch(Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& identifier) {
@@ -53,7 +54,7 @@ void Native(Scope const& scope) {
   }
   for (auto const& [name, identifiers] : {std::pair{"by file ID", &by_id}, std::pair{"by UIDs", &by_uids}}) {
     Pair const took = MedianOfTurns(
-        kTurns,
+        kManyTurns,
         [&] {
           for (SCL_MoveIdentifier const& identifier : *identifiers)
             Fetch(*root, identifier);
