@@ -8,6 +8,7 @@ public:
   bool IsEmpty() const override { return text_.empty(); }
   int GetNValues() const override;
   std::string GetText() const override { return text_; }
+  Dicom_StringType const* AsString() const override { return this; }
   std::size_t GetLength() const override;
   void AppendBytes(std::string& bytes) const override { bytes += text_; }
   bool operator==(Dicom_Type const& other) const override;

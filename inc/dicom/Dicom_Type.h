@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+class Dicom_StringType;
+
 /// The value of an element. Classes derive from it, one for each value representation.
 ///
 /// A value owns what it holds unless its constructor was told not to copy. Text is UTF-8 in memory, without trailing
@@ -26,6 +28,8 @@ public:
   virtual int GetNValues() const = 0;
   /// The value as text, several joined by `\`; empty for what has no text form (OB, UN, SQ and their like).
   virtual std::string GetText() const = 0;
+  /// This value, when it is of a VR of text; null for others.
+  virtual Dicom_StringType const* AsString() const { return nullptr; }
   /// The length in bytes with which the value is dumped in UTF-8: always even.
   virtual std::size_t GetLength() const = 0;
   /// Appends the value's bytes, unpadded: text in UTF-8, numbers and words in little endian order. Nothing for SQ.

@@ -141,15 +141,11 @@ void Dicom_DataSetWriter::typed(Dicom_ME const& element, Dicom_Type const& value
   auto const* const other = Dicom_HasLongLength(element.vr_) ? dynamic_cast<Dicom_OtherType const*>(&value) : nullptr;
   if (other && element.IsEncapsulated()) return fragments(element.tag_, element.vr_, other->Bytes());
   if (other) return leaf(element.tag_, element.vr_, other->Bytes(), 0, false, true);
+  if (Dicom_StringType const* const text = Dicom_IsText(element.vr_) ? value.AsString() : nullptr)
+    return leaf(element.tag_, element.vr_, Dicom_EncodeText(text->View(), element.vr_, set), text->Width(), false);
   std::string bytes;
   value.AppendBytes(bytes);
-  std::size_t width = 0;
-  auto const* const text = Dicom_IsText(element.vr_) ? dynamic_cast<Dicom_StringType const*>(&value) : nullptr;
-  if (text) {
-    bytes = Dicom_EncodeText(bytes, element.vr_, set);
-    width = text->Width();
-  }
-  leaf(element.tag_, element.vr_, bytes, width, false);
+  leaf(element.tag_, element.vr_, bytes, 0, false);
 }
 
 /// In implicit VR a sequence that the dictionary doesn't know shows itself by its undefined length.

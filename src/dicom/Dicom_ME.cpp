@@ -241,7 +241,7 @@ bool Dicom_ME::has_changed() const {
 }
 
 bool Dicom_ME::plain_text(std::string_view* text) const {
-  if (auto const* value = dynamic_cast<Dicom_StringType const*>(value_.get())) {
+  if (auto const* value = value_ ? value_->AsString() : nullptr) {
     *text = value->View();
     return true;
   }
