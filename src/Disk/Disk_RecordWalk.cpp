@@ -1,5 +1,7 @@
 #include "Disk/Disk_RecordWalk.h"
 
+#include "Disk/Disk_ResponseFilter.h"
+
 #include <infra/Klb_LogFile.h>
 
 #include <memory>
@@ -60,16 +62,16 @@ bool Disk_RecordWalk::pack(Dicom_Msg const& record, bool* matches) const {
 
 int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** response) const {
   *response = nullptr;
+  bool matches = false;
+  if (can_pack_ && pack(record, &matches)) {
+    if (matches) *response = new SCL_QueryRspIdentifier(packer_.Finish());
+    return 0;
+  }
   int status = 0;
   auto answer = std::make_unique<SCL_QueryRspIdentifier>(level_.level, &status);
   if (status == -1) {
     DISK_LOG_TEXT(3, level_.cant_create_response);
     return -1;
-  }
-  bool matches = false;
-  if (can_pack_ && pack(record, &matches)) {
-    if (matches) *response = new SCL_QueryRspIdentifier(packer_.Finish());
-    return 0;
   }
   Dicom_ElementCursor cursor(record);
   std::uint32_t reached = 0;
@@ -96,6 +98,7 @@ int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** respo
       return -1;
     }
   }
+  Disk_DeclareCharacterSet(*answer);
   *response = answer.release();
   return 0;
 }

@@ -29,7 +29,8 @@ public:
 
   /// -1 (logged) when the identifier can't be used.
   int Status() const { return status_; }
-  /// 0 and a response for the caller to own in `*response`, or null there when the record doesn't match; -1, logged.
+  /// 0 and a response for the caller to own in `*response`, which declares the character set that it needs, or null
+  /// there when the record doesn't match; -1, logged.
   int Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** response) const;
 
 private:

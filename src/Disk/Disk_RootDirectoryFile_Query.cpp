@@ -132,11 +132,13 @@ int Disk_RootDirectoryFile::query_study(Disk_RecordWalk const& walk, Disk_StudyD
     return -1;
   }
   if (!response) return 0;
-  if (patient_response && response->Update(*patient_response, false, false) == -1) {
-    DISK_LOG(3, "Query: Failed update the patient result.\n");
-    return -1;
+  if (patient_response) {
+    if (response->Update(*patient_response, false, false) == -1) {
+      DISK_LOG(3, "Query: Failed update the patient result.\n");
+      return -1;
+    }
+    Disk_DeclareCharacterSet(*response);
   }
-  Disk_DeclareCharacterSet(*response);
   if (results->Append(response.get(), true) == -1) {
     DISK_LOG(3, "Query: Can't add a result to the sequence of results.\n");
     return -1;

@@ -29,7 +29,6 @@ int QueryRecord(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
   SCL_QueryRspIdentifier* response = nullptr;
   if (walk.Run(*record.GetRecordMsg(), &response) == -1) return -1;
   if (!response) return 0;
-  Disk_DeclareCharacterSet(*response);
   if (results->Append(response, true) == 0) return 0;
   delete response;
   DISK_LOG(3, "Query(): Can't add a result to the sequence of results.\n");
