@@ -65,14 +65,15 @@ void PrivateLimit::write(double series_part, double study_part, double root_part
   if (durable) SyncFolder(root_folder_);
 }
 
-StandardLimit::StandardLimit(std::string const& base, std::size_t object, std::size_t redo, std::vector<Extent> changed)
-    : folder_(base + "/limit"), object_(object), redo_(redo), changed_(std::move(changed)) {
-  std::size_t most = std::max(object, redo);
+StandardLimit::StandardLimit(std::string const& set, std::string const& object, std::size_t redo,
+                             std::vector<Extent> changed)
+    : folder_(set), series_folder_(fs::path(object).parent_path()), object_(Bytes(object)), redo_(redo),
+      changed_(std::move(changed)) {
+  std::size_t most = redo;
   for (Extent const& extent : changed_)
     most = std::max(most, extent.size);
   bytes_.assign(most, 'x');
-  fs::create_directories(folder_ + "/STUDY/SERIES");
-  dicomdir_ = open((folder_ + "/DICOMDIR").c_str(), O_RDWR | O_CREAT, 0664);
+  dicomdir_ = open((folder_ + "/LIMIT").c_str(), O_RDWR | O_CREAT, 0664);
   Require(dicomdir_ != -1, "making a DICOMDIR");
   for (Extent const& extent : changed_) // so that it has its length, and only what is new to it makes it longer
     Require(ftruncate(dicomdir_, off_t(std::max<std::size_t>(extent.offset, 1))) == 0, "making a DICOMDIR");
@@ -81,10 +82,9 @@ StandardLimit::StandardLimit(std::string const& base, std::size_t object, std::s
 StandardLimit::~StandardLimit() { close(dicomdir_); }
 
 void StandardLimit::Write(bool durable) {
-  std::string const series = folder_ + "/STUDY/SERIES";
-  Replace(series + "/I" + std::to_string(++number_), bytes_.data(), object_, durable);
-  if (durable) SyncFolder(series);
-  WriteFile(folder_ + "/DICOMDIR.redo", bytes_.data(), redo_, durable);
+  Replace(series_folder_ + "/L" + std::to_string(++number_), object_.data(), object_.size(), durable);
+  if (durable) SyncFolder(series_folder_);
+  WriteFile(folder_ + "/LIMIT.redo", bytes_.data(), redo_, durable);
   if (durable) SyncFolder(folder_);
   for (Extent& extent : changed_) {
     Require(pwrite(dicomdir_, bytes_.data(), extent.size, off_t(extent.offset)) == ssize_t(extent.size), "writing");

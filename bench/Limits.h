@@ -28,22 +28,23 @@ private:
   int number_ = 0;
 };
 
-/// A standard store: the object as above, the redo record, and the changed bytes of the DICOMDIR, written in place.
+/// A standard store: the object as above, the redo record, and the changed bytes of the DICOMDIR, written in place. It
+/// writes to the folders of the file-set at `set` and of the object at `object`, under other names.
 /// Durable: object, its folder, redo record, the folder of the DICOMDIR, DICOMDIR, one after the other.
 class StandardLimit {
 public:
   struct Extent {
     std::size_t offset, size;
   };
-  StandardLimit(std::string const& base, std::size_t object, std::size_t redo, std::vector<Extent> changed);
+  StandardLimit(std::string const& set, std::string const& object, std::size_t redo, std::vector<Extent> changed);
   ~StandardLimit();
   StandardLimit(StandardLimit const&) = delete;
   StandardLimit& operator=(StandardLimit const&) = delete;
   void Write(bool durable);
 
 private:
-  std::string folder_, bytes_;
-  std::size_t object_, redo_;
+  std::string folder_, series_folder_, object_, bytes_;
+  std::size_t redo_;
   std::vector<Extent> changed_;
   int dicomdir_, number_ = 0;
 };

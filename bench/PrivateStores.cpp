@@ -75,9 +75,14 @@ void Bench::PrivateStores(Scope const& scope) {
 /// A line in, a durable store, and a line out with its time, so that another process can take turns with us.
 int Bench::StoreWhenAsked(Scope const& scope, int objects) {
   Folder const folder(scope.base);
+  {
+    // made elsewhere: what a moment ago held the directory files before isn't free for others yet
+    Folder const maker(scope.base);
+    Fill(*Open(maker.Path()), objects, Usual);
+    std::filesystem::copy(maker.Path(), folder.Path(), std::filesystem::copy_options::recursive);
+  }
   auto const root = Open(folder.Path());
-  Fill(*root, objects, Usual);
-  Require(root->Sync() == 0, "syncing");
+  Settle();
   Util_FileSystem::SetDurability(Util_Durability::Full);
   for (int image = 1000; std::getchar() != EOF; ++image) {
     auto const next = Phantom::Make({.image = image});

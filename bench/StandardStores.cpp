@@ -4,13 +4,13 @@
 
 #include <Disk/Disk_StorageStrategy.h>
 #include <functional>
-#include <map>
+#include <set>
 
 namespace {
 
 using namespace Bench;
 
-/// The real file system, and what is written to the files of a standard file-set.
+/// The real file system, and what is written to the redo record and the DICOMDIR.
 class Recorder : public Util_FileSystemInterface {
 public:
   Recorder() { SetCurrent(this); }
@@ -18,37 +18,26 @@ public:
 
   int Open(char const* path, int flags, mode_t mode) override {
     int const fd = Util_FileSystemInterface::Open(path, flags, mode);
-    files_[fd] = std::string(path).find("/I") != std::string::npos ? Object : Other;
+    opened_.insert(fd);
     return fd;
-  }
-  ssize_t Write(int fd, void const* data, size_t n) override {
-    return wrote(fd, Util_FileSystemInterface::Write(fd, data, n));
-  }
-  ssize_t Writev(int fd, iovec const* parts, int n) override {
-    return wrote(fd, Util_FileSystemInterface::Writev(fd, parts, n));
   }
   ssize_t Pwrite(int fd, void const* data, size_t n, off_t at) override {
     ssize_t const count = Util_FileSystemInterface::Pwrite(fd, data, n, at);
-    bool const is_open_long = files_.count(fd) == 0; // the redo record's file, and the DICOMDIR
+    bool const is_open_long = opened_.count(fd) == 0; // the redo record's file, and the DICOMDIR
     bool const is_redo = std::string_view(static_cast<char const*>(data), n).starts_with("DISKREDO");
     if (is_redo) redo += std::size_t(count);
     if (is_open_long && !is_redo) changed.push_back({std::size_t(at), std::size_t(count)});
     return count;
   }
 
-  std::size_t object = 0, redo = 0;
+  std::size_t redo = 0;
   std::vector<StandardLimit::Extent> changed;
 
 private:
-  enum Kind { Object, Other };
-  ssize_t wrote(int fd, ssize_t count) {
-    if (files_[fd] == Object) object += std::size_t(count);
-    return count;
-  }
-  std::map<int, Kind> files_;
+  std::set<int> opened_;
 };
 
-void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, std::string const& base, bool in_memory,
+void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, bool in_memory,
              std::function<Phantom::Object()> const& next_place) {
   for (Util_Durability const durability : {Util_Durability::Relaxed, Util_Durability::Full}) {
     std::vector<std::unique_ptr<IOD_Msg>> next;
@@ -57,11 +46,13 @@ void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, std:
     Util_FileSystem::SetDurability(durability);
     Store(root, *next[0]); // the first relaxed one keeps a copy of the DICOMDIR
     auto recorder = std::make_unique<Recorder>();
-    Store(root, *Phantom::Make(next_place()));
-    Folder const folder(base);
-    StandardLimit limit(folder.Path(), recorder->object, recorder->redo, recorder->changed);
-    Require(in_memory || (recorder->redo > 0 && !recorder->changed.empty()), "recording a store");
+    Phantom::Object const recorded = next_place();
+    Store(root, *Phantom::Make(recorded));
+    std::size_t const redo = recorder->redo;
+    std::vector<StandardLimit::Extent> const changed = recorder->changed;
     recorder.reset();
+    Require(in_memory || (redo > 0 && !changed.empty()), "recording a store");
+    StandardLimit limit(root.GetFileSetPrefix(), PathOf(root, recorded), redo, changed);
     Settle();
     std::size_t turn = 0;
     bool const durable = durability == Util_Durability::Full;
@@ -85,7 +76,7 @@ void Grow(Scope const& scope, std::string const& what, bool in_memory, std::vect
     Util_FileSystem::SetDurability(Util_Durability::Relaxed);
     while (stored < n)
       Store(*root, place(stored++));
-    Measure(what, n, *root, scope.base, in_memory, [&] { return place(stored++); });
+    Measure(what, n, *root, in_memory, [&] { return place(stored++); });
   }
 }
 

@@ -32,7 +32,10 @@ int main(int argc, char** argv) {
 
   if (objects > 0) return Bench::StoreWhenAsked(scope, objects);
   if (!asked.empty()) return Bench::AskAfresh(asked);
-  for (auto const& [name, measure] : areas)
-    if (names.empty() || std::find(names.begin(), names.end(), name) != names.end()) measure(scope);
+  for (auto const& [name, measure] : areas) {
+    if (!names.empty() && std::find(names.begin(), names.end(), name) == names.end()) continue;
+    Bench::Settle();
+    measure(scope);
+  }
   return 0;
 }
