@@ -164,7 +164,7 @@ def main():
                     if synced:
                         report("store, peers", "objects", "ours, in turns with it", study * step, own)
                 if synced:
-                    server.connect()
+                    server.connect()  # as above, while ours was removed
                     questions(server, max(counts))
 
 
