@@ -70,7 +70,10 @@ void Bench::Processes(Scope const& scope) {
       [&](int study, int first) {
         auto const root = Open(folder.Path());
         for (int i = 0; i < kObjects; ++i)
-          Store(*root, {.patient = study, .study = study, .image = first + i});
+          Store(*root, {.patient = study,
+                        .study = study,
+                        .series = (first + i) / kImages + 1,
+                        .image = (first + i) % kImages + 1});
       },
       2);
   // the directory files as they have become; each process has its own, and waits for no lock

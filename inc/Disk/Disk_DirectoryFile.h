@@ -40,8 +40,9 @@ public:
   /// Reads a private directory file. On 0 `*found` tells whether it exists; then `*msg` is the caller's to delete
   /// and owns `*sequence`, the records. -1 when the file can't be read; nothing is to be deleted then.
   int Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg);
-  /// Replaces the file by one with these records and moves VERSION. 0, or -1; the file is the old or the new one.
-  int Write(Dicom_Sequence& sequence);
+  /// Replaces the file by one with these records and moves VERSION. 0, or -1; the file is the old or the new one. With
+  /// `together` a durable write is done, VERSION and all, when those replacements finish.
+  int Write(Dicom_Sequence& sequence, Disk_Replacements* together = nullptr);
 
   /// Before something below the directory is written or removed: 0, or -1 (logged) when it is a link, which may lead
   /// anywhere.
@@ -102,7 +103,8 @@ protected:
   /// `first`; and writes them, with VERSION. 0, or -1 (logged).
   int read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
   int load_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
-  int write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts);
+  int write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts,
+                  Disk_Replacements* together = nullptr);
   /// Makes `file` the directory file below a record of this one, whose UID, under `uid_tag`, names its directory in the
   /// standard structure. One that is kept from an earlier call stays if it is the right one.
   template <class File>
@@ -146,7 +148,9 @@ private:
   FileState file_state() const;
   void take_state(FileState const& state);
   /// Brings a new content to the file, as durable as the operation is.
-  int rewrite(IOD_Msg* msg);
+  int rewrite(IOD_Msg* msg, Disk_Replacements* together);
+  int forget_copy() const;
+  int take_written();
   long GetFileVersion() const;
   int SetFileVersion(long version) const;
 

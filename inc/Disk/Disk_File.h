@@ -11,6 +11,7 @@
 
 /// A handle for asynchronous reading that callers pass along; nothing here looks at it.
 class Disk_AsyncFile;
+class Disk_Replacements;
 
 /// A DICOM file of a file-set.
 ///
@@ -39,8 +40,12 @@ protected:
   /// What a write brings to the disk before it returns. Unsynced: nothing, and the file bears the mark that tells
   /// whether it got there.
   enum class Synced { FileAndEntry, File, Nothing, Unsynced };
-  int write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced);
-  static int write_bytes(std::string const& path, std::vector<std::string_view> parts, Synced synced);
+  /// A file that is synced waits for its name in `together`, if there is one, and for the others there.
+  int write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_Replacements* together = nullptr);
+  static Util_FileDescriptor new_content(std::string const& temporary, std::vector<std::string_view> parts,
+                                         Synced synced);
+  /// Logs errno. -1.
+  static int cant_write(std::string const& temporary);
   static bool take_over(std::string const& temporary, std::string const& path);
   static int replace(std::string const& temporary, std::string const& path);
   /// A failed sync is logged; 0 or -1.
@@ -49,4 +54,6 @@ protected:
   Disk_FileID file_id;
 
   RWCString get_filename_to_use(char const* file_name) const;
+
+  friend class Disk_Replacements;
 };

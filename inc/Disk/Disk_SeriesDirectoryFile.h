@@ -23,13 +23,15 @@ public:
   /// Brings the records up to date. 0, or -1.
   int Read();
   /// Writes the records. 0, or -1.
-  int Write();
+  int Write(Disk_Replacements* together = nullptr);
   /// Finds or makes the object's record, writes the object, then the records. On 0 `*new_image` is 1 when a record
-  /// was added. After -1 the records on disk are as before; an object file that no record names may be left.
+  /// was added. After -1 the records on disk are as before; an object file that no record names may be left. With
+  /// `together` the files of a durable store are in their places when those replacements finish.
   int Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon, int in_place,
             char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
             Dicom_UI const* syntax_in_file);
-  int Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series, int* new_image);
+  int Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series, int* new_image,
+            Disk_Replacements* together = nullptr);
   /// Appends a response to `results` for each record that matches. 0, or -1.
   int Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   /// Deletes images, or all for a null UID. `*records` is how many there were. 0, also when some couldn't be removed;
@@ -59,7 +61,8 @@ private:
   void DeleteCineFile(Disk_FileID const& id, Dicom_CS const& referenced) const;
   int set_syntax(Disk_InstanceDirectoryRecord* image, Disk_StoreRequest const& request) const;
   int update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const;
-  int place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image);
+  int place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image,
+                   Disk_Replacements* together);
   /// Whether the entry of an object is synced when the records are written, which stand in the same folder.
   bool is_synced_with(Disk_FileID const& object) const;
   int sync_in_place(std::string const& path);

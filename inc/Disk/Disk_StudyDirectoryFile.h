@@ -19,7 +19,7 @@ public:
 
   unsigned GetOffset() const { return first_series_offset; }
   int Read();
-  int Write();
+  int Write(Disk_Replacements* together = nullptr);
   int LockExclusive();
   /// The same in two steps, for a store: under the file-set's lock the study is pinned, and when that is given up,
   /// locked. -1 with ESTALE when the study has gone from its folder in between.

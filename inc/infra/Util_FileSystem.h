@@ -76,11 +76,16 @@ public:
   /// above `limit` bytes, ENOMEM. A file that shrinks meanwhile gives what was left of it.
   static std::shared_ptr<Util_Buffer const> ReadWholeFile(char const* path, uint64_t limit = UINT64_MAX);
 
-  /// Creates a file, in place of one that stands there, writes the parts one after the other, syncs the file if `sync`
-  /// is set, and closes it. -1 after the first failure, also of the close; the file is left as it is then.
+  /// Creates a file, in place of one that stands there, and writes the parts one after the other. An empty descriptor
+  /// after the first failure; the file is left as it is then.
+  static Util_FileDescriptor NewFile(char const* path, std::span<std::string_view const> parts);
+  /// The same, then syncs the file if `sync` is set, and closes it. -1 after the first failure, also of the close.
   static int WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync,
                           Util_Durability durability = GetDurability());
 
+  /// Begins to bring a file to the disk, without waiting for it; a sync has to follow. -1 when the disk doesn't take
+  /// it, which a later sync may not tell again; 0 also where files can't be begun.
+  static int StartSync(int fd);
   /// fdatasync and fsync; with relaxed durability they do nothing and give 0. After a failure the kernel may
   /// have dropped what it couldn't write and the next sync would succeed without it, so a failed sync is never
   /// asked for again: the operation fails.

@@ -55,6 +55,7 @@ public:
   virtual int Ftruncate(int fd, off_t size);
   virtual int Fsync(int fd);
   virtual int Fdatasync(int fd);
+  virtual int SyncFileRange(int fd, off_t offset, off_t size, unsigned flags);
   virtual int Syncfs(int fd);
   virtual int Flock(int fd, int operation);
   /// The entries of a directory, without `.` and `..`, in no order. 0 or -1; after -1 `entries` is empty.

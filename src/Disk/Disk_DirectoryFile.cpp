@@ -1,6 +1,7 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
+#include "Disk/Disk_Replacements.h"
 #include "Disk/Disk_VersionFile.h"
 
 #include <Disk/Disk_Bits.h>
@@ -77,7 +78,7 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   return 0;
 }
 
-int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
+int Disk_DirectoryFile::Write(Dicom_Sequence& sequence, Disk_Replacements* together) {
   IOD_Msg msg;
   int status = 0;
   Dicom_CS const no_id("", &status);
@@ -96,25 +97,37 @@ int Disk_DirectoryFile::Write(Dicom_Sequence& sequence) {
     DISK_LOG(3, "Write(): Can't add element to message.\n");
     return -1;
   }
-  if (rewrite(&msg) == -1) return -1;
+  return rewrite(&msg, together);
+}
+
+int Disk_DirectoryFile::rewrite(IOD_Msg* msg, Disk_Replacements* together) {
+  bool const relaxed =
+      Util_FileSystem::GetDurability() == Util_Durability::Relaxed && Disk_RelaxedEpoch::Keep(file_id) == 0;
+  Synced const synced = relaxed ? Synced::Unsynced : is_unnamed ? Synced::Nothing : Synced::FileAndEntry;
+  bool const waits = together && synced == Synced::FileAndEntry;
+  if (write(msg, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, synced, waits ? together : nullptr) == -1) return -1;
+  auto const written = [this, relaxed] { return (relaxed || forget_copy() == 0) ? take_written() : -1; };
+  if (!waits) return written();
+  together->Then(written);
+  return 0;
+}
+
+int Disk_DirectoryFile::forget_copy() const {
+  if (Disk_RelaxedEpoch::Forget(file_id) == 0) return 0;
+  int const cause = errno;
+  DISK_LOG(3, "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+/// The records in memory are those of the file now.
+int Disk_DirectoryFile::take_written() {
   take_state(file_state());
   if (UpdateFileVersion() == -1) return -1;
   // each write leaves records that stand apart from the others; when many do, the next Read brings all together again
   constexpr int kMostWrites = 512;
   if (++writes_since_read > kMostWrites) MarkDirty();
   return 0;
-}
-
-int Disk_DirectoryFile::rewrite(IOD_Msg* msg) {
-  bool const relaxed =
-      Util_FileSystem::GetDurability() == Util_Durability::Relaxed && Disk_RelaxedEpoch::Keep(file_id) == 0;
-  Synced const synced = relaxed ? Synced::Unsynced : is_unnamed ? Synced::Nothing : Synced::FileAndEntry;
-  if (write(msg, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, synced) == -1) return -1;
-  if (relaxed || Disk_RelaxedEpoch::Forget(file_id) == 0) return 0;
-  int const cause = errno;
-  DISK_LOG(3, "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
 }
 
 // The records of a lower level
@@ -154,12 +167,13 @@ int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, Re
   return 0;
 }
 
-int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts) {
+int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts,
+                                    Disk_Replacements* together) {
   DISK_LOG(7, "Write:\n");
   if (!is_standard()) {
     Dicom_Sequence sequence;
     sequence.Reserve(records.entries());
-    return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence);
+    return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence, together);
   }
   if (first == 0) {
     DISK_LOG_TEXT(3, texts.no_offset);

@@ -1,4 +1,5 @@
 #include "Disk/Disk_RelaxedEpoch.h"
+#include "Disk/Disk_Replacements.h"
 #include "dicom/Util_EncodedFile.h"
 
 #include <Disk/Disk_Error.h>
@@ -18,38 +19,47 @@ int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI co
   return write(msg, syntax, full ? Synced::FileAndEntry : Synced::Nothing);
 }
 
-int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced) {
+int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_Replacements* together) {
   msg->AddKolbaExeVersion(LO_NULL);
   std::string const path = file_id.Path();
   if (path.empty()) {
     DISK_LOG(3, "Write(): Illegal file name.\n");
     return -1;
   }
-  std::string const temporary = path + ".tmp";
-  Util_EncodedFile const file(*msg, syntax);
-  if (!file.error.empty()) {
+  Util_EncodedFile const encoded(*msg, syntax);
+  if (!encoded.error.empty()) {
     DISK_LOG(3, "Write: Failed Dumping the msg into a buffer.\n");
     return -1;
   }
-  if (write_bytes(temporary, file.pieces.Views(), synced) == -1) {
-    int const cause = errno;
-    DISK_LOG(3, "Write: Failed writing the buffer into the temporary file %s.\n", temporary.c_str());
-    DISK_LOG(3, "Write: %s: %s\n", temporary.c_str(), std::strerror(cause));
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+  std::string const temporary = path + ".tmp";
+  Util_FileDescriptor file = new_content(temporary, encoded.pieces.Views(), synced);
+  if (!file) return cant_write(temporary);
+  if (synced == Synced::File || synced == Synced::FileAndEntry) {
+    if (together && Util_FileSystem::StartSync(file.Get()) == -1) return cant_write(temporary);
+    Disk_Replacements alone;
+    (together ? *together : alone).Add(std::move(file), temporary, path, synced == Synced::FileAndEntry);
+    return alone.Finish();
   }
+  if (file.Close() == -1) return cant_write(temporary);
   if (synced == Synced::Unsynced && take_over(temporary, path)) return 0;
-  if (replace(temporary, path) == -1) return -1;
-  return synced == Synced::FileAndEntry ? sync_directory_of(path, Util_Durability::Full) : 0;
+  return replace(temporary, path);
 }
 
-int Disk_File::write_bytes(std::string const& path, std::vector<std::string_view> parts, Synced synced) {
-  if (synced != Synced::Unsynced)
-    return Util_FileSystem::WriteNewFile(path.c_str(), parts, synced != Synced::Nothing, Util_Durability::Full);
+int Disk_File::cant_write(std::string const& temporary) {
+  int const cause = errno;
+  DISK_LOG(3, "Write: Failed writing the buffer into the temporary file %s.\n", temporary.c_str());
+  DISK_LOG(3, "Write: %s: %s\n", temporary.c_str(), std::strerror(cause));
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+Util_FileDescriptor Disk_File::new_content(std::string const& temporary, std::vector<std::string_view> parts,
+                                           Synced synced) {
+  if (synced != Synced::Unsynced) return Util_FileSystem::NewFile(temporary.c_str(), parts);
   parts.front().remove_prefix(Disk_RelaxedEpoch::kPreamble);
   auto const mark = Disk_RelaxedEpoch::Mark(parts);
   parts.insert(parts.begin(), {mark.data(), mark.size()});
-  return Util_FileSystem::WriteNewFile(path.c_str(), parts, false);
+  return Util_FileSystem::NewFile(temporary.c_str(), parts);
 }
 
 /// Puts a file that isn't synced in the place of an old one, if there is one. A rename would do as well, but upon it

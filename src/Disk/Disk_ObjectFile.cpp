@@ -20,17 +20,17 @@ int Disk_ObjectFile::Read(IOD_Msg** msg, Disk_AsyncFile* async) {
   return -1;
 }
 
-int Disk_ObjectFile::Store(IOD_Msg* msg, bool sync_directory) {
+int Disk_ObjectFile::Store(IOD_Msg* msg, bool sync_directory, Disk_Replacements* together) {
   if (params_.read_only) {
     DISK_LOG(3, "Disk_ObjectFile::Store() - operation cannot be performed on a read-only access object.\n");
     return -1;
   }
-  if (Write(msg, sync_directory) == 0) return 0;
+  if (Write(msg, sync_directory, together) == 0) return 0;
   DISK_LOG(3, "Store(): Can't write object file.\n");
   return -1;
 }
 
-int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory) {
+int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory, Disk_Replacements* together) {
   if (msg->GetSOPClassUID() == UI_NULL) {
     DISK_LOG(3, "Can't get SOP Class UID.\n");
     return -1;
@@ -49,7 +49,7 @@ int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory) {
   msg->SettleCharacterSet();
   DISK_LOG(7, "Write: will store image in tx <%s>\n", syntax.CStr());
   if (Util_FileSystem::GetDurability() == Util_Durability::Full)
-    return write(msg, syntax, sync_directory ? Synced::FileAndEntry : Synced::File);
+    return write(msg, syntax, sync_directory ? Synced::FileAndEntry : Synced::File, together);
   // one that replaces another, which may have been durable, is whole before it gets its name
   bool const replaces = Util_FileSystem::MayExist(file_id.Path().c_str());
   return write(msg, syntax, replaces ? Synced::File : Synced::Nothing);

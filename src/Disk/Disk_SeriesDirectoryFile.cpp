@@ -31,10 +31,10 @@ int Disk_SeriesDirectoryFile::Read() {
   return read_level(image_records, first_image_offset, kTexts);
 }
 
-int Disk_SeriesDirectoryFile::Write() {
+int Disk_SeriesDirectoryFile::Write(Disk_Replacements* together) {
   static constexpr WriteTexts kTexts{"Write: the offset of the images is 0.\n",
                                      "Write(): Bad instance directory record.\n"};
-  return write_level(image_records, first_image_offset, kTexts);
+  return write_level(image_records, first_image_offset, kTexts, together);
 }
 
 Disk_InstanceDirectoryRecord* Disk_SeriesDirectoryFile::GetImageRecord(Dicom_UI const& image_uid) const {
@@ -50,7 +50,7 @@ int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* se
 }
 
 int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
-                                    int* new_image) {
+                                    int* new_image, Disk_Replacements* together) {
   DISK_LOG(7, "Entering Store\n");
   if (is_standard()) DISK_LOG(6, "Store: standard_dicomdir.\n");
   if (RefuseLink() == -1) return -1;
@@ -69,8 +69,8 @@ int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_Serie
   } else if (request.msg->SetIconImage(icon) == -1) {
     DISK_LOG(3, "Store(): Warning: Can't attach icon to stored object.\n");
   }
-  if (place_object(request, *image) == -1) return -1;
-  if (Write() == 0) return 0;
+  if (place_object(request, *image, together) == -1) return -1;
+  if (Write(together) == 0) return 0;
   DISK_LOG(3, "Store(): Can't update the series directory file.\n");
   return -1;
 }
@@ -164,12 +164,12 @@ int Disk_SeriesDirectoryFile::update_key_image(IOD_Msg const& msg, Disk_Instance
   return image->GetRecordMsg()->SetKolbaKeyImage(now == CS_NULL ? IOD_Image::N : now);
 }
 
-int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request,
-                                           Disk_InstanceDirectoryRecord const& image) {
+int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request, Disk_InstanceDirectoryRecord const& image,
+                                           Disk_Replacements* together) {
   Disk_FileID const id = object_id(image.GetReferencedFileID());
   if (request.move_store) return move_object(request, id);
   if (request.in_place) return sync_in_place(id.Path());
-  if (Disk_ObjectFile(id, params).Store(request.msg, !is_synced_with(id)) == 0) return 0;
+  if (Disk_ObjectFile(id, params).Store(request.msg, !is_synced_with(id), together) == 0) return 0;
   DISK_LOG(3, "Store(): Can't store object.\n");
   return -1;
 }

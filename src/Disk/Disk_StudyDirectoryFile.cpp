@@ -2,6 +2,7 @@
 
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_Replacements.h"
 
 #include <infra/Util_FileSystem.h>
 
@@ -66,10 +67,10 @@ int Disk_StudyDirectoryFile::Read() {
   return read_level(series_records, first_series_offset, kTexts);
 }
 
-int Disk_StudyDirectoryFile::Write() {
+int Disk_StudyDirectoryFile::Write(Disk_Replacements* together) {
   static constexpr WriteTexts kTexts{"Write: the offset of the series is 0.\n",
                                      "Write(): Bad series directory record.\n"};
-  return write_level(series_records, first_series_offset, kTexts);
+  return write_level(series_records, first_series_offset, kTexts, together);
 }
 
 int Disk_StudyDirectoryFile::Count(int* series, int* images) {
@@ -115,7 +116,10 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
   if (series ? check_series_number(request, *series) == -1 : add_series(request, study, &series) == -1) return -1;
 
   GetSeriesFile(series);
-  if (series_file->Store(request, series, new_image) == -1) {
+  Disk_Replacements replacements;
+  bool const waits = !is_standard() && Util_FileSystem::GetDurability() == Util_Durability::Full;
+  Disk_Replacements* const together = waits ? &replacements : nullptr;
+  if (series_file->Store(request, series, new_image, together) == -1) {
     DISK_LOG(3, "Store(): Can't store.\n");
     return -1;
   }
@@ -129,7 +133,7 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
     DISK_LOG(3, "Store(): Can't update series directory record.\n");
     return -1;
   }
-  if (Write() == 0) return 0;
+  if (Write(together) == 0 && replacements.Finish() == 0) return 0;
   DISK_LOG(3, "Store(): Can't update the study directory file.\n");
   return -1;
 }

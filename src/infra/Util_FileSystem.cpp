@@ -164,17 +164,25 @@ std::shared_ptr<Util_Buffer const> Util_FileSystem::ReadWholeFile(char const* pa
   }
 }
 
-int Util_FileSystem::WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync,
-                                  Util_Durability durability) {
+Util_FileDescriptor Util_FileSystem::NewFile(char const* path, std::span<std::string_view const> parts) {
   // Neither a link nor a pipe that stands at the name gets our bytes or makes us wait, and a file that has other names
   // keeps its bytes under those.
   auto const create = [path] { return Open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NONBLOCK); };
   Util_FileDescriptor file = create();
   if (!file && errno == EEXIST && retry([&] { return system_calls().Unlink(path); }) == 0) file = create();
-  if (!file) return -1;
-  if (WriteAll(file.Get(), parts) == -1) return -1;
-  if (sync && SyncFile(file.Get(), durability) == -1) return -1;
+  return file && WriteAll(file.Get(), parts) == 0 ? std::move(file) : Util_FileDescriptor();
+}
+
+int Util_FileSystem::WriteNewFile(char const* path, std::span<std::string_view const> parts, bool sync,
+                                  Util_Durability durability) {
+  Util_FileDescriptor file = NewFile(path, parts);
+  if (!file || (sync && SyncFile(file.Get(), durability) == -1)) return -1;
   return file.Close();
+}
+
+int Util_FileSystem::StartSync(int fd) {
+  if (system_calls().SyncFileRange(fd, 0, 0, SYNC_FILE_RANGE_WRITE) == 0) return 0;
+  return errno == EINVAL || errno == ENOSYS || errno == ESPIPE ? 0 : -1; // has no such thing
 }
 
 int Util_FileSystem::SyncFile(int fd, Util_Durability durability) {

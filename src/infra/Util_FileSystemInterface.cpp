@@ -92,6 +92,10 @@ int Util_FileSystemInterface::Fsync(int fd) { return ::fsync(fd); }
 
 int Util_FileSystemInterface::Fdatasync(int fd) { return ::fdatasync(fd); }
 
+int Util_FileSystemInterface::SyncFileRange(int fd, off_t offset, off_t size, unsigned flags) {
+  return ::sync_file_range(fd, offset, size, flags);
+}
+
 int Util_FileSystemInterface::Syncfs(int fd) { return ::syncfs(fd); }
 
 int Util_FileSystemInterface::Flock(int fd, int operation) { return ::flock(fd, operation); }

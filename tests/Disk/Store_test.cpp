@@ -311,8 +311,19 @@ TEST_F(StoreTest, DurableStoreOfAKnownSeriesSyncsFourFilesAndThreeDirectories) {
   auto root = Open();
   auto first = Example(), second = Example({.image = 2});
   ASSERT_EQ(Store(*root, *first), 0);
-  FaultyFileSystem counting;
+  std::vector<std::string> done;
+  FaultyFileSystem const watching([&, start = Prefix().size()](std::string_view call, char const* path) {
+    if (call == "Fdatasync" || call == "Fsync" || call == "Rename")
+      done.push_back(std::string(call) + " " + std::string(path).substr(start));
+    return 0;
+  });
   ASSERT_EQ(Store(*root, *second), 0);
-  EXPECT_EQ(counting.calls["Fdatasync"], 4);
-  EXPECT_EQ(counting.calls["Fsync"], 3);
+  std::vector<std::string> const in_order{// no name is given before all contents below the root are on the disk
+                                          "Fdatasync /SA100000/S3000000/I7000001.tmp",
+                                          "Fdatasync /SA100000/S3000000/DIRFILE.tmp", "Fdatasync /SA100000/DIRFILE.tmp",
+                                          // and none to a level above before those below it have theirs
+                                          "Rename /SA100000/S3000000/I7000001", "Rename /SA100000/S3000000/DIRFILE",
+                                          "Fsync /SA100000/S3000000", "Rename /SA100000/DIRFILE", "Fsync /SA100000",
+                                          "Fdatasync /DICOMDIR.tmp", "Rename /DICOMDIR", "Fsync "};
+  EXPECT_EQ(done, in_order);
 }

@@ -66,6 +66,15 @@ TEST(FileSystem, FailuresAreToldOnceAndKeepTheirCause) {
   EXPECT_EQ(errno, EIO);
 }
 
+TEST(FileSystem, WhatCannotBeBegunIsLeftToTheSync) {
+  TempDirectory const directory;
+  Util_FileDescriptor const file = Util_FileSystem::Open(directory.Write("file", "x").c_str(), O_RDWR);
+  for (auto const& [error, result] : {std::pair(0, 0), {ENOSYS, 0}, {ESPIPE, 0}, {EIO, -1}, {ENOSPC, -1}}) {
+    FaultyFileSystem const faulty([error = error](std::string_view, char const*) { return error; });
+    EXPECT_EQ(Util_FileSystem::StartSync(file.Get()), result) << error;
+  }
+}
+
 TEST(FileSystem, RelaxedDurabilityLeavesOutTheSyncs) {
   TempDirectory const directory;
   FaultyFileSystem faulty;

@@ -69,6 +69,9 @@ public:
   int Ftruncate(int fd, off_t size) override { return fails("Ftruncate", fd) ? -1 : Base::Ftruncate(fd, size); }
   int Fsync(int fd) override { return fails("Fsync", fd) ? -1 : Base::Fsync(fd); }
   int Fdatasync(int fd) override { return fails("Fdatasync", fd) ? -1 : Base::Fdatasync(fd); }
+  int SyncFileRange(int fd, off_t offset, off_t size, unsigned flags) override {
+    return fails("SyncFileRange", fd) ? -1 : Base::SyncFileRange(fd, offset, size, flags);
+  }
   int Syncfs(int fd) override { return fails("Syncfs", fd) ? -1 : Base::Syncfs(fd); }
   int Flock(int fd, int operation) override { return fails("Flock", fd) ? -1 : Base::Flock(fd, operation); }
   int List(char const* path, std::vector<Entry>& entries) override {
