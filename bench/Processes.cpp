@@ -1,5 +1,6 @@
-// Two processes that store into different known studies, beside one; two that do nothing but write what is written; and
-// two that show what the disk has for a second one: each overwrites one block of its own and syncs it.
+// Two processes that store into different known studies, beside one; the same on a disk that has as much for each as
+// for one alone; two that do nothing but write what is written; and two that show what the disk has for a second one:
+// each overwrites one block of its own and syncs it.
 #include "FileSet.h"
 #include "Limits.h"
 
@@ -12,6 +13,19 @@ namespace {
 using namespace Bench;
 
 constexpr int kStudies = 20, kObjects = 300, kRuns = 5;
+
+/// A disk whose syncs take their time, and don't wait for those of others.
+class PatientDisk : public Util_FileSystemInterface {
+public:
+  PatientDisk() { SetCurrent(this); }
+  ~PatientDisk() override { SetCurrent(nullptr); }
+  int Fsync(int) override { return usleep(kSync); }
+  int Fdatasync(int) override { return usleep(kSync); }
+  int SyncFileRange(int, off_t, off_t, unsigned) override { return 0; }
+
+private:
+  static constexpr useconds_t kSync = 250;
+};
 
 /// A process's share, of kObjects objects: into its study, from image number `first` on.
 using Work = std::function<void(int study, int first)>;
@@ -65,17 +79,19 @@ void Bench::Processes(Scope const& scope) {
     Fill(*root, kStudies, place);
   }
   Util_FileSystem::SetDurability(Util_Durability::Full);
+  auto const store = [&](int study, int first) {
+    auto const root = Open(folder.Path());
+    for (int i = first; i < first + kObjects; ++i)
+      Store(*root, {.patient = study, .study = study, .series = i / kImages + 1, .image = i % kImages + 1});
+  };
+  Measure("one", "two", store, kImages);
   Measure(
-      "one", "two",
+      "patient disk, one", "patient disk, two",
       [&](int study, int first) {
-        auto const root = Open(folder.Path());
-        for (int i = 0; i < kObjects; ++i)
-          Store(*root, {.patient = study,
-                        .study = study,
-                        .series = (first + i) / kImages + 1,
-                        .image = (first + i) % kImages + 1});
+        PatientDisk const disk;
+        store(study, first);
       },
-      2);
+      100 * kObjects);
   // the directory files as they have become; each process has its own, and waits for no lock
   std::string const object = PathOf(*Open(folder.Path()), place(0));
   Measure(

@@ -91,6 +91,8 @@ AIMS = [
      quotient(value("cache", "durable admission", "more objects a study"), value("cache", "durable admission", "2 objects a study"))),
     ("Cache", "x deleting a study, cleaning", AT_MOST, 1.25, ratio("cache", "a study of 50 objects goes", "cleaning", "delete")),
     ("Two processes", "x the rate of one, durable", AT_LEAST, 1.6, ratio("processes", "stores into known studies", "one", "two")),
+    ("Two processes", "x the rate of one, on a disk that has as much for each", AT_LEAST, 1.6,
+     ratio("processes", "stores into known studies", "patient disk, one", "patient disk, two")),
     ("Bulk", "x cp and the codec, objects of 512 x 512", AT_MOST, 1.5, bulk_large),
     ("Bulk", "x bare, objects of 64 x 64", AT_MOST, 1.5, ratio("bulk", "objects of 64 x 64")),
 ]
