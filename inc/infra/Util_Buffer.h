@@ -27,8 +27,9 @@ public:
   }
 
 private:
-  Util_Buffer(char* data, size_t size) : data_(data), size_(size) {}
+  explicit Util_Buffer(size_t size) : size_(size) {}
 
-  char* data_;
+  void* block_ = nullptr; // what was allocated; the data may begin behind its start
+  char* data_ = nullptr;
   size_t size_;
 };

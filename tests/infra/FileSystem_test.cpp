@@ -1,8 +1,11 @@
 #include <chrono>
+#include <cstdint>
+#include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_FileSystem.h>
+#include <limits>
 #include <support/FaultyFileSystem.h>
 #include <support/TempDirectory.h>
 #include <thread>
@@ -43,6 +46,19 @@ TEST(FileSystem, InterruptedAndShortCallsAreCompleted) {
   EXPECT_EQ(Util_FileSystem::PwriteAll(file.Get(), "-----", 5, 1), 0);
   EXPECT_EQ(Util_FileSystem::PreadAll(file.Get(), bytes, sizeof bytes, 1), 7);
   EXPECT_STREQ(bytes, "-----R!");
+}
+
+TEST(FileSystem, LargeBuffersBeginHalfAPageFromThePagesOfAFile) {
+  constexpr size_t kMost = std::numeric_limits<size_t>::max();
+  for (size_t const size : {size_t(128) << 10, (size_t(1) << 20) + 1, size_t(0), size_t(1)}) {
+    std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(size);
+    ASSERT_TRUE(buffer && buffer->data());
+    std::memset(buffer->data(), 'x', size); // all of it is ours
+    bool const off_the_pages = reinterpret_cast<std::uintptr_t>(buffer->data()) % 4096 == 2048;
+    EXPECT_TRUE(size <= 1 || off_the_pages);
+  }
+  for (size_t const size : {kMost, kMost - 8191, kMost / 2})
+    EXPECT_FALSE(Util_Buffer::Make(size)); // not a small one, its room having wrapped around
 }
 
 TEST(FileSystem, FailuresAreToldOnceAndKeepTheirCause) {
