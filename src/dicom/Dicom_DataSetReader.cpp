@@ -19,39 +19,44 @@ struct Header {
 
 bool IsDelimiterGroup(std::uint32_t tag) { return tag >> 16 == 0xFFFE; }
 
+constexpr std::size_t kShortHeader = 8, kLongHeader = 12;
+
+bool IsThisMachines(Dicom_Encoding encoding) {
+  return encoding.explicit_vr && !encoding.big_endian && std::endian::native == std::endian::little;
+}
+
+/// The header that nearly all elements have: one load tells all of it. False for any other one, and for a delimiter.
+inline bool ReadShortHeader(char const* p, Header* header) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, p, sizeof word);
+  auto const vr = Dicom_VR(std::uint16_t(word >> 32));
+  if (std::uint16_t(word) == 0xFFFE || Dicom_HasLongLength(vr)) return false;
+  auto const tag = std::uint32_t(std::uint16_t(word)) << 16 | std::uint16_t(word >> 16);
+  *header = {tag, vr, std::uint32_t(word >> 48), p + kShortHeader};
+  return true;
+}
+
 /// The header of the element at `p`; false when fewer bytes are left than it takes.
 bool ReadHeader(char const* p, char const* end, Dicom_Encoding encoding, Header* header) {
   std::size_t const left = std::size_t(end - p);
-  if (left < 8) return false;
-  if (encoding.explicit_vr && !encoding.big_endian && std::endian::native == std::endian::little) {
-    // what nearly all bytes are: one load tells all of a short header
-    std::uint64_t word = 0;
-    std::memcpy(&word, p, sizeof word);
-    auto const vr = Dicom_VR(std::uint16_t(word >> 32));
-    if (std::uint16_t(word) != 0xFFFE && !Dicom_HasLongLength(vr)) {
-      header->tag = std::uint32_t(std::uint16_t(word)) << 16 | std::uint16_t(word >> 16);
-      header->vr = vr;
-      header->length = std::uint32_t(word >> 48);
-      header->value = p + 8;
-      return true;
-    }
-  }
+  if (left < kShortHeader) return false;
+  if (IsThisMachines(encoding) && ReadShortHeader(p, header)) return true;
   header->tag = Dicom_LoadTag(p, encoding.big_endian);
   if (!encoding.explicit_vr || IsDelimiterGroup(header->tag)) {
     header->length = Dicom_Load32(p + 4, encoding.big_endian);
-    header->value = p + 8;
+    header->value = p + kShortHeader;
     header->vr = Dicom_VR::None;
     return true;
   }
   header->vr = Dicom_VR(Dicom_Load16(p + 4, false));
   if (!Dicom_HasLongLength(header->vr)) {
     header->length = Dicom_Load16(p + 6, encoding.big_endian);
-    header->value = p + 8;
+    header->value = p + kShortHeader;
     return true;
   }
-  if (left < 12) return false;
+  if (left < kLongHeader) return false;
   header->length = Dicom_Load32(p + 8, encoding.big_endian);
-  header->value = p + 12;
+  header->value = p + kLongHeader;
   return true;
 }
 
@@ -84,21 +89,26 @@ public:
   Checker(char const* begin, char const* end, Dicom_Encoding encoding)
       : begin_(begin), end_(end), encoding_(encoding) {}
 
-  Dicom_Check DataSet() { return run({end_, false, false, encoding_}); }
+  Dicom_Check DataSet() { return run({end_, false, false, &encoding_}); }
   Dicom_Check Items(bool undefined_length, int depth) {
     limit_ = 2 * (kMaximalDepth - depth) + 2;
-    return run({end_, undefined_length, true, encoding_});
+    return run({end_, undefined_length, true, &encoding_});
   }
 
 private:
   struct Level {
-    char const* end = nullptr;
-    bool undefined = false;
-    bool items = false; // the items of a sequence, not the elements of a data set
-    Dicom_Encoding encoding;
-    std::size_t extent = 0; // where its end is to be noted
-    std::uint32_t last_tag = 0;
-    std::size_t count = 0;
+    Level() noexcept {} // left as it is: the stack has room for many, and few are reached
+    Level(char const* to, bool of_undefined_length, bool of_items, Dicom_Encoding const* encoded) noexcept
+        : end(to), undefined(of_undefined_length), items(of_items), encoding(encoded), extent(0), last_tag(0),
+          count(0) {}
+
+    char const* end;
+    bool undefined;
+    bool items; // the items of a sequence, not the elements of a data set
+    Dicom_Encoding const* encoding;
+    std::size_t extent; // where its end is to be noted
+    std::uint32_t last_tag;
+    std::size_t count;
   };
 
   Dicom_Check run(Level const& first) {
@@ -112,18 +122,33 @@ private:
       }
       if (level.items) {
         item(level);
-      } else {
-        element(level);
+        continue;
       }
+      plain_elements(level);
+      if (level.undefined || p_ != level.end) element(level);
     }
     result_.ok = result_.error.empty();
     result_.length = std::size_t(p_ - begin_) - trailer_;
     return std::move(result_);
   }
 
+  /// Goes past the elements that `element` would find nothing about, as far as the next one that needs its look.
+  void plain_elements(Level& level) {
+    if (!IsThisMachines(*level.encoding)) return;
+    Header header{};
+    for (; std::size_t(level.end - p_) >= kShortHeader && ReadShortHeader(p_, &header);
+         p_ = header.value + header.length) {
+      bool const in_order = header.tag > level.last_tag && (header.tag & 0xFFFF) != 0 && (header.length & 1) == 0;
+      if (!in_order || header.length > std::size_t(level.end - header.value)) return;
+      if (level.count == kMaximalElements) return;
+      level.last_tag = header.tag;
+      ++level.count;
+    }
+  }
+
   void element(Level& level) {
     Header header{};
-    if (!ReadHeader(p_, level.end, level.encoding, &header)) {
+    if (!ReadHeader(p_, level.end, *level.encoding, &header)) {
       return is_padding() ? pad() : fail("a data set ends inside an element's header", 0);
     }
     if (IsDelimiterGroup(header.tag)) return delimiter(level, header);
@@ -132,12 +157,12 @@ private:
     if (header.tag <= level.last_tag && level.count > 1) result_.canonical = false;
     level.last_tag = header.tag;
     if ((header.tag & 0xFFFF) == 0) result_.canonical = false; // a group length
-    if (!level.encoding.explicit_vr) header.vr = Dicom_ImplicitVR(header.tag, header.length == kUndefinedLength);
+    if (!level.encoding->explicit_vr) header.vr = Dicom_ImplicitVR(header.tag, header.length == kUndefinedLength);
     p_ = header.value;
     if (IsFragments(header)) return fragments(level, header.tag);
     if (header.length == kUndefinedLength) {
       if (header.vr == Dicom_VR::SQ) return push({level.end, true, true, level.encoding}, header.tag);
-      if (header.vr == Dicom_VR::UN) return push({level.end, true, true, kUnknownVREncoding}, header.tag);
+      if (header.vr == Dicom_VR::UN) return push({level.end, true, true, &kUnknownVREncoding}, header.tag);
       return fail("an undefined length where the VR allows none, in", header.tag);
     }
     if (header.length > std::size_t(level.end - p_)) return too_long(header.tag, header.length, level.end);
@@ -147,7 +172,7 @@ private:
   }
 
   void fragments(Level const& level, std::uint32_t tag) {
-    if (level.encoding.big_endian) return fail("fragments in a big endian data set, in", tag);
+    if (level.encoding->big_endian) return fail("fragments in a big endian data set, in", tag);
     char const* const next = SkipFragments(p_, level.end, false);
     if (!next) return fail("fragments that don't end in a delimiter, in", tag);
     p_ = next;
@@ -162,8 +187,8 @@ private:
 
   void item(Level& level) {
     if (level.end - p_ < 8) return fail("a sequence ends inside an item's header", 0);
-    std::uint32_t const tag = Dicom_LoadTag(p_, level.encoding.big_endian);
-    std::uint32_t const length = Dicom_Load32(p_ + 4, level.encoding.big_endian);
+    std::uint32_t const tag = Dicom_LoadTag(p_, level.encoding->big_endian);
+    std::uint32_t const length = Dicom_Load32(p_ + 4, level.encoding->big_endian);
     if (tag == kSequenceDelimiter) {
       if (length != 0 || !level.undefined) result_.canonical = false;
       if (level.undefined) pop();
@@ -291,11 +316,10 @@ bool Dicom_ReadElement(char const* p, char const* end, Dicom_Encoding encoding, 
 
 char const* Dicom_SkipElements(char const* p, char const* end, Dicom_Encoding encoding, std::uint32_t first) {
   if (!encoding.explicit_vr || encoding.big_endian) return p;
-  constexpr std::ptrdiff_t kLongHeader = 12;
-  while (end - p >= kLongHeader && Dicom_LoadTag(p, false) < first) {
+  while (std::size_t(end - p) >= kLongHeader && Dicom_LoadTag(p, false) < first) {
     bool const is_long = Dicom_HasLongLength(Dicom_VR(Dicom_Load16(p + 4, false)));
     std::uint32_t const length = is_long ? Dicom_Load32(p + 8, false) : Dicom_Load16(p + 6, false);
-    char const* const value = p + (is_long ? kLongHeader : 8);
+    char const* const value = p + (is_long ? kLongHeader : kShortHeader);
     if (length == kUndefinedLength || length > std::size_t(end - value)) break;
     p = value + length;
   }
