@@ -4,7 +4,9 @@
 #include <dicom/Dicom_TransferSyntax.h>
 #include <dicom/Dicom_VR.h>
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 /// Reading of encoded data sets: the only code that walks over foreign bytes. Nothing here allocates by a length
@@ -81,4 +83,18 @@ inline std::uint32_t Dicom_Load32(char const* p, bool big_endian) {
 }
 inline std::uint32_t Dicom_LoadTag(char const* p, bool big_endian) {
   return std::uint32_t(Dicom_Load16(p, big_endian)) << 16 | Dicom_Load16(p + 2, big_endian);
+}
+
+inline void Dicom_Store16(char* p, std::uint16_t number, bool big_endian) {
+  if (big_endian != (std::endian::native == std::endian::big)) number = std::uint16_t(number << 8 | number >> 8);
+  std::memcpy(p, &number, sizeof number);
+}
+inline void Dicom_Store32(char* p, std::uint32_t number, bool big_endian) {
+  auto const low = std::uint16_t(number), high = std::uint16_t(number >> 16);
+  Dicom_Store16(p, big_endian ? high : low, big_endian);
+  Dicom_Store16(p + 2, big_endian ? low : high, big_endian);
+}
+inline void Dicom_StoreTag(char* p, std::uint32_t tag, bool big_endian) {
+  Dicom_Store16(p, std::uint16_t(tag >> 16), big_endian);
+  Dicom_Store16(p + 2, std::uint16_t(tag), big_endian);
 }

@@ -34,17 +34,18 @@ bool Dicom_CanEncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet 
   return set.FromUtf8(text, DelimitersOf(vr), bytes);
 }
 
-std::string Dicom_EncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set) {
-  if (!Dicom_IsCharsetText(vr) || Dicom_IsPlainAscii(text) || set.IsAscii()) return std::string(text);
-  std::string bytes;
-  if (set.FromUtf8(text, DelimitersOf(vr), bytes)) return bytes;
-  std::string replaced;
+std::string_view Dicom_EncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set,
+                                  std::string& storage) {
+  if (!Dicom_IsCharsetText(vr) || Dicom_IsPlainAscii(text) || set.IsAscii()) return text;
+  storage.clear();
+  if (set.FromUtf8(text, DelimitersOf(vr), storage)) return storage;
+  storage.clear();
   for (char const c : text) {
     auto const byte = static_cast<unsigned char>(c);
-    if (byte < 0x80) replaced += c;
-    if (byte >= 0xC0) replaced += '?';
+    if (byte < 0x80) storage += c;
+    if (byte >= 0xC0) storage += '?';
   }
-  return replaced;
+  return storage;
 }
 
 bool Dicom_DataSetWriter::can_copy(Dicom_Origin const& origin, Dicom_CharacterSet const& set) const {
@@ -72,8 +73,7 @@ void Dicom_DataSetWriter::Items(Dicom_Sequence const& sequence, Dicom_CharacterS
   for (std::size_t i = sequence.head_; i < sequence.items_.size(); ++i) {
     Dicom_Sequence::Item const& item = sequence.items_[i];
     if (item.msg && copy_with_header(*item.msg, surrounding)) continue;
-    put_tag(kItemTag);
-    put32(0);
+    put_header(kItemTag, Dicom_VR::None, 0);
     Place const place = last_length();
     if (item.msg) {
       message(*item.msg, surrounding);
@@ -120,7 +120,7 @@ void Dicom_DataSetWriter::raw(Dicom_ME const& element, Dicom_CharacterSet const&
     } else if (element.undefined_length_) {
       with_delimiter(element.tag_, vr, bytes);
     } else {
-      header(element.tag_, vr, bytes.size());
+      put_header(element.tag_, vr, bytes.size());
       refer(bytes.data(), bytes.size());
     }
   } else if (element.undefined_length_) { // of unknown VR: items whose encoding is always the same
@@ -130,7 +130,8 @@ void Dicom_DataSetWriter::raw(Dicom_ME const& element, Dicom_CharacterSet const&
     }
     with_delimiter(element.tag_, vr, bytes);
   } else if (Dicom_IsCharsetText(vr) && !same_set && !Dicom_IsPlainAscii(bytes)) {
-    leaf(element.tag_, vr, Dicom_EncodeText(element.GetText(), vr, set), 0, false);
+    std::string storage;
+    leaf(element.tag_, vr, Dicom_EncodeText(element.GetText(), vr, set, storage), 0, false);
   } else {
     leaf(element.tag_, element.vr_, bytes, 0, origin.encoding.big_endian, true);
   }
@@ -141,9 +142,12 @@ void Dicom_DataSetWriter::typed(Dicom_ME const& element, Dicom_Type const& value
   auto const* const other = Dicom_HasLongLength(element.vr_) ? dynamic_cast<Dicom_OtherType const*>(&value) : nullptr;
   if (other && element.IsEncapsulated()) return fragments(element.tag_, element.vr_, other->Bytes());
   if (other) return leaf(element.tag_, element.vr_, other->Bytes(), 0, false, true);
-  if (Dicom_StringType const* const text = Dicom_IsText(element.vr_) ? value.AsString() : nullptr)
-    return leaf(element.tag_, element.vr_, Dicom_EncodeText(text->View(), element.vr_, set), text->Width(), false);
   std::string bytes;
+  if (Dicom_StringType const* const text = Dicom_IsText(element.vr_) ? value.AsString() : nullptr) {
+    bool const is_ascii = !Dicom_IsCharsetText(element.vr_);
+    std::string_view const written = is_ascii ? text->View() : Dicom_EncodeText(text->View(), element.vr_, set, bytes);
+    return leaf(element.tag_, element.vr_, written, text->Width(), false);
+  }
   value.AppendBytes(bytes);
   leaf(element.tag_, element.vr_, bytes, 0, false);
 }
@@ -152,7 +156,7 @@ void Dicom_DataSetWriter::typed(Dicom_ME const& element, Dicom_Type const& value
 void Dicom_DataSetWriter::sequence(Dicom_ME const& element, Dicom_CharacterSet const& set) {
   bool const known = encoding_.explicit_vr || Dicom_ImplicitVR(element.tag_, false) == Dicom_VR::SQ;
   if (!known && element.tag_ == kPixelDataTag) failed_ = true; // would pass for fragments
-  header(element.tag_, Dicom_VR::SQ, known ? 0 : kUndefinedLength);
+  put_header(element.tag_, Dicom_VR::SQ, known ? 0 : kUndefinedLength);
   Place const place = last_length();
   auto const* value = dynamic_cast<Dicom_SQ const*>(element.GetValue());
   if (value && value->GetSequence()) Items(*value->GetSequence(), set);
@@ -172,18 +176,31 @@ void Dicom_DataSetWriter::leaf(std::uint32_t tag, Dicom_VR vr, std::string_view 
                        Dicom_CheckItems(bytes.data(), bytes.data() + padded, false, encoding_, depth_).ok;
     if (!items) failed_ = true;
   }
-  Dicom_VR const written = header(tag, vr, padded);
-  std::size_t const unit = Dicom_UnitSize(vr), start = next_place();
-  bool const to_big_endian = encoding_.big_endian && written == vr; // an unknown VR is always little endian
+  Header const start = header_of(tag, vr, padded);
+  std::size_t const unit = Dicom_UnitSize(vr), padding = padded - bytes.size();
+  bool const to_big_endian = encoding_.big_endian && start.vr == vr; // an unknown VR is always little endian
   bool const swaps = big_endian != to_big_endian && unit > 1;
+  constexpr std::size_t kFew = 64;
+  if (padded <= kFew && !swaps) { // as nearly all are
+    char whole[sizeof start.bytes + kFew];
+    std::memcpy(whole, start.bytes, sizeof start.bytes);
+    std::copy(bytes.begin(), bytes.end(), whole + start.length);
+    if (padding > 0) std::memset(whole + start.length + bytes.size(), Dicom_PadChar(vr), padding);
+    return append(whole, start.length + padded);
+  }
+  append(start.bytes, start.length);
+  std::size_t const place = next_place();
   if (stays && !swaps) {
     refer(bytes.data(), bytes.size());
   } else {
     append(bytes.data(), bytes.size());
   }
-  if (padded > bytes.size()) fill(Dicom_PadChar(vr), padded - bytes.size());
-  char* const value = fits() ? at(start) : nullptr;
-  if (!swaps || !value) return;
+  for (std::size_t i = 0; i < padding; ++i) {
+    char const pad = Dicom_PadChar(vr);
+    append(&pad, 1);
+  }
+  char* const value = swaps && fits() ? at(place) : nullptr;
+  if (!value) return;
   for (std::size_t i = 0; i + unit <= padded; i += unit)
     std::reverse(value + i, value + i + unit);
 }
@@ -198,36 +215,42 @@ void Dicom_DataSetWriter::fragments(std::uint32_t tag, Dicom_VR vr, std::string_
 void Dicom_DataSetWriter::with_delimiter(std::uint32_t tag, Dicom_VR vr, std::string_view bytes) {
   bool const is_fragments = vr == Dicom_VR::OB || vr == Dicom_VR::OW;
   if (!encoding_.explicit_vr && is_fragments != (tag == kPixelDataTag)) failed_ = true;
-  header(tag, vr, kUndefinedLength);
+  put_header(tag, vr, kUndefinedLength);
   refer(bytes.data(), bytes.size());
   delimiter(encoding_.big_endian && vr != Dicom_VR::UN);
 }
 
 void Dicom_DataSetWriter::delimiter(bool big_endian) {
-  bool const around = encoding_.big_endian;
-  encoding_.big_endian = big_endian;
-  put_tag(kSequenceDelimiter);
-  put32(0);
-  encoding_.big_endian = around;
+  char bytes[8] = {};
+  Dicom_StoreTag(bytes, kSequenceDelimiter, big_endian);
+  append(bytes, sizeof bytes);
 }
 
-/// The VR that it writes, which is UN for what its own VR can't hold.
-Dicom_VR Dicom_DataSetWriter::header(std::uint32_t tag, Dicom_VR vr, std::size_t length) {
+/// Items have no VR. What its own VR can't hold is of VR UN.
+Dicom_DataSetWriter::Header Dicom_DataSetWriter::header_of(std::uint32_t tag, Dicom_VR vr, std::size_t length) {
   if (length > kUndefinedLength) failed_ = true;
-  put_tag(tag);
-  if (encoding_.explicit_vr) {
-    // a length beyond 16 bits stands in implicit VR only; in explicit VR such a value is of unknown VR
-    if (!Dicom_HasLongLength(vr) && length > 0xFFFE) vr = Dicom_VR::UN;
-    char const name[2] = {char(std::uint16_t(vr) & 0xFF), char(std::uint16_t(vr) >> 8)};
-    append(name, 2);
-    if (!Dicom_HasLongLength(vr)) {
-      put16(std::uint16_t(length));
-      return vr;
-    }
-    fill(0, 2);
+  bool const big_endian = encoding_.big_endian;
+  Header header{.bytes = {}, .length = 8, .vr = vr};
+  Dicom_StoreTag(header.bytes, tag, big_endian);
+  if (!encoding_.explicit_vr || tag == kItemTag) {
+    Dicom_Store32(header.bytes + 4, std::uint32_t(length), big_endian);
+    return header;
   }
-  put32(std::uint32_t(length));
-  return vr;
+  // a length beyond 16 bits stands in implicit VR only; in explicit VR such a value is of unknown VR
+  if (!Dicom_HasLongLength(vr) && length > 0xFFFE) header.vr = Dicom_VR::UN;
+  Dicom_Store16(header.bytes + 4, std::uint16_t(header.vr), false); // two letters
+  if (Dicom_HasLongLength(header.vr)) {
+    Dicom_Store32(header.bytes + 8, std::uint32_t(length), big_endian);
+    header.length = 12;
+  } else {
+    Dicom_Store16(header.bytes + 6, std::uint16_t(length), big_endian);
+  }
+  return header;
+}
+
+void Dicom_DataSetWriter::put_header(std::uint32_t tag, Dicom_VR vr, std::size_t length) {
+  Header const header = header_of(tag, vr, length);
+  append(header.bytes, header.length);
 }
 
 void Dicom_DataSetWriter::append(void const* bytes, std::size_t length) {
@@ -246,30 +269,6 @@ void Dicom_DataSetWriter::refer(char const* bytes, std::size_t length) {
   length_ += length;
 }
 
-void Dicom_DataSetWriter::fill(char c, std::size_t count) {
-  char const block[16] = {c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c};
-  for (; count > sizeof block; count -= sizeof block)
-    append(block, sizeof block);
-  append(block, count);
-}
-
-void Dicom_DataSetWriter::put16(std::uint16_t number) {
-  char const low = char(number & 0xFF), high = char(number >> 8);
-  char const bytes[2] = {encoding_.big_endian ? high : low, encoding_.big_endian ? low : high};
-  append(bytes, 2);
-}
-
-void Dicom_DataSetWriter::put32(std::uint32_t number) {
-  char bytes[4];
-  Dicom_Copy(&number, bytes, 4, 1, encoding_.big_endian ? Dicom_Endianity::Big : Dicom_Endianity::Little);
-  append(bytes, 4);
-}
-
-void Dicom_DataSetWriter::put_tag(std::uint32_t tag) {
-  put16(std::uint16_t(tag >> 16));
-  put16(std::uint16_t(tag));
-}
-
 std::size_t Dicom_DataSetWriter::next_place() const { return pieces_ ? pieces_->CopiedLength() : length_; }
 
 char* Dicom_DataSetWriter::at(std::size_t place) {
@@ -284,7 +283,5 @@ void Dicom_DataSetWriter::patch_length(Place const& place) {
   std::size_t const length = length_ - place.behind;
   if (length >= kUndefinedLength) failed_ = true;
   char* const field = fits() ? at(place.field) : nullptr;
-  if (!field) return;
-  auto const number = std::uint32_t(length);
-  Dicom_Copy(&number, field, 4, 1, encoding_.big_endian ? Dicom_Endianity::Big : Dicom_Endianity::Little);
+  if (field) Dicom_Store32(field, std::uint32_t(length), encoding_.big_endian);
 }

@@ -40,13 +40,15 @@ private:
   void with_delimiter(std::uint32_t tag, Dicom_VR vr, std::string_view bytes);
   void delimiter(bool big_endian);
 
-  Dicom_VR header(std::uint32_t tag, Dicom_VR vr, std::size_t length);
+  struct Header {
+    char bytes[12];
+    std::size_t length; // 8 or 12
+    Dicom_VR vr;
+  };
+  Header header_of(std::uint32_t tag, Dicom_VR vr, std::size_t length);
+  void put_header(std::uint32_t tag, Dicom_VR vr, std::size_t length);
   void append(void const* bytes, std::size_t length);
   void refer(char const* bytes, std::size_t length);
-  void fill(char c, std::size_t count);
-  void put16(std::uint16_t number);
-  void put32(std::uint32_t number);
-  void put_tag(std::uint32_t tag);
   struct Place {
     std::size_t behind; // the bytes up to its end
     std::size_t field;  // among those that are encoded
@@ -73,7 +75,8 @@ private:
 bool Dicom_SameSet(Dicom_CharacterSet const& a, Dicom_CharacterSet const& b);
 
 /// `text` in a character set; what isn't in it becomes `?`. Where no set is declared text stays in UTF-8, which is
-/// how directory records keep it.
-std::string Dicom_EncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set);
+/// how directory records keep it. The result is `text` itself or stands in `storage`.
+std::string_view Dicom_EncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set,
+                                  std::string& storage);
 bool Dicom_CanEncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set);
 std::string Dicom_DecodeText(std::string_view bytes, Dicom_VR vr, Dicom_CharacterSet const& set);
