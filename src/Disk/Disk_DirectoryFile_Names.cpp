@@ -188,7 +188,8 @@ int Disk_DirectoryFile::make_hash_directory(Dicom_UI const& uid, bool is_known) 
   int result = path.empty() ? -1 : Util_FileSystemInterface::Current().Mkdir(path.c_str(), 0775);
   if (result == -1 && !path.empty() && errno == EEXIST) {
     // a relaxed store didn't sync the entry, and one that failed or was killed may not have
-    if (is_known && (path == lasting_folder || Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0)) return 0;
+    bool const relaxed = Util_FileSystem::GetDurability() == Util_Durability::Relaxed;
+    if (is_known && (relaxed || path == lasting_folder || Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0)) return 0;
     result = 0;
   }
   if (result == 0 && sync_directory_of(path) == 0) {
