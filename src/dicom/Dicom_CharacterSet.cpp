@@ -294,16 +294,27 @@ bool Dicom_IsValidUtf8(std::string_view text) {
   return true;
 }
 
-bool Dicom_IsPlainAscii(std::string_view text) {
+namespace {
+
+constexpr size_t kBlock = sizeof(uint64_t);
+
+bool IsPlainBlock(char const* bytes) {
   constexpr uint64_t high_bits = 0x8080808080808080u, ones = 0x0101010101010101u;
-  size_t i = 0;
-  for (uint64_t block; i + sizeof block <= text.size(); i += sizeof block) {
-    std::memcpy(&block, text.data() + i, sizeof block);
-    // Zero where an ESC stands, and only a zero byte among others borrows into a high bit that wasn't set.
-    uint64_t other = block ^ ones * static_cast<uint8_t>(s_escape);
-    if ((block | ((other - ones) & ~other)) & high_bits) return false;
-  }
-  for (; i < text.size(); ++i)
-    if (static_cast<uint8_t>(text[i]) >= 0x80 || text[i] == s_escape) return false;
-  return true;
+  uint64_t block;
+  std::memcpy(&block, bytes, sizeof block);
+  // Zero where an ESC stands, and only a zero byte among others borrows into a high bit that wasn't set.
+  uint64_t other = block ^ ones * static_cast<uint8_t>(s_escape);
+  return ((block | ((other - ones) & ~other)) & high_bits) == 0;
+}
+
+bool IsPlainByte(char byte) { return static_cast<uint8_t>(byte) < 0x80 && byte != s_escape; }
+
+} // namespace
+
+bool Dicom_IsPlainAscii(std::string_view text) {
+  if (text.size() < kBlock) return std::all_of(text.begin(), text.end(), IsPlainByte);
+  char const* const last = text.data() + text.size() - kBlock; // the block at the end overlaps the one before
+  for (char const* p = text.data(); p < last; p += kBlock)
+    if (!IsPlainBlock(p)) return false;
+  return IsPlainBlock(last);
 }
