@@ -73,12 +73,12 @@ DICOM_NUMBER_CLASS(Dicom_UV, std::uint64_t, UV)
 DICOM_NUMBER_CLASS(Dicom_AT, std::uint32_t, AT)
 #undef DICOM_NUMBER_CLASS
 
-inline Dicom_AT const AT_NULL;
-inline Dicom_FD const FD_NULL;
-inline Dicom_FL const FL_NULL;
-inline Dicom_SL const SL_NULL;
-inline Dicom_SS const SS_NULL;
-inline Dicom_SV const SV_NULL;
-inline Dicom_UL const UL_NULL;
-inline Dicom_US const US_NULL;
-inline Dicom_UV const UV_NULL;
+DISK_EXPORT extern Dicom_AT const AT_NULL;
+DISK_EXPORT extern Dicom_FD const FD_NULL;
+DISK_EXPORT extern Dicom_FL const FL_NULL;
+DISK_EXPORT extern Dicom_SL const SL_NULL;
+DISK_EXPORT extern Dicom_SS const SS_NULL;
+DISK_EXPORT extern Dicom_SV const SV_NULL;
+DISK_EXPORT extern Dicom_UL const UL_NULL;
+DISK_EXPORT extern Dicom_US const US_NULL;
+DISK_EXPORT extern Dicom_UV const UV_NULL;

@@ -74,10 +74,10 @@ private:
   Dicom_VR vr_ = Dicom_VR::UN;
 };
 
-inline Dicom_OB const OB_NULL;
-inline Dicom_OD const OD_NULL;
-inline Dicom_OF const OF_NULL;
-inline Dicom_OL const OL_NULL;
-inline Dicom_OV const OV_NULL;
-inline Dicom_OW const OW_NULL;
-inline Dicom_UN const UN_NULL;
+DISK_EXPORT extern Dicom_OB const OB_NULL;
+DISK_EXPORT extern Dicom_OD const OD_NULL;
+DISK_EXPORT extern Dicom_OF const OF_NULL;
+DISK_EXPORT extern Dicom_OL const OL_NULL;
+DISK_EXPORT extern Dicom_OV const OV_NULL;
+DISK_EXPORT extern Dicom_OW const OW_NULL;
+DISK_EXPORT extern Dicom_UN const UN_NULL;

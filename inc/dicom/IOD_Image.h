@@ -6,23 +6,23 @@
 class DISK_EXPORT IOD_Image {
 public:
   /// directory record types
-  static inline Dicom_CS const PATIENT{"PATIENT"};
-  static inline Dicom_CS const STUDY{"STUDY"};
-  static inline Dicom_CS const SERIES{"SERIES"};
-  static inline Dicom_CS const IMAGE{"IMAGE"};
-  static inline Dicom_CS const PRESENTATION{"PRESENTATION"};
-  static inline Dicom_CS const SR_DOCUMENT{"SR DOCUMENT"};
-  static inline Dicom_CS const PRIVATE_CS{"PRIVATE"};
+  static Dicom_CS const PATIENT;
+  static Dicom_CS const STUDY;
+  static Dicom_CS const SERIES;
+  static Dicom_CS const IMAGE;
+  static Dicom_CS const PRESENTATION;
+  static Dicom_CS const SR_DOCUMENT;
+  static Dicom_CS const PRIVATE_CS;
   /// modalities
-  static inline Dicom_CS const PR{"PR"};
-  static inline Dicom_CS const SR{"SR"};
+  static Dicom_CS const PR;
+  static Dicom_CS const SR;
   /// parts of Image Type
-  static inline Dicom_CS const DERIVED{"DERIVED"};
-  static inline Dicom_CS const SECONDARY{"SECONDARY"};
-  static inline Dicom_CS const ITINERARY{"ITINERARY"};
-  static inline Dicom_CS const CINE{"CINE"};
+  static Dicom_CS const DERIVED;
+  static Dicom_CS const SECONDARY;
+  static Dicom_CS const ITINERARY;
+  static Dicom_CS const CINE;
   /// flags
-  static inline Dicom_CS const Y{"Y"};
-  static inline Dicom_CS const N{"N"};
-  static inline Dicom_CS const VERIFIED{"VERIFIED"};
+  static Dicom_CS const Y;
+  static Dicom_CS const N;
+  static Dicom_CS const VERIFIED;
 };

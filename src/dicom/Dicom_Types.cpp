@@ -2,7 +2,6 @@
 
 #include <dicom/Dicom_Match.h>
 #include <dicom/Dicom_Msg.h>
-#include <dicom/Dicom_UIDic.h>
 
 #include <algorithm>
 #include <charconv>
@@ -280,13 +279,3 @@ bool Dicom_OtherType::operator==(Dicom_Type const& other) const {
 }
 
 int Dicom_OtherType::Match(Dicom_Type const& key) const { return key.IsEmpty() || *this == key; }
-
-// UIDs of the dictionary
-
-Dicom_UI const Dicom_UIDic::IMPLICIT_VR_LITTLE_ENDIAN{"1.2.840.10008.1.2"};
-Dicom_UI const Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN{"1.2.840.10008.1.2.1"};
-Dicom_UI const Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN{"1.2.840.10008.1.2.2"};
-Dicom_UI const Dicom_UIDic::DEFLATED_EXPLICIT_VR_LITTLE_ENDIAN{"1.2.840.10008.1.2.1.99"};
-Dicom_UI const Dicom_UIDic::JPEG_LS_LOSSLESS{"1.2.840.10008.1.2.4.80"};
-Dicom_UI const Dicom_UIDic::NATIVE_TRANSFER_SYNTAX{"1.2.840.10008.1.2.1"};
-Dicom_UI const Dicom_UIDic::BASIC_DIRECTORY_STORAGE{"1.2.840.10008.1.3.10"};
