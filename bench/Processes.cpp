@@ -13,6 +13,7 @@ namespace {
 using namespace Bench;
 
 constexpr int kStudies = 20, kObjects = 300, kRuns = 5;
+constexpr int kBehindAllRuns = 100 * kObjects; // the number of an image that no run has come to
 
 /// A disk whose syncs take their time, and don't wait for those of others.
 class PatientDisk : public Util_FileSystemInterface {
@@ -91,7 +92,7 @@ void Bench::Processes(Scope const& scope) {
         PatientDisk const disk;
         store(study, first);
       },
-      100 * kObjects);
+      kBehindAllRuns);
   // the directory files as they have become; each process has its own, and waits for no lock
   std::string const object = PathOf(*Open(folder.Path()), place(0));
   Measure(
