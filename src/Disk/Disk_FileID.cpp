@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <span>
 
 namespace {
 
@@ -43,19 +44,20 @@ std::string Disk_FileID::Path() const {
 }
 
 std::string Disk_FileID::FolderPath() const {
-  std::string path = prefix_;
-  for (int i = 0; i < id_.GetNValues(); ++i) {
-    std::string component(id_.ValueView(i));
-    if (lowercase_) {
-      for (char& c : component)
-        c = char(std::tolower(static_cast<unsigned char>(c)));
-    }
-    if (!component.empty() && component.back() == ' ') component.pop_back();
+  std::string path;
+  path.reserve(prefix_.size() + 1 + id_.View().size());
+  path = prefix_;
+  for (std::string_view rest = id_.View(); !rest.empty();) {
+    std::string_view component = rest.substr(0, rest.find('\\'));
+    rest.remove_prefix(std::min(rest.size(), component.size() + 1));
+    if (component.ends_with(' ')) component.remove_suffix(1);
     if (component.empty()) continue;
     if (!IsSafe(component)) return {};
     path += '/';
     path += component;
   }
+  for (char& c : std::span(path).subspan(lowercase_ ? prefix_.size() : path.size()))
+    c = char(std::tolower(static_cast<unsigned char>(c)));
   return path.size() < kPathSize ? path : std::string();
 }
 
