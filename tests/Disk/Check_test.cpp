@@ -241,9 +241,8 @@ TEST(CheckTest, FindingsNameWhereTheyAre) {
     Broken broken(structure);
     broken.StoreAll();
     std::string const object = broken.Object();
-    Util_File file;
-    ASSERT_EQ(file.GetFile(object.c_str(), 0, nullptr), 0);
-    std::unique_ptr<IOD_Msg> const msg(file.operator IOD_Msg*());
+    auto const msg = ReadObject(object);
+    ASSERT_TRUE(msg);
     fs::remove(object);
     Disk_CheckResult const result = broken.Check();
     ASSERT_EQ(result.n_findings, 1u);

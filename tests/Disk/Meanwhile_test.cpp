@@ -20,12 +20,8 @@ protected:
     return FileSetTest::Images(root, Phantom::StudyUid(of));
   }
   static std::string Uid(Phantom::Object const& of) { return Phantom::InstanceUid(of).GetText(); }
-  static int Studies(Disk_RootDirectoryFile& root) {
-    Dicom_Sequence results;
-    return root.Query(SCL_QueryIdentifier(SCL_QueryRetrieveLevel::STUDY), 1, &results) == 0 ? results.GetNItems() : -1;
-  }
   static int Delete(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
-    return FileSetTest::Delete(root, SCL_QueryRetrieveLevel::STUDY, of);
+    return FileSetTest::Delete(root, STUDY, of);
   }
 };
 INSTANTIATE_TEST_SUITE_P(Structures, MeanwhileTest, kBothStructures, StructureName);
@@ -100,9 +96,9 @@ TEST_P(PrivateMeanwhileTest, AFetchSeesWhatOthersHaveDoneSinceTheLast) {
     std::set<int> left;
     char const* maker = "";
   } const cases[] = {{stores(Of(1, 3)), {1, 2, 3}},
-                     {deletes(SCL_QueryRetrieveLevel::IMAGE, Of(1, 2)), {1}},
-                     {deletes(SCL_QueryRetrieveLevel::SERIES, Of(1)), {}},
-                     {deletes(SCL_QueryRetrieveLevel::STUDY, Of(1)), {}},
+                     {deletes(IMAGE, Of(1, 2)), {1}},
+                     {deletes(SERIES, Of(1)), {}},
+                     {deletes(STUDY, Of(1)), {}},
                      // the other patient's study gets the folder
                      {[&](auto& other) {
                         Delete(other, Of(1));
@@ -181,7 +177,7 @@ TEST_P(PrivateMeanwhileTest, CountsAgreeAfterADeleteInTheMiddleOfAStore) {
     std::string const name = path ? path : "";
     if (call == "Flock" && name == At("LOCKFILE") && is_stored && !is_deleted) { // the study's is given up by now
       is_deleted = true;
-      EXPECT_EQ(FileSetTest::Delete(*Open(), SCL_QueryRetrieveLevel::SERIES, second), 0);
+      EXPECT_EQ(FileSetTest::Delete(*Open(), SERIES, second), 0);
     }
     is_stored = is_stored || name == At("SA100000/DIRFILE.tmp");
     return 0;

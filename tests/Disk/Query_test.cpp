@@ -7,18 +7,8 @@ namespace {
 
 class QueryTest : public FileSetTest {
 protected:
-  using Keys = std::vector<std::pair<Dicom_Tag, std::string>>;
-
-  std::vector<std::unique_ptr<IOD_Msg>> Ask(SCL_QueryRetrieveLevel::Value level, Keys const& keys, int expected = 0) {
-    SCL_QueryIdentifier identifier(level);
-    for (auto const& [tag, value] : keys)
-      identifier.Set(tag, Dicom_UT(value));
-    Dicom_Sequence results;
-    EXPECT_EQ(root->Query(identifier, 1, &results), expected);
-    std::vector<std::unique_ptr<IOD_Msg>> answers;
-    for (int i = 0; i < results.GetNItems(); ++i)
-      answers.push_back(std::make_unique<IOD_Msg>(*results.Get(i)));
-    return answers;
+  Answers Ask(SCL_QueryRetrieveLevel::Value level, Keys const& keys, int expected = 0) {
+    return FileSetTest::Ask(*root, level, keys, expected);
   }
 
   void Fill() {
@@ -31,10 +21,7 @@ protected:
   }
 
   std::unique_ptr<Disk_RootDirectoryFile> root = Open();
-  static constexpr auto STUDY = SCL_QueryRetrieveLevel::STUDY, SERIES = SCL_QueryRetrieveLevel::SERIES,
-                        IMAGE = SCL_QueryRetrieveLevel::IMAGE;
-  static constexpr Dicom_Tag kStudyUid{0x0020, std::uint16_t(0x000D)}, kSeriesUid{0x0020, std::uint16_t(0x000E)},
-      kSopUid{0x0008, std::uint16_t(0x0018)}, kName{0x0010, std::uint16_t(0x0010)},
+  static constexpr Dicom_Tag kSeriesUid{0x0020, std::uint16_t(0x000E)}, kName{0x0010, std::uint16_t(0x0010)},
       kModality{0x0008, std::uint16_t(0x0060)}, kNumber{0x0020, std::uint16_t(0x0013)},
       kStudyDescription{0x0008, std::uint16_t(0x1030)}, kAccession{0x0008, std::uint16_t(0x0050)},
       kFileId{0x0004, std::uint16_t(0x1500)}, kLabel{0x0008, std::uint16_t(0x1010)};
@@ -122,17 +109,12 @@ TEST_F(QueryTest, StudiesWithoutUidKeyAreChosenByAccessionNumber) {
 
 TEST_F(QueryTest, PrivateAttributesAreFoundInAnyBlock) {
   Fill();
-  SCL_QueryIdentifier identifier(STUDY);
-  identifier.Set(Dicom_Tag(0x0009, std::uint8_t(1), "SOMEBODY ELSE"), LO_NULL); // takes the first block
-  identifier.SetProtectionFlag(Dicom_CS("N"));
-  Dicom_Sequence results;
-  ASSERT_EQ(root->Query(identifier, 1, &results), 0);
-  ASSERT_EQ(results.GetNItems(), 2);
-  EXPECT_EQ(IOD_Msg(*results.Get(0)).GetProtectionFlag().GetText(), "N");
-  identifier.SetProtectionFlag(Dicom_CS("Y"));
-  Dicom_Sequence none;
-  ASSERT_EQ(root->Query(identifier, 1, &none), 0);
-  EXPECT_EQ(none.GetNItems(), 0);
+  for (char const* flag : {"N", "Y"}) {
+    auto const studies = Ask(STUDY, {{Dicom_Tag(0x0009, std::uint8_t(1), "SOMEBODY ELSE"), ""}, // takes the first block
+                                     {Dicom_Dictionary::KOLBA_PROTECTION_FLAG, flag}});
+    ASSERT_EQ(studies.size(), *flag == 'N' ? 2u : 0u) << flag;
+    EXPECT_TRUE(studies.empty() || studies[0]->GetProtectionFlag().GetText() == "N");
+  }
 }
 
 TEST_F(QueryTest, NamesOfDifferentCharacterSetsCompare) {
@@ -171,15 +153,10 @@ TEST_F(QueryTest, TextOfItemsIsDeclaredToo) {
 TEST_F(QueryTest, OtherVendorsAttributeIsRequiredOfRecordsThatHaveItsBlock) {
   auto msg = Example();
   ASSERT_EQ(Store(*root, *msg), 0);
-  SCL_QueryIdentifier identifier(IMAGE);
-  identifier.SetStudyInstanceUID(msg->GetStudyInstanceUID());
   Dicom_Tag const tag(0x07A1, std::uint8_t(0x2B), "ELSCINT1");
-  for (char const* value : {"", "*", "Y"}) {
-    identifier.Set(tag, Dicom_CS(value));
-    Dicom_Sequence results;
-    ASSERT_EQ(root->Query(identifier, 1, &results), 0);
-    EXPECT_EQ(results.GetNItems(), value[0] == 'Y' ? 0 : 1) << "a record without the block is like any other";
-  }
+  for (char const* value : {"", "*", "Y"})
+    EXPECT_EQ(Ask(IMAGE, {{kStudyUid, msg->GetStudyInstanceUID().GetText()}, {tag, value}}).size(), *value != 'Y')
+        << "a record without the block is like any other";
 }
 
 TEST_F(QueryTest, EarlierResultsGoThroughTheFilterToo) {

@@ -1,30 +1,21 @@
 #include "support/LogCapture.h"
+#include "support/Objects.h"
 #include "support/TempDirectory.h"
 #include "support/TestImage.h"
 
 #include <cstdlib>
 #include <dicom/Dicom_Compressor.h>
-#include <dicom/Util_File.h>
-#include <memory>
 
 #include <gtest/gtest.h>
 
 namespace {
-
-std::string DumpOf(IOD_Msg const& msg) {
-  std::string bytes(msg.GetDumpLen(), '\0');
-  msg.Dump(bytes.data(), unsigned(bytes.size()));
-  return bytes;
-}
 
 // What DCMTK decodes the file to; empty when it can't.
 std::string DecodedByDcmtk(TempDirectory const& directory, Util_File& file) {
   file.Write((directory / "c.dcm").c_str(), nullptr);
   std::string const command = "dcmdjpls '" + (directory / "c.dcm") + "' '" + (directory / "n.dcm") + "'";
   if (std::system(command.c_str()) != 0) return {};
-  Util_File native;
-  native.GetFile((directory / "n.dcm").c_str(), 0, nullptr);
-  return PixelsOf(*std::unique_ptr<IOD_Msg>(native));
+  return PixelsOf(*ReadObject(directory / "n.dcm"));
 }
 
 struct {
@@ -51,7 +42,7 @@ TEST(Dicom_Compressor, GivesTheWholeObjectBack) {
   for (auto const& kind : s_kinds) {
     SCOPED_TRACE(&kind - s_kinds);
     IOD_Msg msg = kind.image.Make(kind.image.MakePixels(kind.noise));
-    std::string const pixels = PixelsOf(msg), before = DumpOf(msg);
+    std::string const pixels = PixelsOf(msg), before = Dumped(msg);
     ASSERT_EQ(Dicom_Compressor().Compress(&msg, 0), 0);
     int status = 0;
     EXPECT_EQ(Dicom_Compressor().GetKolbaCompressionVersion(msg, nullptr), 1);
@@ -68,17 +59,17 @@ TEST(Dicom_Compressor, GivesTheWholeObjectBack) {
     std::unique_ptr<IOD_Msg> const back(again);
     EXPECT_EQ(back->GetEncapsulatedSyntax().GetText(), "1.2.840.10008.1.2.4.80");
     ASSERT_EQ(Dicom_Compressor().Decompress(back.get()), 0);
-    EXPECT_TRUE(DumpOf(*back) == before);
+    EXPECT_TRUE(Dumped(*back) == before);
   }
   if (!dcmtk) GTEST_SKIP() << "dcmdjpls isn't installed: nobody else decoded these";
 }
 
 void ExpectLeftAlone(IOD_Msg msg, char const* why) {
-  std::string const before = DumpOf(msg);
+  std::string const before = Dumped(msg);
   LogCapture log;
   EXPECT_EQ(Dicom_Compressor().Compress(&msg, 1), -1);
   EXPECT_EQ(Dicom_Compressor().Compress(&msg, 0), 0);
-  EXPECT_TRUE(DumpOf(msg) == before) << why;
+  EXPECT_TRUE(Dumped(msg) == before) << why;
   EXPECT_EQ(log.Count(6, why), 1) << why;
 }
 

@@ -355,47 +355,44 @@ TEST(DataSet, NoMegabyteIsSlowOrLarge) {
   double const slower = 1;
 #endif
   std::size_t const size = 1 << 20;
-  auto const repeated = [](std::size_t length, auto part) {
+  auto const repeated = [](auto part) {
     std::string text;
-    for (unsigned i = 0; text.size() < length; ++i)
+    for (unsigned i = 0; text.size() < size; ++i)
       text += part(i);
     return text;
   };
-  std::string const empty_item = kImplicit.OpenItem("");
-  std::pair<char const*, std::string> const cases[] = {
-      {"deep, wide at the bottom",
-       File(kSyntaxes[1],
-            kImplicit.Nested(
-                64, false, repeated(size, [](unsigned i) { return kImplicit.Element(0x7FDF1000 + i % 60000, ""); })))},
-      {"deep, of defined length",
-       File(kSyntaxes[0],
-            kExplicit.Nested(
-                64, true, repeated(size, [](unsigned i) { return kExplicit.Element(0x7FDF1000 + i % 60000, "LO"); })))},
-      {"items without end",
-       File(kSyntaxes[1], kImplicit.OpenSequence(0x00081115, repeated(size, [&](unsigned) { return empty_item; })))},
-      {"towers", File(kSyntaxes[1], repeated(size, [](unsigned) { return kImplicit.Nested(60, false); }))},
-      {"fragments",
-       File(kSyntaxes[0],
-            kExplicit.OpenSequence(0x7FE00010, repeated(size, [](unsigned) { return kExplicit.Item(""); }), "OB"))},
-      {"descending",
-       File(kSyntaxes[0], repeated(size, [](unsigned i) { return kExplicit.Element(0x7FDF1000 - i, "LO"); }))},
-      {"character sets",
-       File(kSyntaxes[0], kExplicit.OpenSequence(0x00081115, repeated(size,
-                                                                      [](unsigned i) {
-                                                                        return kExplicit.OpenItem(
-                                                                            kExplicit.Text(0x00080005, "CS",
-                                                                                           "ISO_IR " +
-                                                                                               std::to_string(i)) +
-                                                                            kExplicit.Text(0x00100010, "PN", "\xC4"));
-                                                                      })))},
-      {"zeros", File(kSyntaxes[0], kExplicit.Text(0x00080060, "CS", "CT") + std::string(size, '\0'))},
-      {"zeros and a one", File(kSyntaxes[0], std::string(size, '\0') + "1")},
-      {"one text", File(kSyntaxes[1], kImplicit.Element(0x00080005, "",
-                                                        repeated(size, [](unsigned) { return "ISO 2022 IR 87\\"s; })))},
+  auto const tag = [](unsigned i) { return 0x7FDF1000 + i % 60000; };
+  std::string const wide = repeated([&](unsigned i) { return kImplicit.Element(tag(i), ""); }),
+                    wide_explicit = repeated([&](unsigned i) { return kExplicit.Element(tag(i), "LO"); }),
+                    open_items = repeated([](unsigned) { return kImplicit.OpenItem(""); }),
+                    towers = repeated([](unsigned) { return kImplicit.Nested(60, false); }),
+                    fragments = repeated([](unsigned) { return kExplicit.Item(""); }),
+                    descending = repeated([](unsigned i) { return kExplicit.Element(0x7FDF1000 - i, "LO"); }),
+                    sets = repeated([](unsigned) { return "ISO 2022 IR 87\\"s; }), zeros(size, '\0');
+  std::string const items_with_sets = repeated([](unsigned i) {
+    return kExplicit.OpenItem(kExplicit.Text(0x00080005, "CS", "ISO_IR " + std::to_string(i)) +
+                              kExplicit.Text(0x00100010, "PN", "\xC4"));
+  });
+  struct {
+    char const* what;
+    Syntax const& syntax;
+    std::string data_set;
+  } const cases[] = {
+      {"deep, wide at the bottom", kSyntaxes[1], kImplicit.Nested(64, false, wide)},
+      {"deep, of defined length", kSyntaxes[0], kExplicit.Nested(64, true, wide_explicit)},
+      {"items without end", kSyntaxes[1], kImplicit.OpenSequence(0x00081115, open_items)},
+      {"towers", kSyntaxes[1], towers},
+      {"fragments", kSyntaxes[0], kExplicit.OpenSequence(0x7FE00010, fragments, "OB")},
+      {"descending", kSyntaxes[0], descending},
+      {"character sets", kSyntaxes[0], kExplicit.OpenSequence(0x00081115, items_with_sets)},
+      {"zeros", kSyntaxes[0], kExplicit.Text(0x00080060, "CS", "CT") + zeros},
+      {"zeros and a one", kSyntaxes[0], zeros + "1"},
+      {"one text", kSyntaxes[1], kImplicit.Element(0x00080005, "", sets)},
   };
   rusage before{}, after{};
   getrusage(RUSAGE_SELF, &before);
-  for (auto const& [what, file] : cases) {
+  for (auto const& [what, syntax, data_set] : cases) {
+    std::string const file = File(syntax, data_set);
     auto const start = std::chrono::steady_clock::now();
     EXPECT_EQ(DataSetProperty::Broken(file), "") << what; // some twenty readings and dumps
     std::chrono::duration<double> const time = std::chrono::steady_clock::now() - start;

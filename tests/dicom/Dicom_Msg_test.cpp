@@ -1,8 +1,7 @@
-#include "support/DataSetBytes.h"
+#include "support/DataSetProperty.h"
+#include "support/Objects.h"
 
 #include <dicom/Dicom_CharacterSet.h>
-#include <dicom/IOD_Msg.h>
-#include <dicom/Util_File.h>
 
 #include <chrono>
 #include <optional>
@@ -15,10 +14,8 @@ constexpr Dicom_Tag kModality(0x0008, 0x0060), kName(0x0010, 0x0010), kID(0x0010
     kOurs(0x0009, std::uint8_t(0x10), "OURS"), kTheirs(0x0009, std::uint8_t(0x10), "THEIRS");
 DataSetBytes const kBytes;
 
-std::unique_ptr<IOD_Msg> Read(std::string const& data_set, char const* syntax = "1.2.840.10008.1.2.1") {
-  Util_File file;
-  file.GetBytes(DataSetBytes::File(syntax, data_set));
-  return std::unique_ptr<IOD_Msg>(file);
+std::unique_ptr<IOD_Msg> Read(std::string const& data_set) {
+  return DataSetProperty::Read(DataSetBytes::File("1.2.840.10008.1.2.1", data_set));
 }
 
 // Not taken apart yet, as the items of a directory file are when they are found.
@@ -27,12 +24,6 @@ Dicom_Msg Unparsed(std::string const& data_set) {
   Dicom_Msg msg(data_set.data(), unsigned(data_set.size()), 1, &error);
   EXPECT_EQ(error, 0);
   return msg;
-}
-
-std::string Dumped(Dicom_Msg const& msg) {
-  std::string bytes(msg.GetDumpLen(), '\0');
-  EXPECT_EQ(msg.Dump(bytes.data(), unsigned(bytes.size())), int(bytes.size()));
-  return bytes;
 }
 
 Dicom_Sequence* SequenceOf(Dicom_Msg const& msg, Dicom_Tag const& tag = kSequence) {

@@ -4,22 +4,24 @@
 #include "Phantom.h"
 #include "support/Identifiers.h"
 #include "support/LogCapture.h"
+#include "support/Objects.h"
 #include "support/TempDirectory.h"
 
 #include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
-#include <dicom/Util_File.h>
 #include <infra/Klb_GError.h>
 
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <memory>
-#include <set>
 
 class FileSetTest : public testing::Test {
 protected:
+  static constexpr auto STUDY = SCL_QueryRetrieveLevel::STUDY, SERIES = SCL_QueryRetrieveLevel::SERIES,
+                        IMAGE = SCL_QueryRetrieveLevel::IMAGE;
+  static constexpr Dicom_Tag kStudyUid{0x0020, std::uint16_t(0x000D)}, kSopUid{0x0008, std::uint16_t(0x0018)};
+
   std::string Prefix() const { return directory.Path(); }
   std::string At(std::string const& relative) const { return Prefix() + "/" + relative; }
 
@@ -30,6 +32,19 @@ protected:
                                                          &status, strategy);
     EXPECT_EQ(status, 0);
     return status == 0 ? std::move(root) : nullptr;
+  }
+
+  /// Deletes of all kinds.
+  static void Allow(Disk_RootDirectoryFile& root, bool honour_protection = false) {
+    Disk_SupportPar par;
+    par.delete_supported = par.auto_delete_supported = 1;
+    par.honour_protection = honour_protection;
+    root.SetSupportPar(par);
+  }
+  std::unique_ptr<Disk_RootDirectoryFile> OpenForDeletes(bool honour_protection = false) {
+    auto root = Open();
+    Allow(*root, honour_protection);
+    return root;
   }
 
   /// A CT object with the identifiers of the examples: Study ID A1, Series Number 3, Instance Number 7.
@@ -65,10 +80,7 @@ protected:
   /// The records of a private directory file.
   std::vector<std::unique_ptr<IOD_Msg>> Records(std::string const& file) const {
     std::vector<std::unique_ptr<IOD_Msg>> records;
-    Util_File reader;
-    EXPECT_EQ(reader.GetFile(At(file).c_str(), 0, nullptr), 0) << file;
-    std::unique_ptr<IOD_Msg> const msg(reader.operator IOD_Msg*());
-    EXPECT_TRUE(msg) << file << ": " << reader.GetError();
+    auto const msg = ReadObject(At(file));
     auto const* sq = msg ? dynamic_cast<Dicom_SQ const*>(msg->Get(Dicom_Tag(0x0004, 0x1220))) : nullptr;
     for (int i = 0; sq && i < sq->GetNValues(); ++i)
       records.push_back(std::make_unique<IOD_Msg>(*sq->GetSequence()->Get(i)));
@@ -98,23 +110,37 @@ protected:
   }
 
   static int Delete(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
-    Disk_SupportPar par;
-    par.delete_supported = 1;
-    root.SetSupportPar(par);
+    Allow(root);
     MXL_SubOperationsReport report;
     SCL_ResponseStatus status;
     return root.Delete(Named(level, object), 1, &report, status);
   }
+
+  /// The answers to a query.
+  using Keys = std::vector<std::pair<Dicom_Tag, std::string>>;
+  using Answers = std::vector<std::unique_ptr<IOD_Msg>>;
+  static Answers Ask(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, Keys const& keys = {},
+                     int expected = 0) {
+    SCL_QueryIdentifier identifier(level);
+    for (auto const& [tag, value] : keys)
+      identifier.Set(tag, Dicom_UT(value));
+    Dicom_Sequence results;
+    EXPECT_EQ(root.Query(identifier, 1, &results), expected);
+    Answers answers;
+    for (int i = 0; i < results.GetNItems(); ++i)
+      answers.push_back(std::make_unique<IOD_Msg>(*results.Get(i)));
+    return answers;
+  }
+  /// How many there are, or -1.
+  static int Studies(Disk_RootDirectoryFile& root) {
+    Dicom_Sequence results;
+    return root.Query(SCL_QueryIdentifier(STUDY), 1, &results) == 0 ? results.GetNItems() : -1;
+  }
   /// The SOP Instance UIDs in a study.
   static std::set<std::string> Images(Disk_RootDirectoryFile& root, Dicom_UI const& study) {
-    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
-    identifier.SetStudyInstanceUID(study);
-    identifier.SetSOPInstanceUID(UI_NULL);
-    Dicom_Sequence results;
-    if (root.Query(identifier, 1, &results) != 0) return {"refused"};
     std::set<std::string> uids;
-    for (int i = 0; i < results.GetNItems(); ++i)
-      uids.insert(results.Get(i)->Text(Dicom_Tag(0x0008, 0x0018)));
+    for (auto const& image : Ask(root, IMAGE, {{kStudyUid, study.GetText()}, {kSopUid, ""}}))
+      uids.insert(image->Text(kSopUid));
     return uids;
   }
   void Clear() const {

@@ -2,13 +2,11 @@
 #pragma once
 
 #include "Phantom.h"
+#include "support/Objects.h"
 #include "support/TempDirectory.h"
 
 #include <cstdlib>
-#include <dicom/Dicom_UIDic.h>
-#include <dicom/Util_File.h>
 #include <filesystem>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -44,8 +42,9 @@ inline Phantom::Object Small(Phantom::Kind kind, int patient = 1, int series = 1
 // A folder `in` with two patients of a CT series of 3 images and a report each, and a file-set `set` of them.
 class ProgramTest : public testing::Test {
 protected:
-  Result Run(std::vector<std::string> const& arguments) const {
-    std::string command = "cd " + Quoted(temp.Path()) + " && " + Quoted(FILESET_PROGRAM);
+  // After a shell command that sets limits.
+  Result Run(std::vector<std::string> const& arguments, std::string const& limit = "true") const {
+    std::string command = "cd " + Quoted(temp.Path()) + " && " + limit + " && " + Quoted(FILESET_PROGRAM);
     for (std::string const& argument : arguments)
       command += " " + Quoted(argument);
     int const status = std::system((command + " >stdout 2>stderr </dev/null").c_str());
@@ -77,12 +76,10 @@ protected:
   }
 
   // An object of the first study with one thing changed.
-  void WriteChanged(std::string const& name, void (*change)(IOD_Msg&)) const {
+  void WriteChanged(std::string const& name, std::function<void(IOD_Msg&)> const& change) const {
     auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 1, 1, 9));
     change(*msg);
-    int status = 0;
-    Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
-    ASSERT_EQ(file.Write((temp / name).c_str(), nullptr), 0);
+    SaveObject(*msg, temp / name);
   }
 
   void SetUp() override {

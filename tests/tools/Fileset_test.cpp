@@ -176,11 +176,8 @@ TEST_F(FilesetTest, FetchesWhatWasStored) {
   EXPECT_EQ(fetched["fetched"], 4);
   for (int image : {1, 2, 3}) {
     Phantom::Object const object = Small(Phantom::Kind::CT, 1, 1, image);
-    Util_File file;
-    ASSERT_EQ(file.GetFile((temp / "out/deep/" + Phantom::InstanceUid(object).GetText() + ".dcm").c_str(), 0, nullptr),
-              0);
-    std::unique_ptr<IOD_Msg> const copy(file.operator IOD_Msg*());
-    ASSERT_TRUE(copy) << file.GetError();
+    auto const copy = ReadObject(temp / "out/deep/" + Phantom::InstanceUid(object).GetText() + ".dcm");
+    ASSERT_TRUE(copy);
     auto const original = Phantom::Make(object);
     for (int i = 0; i < original->GetNElements(); ++i) {
       Dicom_Tag const tag = original->GetElement(i)->GetTag();
@@ -213,11 +210,7 @@ TEST_F(FilesetTest, FetchesWhatWasStored) {
 TEST_F(FilesetTest, FetchKeepsHostileNamesInTheFolder) {
   char const* const names[] = {"../../../escaped", ".hidden", "a/b"};
   for (char const* name : names) {
-    auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 1, 1, 9));
-    msg->SetSOPInstanceUID(Dicom_UI(name));
-    int status = 0;
-    Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
-    ASSERT_EQ(file.Write((temp / "hostile.dcm").c_str(), nullptr), 0);
+    WriteChanged("hostile.dcm", [name](IOD_Msg& msg) { msg.SetSOPInstanceUID(Dicom_UI(name)); });
     ASSERT_EQ(Run({"store", "hostile", "hostile.dcm"}).code, 0);
   }
   EXPECT_EQ(Run({"fetch", "hostile", "--all", "--out", "out"}).code, 0);

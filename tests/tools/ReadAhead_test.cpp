@@ -11,12 +11,6 @@ namespace {
 
 class ReadAheadTest : public ProgramTest {
 protected:
-  Result RunLimited(std::string const& limit, std::string const& arguments) const {
-    std::string const command = "cd " + Quoted(temp.Path()) + " && " + limit + " && " FILESET_PROGRAM " " + arguments;
-    int const status = std::system((command + " >stdout 2>stderr </dev/null").c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, temp.Read("stdout"), temp.Read("stderr")};
-  }
-
   // Objects of 20 MB that are quickly read and compressed, and a broken file behind every second one.
   void WriteLarge(int count) const {
     fs::create_directories(temp / "large");
@@ -26,12 +20,9 @@ protected:
       std::string const zeros(20 << 20, '\0');
       msg->Set(Dicom_Tag(0x0009, 0x0010), Dicom_LO("TEST"));
       msg->Set(Dicom_Tag(0x0009, 0x1000), Dicom_OB(zeros.data(), zeros.size(), 1, nullptr));
-      int status = 0;
-      Util_File file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
-      std::string const name = temp / ("large/" + std::to_string(i));
-      ASSERT_EQ(file.Write(name.c_str(), nullptr), 0);
-      std::string const start(file.Bytes().substr(0, 300));
-      if (i % 2) temp.Write("large/" + std::to_string(i) + "bad", i % 4 == 1 ? "" : start);
+      std::string const name = "large/" + std::to_string(i);
+      SaveObject(*msg, temp / name);
+      if (i % 2) temp.Write(name + "bad", i % 4 == 1 ? "" : temp.Read(name).substr(0, 300));
     }
   }
 };
@@ -42,7 +33,7 @@ TEST_F(ReadAheadTest, LimitsChangeNothing) {
   for (char const* limit : {"true", "ulimit -s 70368744177664" /* no thread gets a stack */, "ulimit -v 100000"}) {
     SCOPED_TRACE(limit);
     fs::remove_all(temp / "limited");
-    Result const result = RunLimited(limit, "store limited large");
+    Result const result = Run({"store", "limited", "large"}, limit);
     EXPECT_EQ(result.code, 1);
     EXPECT_EQ(result.out.substr(0, 20), "8 stored, 4 refused ") << result.out << result.err;
     for (char const* line : {"1bad: not a DICOM file", "3bad: the file meta information is cut short",
