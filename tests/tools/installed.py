@@ -76,7 +76,8 @@ def main(cmake, build, source, compiler):
         os.rename(work + "/prefix", prefix)
         check_symbols(prefix)
         check_headers(prefix, compiler, work)
-        run(build + "/bin/phantom", work + "/objects", "--patients", "2", "--studies", "1", "--size", "16")
+        run(build + "/bin/phantom", work + "/objects", "--patients", "2", "--studies", "1", "--series", "4",
+            "--images", "2", "--kind", "mix", "--size", "16", "--charset", "utf8")
         objects = [os.path.join(where, name) for where, _, names in os.walk(work + "/objects") for name in names]
 
         shutil.copytree(source + "/examples", work + "/examples")
