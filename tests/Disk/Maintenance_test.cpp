@@ -1,6 +1,7 @@
 // Protection, ageing, corrections and listing; and what is left of an operation that was killed.
 #include "support/FileSetFixture.h"
 #include "support/Kill.h"
+#include "support/Readers.h"
 
 #include <Disk/Disk_Access.h>
 #include <infra/Util_Clock.h>
@@ -12,19 +13,9 @@ namespace {
 
 namespace fs = std::filesystem;
 constexpr int kSize = 16;
-constexpr auto kStudyLevel = SCL_QueryRetrieveLevel::STUDY;
-constexpr auto kSeriesLevel = SCL_QueryRetrieveLevel::SERIES;
-constexpr auto kImageLevel = SCL_QueryRetrieveLevel::IMAGE;
 
 class MaintenanceTest : public BothStructuresTest {
 protected:
-  std::unique_ptr<Disk_RootDirectoryFile> OpenForAll() {
-    auto root = Open();
-    Disk_SupportPar par;
-    par.delete_supported = par.auto_delete_supported = 1;
-    if (root) root->SetSupportPar(par);
-    return root;
-  }
   int StoreOne(Phantom::Object object) {
     object.size = kSize;
     auto root = Open();
@@ -48,9 +39,9 @@ TEST_P(MaintenanceTest, ADeleteTakesNothingOfAKilledStore) {
   struct {
     SCL_QueryRetrieveLevel::Value level;
     Phantom::Object b;
-  } const cases[] = {{kImageLevel, {.image = 2, .size = kSize}},
-                     {kSeriesLevel, {.series = 2, .size = kSize}},
-                     {kStudyLevel, {.study = 2, .size = kSize}}};
+  } const cases[] = {{IMAGE, {.image = 2, .size = kSize}},
+                     {SERIES, {.series = 2, .size = kSize}},
+                     {STUDY, {.study = 2, .size = kSize}}};
   int points = 0;
   for (auto const& c : cases) {
     auto const level = c.level;
@@ -75,28 +66,28 @@ TEST_P(MaintenanceTest, ADeleteTakesNothingOfAKilledStore) {
 TEST_P(MaintenanceTest, ProtectionAndStatus) {
   Phantom::Object const o{.size = kSize};
   ASSERT_EQ(StoreOne(o), 0);
-  auto root = OpenForAll();
-  Disk_SupportPar par;
-  par.delete_supported = par.honour_protection = 1;
-  root->SetSupportPar(par);
+  auto root = OpenForDeletes(true);
   MXL_SubOperationsReport report;
   SCL_ResponseStatus status;
-  auto const study = Named(kStudyLevel, o);
+  auto const study = Named(STUDY, o);
   if (structure) {
     EXPECT_EQ(root->ProtectImages(study, 1, nullptr), -1);
     EXPECT_EQ(root->UnprotectImages(study, 1, nullptr), -1);
     EXPECT_EQ(root->SetStudyCompleted(Phantom::StudyUid(o)), -1);
+    EXPECT_EQ(root->Delete(study, 1, &report, status), -1) << "no flag, which counts as protected";
+    EXPECT_EQ(int(status), 3);
+    EXPECT_EQ(Delete(STUDY, o), 0);
     return;
   }
   KlbGError.Set(0);
-  EXPECT_EQ(root->ProtectImages(Named(kSeriesLevel, o), 1, nullptr), -1);
-  EXPECT_EQ(root->ProtectImages(Named(kImageLevel, o), 1, nullptr), -1);
+  EXPECT_EQ(root->ProtectImages(Named(SERIES, o), 1, nullptr), -1);
+  EXPECT_EQ(root->ProtectImages(Named(IMAGE, o), 1, nullptr), -1);
   EXPECT_EQ(KlbGError.Get(), 0);
   EXPECT_EQ(root->ProtectImages(Named(SCL_QueryRetrieveLevel::UNKNOWN, o), 1, nullptr), -1);
   EXPECT_EQ(KlbGError.Get(), 211002);
   EXPECT_EQ(root->ProtectImages(study, 2, nullptr), -1);
   EXPECT_EQ(KlbGError.Get(), 211007);
-  EXPECT_EQ(root->ProtectImages(Named(kStudyLevel, {.study = 2}), 1, nullptr), -1);
+  EXPECT_EQ(root->ProtectImages(Named(STUDY, {.study = 2}), 1, nullptr), -1);
   EXPECT_EQ(RootRecord("STUDY")->GetProtectionFlag().GetText(), "N");
 
   EXPECT_EQ(root->ProtectImages(study, 1, nullptr), 0);
@@ -139,7 +130,7 @@ TEST_P(PrivateTest, AutoDeleteFreesWhatIsWanted) {
     ASSERT_EQ(StoreOne({.study = ++study}), 0);
   }
   Util_Clock::SetNow(kStart);
-  ASSERT_EQ(Open()->ProtectImages(Named(kStudyLevel, {.study = 4}), 1, nullptr), 0);
+  ASSERT_EQ(Open()->ProtectImages(Named(STUDY, {.study = 4}), 1, nullptr), 0);
   SmallDisk const disk(Prefix());
   auto const left = [this] {
     std::string studies;
@@ -147,7 +138,7 @@ TEST_P(PrivateTest, AutoDeleteFreesWhatIsWanted) {
       if (Has({.study = number, .size = kSize})) studies += std::to_string(number);
     return studies;
   };
-  auto root = OpenForAll();
+  auto root = OpenForDeletes();
   EXPECT_EQ(root->FreeSpace(), 4000);
   std::vector<Disk_AutoDeleteCandidate> candidates;
   root->SetAutoDeletePar({4, 20});
@@ -182,13 +173,13 @@ TEST_P(PrivateTest, AutoDeleteWorksOnAFullDisk) {
   int study = 1;
   while (store(study) == 0) {
     if (study == 2) {
-      EXPECT_EQ(Open()->ProtectImages(Named(kStudyLevel, {.study = study}), 1, nullptr), 0);
+      EXPECT_EQ(Open()->ProtectImages(Named(STUDY, {.study = study}), 1, nullptr), 0);
     }
     ++study;
   }
   EXPECT_GT(study, 8);
   ExpectNoDamage();
-  auto root = OpenForAll();
+  auto root = OpenForDeletes();
   root->SetAutoDeletePar({kWantedMb, 1});
   EXPECT_LT(root->FreeSpace(), kWantedMb * 1000);
   EXPECT_EQ(root->AutoDelete(), 0);
@@ -236,14 +227,11 @@ TEST_P(PrivateTest, ACorrectionIsCompletedByRepeatingIt) {
   ExpectSound();
 
   // told by a tool that isn't ours
-  std::string command = "dcmdump -q +P 0010,0010 +P 0010,0020 +P 0010,0021 +r +sd '" + Prefix() + "' 2>/dev/null";
-  if (std::system("dcmdump --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "dcmdump (dcmtk) isn't installed";
+  if (!HasReaders()) GTEST_SKIP() << "dcmdump (dcmtk) isn't installed";
+  std::string const told = RunTool("dcmdump -q +P 0010,0010 +P 0010,0020 +P 0010,0021 +r +sd '" + Prefix() + "'").text;
   std::map<std::string, int> counts;
-  FILE* const pipe = popen(command.c_str(), "r");
-  for (char line[1024]; std::fgets(line, sizeof line, pipe);)
-    if (std::string const text(line); text.find('[') != text.npos)
-      ++counts[text.substr(text.find('['), text.find(']') - text.find('[') + 1)];
-  pclose(pipe);
+  for (std::size_t at = 0; (at = told.find('[', at)) != told.npos; ++at)
+    ++counts[told.substr(at, told.find(']', at) - at + 1)];
   int const expected = kStudies * kSeries * kImages + kStudies + 1; // objects, studies, patient
   EXPECT_EQ(counts["[Neu^Name]"], expected);
   EXPECT_EQ(counts["[NEW-ID]"], expected);
@@ -297,7 +285,7 @@ TEST_P(MaintenanceTest, AListIsFetchedOneByOne) {
     return images;
   };
   int failed = 0;
-  SCL_QueryIdentifier study(kStudyLevel), series(kSeriesLevel), images(kImageLevel);
+  SCL_QueryIdentifier study(STUDY), series(SERIES), images(IMAGE);
   for (auto* identifier : {&study, &series, &images})
     identifier->SetStudyInstanceUID(Phantom::StudyUid({}));
   study.SetSeriesInstanceUID(Phantom::SeriesUid({.series = 2})); // is blanked at study level
