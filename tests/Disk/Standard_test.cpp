@@ -1,14 +1,11 @@
 // Store, query and fetch in the standard structure: what differs from the private one, and what meets there.
 #include "support/DicomdirWalk.h"
-#include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
+#include "support/Kill.h"
 
 #include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_StorageStrategy.h>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -22,11 +19,6 @@ protected:
     EXPECT_EQ(walk.Level(3).size(), images);
   }
 
-  static int Found(Disk_RootDirectoryFile& root, SCL_QueryIdentifier identifier) {
-    Dicom_Sequence results;
-    identifier.SetSOPInstanceUID(UI_NULL);
-    return root.Query(identifier, 1, &results) == 0 ? results.GetNItems() : -1;
-  }
   static int Images(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
     return int(FileSetTest::Images(root, Phantom::StudyUid(of)).size());
   }
@@ -53,14 +45,7 @@ TEST_F(StandardTest, FirstStoreLeavesExactlyTheseFiles) {
                                              "GBFU0NQA/VERSION", "LOCKFILE", "VERSION"}));
   for (char const* folder : {"", "GBFU0NQA", "GBFU0NQA/T4SBYDCU"})
     EXPECT_EQ(Version(folder), 1) << folder;
-  DicomdirWalk const walk(At("DICOMDIR"));
-  ASSERT_EQ(walk.problems, std::vector<std::string>());
-  ASSERT_EQ(walk.Level(3).size(), 1u);
-  auto const& patient = *walk.Level(0)[0];
-  EXPECT_EQ(patient.place, walk.begin);
-  EXPECT_LT(patient.place, patient.below) << "patient, study, series, instance";
-  EXPECT_EQ(walk.Level(3)[0]->Text(0x00041500), "GBFU0NQA\\T4SBYDCU\\I7000000");
-  EXPECT_EQ(walk.Level(3)[0]->Text(0x00041511), walk.Level(3)[0]->Text(0x00080018));
+  ExpectMedium(Prefix(), {msg->GetSOPInstanceUID().GetText()});
 }
 
 // Its series and image have records already when the modality turns out to find no room.
@@ -107,19 +92,6 @@ TEST_F(StandardTest, MemoryStrategyServesManyStudiesBetweenFlushes) {
   EXPECT_TRUE(Fetch(*Open(), Uids(*Phantom::Make(Small({.study = 2, .series = 1, .image = 3})))));
 }
 
-// Two roots write in turns; each sees what the other did, also where it keeps records in memory.
-TEST_F(StandardTest, TwoRootsSeeEachOther) {
-  auto a = Open(), b = Open();
-  int image = 0;
-  for (int round = 0; round < 4; ++round)
-    for (auto* root : {a.get(), b.get(), a.get()}) {
-      ASSERT_EQ(Store(*root, *Phantom::Make(Small({.series = 1 + round % 2, .image = ++image}))), 0);
-      EXPECT_EQ(Images(*a, {}), image);
-      EXPECT_EQ(Images(*b, {}), image);
-    }
-  ExpectWhole(std::size_t(image));
-}
-
 // What a killed process had committed and not yet applied: readers who can't write see it too.
 TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
   auto live = Open();
@@ -127,18 +99,14 @@ TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
   auto reader = Open(Disk_StoreParams::READ_ONLY);
   EXPECT_EQ(Images(*reader, {}), 1);
   std::string const before = Content();
-  pid_t const child = fork();
-  if (child == 0) {
-    FaultyFileSystem const killing([](std::string_view call, char const* path) {
-      if (call == "Pwrite" && !std::string_view(path).ends_with(".redo")) _exit(9);
-      return 0;
-    });
-    Store(*Open(), *Phantom::Make(Small({.image = 2})));
-    _exit(1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_EQ(WEXITSTATUS(status), 9);
+  ASSERT_EQ(InChild([this] {
+              FaultyFileSystem const killing([](std::string_view call, char const* path) {
+                if (call == "Pwrite" && !std::string_view(path).ends_with(".redo")) _exit(kKilled);
+                return 0;
+              });
+              return Store(*Open(), *Phantom::Make(Small({.image = 2})));
+            }),
+            kKilled);
   EXPECT_EQ(Content(), before);
   std::filesystem::copy_file(At("DICOMDIR.redo"), At("saved.redo"));
   EXPECT_EQ(Images(*reader, {}), 2);
@@ -161,31 +129,6 @@ TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
   EXPECT_EQ(Images(*reader, {}), 2);
   EXPECT_EQ(Images(*live, {}), 2);
   EXPECT_FALSE(std::filesystem::exists(At("DICOMDIR.redo")));
-}
-
-TEST_F(StandardTest, InPlaceAndMoveStores) {
-  auto root = Open();
-  auto msg = Example();
-  std::filesystem::create_directories(At("SUB/DIR"));
-  ASSERT_EQ(Phantom::Write(Small({}), At("SUB/DIR/OBJECT"), Dicom_UI("1.2.840.10008.1.2"), nullptr), 0);
-  std::string existing = At("SUB/DIR/OBJECT"), missing = At("SUB/DIR/NONE");
-  EXPECT_EQ(root->Store(msg.get(), false, 0, 1, missing.data(), 0, nullptr, nullptr, nullptr), -1);
-  ASSERT_EQ(root->Store(msg.get(), false, 0, 1, existing.data(), 0, nullptr, nullptr, nullptr), 0);
-  {
-    DicomdirWalk const walk(At("DICOMDIR"));
-    ASSERT_EQ(walk.Level(3).size(), 1u);
-    EXPECT_EQ(walk.Level(3)[0]->Text(0x00041500), "SUB\\DIR\\OBJECT");
-    EXPECT_EQ(walk.Level(3)[0]->Text(0x00041512), "1.2.840.10008.1.2");
-  }
-  TempDirectory outside;
-  ASSERT_EQ(Phantom::Write(Small({.image = 2}), outside / "moved", Dicom_UI("1.2.840.10008.1.2.1"), nullptr), 0);
-  std::string source = outside / "moved";
-  char stored[Disk_FileID::kPathSize] = "";
-  auto second = Example({.image = 2});
-  ASSERT_EQ(root->Store(second.get(), false, 0, 0, nullptr, 1, source.data(), stored, nullptr), 0);
-  EXPECT_TRUE(std::filesystem::exists(stored));
-  EXPECT_TRUE(Fetch(*Open(), Uids(*second)));
-  ExpectWhole(2);
 }
 
 // A medium as others make it: a lower-case name, and no lock file, versions or permission to write.

@@ -7,6 +7,8 @@
 namespace {
 
 using StoreTest = FileSetTest;
+class StoreOfFilesTest : public BothStructuresTest {};
+INSTANTIATE_TEST_SUITE_P(Structures, StoreOfFilesTest, kBothStructures, StructureName);
 
 int Count(IOD_Msg const& record) { return record.GetNumberOfStudyRelatedImages(); }
 
@@ -82,7 +84,7 @@ TEST_F(StoreTest, MissingIdentifiersAreToldByName) {
 }
 
 TEST_F(StoreTest, ValuesThatWouldLeaveTheFileSetAreRefusedBeforeAnyDirectory) {
-  for (char const* number : {"../../x", "/etc", "1\\2", ".", ".."}) {
+  for (char const* number : {"../../x", "/etc", "1\\2", ".", "..", "\n1", "\u00E4"}) {
     auto root = Open();
     auto msg = Example();
     msg->SetSeriesNumber(Dicom_IS(number));
@@ -245,7 +247,7 @@ TEST_F(StoreTest, FakedDatesAreTheEarliestOfTheImages) {
   EXPECT_FALSE(Records("DICOMDIR").back()->Has(Dicom_Dictionary::KOLBA_FAKED_STUDY_DATE));
 }
 
-TEST_F(StoreTest, MoveStoreRenames) {
+TEST_P(StoreOfFilesTest, MoveStoreRenames) {
   auto root = Open();
   auto msg = Example();
   ASSERT_EQ(Phantom::Write({.size = 16}, At("incoming")), 0);
@@ -259,33 +261,44 @@ TEST_F(StoreTest, MoveStoreRenames) {
   ASSERT_EQ(move(source.data()), 0);
   EXPECT_FALSE(std::filesystem::exists(source));
   EXPECT_TRUE(std::filesystem::exists(stored));
-  EXPECT_TRUE(Fetch(*root, Uids(*msg)));
+  EXPECT_TRUE(Fetch(*Open(), Uids(*msg)));
+  ExpectNoDamage();
+  if (structure) ExpectMedium(Prefix(), {msg->GetSOPInstanceUID().GetText()});
 }
 
-TEST_F(StoreTest, InPlaceStoreWritesNoObject) {
+TEST_P(StoreOfFilesTest, InPlaceStoreWritesNoObject) {
   auto root = Open();
   auto msg = Example();
   std::filesystem::create_directories(At("STUDY/SERIES"));
-  std::string file = At("STUDY/SERIES/OBJ");
-  ASSERT_EQ(Phantom::Write({.size = 16}, file), 0);
+  std::string file = At("STUDY/SERIES/OBJ"), missing = At("STUDY/SERIES/NONE"), prefix = Prefix();
+  ASSERT_EQ(Phantom::Write({.size = 16}, file, Dicom_UI("1.2.840.10008.1.2")), 0);
   auto const bytes = directory.Read("STUDY/SERIES/OBJ");
-  ASSERT_EQ(root->Store(msg.get(), false, 0, 1, file.data(), 0, nullptr, nullptr, nullptr), 0);
+  auto const store = [&](IOD_Msg& object, std::string& place) {
+    return root->Store(&object, false, 0, 1, place.data(), 0, nullptr, nullptr, nullptr);
+  };
+  EXPECT_TRUE(!structure || store(*msg, missing) == -1);
+  ASSERT_EQ(store(*msg, file), 0);
   EXPECT_EQ(directory.Read("STUDY/SERIES/OBJ"), bytes);
+  EXPECT_TRUE(Fetch(*root, Uids(*msg)));
+  if (structure) {
+    ExpectMedium(Prefix(), {msg->GetSOPInstanceUID().GetText()});
+    auto const record = DicomdirWalk(At("DICOMDIR")).Level(3).at(0)->values;
+    EXPECT_EQ(record.at(0x00041500), "STUDY\\SERIES\\OBJ");
+    EXPECT_EQ(record.at(0x00041512), "1.2.840.10008.1.2");
+    return;
+  }
   EXPECT_EQ(RootRecord("STUDY")->GetReferencedFileID().GetText(), "STUDY\\DIRFILE");
   EXPECT_EQ(Records("STUDY/DIRFILE")[0]->GetReferencedFileID().GetText(), "STUDY\\S3000000\\DIRFILE")
       << "a new series has a directory of its own";
   EXPECT_EQ(Records("STUDY/S3000000/DIRFILE")[0]->GetReferencedFileID().GetText(), "STUDY\\SERIES\\OBJ");
-  EXPECT_TRUE(Fetch(*root, Uids(*msg)));
   {
     FaultyFileSystem counting;
     ASSERT_EQ(Store(*root, *msg), 0);
     EXPECT_EQ(counting.calls["Fsync"], 4) << "the object's folder, besides those of the records";
   }
-
-  std::string prefix = Prefix();
   auto other = Example({.study = 2});
   LogCapture log;
-  EXPECT_EQ(root->Store(other.get(), false, 0, 1, prefix.data(), 0, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(store(*other, prefix), -1);
   EXPECT_EQ(log.Count(3, "NewStudy(): Can't generate a file ID."), 1);
 }
 
