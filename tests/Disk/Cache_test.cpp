@@ -11,8 +11,6 @@
 #include <infra/I18n.h>
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_Cfg.h>
-#include <infra/Util_Clock.h>
-#include <infra/Util_FileSystem.h>
 #include <set>
 #include <sys/mount.h>
 
@@ -59,11 +57,7 @@ public:
 class CacheTest : public FileSetTest {
 protected:
   CacheTest() { Util_FileSystem::SetDurability(Util_Durability::Relaxed); }
-  ~CacheTest() override {
-    Util_Clock::SetNow(0);
-    Util_Cfg::Clear();
-    Util_FileSystem::SetDurability(Util_Durability::Full);
-  }
+  ~CacheTest() override { Util_Cfg::Clear(); }
   void Configure(std::string const& text) {
     std::vector<std::string> problems;
     ASSERT_EQ(Util_Cfg::Load(files_.Write("config.yaml", text).c_str(), &problems), 0);

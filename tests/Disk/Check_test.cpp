@@ -4,7 +4,6 @@
 #include "support/Kill.h"
 
 #include <functional>
-#include <infra/Util_FileSystem.h>
 
 namespace {
 
@@ -208,12 +207,12 @@ Row const kRows[] = {
 } // namespace
 
 TEST(CheckTest, EachKindOfDamageIsFoundAndNothingIsChanged) {
-  Util_FileSystem::SetDurability(Util_Durability::Relaxed);
   std::set<std::string> kinds;
   int number = 0;
   for (Row const& row : kRows) {
     SCOPED_TRACE("row " + std::to_string(number++) + ": " + row.kind + (row.structure ? ", standard" : ", private"));
     Broken broken(row.structure);
+    Util_FileSystem::SetDurability(Util_Durability::Relaxed);
     broken.StoreAll();
     EXPECT_EQ(broken.Check().n_findings, 0u);
     row.damage(broken);
@@ -233,7 +232,6 @@ TEST(CheckTest, EachKindOfDamageIsFoundAndNothingIsChanged) {
     kinds.insert(row.kind);
   }
   EXPECT_GE(kinds.size(), 30u);
-  Util_FileSystem::SetDurability(Util_Durability::Full);
 }
 
 TEST(CheckTest, FindingsNameWhereTheyAre) {

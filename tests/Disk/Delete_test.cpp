@@ -3,7 +3,6 @@
 #include "support/FileSetFixture.h"
 
 #include <dicom/IOD_Image.h>
-#include <infra/Util_FileSystem.h>
 
 #include <random>
 #include <set>
@@ -168,7 +167,6 @@ TEST_P(RandomDeletes, OfSamplesAgreeWithAModel) {
     auto root = OpenForDeletes();
     Play(objects, unsigned(round), 60);
   }
-  Util_FileSystem::SetDurability(Util_Durability::Full);
 }
 
 // A delete that was interrupted left records of what is gone: new objects get other names, and stay when it is

@@ -31,12 +31,7 @@ std::string Prefix(Syntax const& s, std::uint32_t first, std::uint32_t last, std
          b.Claiming(0x00041220, "SQ", length);
 }
 
-std::string Meta(char const* uid) {
-  DataSetBytes const b;
-  return std::string(128, '\0') + "DICM" +
-         b.Element(0x00020000, "UL", b.Number(8 + b.Text(0x00020010, "UI", uid).size() - 8, 4)) +
-         b.Text(0x00020010, "UI", uid);
-}
+std::string Meta(char const* uid) { return DataSetBytes::File(uid, ""); }
 
 std::string RecordBytes(DataSetBytes const& b, std::uint32_t next, std::uint32_t below, std::string const& type,
                         std::string const& rest) {

@@ -4,14 +4,11 @@
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_ObjectFile.h>
 #include <dicom/Dicom_UIDic.h>
-#include <infra/Util_Clock.h>
 
 namespace {
 
 class FetchTest : public FileSetTest {
 protected:
-  void TearDown() override { Util_Clock::SetNow(0); }
-
   static SCL_MoveIdentifier ByFile(char const* id, Dicom_UI const& study = UI_NULL) {
     SCL_MoveIdentifier identifier;
     identifier.SetReferencedFileID(Dicom_CS(id));

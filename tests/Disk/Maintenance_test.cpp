@@ -4,8 +4,6 @@
 #include "support/Readers.h"
 
 #include <Disk/Disk_Access.h>
-#include <infra/Util_Clock.h>
-#include <infra/Util_FileSystem.h>
 #include <set>
 #include <sys/mount.h>
 
@@ -157,7 +155,6 @@ TEST_P(PrivateTest, AutoDeleteFreesWhatIsWanted) {
     EXPECT_EQ(left(), step.left);
     ExpectSound();
   }
-  Util_Clock::SetNow(0);
 }
 
 // A disk that is full to the last block: the oldest studies go, and stores succeed again.
@@ -192,7 +189,6 @@ TEST_P(PrivateTest, AutoDeleteWorksOnAFullDisk) {
   EXPECT_EQ(left.find('-', left.find('+', 2)), left.npos) << "the oldest first: " << left;
   ExpectNoDamage();
   EXPECT_EQ(store(study), 0);
-  Util_Clock::SetNow(0);
   umount2(Prefix().c_str(), MNT_DETACH);
 }
 
@@ -238,7 +234,6 @@ TEST_P(PrivateTest, ACorrectionIsCompletedByRepeatingIt) {
   EXPECT_EQ(counts["[NEW-ISSUER]"], expected);
   EXPECT_EQ(counts["[" + id.GetText() + "]"], 0);
   EXPECT_TRUE(Has(other));
-  Util_FileSystem::SetDurability(Util_Durability::Full);
 }
 
 TEST_P(MaintenanceTest, ManufacturerIsCorrectedInObjectsOnly) {

@@ -3,7 +3,6 @@
 #include "support/FileSetFixture.h"
 
 #include <Disk/Disk_StorageStrategy.h>
-#include <infra/Util_FileSystem.h>
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,14 +1,10 @@
 #include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
 
-#include <infra/Util_FileSystem.h>
-
 namespace fs = std::filesystem;
 
 class RelaxedTest : public BothStructuresTest {
 protected:
-  ~RelaxedTest() override { Util_FileSystem::SetDurability(Util_Durability::Full); }
-
   std::unique_ptr<IOD_Msg> StoreNew(int image, Util_Durability durability) {
     auto object = Example({.image = image});
     Util_FileSystem::SetDurability(durability);

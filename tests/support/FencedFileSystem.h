@@ -18,7 +18,6 @@ public:
   ~FencedFileSystem() override { SetCurrent(nullptr); }
 
   std::vector<std::string> escapes;
-  unsigned long changes = 0; // calls that may have changed something
 
   int Open(char const* path, int flags, mode_t mode) override {
     if ((flags & (O_ACCMODE | O_CREAT | O_TRUNC)) == O_RDONLY)
@@ -67,7 +66,6 @@ private:
     if (!Holds(path) || (path + "/").find("/../") != std::string::npos) Note(call, path);
   }
   void Change(char const* call, std::string const& path, bool follows = false) {
-    ++changes;
     if (path.empty()) return;
     Look(call, path);
     std::size_t const cut = path.rfind('/');

@@ -10,6 +10,8 @@
 #include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <infra/Klb_GError.h>
+#include <infra/Util_Clock.h>
+#include <infra/Util_FileSystem.h>
 
 #include <filesystem>
 #include <fstream>
@@ -18,6 +20,11 @@
 
 class FileSetTest : public testing::Test {
 protected:
+  ~FileSetTest() override { // whatever the test has set, and however it has ended
+    Util_Clock::SetNow(0);
+    Util_FileSystem::SetDurability(Util_Durability::Full);
+  }
+
   static constexpr auto STUDY = SCL_QueryRetrieveLevel::STUDY, SERIES = SCL_QueryRetrieveLevel::SERIES,
                         IMAGE = SCL_QueryRetrieveLevel::IMAGE;
   static constexpr Dicom_Tag kStudyUid{0x0020, std::uint16_t(0x000D)}, kSopUid{0x0008, std::uint16_t(0x0018)};

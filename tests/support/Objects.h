@@ -3,6 +3,7 @@
 
 #include "support/DicomdirWalk.h"
 
+#include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
 #include <gtest/gtest.h>
 
