@@ -65,6 +65,25 @@ void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, bool
   }
 }
 
+/// Behind `n` objects, in turns with the first ones of another file-set: the disk changes its mind within seconds.
+void Flat(Scope const& scope, long n, Disk_RootDirectoryFile& large, int next) {
+  constexpr int kFirst = 10;
+  Folder const folder(scope.base);
+  auto const small = Open(folder.Path(), kNative | Disk_StoreParams::STANDARD_STRUCTURE);
+  Fill(*small, kFirst, Usual);
+  std::vector<std::unique_ptr<IOD_Msg>> behind, first;
+  for (int i = 0; i <= kTurns; ++i) {
+    behind.push_back(Phantom::Make(Usual(next + i)));
+    first.push_back(Phantom::Make(Usual(kFirst + i)));
+  }
+  Settle();
+  std::size_t turn = 0;
+  Pair const took = MedianOfTurns(
+      kTurns, [&] { Store(large, *behind[turn]); }, [&] { Store(*small, *first[turn++]); });
+  Report("store, standard, relaxed", "objects, in turns", "ours", n, took.first);
+  Report("store, standard, relaxed", "objects, in turns", "ours, the first ones", n, took.second);
+}
+
 void Grow(Scope const& scope, std::string const& what, bool in_memory, std::vector<int> const& points,
           Phantom::Object (*place)(int)) {
   Folder const folder(scope.base);
@@ -78,6 +97,7 @@ void Grow(Scope const& scope, std::string const& what, bool in_memory, std::vect
       Store(*root, place(stored++));
     Measure(what, n, *root, in_memory, [&] { return place(stored++); });
   }
+  if (place == Usual && !in_memory) Flat(scope, points.back(), *root, stored);
 }
 
 } // namespace

@@ -67,7 +67,7 @@ AIMS = [
     ("Store, standard, relaxed", "x bare, 20,000 objects", AT_MOST, 1.5, ratio(S_RELAXED, "objects")),
     ("Store, standard, durable", "x bare, 20,000 objects", AT_MOST, 1.25, ratio(S_DURABLE, "objects")),
     ("Store, standard, relaxed", "x that with 10 objects, 20,000 objects", AT_MOST, 1.25,
-     quotient(value(S_RELAXED, "objects"), value(S_RELAXED, "objects", n=10))),
+     ratio(S_RELAXED, "objects, in turns", to="ours, the first ones")),
     ("Growth, private", "x bare, 10 images of one series", AT_MOST, 1.5, ratio(RELAXED, "images of one series", n=10)),
     ("Growth, private", "x bare, 1,000 images of one series", AT_MOST, 1.5, ratio(RELAXED, "images of one series", n=1000)),
     ("Growth, private", "x bare, 10,000 images of one series", AT_MOST, 1.5, ratio(RELAXED, "images of one series", n=10000)),
