@@ -56,8 +56,9 @@ std::string Disk_FileID::FolderPath() const {
     path += '/';
     path += component;
   }
-  for (char& c : std::span(path).subspan(lowercase_ ? prefix_.size() : path.size()))
-    c = char(std::tolower(static_cast<unsigned char>(c)));
+  if (lowercase_)
+    for (char& c : std::span(path).subspan(prefix_.size()))
+      c = char(std::tolower(static_cast<unsigned char>(c)));
   return path.size() < kPathSize ? path : std::string();
 }
 

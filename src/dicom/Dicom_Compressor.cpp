@@ -85,7 +85,7 @@ int EncodeFrames(Dicom_ImagePixel const& image, std::string_view pixels, Util_Bu
     if (length <= 0) return length == 0 ? 1 : -1;
     std::size_t const padded = (std::size_t(length) + 1) & ~std::size_t(1);
     if (padded > std::size_t(length)) out[used + 8 + std::size_t(length)] = '\0';
-    Dicom_Put32(out + 8 + 4 * i, std::uint32_t(used - first));
+    Dicom_Store32(out + 8 + 4 * i, std::uint32_t(used - first), false);
     Dicom_PutItemHeader(out + used, std::uint32_t(padded));
     used += 8 + padded;
   }

@@ -81,12 +81,7 @@ std::string_view Dicom_FrameBytes(std::string_view frame, std::string& storage) 
   return storage;
 }
 
-void Dicom_Put32(char* out, std::uint32_t number) {
-  for (int i = 0; i < 4; ++i)
-    out[i] = char(number >> 8 * i);
-}
-
 void Dicom_PutItemHeader(char* out, std::uint32_t length) {
-  Dicom_Put32(out, kItemTag << 16 | kItemTag >> 16);
-  Dicom_Put32(out + 4, length);
+  Dicom_StoreTag(out, kItemTag, false);
+  Dicom_Store32(out + 4, length, false);
 }
