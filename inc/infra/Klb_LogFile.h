@@ -6,7 +6,7 @@
 // Levels: 3 error, 4 warning, 5 notice, 6 information, 7 debug; a line is wanted up to the level in force (4
 // at first). Nothing is written anywhere until a file or a sink is set. Each thread builds a line of its own,
 // which goes out when its newline comes, when the thread starts another line, or when the thread ends; lines
-// of two threads never mix. Control characters in a text are written as \x0A: what comes from outside can't
+// of two threads never mix. Control characters in a text are written as `\x0A`: what comes from outside can't
 // forge a line. No operation throws, and all of them leave errno as it was.
 #pragma once
 
