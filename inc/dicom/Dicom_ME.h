@@ -30,6 +30,12 @@ public:
   /// is the message that the element is to stand in: its character set holds. `*consumed` is the number of bytes
   /// read. `*error` is -1 on failure, and the element then is empty.
   Dicom_ME(int fd, unsigned* consumed, Dicom_TransferSyntax const& syntax, Dicom_Msg const* home, int* error);
+  /// The same for an element of at most `length` bytes that stands alone.
+  Dicom_ME(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
+  /// Reads the element that stands at `buffer` in native transfer syntax, in at most `length` bytes. It owns its value,
+  /// so `copy` has no effect. `*consumed`, which may be null, is the number of bytes that it takes. `*error` is -1 on
+  /// failure, and the element then is empty.
+  Dicom_ME(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error);
   Dicom_ME(Dicom_ME const& other);
   Dicom_ME(Dicom_ME&&) noexcept = default;
   Dicom_ME& operator=(Dicom_ME&&) noexcept = default;
@@ -83,6 +89,8 @@ private:
   friend class Dicom_Packer;
   friend class Dicom_ElementCursor;
   Dicom_ME() = default;
+  /// Takes over an element of bytes that are about to go.
+  void own(Dicom_RawElement const& raw, Dicom_TransferSyntax const& syntax, Dicom_Msg const* home);
   /// Makes this element a slice of the origin's bytes.
   void slice(Dicom_RawElement const& raw, Dicom_Origin const* origin);
   Dicom_ME same_slice() const;

@@ -97,8 +97,12 @@ public:
   /// Makes sure that every text can be dumped in the declared character set: when one can't, all text that the
   /// declaration holds for, that of nested items without their own included, moves to ISO_IR 192.
   void SettleCharacterSet();
-  /// The transfer syntax of encapsulated Pixel Data; the null value when the pixels are native or absent.
+  /// The transfer syntax that the pixels bind the message to: that of encapsulated Pixel Data, or of a reference to
+  /// pixels on a JPIP server; without either that of a compressed icon. The null value when any syntax will do.
   Dicom_UI GetEncapsulatedSyntax() const;
+  /// Why no transfer syntax tells truly how the pixels are encoded, because those of the file that they came from
+  /// contradict its own; null when one does.
+  char const* GetPixelContradiction() const;
 
   /// The file that the message was read from, as far as its reader bound it (Util_File::SetOriginalBuffer); empty
   /// otherwise, and after a change.
@@ -151,6 +155,7 @@ private:
   /// Settles the nested items that have character sets of their own, and tells whether the rest of the text fits
   /// into `surrounding`.
   bool settle(Dicom_CharacterSet const& surrounding);
+  bool has_nested_fragments() const;
   /// A copy with bytes of its own, so that it doesn't keep a whole file alive.
   std::unique_ptr<Dicom_Msg> detached() const;
 

@@ -17,10 +17,13 @@ class Dicom_TransferSyntax;
 class DISK_EXPORT Dicom_Sequence {
 public:
   Dicom_Sequence();
-  /// Parses a sequence's items from the descriptor's position; `length` is their length in bytes, -1 for an
-  /// undefined one. `*parsed_length` is the number of bytes of the items, without a delimitation item that ends
+  /// Parses a sequence's items from the descriptor's position; `length` is their length in bytes, -1 or FFFFFFFF for
+  /// an undefined one. `*parsed_length` is the number of bytes of the items, without a delimitation item that ends
   /// them. `*error` is -1 on failure, and the sequence then is empty.
   Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dicom_TransferSyntax const& syntax, int* error);
+  /// Items in native transfer syntax that fill `length` bytes, as the dump of a sequence gives them. `*consumed`, which
+  /// may be null, becomes their length, `*error` -1 when they can't be parsed. `copy` 0 borrows the bytes.
+  Dicom_Sequence(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error);
   Dicom_Sequence(Dicom_Sequence const&) = delete;
   Dicom_Sequence& operator=(Dicom_Sequence const&) = delete;
   ~Dicom_Sequence();
@@ -81,8 +84,8 @@ public:
   /// `sequence` stays the caller's: with `copy` the value keeps a copy, otherwise it refers to the caller's, who
   /// keeps it alive for as long as the value.
   Dicom_SQ(Dicom_Sequence* sequence, int copy);
-  /// Items in native transfer syntax, as the dump of a sequence gives them. `*consumed` becomes their length,
-  /// `*error` -1 when they can't be parsed. `copy` 0 borrows the bytes.
+  /// The two constructors of a sequence of the same arguments.
+  Dicom_SQ(int fd, unsigned length, unsigned* parsed_length, Dicom_TransferSyntax const& syntax, int* error);
   Dicom_SQ(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error);
   Dicom_SQ(Dicom_SQ const& other);
   Dicom_SQ(Dicom_SQ&&) noexcept = default;

@@ -67,7 +67,6 @@ namespace Dicom_VRTable {
 enum Flag : uint8_t {
   LongLength = 1, ///< 32-bit length after two reserved bytes
   Text = 2,
-  Charset = 4,    ///< text in the data set's Specific Character Set
   MultiValue = 8, ///< text whose values a backslash separates
   Blank = 16,     ///< padded with a blank, not with NUL
 };
@@ -92,29 +91,29 @@ inline constexpr Traits s_known[] = {
     {Dicom_VRCode("FD"), 8, 0},
     {Dicom_VRCode("FL"), 4, 0},
     {Dicom_VRCode("IS"), 1, list_text},
-    {Dicom_VRCode("LO"), 1, list_text | Charset},
-    {Dicom_VRCode("LT"), 1, one_text | Charset},
+    {Dicom_VRCode("LO"), 1, list_text},
+    {Dicom_VRCode("LT"), 1, one_text},
     {Dicom_VRCode("OB"), 1, LongLength},
     {Dicom_VRCode("OD"), 8, LongLength},
     {Dicom_VRCode("OF"), 4, LongLength},
     {Dicom_VRCode("OL"), 4, LongLength},
     {Dicom_VRCode("OV"), 8, LongLength},
     {Dicom_VRCode("OW"), 2, LongLength},
-    {Dicom_VRCode("PN"), 1, list_text | Charset},
-    {Dicom_VRCode("SH"), 1, list_text | Charset},
+    {Dicom_VRCode("PN"), 1, list_text},
+    {Dicom_VRCode("SH"), 1, list_text},
     {Dicom_VRCode("SL"), 4, 0},
     {Dicom_VRCode("SQ"), 1, LongLength},
     {Dicom_VRCode("SS"), 2, 0},
-    {Dicom_VRCode("ST"), 1, one_text | Charset},
+    {Dicom_VRCode("ST"), 1, one_text},
     {Dicom_VRCode("SV"), 8, LongLength},
     {Dicom_VRCode("TM"), 1, list_text},
-    {Dicom_VRCode("UC"), 1, list_text | Charset | LongLength},
+    {Dicom_VRCode("UC"), 1, list_text | LongLength},
     {Dicom_VRCode("UI"), 1, Text | MultiValue},
     {Dicom_VRCode("UL"), 4, 0},
     {Dicom_VRCode("UN"), 1, LongLength},
     {Dicom_VRCode("UR"), 1, one_text | LongLength},
     {Dicom_VRCode("US"), 2, 0},
-    {Dicom_VRCode("UT"), 1, one_text | Charset | LongLength},
+    {Dicom_VRCode("UT"), 1, one_text | LongLength},
     {Dicom_VRCode("UV"), 8, LongLength},
 };
 
@@ -157,9 +156,6 @@ constexpr bool Dicom_HasLongLength(Dicom_VR vr) {
 constexpr size_t Dicom_UnitSize(Dicom_VR vr) { return Dicom_VRTable::Of(vr).unit_size; }
 
 constexpr bool Dicom_IsText(Dicom_VR vr) { return Dicom_VRTable::Of(vr).flags & Dicom_VRTable::Text; }
-
-/// Text whose bytes mean what Specific Character Set says: LO LT PN SH ST UC UT.
-constexpr bool Dicom_IsCharsetText(Dicom_VR vr) { return Dicom_VRTable::Of(vr).flags & Dicom_VRTable::Charset; }
 
 /// Text in which a backslash separates values: all but LT ST UR UT.
 constexpr bool Dicom_IsMultiValueText(Dicom_VR vr) { return Dicom_VRTable::Of(vr).flags & Dicom_VRTable::MultiValue; }

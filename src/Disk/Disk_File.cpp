@@ -29,6 +29,7 @@ int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_R
   Util_EncodedFile const encoded(*msg, syntax);
   if (!encoded.error.empty()) {
     DISK_LOG(3, "Write: Failed Dumping the msg into a buffer.\n");
+    DISK_LOG(3, "Write: %s: %s\n", path.c_str(), encoded.error.c_str());
     return -1;
   }
   std::string const temporary = path + ".tmp";

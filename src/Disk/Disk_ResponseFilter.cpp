@@ -53,7 +53,7 @@ bool HasUndeclaredText(Dicom_Msg const& msg) {
   if (msg.Has(kSpecificCharacterSet)) return false;
   for (Dicom_ElementCursor cursor(msg); !cursor.AtEnd(); cursor.Next()) {
     Dicom_VR const vr = cursor.Element().GetVR();
-    if (Dicom_IsCharsetText(vr) && !Dicom_IsPlainAscii(cursor.Element().GetText())) return true;
+    if (Dicom_IsText(vr) && !Dicom_IsPlainAscii(cursor.Element().GetText())) return true;
     auto const* const items = vr == Dicom_VR::SQ ? dynamic_cast<Dicom_SQ const*>(cursor.Element().GetValue()) : nullptr;
     for (int i = 0; items && i < items->GetNValues(); ++i)
       if (HasUndeclaredText(*items->GetSequence()->Get(i))) return true;

@@ -175,6 +175,7 @@ private:
     if (level.encoding->big_endian) return fail("fragments in a big endian data set, in", tag);
     char const* const next = SkipFragments(p_, level.end, false);
     if (!next) return fail("fragments that don't end in a delimiter, in", tag);
+    result_.nested_fragments |= depth_ > 1;
     p_ = next;
   }
 
@@ -371,6 +372,7 @@ std::shared_ptr<Dicom_Origin> Dicom_MakeOrigin(std::shared_ptr<Util_Buffer const
   origin->syntax_uid = syntax.GetUID().View();
   origin->canonical = check.canonical;
   origin->depth = check.depth;
+  origin->nested_fragments = check.nested_fragments;
   if (!check.extents.empty()) origin->extents = std::make_shared<Dicom_Extents const>(std::move(check.extents));
   return origin;
 }

@@ -60,6 +60,7 @@ struct Dicom_Check {
   std::string error; // what is wrong and where, when not ok
   std::size_t length = 0;
   int depth = 1; // of nested data sets, the outermost counted
+  bool nested_fragments = false;
   Dicom_Extents extents;
 };
 /// Walks over a whole data set, nested items included. The one thing behind the last element that passes is

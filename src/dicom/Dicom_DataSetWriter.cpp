@@ -22,21 +22,18 @@ bool Dicom_SameSet(Dicom_CharacterSet const& a, Dicom_CharacterSet const& b) {
 }
 
 std::string Dicom_DecodeText(std::string_view bytes, Dicom_VR vr, Dicom_CharacterSet const& set) {
-  if (Dicom_IsPlainAscii(bytes)) return std::string(bytes);
-  // other text is ASCII by its VR; what isn't becomes UTF-8 all the same
-  if (!Dicom_IsCharsetText(vr)) return Dicom_UndeclaredSet()->ToUtf8(bytes, DelimitersOf(vr));
-  return set.ToUtf8(bytes, DelimitersOf(vr));
+  return Dicom_IsPlainAscii(bytes) ? std::string(bytes) : set.ToUtf8(bytes, DelimitersOf(vr));
 }
 
 bool Dicom_CanEncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set) {
-  if (!Dicom_IsCharsetText(vr) || Dicom_IsPlainAscii(text)) return true;
+  if (Dicom_IsPlainAscii(text)) return true;
   std::string bytes;
   return set.FromUtf8(text, DelimitersOf(vr), bytes);
 }
 
 std::string_view Dicom_EncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set,
                                   std::string& storage) {
-  if (!Dicom_IsCharsetText(vr) || Dicom_IsPlainAscii(text) || set.IsAscii()) return text;
+  if (Dicom_IsPlainAscii(text) || set.IsAscii()) return text;
   storage.clear();
   if (set.FromUtf8(text, DelimitersOf(vr), storage)) return storage;
   storage.clear();
@@ -129,7 +126,7 @@ void Dicom_DataSetWriter::raw(Dicom_ME const& element, Dicom_CharacterSet const&
       failed_ |= !Dicom_CheckItems(bytes.data(), end, false, kUnknownVREncoding, depth_).ok;
     }
     with_delimiter(element.tag_, vr, bytes);
-  } else if (Dicom_IsCharsetText(vr) && !same_set && !Dicom_IsPlainAscii(bytes)) {
+  } else if (Dicom_IsText(vr) && element.tag_ != kCharacterSetTag && !same_set && !Dicom_IsPlainAscii(bytes)) {
     std::string storage;
     leaf(element.tag_, vr, Dicom_EncodeText(element.GetText(), vr, set, storage), 0, false);
   } else {
@@ -144,8 +141,8 @@ void Dicom_DataSetWriter::typed(Dicom_ME const& element, Dicom_Type const& value
   if (other) return leaf(element.tag_, element.vr_, other->Bytes(), 0, false, true);
   std::string bytes;
   if (Dicom_StringType const* const text = Dicom_IsText(element.vr_) ? value.AsString() : nullptr) {
-    bool const is_ascii = !Dicom_IsCharsetText(element.vr_);
-    std::string_view const written = is_ascii ? text->View() : Dicom_EncodeText(text->View(), element.vr_, set, bytes);
+    bool const declares = element.tag_ == kCharacterSetTag;
+    std::string_view const written = declares ? text->View() : Dicom_EncodeText(text->View(), element.vr_, set, bytes);
     return leaf(element.tag_, element.vr_, written, text->Width(), false);
   }
   value.AppendBytes(bytes);

@@ -76,6 +76,9 @@ bool Dicom_SameSet(Dicom_CharacterSet const& a, Dicom_CharacterSet const& b);
 
 /// `text` in a character set; what isn't in it becomes `?`. Where no set is declared text stays in UTF-8, which is
 /// how directory records keep it. The result is `text` itself or stands in `storage`.
+///
+/// The set holds for all text but its own declaration. By the standard a code or a UID is ASCII; some writers don't
+/// keep to that, and mean their set.
 std::string_view Dicom_EncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set,
                                   std::string& storage);
 bool Dicom_CanEncodeText(std::string_view text, Dicom_VR vr, Dicom_CharacterSet const& set);

@@ -8,6 +8,9 @@
 #include <dicom/Dicom_DataDictionary.h>
 #include <dicom/Dicom_Match.h>
 #include <dicom/Dicom_Msg.h>
+#include <infra/Util_FileSystemInterface.h>
+
+#include <unistd.h>
 
 namespace {
 
@@ -146,19 +149,41 @@ Dicom_ME::Dicom_ME(Dicom_ME const& other)
 
 Dicom_ME::Dicom_ME(int fd, unsigned* consumed, Dicom_TransferSyntax const& syntax, Dicom_Msg const* home, int* error) {
   value_ = std::make_unique<Dicom_UN>();
+  std::string bytes;
+  Dicom_RawElement found;
+  *error = Dicom_ReadElementFrom(fd, {syntax.IsExplicitVR(), syntax.IsBigEndian()}, &bytes, &found);
+  if (consumed) *consumed = unsigned(bytes.size());
+  if (*error == 0) own(found, syntax, home);
+}
+
+Dicom_ME::Dicom_ME(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error) {
+  unsigned consumed = 0;
+  *this = Dicom_ME(fd, &consumed, syntax, nullptr, error);
+  if (*error == 0 && consumed > length) { // what follows isn't ours to take
+    *error = -1;
+    *this = Dicom_ME(Dicom_Tag(), nullptr);
+    Util_FileSystemInterface::Current().Lseek(fd, -off_t(consumed), SEEK_CUR);
+  }
+  if (read_length) *read_length = *error == 0 ? consumed : 0;
+}
+
+Dicom_ME::Dicom_ME(char const* buffer, unsigned length, int, unsigned* consumed, int* error) {
+  value_ = std::make_unique<Dicom_UN>();
+  Dicom_RawElement found;
+  *error = buffer && Dicom_ReadElement(buffer, buffer + length, {}, &found) ? 0 : -1;
+  if (consumed) *consumed = *error == 0 ? unsigned(found.next - buffer) : 0;
+  if (*error == 0) own(found, Dicom_TransferSyntax::Native(), nullptr);
+}
+
+void Dicom_ME::own(Dicom_RawElement const& raw, Dicom_TransferSyntax const& syntax, Dicom_Msg const* home) {
   auto const origin = std::make_shared<Dicom_Origin>();
   origin->encoding = {syntax.IsExplicitVR(), syntax.IsBigEndian()};
   origin->character_set =
       Dicom_CharacterSet::Make(home && !home->IsEmpty() ? home->GetCharacterSet().Terms() : std::string_view());
   origin->syntax_uid = syntax.GetUID().View();
-  std::string bytes;
-  Dicom_RawElement found;
-  *error = Dicom_ReadElementFrom(fd, origin->encoding, &bytes, &found);
-  if (consumed) *consumed = unsigned(bytes.size());
-  if (*error == -1) return;
-  Dicom_ME raw;
-  raw.slice(found, origin.get());
-  *this = Dicom_ME(raw);
+  Dicom_ME sliced;
+  sliced.slice(raw, origin.get());
+  *this = Dicom_ME(sliced);
 }
 
 void Dicom_ME::slice(Dicom_RawElement const& raw, Dicom_Origin const* origin) {
@@ -206,7 +231,10 @@ std::unique_ptr<Dicom_Type> Dicom_ME::make_value() const {
   std::string_view const bytes(bytes_, length_);
   if (IsEncapsulated()) return std::make_unique<Dicom_OB>(bytes_, length_, 0, nullptr, origin_->syntax_uid);
   Dicom_VR const vr = meaning();
-  if (Dicom_IsText(vr)) return MakeTextOf(vr, Dicom_DecodeText(bytes, vr, *origin_->character_set));
+  if (Dicom_IsText(vr)) {
+    auto const& set = tag_ == kCharacterSetTag ? Dicom_UndeclaredSet() : origin_->character_set;
+    return MakeTextOf(vr, Dicom_DecodeText(bytes, vr, *set));
+  }
   // what UN stands for is encoded as in implicit VR little endian, whatever the file's syntax
   bool const big_endian = vr == vr_ && origin_->encoding.big_endian;
   if (vr != Dicom_VR::SQ) return MakeBinary(vr, bytes, big_endian ? Dicom_Endianity::Big : Dicom_Endianity::Little);

@@ -4,6 +4,7 @@
 #include "dicom/Dicom_DataSetWriter.h"
 #include "dicom/Dicom_DescriptorReader.h"
 #include "dicom/Dicom_Fragments.h"
+#include "dicom/Dicom_ImagePixel.h"
 
 #include <infra/Klb_LogFile.h>
 
@@ -107,7 +108,8 @@ int Dicom_Msg::take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyn
   has_header_ = false;
   Dicom_Origin const* const known = neighbour ? neighbour->origin_.get() : nullptr;
   bool const alike = known && known->buffer == buffer && known->canonical && check.canonical && !known->extents &&
-                     check.extents.empty() && known->depth == check.depth;
+                     check.extents.empty() && known->depth == check.depth && !known->nested_fragments &&
+                     !check.nested_fragments;
   origin_ = alike ? neighbour->origin_ : Dicom_MakeOrigin(std::move(buffer), syntax, std::move(check));
   return 0;
 }
@@ -453,7 +455,8 @@ bool Dicom_Msg::settle(Dicom_CharacterSet const& surrounding) {
     bool const as_read = e.bytes_ && !e.has_changed() && Dicom_SameSet(*e.origin_->character_set, set);
     Dicom_VR const vr = e.meaning();
     if (as_read) continue;
-    if (Dicom_IsCharsetText(vr)) {
+    if (Dicom_IsText(vr)) {
+      if (e.tag_ == kCharacterSetTag) continue;
       fits = fits && Dicom_CanEncodeText(e.GetText(), vr, set);
     } else if (vr == Dicom_VR::SQ) {
       auto const* value = dynamic_cast<Dicom_SQ const*>(e.GetValue());
@@ -466,11 +469,59 @@ bool Dicom_Msg::settle(Dicom_CharacterSet const& surrounding) {
   return true;
 }
 
+// Pixels
+
+namespace {
+
+/// The two syntaxes of pixels on a JPIP server. Each has a form of its own for data sets that are deflated.
+Dicom_UI ReferenceSyntax(std::string_view uid) {
+  constexpr char kJpeg2000[] = "1.2.840.10008.1.2.4.94", kHighThroughput[] = "1.2.840.10008.1.2.4.204";
+  if (uid == kJpeg2000 || uid == "1.2.840.10008.1.2.4.95") return Dicom_UI(kJpeg2000);
+  if (uid == kHighThroughput || uid == "1.2.840.10008.1.2.4.205") return Dicom_UI(kHighThroughput);
+  return UI_NULL;
+}
+
+bool IsCompressedSyntax(std::string_view uid) { return Dicom_TransferSyntax(Dicom_UI(uid), nullptr).IsEncapsulated(); }
+
+} // namespace
+
+/// In items, as those of an icon.
+bool Dicom_Msg::has_nested_fragments() const {
+  if (!origin_ || !origin_->nested_fragments) return false;
+  parse();
+  return std::any_of(elements_.begin(), elements_.end(), [](Dicom_ME const& e) {
+    auto const* const items = e.meaning() == Dicom_VR::SQ ? dynamic_cast<Dicom_SQ const*>(e.GetValue()) : nullptr;
+    for (int i = 0; items && i < items->GetNValues(); ++i) {
+      Dicom_Msg const& item = *items->GetSequence()->Get(i);
+      Dicom_ME const* const pixels = item.Find(Dicom_Tag(kPixelDataTag));
+      if ((pixels && pixels->IsEncapsulated()) || item.has_nested_fragments()) return true;
+    }
+    return false;
+  });
+}
+
 Dicom_UI Dicom_Msg::GetEncapsulatedSyntax() const {
+  constexpr Dicom_Tag kPixelDataProvider{0x0028, std::uint16_t(0x7FE0)};
   Dicom_ME const* pixels = Find(Dicom_Tag(kPixelDataTag));
-  if (!pixels || !pixels->IsEncapsulated()) return UI_NULL;
-  auto const* value = dynamic_cast<Dicom_OtherType const*>(pixels->GetValue());
-  return value ? Dicom_UI(value->EncapsulatedSyntax()) : UI_NULL;
+  if (pixels) {
+    auto const* value = pixels->IsEncapsulated() ? dynamic_cast<Dicom_OtherType const*>(pixels->GetValue()) : nullptr;
+    return value ? Dicom_UI(value->EncapsulatedSyntax()) : UI_NULL;
+  }
+  if (!origin_) return UI_NULL;
+  if (has_nested_fragments()) return Dicom_UI(origin_->syntax_uid);
+  return Has(kPixelDataProvider) ? ReferenceSyntax(origin_->syntax_uid) : UI_NULL;
+}
+
+char const* Dicom_Msg::GetPixelContradiction() const {
+  Dicom_UI const syntax = GetEncapsulatedSyntax();
+  if (syntax != UI_NULL)
+    return IsCompressedSyntax(syntax.View()) ? nullptr : "its pixels are in fragments, its transfer syntax has none";
+  if (has_nested_fragments()) return "its icon is compressed, its own pixels aren't";
+  // of defined length they are native, whatever the syntax says, unless their length shows that they aren't
+  Dicom_ME const* pixels = Find(Dicom_Tag(kPixelDataTag));
+  bool const doubtful = pixels && pixels->bytes_ && IsCompressedSyntax(pixels->origin_->syntax_uid);
+  if (!doubtful || Dicom_ImagePixel(*this).IsLengthOfPixels(pixels->length_)) return nullptr;
+  return "its transfer syntax is a compressed one, its pixels are neither in fragments nor of native length";
 }
 
 // Cursor
@@ -509,7 +560,7 @@ void Dicom_ElementCursor::read(std::uint32_t first) {
     next_ = raw.next;
   } while (raw.tag < first);
   bool const may_hold_text = raw.vr == Dicom_VR::SQ || raw.vr == Dicom_VR::UN ||
-                             (Dicom_IsCharsetText(raw.vr) && !Dicom_IsPlainAscii({raw.value, raw.length}));
+                             (Dicom_IsText(raw.vr) && !Dicom_IsPlainAscii({raw.value, raw.length}));
   raw_.slice(raw, may_hold_text ? msg_.own_origin() : &origin);
   current_ = &raw_;
 }

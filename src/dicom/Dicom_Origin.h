@@ -39,6 +39,8 @@ struct Dicom_Origin : std::enable_shared_from_this<Dicom_Origin> {
   std::shared_ptr<Dicom_Extents const> extents;
   /// Implicit VR: the Pixel Representation says that the pixel attributes are signed.
   bool signed_pixels = false;
+  /// Below the outermost data set stand fragments, as those of a compressed icon.
+  bool nested_fragments = false;
   /// How deep data sets are nested in the bytes, at most, the outermost counted.
   int depth = 1;
   std::shared_ptr<Dicom_CharacterSet const> character_set = Dicom_UndeclaredSet();

@@ -22,7 +22,7 @@ bool Dicom_Packer::Takes(Dicom_ME const& element) {
   std::string_view const bytes(element.bytes_, element.length_);
   if (Dicom_IsPlainAscii(bytes)) return true;
   bool const is_unicode = origin.character_set->IsAscii() || origin.character_set->IsUtf8();
-  return Dicom_IsCharsetText(element.vr_) && is_unicode && Dicom_IsValidUtf8(bytes);
+  return is_unicode && Dicom_IsValidUtf8(bytes);
 }
 
 void Dicom_Packer::Add(Dicom_ME const& element) {

@@ -32,6 +32,7 @@ Dicom_Sequence::Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dic
                                int* error) {
   *error = -1;
   *parsed_length = 0;
+  if (length == long(kUndefinedLength)) length = -1;
   std::shared_ptr<Util_Buffer const> const buffer =
       length < 0 ? Dicom_ReadRestFrom(fd) : Dicom_ReadBytesFrom(fd, std::size_t(length));
   if (!buffer) return;
@@ -56,6 +57,25 @@ Dicom_Sequence::Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dic
   }
   char const* const end = begin + check.length;
   *this = Dicom_Sequence(Dicom_MakeOrigin(buffer, syntax, std::move(check)), begin, end);
+}
+
+Dicom_Sequence::Dicom_Sequence(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error) {
+  *error = -1;
+  if (consumed) *consumed = 0;
+  if (!buffer) return;
+  std::shared_ptr<Util_Buffer> own;
+  if (copy) {
+    own = Util_Buffer::Make(length);
+    if (!own) return;
+    std::copy(buffer, buffer + length, own->data());
+    buffer = own->data();
+  }
+  Dicom_Check check = Dicom_CheckItems(buffer, buffer + length, false, {});
+  if (!check.ok) return;
+  *this =
+      Dicom_Sequence(Dicom_MakeOrigin(own, Dicom_TransferSyntax::Native(), std::move(check)), buffer, buffer + length);
+  if (consumed) *consumed = length;
+  *error = 0;
 }
 
 Dicom_Sequence& Dicom_Sequence::operator=(Dicom_Sequence&& other) noexcept {
@@ -137,25 +157,11 @@ Dicom_SQ::Dicom_SQ(Dicom_Sequence* sequence, int copy) : sequence_(sequence) {
   sequence_ = owned_.get();
 }
 
-Dicom_SQ::Dicom_SQ(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error) {
-  *error = -1;
-  if (consumed) *consumed = 0;
-  if (!buffer) return;
-  std::shared_ptr<Util_Buffer> own;
-  if (copy) {
-    own = Util_Buffer::Make(length);
-    if (!own) return;
-    std::copy(buffer, buffer + length, own->data());
-    buffer = own->data();
-  }
-  Dicom_Check check = Dicom_CheckItems(buffer, buffer + length, false, {});
-  if (!check.ok) return;
-  auto origin = Dicom_MakeOrigin(own, Dicom_TransferSyntax::Native(), std::move(check));
-  owned_.reset(new Dicom_Sequence(std::move(origin), buffer, buffer + length));
-  sequence_ = owned_.get();
-  if (consumed) *consumed = length;
-  *error = 0;
-}
+Dicom_SQ::Dicom_SQ(int fd, unsigned length, unsigned* parsed_length, Dicom_TransferSyntax const& syntax, int* error)
+    : Dicom_SQ(new Dicom_Sequence(fd, long(length), parsed_length, syntax, error)) {}
+
+Dicom_SQ::Dicom_SQ(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error)
+    : Dicom_SQ(new Dicom_Sequence(buffer, length, copy, consumed, error)) {}
 
 Dicom_SQ::Dicom_SQ(Dicom_SQ const& other) : Dicom_SQ(other.sequence_, 1) {}
 

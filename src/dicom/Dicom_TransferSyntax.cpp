@@ -16,6 +16,11 @@ bool IsEncapsulatedUid(std::string_view uid) {
          uid.find_first_not_of("0123456789.", kBranch.size()) == std::string_view::npos;
 }
 
+/// The pixels of these are on a JPIP server.
+bool IsDeflatedReference(std::string_view uid) {
+  return uid == "1.2.840.10008.1.2.4.95" || uid == "1.2.840.10008.1.2.4.205";
+}
+
 } // namespace
 
 Dicom_TransferSyntax::Dicom_TransferSyntax(Dicom_UI const& uid, int* error) : uid_(uid) {
@@ -25,7 +30,7 @@ Dicom_TransferSyntax::Dicom_TransferSyntax(Dicom_UI const& uid, int* error) : ui
     explicit_vr_ = false;
   } else if (uid == Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN) {
     endianity_ = Dicom_Endianity::Big;
-  } else if (uid == Dicom_UIDic::DEFLATED_EXPLICIT_VR_LITTLE_ENDIAN) {
+  } else if (uid == Dicom_UIDic::DEFLATED_EXPLICIT_VR_LITTLE_ENDIAN || IsDeflatedReference(uid.View())) {
     deflated_ = true;
   } else if (IsEncapsulatedUid(uid.View())) {
     encapsulated_ = true;

@@ -37,6 +37,10 @@ std::unique_ptr<Dicom_Msg> WithoutFileGroups(Dicom_Msg const& msg) {
 } // namespace
 
 Util_EncodedFile::Util_EncodedFile(Dicom_Msg const& msg, Dicom_UI const& wanted) {
+  if (char const* const why = msg.GetPixelContradiction()) {
+    error = why;
+    return;
+  }
   Dicom_UI const encapsulated = msg.GetEncapsulatedSyntax();
   syntax = encapsulated == UI_NULL ? wanted : encapsulated;
   int status = 0;

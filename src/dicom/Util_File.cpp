@@ -112,7 +112,7 @@ int Util_File::find_data_set() {
 }
 
 int Util_File::take_data_set(std::size_t start) {
-  bool const deflated = syntax_ == Dicom_UIDic::DEFLATED_EXPLICIT_VR_LITTLE_ENDIAN;
+  bool const deflated = Dicom_TransferSyntax(syntax_, nullptr).IsDeflated();
   data_set_ = deflated ? Util_Inflate(Bytes().substr(start), &error_) : file_;
   data_set_start_ = deflated ? 0 : start;
   return data_set_ ? 0 : -1;

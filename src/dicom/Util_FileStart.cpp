@@ -41,18 +41,23 @@ Util_FileStart Util_ReadFileStart(std::string_view bytes, bool complete) {
   char const *p = bytes.data() + offset, *const end = bytes.data() + bytes.size();
   bool meta = false;
   char const* stated_end = nullptr; // often wrong, so it counts only where nothing else tells the end
+  std::uint32_t last = 0;
   Dicom_RawElement e;
   while (end - p >= 8 && Dicom_Load16(p, false) == 0x0002) {
-    // in big endian the group 0200 looks like this one
-    if (p == stated_end && start.syntax == Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN) break;
+    // in big endian the group 0200 looks like this one, and a data set may have elements of this group for its own
+    bool const goes_on = start.syntax != Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN && Dicom_LoadTag(p, false) > last;
+    if (p == stated_end && start.syntax != UI_NULL && !(goes_on && LooksLikeVR(p + 4))) break;
     if (!Dicom_ReadElement(p, end, {true, false}, &e)) {
       start.error = complete ? "the file meta information is cut short" : "the file meta information is too long";
       return start;
     }
     meta = true;
-    if (e.tag == kTransferSyntaxTag) start.syntax = Dicom_UI(std::string_view(e.value, e.length));
+    if (e.tag == kTransferSyntaxTag && start.syntax == UI_NULL)
+      start.syntax = Dicom_UI(std::string_view(e.value, e.length));
     p = e.next;
-    if (e.tag == kGroupLengthTag && e.length == 4 && Dicom_Load32(e.value, false) <= std::size_t(end - p))
+    last = e.tag;
+    if (e.tag == kGroupLengthTag && !stated_end && e.length == 4 &&
+        Dicom_Load32(e.value, false) <= std::size_t(end - p))
       stated_end = p + Dicom_Load32(e.value, false);
   }
   start.data_set = std::size_t(p - bytes.data());

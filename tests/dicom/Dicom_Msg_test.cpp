@@ -230,7 +230,7 @@ TEST(Dicom_Msg, ItemsInheritTheCharacterSet) {
     EXPECT_EQ(value.GetSequence()->Get(0)->Text(kName), "Л");
     EXPECT_EQ(value.GetSequence()->Get(1)->Text(kName), "»");
     EXPECT_EQ(msg.Text(kName), "Л");                     // of a VR that its writer didn't know
-    EXPECT_EQ(msg.Text(Dicom_Tag(0x0010, 0x0040)), "»"); // has no business to be outside of ASCII
+    EXPECT_EQ(msg.Text(Dicom_Tag(0x0010, 0x0040)), "Л"); // has no business to be outside of ASCII
     // alone an item has no declaration around it, so its text is UTF-8
     EXPECT_EQ(Dumped(*value.GetSequence()->Get(0)), kBytes.Text(0x00100010, "PN", "Л"));
   }
@@ -248,8 +248,8 @@ TEST(Dicom_Msg, TextThatTheSetLacksMovesTheObjectToUtf8) {
   };
   std::string const utf8 = kBytes.Text(0x00080005, "CS", "ISO_IR 192"), utf8_name = kBytes.Text(0x00100010, "PN", "Ä");
   EXPECT_EQ(settled([](Dicom_Msg&) {}), original);
-  EXPECT_EQ(settled([](Dicom_Msg& msg) { msg.Set(kID, Dicom_LO("Ä")); }),
-            original + kBytes.Text(0x00100020, "LO", "\xC4"));
+  EXPECT_EQ(settled([](Dicom_Msg& msg) { msg.Set(kID, Dicom_CS("Ä")); }),
+            original + kBytes.Text(0x00100020, "CS", "\xC4"));
   std::string const moved =
       utf8 + kBytes.Sequence(0x00081115, kBytes.Item(utf8_name) + kBytes.Item(own_set)) + utf8_name;
   EXPECT_EQ(settled([](Dicom_Msg& msg) { msg.Set(kID, Dicom_LO("山")); }), moved + kBytes.Text(0x00100020, "LO", "山"));

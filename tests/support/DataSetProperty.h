@@ -5,6 +5,7 @@
 
 #include "support/DataSetBytes.h"
 
+#include <dicom/Dicom_CharacterSet.h>
 #include <dicom/Dicom_DataDictionary.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/IOD_Msg.h>
@@ -136,6 +137,8 @@ private:
   static std::string difference(Dicom_ME const& x, Dicom_ME const& y, bool implicit) {
     Dicom_Type const &a = *x.GetValue(), &b = *y.GetValue();
     if (x.IsEncapsulated() != y.IsEncapsulated()) return "is encapsulated in one only";
+    if (Dicom_StringType const* const text = a.AsString(); text && !Dicom_IsValidUtf8(text->View()))
+      return "isn't UTF-8";
     auto const* first = dynamic_cast<Dicom_SQ const*>(&a);
     auto const* second = dynamic_cast<Dicom_SQ const*>(&b);
     if (first && second) {
