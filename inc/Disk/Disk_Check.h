@@ -10,8 +10,9 @@
 /// One thing in a file-set that is not as it should be.
 struct DISK_EXPORT Disk_Finding {
   /// What can have led to it, besides damage. An operation that was interrupted leaves such states, and doing it
-  /// again mends them; for a moment, so does one that is under way.
-  enum Cause { Damage, InterruptedStore, InterruptedDelete };
+  /// again mends them; for a moment, so does one that is under way. With NoMemory nothing is known to be wrong: memory
+  /// ran out before what stands at the path could be looked at.
+  enum Cause { Damage, InterruptedStore, InterruptedDelete, NoMemory };
 
   std::string kind; ///< one word that stays the same for programs: "object-missing" (docs/check.md has all)
   Cause cause = Damage;
@@ -23,6 +24,7 @@ struct DISK_EXPORT Disk_Finding {
 struct DISK_EXPORT Disk_CheckResult {
   std::uint64_t patients = 0, studies = 0, series = 0, instances = 0; ///< records that count
   std::uint64_t objects_read = 0;                                     ///< with `deep`
+  std::uint64_t objects_decoded = 0;                                  ///< of them, those with JPEG-LS pixels
   std::uint64_t n_findings = 0;
   std::vector<Disk_Finding> findings; ///< the first kMostFindings of them
 
@@ -30,7 +32,7 @@ struct DISK_EXPORT Disk_CheckResult {
 };
 
 struct DISK_EXPORT Disk_CheckOptions {
-  bool deep = false; ///< read every object too, and compare its UIDs with its record
+  bool deep = false; ///< read every object too, compare its UIDs with its record, and decode its JPEG-LS pixels
   /// Called now and then while objects are read, with the number of those that were and of all; false stops the check.
   std::function<bool(std::uint64_t done, std::uint64_t all)> progress;
 };

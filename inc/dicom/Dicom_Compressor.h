@@ -2,6 +2,20 @@
 #include <dicom/Dicom_Msg.h>
 #include <infra/Disk_Export.h>
 
+#include <string>
+
+/// Why pixels can't be decoded.
+struct DISK_EXPORT Dicom_DecodingFailure {
+  enum Kind {
+    None,
+    NoCodec, ///< they are compressed by another codec, or in a form of which this one knows nothing
+    Damaged, ///< the stream is damaged, or contradicts the attributes
+    NoMemory
+  };
+  Kind kind = None;
+  std::string text; ///< for people
+};
+
 /// Compresses and decompresses the pixels of an object, without loss, in place.
 ///
 /// Type 0 is JPEG-LS lossless (1.2.840.10008.1.2.4.80): one fragment per frame, with an offset table. Objects whose
@@ -15,6 +29,9 @@ public:
   int Compress(Dicom_Msg* msg, int type) const;
   /// Brings encapsulated JPEG-LS pixels back, byte for byte what Compress was given. 0 also for native pixels; -1
   /// when they are compressed by another codec, damaged, or don't have the size that the attributes tell; the
-  /// object is unchanged then.
-  int Decompress(Dicom_Msg* msg) const;
+  /// object is unchanged then, and `*failure`, which may be null, tells why. An icon that is compressed too is brought
+  /// back with them, or leaves the object when that fails.
+  int Decompress(Dicom_Msg* msg, Dicom_DecodingFailure* failure = nullptr) const;
+  /// Decodes the pixels as Decompress does, a frame at a time, and keeps nothing. The same result; nothing is logged.
+  int TryDecompress(Dicom_Msg const& msg, Dicom_DecodingFailure* failure) const;
 };

@@ -38,18 +38,20 @@ struct Disk_CheckPrivate::Records {
 bool Disk_CheckPrivate::load(std::string const& path, Records* records) {
   Util_File file;
   file.no_original_buffer = 1;
+  errno = 0;
   if (file.GetFile(path.c_str(), 0, nullptr) == -1) {
-    bool const missing = errno == ENOENT;
-    Find(missing ? "directory-file-missing" : "directory-file-unreadable",
-         missing ? Disk_Finding::InterruptedDelete : Disk_Finding::Damage, path, std::strerror(errno));
+    if (errno == ENOENT)
+      Find("directory-file-missing", Disk_Finding::InterruptedDelete, path, std::strerror(errno));
+    else
+      FindUnreadable("directory-file-unreadable", path, std::strerror(errno));
     return false;
   }
   records->owner.reset(file.operator IOD_Msg*());
   auto const* value = records->owner ? dynamic_cast<Dicom_SQ const*>(records->owner->Get(kRecordSequence)) : nullptr;
   records->sequence = value ? value->GetSequence() : nullptr;
   if (records->sequence) return true;
-  Find("directory-file-unreadable", Disk_Finding::Damage, path,
-       records->owner ? "it holds no sequence of records" : file.GetError());
+  FindUnreadable("directory-file-unreadable", path,
+                 records->owner ? "it holds no sequence of records" : file.GetError());
   return false;
 }
 
@@ -131,7 +133,7 @@ void Disk_CheckPrivate::check_series(IOD_Msg const& record, std::string const& s
   if (!load(path, &records)) return LeaveSeriesOut();
   records.ForEach([&](IOD_Msg const& image) {
     std::string const type = image.Text(kRecordType);
-    if (type == "PATIENT" || type == "STUDY" || type == "SERIES" || type.empty())
+    if (type != "IMAGE" && type != "PRESENTATION" && type != "SR DOCUMENT") // no other can be read
       return Find("record-type", Disk_Finding::Damage, path, "a record of type '" + type + "' in a series");
     Disk_FileID const id(Prefix().c_str(), image.Value<Dicom_CS>(kReferencedFileID), 0);
     CheckInstance(image, path, id, id.Path());

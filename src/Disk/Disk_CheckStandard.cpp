@@ -24,6 +24,61 @@ bool LooksLikeOurs(std::string const& name) {
   return name.size() == kHashName && name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") == name.npos;
 }
 
+/// Types that the standard has or had, other systems' private one among them.
+bool IsOfNoKind(std::string const& type) {
+  static std::set<std::string> const s_kinds = {"PATIENT",
+                                                "STUDY",
+                                                "SERIES",
+                                                "IMAGE",
+                                                "PRESENTATION",
+                                                "SR DOCUMENT",
+                                                "PRIVATE",
+                                                "RT DOSE",
+                                                "RT STRUCTURE SET",
+                                                "RT PLAN",
+                                                "RT TREAT RECORD",
+                                                "WAVEFORM",
+                                                "KEY OBJECT DOC",
+                                                "SPECTROSCOPY",
+                                                "RAW DATA",
+                                                "REGISTRATION",
+                                                "FIDUCIAL",
+                                                "HANGING PROTOCOL",
+                                                "ENCAP DOC",
+                                                "VALUE MAP",
+                                                "STEREOMETRIC",
+                                                "PALETTE",
+                                                "IMPLANT",
+                                                "IMPLANT ASSY",
+                                                "IMPLANT GROUP",
+                                                "PLAN",
+                                                "MEASUREMENT",
+                                                "SURFACE",
+                                                "SURFACE SCAN",
+                                                "TRACT",
+                                                "ASSESSMENT",
+                                                "RADIOTHERAPY",
+                                                "ANNOTATION",
+                                                "INVENTORY",
+                                                "HL7 STRUC DOC",
+                                                "OVERLAY",
+                                                "MODALITY LUT",
+                                                "VOI LUT",
+                                                "CURVE",
+                                                "TOPIC",
+                                                "VISIT",
+                                                "RESULTS",
+                                                "INTERPRETATION",
+                                                "STUDY COMPONENT",
+                                                "STORED PRINT",
+                                                "FILM SESSION",
+                                                "FILM BOX",
+                                                "IMAGE BOX",
+                                                "MRDR",
+                                                "PRINT QUEUE"};
+  return s_kinds.count(type) == 0;
+}
+
 bool NoFolder(std::string const&) { return false; }
 
 std::string At(std::uint32_t offset) { return "offset " + std::to_string(offset); }
@@ -76,8 +131,9 @@ int Disk_CheckStandard::Walk() {
   names_ = std::make_unique<Names>(Disk_FileID(Prefix().c_str(), Dicom_CS("DICOMDIR"), 0), dicomdir_.get());
   check_redo();
   CheckVersion(Prefix(), false);
+  errno = 0;
   if (dicomdir_->Init(Prefix().c_str(), true, nullptr) == -1) {
-    damaged("directory-file-unreadable", "what stands before the records can't be read");
+    FindUnreadable("directory-file-unreadable", path_, "what stands before the records can't be read");
     return 0;
   }
   if (!read_items()) return 0;
@@ -122,9 +178,10 @@ bool Disk_CheckStandard::read_items() {
   // a pending redo record adds bytes behind the end of the file, as many as one operation writes
   std::uint64_t const most = std::uint64_t(status.st_size) + (dicomdir_->HasRedo() ? kMostRedoBytes : 0);
   bytes_ = Util_Buffer::Make(std::size_t(std::min<std::uint64_t>(end, std::max<std::uint64_t>(most, begin)) - begin));
+  if (!bytes_) errno = ENOMEM;
   long const count = bytes_ ? dicomdir_->ReadAt(bytes_->data(), unsigned(bytes_->size()), begin) : -1;
   if (count == -1) {
-    damaged("directory-file-unreadable", std::strerror(errno));
+    FindUnreadable("directory-file-unreadable", path_, std::strerror(errno));
     return false;
   }
   if (count < long(end - begin)) end = begin + std::uint32_t(count);
@@ -190,13 +247,14 @@ bool Disk_CheckStandard::load(std::uint32_t offset, std::uint32_t chain, Record*
   Item& item = items_[offset];
   std::shared_ptr<Util_Buffer> const body = Util_Buffer::Make(item.length);
   int error = -1;
+  errno = body ? 0 : ENOMEM;
   if (body) {
     std::memcpy(body->data(), item.body, item.length);
     record->msg = IOD_Msg(Dicom_Msg(body, dicomdir_->Syntax(), &error));
   }
   item.chain = chain;
   if (error == -1) {
-    damaged("record-unreadable", "the record at " + At(offset) + " can't be read");
+    FindUnreadable("record-unreadable", path_, "the record at " + At(offset) + " can't be read");
     return false;
   }
   if (offset >= own_from_ && record->msg.GetDumpLen(dicomdir_->Syntax(), 0, SCompressionParms()) != item.length)
@@ -256,6 +314,8 @@ void Disk_CheckStandard::check_record(Record const& record, int level, Record co
     if (record.type == kTypes[other] && other != level)
       return damaged("record-type",
                      "a " + record.type + " record in a chain of another level, at " + At(record.offset));
+  if (IsOfNoKind(record.type))
+    damaged("record-type", "a record of the unknown type '" + record.type + "' at " + At(record.offset));
   if (!record.in_use) return walk_below(record, level);
   if (level == kInstance) return check_instance(record.msg);
   if (record.type != kTypes[level]) return; // of no level that is kept here

@@ -4,6 +4,7 @@
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_VersionFile.h"
 
+#include <dicom/Dicom_Compressor.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
 #include <infra/Util_FileSystem.h>
@@ -21,6 +22,7 @@ constexpr Dicom_Tag kSeriesRelatedImages{0x0020, std::uint16_t(0x1209)};
 constexpr Dicom_Tag kSopInstanceInFile{0x0004, std::uint16_t(0x1511)};
 constexpr Dicom_Tag kSyntaxInFile{0x0004, std::uint16_t(0x1512)};
 constexpr std::uint64_t kObjectsPerLock = 16;
+constexpr char kNotChecked[] = "not-checked", kNoMemory[] = "memory ran out before it could be looked at";
 
 Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current(); }
 
@@ -102,6 +104,11 @@ void Disk_Checker::Find(char const* kind, Cause cause, std::string path, std::st
   if (result_->findings.size() == Disk_CheckResult::kMostFindings) return;
   result_->findings.push_back(
       {kind, cause, where_.patient, where_.study, where_.series, where_.instance, std::move(path), std::move(text)});
+}
+
+void Disk_Checker::FindUnreadable(char const* kind, std::string path, std::string text) {
+  if (errno == ENOMEM) return Find(kNotChecked, Disk_Finding::NoMemory, std::move(path), kNoMemory);
+  Find(kind, Disk_Finding::Damage, std::move(path), std::move(text));
 }
 
 // The hierarchy
@@ -319,11 +326,13 @@ int Disk_Checker::read_objects() {
     if (held.Shared(lock_) == -1) return -1;
     for (std::uint64_t i = 0; i < kObjectsPerLock && result_->objects_read < all; ++i) {
       Object const& object = objects_[result_->objects_read++];
-      std::vector<Problem> const problems = read_object(object);
+      bool decoded = false;
+      std::vector<Problem> const problems = read_object(object, &decoded);
       if (!problems.empty() && has_moved())
         doubtful.insert(object.path);
       else
-        tell(object, problems);
+        tell(object, problems, decoded);
+      if (decoded) break; // which takes its time
     }
     held.Release();
     if (options_.progress && !options_.progress(result_->objects_read, all)) return -1;
@@ -342,24 +351,31 @@ int Disk_Checker::read_again(std::unordered_set<std::string> const& paths) {
     if (paths.count(finding.path) && ++told.n_findings <= Disk_CheckResult::kMostFindings)
       told.findings.push_back(std::move(finding));
   *result_ = std::move(told);
-  for (Object const& object : objects_)
-    if (paths.count(object.path)) tell(object, read_object(object));
+  for (Object const& object : objects_) {
+    bool decoded = false;
+    if (paths.count(object.path)) tell(object, read_object(object, &decoded), decoded);
+  }
   return 0;
 }
 
-void Disk_Checker::tell(Object const& object, std::vector<Problem> const& problems) {
+void Disk_Checker::tell(Object const& object, std::vector<Problem> const& problems, bool decoded) {
   where_ = *object.where;
   where_.instance = object.instance;
-  for (auto const& [kind, text] : problems)
-    Find(kind, Disk_Finding::Damage, object.path, text);
+  result_->objects_decoded += decoded;
+  for (auto const& [kind, text, cause] : problems)
+    Find(kind, cause, object.path, text);
 }
 
-std::vector<Disk_Checker::Problem> Disk_Checker::read_object(Object const& object) const {
+/// `*decoded` becomes true when the object has pixels that were decoded.
+std::vector<Disk_Checker::Problem> Disk_Checker::read_object(Object const& object, bool* decoded) const {
+  Problem const no_memory{kNotChecked, kNoMemory, Disk_Finding::NoMemory};
   Util_File file;
   file.no_original_buffer = 1;
-  if (file.GetFile(object.path.c_str(), 0, nullptr) == -1) return {{"object-unreadable", std::strerror(errno)}};
+  errno = 0;
+  if (file.GetFile(object.path.c_str(), 0, nullptr) == -1)
+    return {errno == ENOMEM ? no_memory : Problem{"object-unreadable", std::strerror(errno)}};
   std::unique_ptr<IOD_Msg> const msg(file.operator IOD_Msg*());
-  if (!msg) return {{"object-unreadable", file.GetError()}};
+  if (!msg) return {errno == ENOMEM ? no_memory : Problem{"object-unreadable", file.GetError()}};
   struct {
     char const *kind, *name;
     std::string in_record, in_object;
@@ -377,5 +393,10 @@ std::vector<Disk_Checker::Problem> Disk_Checker::read_object(Object const& objec
   if (!object.syntax.empty() && object.syntax != Dicom_UIDic::NATIVE_TRANSFER_SYNTAX.GetText() &&
       object.syntax != syntax)
     problems.push_back({"object-syntax", "the record says transfer syntax " + object.syntax + ", the file " + syntax});
+  Dicom_DecodingFailure failure;
+  Dicom_Compressor const codec;
+  *decoded = codec.GetKolbaCompressionVersion(*msg, nullptr) == 1 && codec.TryDecompress(*msg, &failure) == 0;
+  if (failure.kind == Dicom_DecodingFailure::Damaged) problems.push_back({"object-pixels", failure.text});
+  if (failure.kind == Dicom_DecodingFailure::NoMemory) problems.push_back(no_memory);
   return problems;
 }

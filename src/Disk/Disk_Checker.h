@@ -31,6 +31,8 @@ protected:
 
   std::string const& Prefix() const { return prefix_; }
   void Find(char const* kind, Cause cause, std::string path, std::string text);
+  /// Tells of what can't be read, as errno has it: a shortage of memory is no damage.
+  void FindUnreadable(char const* kind, std::string path, std::string text);
 
   // Down the hierarchy: a record begins, what is below it is gone through, it ends.
   void BeginPatient(IOD_Msg const& record);
@@ -65,6 +67,7 @@ private:
   struct Problem {
     char const* kind;
     std::string text;
+    Cause cause = Disk_Finding::Damage;
   };
   struct Unnamed {
     Where where;
@@ -86,8 +89,8 @@ private:
                  std::string const& path);
   int read_objects();
   int read_again(std::unordered_set<std::string> const& paths);
-  std::vector<Problem> read_object(Object const& object) const;
-  void tell(Object const& object, std::vector<Problem> const& problems);
+  std::vector<Problem> read_object(Object const& object, bool* decoded) const;
+  void tell(Object const& object, std::vector<Problem> const& problems, bool decoded);
   bool has_moved() const;
 
   std::string prefix_;

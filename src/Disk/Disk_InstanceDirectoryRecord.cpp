@@ -124,13 +124,29 @@ int Disk_InstanceDirectoryRecord::AddStructureReportingAttributes(IOD_Msg const&
   return -1;
 }
 
+namespace {
+
+/// The icon that an object brings along. Directory files hold nothing compressed, so one that is gets decoded, or left
+/// out where no codec takes it.
+Dicom_SQ NativeIcon(Dicom_SQ brought) {
+  auto const* item = brought.IsEmpty() ? nullptr : dynamic_cast<IOD_Msg const*>(brought.GetSequence()->Get(0));
+  if (!item || (item->GetEncapsulatedSyntax() == UI_NULL && !item->GetPixelContradiction())) return brought;
+  std::unique_ptr<IOD_Msg> decoded(GDS_Icon(item).GetImagePixelModule(1));
+  if (!decoded) return SQ_NULL;
+  auto items = std::make_unique<Dicom_Sequence>();
+  items->Append(decoded.release(), true);
+  return Dicom_SQ(items.release());
+}
+
+} // namespace
+
 int Disk_InstanceDirectoryRecord::AddIconImage(IOD_Msg const* msg) {
   if (GetDirectoryRecordType() != IOD_Image::IMAGE) {
     DISK_LOG(3, "AddIconImage: Can't add Icon for this type of instance.\n");
     return -1;
   }
   std::unique_ptr<IOD_Msg> icon(GDS_Icon(msg).GetImagePixelModule(1));
-  Dicom_SQ const brought = icon ? Dicom_SQ() : msg->GetIconImage();
+  Dicom_SQ const brought = icon ? Dicom_SQ() : NativeIcon(msg->GetIconImage());
   if (!icon && brought.IsEmpty()) {
     DISK_LOG(6, "Image record will not contain icon.\n");
     return 0;

@@ -89,6 +89,8 @@ std::size_t DamageOf(std::string const& folder, std::string const& dicomdir, std
   Disk_CheckStandard check(folder.c_str(), options, &result);
   check.ExpectOwnFrom(synced);
   if (check.RunUnderLock() == -1) return SIZE_MAX;
+  for (Disk_Finding const& finding : result.findings)
+    if (finding.cause == Disk_Finding::NoMemory) throw std::bad_alloc(); // nothing may be concluded
   return std::size_t(std::count_if(result.findings.begin(), result.findings.end(), [&](Disk_Finding const& finding) {
     return finding.cause == Disk_Finding::Damage && finding.path == dicomdir;
   }));

@@ -122,50 +122,132 @@ int CompressPixels(Dicom_Msg& msg) {
   return msg.Add(std::move(compressed));
 }
 
-/// Looks at all there is to know before anything of the pixels' size is allocated; the text tells what is
-/// wrong.
-std::string CheckFrames(Dicom_ImagePixel const& image, std::string_view items,
-                        std::vector<std::string_view> const& frames, bool* by_plane) {
-  if (frames.empty()) return "its fragments can't be told apart into frames";
+using Failure = Dicom_DecodingFailure;
+
+/// The streams of compressed pixels, of which all is known that their headers tell.
+struct Streams {
+  Dicom_ImagePixel const image;
+  std::vector<std::string_view> frames;
+  bool by_plane = false;
+};
+
+Failure InFrame(std::size_t frame, Failure failure) {
+  failure.text = "frame " + std::to_string(frame + 1) + ": " + failure.text;
+  return failure;
+}
+
+/// Looks at all there is to know before anything of the pixels' size is allocated.
+Failure FindStreams(Dicom_OtherType const& pixels, Streams* streams) {
+  std::string const& syntax = pixels.EncapsulatedSyntax();
+  if (!Dicom_IsJpegLs(syntax)) return {Failure::NoCodec, "no codec for transfer syntax " + syntax};
+  Dicom_ImagePixel const& image = streams->image;
+  if (char const* const why = WhyUnsuitable(image)) return {Failure::NoCodec, why};
+  std::string_view const items = pixels.Bytes();
+  streams->frames = Dicom_FindFrames(items, std::uint64_t(image.frames));
+  std::size_t const count = streams->frames.size();
+  if (count == 0) return {Failure::Damaged, "its fragments can't be told apart into frames"};
   std::uint64_t const frame = image.FrameBytes();
-  if (frame > kLongestValue / frames.size()) return "its pixels are too many for an object";
-  if (!IsProportionate(frame * frames.size(), items.size())) return "its fragments can't hold that many pixels";
-  std::string storage, error;
-  for (std::size_t i = 0; i < frames.size(); ++i) {
+  if (frame > kLongestValue / count) return {Failure::NoCodec, "its pixels are too many for an object"};
+  if (!IsProportionate(frame * count, items.size()))
+    return {Failure::Damaged, "its fragments can't hold that many pixels"};
+  std::string storage;
+  for (std::size_t i = 0; i < count; ++i) {
     bool planes = false;
-    if (!Dicom_CheckJpegLs(image, Dicom_FrameBytes(frames[i], storage), &planes, &error))
-      return "frame " + std::to_string(i + 1) + ": " + error;
-    if (i > 0 && planes != *by_plane) return "its frames differ in the order of their samples";
-    *by_plane = planes;
+    Failure failure;
+    if (!Dicom_CheckJpegLs(image, Dicom_FrameBytes(streams->frames[i], storage), &planes, &failure))
+      return InFrame(i, std::move(failure));
+    if (i > 0 && planes != streams->by_plane)
+      return {Failure::Damaged, "its frames differ in the order of their samples"};
+    streams->by_plane = planes;
   }
   return {};
 }
 
-int DecompressPixels(Dicom_Msg& msg) {
-  Dicom_OtherType const* const value = Dicom_PixelData(msg);
-  if (!value || !value->IsEncapsulated()) return 0;
-  std::string const& syntax = value->EncapsulatedSyntax();
-  if (!Dicom_IsJpegLs(syntax)) return Fail(msg, "decompress", "no codec for transfer syntax " + syntax);
-  Dicom_ImagePixel const image(msg);
-  bool by_plane = false;
-  if (char const* const why = WhyUnsuitable(image)) return Fail(msg, "decompress", why);
-  auto const frames = Dicom_FindFrames(value->Bytes(), std::uint64_t(image.frames));
-  std::string error = CheckFrames(image, value->Bytes(), frames, &by_plane);
-  if (!error.empty()) return Fail(msg, "decompress", error);
-  std::size_t const frame = std::size_t(image.FrameBytes()), length = frame * frames.size();
-  std::shared_ptr<Util_Buffer> const pixels = Util_Buffer::Make(length + (length & 1));
-  if (!pixels) return Fail(msg, "decompress", "out of memory");
+/// Decodes each frame to where `place` puts it.
+template <class Place>
+Failure Decode(Streams const& streams, Place place) {
   std::string storage;
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    if (!Dicom_DecodeJpegLs(image, Dicom_FrameBytes(frames[i], storage), pixels->data() + i * frame, &error))
-      return Fail(msg, "decompress", "frame " + std::to_string(i + 1) + ": " + error);
+  Failure failure;
+  for (std::size_t i = 0; i < streams.frames.size(); ++i) {
+    std::string_view const stream = Dicom_FrameBytes(streams.frames[i], storage);
+    if (!Dicom_DecodeJpegLs(streams.image, stream, place(i), &failure)) return InFrame(i, std::move(failure));
   }
+  return {};
+}
+
+Failure OutOfMemory() {
+  KlbGError.SetSystem(ENOMEM);
+  return {Failure::NoMemory, "out of memory"};
+}
+
+Failure TryPixels(Dicom_Msg const& msg) {
+  Dicom_OtherType const* const value = Dicom_PixelData(msg);
+  if (!value || !value->IsEncapsulated()) return {};
+  Streams streams{Dicom_ImagePixel(msg), {}};
+  Failure failure = FindStreams(*value, &streams);
+  if (failure.kind != Failure::None) return failure;
+  std::shared_ptr<Util_Buffer> const frame = Util_Buffer::Make(std::size_t(streams.image.FrameBytes()));
+  return frame ? Decode(streams, [&](std::size_t) { return frame->data(); }) : OutOfMemory();
+}
+
+Failure DecompressPixels(Dicom_Msg& msg) {
+  Dicom_OtherType const* const value = Dicom_PixelData(msg);
+  if (!value || !value->IsEncapsulated()) return {};
+  Streams streams{Dicom_ImagePixel(msg), {}};
+  Failure failure = FindStreams(*value, &streams);
+  if (failure.kind != Failure::None) return failure;
+  Dicom_ImagePixel const& image = streams.image;
+  std::size_t const frame = std::size_t(image.FrameBytes()), length = frame * streams.frames.size();
+  std::shared_ptr<Util_Buffer> const pixels = Util_Buffer::Make(length + (length & 1));
+  if (!pixels) return OutOfMemory();
+  failure = Decode(streams, [&](std::size_t i) { return pixels->data() + i * frame; });
+  if (failure.kind != Failure::None) return failure;
   if (length & 1) pixels->data()[length] = '\0';
   Dicom_ME native(Dicom_Tag(kPixelDataTag), Dicom_MakePixelData(image, {pixels->data(), pixels->size()}, true));
-  if (by_plane != image.by_plane) msg.Set(kPlanarConfiguration, Dicom_US(by_plane));
+  if (streams.by_plane != image.by_plane) msg.Set(kPlanarConfiguration, Dicom_US(streams.by_plane));
   msg.Remove(Dicom_Tag(0x7FE0, 0x0001)); // the extended offset table and its lengths
   msg.Remove(Dicom_Tag(0x7FE0, 0x0002));
-  return msg.Add(std::move(native));
+  msg.Add(std::move(native));
+  return {};
+}
+
+/// The icon of an object whose pixels are native by now. Where it stays compressed no transfer syntax is true of both.
+void DecompressIcon(Dicom_Msg& msg) {
+  constexpr Dicom_Tag kIcon{0x0088, std::uint16_t(0x0200)};
+  auto const* const icon = dynamic_cast<Dicom_SQ const*>(msg.Get(kIcon));
+  for (int i = 0; icon && i < icon->GetNValues(); ++i) {
+    Dicom_Msg& item = *icon->GetSequence()->Get(i);
+    if (item.GetEncapsulatedSyntax() == UI_NULL || DecompressPixels(item).kind == Failure::None) continue;
+    DISK_LOG(5, "Dicom_Compressor: the icon of object <%s> can't be decompressed and is left out\n",
+             UidOf(msg).c_str());
+    msg.Remove(kIcon);
+    return;
+  }
+}
+
+Failure DecompressAll(Dicom_Msg& msg) {
+  bool const compressed = Dicom_Compressor().GetKolbaCompressionVersion(msg, nullptr) == 1;
+  Failure failure = DecompressPixels(msg);
+  if (compressed && failure.kind == Failure::None) DecompressIcon(msg);
+  return failure;
+}
+
+/// Runs work of the codec; what it throws becomes a failure.
+template <class Work>
+Failure Guarded(Work work) {
+  try {
+    return work();
+  } catch (std::bad_alloc const&) {
+    return OutOfMemory();
+  } catch (std::exception const& error) {
+    return {Failure::Damaged, error.what()};
+  }
+}
+
+int Result(Failure failure, Failure* told) {
+  int const result = failure.kind == Failure::None ? 0 : -1;
+  if (told) *told = std::move(failure);
+  return result;
 }
 
 } // namespace
@@ -177,30 +259,26 @@ int Dicom_Compressor::GetKolbaCompressionVersion(Dicom_Msg const& msg, int* flag
   return version;
 }
 
-namespace {
-
-template <class Work>
-int Guarded(Dicom_Msg& msg, char const* what, Work work) {
-  try {
-    return work(msg);
-  } catch (std::bad_alloc const&) {
-    KlbGError.SetSystem(ENOMEM);
-    return Fail(msg, what, "out of memory");
-  } catch (std::exception const& failure) {
-    return Fail(msg, what, failure.what());
-  }
-}
-
-} // namespace
-
 int Dicom_Compressor::Compress(Dicom_Msg* msg, int type) const {
   if (!msg || type != 0) {
     DISK_LOG(3, "Dicom_Compressor: there is no compression of type %d\n", type);
     return -1;
   }
-  return Guarded(*msg, "compress", CompressPixels);
+  int result = -1;
+  Failure const failure = Guarded([&]() -> Failure {
+    result = CompressPixels(*msg);
+    return {};
+  });
+  return failure.kind == Failure::None ? result : Fail(*msg, "compress", failure.text);
 }
 
-int Dicom_Compressor::Decompress(Dicom_Msg* msg) const {
-  return msg ? Guarded(*msg, "decompress", DecompressPixels) : -1;
+int Dicom_Compressor::Decompress(Dicom_Msg* msg, Dicom_DecodingFailure* failure) const {
+  if (!msg) return -1;
+  Failure found = Guarded([&] { return DecompressAll(*msg); });
+  if (found.kind != Failure::None) Fail(*msg, "decompress", found.text);
+  return Result(std::move(found), failure);
+}
+
+int Dicom_Compressor::TryDecompress(Dicom_Msg const& msg, Dicom_DecodingFailure* failure) const {
+  return Result(Guarded([&] { return TryPixels(msg); }), failure);
 }

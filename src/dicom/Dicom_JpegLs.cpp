@@ -25,11 +25,23 @@ void Widen(char* out, std::size_t count) {
   }
 }
 
-/// Where the bytes end before a marker ends the data, the decoder counts through 31 bits before it gives up.
+/// Where the bytes end before a marker ends the data, the decoder counts through 31 bits before it gives up. Writers
+/// pad a stream with zeros behind its marker, or with the bytes FF that may stand in front of any.
 bool EndsInMarker(std::string_view stream) {
-  while (stream.ends_with('\0'))
+  while (stream.ends_with('\0') || stream.ends_with('\xFF'))
     stream.remove_suffix(1);
   return stream.ends_with("\xFF\xD9");
+}
+
+/// What the decoder has against a stream: it doesn't know all that the standard has.
+Dicom_DecodingFailure FailureOf(charls::jpegls_error const& error) {
+  using charls::jpegls_errc;
+  for (jpegls_errc const unknown :
+       {jpegls_errc::parameter_value_not_supported, jpegls_errc::encoding_not_supported,
+        jpegls_errc::bit_depth_for_transform_not_supported, jpegls_errc::color_transform_not_supported,
+        jpegls_errc::jpegls_preset_extended_parameter_type_not_supported})
+    if (error.code() == unknown) return {Dicom_DecodingFailure::NoCodec, error.what()};
+  return {Dicom_DecodingFailure::Damaged, error.what()};
 }
 
 } // namespace
@@ -68,9 +80,10 @@ std::ptrdiff_t Dicom_EncodeJpegLs(Dicom_ImagePixel const& image, int precision, 
   }
 }
 
-bool Dicom_CheckJpegLs(Dicom_ImagePixel const& image, std::string_view stream, bool* by_plane, std::string* error) {
+bool Dicom_CheckJpegLs(Dicom_ImagePixel const& image, std::string_view stream, bool* by_plane,
+                       Dicom_DecodingFailure* failure) {
   if (!EndsInMarker(stream)) {
-    *error = "its end is missing";
+    *failure = {Dicom_DecodingFailure::Damaged, "its end is missing"};
     return false;
   }
   try {
@@ -81,16 +94,18 @@ bool Dicom_CheckJpegLs(Dicom_ImagePixel const& image, std::string_view stream, b
         std::uint32_t(info.component_count) == image.samples &&
         std::uint32_t(info.bits_per_sample) <= image.bits_allocated)
       return true;
-    *error = std::to_string(info.height) + " rows and " + std::to_string(info.width) + " columns of " +
-             std::to_string(info.component_count) + " x " + std::to_string(info.bits_per_sample) +
-             " bits don't agree with the attributes";
-  } catch (charls::jpegls_error const& failure) {
-    *error = failure.what();
+    *failure = {Dicom_DecodingFailure::Damaged,
+                std::to_string(info.height) + " rows and " + std::to_string(info.width) + " columns of " +
+                    std::to_string(info.component_count) + " x " + std::to_string(info.bits_per_sample) +
+                    " bits don't agree with the attributes"};
+  } catch (charls::jpegls_error const& error) {
+    *failure = FailureOf(error);
   }
   return false;
 }
 
-bool Dicom_DecodeJpegLs(Dicom_ImagePixel const& image, std::string_view stream, char* out, std::string* error) {
+bool Dicom_DecodeJpegLs(Dicom_ImagePixel const& image, std::string_view stream, char* out,
+                        Dicom_DecodingFailure* failure) {
   try {
     charls::jpegls_decoder const decoder(stream.data(), stream.size());
     std::size_t const length = std::size_t(image.FrameBytes());
@@ -101,9 +116,9 @@ bool Dicom_DecodeJpegLs(Dicom_ImagePixel const& image, std::string_view stream, 
       decoder.decode(out, length);
     }
     return true;
-  } catch (charls::jpegls_error const& failure) {
-    if (failure.code() == charls::jpegls_errc::not_enough_memory) throw std::bad_alloc();
-    *error = failure.what();
+  } catch (charls::jpegls_error const& error) {
+    if (error.code() == charls::jpegls_errc::not_enough_memory) throw std::bad_alloc();
+    *failure = FailureOf(error);
     return false;
   }
 }

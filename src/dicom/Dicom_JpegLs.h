@@ -1,6 +1,8 @@
 #pragma once
 #include "dicom/Dicom_ImagePixel.h"
 
+#include <dicom/Dicom_Compressor.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -20,10 +22,12 @@ int Dicom_JpegLsPrecision(Dicom_ImagePixel const& image, std::string_view pixels
 std::ptrdiff_t Dicom_EncodeJpegLs(Dicom_ImagePixel const& image, int precision, std::string_view frame, char* out,
                                   std::size_t capacity, std::string* error);
 
-/// Whether the stream's header agrees with the attributes; tells in `*error` why not. `*by_plane` becomes the
+/// Whether the stream's header agrees with the attributes; tells in `*failure` why not. `*by_plane` becomes the
 /// order of its samples, which is that of the decoded ones; the attributes have no say in it. Costs next to
 /// nothing.
-bool Dicom_CheckJpegLs(Dicom_ImagePixel const& image, std::string_view stream, bool* by_plane, std::string* error);
+bool Dicom_CheckJpegLs(Dicom_ImagePixel const& image, std::string_view stream, bool* by_plane,
+                       Dicom_DecodingFailure* failure);
 
-/// Decodes a stream that was checked into the FrameBytes() at `out`. False, with `*error`, for a damaged one.
-bool Dicom_DecodeJpegLs(Dicom_ImagePixel const& image, std::string_view stream, char* out, std::string* error);
+/// Decodes a stream that was checked into the FrameBytes() at `out`. False, with `*failure`, for one that it can't.
+bool Dicom_DecodeJpegLs(Dicom_ImagePixel const& image, std::string_view stream, char* out,
+                        Dicom_DecodingFailure* failure);

@@ -2,6 +2,7 @@
 #include "support/FileSetFixture.h"
 
 #include <Disk/Disk_Error.h>
+#include <dicom/Dicom_Compressor.h>
 
 namespace {
 
@@ -309,6 +310,16 @@ TEST_F(StoreTest, IconsAreMadeAndCarriedOver) {
   auto again = Example();
   ASSERT_EQ(Store(*root, *again), 0);
   EXPECT_EQ(Fetch(*root, Uids(*again))->GetIconImage(), icon) << "the record's icon goes with the object";
+  auto bare = Example({.image = 2}); // it has a compressed icon and nothing else to show
+  Dicom_Sequence items;
+  items.Append(IOD_Msg(*again).Clone(), true);
+  ASSERT_EQ(Dicom_Compressor().Compress(items.Get(0), 0), 0);
+  bare->SetIconImage(Dicom_SQ(&items, 1));
+  bare->Remove(Dicom_Tag(0x7FE0, std::uint16_t(0x0010)));
+  ASSERT_EQ(Store(*root, *bare, false, true), 0);
+  Dicom_SQ const decoded = Records("SA100000/S3000000/DIRFILE")[1]->GetIconImage();
+  ASSERT_EQ(decoded.GetNValues(), 1);
+  EXPECT_EQ(decoded.GetSequence()->Get(0)->GetEncapsulatedSyntax(), UI_NULL);
 }
 
 TEST_F(StoreTest, ReadOnlyRootStoresNothing) {

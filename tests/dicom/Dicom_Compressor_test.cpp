@@ -18,6 +18,12 @@ std::string DecodedByDcmtk(TempDirectory const& directory, Util_File& file) {
   return PixelsOf(*ReadObject(directory / "n.dcm"));
 }
 
+void SetIcon(IOD_Msg& msg, IOD_Msg& icon) {
+  Dicom_Sequence items;
+  items.Append(&icon, false);
+  msg.SetIconImage(Dicom_SQ(&items, 1));
+}
+
 struct {
   TestImage image;
   bool noise;
@@ -41,9 +47,12 @@ TEST(Dicom_Compressor, GivesTheWholeObjectBack) {
   bool const dcmtk = std::system("dcmdjpls --version >/dev/null 2>&1") == 0;
   for (auto const& kind : s_kinds) {
     SCOPED_TRACE(&kind - s_kinds);
-    IOD_Msg msg = kind.image.Make(kind.image.MakePixels(kind.noise));
+    IOD_Msg msg = kind.image.Make(kind.image.MakePixels(kind.noise)), icon = msg;
+    SetIcon(msg, icon);
     std::string const pixels = PixelsOf(msg), before = Dumped(msg);
     ASSERT_EQ(Dicom_Compressor().Compress(&msg, 0), 0);
+    ASSERT_EQ(Dicom_Compressor().Compress(&icon, 0), 0);
+    SetIcon(msg, icon); // which comes back with the object
     int status = 0;
     EXPECT_EQ(Dicom_Compressor().GetKolbaCompressionVersion(msg, nullptr), 1);
     EXPECT_EQ(msg.GetPlanarConfiguration(), 0); // as the standard has it
@@ -60,6 +69,10 @@ TEST(Dicom_Compressor, GivesTheWholeObjectBack) {
     EXPECT_EQ(back->GetEncapsulatedSyntax().GetText(), "1.2.840.10008.1.2.4.80");
     ASSERT_EQ(Dicom_Compressor().Decompress(back.get()), 0);
     EXPECT_TRUE(Dumped(*back) == before);
+    SetItems(icon, Item("") + Item("\xFF\x4F"), "1.2.840.10008.1.2.4.90");
+    SetIcon(msg, icon); // or goes with the compressed pixels
+    ASSERT_EQ(Dicom_Compressor().Decompress(&msg), 0);
+    EXPECT_TRUE(msg.GetIconImage().IsEmpty() && PixelsOf(msg) == pixels);
   }
   if (!dcmtk) GTEST_SKIP() << "dcmdjpls isn't installed: nobody else decoded these";
 }
@@ -114,7 +127,9 @@ TEST(Dicom_Compressor, DecodesHoweverFramesAreCut) {
   std::string const table = Little32(0) + Little32(first.size()) + Little32(first.size() + second.size());
   std::string const wrong = Little32(0) + Little32(first.size() + 2) + Little32(cut.size() + 8);
   IOD_Msg msg = image.Make({});
-  for (std::string const& items : {Item("") + whole, Item("") + cut, Item(table) + cut, Item(wrong) + cut}) {
+  std::string const padded = Item(streams[0] + "\xFF\xFF") + second + Item(streams[2] + std::string("\xFF\0\0", 3));
+  for (std::string const& items :
+       {Item("") + whole, Item("") + padded, Item("") + cut, Item(table) + cut, Item(wrong) + cut}) {
     SetItems(msg, items);
     ASSERT_EQ(Dicom_Compressor().Decompress(&msg), 0);
     EXPECT_TRUE(PixelsOf(msg) == pixels);
@@ -146,8 +161,12 @@ TEST(Dicom_Compressor, RefusesWhatIsDamaged) {
   for (Case const& c : cases) {
     SetItems(msg, c.items, c.syntax);
     LogCapture log;
-    EXPECT_EQ(Dicom_Compressor().Decompress(&msg), -1) << c.text;
+    Dicom_DecodingFailure failure, tried;
+    EXPECT_EQ(Dicom_Compressor().Decompress(&msg, &failure), -1) << c.text;
     EXPECT_EQ(log.Count(3, c.text), 1) << c.text;
+    EXPECT_EQ(Dicom_Compressor().TryDecompress(msg, &tried), -1);
+    EXPECT_EQ(tried.text, failure.text);
+    EXPECT_EQ(failure.kind, &c == cases ? failure.NoCodec : failure.Damaged) << c.text;
     EXPECT_TRUE(PixelsOf(msg) == c.items);
   }
   for (size_t i = 0; i < good.size(); ++i) { // any answer will do, as long as it keeps to the size

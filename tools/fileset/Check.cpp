@@ -16,8 +16,8 @@ namespace {
 char const kDescription[] = "Compares records, files, counters and links of a file-set, and tells what is wrong";
 
 char const kFooter[] = R"(
-Nothing is changed, and others can work on the file-set meanwhile. With --deep every object is read and
-its UIDs are compared with its record.
+Nothing is changed, and others can work on the file-set meanwhile. With --deep every object is read, its
+UIDs are compared with its record, and JPEG-LS pixels are decoded.
 
 Each finding has a kind, a word that stays the same, and names patient, study, series and instance. What an
 interrupted store or delete leaves is told apart from damage: the same store or delete, or `fileset scan`,
@@ -41,6 +41,8 @@ char const* CauseOf(Disk_Finding const& finding) {
     return "interrupted store";
   case Disk_Finding::InterruptedDelete:
     return "interrupted delete";
+  case Disk_Finding::NoMemory:
+    return "out of memory";
   default:
     return "damage";
   }
@@ -48,7 +50,8 @@ char const* CauseOf(Disk_Finding const& finding) {
 
 void PrintFinding(Disk_Finding const& finding) {
   std::printf("%s: %s: %s", Printable(finding.path).c_str(), finding.kind.c_str(), Printable(finding.text).c_str());
-  if (finding.cause != Disk_Finding::Damage) std::printf(" (left by an %s, or damage)", CauseOf(finding));
+  bool const interrupted = finding.cause != Disk_Finding::Damage && finding.cause != Disk_Finding::NoMemory;
+  if (interrupted) std::printf(" (left by an %s, or damage)", CauseOf(finding));
   std::printf("\n");
   struct {
     char const* name;
@@ -74,7 +77,8 @@ void PrintResult(Disk_CheckResult const& result, bool deep) {
   auto const number = [](std::uint64_t n) { return static_cast<unsigned long long>(n); };
   std::printf("%llu patients, %llu studies, %llu series, %llu images", number(result.patients), number(result.studies),
               number(result.series), number(result.instances));
-  if (deep) std::printf(", %llu objects read", number(result.objects_read));
+  if (deep)
+    std::printf(", %llu objects read, %llu decoded", number(result.objects_read), number(result.objects_decoded));
   if (result.n_findings == 0)
     std::printf(": sound\n");
   else
@@ -96,7 +100,7 @@ void PrintJson(Disk_CheckResult const& result, bool deep) {
                           {"series", result.series},        {"images", result.instances},
                           {"findings", findings},           {"findings_in_all", result.n_findings},
                           {"sound", result.n_findings == 0}};
-  if (deep) whole["objects_read"] = result.objects_read;
+  if (deep) whole["objects_read"] = result.objects_read, whole["objects_decoded"] = result.objects_decoded;
   std::printf("%s\n", JsonText(whole).c_str());
 }
 

@@ -61,8 +61,10 @@ std::string_view ObjectBytes(IOD_Msg& object, bool decompress, std::unique_ptr<U
 
 bool Decompress(IOD_Msg& object, std::string* problem) {
   if (object.GetEncapsulatedSyntax() == UI_NULL) return false;
-  if (Dicom_Compressor().Decompress(&object) == 0) return true;
-  *problem = "can't be decompressed (" + object.GetEncapsulatedSyntax().GetText() + "): copied as it is";
+  Dicom_DecodingFailure failure;
+  if (Dicom_Compressor().Decompress(&object, &failure) == 0) return true;
+  *problem = (failure.kind == failure.Damaged ? "its pixels are damaged (" : "can't be decompressed (") + failure.text +
+             "): copied as it is";
   return false;
 }
 
