@@ -82,6 +82,7 @@ protected:
   /// Makes the directory of a new study or series and syncs the entry. 0, or -1 with errno.
   static int make_directory(std::string const& path);
   bool is_standard() const { return standard_dicomdir != nullptr; }
+  bool passes_over_damage() const { return params.read_only && params.pass_over_damage; }
   /// In the standard structure, the directory of a study or series below this one, named by its UID. One that stands
   /// there already is used. 0, or -1 (logged).
   int make_hash_directory(Dicom_UI const& uid, bool is_known);

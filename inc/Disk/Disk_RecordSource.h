@@ -19,6 +19,8 @@ public:
   /// Notes that the record at `offset`, of `length` bytes, belongs to `owner`, the place of the record above it, or of
   /// the first one of its chain; false where Disk_RecordClaims refuses it.
   virtual bool Claim(unsigned offset, unsigned length, unsigned owner) const = 0;
+  /// Whether a chain ends where it can't be read on, instead of failing.
+  virtual bool PassesOverDamage() const { return false; }
 };
 
 /// Who has which records. What it refuses would make reading take far more memory or time than the file has bytes: a

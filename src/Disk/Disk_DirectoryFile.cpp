@@ -157,12 +157,12 @@ int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, Re
   int found = 0;
   if (Read(&sequence, &found, &msg) == -1) {
     DISK_LOG_TEXT(3, texts.cant_read_file);
-    return -1;
+    return passes_over_damage() ? 0 : -1;
   }
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
   long const version = std::exchange(file_version, 0);
-  if (Disk_TakeRecords(*sequence, records, texts.cant_create_record) == -1) return -1;
+  if (Disk_TakeRecords(*sequence, records, texts.cant_create_record, passes_over_damage()) == -1) return -1;
   file_version = version;
   return 0;
 }

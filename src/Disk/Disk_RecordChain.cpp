@@ -117,18 +117,19 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
   DISK_LOG(7, "ReadRecords: record offset is %d.\n", int(offset));
   clearAndDestroy();
   Disk_RecordWindow window(source);
+  int const failed = source.PassesOverDamage() ? 0 : -1;
   // a loop is noticed by going on from a remembered place, moved ever more rarely, which needs no memory
   unsigned remembered = 0;
   for (std::size_t steps = 1, next_move = 1; offset != 0; ++steps) {
     if (offset == remembered) {
       DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice.\n", offset);
-      return -1;
+      return failed;
     }
     if (steps == next_move) {
       remembered = offset;
       next_move *= 2;
     }
-    if (read_record(source, window, offset, owner) == -1) return -1;
+    if (read_record(source, window, offset, owner) == -1) return failed;
     offset = static_cast<Disk_DirectoryRecord*>(last())->GetOffsetOfTheNextDirectoryRecord();
   }
   return 0;
@@ -160,7 +161,7 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWi
   record->place_at(offset, length - kHeader);
   record->keep_lookup_uid();
   record->enlist_in(&unwritten_);
-  if (LevelOf(type) == level() && read_below(*record, source, offset) == -1) {
+  if (LevelOf(type) == level() && read_below(*record, source, offset) == -1 && !source.PassesOverDamage()) {
     DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
     return -1;
   }

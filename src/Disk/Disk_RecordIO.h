@@ -31,12 +31,14 @@ int Disk_TakeItems(Dicom_Sequence& sequence, Take take) {
   return 0;
 }
 
-/// Fills `records` with those of a sequence, all of one class.
-inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records, char const* failure) {
+/// Fills `records` with those of a sequence, all of one class. Those that can't be taken are left out with
+/// `pass_over_damage`.
+inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records, char const* failure,
+                            bool pass_over_damage) {
   return Disk_TakeItems(sequence, [&](std::unique_ptr<Dicom_Msg> item) {
     if (records.Take(std::move(item)) == 0) return 0;
     DISK_LOG_TEXT(3, failure);
-    return -1;
+    return pass_over_damage ? 0 : -1;
   });
 }
 

@@ -68,6 +68,7 @@ int Disk_RootDirectoryFile::open_dicomdir(char const* file_set_prefix) {
     return -1;
   }
   dicomdir = std::make_unique<Disk_DicomDir>();
+  dicomdir->PassOverDamage(passes_over_damage());
   standard_dicomdir = dicomdir.get();
   if ((!params.read_only && Disk_DicomDir::Replay(file_set_prefix) == -1) ||
       dicomdir->Init(file_set_prefix, params.read_only, writing_strategy) == -1) {
@@ -192,8 +193,9 @@ int Disk_RootDirectoryFile::read_standard() {
 /// The root file is flat: each study belongs to the patient that stands last before it.
 int Disk_RootDirectoryFile::read_records(Dicom_Sequence& sequence) {
   Disk_PatientDirectoryRecord* patient = nullptr;
-  return Disk_TakeItems(sequence,
-                        [&](std::unique_ptr<Dicom_Msg> item) { return read_record(std::move(item), &patient); });
+  return Disk_TakeItems(sequence, [&](std::unique_ptr<Dicom_Msg> item) {
+    return read_record(std::move(item), &patient) == 0 || passes_over_damage() ? 0 : -1;
+  });
 }
 
 int Disk_RootDirectoryFile::read_record(std::unique_ptr<Dicom_Msg> item, Disk_PatientDirectoryRecord** patient) {

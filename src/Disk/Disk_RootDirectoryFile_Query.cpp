@@ -68,16 +68,18 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
                                            Dicom_Sequence* results) {
   Disk_RecordWalk const walk(identifier, kStudyLevel);
   DISK_LOG(7, "Got %d Elements in query identifier\n", identifier.GetNElements());
+  // an identifier that no study may be compared with is refused, whether or not there is one with its UID
+  bool const is_fit = walk.Status() == 0 && level != SCL_QueryRetrieveLevel::UNKNOWN;
   auto const query_studies = [&](Disk_PatientDirectoryRecord const& patient, auto const& studies) {
     std::unique_ptr<SCL_QueryRspIdentifier> response;
     int const may_match = query_patient(walk, patient, level, &response);
     if (may_match != 1) return may_match;
-    for (Disk_StudyDirectoryRecord* study : studies)
-      if (query_below(walk, study, response.get(), level, identifier, results) == -1) return -1;
+    for (Disk_StudyDirectoryRecord* study : studies) {
+      int const result = query_below(walk, study, response.get(), level, identifier, results);
+      if (result == -1 && !(is_fit && passes_over_damage())) return -1;
+    }
     return 0;
   };
-  // an identifier that no study may be compared with is refused, whether or not there is one with its UID
-  bool const is_fit = walk.Status() == 0 && level != SCL_QueryRetrieveLevel::UNKNOWN;
   if (auto const* const only = is_fit ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
     for (Disk_StudyIndex::Entry const& entry : *only)
       if (query_studies(*entry.patient, std::array{entry.study}) == -1) return -1;

@@ -56,7 +56,7 @@ int Disk_StudyDirectoryFile::Query(SCL_QueryRetrieveLevel::Value level, SCL_Quer
       DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
       KlbGError.Set(DISK_ERROR_LEVEL);
     }
-    if (result == -1) return -1;
+    if (result == -1 && !passes_over_damage()) return -1;
   }
   return 0;
 }

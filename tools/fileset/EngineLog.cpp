@@ -71,6 +71,7 @@ std::string EngineLog::Cause() const {
   std::string cause = find([](std::string const& text) { return text.find(", but must be ") != text.npos; });
   if (!cause.empty()) return cause.substr(0, cause.find(". Store cant"));
   cause = find([this](std::string const& text) { return text.starts_with(directory_ + "/"); });
+  if (cause.empty()) cause = find([](std::string const& text) { return text.find(" at offset ") != text.npos; });
   cause = InWords(cause.empty() ? errors_.front() : cause);
   std::string const error = SystemError();
   return error.empty() || cause.find(error) != cause.npos ? cause : cause + ": " + error;

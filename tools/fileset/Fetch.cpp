@@ -20,6 +20,8 @@ char const kDescription[] = "Copies objects out of a file-set, as they are store
 char const kFooter[] = R"(
 A study or series is copied with all that it holds. The study notes when it was last accessed.
 
+Of a damaged file-set what can be read is copied; what can't be is told, and counts as a failure.
+
 The files are named FOLDER/SOPINSTANCEUID.dcm. A file that is there already is left alone, which counts
 as a failure, unless --force is given. FOLDER is made if need be.
 UIDs and file IDs are what `fileset query` shows.
@@ -56,7 +58,7 @@ int FindWanted(Options const& options, FileSet& set, EngineLog& log, Report& rep
                                  {kSeriesInstanceUid, options.series},
                                  {kSopInstanceUid, options.image},
                                  {kReferencedFileId, ""}};
-  if (Search(set, log, report).Run(Level::IMAGE, keys, &rows) == -1) return -1;
+  if (Search(set, log, report).PassOverDamage().Run(Level::IMAGE, keys, &rows) == -1) return -1;
   for (auto const& row : rows)
     wanted->push_back({SCL_MoveIdentifier(*row), row->Text(kSopInstanceUid)});
   return 0;
@@ -109,7 +111,8 @@ int Run(Options const& options) {
   std::vector<Wanted> wanted;
   if (FindWanted(options, set, log, report, &wanted) == -1) return kNotOpened;
   if (wanted.empty()) {
-    report.Fail(options.directory, "holds no such object");
+    bool const whole = report.Failures().empty();
+    report.Fail(options.directory, whole ? "holds no such object" : "what can be read of it holds no such object");
     return kFailed;
   }
   ObjectWriter writer(options.out, options.force);

@@ -31,8 +31,8 @@ Examples:
   fileset query /data/set --level series --key PatientID=4711 --key Modality --key SeriesDescription
   fileset query /data/set --level image --key Modality=CT --json
 
-Ends with 0 also when nothing is found, with 1 when a study can't be read, 2 for an unknown keyword or
-level, 3 when the file-set can't be opened.)";
+Ends with 0 also when nothing is found, with 1 when something can't be read (what can be is shown, the
+rest is told), 2 for an unknown keyword or level, 3 when the file-set can't be opened.)";
 
 // Wider cells are cut on a terminal; a UID has 64 characters at most.
 constexpr std::size_t kWidest = 64;
@@ -133,7 +133,7 @@ int Run(Options const& options) {
   FileSet set = OpenFileSet(options.directory, Access::Read, {}, log, report);
   if (!set.root) return kNotOpened;
   Search::Rows rows;
-  if (Search(set, log, report).Run(level.level, keys, &rows) == -1) return kNotOpened;
+  if (Search(set, log, report).PassOverDamage().Run(level.level, keys, &rows) == -1) return kNotOpened;
   if (rows.empty()) WarnOfLowerKeys(keys, level.level, report);
   if (rows.size() > options.limit) rows.resize(options.limit);
   if (options.json)

@@ -44,16 +44,27 @@ void AddFrom(Dicom_Msg const& upper, Dicom_Msg& row) {
   }
 }
 
+int Ask(Disk_RootDirectoryFile& root, SCL_QueryIdentifier const& identifier, Search::Rows* rows) {
+  Dicom_Sequence results;
+  if (root.Query(identifier, 1, &results) == -1) return -1;
+  rows->reserve(rows->size() + std::size_t(results.GetNItems()));
+  while (results.GetNItems() > 0) {
+    rows->emplace_back(results.Get(0));
+    results.Remove(0, 0);
+  }
+  return 0;
+}
+
 } // namespace
 
 int Search::Run(Level level, std::vector<Key> const& keys, Rows* rows) {
   level_ = level;
   keys_ = keys;
   if (set_.structure == Structure::None) return 0;
-  if (ask(identifier(Level::STUDY, Level::STUDY, Level::STUDY), rows) == -1) {
-    report_.Fail(set_.directory, log_.Cause());
-    return -1;
-  }
+  SCL_QueryIdentifier const studies = identifier(Level::STUDY, Level::STUDY, Level::STUDY);
+  root_is_damaged_ = false;
+  root_is_damaged_ = ask(studies, rows) == -1;
+  if (root_is_damaged_ && ask_damaged(studies, set_.directory, rows) == -1) return -1;
   if (level == Level::STUDY) return 0;
   bool const asks_series = level == Level::SERIES || std::any_of(keys_.begin(), keys_.end(), [](Key const& key) {
                              return Attributes::LevelOf(key.tag) == Level::SERIES && key.tag != kSeriesInstanceUid;
@@ -79,15 +90,22 @@ SCL_QueryIdentifier Search::identifier(Level level, Level from, Level to) const 
 }
 
 int Search::ask(SCL_QueryIdentifier const& identifier, Rows* rows) {
-  Dicom_Sequence results;
   log_.Begin();
-  if (set_.root->Query(identifier, 1, &results) == -1) return -1;
-  rows->reserve(rows->size() + std::size_t(results.GetNItems()));
-  while (results.GetNItems() > 0) {
-    rows->emplace_back(results.Get(0));
-    results.Remove(0, 0);
+  return Ask(root_is_damaged_ ? *lenient_ : *set_.root, identifier, rows);
+}
+
+// After a failure, which is reported under `name`: finds what can be read all the same. 0, or -1.
+int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows) {
+  report_.Fail(name, log_.Cause());
+  if (!passes_over_damage_) return -1;
+  if (!lenient_) {
+    int status = 0;
+    Disk_StoreParams params(Disk_StoreParams::READ_ONLY | Disk_StoreParams::PASS_OVER_DAMAGE);
+    params.standard_structure = set_.structure == Structure::Standard;
+    lenient_ = std::make_unique<Disk_RootDirectoryFile>(set_.directory.c_str(), params, 0, &status, nullptr);
+    if (status == -1) lenient_.reset();
   }
-  return 0;
+  return lenient_ ? Ask(*lenient_, identifier, rows) : -1;
 }
 
 Search::Rows Search::below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level) {
@@ -118,7 +136,7 @@ void Search::ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier,
     std::string const uid = parent->Text(kStudyInstanceUid);
     if (!asked.insert(uid).second) continue;
     identifier.SetStudyInstanceUID(Dicom_UI(uid));
-    if (ask(identifier, rows) == -1) report_.Fail("study " + uid, log_.Cause());
+    if (ask(identifier, rows) == -1) ask_damaged(identifier, "study " + uid, rows);
   }
 }
 

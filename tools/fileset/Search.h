@@ -20,20 +20,30 @@ public:
   // All three are the caller's and must outlive the search.
   Search(FileSet& set, EngineLog& log, Report& report) : set_(set), log_(log), report_(report) {}
 
+  // What can be read of a study that can't be read whole is found too. For who only shows or copies.
+  Search& PassOverDamage() {
+    passes_over_damage_ = true;
+    return *this;
+  }
+
   // Every row holds the UIDs down to its level. 0, or -1 (reported) when the file-set can't be read. A study
-  // that can't be read is reported and left out.
+  // that can't be read whole is reported, and left out unless damage is passed over.
   int Run(Level level, std::vector<Key> const& keys, Rows* rows);
 
 private:
   // The keys of the levels from `from` to `to`.
   SCL_QueryIdentifier identifier(Level level, Level from, Level to) const;
   int ask(SCL_QueryIdentifier const& identifier, Rows* rows);
+  int ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows);
   Rows below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level);
   void ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier, Rows* rows);
 
   FileSet& set_;
   EngineLog& log_;
   Report& report_;
+  bool passes_over_damage_ = false;
+  std::unique_ptr<Disk_RootDirectoryFile> lenient_; // made when it is needed
+  bool root_is_damaged_ = false;                    // so only the lenient one can be asked
   Level level_ = Level::STUDY;
   std::vector<Key> keys_;
 };
