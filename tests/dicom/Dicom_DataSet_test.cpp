@@ -436,7 +436,6 @@ TEST(DataSet, DeflatedOnesAreRead) {
 }
 
 TEST(IOD_Msg, ComesFromMemoryAndGoesThere) {
-  std::string const before = "as it was";
   for (Syntax const& syntax : kSyntaxes) {
     std::string const data_set = syntax.bytes.AllVRs();
     std::string bare, file;
@@ -454,10 +453,11 @@ TEST(IOD_Msg, ComesFromMemoryAndGoesThere) {
   std::string const pixels = kExplicit.OpenSequence(0x7FE00010, kExplicit.Item("") + kExplicit.Item("\xFF\xD8"), "OB");
   auto const encapsulated = IOD_Msg::FromDataSetBytes(pixels, jpeg);
   ASSERT_NE(encapsulated, nullptr);
-  std::string bytes = before, error;
+  std::string bytes = "as it was", error;
   EXPECT_EQ(encapsulated->ToDataSetBytes(&bytes, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, &error), -1);
-  EXPECT_EQ(bytes, before);
+  EXPECT_EQ(bytes, "as it was");
   EXPECT_NE(error.find(jpeg.GetText()), std::string::npos);
+  EXPECT_EQ(Read(kExplicit.AllVRs())->ToFileBytes(&bytes, jpeg), -1);
   EXPECT_EQ(encapsulated->ToDataSetBytes(&bytes, jpeg), 0);
   EXPECT_EQ(bytes, pixels);
   for (auto const& [data_set, syntax] :

@@ -26,7 +26,7 @@ as a failure, unless --force is given. FOLDER is made if need be.
 With --standard FOLDER becomes a file-set of the standard structure, with a DICOMDIR that other DICOM
 software reads. It must be empty or not exist. One sync at the end makes it survive a power cut.
 
-Compressed pixels stay compressed unless --decompress is given. An object that can't be copied is told,
+Compressed pixels stay compressed unless --decompress is given. An object that can't be copied, or read, is told,
 and the others are copied; nothing is taken back.
 
 Examples:
@@ -156,20 +156,28 @@ std::size_t CopyList(Disk_Access& access, Target& target, EngineLog& log, Report
   return copied;
 }
 
-void CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& options, FileSet& set, Target& target,
-             EngineLog& log, Report& report, std::size_t* copied) {
+// The list of what there is; of a damaged file-set, which is reported, what can be read.
+std::unique_ptr<Disk_Access> OpenList(SCL_QueryIdentifier const& list, Options const& options, FileSet& set,
+                                      Search& search, EngineLog& log, Report& report) {
+  auto access = std::make_unique<Disk_Access>(*set.root);
+  log.Begin();
+  if (access->OpenQuery(list, 1) == 0) return access;
+  report.Fail(options.directory, log.Cause());
+  Disk_RootDirectoryFile* const lenient = search.Lenient();
+  access = lenient ? std::make_unique<Disk_Access>(*lenient) : nullptr;
+  return access && access->OpenQuery(list, 1) == 0 ? std::move(access) : nullptr;
+}
+
+void CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& options, FileSet& set, Search& search,
+             Target& target, EngineLog& log, Report& report, std::size_t* copied) {
   std::size_t found = 0;
   for (SCL_QueryIdentifier const& list : lists) {
-    Disk_Access access(*set.root);
-    log.Begin();
-    if (access.OpenQuery(list, 1) == -1) {
-      report.Fail(options.directory, log.Cause());
-      continue;
-    }
-    if (access.HasMore() && found == 0 && target.Open() == -1) return;
-    found += std::size_t(access.GetNItems());
-    report.Begin(std::size_t(access.GetNItems()));
-    *copied += CopyList(access, target, log, report);
+    std::unique_ptr<Disk_Access> const access = OpenList(list, options, set, search, log, report);
+    if (!access) continue;
+    if (access->HasMore() && found == 0 && target.Open() == -1) return;
+    found += std::size_t(access->GetNItems());
+    report.Begin(std::size_t(access->GetNItems()));
+    *copied += CopyList(*access, target, log, report);
     report.End();
   }
   if (found > 0)
@@ -206,11 +214,12 @@ int Run(Options const& options) {
   std::unique_ptr<Target> target = std::make_unique<FolderTarget>(options, report);
   if (options.standard) target = std::make_unique<StandardTarget>(options, log, report);
   Search search(set, log, report);
+  search.PassOverDamage();
   std::vector<SCL_QueryIdentifier> lists;
   if (FindLists(options, search, &lists) == -1) return kNotOpened;
   WatchForInterruption();
   std::size_t copied = 0;
-  CopyAll(lists, options, set, *target, log, report, &copied);
+  CopyAll(lists, options, set, search, *target, log, report, &copied);
   if (IsInterrupted()) report.Fail(options.out, "interrupted before all objects were copied");
   PrintOutcome(copied, options, report);
   return report.Result();

@@ -94,10 +94,7 @@ int Search::ask(SCL_QueryIdentifier const& identifier, Rows* rows) {
   return Ask(root_is_damaged_ ? *lenient_ : *set_.root, identifier, rows);
 }
 
-// After a failure, which is reported under `name`: finds what can be read all the same. 0, or -1.
-int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows) {
-  report_.Fail(name, log_.Cause());
-  if (!passes_over_damage_) return -1;
+Disk_RootDirectoryFile* Search::Lenient() {
   if (!lenient_) {
     int status = 0;
     Disk_StoreParams params(Disk_StoreParams::READ_ONLY | Disk_StoreParams::PASS_OVER_DAMAGE);
@@ -105,7 +102,14 @@ int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const
     lenient_ = std::make_unique<Disk_RootDirectoryFile>(set_.directory.c_str(), params, 0, &status, nullptr);
     if (status == -1) lenient_.reset();
   }
-  return lenient_ ? Ask(*lenient_, identifier, rows) : -1;
+  return lenient_.get();
+}
+
+// After a failure, which is reported under `name`: finds what can be read all the same. 0, or -1.
+int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows) {
+  report_.Fail(name, log_.Cause());
+  if (!passes_over_damage_) return -1;
+  return Lenient() ? Ask(*lenient_, identifier, rows) : -1;
 }
 
 Search::Rows Search::below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level) {

@@ -26,6 +26,9 @@ public:
     return *this;
   }
 
+  // The file-set opened so that damage is passed over; null when it can't be.
+  Disk_RootDirectoryFile* Lenient();
+
   // Every row holds the UIDs down to its level. 0, or -1 (reported) when the file-set can't be read. A study
   // that can't be read whole is reported, and left out unless damage is passed over.
   int Run(Level level, std::vector<Key> const& keys, Rows* rows);
