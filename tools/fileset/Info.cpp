@@ -68,6 +68,7 @@ long RootVersion(std::string const& directory) {
 // 0, or -1 (reported) when the file-set can't be read.
 int Gather(FileSet& set, EngineLog& log, Report& report, Facts* facts) {
   Search search(set, log, report);
+  search.PassOverDamage();
   Search::Rows studies, series, instances;
   std::vector<Key> const study_keys = {
       {Attributes::kPatientId, ""}, {Attributes::kIssuerOfPatientId, ""}, {kStudyDate, ""}, {kStoreDate, ""}};

@@ -62,9 +62,10 @@ int Search::Run(Level level, std::vector<Key> const& keys, Rows* rows) {
   keys_ = keys;
   if (set_.structure == Structure::None) return 0;
   SCL_QueryIdentifier const studies = identifier(Level::STUDY, Level::STUDY, Level::STUDY);
-  root_is_damaged_ = false;
-  root_is_damaged_ = ask(studies, rows) == -1;
-  if (root_is_damaged_ && ask_damaged(studies, set_.directory, rows) == -1) return -1;
+  if (ask(studies, rows) == -1) {
+    if (ask_damaged(studies, set_.directory, rows) == -1) return -1;
+    root_is_damaged_ = true;
+  }
   if (level == Level::STUDY) return 0;
   bool const asks_series = level == Level::SERIES || std::any_of(keys_.begin(), keys_.end(), [](Key const& key) {
                              return Attributes::LevelOf(key.tag) == Level::SERIES && key.tag != kSeriesInstanceUid;

@@ -44,6 +44,8 @@ bool RanOutOfMemory() {
 
 std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log, std::string* stored_as) {
   bool const move = !how.file_to_move.empty();
+  char const* const contradiction = object.GetPixelContradiction();
+  if (!move && contradiction) return contradiction; // before folders are made for what can't be written
   std::string problem = move ? MoveProblem(how.file_to_move, set.directory) : "";
   if (!problem.empty()) return problem;
   log.Begin();
