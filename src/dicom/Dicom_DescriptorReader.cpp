@@ -18,6 +18,15 @@ long long BytesLeft(int fd) {
 
 } // namespace
 
+char const* Dicom_TakeBytes(char const* buffer, std::size_t length, int copy, std::shared_ptr<Util_Buffer const>* own) {
+  if (!buffer || !copy) return buffer;
+  std::shared_ptr<Util_Buffer> const bytes = Util_Buffer::Make(length);
+  if (!bytes) return nullptr;
+  std::copy(buffer, buffer + length, bytes->data());
+  *own = bytes;
+  return bytes->data();
+}
+
 std::shared_ptr<Util_Buffer const> Dicom_ReadBytesFrom(int fd, std::size_t length) {
   long long const left = BytesLeft(fd);
   if (left < 0 || std::size_t(left) < length) return nullptr;

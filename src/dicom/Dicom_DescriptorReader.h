@@ -3,8 +3,11 @@
 
 #include <memory>
 
-/// Reading from the position of an open file. Nothing is allocated beyond what the file holds.
+/// Reading from what a caller has: memory, or an open file from its position on. Nothing is allocated beyond what the
+/// file holds.
 
+/// The caller's bytes, or with `copy` a copy of them in `*own`. Null for none, and without memory.
+char const* Dicom_TakeBytes(char const* buffer, std::size_t length, int copy, std::shared_ptr<Util_Buffer const>* own);
 /// `length` bytes from the position on; null when the file ends before.
 std::shared_ptr<Util_Buffer const> Dicom_ReadBytesFrom(int fd, std::size_t length);
 /// All bytes from the position to the end of the file; null on an error.

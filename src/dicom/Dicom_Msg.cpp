@@ -59,14 +59,9 @@ Dicom_Msg& Dicom_Msg::operator=(Dicom_Msg const& other) { return *this = Dicom_M
 
 Dicom_Msg::Dicom_Msg(char const* buffer, unsigned length, int copy, int* error, int) {
   *error = -1;
+  std::shared_ptr<Util_Buffer const> own;
+  buffer = Dicom_TakeBytes(buffer, length, copy, &own);
   if (!buffer) return;
-  std::shared_ptr<Util_Buffer> own;
-  if (copy) {
-    own = Util_Buffer::Make(length);
-    if (!own) return;
-    std::copy(buffer, buffer + length, own->data());
-    buffer = own->data();
-  }
   std::string why;
   *error = take(std::move(own), Dicom_TransferSyntax::Native(), buffer, length, nullptr, &why);
   if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());

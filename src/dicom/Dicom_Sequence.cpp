@@ -62,14 +62,9 @@ Dicom_Sequence::Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dic
 Dicom_Sequence::Dicom_Sequence(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error) {
   *error = -1;
   if (consumed) *consumed = 0;
+  std::shared_ptr<Util_Buffer const> own;
+  buffer = Dicom_TakeBytes(buffer, length, copy, &own);
   if (!buffer) return;
-  std::shared_ptr<Util_Buffer> own;
-  if (copy) {
-    own = Util_Buffer::Make(length);
-    if (!own) return;
-    std::copy(buffer, buffer + length, own->data());
-    buffer = own->data();
-  }
   Dicom_Check check = Dicom_CheckItems(buffer, buffer + length, false, {});
   if (!check.ok) return;
   *this =
