@@ -50,6 +50,8 @@ public:
   int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:
+  int process_zombies(CToolParseDICOMReport& report);
+  int query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   Disk_InstanceDirectoryRecord* GetImageRecord(Dicom_UI const& image_uid) const;
   int NewImage(Disk_SeriesDirectoryRecord* series, Disk_InstanceDirectoryRecord* image,
                Disk_StoreRequest const& request);

@@ -77,6 +77,8 @@ private:
                            bool* removed);
   void DeleteSeries(Disk_SeriesDirectoryRecord const* series);
   bool FindCorruptedEntry(Disk_SeriesDirectoryRecord const* series) const;
+  int process_zombies(CToolParseDICOMReport& report);
+  int query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   int query_images(Disk_SeriesDirectoryRecord* series, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
 
   Disk_RecordList<Disk_SeriesDirectoryRecord> series_records;

@@ -22,13 +22,25 @@ int Disk_Guarded(char const* name, Operation operation) noexcept {
   return -1;
 }
 
+/// Runs a step that ends with 0 or -1. The lack of memory in it is a failure like others: this line, this code, and -1.
+template <class Step>
+int Disk_Allocating(char const* text, Step step, int code = DISK_ERROR_MEMORY) {
+  try {
+    return step();
+  } catch (std::bad_alloc const&) {
+    DISK_LOG_TEXT(3, text);
+    KlbGError.Set(code);
+    return -1;
+  }
+}
+
 /// Runs a step that ends with 0 or -1; the system call that failed in it, or the lack of memory, gives the error code.
 template <class Step>
 int Disk_WithCause(Step step) {
   errno = 0;
-  int const result = step();
+  int const result = Disk_Allocating("The cause: out of memory.\n", step);
   if (result == 0 || errno == 0) return result;
-  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  KlbGError.Set(errno == ENOMEM ? int(DISK_ERROR_MEMORY) : DISK_ERROR_SYSTEM + errno);
   DISK_LOG(3, "The cause: errno=%d.\n", errno);
   return result;
 }

@@ -1,10 +1,7 @@
 #include "Disk/Disk_RecordWalk.h"
 
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_ResponseFilter.h"
-
-#include <infra/Klb_LogFile.h>
-
-#include <memory>
 
 namespace {
 
@@ -25,14 +22,12 @@ Disk_RecordWalk::Disk_RecordWalk(SCL_QueryIdentifier const& identifier, Disk_Wal
     Dicom_Tag tag = element->GetTag();
     if (tag == kSpecificCharacterSet || (level.passes_level_over && tag == kQueryRetrieveLevel)) continue;
     if (tag.Number() == 0) {
-      DISK_LOG_TEXT(3, level.cant_find_tag);
-      status_ = -1;
+      failure_ = level.cant_find_tag;
       return;
     }
     bool const creator = tag.IsPrivateCreator();
     if (tag.Unresolve(identifier_) == -1) {
-      DISK_LOG_TEXT(3, level.cant_unresolve);
-      status_ = -1;
+      failure_ = level.cant_unresolve;
       return;
     }
     bool const is_text = Dicom_IsText(element->GetVR());
@@ -54,21 +49,52 @@ bool Disk_RecordWalk::pack(Dicom_Msg const& record, bool* matches) const {
     Dicom_ME const& element = cursor.Element();
     if (element.GetTag().Number() != key.tag.Number()) continue;
     if (!Dicom_Packer::Takes(element)) return false;
-    if (!key.wanted.empty() && !element.MatchText(key.wanted)) return true;
+    if (!key.wanted.empty() && !element.MatchText(key.wanted)) {
+      trace_mismatch(element, key);
+      return true;
+    }
     packer_.Add(element);
   }
   return *matches = true;
 }
 
+/// Studies only: the lower levels have more records than a trace could be read for.
+void Disk_RecordWalk::trace_mismatch(Dicom_ME const& element, Key const& key) const {
+  if (level_.level == SCL_QueryRetrieveLevel::STUDY)
+    DISK_LOG(7, "query_record: tag (%04x, %04x) doesn't match. queried for: %s, disk has: %s\n",
+             element.GetTag().Group(), element.GetTag().Element(), key.element->GetText().c_str(),
+             element.GetText().c_str());
+}
+
 int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** response) const {
-  *response = nullptr;
-  bool matches = false;
-  if (can_pack_ && pack(record, &matches)) {
-    if (matches) *response = new SCL_QueryRspIdentifier(packer_.Finish());
+  std::unique_ptr<SCL_QueryRspIdentifier> answer;
+  int const result = Disk_Allocating(level_.cant_allocate, [&] { return run(record, &answer); });
+  *response = result == 0 ? answer.release() : nullptr;
+  return result;
+}
+
+template <class Make>
+int Disk_RecordWalk::make_response(std::unique_ptr<SCL_QueryRspIdentifier>* response, Make make) const {
+  return Disk_Allocating(level_.cant_create_response, [&] {
+    *response = make();
     return 0;
+  });
+}
+
+int Disk_RecordWalk::run(Dicom_Msg const& record, std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
+  if (failure_) {
+    DISK_LOG_TEXT(3, failure_);
+    return -1;
   }
+  bool matches = false;
+  if (can_pack_ && pack(record, &matches))
+    return !matches
+               ? 0
+               : make_response(response, [&] { return std::make_unique<SCL_QueryRspIdentifier>(packer_.Finish()); });
+  std::unique_ptr<SCL_QueryRspIdentifier> answer;
   int status = 0;
-  auto answer = std::make_unique<SCL_QueryRspIdentifier>(level_.level, &status);
+  if (make_response(&answer, [&] { return std::make_unique<SCL_QueryRspIdentifier>(level_.level, &status); }) == -1)
+    return -1;
   if (status == -1) {
     DISK_LOG_TEXT(3, level_.cant_create_response);
     return -1;
@@ -99,7 +125,7 @@ int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** respo
     }
   }
   Disk_DeclareCharacterSet(*answer);
-  *response = answer.release();
+  *response = std::move(answer);
   return 0;
 }
 
@@ -107,9 +133,7 @@ Disk_RecordWalk::Found Disk_RecordWalk::compare(Dicom_ME const& element, Key con
                                                 Dicom_Msg& response) const {
   Dicom_Tag const tag = element.GetTag();
   if (!element.Match(*key.element)) {
-    if (level_.level == SCL_QueryRetrieveLevel::STUDY)
-      DISK_LOG(7, "query_record: tag (%04x, %04x) doesn't match. queried for: %s, disk has: %s\n", tag.Group(),
-               tag.Element(), key.element->GetText().c_str(), element.GetText().c_str());
+    trace_mismatch(element, key);
     return Found::Mismatch;
   }
   int result = 0;

@@ -4,6 +4,7 @@
 #include <Disk/Disk_DirectoryRecord.h>
 #include <dicom/SCL_Identifier.h>
 
+#include <memory>
 #include <vector>
 
 /// How one level of a query compares its records with the identifier.
@@ -15,6 +16,7 @@ struct Disk_WalkLevel {
   char const* cant_create_response;
   char const* cant_find_tag;
   char const* cant_unresolve;
+  char const* cant_allocate;
   char const* cant_add;
 };
 
@@ -27,8 +29,9 @@ class Disk_RecordWalk {
 public:
   Disk_RecordWalk(SCL_QueryIdentifier const& identifier, Disk_WalkLevel const& level);
 
-  /// -1 (logged) when the identifier can't be used.
-  int Status() const { return status_; }
+  /// -1 when the identifier can't be used. Run tells why: where there is no record, nobody needs to know.
+  int Status() const { return failure_ ? -1 : 0; }
+  int GetNElements() const { return identifier_.GetNElements(); }
   /// 0 and a response for the caller to own in `*response`, which declares the character set that it needs, or null
   /// there when the record doesn't match; -1, logged.
   int Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** response) const;
@@ -41,7 +44,11 @@ private:
     std::string wanted;
   };
   enum class Found { Match, Mismatch, Failure };
+  int run(Dicom_Msg const& record, std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
+  template <class Make>
+  int make_response(std::unique_ptr<SCL_QueryRspIdentifier>* response, Make make) const;
   bool pack(Dicom_Msg const& record, bool* matches) const;
+  void trace_mismatch(Dicom_ME const& element, Key const& key) const;
   Found compare(Dicom_ME const& element, Key const& key, Dicom_Msg const& record, Dicom_Msg& response) const;
 
   SCL_QueryIdentifier const identifier_;
@@ -49,5 +56,5 @@ private:
   std::vector<Key> keys_;
   bool can_pack_ = true;        // no key is of a private attribute or of anything but text
   mutable Dicom_Packer packer_; // of the responses
-  int status_ = 0;
+  char const* failure_ = nullptr;
 };

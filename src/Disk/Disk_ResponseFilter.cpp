@@ -1,7 +1,8 @@
 #include "Disk/Disk_ResponseFilter.h"
 
+#include "Disk/Disk_Guard.h"
+
 #include <dicom/Dicom_CharacterSet.h>
-#include <infra/Klb_LogFile.h>
 
 #include <algorithm>
 #include <memory>
@@ -77,8 +78,14 @@ void Disk_FilterMissingTags(SCL_QueryIdentifier const& identifier, Dicom_Sequenc
   results->RemoveIf([&](Dicom_Msg const& result) { return !HoldsAll(identifier, required, result); });
 }
 
+int Disk_AppendResponse(std::unique_ptr<Dicom_Msg> response, Dicom_Sequence* results, char const* cant_append) {
+  int const result = Disk_Allocating(cant_append, [&] { return results->Append(response.get(), true); });
+  if (result == 0) response.release();
+  return result;
+}
+
 int Disk_TakeItemsOver(Dicom_Sequence& lower, Dicom_Sequence& results, Dicom_Tag const& tag, Dicom_UI const& uid,
-                       char const* no_uid) {
+                       char const* no_uid, char const* cant_append) {
   for (int left = lower.GetNItems(); left > 0; --left) {
     std::unique_ptr<Dicom_Msg> response(lower.Get(0));
     lower.Remove(0, 0);
@@ -86,8 +93,10 @@ int Disk_TakeItemsOver(Dicom_Sequence& lower, Dicom_Sequence& results, Dicom_Tag
       DISK_LOG_TEXT(3, no_uid);
       return -1;
     }
-    response->Add(Dicom_ME(tag, std::make_unique<Dicom_UI>(uid)));
-    results.Append(response.release(), true);
+    if (Disk_Allocating("Query(): Can't create a message element.\n",
+                        [&] { return response->Add(Dicom_ME(tag, std::make_unique<Dicom_UI>(uid))); }) == -1)
+      return -1;
+    if (Disk_AppendResponse(std::move(response), &results, cant_append) == -1) return -1;
   }
   return 0;
 }

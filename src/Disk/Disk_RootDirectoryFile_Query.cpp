@@ -16,6 +16,7 @@ constexpr Disk_WalkLevel kStudyLevel{SCL_QueryRetrieveLevel::STUDY,
                                      "query_record: Can't create query response identifier.\n",
                                      "query_record: Can't find the tag of an element.\n",
                                      "query_record: Can't unresolve tag.\n",
+                                     "query_record: Can't allocate message element.\n",
                                      "query_record: Can't add attribute to the result message.\n"};
 constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
 
@@ -67,7 +68,6 @@ int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_Inf
 int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level,
                                            Dicom_Sequence* results) {
   Disk_RecordWalk const walk(identifier, kStudyLevel);
-  DISK_LOG(7, "Got %d Elements in query identifier\n", identifier.GetNElements());
   // an identifier that no study may be compared with is refused, whether or not there is one with its UID
   bool const is_fit = walk.Status() == 0 && level != SCL_QueryRetrieveLevel::UNKNOWN;
   auto const query_studies = [&](Disk_PatientDirectoryRecord const& patient, auto const& studies) {
@@ -80,7 +80,9 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
     }
     return 0;
   };
-  if (auto const* const only = is_fit ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
+  // a trace tells of each study why it isn't meant
+  bool const is_traced = level == SCL_QueryRetrieveLevel::STUDY && Klb_LogFile::GetLogLevel(210000) == 7;
+  if (auto const* const only = is_fit && !is_traced ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
     for (Disk_StudyIndex::Entry const& entry : *only)
       if (query_studies(*entry.patient, std::array{entry.study}) == -1) return -1;
     return 0;
@@ -120,8 +122,10 @@ int Disk_RootDirectoryFile::query_below(Disk_RecordWalk const& walk, Disk_StudyD
 
 int Disk_RootDirectoryFile::query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
                                          std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
+  DISK_LOG(7, "Got %d Elements in query identifier\n", walk.GetNElements());
+  DISK_LOG(7, "Will query %d elements in the disk\n", record.GetRecordMsg()->GetNElements());
   SCL_QueryRspIdentifier* answer = nullptr;
-  int const result = walk.Status() == -1 ? -1 : walk.Run(*record.GetRecordMsg(), &answer);
+  int const result = walk.Run(*record.GetRecordMsg(), &answer);
   response->reset(answer);
   return result;
 }
@@ -141,12 +145,7 @@ int Disk_RootDirectoryFile::query_study(Disk_RecordWalk const& walk, Disk_StudyD
     }
     Disk_DeclareCharacterSet(*response);
   }
-  if (results->Append(response.get(), true) == -1) {
-    DISK_LOG(3, "Query: Can't add a result to the sequence of results.\n");
-    return -1;
-  }
-  response.release();
-  return 0;
+  return Disk_AppendResponse(std::move(response), results, "Query: Can't add a result to the sequence of results.\n");
 }
 
 int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_QueryRetrieveLevel::Value level,
@@ -177,5 +176,6 @@ int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_Qu
   }
   KeepStudyFile();
   Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
-  return Disk_TakeItemsOver(local, *results, kStudyInstanceUid, uid, "Query(): Can't get Study instance UID.\n");
+  return Disk_TakeItemsOver(local, *results, kStudyInstanceUid, uid, "Query(): Can't get Study instance UID.\n",
+                            "Query(): Can't add a result to the seq. of results.\n");
 }

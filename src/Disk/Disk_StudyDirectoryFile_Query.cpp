@@ -1,5 +1,6 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RecordWalk.h"
 #include "Disk/Disk_ResponseFilter.h"
@@ -13,6 +14,7 @@ constexpr Disk_WalkLevel kSeriesLevel{SCL_QueryRetrieveLevel::SERIES,
                                       "Query(): Can't create query response identifier.\n",
                                       "Query(): Can't find the tag of an element.\n",
                                       "Query(): Can't un-resolve tag.\n",
+                                      "Query(): Can't allocate message element.\n",
                                       "Query(): Can't add attribute to the result message.\n"};
 constexpr Disk_WalkLevel kImageLevel{SCL_QueryRetrieveLevel::IMAGE,
                                      false,
@@ -21,30 +23,32 @@ constexpr Disk_WalkLevel kImageLevel{SCL_QueryRetrieveLevel::IMAGE,
                                      "Query(): Can't create query response identifier.\n",
                                      "Query(): Can't find the tag of an element.\n",
                                      "Query(): Can't \"un-resolve\" tag.\n",
+                                     "Query(): Can't allocate message element.\n",
                                      "Query(): Can't add attribute to the result message.\n"};
+constexpr char kCantAppend[] = "Query(): Can't add a result to the sequence of results.\n";
 constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
 
 /// Runs the walk over one record and appends the response, if there is one.
 int QueryRecord(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record, Dicom_Sequence* results) {
   SCL_QueryRspIdentifier* response = nullptr;
   if (walk.Run(*record.GetRecordMsg(), &response) == -1) return -1;
-  if (!response) return 0;
-  if (results->Append(response, true) == 0) return 0;
-  delete response;
-  DISK_LOG(3, "Query(): Can't add a result to the sequence of results.\n");
-  return -1;
+  return response ? Disk_AppendResponse(std::unique_ptr<Dicom_Msg>(response), results, kCantAppend) : 0;
 }
 
 } // namespace
 
 int Disk_StudyDirectoryFile::Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier,
                                    Dicom_Sequence* results) {
+  return Disk_Guarded("Query", [&] { return query(level, identifier, results); });
+}
+
+int Disk_StudyDirectoryFile::query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier,
+                                   Dicom_Sequence* results) {
   if (Read() == -1) {
     DISK_LOG(3, "Query(): Can't read study directory file.\n");
     return -1;
   }
   Disk_RecordWalk const walk(identifier, kSeriesLevel);
-  if (walk.Status() == -1) return -1;
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     if (!Disk_IsLive(*series, is_standard())) continue;
     int result = -1;
@@ -76,16 +80,19 @@ int Disk_StudyDirectoryFile::query_images(Disk_SeriesDirectoryRecord* series, SC
     DISK_LOG(3, "Query(): Can't query lower level.\n");
     return -1;
   }
-  return Disk_TakeItemsOver(local, *results, kSeriesInstanceUid, uid, kNoUid);
+  return Disk_TakeItemsOver(local, *results, kSeriesInstanceUid, uid, kNoUid, kCantAppend);
 }
 
 int Disk_SeriesDirectoryFile::Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
+  return Disk_Guarded("Query", [&] { return query(identifier, results); });
+}
+
+int Disk_SeriesDirectoryFile::query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
   if (Read() == -1) {
     DISK_LOG(3, "Query(): Can't read series directory file.\n");
     return -1;
   }
   Disk_RecordWalk const walk(identifier, kImageLevel);
-  if (walk.Status() == -1) return -1;
   for (Disk_InstanceDirectoryRecord* image : image_records)
     if (Disk_IsLive(*image, is_standard()) && QueryRecord(walk, *image, results) == -1) return -1;
   return 0;
