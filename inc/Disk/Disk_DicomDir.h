@@ -101,6 +101,7 @@ private:
   int open(char const* file_set_prefix, bool* is_new);
   int create(Disk_StorageStrategy* strategy);
   int take_file(int descriptor);
+  int cant_open(int cause) const;
   int new_dicomdir();
   int make_prefix();
   Dicom_Msg* meta_information() const;

@@ -73,7 +73,7 @@ protected:
   Disk_FileID directory() const;
   /// A new file or directory beside this file, whose name begins with `name`. `*status` is -1, with error 211004
   /// when `name` can't be one, and the ID empty.
-  Disk_FileID unique_file_id(std::string const& name, int* status) const;
+  Disk_FileID unique_file_id(std::string const& name, int* status, int cant_remove_level = 3) const;
   /// A part of the name of a new directory or file: the end of `text`, of at most `most` characters, "U" for an empty
   /// text.
   static std::string name_part(std::string_view text, std::size_t most);

@@ -10,6 +10,8 @@
 class DISK_EXPORT Disk_RecordSource {
 public:
   virtual ~Disk_RecordSource() = default;
+  /// Whether a place can be read at; -1 with errno. Sources that can be read anywhere don't ask.
+  virtual int Seek(unsigned /*offset*/) const { return 0; }
   /// The number of bytes read, which is below `size` only at the end; -1 with errno.
   virtual long ReadAt(void* data, unsigned size, unsigned offset) const = 0;
   virtual Dicom_TransferSyntax const& Syntax() const = 0;

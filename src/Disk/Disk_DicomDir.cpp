@@ -118,12 +118,14 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
     read_only = !file && errno == ELOOP; // what a link leads to is nobody's to write
   }
   if (read_only) file = Util_FileSystem::Open(file_name.c_str(), O_RDONLY | O_NONBLOCK);
-  if (!file) {
-    DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), errno);
-    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
-    return -1;
-  }
-  return take_file(file.Release());
+  return file ? take_file(file.Release()) : cant_open(errno);
+}
+
+int Disk_DicomDir::cant_open(int cause) const {
+  DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  errno = cause;
+  return -1;
 }
 
 int Disk_DicomDir::take_file(int descriptor) {
@@ -164,17 +166,14 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
     if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true, kFull) == -1 ||
         Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1) {
       int const cause = errno;
+      if (!Util_FileSystem::MayExist(temporary.c_str())) return cant_open(cause);
       DISK_LOG(3, "Init: %s (errno=%d).\n", temporary.c_str(), cause);
       errno = cause;
       return Failed("Init: Failed write the new dicomdir.\n");
     }
   }
   Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0664);
-  if (!file) {
-    DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), errno);
-    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
-    return -1;
-  }
+  if (!file) return cant_open(errno);
   if (take_file(file.Release()) == -1) return -1;
   if (strategy) strategy->InitFD(file_descriptor);
   if (!KeepsImage(strategy)) return 0;

@@ -43,11 +43,14 @@ int Disk_DicomDir::read_until_records() {
   if (data_set == -1) return Failed("read_until_records: the position can't be told.\n");
   records_begin_ = unsigned(data_set); // until the prefix is known
   for (int found = 0; (found = is_record_sequence()) != 1;) {
-    if (found == -1) return -1;
-    if (Tell(file_descriptor) > kLongestPrefix) return Failed("read_until_records: Failed constructing Dicom_ME.\n");
-    Dicom_ME element(file_descriptor, nullptr, transfer_syntax, this, &error);
-    if (error == -1) return Failed("read_until_records: Failed constructing Dicom_ME.\n");
-    if (Add(std::move(element)) == -1) return Failed("read_until_records: Failed adding the ME.\n");
+    if (found == -1 || Tell(file_descriptor) > kLongestPrefix)
+      return Failed("read_until_records: Failed constructing Dicom_ME.\n");
+    auto const add = [&] {
+      Dicom_ME element(file_descriptor, nullptr, transfer_syntax, this, &error);
+      if (error == -1) return Failed("read_until_records: Failed constructing Dicom_ME.\n");
+      return Add(std::move(element)) == 0 ? 0 : Failed("read_until_records: Failed adding the ME.\n");
+    };
+    if (Disk_Allocating("read_until_records: Failed Allocate memory for Dicom_ME.\n", add) == -1) return -1;
   }
   return 0;
 }

@@ -1,4 +1,5 @@
 #include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
@@ -34,6 +35,26 @@ bool IsOld(std::int64_t seconds, std::int64_t nanoseconds) {
   return (now.tv_sec - seconds) * kSecond + now.tv_nsec - nanoseconds > enough;
 }
 
+/// The elements of a private directory file. The sequence isn't taken over.
+int FillDirectory(IOD_Msg& msg, Dicom_Sequence& sequence) {
+  int status = 0;
+  Dicom_CS const no_id("", &status);
+  if (status == -1) {
+    DISK_LOG(3, "Write(): Can't create Dicom_CS.\n");
+    return -1;
+  }
+  auto const add = [&msg](Dicom_Tag tag, std::unique_ptr<Dicom_Type> value) {
+    return msg.Add(Dicom_ME(tag, std::move(value)));
+  };
+  if (add(kFileSetID, std::make_unique<Dicom_CS>(no_id)) == 0 &&
+      add(kFirstOffset, std::make_unique<Dicom_UL>(0u)) == 0 && add(kLastOffset, std::make_unique<Dicom_UL>(0u)) == 0 &&
+      add(kConsistencyFlag, std::make_unique<Dicom_US>(std::uint16_t(0))) == 0 &&
+      add(kRecordSequence, std::make_unique<Dicom_SQ>(&sequence, 0)) == 0)
+    return 0;
+  DISK_LOG(3, "Write(): Can't add element to message.\n");
+  return -1;
+}
+
 std::string VersionPath(std::string const& folder) { return folder.empty() ? folder : folder + "/VERSION"; }
 
 } // namespace
@@ -57,9 +78,9 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   Dicom_Type const* value = owner->Get(kRecordSequence);
   auto const* records = dynamic_cast<Dicom_SQ const*>(value);
   if (!records || !records->GetSequence()) {
-    DISK_LOG_TEXT(3, !value     ? "Read(): Can't find sequence of directory records.\n"
-                     : !records ? "Read(): No sequence of directory records.\n"
-                                : "Read(): Can't retrieve data from element.\n");
+    DISK_LOG_TEXT(3, !value             ? "Read(): Can't find sequence of directory records.\n"
+                     : value->IsEmpty() ? "Read(): Can't retrieve data from element.\n"
+                                        : "Read(): No sequence of directory records.\n");
     *msg = nullptr;
     return -1;
   }
@@ -79,25 +100,11 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
 }
 
 int Disk_DirectoryFile::Write(Dicom_Sequence& sequence, Disk_Replacements* together) {
-  IOD_Msg msg;
-  int status = 0;
-  Dicom_CS const no_id("", &status);
-  if (status == -1) {
-    DISK_LOG(3, "Write(): Can't create Dicom_CS.\n");
-    return -1;
-  }
-  auto const add = [&msg](Dicom_Tag tag, std::unique_ptr<Dicom_Type> value) {
-    return msg.Add(Dicom_ME(tag, std::move(value)));
-  };
-  if (add(kFileSetID, std::make_unique<Dicom_CS>(no_id)) == -1 ||
-      add(kFirstOffset, std::make_unique<Dicom_UL>(0u)) == -1 ||
-      add(kLastOffset, std::make_unique<Dicom_UL>(0u)) == -1 ||
-      add(kConsistencyFlag, std::make_unique<Dicom_US>(std::uint16_t(0))) == -1 ||
-      add(kRecordSequence, std::make_unique<Dicom_SQ>(&sequence, 0)) == -1) {
-    DISK_LOG(3, "Write(): Can't add element to message.\n");
-    return -1;
-  }
-  return rewrite(&msg, together);
+  return Disk_Guarded("Write", [&] {
+    IOD_Msg msg;
+    auto const fill = [&] { return FillDirectory(msg, sequence); };
+    return Disk_Allocating("Write(): Can't create message element.\n", fill) == -1 ? -1 : rewrite(&msg, together);
+  });
 }
 
 int Disk_DirectoryFile::rewrite(IOD_Msg* msg, Disk_Replacements* together) {
@@ -137,7 +144,7 @@ int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, Re
   MarkDirty();            // until all is read
   lasting_folder.clear(); // others may have removed it and made it anew
   records.clearAndDestroy();
-  if (load_level(records, first, texts) == -1) return -1;
+  if (Disk_Guarded("Read", [&] { return load_level(records, first, texts); }) == -1) return -1;
   is_partial = false;
   return 0;
 }
@@ -155,9 +162,10 @@ int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, Re
   Dicom_Sequence* sequence = nullptr;
   IOD_Msg* msg = nullptr;
   int found = 0;
+  Disk_PassingOver const damage{passes_over_damage()};
   if (Read(&sequence, &found, &msg) == -1) {
     DISK_LOG_TEXT(3, texts.cant_read_file);
-    return passes_over_damage() ? 0 : -1;
+    return damage.Failed();
   }
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
@@ -170,11 +178,12 @@ int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, Re
 int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts,
                                     Disk_Replacements* together) {
   DISK_LOG(7, "Write:\n");
-  if (!is_standard()) {
-    Dicom_Sequence sequence;
-    sequence.Reserve(records.entries());
-    return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence, together);
-  }
+  if (!is_standard())
+    return Disk_Guarded("Write", [&] {
+      Dicom_Sequence sequence;
+      sequence.Reserve(records.entries());
+      return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence, together);
+    });
   if (first == 0) {
     DISK_LOG_TEXT(3, texts.no_offset);
     return -1;

@@ -1,3 +1,4 @@
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 
 #include <Disk/Disk_Bits.h>
@@ -162,19 +163,24 @@ std::string Disk_DirectoryFile::name_part(std::string_view text, std::size_t mos
   return std::string(text.substr(text.size() - std::min(text.size(), most)));
 }
 
-Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* status) const {
+Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* status, int cant_remove_level) const {
   *status = -1;
   std::string const folder = directory().FolderPath();
+  if (folder.empty())
+    DISK_LOG(cant_remove_level, "GenerateReferencedFileID(): Can't remove last component from file id.\n");
   if (folder.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter)) {
     DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", name.c_str());
     KlbGError.Set(DISK_ERROR_FILE_NAME);
     return {};
   }
-  std::string const path = FindUniqueFileName(folder + "/" + name);
-  if (path.empty()) {
-    DISK_LOG(3, "GenerateReferencedFileID(): Can't create a unique file name.\n");
-    return {};
-  }
+  constexpr char kNoName[] = "GenerateReferencedFileID(): Can't create a unique file name.\n";
+  std::string path;
+  auto const find = [&] {
+    path = FindUniqueFileName(folder + "/" + name);
+    if (path.empty()) DISK_LOG_TEXT(3, kNoName);
+    return path.empty() ? -1 : 0;
+  };
+  if (Disk_Allocating(kNoName, find) == -1) return {};
   if (path.size() >= Disk_FileID::kPathSize) {
     DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", path.c_str());
     KlbGError.Set(DISK_ERROR_FILE_NAME);

@@ -7,6 +7,16 @@
 #include <exception>
 #include <new>
 
+/// How often a step of this thread failed for the lack of memory.
+inline thread_local unsigned Disk_shortages = 0;
+
+/// The result of a failure that is passed over where that is wanted, unless memory didn't suffice: that is no damage.
+struct Disk_PassingOver {
+  bool wanted;
+  unsigned before = Disk_shortages;
+  int Failed() const { return wanted && before == Disk_shortages ? 0 : -1; }
+};
+
 /// Runs a public operation: what it throws, which is nothing but the lack of memory, becomes a log line, an error
 /// code and -1.
 template <class Operation>
@@ -14,6 +24,7 @@ int Disk_Guarded(char const* name, Operation operation) noexcept {
   try {
     return operation();
   } catch (std::bad_alloc const&) {
+    ++Disk_shortages;
     DISK_LOG(3, "%s: out of memory.\n", name);
     KlbGError.Set(DISK_ERROR_MEMORY);
   } catch (std::exception const& e) {
@@ -28,6 +39,7 @@ int Disk_Allocating(char const* text, Step step, int code = DISK_ERROR_MEMORY) {
   try {
     return step();
   } catch (std::bad_alloc const&) {
+    ++Disk_shortages;
     DISK_LOG_TEXT(3, text);
     KlbGError.Set(code);
     return -1;

@@ -19,6 +19,7 @@
 namespace {
 
 constexpr unsigned kHeader = 8; // tag and length of an item
+constexpr char kCantConstruct[] = "ReadRecords: Failed constructing the record.\n";
 constexpr Dicom_Tag kAddedUid{0x0008, std::uint16_t(0x0018)};
 
 /// An open file as it stands.
@@ -28,6 +29,9 @@ public:
     struct stat status {};
     if (Util_FileSystemInterface::Current().Fstat(fd, &status) == 0)
       end_ = unsigned(std::clamp<off_t>(status.st_size, 0, UINT32_MAX));
+  }
+  int Seek(unsigned offset) const override {
+    return Util_FileSystemInterface::Current().Lseek(fd_, off_t(offset), SEEK_SET) == -1 ? -1 : 0;
   }
   long ReadAt(void* data, unsigned size, unsigned offset) const override {
     return Util_FileSystem::PreadAll(fd_, data, size, off_t(offset));
@@ -117,19 +121,20 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
   DISK_LOG(7, "ReadRecords: record offset is %d.\n", int(offset));
   clearAndDestroy();
   Disk_RecordWindow window(source);
-  int const failed = source.PassesOverDamage() ? 0 : -1;
+  Disk_PassingOver const damage{source.PassesOverDamage()};
   // a loop is noticed by going on from a remembered place, moved ever more rarely, which needs no memory
   unsigned remembered = 0;
   for (std::size_t steps = 1, next_move = 1; offset != 0; ++steps) {
     if (offset == remembered) {
       DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice.\n", offset);
-      return failed;
+      return damage.Failed();
     }
     if (steps == next_move) {
       remembered = offset;
       next_move *= 2;
     }
-    if (read_record(source, window, offset, owner) == -1) return failed;
+    auto const read = [&] { return read_record(source, window, offset, owner); };
+    if (Disk_Allocating(kCantConstruct, read) == -1) return damage.Failed();
     offset = static_cast<Disk_DirectoryRecord*>(last())->GetOffsetOfTheNextDirectoryRecord();
   }
   return 0;
@@ -137,14 +142,20 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
 
 int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset,
                                   unsigned owner) {
+  if (source.Seek(offset) == -1) {
+    DISK_LOG(3, "ReadRecords: Failed setting the offset. errno %d.\n", errno);
+    return -1;
+  }
   unsigned const end = source.RecordsEnd();
-  if (offset < source.RecordsBegin() || offset >= end) {
-    DISK_LOG(3, "ReadRecords: offset %u in the chain of %u is outside of the records.\n", offset, owner);
+  bool const outside = offset < source.RecordsBegin() || offset >= end;
+  if (outside) DISK_LOG(3, "ReadRecords: offset %u in the chain of %u is outside of the records.\n", offset, owner);
+  if (offset >= end) {
+    DISK_LOG(3, "ReadRecords: Failed reading item tag from file. errno %d.\n", errno);
     return -1;
   }
   Dicom_Msg msg;
   unsigned length = 0;
-  if (window.Read(offset, &msg, &length) == -1) return -1;
+  if (window.Read(offset, &msg, &length) == -1 || outside) return -1;
   msg.BringInOrder();
   std::unique_ptr<Disk_DirectoryRecord> record = make();
   record->record_msg = std::make_unique<IOD_Msg>(std::move(msg));
@@ -161,8 +172,9 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWi
   record->place_at(offset, length - kHeader);
   record->keep_lookup_uid();
   record->enlist_in(&unwritten_);
-  if (LevelOf(type) == level() && read_below(*record, source, offset) == -1 && !source.PassesOverDamage()) {
-    DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
+  Disk_PassingOver const damage{source.PassesOverDamage()};
+  if (LevelOf(type) == level() && read_below(*record, source, offset) == -1 && damage.Failed() == -1) {
+    DISK_LOG_TEXT(3, kCantConstruct);
     return -1;
   }
   append(record.get());
@@ -193,25 +205,37 @@ int Disk_RecordChain::add_new_record(Disk_DirectoryRecord* record, unsigned offs
 
 /// A descriptor or a strategy. Each step has the message of its failure, for the one and for the other.
 struct Disk_RecordChain::Output {
+  struct Texts {
+    char const *through_strategy, *to_descriptor;
+  };
+  static constexpr Texts kSeekTag{"WriteRecords: Failed seeking to the item tag.\n",
+                                  "WriteRecords: Failed seeking to the item tag. errno %d\n"},
+      kTag{"WriteRecords: Failed writing the item tag number.\n",
+           "WriteRecords: Failed writing the item tag number. errno %d.\n"},
+      kLength{"WriteRecords: Failed writing the item length.\n",
+              "WriteRecords: Failed writing the item length. errno %d.\n"},
+      kSeekBody{"WriteRecords: Failed seeking to the offset.\n",
+                "WriteRecords: Failed seeking to the offset. errno %d.\n"},
+      kBody{"WriteRecords: Failed writing the record.\n", "WriteRecords: Failed writing the record. errno %d.\n"};
+
   int fd;
   Disk_StorageStrategy* strategy;
 
-  int Seek(unsigned offset, char const* target) const {
+  int Seek(unsigned offset, Texts const& texts) const {
     if (strategy ? strategy->LSeek(long(offset), 0) != -1
                  : Util_FileSystemInterface::Current().Lseek(fd, off_t(offset), SEEK_SET) != -1)
       return 0;
-    if (strategy)
-      DISK_LOG(3, "WriteRecords: Failed seeking to the %s.\n", target);
-    else
-      DISK_LOG(3, "WriteRecords: Failed seeking to the %s. errno %d\n", target, errno);
-    return -1;
+    return Failed(texts);
   }
-  int Write(void const* data, unsigned size, char const* what) const {
+  int Write(void const* data, unsigned size, Texts const& texts) const {
     if (strategy ? strategy->Write(data, size) == int(size) : Util_FileSystem::WriteAll(fd, data, size) == 0) return 0;
+    return Failed(texts);
+  }
+  int Failed(Texts const& texts) const {
     if (strategy)
-      DISK_LOG(3, "WriteRecords: Failed writing the %s.\n", what);
+      DISK_LOG_TEXT(3, texts.through_strategy);
     else
-      DISK_LOG(3, "WriteRecords: Failed writing the %s. errno %d.\n", what, errno);
+      DISK_LOG(3, texts.to_descriptor, errno);
     return -1;
   }
 };
@@ -278,12 +302,12 @@ int Disk_RecordChain::write_record(Output& output, Dicom_TransferSyntax const& s
     char tag_bytes[4], length_bytes[4];
     Dicom_Copy(tag, tag_bytes, 2, 2, syntax.GetEndianity());
     Dicom_Copy(&length, length_bytes, 4, 1, syntax.GetEndianity());
-    if (output.Seek(offset, "item tag") == -1 || output.Write(tag_bytes, 4, "item tag number") == -1 ||
-        output.Write(length_bytes, 4, "item length") == -1)
+    if (output.Seek(offset, Output::kSeekTag) == -1 || output.Write(tag_bytes, 4, Output::kTag) == -1 ||
+        output.Write(length_bytes, 4, Output::kLength) == -1)
       return -1;
   }
-  if (output.Seek(offset + kHeader, "offset") == -1) return -1;
-  return output.Write(buffer->data(), length, "record");
+  if (output.Seek(offset + kHeader, Output::kSeekBody) == -1) return -1;
+  return output.Write(buffer->data(), length, Output::kBody);
 }
 
 // Finding

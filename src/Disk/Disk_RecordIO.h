@@ -1,12 +1,12 @@
 #pragma once
+#include "Disk/Disk_Guard.h"
+
 #include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_RecordList.h>
 #include <dicom/IOD_Image.h>
 #include <dicom/IOD_Msg.h>
-#include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 
 #include <memory>
 #include <string_view>
@@ -31,14 +31,23 @@ int Disk_TakeItems(Dicom_Sequence& sequence, Take take) {
   return 0;
 }
 
+/// Gives `item` to `records`. 0; or -1, with the code where memory doesn't suffice.
+inline int Disk_TakeRecord(std::unique_ptr<Dicom_Msg> item, Disk_RecordChain& records, char const* failure, int code) {
+  auto const take = [&] {
+    if (records.Take(std::move(item)) == 0) return 0;
+    DISK_LOG_TEXT(3, failure);
+    return -1;
+  };
+  return Disk_Allocating(failure, take, code);
+}
+
 /// Fills `records` with those of a sequence, all of one class. Those that can't be taken are left out with
 /// `pass_over_damage`.
 inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records, char const* failure,
                             bool pass_over_damage) {
   return Disk_TakeItems(sequence, [&](std::unique_ptr<Dicom_Msg> item) {
-    if (records.Take(std::move(item)) == 0) return 0;
-    DISK_LOG_TEXT(3, failure);
-    return pass_over_damage ? 0 : -1;
+    Disk_PassingOver const damage{pass_over_damage};
+    return Disk_TakeRecord(std::move(item), records, failure, DISK_ERROR_MEMORY) == 0 ? 0 : damage.Failed();
   });
 }
 
@@ -49,10 +58,10 @@ inline int Disk_AppendRecord(Disk_DirectoryRecord* record, Dicom_Sequence& seque
     KlbGError.Set(DISK_ERROR_NULL_RECORD);
     return -1;
   }
-  record->GetRecordMsg()->Condense(); // one that stays as it is from now on is copied whole by each write
-  if (sequence.Append(record->GetRecordMsg(), false) == 0) return 0;
-  DISK_LOG(3, "Write(): Can't add message to sequence.\n");
-  return -1;
+  return Disk_Allocating("Write(): Can't add message to sequence.\n", [&] {
+    record->GetRecordMsg()->Condense(); // one that stays as it is from now on is copied whole by each write
+    return sequence.Append(record->GetRecordMsg(), false);
+  });
 }
 
 inline int Disk_AppendRecords(Disk_RecordChain const& records, Dicom_Sequence& sequence, char const* null_entry) {

@@ -194,17 +194,16 @@ int Disk_RootDirectoryFile::read_standard() {
 int Disk_RootDirectoryFile::read_records(Dicom_Sequence& sequence) {
   Disk_PatientDirectoryRecord* patient = nullptr;
   return Disk_TakeItems(sequence, [&](std::unique_ptr<Dicom_Msg> item) {
-    return read_record(std::move(item), &patient) == 0 || passes_over_damage() ? 0 : -1;
+    Disk_PassingOver const damage{passes_over_damage()};
+    return read_record(std::move(item), &patient) == 0 ? 0 : damage.Failed();
   });
 }
 
 int Disk_RootDirectoryFile::read_record(std::unique_ptr<Dicom_Msg> item, Disk_PatientDirectoryRecord** patient) {
   Dicom_Tag const type_tag(0x0004, 0x1430);
   if (item->TextEquals(type_tag, IOD_Image::PATIENT.View())) {
-    if (patients.Take(std::move(item)) == -1) {
-      DISK_LOG(3, "Read(): Can't create patient directory record.\n");
-      return -1;
-    }
+    constexpr char kCantCreate[] = "Read(): Can't create patient directory record.\n";
+    if (Disk_TakeRecord(std::move(item), patients, kCantCreate, DISK_ERROR_MEMORY) == -1) return -1;
     *patient = static_cast<Disk_PatientDirectoryRecord*>(patients.last());
     return 0;
   }
@@ -213,8 +212,11 @@ int Disk_RootDirectoryFile::read_record(std::unique_ptr<Dicom_Msg> item, Disk_Pa
     KlbGError.Set(DISK_ERROR_RECORD_TYPE);
     return -1;
   }
-  if (*patient && (*patient)->GetStudyRecords().Take(std::move(item)) == 0) return 0;
-  DISK_LOG(3, "Read(): Can't create study directory record.\n");
+  constexpr char kCantCreate[] = "Read(): Can't create study directory record.\n";
+  if (!*patient) DISK_LOG_TEXT(3, kCantCreate);
+  if (*patient &&
+      Disk_TakeRecord(std::move(item), (*patient)->GetStudyRecords(), kCantCreate, DISK_ERROR_STUDY_RECORD) == 0)
+    return 0;
   KlbGError.Set(DISK_ERROR_STUDY_RECORD);
   return -1;
 }

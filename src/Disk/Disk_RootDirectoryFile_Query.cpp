@@ -75,8 +75,9 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
     int const may_match = query_patient(walk, patient, level, &response);
     if (may_match != 1) return may_match;
     for (Disk_StudyDirectoryRecord* study : studies) {
+      Disk_PassingOver const damage{is_fit && passes_over_damage()};
       int const result = query_below(walk, study, response.get(), level, identifier, results);
-      if (result == -1 && !(is_fit && passes_over_damage())) return -1;
+      if (result == -1 && damage.Failed() == -1) return -1;
     }
     return 0;
   };

@@ -29,6 +29,7 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   if (check_identifiers(msg) == -1) return -1;
   if (!request.in_place && !request.move_store && msg.GetSOPClassUID() == UI_NULL) {
     DISK_LOG(3, "Can't get SOP Class UID.\n"); // its file can't be written: better now than when directories are made
+    DISK_LOG(3, "Store: Can't store.\n");
     return -1;
   }
   ResetStudyFile(); // one that a failure left may have no lock
@@ -84,6 +85,7 @@ int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_F
 
   // a known study has its own lock: other studies go on meanwhile
   GetStudyFile(study);
+  DISK_LOG(7, "Store: locking the study.\n");
   if (!new_study && study_file && study_file->Pin() == -1) {
     DISK_LOG(3, "Store: Can't lock study .\n");
     return -1;
@@ -137,6 +139,7 @@ int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
   }
   touched_patients.insert(owner);
   GetStudyFile(study);
+  DISK_LOG(7, "Store: locking the study.\n");
   int new_series = 0, new_image = 0;
   if (store_below(request, study, !new_study, &new_series, &new_image) == -1) return -1;
   if (update_standard_details(study, msg.GetModality(), new_series, new_image) == -1) {
@@ -152,7 +155,6 @@ int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
 /// the file-set was locked; it may be kStudyIsGone by now.
 int Disk_RootDirectoryFile::store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
                                         bool is_known, int* new_series, int* new_image) {
-  DISK_LOG(7, "Store: locking the study.\n");
   Disk_Hold<Disk_StudyDirectoryFile> held;
   int const locked = !study_file ? -1 : is_known ? held.Pinned(*study_file) : held.Exclusive(*study_file);
   if (locked == -1) {
@@ -310,7 +312,7 @@ Disk_FileID Disk_RootDirectoryFile::GenerateReferencedFileID(Dicom_SH const& stu
   DISK_LOG(7, "GenerateReferencedFileID:\n");
   constexpr std::size_t kIdLength = 6;
   std::string_view const text = study_id == SH_NULL ? study_uid.View() : study_id.View();
-  return unique_file_id("S" + name_part(sanitized(text), kIdLength) + "0", status);
+  return unique_file_id("S" + name_part(sanitized(text), kIdLength) + "0", status, 7);
 }
 
 namespace {

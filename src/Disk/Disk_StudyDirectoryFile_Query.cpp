@@ -51,6 +51,7 @@ int Disk_StudyDirectoryFile::query(SCL_QueryRetrieveLevel::Value level, SCL_Quer
   Disk_RecordWalk const walk(identifier, kSeriesLevel);
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     if (!Disk_IsLive(*series, is_standard())) continue;
+    Disk_PassingOver const damage{passes_over_damage()};
     int result = -1;
     if (level == SCL_QueryRetrieveLevel::SERIES) {
       result = QueryRecord(walk, *series, results);
@@ -60,7 +61,7 @@ int Disk_StudyDirectoryFile::query(SCL_QueryRetrieveLevel::Value level, SCL_Quer
       DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
       KlbGError.Set(DISK_ERROR_LEVEL);
     }
-    if (result == -1 && !passes_over_damage()) return -1;
+    if (result == -1 && damage.Failed() == -1) return -1;
   }
   return 0;
 }

@@ -22,6 +22,10 @@ int Failed(char const* text, std::string const& path) {
 } // namespace
 
 long Disk_ReadVersion(std::string const& path) {
+  if (path.empty()) {
+    DISK_LOG(3, "GetFileVersion(): Can't remove last component from file id.\n");
+    return kNoVersion;
+  }
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
   if (!file) return errno == ENOENT ? kNoVersion : kUnknownVersion;
   char bytes[4];
@@ -38,6 +42,10 @@ long Disk_ReadVersion(std::string const& path) {
 }
 
 int Disk_WriteVersion(std::string const& path, long version, bool standard) {
+  if (path.empty()) {
+    DISK_LOG(3, "SetFileVersion(): Can't remove last component from file id.\n");
+    return -1;
+  }
   // Neither a link nor a pipe that stands at the name gets our bytes or makes us wait.
   constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), kFlags, 0664);
