@@ -61,8 +61,8 @@ protected:
   /// 0 when the record's type is one that this library keeps; it needn't be that of the record's class.
   int ValidateDirectoryRecord() const;
 
-  /// The start of a filling: a new message. -1, logged, for a record that has one.
-  int start_filling(char const* who);
+  /// The start of a filling: a new message. -1, with one of the lines, for a record that has one, or without memory.
+  int start_filling(char const* has_data, char const* cant_allocate);
   /// The end of one: the links of the standard shape. -1 on the first that can't be set.
   int set_chain_elements();
 

@@ -33,5 +33,6 @@ private:
   int AddVerificationDateTime(IOD_Msg const* msg);
   int AddContentSequence(IOD_Msg const* msg);
   int add_concept_name(IOD_Msg const& msg);
+  int copy_icon(IOD_Msg const& msg);
   static Dicom_Sequence* CreateReferencedImageSequence(Dicom_Sequence const* source);
 };

@@ -1,4 +1,6 @@
 #pragma once
+#include "Disk/Disk_Guard.h"
+
 #include <dicom/IOD_Msg.h>
 
 /// Copying of attributes from an object to a record. The tables say which; the loop is here.
@@ -17,6 +19,16 @@ int Disk_CopyAttribute(IOD_Msg const& from, IOD_Msg& to, Dicom_Tag const& tag, D
   V const value = from.Value<V>(tag);
   if (need == Disk_Attribute::IfPresent && value == V()) return 0;
   return to.Set(tag, value.Duplicate());
+}
+
+/// Runs a step of a filling, which ends with 0 or -1; a failure, the lack of memory too, gives the line `text`.
+template <class Step>
+int Disk_Fill(char const* text, Step step) {
+  return Disk_Allocating(text, [&] {
+    int const result = step();
+    if (result == -1) DISK_LOG_TEXT(3, text);
+    return result;
+  });
 }
 
 /// Copies the attributes in order; -1 at the first that can't be set.

@@ -1,6 +1,7 @@
+#include "Disk/Disk_Guard.h"
+
 #include <Disk/Disk_DirectoryRecord.h>
 #include <dicom/IOD_Image.h>
-#include <infra/Klb_LogFile.h>
 
 Disk_DirectoryRecord::Disk_DirectoryRecord(Dicom_Msg const* msg)
     : record_msg(msg ? std::make_unique<IOD_Msg>(*msg) : nullptr) {}
@@ -18,14 +19,15 @@ int Disk_DirectoryRecord::ValidateDirectoryRecord() const {
   return -1;
 }
 
-int Disk_DirectoryRecord::start_filling(char const* who) {
+int Disk_DirectoryRecord::start_filling(char const* has_data, char const* cant_allocate) {
   if (record_msg) {
-    DISK_LOG(3, "%s: the record already has data!\n", who);
+    DISK_LOG_TEXT(3, has_data);
     return -1;
   }
-  record_msg = std::make_unique<IOD_Msg>();
-  is_new = true;
-  return 0;
+  return Disk_Allocating(cant_allocate, [this] {
+    record_msg = std::make_unique<IOD_Msg>();
+    return 0;
+  });
 }
 
 int Disk_DirectoryRecord::set_chain_elements() {

@@ -4,8 +4,6 @@
 
 #include <dicom/GDS_Icon.h>
 #include <dicom/IOD_Image.h>
-#include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 
 namespace {
 
@@ -48,10 +46,10 @@ Disk_Attribute const kReportAttributes[] = {
     {{0x0008, std::uint16_t(0x0033)}, Disk_CopyAttribute<Dicom_TM>}, // Content Time
 };
 
-/// -1, with the line that all attributes share, when `result` is -1.
-int Logged(int result) {
-  if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord(): Can't add element.\n");
-  return result;
+/// A step of a filling, with the line that nearly all share.
+template <class Step>
+int Fill(Step step) {
+  return Disk_Fill("Disk_InstanceDirectoryRecord(): Can't add element.\n", step);
 }
 
 } // namespace
@@ -62,66 +60,64 @@ Disk_InstanceDirectoryRecord::Disk_InstanceDirectoryRecord(Dicom_Msg const* msg,
 }
 
 int Disk_InstanceDirectoryRecord::FillInstanceRecord(IOD_Msg const& msg, bool standard, bool add_icon) {
-  if (record_msg) {
-    DISK_LOG(3, "Disk_InstanceDirectoryRecord::FillInstanceRecord - Instance record already has data!\n");
+  if (start_filling("Disk_InstanceDirectoryRecord::FillInstanceRecord - Instance record already has data!\n",
+                    "Failed allocating memory for instance record.\n") == -1)
     return -1;
-  }
-  record_msg = std::make_unique<IOD_Msg>();
   if (AddGeneralAttributes(msg, standard) == -1) {
     DISK_LOG(3, "Disk_InstanceDirectoryRecord::FillInstanceRecord - Failed setting record general attributes.\n");
     return -1;
   }
   is_new = true;
-  Dicom_CS const modality = msg.GetModality();
-  int result = modality == IOD_Image::PR   ? AddPresentationAttributes(msg)
-               : modality == IOD_Image::SR ? AddStructureReportingAttributes(msg)
-                                           : AddImageAttributes(msg, standard, add_icon);
+  Dicom_CS modality;
+  auto const get_modality = [&] {
+    modality = msg.GetModality();
+    return 0;
+  };
+  if (Fill(get_modality) == -1) return -1;
+  int const result = modality == IOD_Image::PR   ? AddPresentationAttributes(msg)
+                     : modality == IOD_Image::SR ? AddStructureReportingAttributes(msg)
+                                                 : AddImageAttributes(msg, standard, add_icon);
   if (result == -1 || !standard) return result;
-  result = set_chain_elements();
-  if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord: Failed set element.\n");
-  return result;
+  return Disk_Fill("Disk_InstanceDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }
 
 int Disk_InstanceDirectoryRecord::AddGeneralAttributes(IOD_Msg const& msg, bool standard) {
-  Dicom_UI const sop_instance = msg.GetSOPInstanceUID(), sop_class = msg.GetSOPClassUID();
-  if (Logged(record_msg->SetModality(msg.GetModality())) == -1) return -1;
-  if (Logged(record_msg->SetImageNumber(msg.GetImageNumber())) == -1) return -1;
-  if (standard && SetReferencedSOPInstanceUIDInFile(sop_instance) == -1) {
-    DISK_LOG(3, "AddGeneralAttributes: Failed setting Referenced SOP Instance UID.\n");
+  if (Fill([&] { return record_msg->SetModality(msg.GetModality()); }) == -1) return -1;
+  if (Fill([&] { return record_msg->SetImageNumber(msg.GetImageNumber()); }) == -1) return -1;
+  if (standard && Disk_Fill("AddGeneralAttributes: Failed setting Referenced SOP Instance UID.\n",
+                            [&] { return SetReferencedSOPInstanceUIDInFile(msg.GetSOPInstanceUID()); }) == -1)
     return -1;
-  }
-  if (standard && SetReferencedSOPClassUIDInFile(sop_class) == -1) {
-    DISK_LOG(3, "AddGeneralAttributes: Failed set Referenced SOP Class UID.\n");
+  if (standard && Disk_Fill("AddGeneralAttributes: Failed set Referenced SOP Class UID.\n",
+                            [&] { return SetReferencedSOPClassUIDInFile(msg.GetSOPClassUID()); }) == -1)
     return -1;
-  }
-  if (Logged(record_msg->SetSOPInstanceUID(sop_instance)) == -1) return -1;
-  return Logged(record_msg->SetSOPClassUID(sop_class));
+  if (Fill([&] { return record_msg->SetSOPInstanceUID(msg.GetSOPInstanceUID()); }) == -1) return -1;
+  return Fill([&] { return record_msg->SetSOPClassUID(msg.GetSOPClassUID()); });
 }
 
 int Disk_InstanceDirectoryRecord::AddImageAttributes(IOD_Msg const& msg, bool standard, bool add_icon) {
-  if (Logged(SetDirectoryRecordType(IOD_Image::IMAGE)) == -1) return -1;
-  if (Logged(Disk_CopyAttributes(kImageAttributes, msg, *record_msg, standard)) == -1) return -1;
+  if (Fill([&] { return SetDirectoryRecordType(IOD_Image::IMAGE); }) == -1) return -1;
+  if (Fill([&] { return Disk_CopyAttributes(kImageAttributes, msg, *record_msg, standard); }) == -1) return -1;
   if (add_icon && AddIconImage(&msg) == -1)
     DISK_LOG(4, "Write(): Warning: can't add icon to directory record (error = %d)\n", KlbGError.Get());
   return 0;
 }
 
 int Disk_InstanceDirectoryRecord::AddPresentationAttributes(IOD_Msg const& msg) {
-  if (Logged(SetDirectoryRecordType(IOD_Image::PRESENTATION)) == -1) return -1;
-  if (Logged(Disk_CopyAttributes(kPresentationAttributes, msg, *record_msg, false)) == -1) return -1;
-  if (AddReferencedSeriesSequence(&msg) == 0) return 0;
-  DISK_LOG(3, "Disk_InstanceDirectoryRecord(): can't add element.\n");
-  return -1;
+  if (Fill([&] { return SetDirectoryRecordType(IOD_Image::PRESENTATION); }) == -1) return -1;
+  if (Fill([&] { return Disk_CopyAttributes(kPresentationAttributes, msg, *record_msg, false); }) == -1) return -1;
+  return Disk_Fill("Disk_InstanceDirectoryRecord(): can't add element.\n",
+                   [&] { return AddReferencedSeriesSequence(&msg); });
 }
 
 int Disk_InstanceDirectoryRecord::AddStructureReportingAttributes(IOD_Msg const& msg) {
-  if (Logged(SetDirectoryRecordType(IOD_Image::SR_DOCUMENT)) == -1) return -1;
-  if (Logged(Disk_CopyAttributes(kReportAttributes, msg, *record_msg, false)) == -1) return -1;
+  if (Fill([&] { return SetDirectoryRecordType(IOD_Image::SR_DOCUMENT); }) == -1) return -1;
+  if (Fill([&] { return Disk_CopyAttributes(kReportAttributes, msg, *record_msg, false); }) == -1) return -1;
   if (add_concept_name(msg) == -1) return -1;
-  if (msg.GetVerificationFlag() == IOD_Image::VERIFIED && Logged(AddVerificationDateTime(&msg)) == -1) return -1;
-  if (AddContentSequence(&msg) == 0) return 0;
-  DISK_LOG(3, "failed in AddContentSequence.\n");
-  return -1;
+  auto const add_date = [&] {
+    return msg.GetVerificationFlag() == IOD_Image::VERIFIED ? AddVerificationDateTime(&msg) : 0;
+  };
+  if (Fill(add_date) == -1) return -1;
+  return Disk_Fill("failed in AddContentSequence.\n", [&] { return AddContentSequence(&msg); });
 }
 
 namespace {
@@ -145,22 +141,33 @@ int Disk_InstanceDirectoryRecord::AddIconImage(IOD_Msg const* msg) {
     DISK_LOG(3, "AddIconImage: Can't add Icon for this type of instance.\n");
     return -1;
   }
-  std::unique_ptr<IOD_Msg> icon(GDS_Icon(msg).GetImagePixelModule(1));
-  Dicom_SQ const brought = icon ? Dicom_SQ() : NativeIcon(msg->GetIconImage());
-  if (!icon && brought.IsEmpty()) {
+  std::unique_ptr<IOD_Msg> icon;
+  auto const make = [&] {
+    icon.reset(GDS_Icon(msg).GetImagePixelModule(1));
+    return 0;
+  };
+  if (Disk_Allocating("AddIconImage: out of memory.\n", make) == -1) return -1;
+  if (!icon) return copy_icon(*msg);
+  return Disk_Fill("AddIconImage(): Can't get sequence from SQ.\n", [&] {
+    auto items = std::make_unique<Dicom_Sequence>();
+    if (items->Append(icon.get(), true) == -1) return -1;
+    icon.release();
+    return record_msg->SetIconImage(Dicom_SQ(items.release()));
+  });
+}
+
+/// The icon that an object brings along.
+int Disk_InstanceDirectoryRecord::copy_icon(IOD_Msg const& msg) {
+  Dicom_SQ brought;
+  auto const copy = [&] {
+    brought = NativeIcon(msg.GetIconImage());
+    return 0;
+  };
+  if (Disk_Allocating("Disk_InstanceDirectoryRecord: Dicom_SQ constructor FAILURE\n", copy) == -1) return -1;
+  if (brought.IsEmpty()) {
     DISK_LOG(6, "Image record will not contain icon.\n");
     return 0;
   }
-  if (!icon) {
-    int const result = record_msg->SetIconImage(brought);
-    if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord: SetIconImage FAILURE\n");
-    return result;
-  }
-  auto items = std::make_unique<Dicom_Sequence>();
-  if (items->Append(icon.get(), true) == -1) {
-    DISK_LOG(3, "AddIconImage(): Can't get sequence from SQ.\n");
-    return -1;
-  }
-  icon.release();
-  return record_msg->SetIconImage(Dicom_SQ(items.release()));
+  return Disk_Fill("Disk_InstanceDirectoryRecord: SetIconImage FAILURE\n",
+                   [&] { return record_msg->SetIconImage(brought); });
 }

@@ -1,6 +1,7 @@
+#include "Disk/Disk_Attributes.h"
+
 #include <Disk/Disk_InstanceDirectoryRecord.h>
 #include <dicom/IOD_Image.h>
-#include <infra/Klb_LogFile.h>
 
 namespace {
 
@@ -10,6 +11,16 @@ Dicom_Sequence const* SequenceOf(Dicom_Msg const& msg, Dicom_Tag const& tag, boo
   *present = value != nullptr;
   auto const* sq = dynamic_cast<Dicom_SQ const*>(value);
   return sq ? sq->GetSequence() : nullptr;
+}
+
+/// Null, with the line, when there is no memory for one.
+std::unique_ptr<Dicom_Sequence> NewSequence(char const* cant_create) {
+  std::unique_ptr<Dicom_Sequence> sequence;
+  Disk_Allocating(cant_create, [&] {
+    sequence = std::make_unique<Dicom_Sequence>();
+    return 0;
+  });
+  return sequence;
 }
 
 /// A copy of an item that shares nothing with the object that it came from.
@@ -29,13 +40,14 @@ int Disk_InstanceDirectoryRecord::AddReferencedSeriesSequence(IOD_Msg const* msg
     DISK_LOG(3, "AddReferencedSeriesSequence: Can't add ReferencedImageSequence for this type of instance.\n");
     return -1;
   }
+  std::unique_ptr<Dicom_Sequence> series = NewSequence("AddReferencedSeriesSequence: Can't create sequence.\n");
+  if (!series) return -1;
   bool present = false;
   Dicom_Sequence const* source = SequenceOf(*msg, Dicom_Tag(0x0008, 0x1115), &present);
   if (!source) {
     DISK_LOG(6, "AddReferencedSeriesSequence: no sequence present in the instance.\n");
     return 0;
   }
-  auto series = std::make_unique<Dicom_Sequence>();
   for (int i = 0; i < source->GetNItems(); ++i) {
     IOD_Msg const item(*source->Get(i));
     Dicom_Sequence const* images = SequenceOf(item, Dicom_Tag(0x0008, 0x1140), &present);
@@ -74,16 +86,17 @@ int Disk_InstanceDirectoryRecord::add_concept_name(IOD_Msg const& msg) {
   bool present = false;
   Dicom_Sequence const* source = SequenceOf(msg, Dicom_Tag(0x0040, 0xA043), &present);
   if (!source || source->GetNItems() == 0) return 0;
-  std::unique_ptr<Dicom_Msg> copy = CopyByValue(*source->Get(0));
-  auto concept_name = std::make_unique<Dicom_Sequence>();
-  if (!copy || concept_name->Append(copy.get(), true) == -1) {
-    DISK_LOG(3, "failed in dumping ConceptNameCodeSequence\n");
-    return -1;
-  }
-  copy.release();
-  int const result = record_msg->SetConceptNameCodeSequence(Dicom_SQ(concept_name.release()));
-  if (result == -1) DISK_LOG(3, "Disk_InstanceDirectoryRecord(): Can't add element.\n");
-  return result;
+  auto concept_name = NewSequence("failed in dumping ConceptNameCodeSequence\n");
+  if (!concept_name) return -1;
+  auto const copy_first = [&] {
+    std::unique_ptr<Dicom_Msg> copy = CopyByValue(*source->Get(0));
+    if (!copy || concept_name->Append(copy.get(), true) == -1) return -1;
+    copy.release();
+    return 0;
+  };
+  if (Disk_Fill("failed in dumping ConceptNameCodeSequence\n", copy_first) == -1) return -1;
+  return Disk_Fill("Disk_InstanceDirectoryRecord(): Can't add element.\n",
+                   [&] { return record_msg->SetConceptNameCodeSequence(Dicom_SQ(concept_name.release())); });
 }
 
 int Disk_InstanceDirectoryRecord::AddVerificationDateTime(IOD_Msg const* msg) {
@@ -122,19 +135,20 @@ int Disk_InstanceDirectoryRecord::AddContentSequence(IOD_Msg const* msg) {
     return 0;
   }
   static Dicom_CS const s_modifier("HAS CONCEPT MOD");
-  auto modifiers = std::make_unique<Dicom_Sequence>();
+  auto modifiers = NewSequence("AddContentSequence: allocation failure\n");
+  if (!modifiers) return -1;
   for (int i = 0; i < content->GetNItems(); ++i) {
     Dicom_Msg const& item = *content->Get(i);
     if (item.Value<Dicom_CS>(Dicom_Tag(0x0040, 0xA010)) != s_modifier) continue;
-    std::unique_ptr<Dicom_Msg> copy = CopyByValue(item);
-    if (!copy) {
-      DISK_LOG(3, "failed in dumping content sequence\n");
+    std::unique_ptr<Dicom_Msg> copy;
+    auto const copy_item = [&] {
+      copy = CopyByValue(item);
+      if (!copy) DISK_LOG(3, "failed in dumping content sequence\n");
+      return copy ? 0 : -1;
+    };
+    if (Disk_Allocating("AddContentSequence: failed in dumping to buffer\n", copy_item) == -1) return -1;
+    if (Disk_Fill("AddContentSequence: failure\n", [&] { return modifiers->Append(copy.get(), true); }) == -1)
       return -1;
-    }
-    if (modifiers->Append(copy.get(), true) == -1) {
-      DISK_LOG(3, "AddContentSequence: failure\n");
-      return -1;
-    }
     copy.release();
   }
   if (modifiers->GetNItems() == 0) return 0;

@@ -55,17 +55,16 @@ int Disk_PatientDirectoryRecord::ReadStudies(Disk_RecordSource const& source, un
 }
 
 int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool standard) {
-  if (start_filling("Disk_PatientDirectoryRecord()") == -1) return -1;
-  if (SetDirectoryRecordType(IOD_Image::PATIENT) == -1) {
-    DISK_LOG(3, "Disk_PatientDirectoryRecord(): Can't set directory record type.\n");
+  if (start_filling("Disk_PatientDirectoryRecord(): the record already has data!\n",
+                    "Failed allocating memory for patient record.\n") == -1)
     return -1;
-  }
-  if (Disk_CopyAttributes(kAttributes, msg, *record_msg, standard) == -1) {
-    DISK_LOG(3, "Disk_PatientDirectoryRecord(): Can't add element.\n");
+  is_new = true;
+  if (Disk_Fill("Disk_PatientDirectoryRecord(): Can't set directory record type.\n",
+                [&] { return SetDirectoryRecordType(IOD_Image::PATIENT); }) == -1)
     return -1;
-  }
+  if (Disk_Fill("Disk_PatientDirectoryRecord(): Can't add element.\n",
+                [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1)
+    return -1;
   if (!standard) return 0;
-  if (set_chain_elements() == 0) return 0;
-  DISK_LOG(3, "Disk_PatientDirectoryRecord: Failed set element.\n");
-  return -1;
+  return Disk_Fill("Disk_PatientDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }

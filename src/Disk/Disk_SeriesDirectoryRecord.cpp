@@ -26,18 +26,19 @@ Disk_SeriesDirectoryRecord::Disk_SeriesDirectoryRecord(Dicom_Msg const* msg, int
 }
 
 int Disk_SeriesDirectoryRecord::FillSeriesRecord(IOD_Msg const& msg, bool standard) {
-  if (start_filling("Disk_SeriesDirectoryRecord()") == -1) return -1;
-  if (SetDirectoryRecordType(IOD_Image::SERIES) == -1) {
-    DISK_LOG(3, "Disk_SeriesDirectoryRecord(): Can't set directory record type.\n");
+  if (start_filling("Disk_SeriesDirectoryRecord(): the record already has data!\n",
+                    "Failed allocating memory for series record.\n") == -1)
     return -1;
-  }
-  if (Disk_CopyAttributes(kAttributes, msg, *record_msg, standard) == -1 ||
-      (!standard && record_msg->SetNumberOfImages(Dicom_UL(0)) == -1) ||
-      record_msg->SetNumberOfSeriesRelatedImages(Dicom_IS(0, true)) == -1) {
-    DISK_LOG(3, "Disk_SeriesDirectoryRecord(): Can't add element.\n");
+  is_new = true;
+  if (Disk_Fill("Disk_SeriesDirectoryRecord(): Can't set directory record type.\n",
+                [&] { return SetDirectoryRecordType(IOD_Image::SERIES); }) == -1)
     return -1;
-  }
-  if (!standard || set_chain_elements() == 0) return 0;
-  DISK_LOG(3, "Disk_SeriesDirectoryRecord: Failed set element.\n");
-  return -1;
+  auto const copy = [&] {
+    if (Disk_CopyAttributes(kAttributes, msg, *record_msg, standard) == -1) return -1;
+    if (!standard && record_msg->SetNumberOfImages(Dicom_UL(0)) == -1) return -1;
+    return record_msg->SetNumberOfSeriesRelatedImages(Dicom_IS(0, true));
+  };
+  if (Disk_Fill("Disk_SeriesDirectoryRecord(): Can't add element.\n", copy) == -1) return -1;
+  if (!standard) return 0;
+  return Disk_Fill("Disk_SeriesDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }

@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr char kCantAdd[] = "Disk_StudyDirectoryRecord(): Can't add element.\n";
+
 using A = Disk_Attribute;
 Disk_Attribute const kPatientAttributes[] = {
     {{0x0010, std::uint16_t(0x0010)}, Disk_CopyAttribute<Dicom_PN>}, // Patient's Name
@@ -38,56 +40,48 @@ bool Disk_StudyDirectoryRecord::IsDeletable() const {
 }
 
 int Disk_StudyDirectoryRecord::UpdatePatientDetails(IOD_Msg const& msg) {
-  if (Disk_CopyAttributes(kPatientAttributes, msg, *record_msg, false) == 0) return 0;
-  DISK_LOG(3, "UpdatePatientDetails: Can't add element.\n");
-  return -1;
+  return Disk_Fill("UpdatePatientDetails: Can't add element.\n",
+                   [&] { return Disk_CopyAttributes(kPatientAttributes, msg, *record_msg, false); });
 }
 
 int Disk_StudyDirectoryRecord::FillStudyRecord(IOD_Msg const& msg, bool standard) {
-  if (start_filling("Disk_StudyDirectoryRecord()") == -1) return -1;
-  if (SetDirectoryRecordType(IOD_Image::STUDY) == -1) {
-    DISK_LOG(3, "Disk_StudyDirectoryRecord(): Can't set directory record type.\n");
+  if (start_filling("Disk_StudyDirectoryRecord(): the record already has data!\n",
+                    "Failed allocating memory for study record.\n") == -1)
     return -1;
-  }
+  is_new = true;
+  if (Disk_Fill("Disk_StudyDirectoryRecord(): Can't set directory record type.\n",
+                [&] { return SetDirectoryRecordType(IOD_Image::STUDY); }) == -1)
+    return -1;
   if (!standard && UpdatePatientDetails(msg) == -1) {
     DISK_LOG(3, "Disk_StudyDirectoryRecord: Failed setting the patients attributes.\n");
     return -1;
   }
-  if (Disk_CopyAttributes(kAttributes, msg, *record_msg, standard) == -1) {
-    DISK_LOG(3, "Disk_StudyDirectoryRecord(): Can't add element.\n");
+  if (Disk_Fill(kCantAdd, [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1)
     return -1;
-  }
-  Dicom_CS const body_part = msg.GetBodyPartExamined();
-  if (body_part != CS_NULL && record_msg->SetKolbaStudyBodyPart(body_part.Duplicate()) == -1) {
-    DISK_LOG(3, "Disk_StudyDirectoryRecord(): Can't add body part tag.\n");
-    return -1;
-  }
+  auto const set_body_part = [&] {
+    Dicom_CS const body_part = msg.GetBodyPartExamined();
+    return body_part == CS_NULL ? 0 : record_msg->SetKolbaStudyBodyPart(body_part.Duplicate());
+  };
+  if (Disk_Fill("Disk_StudyDirectoryRecord(): Can't add body part tag.\n", set_body_part) == -1) return -1;
   if (fill_counters(standard) == -1) return -1;
-  if (fill_faked_dates(msg) == -1) {
-    DISK_LOG(3, "Disk_StudyDirectoryRecord(): Can't add element.\n");
-    return -1;
-  }
-  if (!standard || set_chain_elements() == 0) return 0;
-  DISK_LOG(3, "Disk_StudyDirectoryRecord: Failed set element.\n");
-  return -1;
+  if (Disk_Fill(kCantAdd, [&] { return fill_faked_dates(msg); }) == -1) return -1;
+  if (!standard) return 0;
+  return Disk_Fill("Disk_StudyDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }
 
 /// A new study holds nothing yet: what counts and lists its content starts empty.
 int Disk_StudyDirectoryRecord::fill_counters(bool standard) {
-  if (!standard && record_msg->SetNumberOfSeries(Dicom_UL(0)) == -1) {
-    DISK_LOG(3, "Disk_StudyDirectoryRecord(): Can't add element the old way.\n");
+  if (!standard && Disk_Fill("Disk_StudyDirectoryRecord(): Can't add element the old way.\n",
+                             [&] { return record_msg->SetNumberOfSeries(Dicom_UL(0)); }) == -1)
     return -1;
-  }
-  int error = 0;
-  Dicom_OB const dummy(dummy_data_reservoir, kReservoirSize, 0, &error);
-  if ((standard && record_msg->Set(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, dummy) == -1) ||
-      record_msg->SetModalitiesInStudy(CS_NULL) == -1 ||
-      record_msg->SetNumberOfStudyRelatedSeries(Dicom_IS(0, true)) == -1 ||
-      record_msg->SetNumberOfStudyRelatedImages(Dicom_IS(0, true)) == -1) {
-    DISK_LOG(3, "Disk_StudyDirectoryRecord(): Can't add element.\n");
-    return -1;
-  }
-  return 0;
+  return Disk_Fill(kCantAdd, [&] {
+    int error = 0;
+    Dicom_OB const dummy(dummy_data_reservoir, kReservoirSize, 0, &error);
+    if (standard && record_msg->Set(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, dummy) == -1) return -1;
+    if (record_msg->SetModalitiesInStudy(CS_NULL) == -1) return -1;
+    if (record_msg->SetNumberOfStudyRelatedSeries(Dicom_IS(0, true)) == -1) return -1;
+    return record_msg->SetNumberOfStudyRelatedImages(Dicom_IS(0, true));
+  });
 }
 
 /// A study without date or time is known by those of its images.
