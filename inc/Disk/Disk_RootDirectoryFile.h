@@ -188,7 +188,7 @@ private:
   int count_new_series(IOD_Msg& record, IOD_Msg const& msg);
   int update_standard_details(Disk_StudyDirectoryRecord* study, Dicom_CS const& modality, int new_series,
                               int new_image);
-  int add_modality(IOD_Msg& record, Dicom_CS const& modality);
+  int add_modality(IOD_Msg& record, Dicom_CS const& modality, char const** failure);
   int UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecord* study, Dicom_DA const& date, Dicom_TM const& time) const;
 
   // query
@@ -207,7 +207,7 @@ private:
                   SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
 
   // delete
-  int remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Disk_Tally* tally,
+  int remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, bool* begun, Disk_Tally* tally,
              SCL_ResponseStatus& status);
   int remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
                         SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally, SCL_ResponseStatus& status);

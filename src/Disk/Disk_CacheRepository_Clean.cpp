@@ -75,12 +75,11 @@ int Disk_CacheRepository::GetStudiesMetaData(Disk_StudyMetaData*& studies, int& 
     return -1;
   }
   count = answers.GetNItems();
-  if (count == 0) return 0;
-  auto made = std::make_unique<Disk_StudyMetaData[]>(std::size_t(count));
+  auto made = count == 0 ? nullptr : std::make_unique<Disk_StudyMetaData[]>(std::size_t(count));
   DISK_LOG(6, "Found %d Studies in DICOMDIR:\n", count);
   for (int i = 0; i < count; ++i)
     read_study(*answers.Get(i), i + 1, &made[std::size_t(i)]);
-  studies = made.release();
+  if (made) studies = made.release();
   return 0;
 }
 

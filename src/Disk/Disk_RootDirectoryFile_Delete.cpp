@@ -9,21 +9,22 @@
 
 int Disk_RootDirectoryFile::Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
                                    MXL_SubOperationsReport* report, SCL_ResponseStatus& status) {
+  DISK_LOG(7, "Delete:\n");
   if (!support_par.delete_supported) {
     DISK_LOG(5, "Delete: delete is not supported\n");
     return -1;
   }
   status = SCL_ResponseStatus::Failed;
   Disk_Tally tally;
-  int const result = Disk_Guarded("Delete", [&] { return remove(identifier, model, &tally, status); });
+  bool begun = false; // from then on the report is this request's
+  int const result = Disk_Guarded("Delete", [&] { return remove(identifier, model, &begun, &tally, status); });
   ResetStudyFile();
-  int const told = Disk_Guarded("Delete", [&] { return tally.Tell(report); });
+  int const told = begun ? Disk_Guarded("Delete", [&] { return tally.Tell(report); }) : 0;
   return result == 0 ? told : result;
 }
 
-int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Disk_Tally* tally,
-                                   SCL_ResponseStatus& status) {
-  DISK_LOG(7, "Delete:\n");
+int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, bool* begun,
+                                   Disk_Tally* tally, SCL_ResponseStatus& status) {
   if (model != 1) {
     DISK_LOG(3, "Delete: Unsupported information model.\n");
     KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
@@ -34,6 +35,11 @@ int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_Inf
     DISK_LOG(3, "Delete: Can't lock file-set.\n");
     return -1;
   }
+  if (Read() == -1) {
+    DISK_LOG(3, "Delete: Can't read root directory file.\n");
+    return -1;
+  }
+  *begun = true;
   Dicom_UI const studies_to_go = identifier.GetStudyInstanceUID();
   SCL_QueryRetrieveLevel::Value const level = identifier.GetQueryRetrieveLevel();
   if (studies_to_go.GetNValues() > 1 && level != SCL_QueryRetrieveLevel::STUDY) {
@@ -59,10 +65,6 @@ int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_Inf
 int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
                                               SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally,
                                               SCL_ResponseStatus& status) {
-  if (Read() == -1) {
-    DISK_LOG(3, "Delete: Can't read root directory file.\n");
-    return -1;
-  }
   MarkDirty();
   DISK_LOG(7, "Delete Study UID:%s\n", study_uid.CStr());
   ResetStudyFile();
@@ -142,11 +144,13 @@ int Disk_RootDirectoryFile::count_removed(Disk_StudyDirectoryRecord* study, Disk
   Dicom_IS const related = record.GetNumberOfStudyRelatedSeries();
   int const known = related == IS_NULL ? int(unsigned(record.GetNumberOfSeries())) : int(related);
   int remaining = Disk_Raised(known, removal.series_before, "study") - removal.series_removed;
+  bool const is_consistent = known == removal.series_removed;
   if (removal.series_left == 0) remaining = 0; // too high is what a killed delete leaves
   if (set_counter(*study, Dicom_Tag(0x0020, 0x1206), remaining) == -1) return -1;
   if (!is_standard() && record.SetNumberOfSeries(Dicom_UL(unsigned(std::max(remaining, 0)))) == -1) return -1;
   if (remaining != 0 && level != SCL_QueryRetrieveLevel::STUDY) return 0;
-  if (remaining != 0) DISK_LOG(4, "Delete: Warning: inconsistent db. Un-empty study is deleted\n");
+  if (!is_consistent && level == SCL_QueryRetrieveLevel::STUDY)
+    DISK_LOG(4, "Delete: Warning: inconsistent db. Un-empty study is deleted\n");
   return DeleteStudy(study);
 }
 

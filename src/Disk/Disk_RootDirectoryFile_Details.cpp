@@ -78,9 +78,10 @@ int Disk_RootDirectoryFile::update_standard_details(Disk_StudyDirectoryRecord* s
   IOD_Msg& record = *study->GetRecordMsg();
   if (new_series) {
     Dicom_IS const series = record.GetNumberOfStudyRelatedSeries();
+    char const* failure = kFailed;
     if ((series != IS_NULL && Disk_SetCounter(*study, kRelatedSeries, series + 1) == -1) ||
-        add_modality(record, modality) == -1) {
-      DISK_LOG_TEXT(3, kFailed);
+        add_modality(record, modality, &failure) == -1) {
+      DISK_LOG_TEXT(3, failure);
       return -1;
     }
   }
@@ -89,7 +90,7 @@ int Disk_RootDirectoryFile::update_standard_details(Disk_StudyDirectoryRecord* s
   return Logged(Disk_SetCounter(*study, kRelatedImages, images + 1));
 }
 
-int Disk_RootDirectoryFile::add_modality(IOD_Msg& record, Dicom_CS const& modality) {
+int Disk_RootDirectoryFile::add_modality(IOD_Msg& record, Dicom_CS const& modality, char const** failure) {
   Dicom_CS const modalities = record.GetModalitiesInStudy();
   if (!record.Has(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA) || modalities.Match(modality)) return 0;
   Dicom_CS const merged = modalities | modality;
@@ -97,7 +98,7 @@ int Disk_RootDirectoryFile::add_modality(IOD_Msg& record, Dicom_CS const& modali
   int const length = (int(merged.GetLength()) + 1) & ~1; // as it stands in the file
   int const rest = Disk_StudyDirectoryRecord::kReservoirSize - length;
   if (rest < 0) {
-    DISK_LOG(3, "update_standard_details: Can't update study directory record, incorrect size.\n");
+    *failure = "update_standard_details: Can't update study directory record, incorrect size.\n";
     return -1;
   }
   int status = 0;

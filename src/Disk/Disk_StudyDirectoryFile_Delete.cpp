@@ -184,7 +184,8 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
     }
     ++tally->completed;
     if (Disk_TakeOut(image_records, image, is_standard()) == 0) continue;
-    DISK_LOG(3, "Delete: Failed setting the record in use flag.\n");
+    DISK_LOG_TEXT(3, all ? "Delete: Failed setting the record in use flag.\n"
+                         : "Delete: Faile setting the record in use flag.\n");
     return -1;
   }
   // the files are gone for good before their records go; a private directory file syncs its own folder
