@@ -41,6 +41,7 @@ protected:
   /// whether it got there.
   enum class Synced { FileAndEntry, File, Nothing, Unsynced };
   /// A file that is synced waits for its name in `together`, if there is one, and for the others there.
+  int read(IOD_Msg** msg, int* found, int no_original_buffer) const;
   int write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_Replacements* together = nullptr);
   static Util_FileDescriptor new_content(std::string const& temporary, std::vector<std::string_view> parts,
                                          Synced synced);

@@ -125,11 +125,13 @@ int Disk_RootDirectoryFile::correct_study(Disk_StudyDirectoryRecord* study, Disk
 
 int Disk_StudyDirectoryFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id,
                                                 Dicom_LO const& new_issuer) {
-  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr));
+  return Disk_Guarded("ChangePatientsName",
+                      [&] { return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr)); });
 }
 
 int Disk_StudyDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
-  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr));
+  return Disk_Guarded("ChangeManufacturerParms",
+                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr)); });
 }
 
 int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
@@ -146,11 +148,13 @@ int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
 
 int Disk_SeriesDirectoryFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id,
                                                  Dicom_LO const& new_issuer) {
-  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr));
+  return Disk_Guarded("ChangePatientsName",
+                      [&] { return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr)); });
 }
 
 int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
-  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr));
+  return Disk_Guarded("ChangeManufacturerParms",
+                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr)); });
 }
 
 int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
@@ -165,11 +169,14 @@ int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
 // Object
 
 int Disk_ObjectFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer) {
-  return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr), true);
+  return Disk_Guarded("ChangePatientsName", [&] {
+    return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr), true);
+  });
 }
 
 int Disk_ObjectFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
-  return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr), true);
+  return Disk_Guarded("ChangeManufacturerParms",
+                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr), true); });
 }
 
 int Disk_ObjectFile::correct(Disk_Correction const& correction, bool sync_directory) {

@@ -1,22 +1,19 @@
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
 #include "dicom/Util_EncodedFile.h"
 
-#include <Disk/Disk_Error.h>
 #include <Disk/Disk_File.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
-#include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
-#include <cerrno>
 #include <cstring>
 #include <memory>
 
 int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI const& syntax, bool) {
   bool const full = Util_FileSystem::GetDurability() == Util_Durability::Full;
-  return write(msg, syntax, full ? Synced::FileAndEntry : Synced::Nothing);
+  return Disk_Guarded("Write", [&] { return write(msg, syntax, full ? Synced::FileAndEntry : Synced::Nothing); });
 }
 
 int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_Replacements* together) {
@@ -101,6 +98,10 @@ int Disk_File::sync_directory_of(std::string const& path, Util_Durability durabi
 }
 
 int Disk_File::Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_AsyncFile*) {
+  return Disk_Guarded("Read", [&] { return read(msg, found, no_original_buffer); });
+}
+
+int Disk_File::read(IOD_Msg** msg, int* found, int no_original_buffer) const {
   std::string const path = file_id.Path();
   if (path.empty()) {
     DISK_LOG(3, "Read(): Illegal file name.\n");

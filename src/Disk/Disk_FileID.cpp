@@ -1,7 +1,6 @@
-#include <Disk/Disk_Error.h>
+#include "Disk/Disk_Guard.h"
+
 #include <Disk/Disk_FileID.h>
-#include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 
 #include <algorithm>
 #include <cctype>
@@ -63,10 +62,14 @@ std::string Disk_FileID::FolderPath() const {
 }
 
 Disk_FileID::operator char*() const {
-  std::string const path = FolderPath();
-  if (path.empty()) return nullptr;
-  char* const copy = new char[kPathSize];
-  std::memcpy(copy, path.c_str(), path.size() + 1);
+  char* copy = nullptr;
+  Disk_Allocating("Disk_FileID: out of memory.\n", [&] {
+    std::string const path = FolderPath();
+    if (path.empty()) return -1;
+    copy = new char[kPathSize];
+    std::memcpy(copy, path.c_str(), path.size() + 1);
+    return 0;
+  });
   return copy;
 }
 

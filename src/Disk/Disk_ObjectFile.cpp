@@ -1,8 +1,9 @@
+#include "Disk/Disk_Guard.h"
+
 #include <Disk/Disk_ObjectFile.h>
 #include <dicom/Dicom_Compressor.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
-#include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
 #include <unistd.h>
@@ -25,7 +26,7 @@ int Disk_ObjectFile::Store(IOD_Msg* msg, bool sync_directory, Disk_Replacements*
     DISK_LOG(3, "Disk_ObjectFile::Store() - operation cannot be performed on a read-only access object.\n");
     return -1;
   }
-  if (Write(msg, sync_directory, together) == 0) return 0;
+  if (Disk_Guarded("Write", [&] { return Write(msg, sync_directory, together); }) == 0) return 0;
   DISK_LOG(3, "Store(): Can't write object file.\n");
   return -1;
 }

@@ -45,8 +45,11 @@ Disk_InstanceDirectoryRecord* Disk_SeriesDirectoryFile::GetImageRecord(Dicom_UI 
 int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon,
                                     int in_place, char* existing_file, int move_store, char* file_to_move,
                                     char* stored_file_name, Dicom_UI const* syntax_in_file) {
-  return Store({msg, add_icon, 0, in_place, existing_file, move_store, file_to_move, stored_file_name, syntax_in_file},
-               series, new_image);
+  return Disk_Guarded("Store", [&] {
+    return Store(
+        {msg, add_icon, 0, in_place, existing_file, move_store, file_to_move, stored_file_name, syntax_in_file}, series,
+        new_image);
+  });
 }
 
 int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,

@@ -43,7 +43,9 @@ int Disk_StudyDirectoryFile::with_lock(Lock operation, char const* failure) {
 int Disk_StudyDirectoryFile::LockExclusive() {
   return with_lock(&Klb_LockFile::LockExclusive, "Error when trying to lock study exclusively\n");
 }
-int Disk_StudyDirectoryFile::Pin() { return with_lock(&Klb_LockFile::Pin, "Error when trying to lock study\n"); }
+int Disk_StudyDirectoryFile::Pin() {
+  return with_lock(&Klb_LockFile::Pin, "Error when trying to lock study exclusively\n");
+}
 int Disk_StudyDirectoryFile::LockPinned() {
   if (is_standard() || lock_manager.LockPinned() == 0) return 0;
   int const cause = errno;
@@ -95,9 +97,11 @@ int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* stud
                                    bool add_icon, int store_unmatching_images, int in_place, char* existing_file,
                                    int move_store, char* file_to_move, char* stored_file_name,
                                    Dicom_UI const* syntax_in_file) {
-  return Store({msg, add_icon, store_unmatching_images, in_place, existing_file, move_store, file_to_move,
-                stored_file_name, syntax_in_file},
-               study, new_series, new_image);
+  return Disk_Guarded("Store", [&] {
+    return Store({msg, add_icon, store_unmatching_images, in_place, existing_file, move_store, file_to_move,
+                  stored_file_name, syntax_in_file},
+                 study, new_series, new_image);
+  });
 }
 
 int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series,
@@ -255,8 +259,10 @@ int Disk_StudyDirectoryFile::GetOne(Dicom_UI const& series_uid, Dicom_UI const& 
     DISK_LOG(3, "GetOne(): Can't find series.\n");
     return -1;
   }
-  GetSeriesFile(series);
-  return series_file->GetOne(sop_instance_uid, object);
+  return Disk_Guarded("GetOne", [&] {
+    GetSeriesFile(series);
+    return series_file->GetOne(sop_instance_uid, object);
+  });
 }
 
 /// That the series' directory file is the one that is known suffices: it goes before anything above it does, and before

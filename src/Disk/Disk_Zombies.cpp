@@ -116,8 +116,12 @@ int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
 
 int Disk_StudyDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
   DISK_LOG(7, "ProcessZombieFiles:\n");
-  if (is_standard()) return Failed(kNotStandard);
+  return Disk_Guarded("ProcessZombieFiles", [&] { return process_zombies(report); });
+}
+
+int Disk_StudyDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read study directory file.\n");
+  if (is_standard()) return Failed(kNotStandard);
   std::string const folder = directory().FolderPath();
   FolderComparison comparison;
   if (comparison.List(folder, true) == -1) return -1;
@@ -134,6 +138,10 @@ int Disk_StudyDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
 
 int Disk_SeriesDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
   DISK_LOG(7, "ProcessZombieFiles:\n");
+  return Disk_Guarded("ProcessZombieFiles", [&] { return process_zombies(report); });
+}
+
+int Disk_SeriesDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (is_standard()) return Failed(kNotStandard);
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read series directory file.\n");
   std::string const folder = directory().FolderPath();
