@@ -233,6 +233,9 @@ TEST_F(CacheTest, TheSpaceFactorFollowsThePressure) {
   Configure("push: {repository_hd_percentage_spare: 0, max_cached_studies: 0}\n");
   SizedDisk disk(100000, 1000);
   auto const cache = Construct();
+  LogCapture log;
+  EXPECT_EQ(cache->AutoCleanNStudies(0), 0);
+  EXPECT_EQ(log.Count(6, "Found 0 Studies in DICOMDIR:"), 1);
   Util_Clock::SetNow(kStart);
   std::string course;
   int const steps[] = {1, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 1, 1}; // whether there is space

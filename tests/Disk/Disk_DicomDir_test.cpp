@@ -138,17 +138,13 @@ TEST_F(DicomDirTest, ChainsThatCantBeReadFail) {
   std::string const meta = Meta(kSyntaxes[0].uid);
   auto const first = std::uint32_t(meta.size() + Prefix(kSyntaxes[0], 0, 0, 0).size());
   auto const size = std::uint32_t(b.Item(RecordBytes(b, 0, 0, "IMAGE", "")).size());
-  struct Case {
-    char const* name;
-    std::string items;
-    char const* message;
-  } const cases[] = {
+  std::tuple<char const*, std::string, char const*> const cases[] = {
       {"a record that is its own next", b.Item(RecordBytes(b, first, 0, "IMAGE", "")), "is reached twice"},
       {"a loop of two",
        b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")) + b.Item(RecordBytes(b, first, 0, "IMAGE", "")),
        "is reached twice"},
-      {"beyond the end", b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")), "is outside of the records."},
-      {"before the records", b.Item(RecordBytes(b, 100, 0, "IMAGE", "")), "is outside of the records."},
+      {"beyond the end", b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")), "Failed reading item tag from file."},
+      {"before the records", b.Item(RecordBytes(b, 100, 0, "IMAGE", "")), "is not an item tag."},
       {"no item", b.Item(RecordBytes(b, first + 4, 0, "IMAGE", "")), "is not an item tag."},
       {"an upper level", b.Item(RecordBytes(b, 0, 0, "SERIES", "")), "can't stand below its own level."},
       {"a length past the end", b.Claiming(0xFFFEE000, "", 5000, RecordBytes(b, 0, 0, "IMAGE", "")),
@@ -160,15 +156,15 @@ TEST_F(DicomDirTest, ChainsThatCantBeReadFail) {
       {"elements that don't end", b.Item(b.Claiming(0x00041430, "CS", 99, "IMAGE ")),
        "Failed constructing the record."},
   };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::string const content = meta + Prefix(kSyntaxes[0], first, first, std::uint32_t(c.items.size())) + c.items;
+  for (auto const& [name, items, message] : cases) {
+    SCOPED_TRACE(name);
+    std::string const content = meta + Prefix(kSyntaxes[0], first, first, std::uint32_t(items.size())) + items;
     directory.Write("DICOMDIR", content);
     auto const dicomdir = Init();
     LogCapture log;
     InstanceList list;
     EXPECT_EQ(list.ReadRecords(*dicomdir, first), -1);
-    EXPECT_GE(log.Count(3, c.message), 1);
+    EXPECT_GE(log.Count(3, message), 1);
     EXPECT_EQ(Content(), content);
   }
   // an item of undefined length is read, and an unknown type passed on
@@ -217,6 +213,21 @@ TEST_F(DicomDirTest, OnlyNewAndChangedRecordsAreWritten) {
     EXPECT_EQ(list.CountRecordsInUse(), 3);
   }
   EXPECT_EQ(InstanceList().ReadRecords(-1, syntax, 0), 0) << "offset 0 stands for an empty chain";
+  LogCapture log;
+  InstanceList changed;
+  auto record = Record(4);
+  record->SetNew(false);
+  record->SetChanged(true);
+  ASSERT_EQ(changed.AddNewRecord(record.release(), 100), 0);
+  EXPECT_EQ(changed.WriteRecords(-1, syntax, 100, nullptr), -1);
+  EXPECT_EQ(InstanceList().ReadRecords(-1, syntax, 100), -1);
+  EXPECT_EQ(Disk_DicomDir().Init((directory / "none").c_str(), false, nullptr), -1);
+  directory.Write("DICOMDIR", Meta(kSyntaxes[0].uid));
+  EXPECT_EQ(Disk_DicomDir().Init(directory.Path().c_str(), false, nullptr), -1);
+  for (char const* line :
+       {"WriteRecords: Failed seeking to the offset. errno 9.", "ReadRecords: Failed setting the offset. errno 9.",
+        "/none/DICOMDIR (errno=2).", "read_until_records: Failed constructing Dicom_ME."})
+    EXPECT_EQ(log.Count(3, line), 1) << line;
 }
 
 TEST_F(DicomDirTest, MemoryStrategyGrowsAndSeeksWithinItsCapacity) {

@@ -47,22 +47,13 @@ std::string Uid(int patient, int series = 0) {
 
 } // namespace
 
-TEST_F(QueryTest, EmptyFileSetAnswersNothingWhateverTheLevel) {
-  EXPECT_TRUE(Ask(STUDY, {{kStudyUid, ""}}).empty());
-  EXPECT_TRUE(Ask(SCL_QueryRetrieveLevel::UNKNOWN, {}).empty()) << "an unknown level goes unnoticed";
-  SCL_QueryIdentifier const identifier(STUDY);
-  Dicom_Sequence results;
-  EXPECT_EQ(root->Query(identifier, 2, &results), -1);
-  EXPECT_EQ(KlbGError.Get(), DISK_ERROR_INFORMATION_MODEL);
-}
-
 TEST_F(QueryTest, LevelsAndKeys) {
+  EXPECT_TRUE(Ask(SCL_QueryRetrieveLevel::UNKNOWN, {}).empty()) << "an unknown level goes unnoticed";
+  Dicom_Sequence results;
+  EXPECT_EQ(root->Query(SCL_QueryIdentifier(STUDY), 2, &results), -1);
+  EXPECT_EQ(KlbGError.Get(), DISK_ERROR_INFORMATION_MODEL);
   Fill();
-  struct Case {
-    SCL_QueryRetrieveLevel::Value level;
-    Keys keys;
-    std::size_t answers;
-  } const cases[] = {
+  std::tuple<SCL_QueryRetrieveLevel::Value, Keys, std::size_t> const cases[] = {
       {STUDY, {}, 2},
       {STUDY, {{kStudyUid, Uid(1)}}, 1},
       {STUDY, {{kStudyUid, Uid(1) + "\\" + Uid(2)}}, 2},
@@ -85,18 +76,8 @@ TEST_F(QueryTest, LevelsAndKeys) {
       {IMAGE, {{kStudyUid, Uid(1)}, {kStudyDescription, "x"}}, 0},
       {IMAGE, {{kStudyUid, "1.2"}}, 0},
   };
-  int n = 0;
-  for (Case const& c : cases)
-    EXPECT_EQ(Ask(c.level, c.keys).size(), c.answers) << "case " << n++;
-  for (char const* uid : {"", "1.2"}) { // of all studies, of none
-    KlbGError.Set(0);
-    Ask(SCL_QueryRetrieveLevel::UNKNOWN, {{kStudyUid, uid}}, -1);
-    EXPECT_EQ(KlbGError.Get(), DISK_ERROR_LEVEL);
-  }
-}
-
-TEST_F(QueryTest, ResponsesHoldWhatWasAskedAndTheUidsAbove) {
-  Fill();
+  for (auto const& [level, keys, answers] : cases)
+    EXPECT_EQ(Ask(level, keys).size(), answers) << level << " " << (keys.empty() ? "" : keys.back().second);
   auto const images = Ask(IMAGE, {{kStudyUid, Uid(1)}, {kSopUid, ""}, {kFileId, ""}});
   ASSERT_EQ(images.size(), 6u);
   for (auto const& image : images) {
@@ -107,6 +88,37 @@ TEST_F(QueryTest, ResponsesHoldWhatWasAskedAndTheUidsAbove) {
   }
   auto const studies = Ask(STUDY, {});
   EXPECT_EQ(studies[0]->GetNElements(), 0);
+  for (char const* uid : {"", "1.2"}) { // of all studies, of none
+    KlbGError.Set(0);
+    Ask(SCL_QueryRetrieveLevel::UNKNOWN, {{kStudyUid, uid}}, -1);
+    EXPECT_EQ(KlbGError.Get(), DISK_ERROR_LEVEL);
+  }
+}
+
+TEST_F(QueryTest, ATraceTellsOfEachStudyWhyItIsNotMeant) {
+  Fill();
+  for (Keys const& keys : {Keys{{kStudyUid, Uid(1)}}, Keys{{kAccession, "?*"}, {kStudyUid, Uid(1)}, {kSopUid, ""}}}) {
+    LogCapture log;
+    EXPECT_LE(Ask(STUDY, keys).size(), 1u);
+    EXPECT_EQ(log.Count(7, "Got " + std::to_string(keys.size() + 1) + " Elements in query identifier"), 2);
+    EXPECT_EQ(log.Count(7, " elements in the disk"), 2);
+    EXPECT_EQ(log.Count(7, "doesn't match. queried for: " + Uid(1) + ", disk has: " + Uid(2)), 1);
+  }
+}
+
+TEST_F(QueryTest, ADriftedStudyThatIsDeletedIsWarnedOf) {
+  Fill();
+  ChangeRecords("DICOMDIR", [](Dicom_Msg& record) { record.Set(Dicom_Tag(0x0020, 0x1206), Dicom_IS(9, true)); });
+  root = Open();
+  LogCapture log;
+  MXL_SubOperationsReport report;
+  report.Set(MXL_SubOperationsReport::Failed, Dicom_US(9));
+  SCL_ResponseStatus status;
+  EXPECT_EQ(root->Delete(SCL_MoveIdentifier(), 1, &report, status), -1);
+  EXPECT_EQ(log.Count(7, ": Delete:"), 1) << "also where deletes are off";
+  EXPECT_EQ(report.Get(MXL_SubOperationsReport::Failed), Dicom_US(9)) << "it is another request's";
+  EXPECT_EQ(Delete(*root, STUDY, {}), 0);
+  EXPECT_EQ(log.Count(4, "Delete: Warning: inconsistent db. Un-empty study is deleted"), 1);
 }
 
 TEST_F(QueryTest, StudiesWithoutUidKeyAreChosenByAccessionNumber) {

@@ -85,15 +85,6 @@ TEST_F(LockFile, ExcludesObjectsOfOneProcess) {
   EXPECT_EQ(ask(), 0);
 }
 
-TEST_F(LockFile, ExcludesProcessesAndEndsWithThem) {
-  {
-    Child const child([this] { return lock_.LockExclusive(); });
-    EXPECT_EQ(child.Result(), 0);
-    EXPECT_EQ(lock_.TryLockExclusive(), 1);
-  }
-  EXPECT_EQ(lock_.LockExclusive(), 0);
-}
-
 TEST_F(LockFile, IsTakenAgainByWhoOpenedItAlone) {
   EXPECT_EQ(lock_.RelockShared(), 0);
   EXPECT_EQ(ask(), 1);
@@ -133,16 +124,6 @@ TEST_F(LockFile, FailsWhenTheDirectoryIsDeleted) {
     EXPECT_EQ(init(lock_, read_only), -1);
     EXPECT_FALSE(std::filesystem::exists(set_));
   }
-}
-
-TEST_F(LockFile, InterruptionsGoOnAndErrorsLeaveNothingHeld) {
-  FaultyFileSystem const interrupts(before_lock(3, [] { return EINTR; }));
-  EXPECT_EQ(lock_.LockShared(), 0);
-  EXPECT_EQ(ask(), 1);
-  FaultyFileSystem const fails(before_lock(1, [] { return ENOLCK; }));
-  EXPECT_EQ(lock_.LockExclusive(), -1);
-  EXPECT_EQ(errno, ENOLCK);
-  EXPECT_EQ(ask(), 0);
 }
 
 TEST_F(LockFile, ReaderNeedsNeitherLockFileNorPermission) {
