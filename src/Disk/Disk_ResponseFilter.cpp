@@ -37,11 +37,10 @@ std::vector<Dicom_ME const*> Required(Dicom_Msg const& identifier) {
   return required;
 }
 
-bool HoldsAll(Dicom_Msg const& identifier, std::vector<Dicom_ME const*> const& required, Dicom_Msg const& result) {
+/// Private attributes too are looked for by the identifier's tag, in the block that they have there.
+bool HoldsAll(std::vector<Dicom_ME const*> const& required, Dicom_Msg const& result) {
   return std::all_of(required.begin(), required.end(), [&](Dicom_ME const* element) {
-    Dicom_Tag tag = element->GetTag();
-    tag.Unresolve(identifier); // whatever block its implementor has in the response
-    if (tag.ResolveIfFound(result) == 0 && result.Has(tag)) return true;
+    if (result.Has(element->GetTag())) return true;
     if (Klb_LogFile::GetLogLevel(210000) == 7 && !element->GetText().empty())
       DISK_LOG(7, "Filter_msg.Remove msg from query result.Can not find Tag:<%d>.filter str:<%s>\n",
                int(element->GetTag().Number()), element->GetText().c_str());
@@ -69,13 +68,13 @@ int Disk_AllMatching(Dicom_Type const* value) {
 }
 
 int Disk_FilterMsg(Dicom_Msg const& identifier, Dicom_Msg const& result) {
-  return HoldsAll(identifier, Required(identifier), result) ? 1 : 0;
+  return HoldsAll(Required(identifier), result) ? 1 : 0;
 }
 
 void Disk_FilterMissingTags(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
   std::vector<Dicom_ME const*> const required = Required(identifier);
   if (required.empty()) return;
-  results->RemoveIf([&](Dicom_Msg const& result) { return !HoldsAll(identifier, required, result); });
+  results->RemoveIf([&](Dicom_Msg const& result) { return !HoldsAll(required, result); });
 }
 
 int Disk_AppendResponse(std::unique_ptr<Dicom_Msg> response, Dicom_Sequence* results, char const* cant_append) {

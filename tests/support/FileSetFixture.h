@@ -94,6 +94,19 @@ protected:
     return records;
   }
 
+  /// In a directory file, behind the engine's back.
+  void ChangeRecords(std::string const& file, std::function<void(Dicom_Msg&)> const& change) const {
+    Dicom_Tag const records(0x0004, 0x1220);
+    auto const msg = ReadObject(At(file));
+    auto sequence = std::make_unique<Dicom_Sequence>();
+    for (auto const& record : Records(file)) {
+      change(*record);
+      sequence->Append(new Dicom_Msg(*record), true);
+    }
+    msg->Set(records, Dicom_SQ(sequence.release()));
+    SaveObject(*msg, At(file));
+  }
+
   /// The one record of a kind in the root file.
   std::unique_ptr<IOD_Msg> RootRecord(char const* type) const {
     for (auto& record : Records("DICOMDIR"))
