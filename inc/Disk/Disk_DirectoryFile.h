@@ -49,6 +49,8 @@ public:
   int RefuseLink() const;
 
 protected:
+  /// Before an operation changes anything: 0, or -1 with error 210000 + EROFS and a line when READ_ONLY is set.
+  int refuse_read_only(char const* operation) const;
   /// From here on the records in memory may differ from the file: the next Read loads them.
   void MarkDirty() {
     file_version = 0;

@@ -21,7 +21,7 @@ constexpr std::size_t kNameLength = 8;
 constexpr std::size_t kCounterLength = 3;
 
 /// Counts the last three characters of `name` up in base 36, last one first; when all were `Z` they are at `Z00` and
-/// the first character of the component goes up. False when that is `Z` already.
+/// the first character of the component goes up. False when that is `Z` already, or the name isn't in a folder.
 bool CountUp(std::string& name, std::size_t component) {
   std::size_t const end = name.size();
   for (std::size_t i = end; i-- > end - kCounterLength;) {
@@ -33,7 +33,7 @@ bool CountUp(std::string& name, std::size_t component) {
     if (i == end - kCounterLength) break; // the third from the end stays at Z
     digit = '0';
   }
-  if (name[component] >= 'Z') return false;
+  if (component == 0 || name[component] >= 'Z') return false;
   ++name[component];
   return true;
 }
@@ -64,8 +64,15 @@ private:
   std::unordered_set<std::string_view> names_;
 };
 
-/// Characters that a name made from an object's values may have. It becomes a part of a path and of a code string.
-bool IsNameCharacter(char c) { return c >= ' ' && c <= '~' && c != '/' && c != '\\' && c != '.'; }
+/// Whether a name that was made from an object's values is one component. It begins with a letter, so it's no `.`.
+bool IsComponent(std::string_view name) { return name.find_first_of(std::string_view("/\\\0", 3)) == name.npos; }
+
+/// A code string holds ASCII alone, and no control characters.
+std::string AsCode(std::string name) {
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return c < ' ' || c > '~'; }, '_');
+  return name;
+}
 
 } // namespace
 
@@ -80,12 +87,14 @@ std::string Disk_DirectoryFile::FindUniqueFileName(std::string path) const {
   }
   std::fill(path.end() - kCounterLength, path.end(), '0');
   TakenNames taken(path, component);
-  auto const has_record = [this](std::string const& name) {
+  std::string const folder = std::string(GetFileSetPrefix() ? GetFileSetPrefix() : "") + "/";
+  auto const has_record = [&](std::string const& name) {
+    if (!name.starts_with(folder)) return false; // no record can name it
     int status = 0;
     return is_named(Disk_FileID(GetFileSetPrefix(), name.c_str(), &status, 0).GetID().GetText());
   };
   while (taken.Has(path) || has_record(path)) {
-    if (separator == std::string::npos || !CountUp(path, component)) {
+    if (!CountUp(path, component)) {
       DISK_LOG(3, "FindUniqueFileName(): Out of resources.\n");
       KlbGError.Set(DISK_ERROR_OUT_OF_NAMES);
       return {};
@@ -135,6 +144,13 @@ Disk_FileID Disk_DirectoryFile::directory() const {
   return id;
 }
 
+int Disk_DirectoryFile::refuse_read_only(char const* operation) const {
+  if (!params.read_only) return 0;
+  DISK_LOG(3, "%s: the file-set is open for reading only.\n", operation);
+  KlbGError.Set(DISK_ERROR_SYSTEM + EROFS);
+  return -1;
+}
+
 int Disk_DirectoryFile::RefuseLink() const {
   std::string const folder = directory().FolderPath();
   struct stat status {};
@@ -168,7 +184,7 @@ Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* sta
   std::string const folder = directory().FolderPath();
   if (folder.empty())
     DISK_LOG(cant_remove_level, "GenerateReferencedFileID(): Can't remove last component from file id.\n");
-  if (folder.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter)) {
+  if (folder.empty() || !IsComponent(name)) {
     DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", name.c_str());
     KlbGError.Set(DISK_ERROR_FILE_NAME);
     return {};
@@ -176,7 +192,7 @@ Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* sta
   constexpr char kNoName[] = "GenerateReferencedFileID(): Can't create a unique file name.\n";
   std::string path;
   auto const find = [&] {
-    path = FindUniqueFileName(folder + "/" + name);
+    path = FindUniqueFileName(folder + "/" + AsCode(name));
     if (path.empty()) DISK_LOG_TEXT(3, kNoName);
     return path.empty() ? -1 : 0;
   };

@@ -38,6 +38,9 @@ TEST_F(DirectoryFileTest, UniqueNamesCountUp) {
   EXPECT_EQ(next("S1230"), "S1230010");
   EXPECT_EQ(next("S"), "00000000");          // the last character goes too
   EXPECT_EQ(next("SA1234560"), "SA1234000"); // a longer name keeps its length
+  std::filesystem::current_path(Prefix());
+  EXPECT_EQ(file.FindUniqueFileName("S1230"), "S1230010"); // without a folder too
+  std::filesystem::current_path("/");
 }
 
 TEST_F(DirectoryFileTest, UniqueNamesRaiseTheFirstLetterWhenTheCounterIsThrough) {
