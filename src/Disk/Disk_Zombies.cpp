@@ -23,9 +23,16 @@ int Failed(char const* text) {
   return -1;
 }
 
-int CantProcess(std::string const& folder) {
+/// `cause` is the errno of a listing, or what a report left of one.
+int CantProcess(std::string const& folder, int cause) {
   DISK_LOG(3, "ProcessZombieFiles: unable to process content of folder: %s.\n", folder.c_str());
+  if (cause != 0) KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  DISK_LOG(3, cause != 0 ? "The cause: errno=%d.\n" : "The cause: the report refused it (errno=%d).\n", cause);
   return -1;
+}
+
+std::string PathOf(char const* prefix, Disk_DirectoryRecord const& record) {
+  return Disk_FileID(prefix, record.GetReferencedFileID(), 0).Path();
 }
 
 /// Files are never zombies of the upper levels. What can't be opened counts as a folder, unless it is a link, which is
@@ -40,7 +47,8 @@ bool IsFolder(std::string const& path) {
 int HandOverFolders(std::vector<RWCString> const& paths, CToolParseDICOMReport& report) {
   for (RWCString const& path : paths) {
     if (!IsFolder(path.str())) continue;
-    if (report.ParseDirectory(path, 1) != 0) return CantProcess(path.str());
+    errno = 0;
+    if (report.ParseDirectory(path, 1) != 0) return CantProcess(path.str(), errno);
     report.ProcessFolder(path);
   }
   return 0;
@@ -55,18 +63,15 @@ struct Disk_DirectoryFile::FolderComparison {
 
   int List(std::string const& folder, bool with_folders) {
     listing.m_listFolders = with_folders;
-    if (folder.empty() || listing.ParseDirectory(RWCString(folder), 1) != 0) return CantProcess(folder);
-    listing.BackslashToSlash();
-    return 0;
+    errno = EINVAL;
+    if (folder.empty() || listing.ParseDirectory(RWCString(folder), 1) != 0) return CantProcess(folder, errno);
+    return 0; // a `\` is a character like others in a name
   }
-  /// The record's file or, where that is a directory file, its folder.
-  void Name(std::string const& prefix, Disk_DirectoryRecord const& record) {
-    std::string path = record.GetReferencedFileID().GetText();
-    std::replace(path.begin(), path.end(), '\\', '/');
+  /// The folder of a study or series, whose record names the directory file in it.
+  void NameFolder(std::string path) {
     constexpr std::string_view kDirectoryFile = "/DIRFILE";
-    if (std::size_t const at = path.find(kDirectoryFile); at != std::string::npos)
-      path.erase(at, kDirectoryFile.size());
-    named.insert(prefix + "/" + path);
+    if (path.ends_with(kDirectoryFile)) path.resize(path.size() - kDirectoryFile.size());
+    named.insert(std::move(path));
   }
   std::vector<RWCString> const& Zombies() {
     std::erase_if(listing.m_paths, [this](RWCString const& path) { return named.count(path.str()) != 0; });
@@ -94,7 +99,7 @@ int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   for (Disk_PatientDirectoryRecord* patient : patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       to_scan.push_back(study);
-      comparison.Name(directory().FolderPath(), *study);
+      comparison.NameFolder(PathOf(GetFileSetPrefix(), *study));
     }
   if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
   if (file_set.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock file-set.\n");
@@ -126,7 +131,7 @@ int Disk_StudyDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   FolderComparison comparison;
   if (comparison.List(folder, true) == -1) return -1;
   for (Disk_SeriesDirectoryRecord* series : series_records) {
-    comparison.Name(GetFileSetPrefix(), *series);
+    comparison.NameFolder(PathOf(GetFileSetPrefix(), *series));
     GetSeriesFile(series);
     if (series_file) series_file->ProcessZombieFiles(report);
   }
@@ -148,7 +153,7 @@ int Disk_SeriesDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   FolderComparison comparison;
   if (comparison.List(folder, false) == -1) return -1;
   for (Disk_InstanceDirectoryRecord* image : image_records)
-    comparison.Name(GetFileSetPrefix(), *image);
+    comparison.named.insert(PathOf(GetFileSetPrefix(), *image));
   comparison.named.insert(folder + "/VERSION");
   comparison.named.insert(folder + "/DIRFILE");
   for (RWCString const& path : comparison.Zombies())
