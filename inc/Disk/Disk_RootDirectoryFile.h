@@ -29,6 +29,9 @@ struct DISK_EXPORT Disk_AutoDeleteCandidate {
 /// threads, are held apart by lock files. Records stay in memory between calls and are read again when another
 /// process has written them.
 ///
+/// With READ_ONLY, operations that change the file-set fail before they take a lock: -1, error 210000 + EROFS. A null
+/// pointer gives -1 and error 210000 + EINVAL, unless it is said that it may be one.
+///
 ///     int status = 0;
 ///     Disk_RootDirectoryFile root("/data/set", Disk_StoreParams(), 0, &status, nullptr);
 ///     if (status == 0 && root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0) ...
@@ -52,10 +55,12 @@ public:
   /// It needs Study, Series and SOP Instance UID, Patient ID and, unless it is in place or moved, SOP Class UID.
   /// `msg` stays the caller's; it is stamped, may get its record's icon and be compressed. `add_icon`: a new image
   /// gets an icon. `store_unmatching_images` 0: an object whose Patient's Name, Patient ID, Study ID or Series Number
-  /// contradicts its study or series is refused; otherwise that is only logged. `in_place` not 0: the object's file
-  /// stands inside the file-set already, as `existing_file` (a full path below the prefix). `move_store` not 0:
-  /// instead of writing `msg`, `file_to_move` is renamed to the object's place, and its path copied to
-  /// `stored_file_name`, of at least 512 bytes. `syntax_in_file` may be null.
+  /// contradicts its study or series is refused; otherwise that is only logged. In the standard structure the issuer
+  /// is a part of the Patient ID. `in_place` not 0: the object's file stands inside the file-set already, as
+  /// `existing_file` (a full path below the prefix; in the private structure two folders below it or deeper for a new
+  /// study, whose folder is the upper one of the two). `move_store` not 0: instead of writing `msg`, `file_to_move` is
+  /// renamed to the object's place, and its path copied to `stored_file_name`, of at least 512 bytes. `syntax_in_file`
+  /// may be null.
   ///
   /// 0: stored; with full durability it survives a power cut. -1: not acknowledged: when a late step failed, such as
   /// the unlock after the write or the end of a standard commit, it may be found afterwards. Storing it again is right.
@@ -78,12 +83,13 @@ public:
   /// notes nothing. A note that can't be written fails nothing.
   int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object, Disk_AsyncFile* async);
 
-  /// Deletes one or more studies, a series, or one or more images of a series, by the level of the identifier. Off
-  /// until SetSupportPar allows it: -1, and `status` and `report` are untouched. `status` becomes 0 when the root was
-  /// written after the last study handled, 3 for a protected study, 4 otherwise; `report` counts images. 0; or -1, with
-  /// error 211007, 211002: what went before the failure is gone, and what is left can be deleted again. A file that
-  /// can't be removed is logged: in a series that goes as a whole it is left without a record and counts as deleted; an
-  /// image that was named keeps its record and counts as failed, which alone gives no -1.
+  /// Deletes one or more studies, a series, or one or more images of a series, by the level of the identifier. It must
+  /// hold the UIDs of that level and of those above; a request that lacks one is refused and deletes nothing. Off until
+  /// SetSupportPar allows it: -1, and `status` and `report` are untouched. `status` becomes 0 when the root was written
+  /// after the last study handled, 3 for a protected study, 4 otherwise; `report` counts images. 0; or -1, with error
+  /// 211007, 211002: what went before the failure is gone, and what is left can be deleted again. A file that can't be
+  /// removed is logged: in a series that goes as a whole it is left without a record and counts as deleted; an image
+  /// that was named keeps its record and counts as failed, which alone gives no -1.
   int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
              SCL_ResponseStatus& status);
 
@@ -121,7 +127,7 @@ public:
   /// the file-set and in its studies, each after what stands in it, one level deep, and the files in folders of series.
   /// Files of the upper two levels stay unseen, and folders in the folder of a series. Private structure only. A study
   /// whose folder is gone is dropped from memory, and from the file with the next write. 0, also when a study or a
-  /// series can't be scanned (logged), or -1.
+  /// series can't be scanned (logged), or -1, with the cause in the log.
   int ProcessZombieFiles(CToolParseDICOMReport& report);
 
   /// Brings everything that was acknowledged to the disk, of relaxed operations too, whoever made them. The whole file
@@ -161,6 +167,7 @@ private:
 
   // store
   int store(Disk_StoreRequest const& request);
+  int find_in_place(Disk_StoreRequest const& request) const;
   int lock_for_store(Disk_FileSetHold& file_set);
   static constexpr int kStudyIsGone = -2; // from the folder where it was found
   int store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
@@ -178,6 +185,7 @@ private:
   int NewPatient(Disk_PatientDirectoryRecord* patient);
   int NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study, int in_place,
                char const* existing_file);
+  static int refuse_shallow(Disk_FileID const& object);
   int study_directory(Disk_StudyDirectoryRecord const& study, int in_place, char const* existing_file, Disk_FileID* id);
   bool is_named(std::string const& id) const override;
   Disk_FileID GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid, int* status) const;

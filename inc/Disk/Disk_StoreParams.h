@@ -18,7 +18,7 @@ struct DISK_EXPORT Disk_StoreParams {
         standard_structure(flags & STANDARD_STRUCTURE ? 1 : 0), dump_mode_three(flags & DUMP_MODE_THREE ? 1 : 0),
         pass_over_damage(flags & PASS_OVER_DAMAGE ? 1 : 0) {}
 
-  std::uint32_t read_only : 1;          ///< nothing is written; a file-set without VERSION is read once
+  std::uint32_t read_only : 1;          ///< what changes the file-set is refused; without VERSION it is read once
   std::uint32_t store_native : 1;       ///< objects are written uncompressed
   std::uint32_t standard_structure : 1; ///< one DICOMDIR holds all records
   std::uint32_t dump_mode_three : 1;    ///< without effect, kept for callers

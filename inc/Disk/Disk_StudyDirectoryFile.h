@@ -83,6 +83,7 @@ private:
 
   Disk_RecordList<Disk_SeriesDirectoryRecord> series_records;
   Disk_LockManager lock_manager;
+  int no_lock_cause = 0; // errno, when its file couldn't be opened
   std::unique_ptr<Disk_SeriesDirectoryFile> series_file;
   unsigned first_series_offset;
 };

@@ -117,6 +117,7 @@ Dicom_UI Disk_Access::GetNextUID() const {
 }
 
 int Disk_Access::FetchNext(IOD_Msg** object) {
+  if (Disk_RefuseNull("FetchNext", object) == -1) return -1;
   return Disk_Guarded("FetchNext", [&] {
     if (!HasMore()) {
       DISK_LOG(7, "FetchNext: No more items.\n");

@@ -4,6 +4,7 @@
 
 int Disk_Check(char const* file_set_prefix, Disk_StoreParams params, Disk_CheckOptions const& options,
                Disk_CheckResult* result) {
+  if (Disk_RefuseNull("Check", file_set_prefix, result) == -1) return -1;
   *result = {};
   return Disk_Guarded("Check", [&] {
     if (params.standard_structure) return Disk_CheckStandard(file_set_prefix, options, result).Run();

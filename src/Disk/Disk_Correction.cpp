@@ -44,6 +44,12 @@ int Failed(char const* text) {
   return -1;
 }
 
+/// At the root already, so that nothing is locked or read.
+int RefuseReadOnly(Disk_Correction const& correction) {
+  KlbGError.Set(DISK_ERROR_SYSTEM + EROFS);
+  return Failed(correction.texts.read_only);
+}
+
 } // namespace
 
 Disk_Correction Disk_Correction::PatientsName(Dicom_PN const& name, Dicom_LO const& id, Dicom_LO const& issuer,
@@ -90,6 +96,7 @@ int Disk_RootDirectoryFile::ChangeManufacturerParms(Dicom_LO const& patient_id, 
 int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer,
                                     Disk_Correction const& correction) {
   if (is_standard()) return Failed(correction.texts.root_structure);
+  if (params.read_only) return RefuseReadOnly(correction);
   Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) return Failed(correction.texts.cant_lock);
   if (Read() == -1) return Failed(correction.texts.cant_read_root);
@@ -136,6 +143,7 @@ int Disk_StudyDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacture
 
 int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
   if (is_standard()) return Failed(correction.texts.study_structure);
+  if (params.read_only) return RefuseReadOnly(correction);
   if (RefuseLink() == -1 || Read() == -1) return Failed("Can't read study directory file.\n");
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     Disk_FileID const id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
@@ -158,6 +166,7 @@ int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufactur
 }
 
 int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
+  if (params.read_only) return RefuseReadOnly(correction);
   if (RefuseLink() == -1 || Read() == -1) return Failed(correction.texts.cant_read_series);
   for (Disk_InstanceDirectoryRecord* image : image_records) {
     Disk_FileID const id = object_id(image->GetReferencedFileID());
@@ -180,7 +189,7 @@ int Disk_ObjectFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom
 }
 
 int Disk_ObjectFile::correct(Disk_Correction const& correction, bool sync_directory) {
-  if (params_.read_only) return Failed(correction.texts.read_only);
+  if (params_.read_only) return RefuseReadOnly(correction);
   IOD_Msg* read = nullptr;
   if (Read(&read, nullptr) == -1) {
     DISK_LOG(3, "%s: the object can't be read, so it isn't corrected.\n", file_id.Path().c_str());

@@ -66,6 +66,7 @@ Disk_DirectoryFile::Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams s
 int Disk_DirectoryFile::Lowercase() const { return standard_dicomdir && standard_dicomdir->IsLowercase() ? 1 : 0; }
 
 int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg) {
+  if (Disk_RefuseNull("Read", sequence, found, msg) == -1) return -1;
   // these first: what is written meanwhile makes the records newer than their number, never older
   FileState const state = file_state();
   long const version = GetFileVersion();
@@ -100,6 +101,7 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
 }
 
 int Disk_DirectoryFile::Write(Dicom_Sequence& sequence, Disk_Replacements* together) {
+  if (refuse_read_only("Write") == -1) return -1;
   return Disk_Guarded("Write", [&] {
     IOD_Msg msg;
     auto const fill = [&] { return FillDirectory(msg, sequence); };
@@ -178,6 +180,7 @@ int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, Re
 int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts,
                                     Disk_Replacements* together) {
   DISK_LOG(7, "Write:\n");
+  if (refuse_read_only("Write") == -1) return -1;
   if (!is_standard())
     return Disk_Guarded("Write", [&] {
       Dicom_Sequence sequence;

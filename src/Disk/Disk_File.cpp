@@ -12,6 +12,7 @@
 #include <memory>
 
 int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI const& syntax, bool) {
+  if (Disk_RefuseNull("Write", msg) == -1) return -1;
   bool const full = Util_FileSystem::GetDurability() == Util_Durability::Full;
   return Disk_Guarded("Write", [&] { return write(msg, syntax, full ? Synced::FileAndEntry : Synced::Nothing); });
 }
@@ -98,6 +99,7 @@ int Disk_File::sync_directory_of(std::string const& path, Util_Durability durabi
 }
 
 int Disk_File::Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_AsyncFile*) {
+  if (Disk_RefuseNull("Read", msg, found) == -1) return -1;
   return Disk_Guarded("Read", [&] { return read(msg, found, no_original_buffer); });
 }
 

@@ -1,6 +1,6 @@
-#include "Disk/Disk_Guard.h"
-
 #include <Disk/Disk_FileID.h>
+
+#include "Disk/Disk_Guard.h"
 
 #include <algorithm>
 #include <cctype>
@@ -22,6 +22,7 @@ Disk_FileID::Disk_FileID(char const* file_set_prefix, Dicom_CS const& id, int lo
 
 Disk_FileID::Disk_FileID(char const* file_set_prefix, char const* file_name, int* status, int lowercase)
     : Disk_FileID(file_set_prefix, CS_NULL, lowercase) {
+  if (Disk_RefuseNull("Disk_FileID()", status) == -1) return;
   std::string_view const path = file_name ? file_name : "";
   std::size_t const cut = file_set_prefix ? prefix_.size() + 1 : 0; // the prefix and its separator
   *status = 0;

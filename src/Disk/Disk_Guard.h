@@ -46,6 +46,15 @@ int Disk_Allocating(char const* text, Step step, int code = DISK_ERROR_MEMORY) {
   }
 }
 
+/// The pointers that an operation can't do without: 0; or -1, with a line and a code, when one is null.
+template <class... Pointers>
+int Disk_RefuseNull(char const* name, Pointers... pointers) {
+  if ((... && (pointers != nullptr))) return 0;
+  DISK_LOG(3, "%s: an argument is NULL.\n", name);
+  KlbGError.Set(DISK_ERROR_SYSTEM + EINVAL);
+  return -1;
+}
+
 /// Runs a step that ends with 0 or -1; the system call that failed in it, or the lack of memory, gives the error code.
 template <class Step>
 int Disk_WithCause(Step step) {

@@ -1,6 +1,9 @@
 #include "Disk/Disk_Guard.h"
 
 #include <Disk/Disk_ObjectFile.h>
+
+#include "Disk/Disk_Guard.h"
+
 #include <dicom/Dicom_Compressor.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
@@ -22,8 +25,10 @@ int Disk_ObjectFile::Read(IOD_Msg** msg, Disk_AsyncFile* async) {
 }
 
 int Disk_ObjectFile::Store(IOD_Msg* msg, bool sync_directory, Disk_Replacements* together) {
+  if (Disk_RefuseNull("Store", msg) == -1) return -1;
   if (params_.read_only) {
     DISK_LOG(3, "Disk_ObjectFile::Store() - operation cannot be performed on a read-only access object.\n");
+    KlbGError.Set(DISK_ERROR_SYSTEM + EROFS);
     return -1;
   }
   if (Disk_Guarded("Write", [&] { return Write(msg, sync_directory, together); }) == 0) return 0;

@@ -8,7 +8,11 @@
 #include <dicom/IOD_Image.h>
 #include <dicom/IOD_Msg.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 /// What the three levels do alike with their lists of records. They differ in classes and messages.
@@ -118,6 +122,27 @@ inline int Disk_LinkBelow(Disk_DirectoryRecord& parent, unsigned offset) {
   parent.SetChanged(true);
   return 0;
 }
+
+/// A counter moved by `step`. It stops at the limits of its type.
+inline int Disk_Moved(int count, std::int64_t step) {
+  using Limits = std::numeric_limits<int>;
+  return int(std::clamp<std::int64_t>(count + step, Limits::min(), Limits::max()));
+}
+
+/// What a record counts: in the attribute of the standard or, where that is missing, in ours. Nothing without both.
+inline std::optional<int> Disk_Counted(Dicom_IS const& related, Dicom_UL const& ours) {
+  if (related != IS_NULL) return int(related);
+  if (ours == UL_NULL) return std::nullopt;
+  return Disk_Moved(0, std::uint32_t(ours));
+}
+inline std::optional<int> Disk_CountedImages(IOD_Msg const& series) {
+  return Disk_Counted(series.GetNumberOfSeriesRelatedImages(), series.GetNumberOfImages());
+}
+inline std::optional<int> Disk_CountedSeries(IOD_Msg const& study) {
+  return Disk_Counted(study.GetNumberOfStudyRelatedSeries(), study.GetNumberOfSeries());
+}
+/// For our attribute, which is unsigned.
+inline Dicom_UL Disk_OwnCounter(int count) { return Dicom_UL(std::uint32_t(std::max(count, 0))); }
 
 /// Writes `value` into a counter of a record of the standard shape, whose length stays. Another system's record may
 /// have no room for the digits. 0, or -1.

@@ -20,12 +20,14 @@ Disk_RootDirectoryFile::Disk_RootDirectoryFile(char const* file_set_prefix, Disk
       reserved_kb(reserved) {
   DISK_LOG(7, "In Disk_RootDirectoryFile::Disk_RootDirectoryFile()\n");
   SetWritingStrategy(strategy);
-  Construct(file_set_prefix, status);
+  // without a status nobody would know of a failure: every operation fails then, as no lock was made
+  if (Disk_RefuseNull("Disk_RootDirectoryFile", status) == 0) Construct(file_set_prefix, status);
 }
 
 Disk_RootDirectoryFile::Disk_RootDirectoryFile(wchar_t const* file_set_prefix, Disk_StoreParams store_params,
                                                long reserved, int* status, Disk_StorageStrategy* strategy)
-    : Disk_RootDirectoryFile(ToUTF8(file_set_prefix).data(), store_params, reserved, status, strategy) {}
+    : Disk_RootDirectoryFile(file_set_prefix ? ToUTF8(file_set_prefix).data() : nullptr, store_params, reserved, status,
+                             strategy) {}
 
 Disk_RootDirectoryFile::~Disk_RootDirectoryFile() {
   if (!dicomdir || !dicomdir->UsesRedoFile()) return;
@@ -43,7 +45,8 @@ void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status)
     DISK_LOG(3, "Disk_RootDirectoryFile: Failed init the Dicom_CS.\n");
     return;
   }
-  *status = Disk_Guarded("Disk_RootDirectoryFile", [&] { return construct(file_set_prefix); });
+  *status = Disk_RefuseNull("Disk_RootDirectoryFile", file_set_prefix);
+  if (*status == 0) *status = Disk_Guarded("Disk_RootDirectoryFile", [&] { return construct(file_set_prefix); });
 }
 
 int Disk_RootDirectoryFile::construct(char const* file_set_prefix) {
@@ -119,6 +122,8 @@ void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
 
 int Disk_RootDirectoryFile::Sync() {
   return Disk_Guarded("Sync", [&] {
+    if (params.read_only && Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0) return 0;
+    if (refuse_read_only("Sync") == -1) return -1;
     if (Disk_RelaxedEpoch::End(GetFileSetPrefix()) == 0) return 0;
     int const cause = errno;
     DISK_LOG(3, "Sync: Can't sync %s (errno=%d).\n", GetFileSetPrefix(), cause);

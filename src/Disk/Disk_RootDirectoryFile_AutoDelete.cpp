@@ -1,6 +1,7 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_Operation.h"
+#include "Disk/Disk_RecordIO.h"
 
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_Clock.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <vector>
 
 struct Disk_RootDirectoryFile::DatedStudy {
@@ -76,7 +78,9 @@ long Disk_RootDirectoryFile::free_space() {
     KlbGError.Set(DISK_ERROR_SYSTEM + errno);
     return -1;
   }
-  return std::max(long(bytes * kKbPerByte) - reserved_kb, 0L);
+  long left = 0;
+  bool const beyond = __builtin_sub_overflow(long(bytes * kKbPerByte), reserved_kb, &left); // of a negative reserve
+  return beyond ? std::numeric_limits<long>::max() : std::max(left, 0L);
 }
 
 int Disk_RootDirectoryFile::CompareDates(void const* a, void const* b) {
@@ -101,6 +105,7 @@ int Disk_RootDirectoryFile::auto_delete() {
     DISK_LOG(3, "AutoDelete: service is supported only for zentara Dicomdir structure.\n");
     return -1;
   }
+  if (refuse_read_only("AutoDelete") == -1) return -1;
   long const limit = long(auto_delete_par.wanted_free_mb) * kKbPerMb;
   if (long const free = FreeSpace(); free > limit) {
     DISK_LOG(6, "AutoDelete: There is already enough space %d KByte (%d)\n", int(free), int(limit));
@@ -134,6 +139,7 @@ int Disk_RootDirectoryFile::auto_delete() {
 }
 
 int Disk_RootDirectoryFile::ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
+  if (Disk_RefuseNull("ListAutoDelete", candidates) == -1) return -1;
   int const result = Disk_Guarded("AutoDelete", [&] { return list_auto_delete(candidates); });
   if (result == -1) candidates->clear();
   return result;
@@ -209,9 +215,7 @@ int Disk_RootDirectoryFile::auto_delete_study(Disk_StudyDirectoryRecord* study, 
   if (study_file->Delete(&removal) == -1) {
     DISK_LOG(4, "AutoDelete: Can't delete study.\n");
   } else {
-    IOD_Msg const& record = *study->GetRecordMsg();
-    Dicom_IS const related = record.GetNumberOfStudyRelatedSeries();
-    int const known = related == IS_NULL ? int(unsigned(record.GetNumberOfSeries())) : int(related);
+    int const known = Disk_CountedSeries(*study->GetRecordMsg()).value_or(0);
     if (known != removal.series_removed)
       DISK_LOG(4, "AutoDelete: series mismatching %d %d.\n", known, removal.series_removed);
     if (DeleteStudy(study) == -1) DISK_LOG(4, "AutoDelete: Can't delete study record.\n");
@@ -232,7 +236,10 @@ int Disk_RootDirectoryFile::DeleteCorruptedEntry(Disk_StudyDirectoryRecord* stud
   struct stat status {};
   if (Util_FileSystemInterface::Current().Stat((folder + "/.").c_str(), &status) == 0) return 0;
   if (errno != ENOENT) {
+    int const cause = errno;
     DISK_LOG(3, "DeleteCorruptedEntry: unexpected error accessing study's directory, entry not deleted\n");
+    DISK_LOG(3, "The cause: errno=%d.\n", cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   }
   if (DeleteStudyFromList(study) == 0) return 0;

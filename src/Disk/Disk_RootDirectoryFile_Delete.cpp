@@ -7,6 +7,19 @@
 
 #include <cerrno>
 
+namespace {
+
+/// The UID that a request of this level lacks, or null. Without it the request would take all that the others name.
+char const* MissingUid(SCL_MoveIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level) {
+  bool const images = level == SCL_QueryRetrieveLevel::IMAGE;
+  if (identifier.GetStudyInstanceUID() == UI_NULL) return "Study";
+  if ((images || level == SCL_QueryRetrieveLevel::SERIES) && identifier.GetSeriesInstanceUID() == UI_NULL)
+    return "Series";
+  return images && identifier.GetSOPInstanceUID() == UI_NULL ? "SOP" : nullptr;
+}
+
+} // namespace
+
 int Disk_RootDirectoryFile::Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
                                    MXL_SubOperationsReport* report, SCL_ResponseStatus& status) {
   DISK_LOG(7, "Delete:\n");
@@ -15,6 +28,7 @@ int Disk_RootDirectoryFile::Delete(SCL_MoveIdentifier const& identifier, SCL_Inf
     return -1;
   }
   status = SCL_ResponseStatus::Failed;
+  if (Disk_RefuseNull("Delete", report) == -1) return -1;
   Disk_Tally tally;
   bool begun = false; // from then on the report is this request's
   int const result = Disk_Guarded("Delete", [&] { return remove(identifier, model, &begun, &tally, status); });
@@ -30,6 +44,7 @@ int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_Inf
     KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
     return -1;
   }
+  if (refuse_read_only("Delete") == -1) return -1;
   Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) {
     DISK_LOG(3, "Delete: Can't lock file-set.\n");
@@ -46,8 +61,8 @@ int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_Inf
     DISK_LOG(3, "Delete: Multiple studies in messege while query level is nott study.\n");
     return -1;
   }
-  if (studies_to_go == UI_NULL) {
-    DISK_LOG(3, "Delete: no Study Instance UID says what is to go.\n");
+  if (char const* const missing = MissingUid(identifier, level)) {
+    DISK_LOG(3, "Delete: no %s Instance UID says what is to go.\n", missing);
     return -1;
   }
   int result = 0;
@@ -131,7 +146,7 @@ int Disk_RootDirectoryFile::count_removed(Disk_StudyDirectoryRecord* study, Disk
   IOD_Msg& record = *study->GetRecordMsg();
   Dicom_IS const images = record.GetNumberOfStudyRelatedImages();
   if (images != IS_NULL) {
-    int const left = std::max(int(images) - int(removal.tally.completed), removal.images_left);
+    int const left = std::max(Disk_Moved(images, -std::int64_t(removal.tally.completed)), removal.images_left);
     if (set_counter(*study, Dicom_Tag(0x0020, 0x1208), left) == -1) {
       DISK_LOG(3, "Delete(): Can't update study directory record.\n");
       return -1;
@@ -141,13 +156,12 @@ int Disk_RootDirectoryFile::count_removed(Disk_StudyDirectoryRecord* study, Disk
     DISK_LOG(3, "Delete: Can't update modality study directory record.\n");
     return -1;
   }
-  Dicom_IS const related = record.GetNumberOfStudyRelatedSeries();
-  int const known = related == IS_NULL ? int(unsigned(record.GetNumberOfSeries())) : int(related);
+  int const known = Disk_CountedSeries(record).value_or(0);
   int remaining = Disk_Raised(known, removal.series_before, "study") - removal.series_removed;
   bool const is_consistent = known == removal.series_removed;
   if (removal.series_left == 0) remaining = 0; // too high is what a killed delete leaves
   if (set_counter(*study, Dicom_Tag(0x0020, 0x1206), remaining) == -1) return -1;
-  if (!is_standard() && record.SetNumberOfSeries(Dicom_UL(unsigned(std::max(remaining, 0)))) == -1) return -1;
+  if (!is_standard() && record.SetNumberOfSeries(Disk_OwnCounter(remaining)) == -1) return -1;
   if (remaining != 0 && level != SCL_QueryRetrieveLevel::STUDY) return 0;
   if (!is_consistent && level == SCL_QueryRetrieveLevel::STUDY)
     DISK_LOG(4, "Delete: Warning: inconsistent db. Un-empty study is deleted\n");

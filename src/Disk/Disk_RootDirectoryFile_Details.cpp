@@ -30,7 +30,8 @@ int Disk_RootDirectoryFile::update_zentara_details(Disk_StudyDirectoryRecord* st
   if (new_series && Logged(count_new_series(record, *msg)) == -1) return -1;
   if (new_image) {
     Dicom_IS const images = record.GetNumberOfStudyRelatedImages();
-    if (Logged(images == IS_NULL ? -1 : record.SetNumberOfStudyRelatedImages(Dicom_IS(images + 1, true))) == -1)
+    if (Logged(images == IS_NULL ? -1 : record.SetNumberOfStudyRelatedImages(Dicom_IS(Disk_Moved(images, 1), true))) ==
+        -1)
       return -1;
   }
   Dicom_PN const physician = msg->GetReferringPhysiciansName();
@@ -41,12 +42,11 @@ int Disk_RootDirectoryFile::update_zentara_details(Disk_StudyDirectoryRecord* st
 }
 
 int Disk_RootDirectoryFile::count_new_series(IOD_Msg& record, IOD_Msg const& msg) {
-  Dicom_IS const related = record.GetNumberOfStudyRelatedSeries();
-  Dicom_UL const series = record.GetNumberOfSeries();
-  if (related == IS_NULL && series == UL_NULL) return -1;
-  int const count = (related == IS_NULL ? int(unsigned(series)) : int(related)) + 1;
+  std::optional<int> const before = Disk_CountedSeries(record);
+  if (!before) return -1;
+  int const count = Disk_Moved(*before, 1);
   if (record.SetNumberOfStudyRelatedSeries(Dicom_IS(count, true)) == -1) return -1;
-  if (record.SetNumberOfSeries(Dicom_UL(unsigned(count))) == -1) return -1;
+  if (record.SetNumberOfSeries(Disk_OwnCounter(count)) == -1) return -1;
 
   DISK_LOG(7, "******* Adding series modality to study *******\n");
   Dicom_CS const modality = msg.GetModality(), modalities = record.GetModalitiesInStudy();
@@ -55,7 +55,7 @@ int Disk_RootDirectoryFile::count_new_series(IOD_Msg& record, IOD_Msg const& msg
   return record.SetModalitiesInStudy(contained ? modalities : modalities | modality);
 }
 
-/// Keeps the earliest date and time of the images.
+/// Keeps the earliest date and time of the images. Times are compared to the second.
 int Disk_RootDirectoryFile::UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecord* study, Dicom_DA const& date,
                                                         Dicom_TM const& time) const {
   if (date == DA_NULL || time == TM_NULL) return 0;
@@ -63,8 +63,9 @@ int Disk_RootDirectoryFile::UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecor
   Dicom_DA const kept_date = record.GetFakedStudyDate();
   Dicom_TM const kept_time = record.GetFakedStudyTime();
   if (kept_date != DA_NULL && kept_time != TM_NULL) {
+    auto const second = [](Dicom_TM const& of) { return std::tuple(of.Hours(), of.Minutes(), of.Seconds()); };
     if (kept_date < date) return 0;
-    if (!(date < kept_date) && !(time < kept_time)) return 0;
+    if (!(date < kept_date) && second(kept_time) <= second(time)) return 0;
   }
   if (record.SetFakedStudyDate(date.Duplicate()) == -1) return -1;
   return record.SetFakedStudyTime(time.Duplicate());
@@ -79,7 +80,7 @@ int Disk_RootDirectoryFile::update_standard_details(Disk_StudyDirectoryRecord* s
   if (new_series) {
     Dicom_IS const series = record.GetNumberOfStudyRelatedSeries();
     char const* failure = kFailed;
-    if ((series != IS_NULL && Disk_SetCounter(*study, kRelatedSeries, series + 1) == -1) ||
+    if ((series != IS_NULL && Disk_SetCounter(*study, kRelatedSeries, Disk_Moved(series, 1)) == -1) ||
         add_modality(record, modality, &failure) == -1) {
       DISK_LOG_TEXT(3, failure);
       return -1;
@@ -87,7 +88,7 @@ int Disk_RootDirectoryFile::update_standard_details(Disk_StudyDirectoryRecord* s
   }
   Dicom_IS const images = record.GetNumberOfStudyRelatedImages();
   if (!new_image || images == IS_NULL) return 0;
-  return Logged(Disk_SetCounter(*study, kRelatedImages, images + 1));
+  return Logged(Disk_SetCounter(*study, kRelatedImages, Disk_Moved(images, 1)));
 }
 
 int Disk_RootDirectoryFile::add_modality(IOD_Msg& record, Dicom_CS const& modality, char const** failure) {
@@ -114,7 +115,7 @@ int Disk_RootDirectoryFile::limit_counts(IOD_Msg& record) {
   if (int(record.GetNumberOfStudyRelatedImages()) > images &&
       Logged(record.SetNumberOfStudyRelatedImages(Dicom_IS(images, true))) == -1)
     return -1;
-  if (int(record.GetNumberOfStudyRelatedSeries()) <= series) return 0;
+  if (Disk_CountedSeries(record).value_or(0) <= series) return 0;
   if (Logged(record.SetNumberOfStudyRelatedSeries(Dicom_IS(series, true))) == -1) return -1;
-  return Logged(record.SetNumberOfSeries(Dicom_UL(unsigned(series))));
+  return Logged(record.SetNumberOfSeries(Disk_OwnCounter(series)));
 }

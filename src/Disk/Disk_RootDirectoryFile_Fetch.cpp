@@ -17,6 +17,7 @@ std::atomic<int> s_fetches{0}; // feeds a log line only
 
 int Disk_RootDirectoryFile::GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
                                    Disk_AsyncFile* async) {
+  if (Disk_RefuseNull("GetOne", object) == -1) return -1;
   return Disk_Guarded("GetOne", [&] { return get_one(identifier, model, object, async); });
 }
 

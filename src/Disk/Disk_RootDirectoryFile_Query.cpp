@@ -35,6 +35,7 @@ Choice ChooseStudy(IOD_Msg const& record, SCL_QueryIdentifier const& identifier)
 
 int Disk_RootDirectoryFile::Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
                                   Dicom_Sequence* results) {
+  if (Disk_RefuseNull("Query", results) == -1) return -1;
   return Disk_Guarded("Query", [&] { return query(identifier, model, results); });
 }
 

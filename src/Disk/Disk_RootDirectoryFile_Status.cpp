@@ -7,7 +7,7 @@
 // What changes one attribute of one study record. Nothing below the root is touched, so no study is locked.
 
 struct Disk_RootDirectoryFile::StudyChangeTexts {
-  char const *cant_lock, *cant_read, *no_study, *cant_write, *cant_unlock;
+  char const *name, *cant_lock, *cant_read, *no_study, *cant_write, *cant_unlock;
 };
 
 /// `change` sets the attribute: 0, or -1 after a log line of its own.
@@ -17,6 +17,7 @@ int Disk_RootDirectoryFile::change_study(Dicom_UI const& study_uid, StudyChangeT
     DISK_LOG_TEXT(3, text);
     return -1;
   };
+  if (refuse_read_only(texts.name) == -1) return -1;
   Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) return failed(texts.cant_lock);
   if (Read() == -1) return failed(texts.cant_read);
@@ -42,8 +43,12 @@ namespace {
 #define PROTECTION_TEXTS(NAME)                                                                                         \
   {                                                                                                                    \
     NAME "(): Unsupported information model.\n", NAME ": service is supported only for zentara Dicomdir structure.\n", \
-        {NAME "(): Can't lock file-set.\n", NAME "(): Can't read root directory file.\n",                              \
-         NAME "(): Can't find study.\n", NAME "(): Can't update the file.\n", NAME "(): Can't unlock file-set.\n"},    \
+        {NAME,                                                                                                         \
+         NAME "(): Can't lock file-set.\n",                                                                            \
+         NAME "(): Can't read root directory file.\n",                                                                 \
+         NAME "(): Can't find study.\n",                                                                               \
+         NAME "(): Can't update the file.\n",                                                                          \
+         NAME "(): Can't unlock file-set.\n"},                                                                         \
         NAME "(): unknown Query/Retrieve Level (IMAGE).\n", NAME "(): unknown Query/Retrieve Level (SERIES).\n",       \
         NAME "(): unknown Query/Retrieve Level.\n", NAME "(): Can't set protection flag.\n"                            \
   }
@@ -105,8 +110,7 @@ int Disk_RootDirectoryFile::set_protection(SCL_MoveIdentifier const& identifier,
 #define STATUS_PREFIX(NAME) "Disk_RootDirectoryFile::" NAME "() - "
 #define STATUS_CHANGE_TEXTS(NAME)                                                                                      \
   {                                                                                                                    \
-    STATUS_PREFIX(NAME)                                                                                                \
-    "Can't lock file-set.\n", STATUS_PREFIX(NAME) "Can't read root directory file.\n",                                 \
+    NAME, STATUS_PREFIX(NAME) "Can't lock file-set.\n", STATUS_PREFIX(NAME) "Can't read root directory file.\n",       \
         STATUS_PREFIX(NAME) "study does not exists in DICOMDIR.\n",                                                    \
         STATUS_PREFIX(NAME) "Can't update the root directory file.\n", STATUS_PREFIX(NAME) "Can't unlock file-set.\n"  \
   }

@@ -7,7 +7,9 @@
 
 #include <Disk/Disk_DicomDir.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 int Disk_RootDirectoryFile::Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place,
                                   char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
@@ -32,6 +34,7 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
     DISK_LOG(3, "Store: Can't store.\n");
     return -1;
   }
+  if (refuse_read_only("Store") == -1 || find_in_place(request) == -1) return -1;
   ResetStudyFile(); // one that a failure left may have no lock
 
   Disk_FileSetHold file_set;
@@ -43,6 +46,19 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   }
   KeepStudyFile();
   return 0;
+}
+
+/// An object that is in place must be there. This comes before anything is made for it; what makes no path below the
+/// prefix is told later.
+int Disk_RootDirectoryFile::find_in_place(Disk_StoreRequest const& request) const {
+  std::string const file = request.in_place && request.existing_file ? request.existing_file : "";
+  struct stat status {};
+  bool const is_below = file.size() > std::string_view(GetFileSetPrefix()).size() + 1;
+  if (!is_below || request.move_store || Util_FileSystemInterface::Current().Stat(file.c_str(), &status) == 0) return 0;
+  int const cause = errno;
+  DISK_LOG(3, "Store: Can't find %s (errno=%d).\n", file.c_str(), cause);
+  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
 }
 
 /// Takes the file-set's lock and brings the records up to date.
@@ -134,8 +150,10 @@ int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
   if (new_study) {
     if (add_study(request, &patient, &study) == -1) return -1;
     owner = patient;
-  } else if (check_match(request, patient, *study) == -1) {
-    return -1;
+  } else {
+    if (check_match(request, patient, *study) == -1) return -1;
+    if (patient && patient->GetRecordMsg()->GetPatientID() != owner->GetRecordMsg()->GetPatientID())
+      DISK_LOG(4, "Store: the study of the object belongs to another patient, but the image is stored\n");
   }
   touched_patients.insert(owner);
   GetStudyFile(study);
@@ -282,6 +300,7 @@ int Disk_RootDirectoryFile::study_directory(Disk_StudyDirectoryRecord const& stu
   IOD_Msg const& record = *study.GetRecordMsg();
   *id = in_place ? Disk_FileID(GetFileSetPrefix(), existing_file, &status, 0)
                  : GenerateReferencedFileID(record.GetStudyID(), record.GetStudyInstanceUID(), &status);
+  if (in_place && status == 0) status = refuse_shallow(*id);
   if (status == -1) {
     DISK_LOG(3, "NewStudy(): Can't generate a file ID.\n");
     return -1;
@@ -296,6 +315,15 @@ int Disk_RootDirectoryFile::study_directory(Disk_StudyDirectoryRecord const& stu
   int const cause = errno;
   DISK_LOG(3, "NewStudy(): Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  return -1;
+}
+
+/// The folder two levels above an object becomes the study's. It must not be the file-set's own, or above that.
+int Disk_RootDirectoryFile::refuse_shallow(Disk_FileID const& object) {
+  std::string const path = object.Path(), prefix = object.GetFileSetPrefix();
+  if (!path.empty() && std::count(path.begin() + std::ptrdiff_t(prefix.size()), path.end(), '/') >= 3) return 0;
+  DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", path.c_str());
+  KlbGError.Set(DISK_ERROR_FILE_NAME);
   return -1;
 }
 
@@ -334,8 +362,8 @@ constexpr Mismatch kStudyId{"Store: Study ID doesn't match the study UID, but th
                             "Store: Study ID does not match the study UID of old images of the same study.\n",
                             "Study ID is %s, but must be %s. Store cant be done...\n", DISK_ERROR_STUDY_ID_MISMATCH};
 
-int Compare(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringType const& stored, bool tolerate) {
-  if (its.View() == stored.View()) return 0;
+/// Logs a mismatch. 0 when it is tolerated, otherwise -1.
+int Mismatched(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringType const& stored, bool tolerate) {
   if (tolerate) {
     DISK_LOG_TEXT(5, mismatch.tolerated);
     return 0;
@@ -344,6 +372,10 @@ int Compare(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringT
   DISK_LOG(3, mismatch.values, its.CStr(), stored.CStr());
   KlbGError.Set(mismatch.code);
   return -1;
+}
+
+int Compare(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringType const& stored, bool tolerate) {
+  return its.View() == stored.View() ? 0 : Mismatched(mismatch, its, stored, tolerate);
 }
 
 } // namespace
@@ -356,9 +388,13 @@ int Disk_RootDirectoryFile::check_match(Disk_StoreRequest const& request, Disk_D
     IOD_Msg const& known = *reference->GetRecordMsg();
     if (Compare(kName, msg.GetPatientsName(), known.GetPatientsName(), tolerate) == -1) return -1;
     if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
-  } else { // no patient has the object's ID, so the study's doesn't
+  } else { // no patient has the object's ID and issuer, so the study's doesn't
     IOD_Msg const& known = *GetPatientRecord(msg.GetStudyInstanceUID())->GetRecordMsg();
-    if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
+    if (Mismatched(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) {
+      DISK_LOG(3, "Issuer of Patient ID is '%s', and '%s' of the study's patient.\n", msg.GetIssuerOfPatientID().CStr(),
+               known.GetIssuerOfPatientID().CStr());
+      return -1;
+    }
   }
   if (Compare(kStudyId, msg.GetStudyID(), study.GetRecordMsg()->GetStudyID(), tolerate) == 0) return 0;
   DISK_LOG(4, "Store can be more tolerant, if the parameter store_unmatching_images is TRUE within all_clients\n");

@@ -1,6 +1,7 @@
 #include <Disk/Disk_SeriesDirectoryFile.h>
 
 #include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordIO.h"
 
 #include <Disk/Disk_ObjectFile.h>
@@ -54,9 +55,10 @@ int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* se
 
 int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
                                     int* new_image, Disk_Replacements* together) {
+  if (Disk_RefuseNull("Store", request.msg, series, new_image) == -1) return -1;
   DISK_LOG(7, "Entering Store\n");
   if (is_standard()) DISK_LOG(6, "Store: standard_dicomdir.\n");
-  if (RefuseLink() == -1) return -1;
+  if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Store(): Can't read series directory file.\n");
     return -1;
@@ -182,10 +184,10 @@ bool Disk_SeriesDirectoryFile::is_synced_with(Disk_FileID const& object) const {
   return !is_standard() && path.substr(0, path.rfind('/')) == own.substr(0, own.rfind('/'));
 }
 
-/// A file that its writer may not have synced.
+/// A file that must be there, and that its writer may not have synced.
 int Disk_SeriesDirectoryFile::sync_in_place(std::string const& path) {
-  if (Util_FileSystem::GetDurability() == Util_Durability::Relaxed) return 0;
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  if (file && Util_FileSystem::GetDurability() == Util_Durability::Relaxed) return 0;
   if (file && Util_FileSystem::SyncFile(file.Get()) == 0) return sync_directory_of(path);
   int const cause = errno;
   DISK_LOG(3, "Store(): Can't sync %s (errno=%d).\n", path.c_str(), cause);
@@ -221,6 +223,7 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
 }
 
 int Disk_SeriesDirectoryFile::GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object) {
+  if (Disk_RefuseNull("GetOne", object) == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "GetOne(): Can't read series directory file.\n");
     return -1;

@@ -1,6 +1,7 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
 #include "Disk/Disk_FileSetTags.h"
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_Replacements.h"
 
@@ -29,14 +30,23 @@ Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_Sto
   // the lock in the folder of the file-set is that of the file-set, and held already
   bool const own = !folder.empty() && folder != directory().GetFileSetPrefix();
   // and where a link leads no lock file is made
+  errno = EINVAL;
   int const link = own ? IsLink(folder) : -1;
-  if (link == -1 || lock_manager.Init(folder.c_str(), params.read_only || link == 1) == -1)
-    DISK_LOG(3, "Error when trying to lock study\n");
+  if (link != -1 && lock_manager.Init(folder.c_str(), params.read_only || link == 1) == 0) return;
+  no_lock_cause = errno;
+  DISK_LOG(3, "Error when trying to lock study\n");
 }
 
 int Disk_StudyDirectoryFile::with_lock(Lock operation, char const* failure) {
-  if (is_standard() || (lock_manager.*operation)() == 0) return 0;
+  if (is_standard() || (no_lock_cause == 0 && (lock_manager.*operation)() == 0)) return 0;
+  if (no_lock_cause != 0) {
+    KlbGError.Set(DISK_ERROR_SYSTEM + no_lock_cause);
+    DISK_LOG(3, "The lock file in %s can't be opened (errno=%d).\n", directory().FolderPath().c_str(), no_lock_cause);
+    errno = no_lock_cause;
+  }
+  int const cause = errno;
   DISK_LOG_TEXT(3, failure);
+  errno = cause;
   return -1;
 }
 
@@ -76,11 +86,13 @@ int Disk_StudyDirectoryFile::Write(Disk_Replacements* together) {
 }
 
 int Disk_StudyDirectoryFile::Count(int* series, int* images) {
-  if (Read() == -1) return -1;
+  if (Disk_RefuseNull("Count", series, images) == -1 || Read() == -1) return -1;
   *series = *images = 0;
   for (Disk_SeriesDirectoryRecord* record : series_records) {
     ++*series;
-    *images += record->GetRecordMsg()->GetNumberOfSeriesRelatedImages();
+    // one that counts nothing may have any number
+    *images =
+        Disk_Moved(*images, Disk_CountedImages(*record->GetRecordMsg()).value_or(std::numeric_limits<int>::max()));
   }
   return 0;
 }
@@ -106,8 +118,9 @@ int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* stud
 
 int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series,
                                    int* new_image) {
+  if (Disk_RefuseNull("Store", request.msg, study, new_series, new_image) == -1) return -1;
   if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
-  if (RefuseLink() == -1) return -1;
+  if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Store(): Can't read the study directory file.\n");
     return -1;
@@ -237,19 +250,20 @@ int Disk_StudyDirectoryFile::check_series_number(Disk_StoreRequest const& reques
 
 int Disk_StudyDirectoryFile::count_new_image(Disk_SeriesDirectoryRecord* series) const {
   IOD_Msg& record = *series->GetRecordMsg();
-  Dicom_IS const count = record.GetNumberOfSeriesRelatedImages();
   if (is_standard()) {
     constexpr Dicom_Tag kNumberOfSeriesRelatedImages{0x0020, std::uint16_t(0x1209)};
-    return count == IS_NULL ? 0 : Disk_SetCounter(*series, kNumberOfSeriesRelatedImages, count + 1);
+    Dicom_IS const count = record.GetNumberOfSeriesRelatedImages();
+    return count == IS_NULL ? 0 : Disk_SetCounter(*series, kNumberOfSeriesRelatedImages, Disk_Moved(count, 1));
   }
-  Dicom_UL const other = record.GetNumberOfImages();
-  if (count == IS_NULL && other == UL_NULL) return -1;
-  int const sum = (count == IS_NULL ? int(unsigned(other)) : int(count)) + 1;
-  if (record.SetNumberOfImages(Dicom_UL(unsigned(sum))) == -1) return -1;
+  std::optional<int> const before = Disk_CountedImages(record);
+  if (!before) return -1;
+  int const sum = Disk_Moved(*before, 1);
+  if (record.SetNumberOfImages(Disk_OwnCounter(sum)) == -1) return -1;
   return record.SetNumberOfSeriesRelatedImages(Dicom_IS(sum, true));
 }
 
 int Disk_StudyDirectoryFile::GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object) {
+  if (Disk_RefuseNull("GetOne", object) == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "GetOne(): Can't read the study directory file.\n");
     return -1;

@@ -1,5 +1,6 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
+#include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Remove.h"
@@ -39,8 +40,9 @@ void Disk_SetDeletesCineFiles(bool wanted) { s_deletes_cine_files = wanted; }
 bool Disk_DeletesCineFiles() { return s_deletes_cine_files; }
 
 int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
+  if (Disk_RefuseNull("Delete", removal) == -1) return -1;
   DISK_LOG(7, "Delete:\n");
-  if (RefuseLink() == -1) return -1;
+  if (refuse_read_only("Delete") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Delete(): Can't read study directory file.\n");
     return -1;
@@ -72,7 +74,7 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
     return -1;
   for (Disk_SeriesDirectoryRecord* left : staying) {
     ++removal->series_left;
-    removal->images_left += left->GetRecordMsg()->GetNumberOfSeriesRelatedImages();
+    removal->images_left = Disk_Moved(removal->images_left, Disk_CountedImages(*left->GetRecordMsg()).value_or(0));
     if (left->GetRecordMsg()->GetModality() == removal->modality) removal->modality_is_left = true;
   }
   if (Write() == 0) return 0;
@@ -95,17 +97,15 @@ int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* se
   *tally += own;
   if (result == -1) return -1;
   IOD_Msg& record = *series->GetRecordMsg();
-  Dicom_IS const related = record.GetNumberOfSeriesRelatedImages();
-  Dicom_UL const images = record.GetNumberOfImages();
+  std::optional<int> const known = Disk_CountedImages(record);
   // a record that another system wrote may count nothing: its list does
-  if (related == IS_NULL && images == UL_NULL && !is_standard()) {
+  if (!known && !is_standard()) {
     DISK_LOG(3, "DeleteImagesOfSeries(): Can't update series directory record.\n");
     return -1;
   }
-  int const known = related == IS_NULL ? int(unsigned(images)) : int(related);
-  int const count = Disk_Raised(known, records, "series") - int(own.completed);
+  int const count = Disk_Raised(known.value_or(0), records, "series") - int(own.completed);
   if (set_counter(*series, Dicom_Tag(0x0020, 0x1209), count) == -1) return -1;
-  if (!is_standard() && record.SetNumberOfImages(Dicom_UL(unsigned(std::max(count, 0)))) == -1) return -1;
+  if (!is_standard() && record.SetNumberOfImages(Disk_OwnCounter(count)) == -1) return -1;
   DISK_LOG(7, "DeleteImagesOfSeries: ImagesInSeries %d\n", count);
   // a counter that a killed delete left too high keeps no series without images
   *removed = count == 0 || int(own.completed) == records;
@@ -156,7 +156,9 @@ void Disk_StudyDirectoryFile::DeleteSeries(Disk_SeriesDirectoryRecord const* ser
 }
 
 int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records) {
+  if (Disk_RefuseNull("Delete", tally, records) == -1) return -1;
   DISK_LOG(7, "Delete:\n");
+  if (refuse_read_only("Delete") == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Delete(): Can't read series directory file.\n");
     return -1;

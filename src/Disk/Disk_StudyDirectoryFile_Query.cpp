@@ -39,6 +39,7 @@ int QueryRecord(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
 
 int Disk_StudyDirectoryFile::Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier,
                                    Dicom_Sequence* results) {
+  if (Disk_RefuseNull("Query", results) == -1) return -1;
   return Disk_Guarded("Query", [&] { return query(level, identifier, results); });
 }
 
@@ -85,6 +86,7 @@ int Disk_StudyDirectoryFile::query_images(Disk_SeriesDirectoryRecord* series, SC
 }
 
 int Disk_SeriesDirectoryFile::Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
+  if (Disk_RefuseNull("Query", results) == -1) return -1;
   return Disk_Guarded("Query", [&] { return query(identifier, results); });
 }
 
