@@ -185,7 +185,7 @@ private:
   int NewPatient(Disk_PatientDirectoryRecord* patient);
   int NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study, int in_place,
                char const* existing_file);
-  static int refuse_shallow(Disk_FileID const& object);
+  int directory_in_place(char const* existing_file, Disk_FileID* id) const;
   int study_directory(Disk_StudyDirectoryRecord const& study, int in_place, char const* existing_file, Disk_FileID* id);
   bool is_named(std::string const& id) const override;
   Disk_FileID GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid, int* status) const;

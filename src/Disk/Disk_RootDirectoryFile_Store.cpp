@@ -7,7 +7,6 @@
 
 #include <Disk/Disk_DicomDir.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <string_view>
 
@@ -48,13 +47,15 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   return 0;
 }
 
-/// An object that is in place must be there. This comes before anything is made for it; what makes no path below the
-/// prefix is told later.
+/// An object that is in place must be there. This comes before anything is made for it; what is no path below the
+/// prefix is refused where the new record is named.
 int Disk_RootDirectoryFile::find_in_place(Disk_StoreRequest const& request) const {
-  std::string const file = request.in_place && request.existing_file ? request.existing_file : "";
-  struct stat status {};
-  bool const is_below = file.size() > std::string_view(GetFileSetPrefix()).size() + 1;
-  if (!is_below || request.move_store || Util_FileSystemInterface::Current().Stat(file.c_str(), &status) == 0) return 0;
+  std::string_view const prefix = GetFileSetPrefix(), given = request.existing_file ? request.existing_file : "";
+  if (!request.in_place || request.move_store || given.size() <= prefix.size() + 1) return 0;
+  int status = 0;
+  std::string const file = Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0).Path();
+  struct stat found {};
+  if (file.empty() || Util_FileSystemInterface::Current().Stat(file.c_str(), &found) == 0) return 0;
   int const cause = errno;
   DISK_LOG(3, "Store: Can't find %s (errno=%d).\n", file.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);
@@ -283,7 +284,7 @@ int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_
   }
   Disk_StudyDirectoryFile file(id, params, standard_dicomdir, 0);
   file.MarkUnnamed();
-  if (file.Write() == -1) {
+  if ((in_place && file.RefuseLink() == -1) || file.Write() == -1) {
     DISK_LOG(3, "NewStudy(): Can't write new directory file.\n");
     return -1;
   }
@@ -298,31 +299,43 @@ int Disk_RootDirectoryFile::study_directory(Disk_StudyDirectoryRecord const& stu
                                             char const* existing_file, Disk_FileID* id) {
   int status = 0;
   IOD_Msg const& record = *study.GetRecordMsg();
-  *id = in_place ? Disk_FileID(GetFileSetPrefix(), existing_file, &status, 0)
-                 : GenerateReferencedFileID(record.GetStudyID(), record.GetStudyInstanceUID(), &status);
-  if (in_place && status == 0) status = refuse_shallow(*id);
+  if (in_place)
+    status = directory_in_place(existing_file, id);
+  else
+    *id = GenerateReferencedFileID(record.GetStudyID(), record.GetStudyInstanceUID(), &status);
   if (status == -1) {
     DISK_LOG(3, "NewStudy(): Can't generate a file ID.\n");
     return -1;
   }
-  if (in_place) {
-    if (id->RemoveLastComponent() == 0 && id->RemoveLastComponent() == 0) return 0;
-    DISK_LOG(3, "NewStudy(): Can't remove last component from file-id.\n");
-    return -1;
-  }
   std::string const path = id->Path();
-  if (make_directory(path) == 0) return 0;
+  if (in_place || make_directory(path) == 0) return 0;
   int const cause = errno;
   DISK_LOG(3, "NewStudy(): Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);
   return -1;
 }
 
-/// The folder two levels above an object becomes the study's. It must not be the file-set's own, or above that.
-int Disk_RootDirectoryFile::refuse_shallow(Disk_FileID const& object) {
-  std::string const path = object.Path(), prefix = object.GetFileSetPrefix();
-  if (!path.empty() && std::count(path.begin() + std::ptrdiff_t(prefix.size()), path.end(), '/') >= 3) return 0;
-  DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", path.c_str());
+/// The folder two levels above an object. A directory file is written into it, so it must not be the file-set's own,
+/// nor that of another study or in there.
+int Disk_RootDirectoryFile::directory_in_place(char const* existing_file, Disk_FileID* id) const {
+  int status = 0;
+  std::string const prefix = GetFileSetPrefix();
+  std::string path = Disk_FileID(prefix.c_str(), existing_file, &status, 0).Path();
+  if (status == -1) return -1;
+  for (int i = 0; i < 2 && path.size() > prefix.size(); ++i)
+    path.resize(path.rfind('/'));
+  bool is_free = path.size() > prefix.size();
+  for (Disk_PatientDirectoryRecord* patient : patients)
+    for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
+      std::string const other = Disk_FileID(prefix.c_str(), study->GetReferencedFileID(), 0).Path();
+      std::size_t const end = other.empty() ? 0 : other.rfind('/') + 1;
+      if (end > prefix.size() + 1 && (path + "/").starts_with(other.substr(0, end))) is_free = false;
+    }
+  if (is_free) {
+    *id = Disk_FileID(prefix.c_str(), path.c_str(), &status, 0);
+    return status;
+  }
+  DISK_LOG(3, "%s can't be in place as the first object of a study.\n", existing_file);
   KlbGError.Set(DISK_ERROR_FILE_NAME);
   return -1;
 }

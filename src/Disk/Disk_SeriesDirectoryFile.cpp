@@ -55,7 +55,8 @@ int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* se
 
 int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
                                     int* new_image, Disk_Replacements* together) {
-  if (Disk_RefuseNull("Store", request.msg, series, new_image) == -1) return -1;
+  if (Disk_RefuseNull("Store", request.msg, new_image) == -1) return -1;
+  if (is_standard() && Disk_RefuseNull("Store", series) == -1) return -1; // it takes a link then
   DISK_LOG(7, "Entering Store\n");
   if (is_standard()) DISK_LOG(6, "Store: standard_dicomdir.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;

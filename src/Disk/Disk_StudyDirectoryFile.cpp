@@ -118,7 +118,8 @@ int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* stud
 
 int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series,
                                    int* new_image) {
-  if (Disk_RefuseNull("Store", request.msg, study, new_series, new_image) == -1) return -1;
+  if (Disk_RefuseNull("Store", request.msg, new_series, new_image) == -1) return -1;
+  if (is_standard() && Disk_RefuseNull("Store", study) == -1) return -1; // it takes a link then
   if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
