@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+class Disk_Extents;
+class Disk_RecordChain;
 class Disk_Redo;
 class Disk_RedoFile;
 class Disk_StorageStrategy;
@@ -24,13 +26,20 @@ public:
   Disk_DicomDir();
   ~Disk_DicomDir() override;
 
-  /// Whether a strategy keeps what it is given: its owner decides then when the file gets it.
+  /// Whether a strategy may keep what it is given: its owner decides then when the file gets it.
   static bool KeepsImage(Disk_StorageStrategy* strategy);
 
   /// Opens the DICOMDIR of a directory, or "dicomdir" if there is only that; where there is none, makes one, unless
-  /// `read_only`. `strategy`, which may be null, stays the caller's and must outlive the object. 0, or -1 (logged).
+  /// `read_only`. `strategy`, which may be null, stays the caller's, who keeps it alive until GoBy has another one. 0,
+  /// or -1 (logged).
   int Init(char const* file_set_prefix, bool read_only, Disk_StorageStrategy* strategy);
-  /// Writes everything before the records: through `strategy`, or to the file when that is null. 0, or -1 (logged).
+  /// Goes by `strategy` from here on; the one before isn't touched any more. 1 if it is another one, which has been
+  /// given the file: what is in memory has to be read again then. 0 if not. -1 (logged) while it has something pending
+  /// that came to it before this object goes by it: its Flush has to come first.
+  int GoBy(Disk_StorageStrategy* strategy);
+  bool GoesBy(Disk_StorageStrategy* strategy) const;
+  /// Writes everything before the records: through `strategy`, or to the file when that is null; what gathers has it
+  /// instead of both. 0, or -1 (logged).
   int Write(Disk_StorageStrategy* strategy);
   /// Reads again from the file what another process may have changed: where the records end, and the two offsets. 0,
   /// or -1 (logged).
@@ -51,6 +60,8 @@ public:
   unsigned GetOffsetEnd() const { return offset_end; }
   /// Reserves the place of a record. 0, or -1 (logged) when offsets can't tell a place behind it.
   int Reserve(Dicom_Msg const& record);
+  /// The four numbers and texts before the records. Write brings them to the file, where each has the room that it was
+  /// made with: -1 (logged) for what doesn't fit, an ID in a file of ours among them, or has no place there.
   int SetFileSetID(Dicom_CS const& id);
   Dicom_UL GetOffsetOfTheFirstDirectoryRecord() const;
   int SetOffsetOfTheFirstDirectoryRecord(Dicom_UL const& offset);
@@ -61,9 +72,9 @@ public:
 
   /// From here on writes gather. 0, or -1 (logged) when this file can't be appended to; the file is as it was then.
   int Begin();
-  /// Where an operation writes to: what it gathers, or `strategy` when nothing gathers.
-  Disk_StorageStrategy* Target(Disk_StorageStrategy* strategy) const;
   bool IsGathering() const { return gathering_; }
+  /// Writes the records of a chain that starts at `first`: to what gathers, or by `strategy`. 0, or -1 (logged).
+  int WriteRecords(Disk_RecordChain& records, unsigned first, Disk_StorageStrategy* strategy);
   /// The VERSION of a directory, given by its ID, moves with the commit.
   void MoveVersion(std::string_view directory, std::int32_t version);
   /// Brings all that was gathered to the file, or to `strategy` if that keeps an image. 0, or -1 (logged): then
@@ -111,12 +122,16 @@ private:
   int refresh_offset_end();
   int init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy);
   int write_prefix(Disk_StorageStrategy* strategy);
+  int take_strategy(Disk_StorageStrategy* strategy, bool is_new);
+  bool is_behind() const;
   int read_tag(std::uint32_t* tag);
   int find_end_offset();
   int FindSequenceOffset(unsigned* offset);
   int parse_sequence();
   int read_offset(unsigned place, unsigned element);
-  void locate_numbers(unsigned data_set);
+  void locate_offsets();
+  char* place_of(Dicom_Tag const& tag, std::size_t* length);
+  static int no_room(char const* what);
   void patch_prefix();
   char const* unfit_for_writing();
   unsigned header_length() const;
@@ -130,12 +145,15 @@ private:
   unsigned offset_end = 0;
   bool read_only = false;
 
-  std::string prefix_;         // the bytes before the records, the header of their sequence included
-  unsigned records_begin_ = 0; // its length
-  unsigned first_at_ = 0;      // places of the two offsets in it; 0: the file lacks them
+  std::string prefix_;          // the bytes before the records, the header of their sequence included
+  unsigned data_set_begin_ = 0; // in it
+  unsigned records_begin_ = 0;  // its length
+  unsigned first_at_ = 0;       // places of the two offsets in it; 0: the file lacks them
   unsigned last_at_ = 0;
   unsigned stated_length_ = 0; // of the sequence, as the file has it
   Disk_StorageStrategy* strategy_ = nullptr;
+  bool holds_more_ = false;               // the strategy, than what came to it from here
+  std::unique_ptr<Disk_Extents> pending_; // what the strategy was given since it had nothing pending
   std::unique_ptr<Disk_WriteGather> gather_;
   bool gathering_ = false;
   std::unique_ptr<Disk_Redo> overlay_;

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
 class Disk_DicomDir;
@@ -17,10 +16,11 @@ class Disk_StorageStrategy;
 /// What the root, study and series directory files have in common: the format of a private directory file, the
 /// VERSION file beside it, unique names, names made from UIDs, and the clock.
 ///
-/// VERSION holds the number of writes of its directory file. A reader whose records have another number reads them
-/// again. It is read before the records and written after them, so a reader can only think its records older than
-/// they are. In the private structure the file must be the same one besides, as a writer can end before it has written
-/// VERSION. Nothing here locks: the caller holds the lock of the level.
+/// VERSION holds the number of writes of its directory file. It is compared each time that records in memory are about
+/// to be used; a reader whose records have another number reads them again. It is read before the records and written
+/// after them, so a reader can only think its records older than they are. In the private structure the file must be
+/// the same one besides, as a writer can end before it has written VERSION. Nothing here locks: the caller holds the
+/// lock of the level.
 class DISK_EXPORT Disk_DirectoryFile : public Disk_File {
 public:
   /// `dicomdir` is null in the private structure; otherwise borrowed.
@@ -42,7 +42,8 @@ public:
   int Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg);
   /// Replaces the file by one with these records and moves VERSION. 0, or -1; the file is the old or the new one. With
   /// `together` a durable write is done, VERSION and all, when those replacements finish.
-  int Write(Dicom_Sequence& sequence, Disk_Replacements* together = nullptr);
+  int Write(Dicom_Sequence& sequence) { return Write(sequence, nullptr); }
+  int Write(Dicom_Sequence& sequence, Disk_Replacements* together);
 
   /// Before something below the directory is written or removed: 0, or -1 (logged) when it is a link, which may lead
   /// anywhere.
@@ -54,13 +55,19 @@ protected:
   /// From here on the records in memory may differ from the file: the next Read loads them.
   void MarkDirty() {
     file_version = 0;
-    is_partial = true;
+    is_loaded = false;
   }
   /// Whether the records in memory are those that the file has now or has had.
-  bool has_records() const { return file_version != 0 || !is_partial; }
-  /// Whether the records in memory can be used as they are.
+  bool has_records() const { return file_version != 0 || is_loaded; }
+  /// Whether the file holds nothing newer than what file_version stands for, or a strategy holds what is newer than the
+  /// file. That there are records in memory is another matter.
   int IsUpToDate() const;
+  /// The same, whatever a strategy holds. Private directory files are written without one.
+  int is_current() const;
+  /// Whether the records in memory can be used as they are.
+  bool may_keep_records() const;
   void ReadFileVersion();
+  /// Counts VERSION up, from what stands there now.
   int UpdateFileVersion();
   /// A path that doesn't exist and that no record names, made from `path`: its last component is brought to 8
   /// characters and its last three count up. Empty, with error 211005, when all are taken. The name is free only while
@@ -133,11 +140,11 @@ protected:
   Dicom_UIDGenerator uid_generator;
   mutable long file_version = 0; ///< of the records in memory; 0: not read, or dirty
   mutable int version_file_in_use = 1;
-  bool is_partial = false; ///< the records in memory may differ from the file: changed and not written, or not all read
   Disk_DicomDir* standard_dicomdir;
   Disk_StorageStrategy* writing_strategy = nullptr;
   bool is_unnamed = false;
   Disk_StoreParams params;
+  bool is_loaded = false; ///< all records were read, and nothing was changed since that isn't written
   std::string const own_path, own_version_path;
   std::string lasting_folder; ///< below this one, whose entry was synced since the records were read
 
@@ -149,16 +156,13 @@ private:
     friend bool operator==(FileState const&, FileState const&) = default;
   };
   FileState file_state() const;
-  void take_state(FileState const& state);
   /// Brings a new content to the file, as durable as the operation is.
   int rewrite(IOD_Msg* msg, Disk_Replacements* together);
   int forget_copy() const;
   int take_written();
   long GetFileVersion() const;
-  int SetFileVersion(long version) const;
+  void take_version(long version);
 
-  FileState read_state{};                     // of the file that the records in memory are those of
-  mutable bool is_state_alone_enough = false; // as the file was written a while before its VERSION was looked at
+  FileState read_state{}; // of the file that the records in memory are those of
   int writes_since_read = 0;
-  mutable std::optional<long> seen_version; // by this operation, which holds the lock
 };

@@ -15,7 +15,8 @@ class Disk_StorageStrategy;
 /// items in the DICOMDIR, linked by offsets that the records hold.
 ///
 /// New records go to the end of the file and old ones are rewritten in place, in their length; nothing is moved.
-/// Writing what changed costs no more however long the chain is, and so does finding a record by a text.
+/// An operation that writes what changed costs no more however long the chain is, and so does finding a record by a
+/// text.
 class DISK_EXPORT Disk_RecordChain : public RWSlistCollectables {
 public:
   ~Disk_RecordChain() override;
@@ -27,9 +28,12 @@ public:
   /// `owner` is the place of the record above the chain: no other may have it too.
   int ReadRecords(Disk_RecordSource const& source, unsigned offset, unsigned owner);
   /// Writes the new and changed records, the first of which stands at `offset`, through `strategy` or, when that is
-  /// null, to `fd`. Records that were written before through the same strategy aren't written again. 0, or -1
-  /// (logged): before anything is written when a record would not fit its place, otherwise in the middle.
+  /// null, to `fd`. They stay new and changed: each call writes them again. 0, or -1 (logged): before anything is
+  /// written when a record would not fit its place, otherwise in the middle.
   int WriteRecords(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
+  /// For an operation on a DICOMDIR, which has the records from there: writes those that are new or have changed since
+  /// the last call, each to its place, and no others.
+  int WriteUnwritten(Dicom_TransferSyntax const& syntax, Disk_StorageStrategy& gather);
   /// Appends a record of the list's class that consists of `msg`. 0, or -1 when that is no directory record.
   int Take(std::unique_ptr<Dicom_Msg> msg);
   /// The number of records whose Record In-use Flag isn't 0.
@@ -59,12 +63,10 @@ private:
   int read_chain(Disk_RecordSource const& source, unsigned offset, unsigned owner);
   int write_chain(int fd, Dicom_TransferSyntax const& syntax, unsigned offset, Disk_StorageStrategy* strategy);
   int read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset, unsigned owner);
-  int write_all(Output& output, Dicom_TransferSyntax const& syntax, unsigned offset);
   int write_record(Output& output, Dicom_TransferSyntax const& syntax, Disk_DirectoryRecord const& record,
                    unsigned offset) const;
   bool fits(Disk_DirectoryRecord const& record, Dicom_TransferSyntax const& syntax) const;
   /// Records that have changed since they were written; they enlist themselves.
   std::vector<Disk_DirectoryRecord*> unwritten_;
-  Disk_StorageStrategy* written_through_ = nullptr;
   mutable std::vector<std::unique_ptr<Index>> indexes_; // one per tag that a long list is searched by
 };

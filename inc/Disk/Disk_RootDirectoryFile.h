@@ -146,6 +146,8 @@ private:
   int lock(Disk_FileSetHold& hold, bool shared, bool writes);
   int lock(Disk_FileSetHold& hold, bool shared) { return lock(hold, shared, !shared); }
   void begin_durability(Disk_FileSetHold& hold);
+  bool keeps_image() const;
+  int leave_epoch();
   void forget_records();
   struct Operation;
   int Read();

@@ -5,7 +5,9 @@
 #include <cstdint>
 
 /// Stands between a standard DICOMDIR and the disk. The caller of a file-set makes one, hands it to the root, keeps
-/// it alive as long as that, and flushes it; nothing here does. Private directory files are written without it.
+/// it alive as long as the root goes by it, and flushes it; nothing here does. Private directory files are written
+/// without it. Reading goes by the file and by what was written since the strategy had nothing pending, so a strategy
+/// may keep its data in whatever form until Flush.
 ///
 /// Results are those of POSIX: a count or a position, or -1.
 class DISK_EXPORT Disk_StorageStrategy {
@@ -26,9 +28,6 @@ public:
   virtual bool HasPendingData() = 0;
   /// Takes the existing file over; the file's position stays. That position, or -1.
   virtual int UpdateFromFile() = 0;
-  /// Reads what was written and is pending: the number of bytes, which is below `size` at the end of the image. -1
-  /// from a strategy that keeps none to read: then the file is read.
-  virtual long ReadPending(void*, unsigned, unsigned) { return -1; }
   /// Makes sure that an operation finds room for all that it is about to write, up to `end`. If not, false, and nothing
   /// has changed.
   virtual bool Reserve(unsigned /*end*/) { return true; }
@@ -61,9 +60,9 @@ public:
   long LSeek(long offset, int whence) override;
   bool Flush() override;
   bool HasPendingData() override { return pending; }
-  /// After a short read the image is empty and refuses all writes, as a Flush would damage the file.
+  /// The file takes the place of an image that has nothing pending. After a short read the image is empty and refuses
+  /// all writes, as a Flush would damage the file.
   int UpdateFromFile() override;
-  long ReadPending(void* data, unsigned size, unsigned offset) override;
   bool Reserve(unsigned end) override;
 
 private:

@@ -1,5 +1,6 @@
 #include <Disk/Disk_DicomDir.h>
 
+#include "Disk/Disk_Extents.h"
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_Redo.h"
@@ -8,6 +9,7 @@
 #include "dicom/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_Error.h>
+#include <Disk/Disk_RecordChain.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
 #include <infra/Klb_GError.h>
@@ -18,6 +20,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
+#include <typeinfo>
 #include <unistd.h>
 
 namespace {
@@ -57,15 +60,16 @@ std::string NameIn(std::string const& directory, Presence* presence, int* lowerc
 } // namespace
 
 Disk_DicomDir::Disk_DicomDir()
-    : transfer_syntax(Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, nullptr), gather_(std::make_unique<Disk_WriteGather>()),
-      overlay_(std::make_unique<Disk_Redo>()) {}
+    : transfer_syntax(Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, nullptr), pending_(std::make_unique<Disk_Extents>()),
+      gather_(std::make_unique<Disk_WriteGather>()), overlay_(std::make_unique<Disk_Redo>()) {}
 
 Disk_DicomDir::~Disk_DicomDir() {
   if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
 }
 
+/// A class derived from the one that writes at once may do otherwise.
 bool Disk_DicomDir::KeepsImage(Disk_StorageStrategy* strategy) {
-  return strategy && !dynamic_cast<Disk_FileStorageStrategy*>(strategy);
+  return strategy && typeid(*strategy) != typeid(Disk_FileStorageStrategy);
 }
 
 int Disk_DicomDir::Init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy) {
@@ -78,23 +82,55 @@ int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_Stor
   file_descriptor = -1;
   device_ = inode_ = 0;
   read_only = for_reading;
-  strategy_ = strategy;
+  strategy_ = nullptr;
+  prefix_.clear();
   bool is_new = false;
   if (open(file_set_prefix, &is_new) == -1) return -1;
-  // such a strategy writes without a redo record: one that a power cut brought back would undo what it has flushed
-  if (!read_only && KeepsImage(strategy) && redo_file_->Forget() == -1)
-    return Failed("Init: Can't remove the redo record.\n");
   if (is_new) return create(strategy);
-  if (strategy) strategy->InitFD(file_descriptor);
   if (LayRedoOver() == -1) return -1;
   if (read_until_records() == -1 || read_prefix() == -1)
     return Failed("Init: Failed reading until the records sequence.\n");
   if (find_end_offset() == -1) return Failed("Init: Failed finding the end offset.\n");
-  if (strategy) strategy->UpdateFromFile();
+  return take_strategy(strategy, false);
+}
+
+/// Gives the file to a strategy. One that has something pending keeps it, as it may be this file's.
+int Disk_DicomDir::take_strategy(Disk_StorageStrategy* strategy, bool is_new) {
+  strategy_ = strategy;
+  holds_more_ = false;
+  pending_->Clear();
+  // it writes without a redo record: one that a power cut brought back would undo what it has flushed
+  if (!read_only && KeepsImage(strategy) && redo_file_->Forget() == -1)
+    return Failed("Init: Can't remove the redo record.\n");
+  if (!strategy) return 0;
+  strategy->InitFD(file_descriptor);
+  holds_more_ = !is_new && KeepsImage(strategy) && strategy->HasPendingData();
+  if (!holds_more_) strategy->UpdateFromFile();
   return 0;
 }
 
-/// Opens the file unless it is new. One without a byte is new too: its writer keeps it in memory, or kept it.
+bool Disk_DicomDir::GoesBy(Disk_StorageStrategy* strategy) const {
+  // one that was never given the file may stand where another one was
+  bool const is_fresh = strategy && strategy->GetFd() == -1 && !strategy->HasPendingData();
+  return strategy == strategy_ && !is_fresh;
+}
+
+int Disk_DicomDir::GoBy(Disk_StorageStrategy* strategy) {
+  bool const was_flushed = holds_more_ && strategy == strategy_ && !strategy->HasPendingData();
+  bool const is_another = was_flushed || !GoesBy(strategy);
+  if (is_another) {
+    if (take_strategy(strategy, false) == -1) return -1;
+  }
+  if (!holds_more_) return is_another ? 1 : 0;
+  DISK_LOG(3, "%s: the strategy holds what was pending before: flush it first.\n", file_name.c_str());
+  KlbGError.Set(DISK_ERROR_SYSTEM + EBUSY);
+  return -1;
+}
+
+/// Whether the file lacks what the strategy was given.
+bool Disk_DicomDir::is_behind() const { return strategy_ && strategy_->HasPendingData(); }
+
+/// Opens the file unless it is new.
 int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
   Presence presence{};
   file_name = NameIn(file_set_prefix, &presence, &lowercase_name);
@@ -107,10 +143,7 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
       return Failed("Init: Can't tell whether it can be written.\n");
     read_only = true;
   }
-  struct stat status {};
-  *is_new =
-      !read_only &&
-      (!exists || (system.Stat(file_name.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0));
+  *is_new = !read_only && !exists;
   if (*is_new) return 0;
   Util_FileDescriptor file;
   if (!read_only) {
@@ -155,27 +188,24 @@ int Disk_DicomDir::FollowPath(bool for_reading, Disk_StorageStrategy* strategy) 
 }
 
 /// A new file comes to its name whole, so that neither a kill nor, whatever the durability, a power cut leaves the
-/// beginning of one, unless a strategy keeps it. Its entry is synced with that of the first redo record.
+/// beginning of one. Its entry is synced with that of the first redo record, or here when a strategy does without.
 int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   if (new_dicomdir() == -1 || make_prefix() == -1) return Failed("Init: Failed initiate new DICOMDIR.\n");
   patch_prefix();
-  if (!KeepsImage(strategy)) {
-    std::string const temporary = file_name + ".tmp";
-    std::string_view const parts[] = {prefix_};
-    constexpr auto kFull = Util_Durability::Full;
-    if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true, kFull) == -1 ||
-        Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1) {
-      int const cause = errno;
-      if (!Util_FileSystem::MayExist(temporary.c_str())) return cant_open(cause);
-      DISK_LOG(3, "Init: %s (errno=%d).\n", temporary.c_str(), cause);
-      errno = cause;
-      return Failed("Init: Failed write the new dicomdir.\n");
-    }
+  std::string const temporary = file_name + ".tmp";
+  std::string_view const parts[] = {prefix_};
+  constexpr auto kFull = Util_Durability::Full;
+  if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true, kFull) == -1 ||
+      Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1) {
+    int const cause = errno;
+    if (!Util_FileSystem::MayExist(temporary.c_str())) return cant_open(cause);
+    DISK_LOG(3, "Init: %s (errno=%d).\n", temporary.c_str(), cause);
+    errno = cause;
+    return Failed("Init: Failed write the new dicomdir.\n");
   }
-  Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0664);
+  Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_NOFOLLOW);
   if (!file) return cant_open(errno);
-  if (take_file(file.Release()) == -1) return -1;
-  if (strategy) strategy->InitFD(file_descriptor);
+  if (take_file(file.Release()) == -1 || take_strategy(strategy, true) == -1) return -1;
   if (!KeepsImage(strategy)) return 0;
   return Write(strategy) == -1 ? Failed("Init: Failed write the new dicomdir.\n") : 0;
 }
@@ -213,7 +243,7 @@ int Disk_DicomDir::make_prefix() {
     return written != -1;
   };
   bool const whole = meta && append(*meta, Dicom_TransferSyntax::Native());
-  unsigned const data_set = unsigned(prefix_.size());
+  data_set_begin_ = unsigned(prefix_.size());
   if (!whole || !append(*this, transfer_syntax)) return Failed("Write: Failed dumping the msg into buffer.\n");
   std::uint16_t const tag[] = {kRecordSequence.Group(), kRecordSequence.Element()};
   char bytes[4];
@@ -222,7 +252,7 @@ int Disk_DicomDir::make_prefix() {
   if (transfer_syntax.IsExplicitVR()) prefix_.append("SQ\0\0", 4);
   prefix_.append(4, '\0'); // the length
   records_begin_ = unsigned(prefix_.size());
-  locate_numbers(data_set);
+  locate_offsets();
   return 0;
 }
 
@@ -232,19 +262,29 @@ Dicom_Msg* Disk_DicomDir::meta_information() const {
 
 unsigned Disk_DicomDir::header_length() const { return transfer_syntax.IsExplicitVR() ? 12 : 8; }
 
-/// Finds the two offsets in the prefix, whose data set begins at `data_set`.
-void Disk_DicomDir::locate_numbers(unsigned data_set) {
-  first_at_ = last_at_ = 0;
+/// The value of an element in the prefix, and its length; null where the prefix lacks it.
+char* Disk_DicomDir::place_of(Dicom_Tag const& tag, std::size_t* length) {
+  char* found = nullptr;
   char const* const end = prefix_.data() + prefix_.size() - header_length();
   Dicom_RawElement element;
   Dicom_Encoding const encoding{transfer_syntax.IsExplicitVR(), transfer_syntax.IsBigEndian()};
-  for (char const* p = prefix_.data() + data_set; p < end && Dicom_ReadElement(p, end, encoding, &element);
+  for (char const* p = prefix_.data() + data_set_begin_; p < end && Dicom_ReadElement(p, end, encoding, &element);
        p = element.next) {
-    if (element.length != 4 || element.undefined_length) continue;
-    unsigned const place = unsigned(element.value - prefix_.data());
-    if (element.tag == kFirstOffset.Number()) first_at_ = place;
-    if (element.tag == kLastOffset.Number()) last_at_ = place;
+    if (element.tag != tag.Number() || element.undefined_length) continue;
+    found = prefix_.data() + (element.value - prefix_.data());
+    *length = element.length;
   }
+  return found;
+}
+
+void Disk_DicomDir::locate_offsets() {
+  auto const at = [this](Dicom_Tag const& tag) {
+    std::size_t length = 0;
+    char const* const place = place_of(tag, &length);
+    return place && length == 4 ? unsigned(place - prefix_.data()) : 0;
+  };
+  first_at_ = at(kFirstOffset);
+  last_at_ = at(kLastOffset);
 }
 
 void Disk_DicomDir::patch_prefix() {
@@ -263,8 +303,10 @@ int Disk_DicomDir::Write(Disk_StorageStrategy* strategy) {
 
 int Disk_DicomDir::write_prefix(Disk_StorageStrategy* strategy) {
   DISK_LOG(7, "Write:\n");
+  if (gathering_) strategy = gather_.get();
   if (prefix_.empty() && make_prefix() == -1) return -1;
   patch_prefix();
+  if (strategy && strategy == strategy_ && !is_behind()) pending_->Clear();
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   long const start = strategy ? strategy->LSeek(0, 0) : long(system.Lseek(file_descriptor, 0, SEEK_SET));
   if (start != 0) return Failed("Write: Failed setting the file pointer to zero.\n");
@@ -274,16 +316,43 @@ int Disk_DicomDir::write_prefix(Disk_StorageStrategy* strategy) {
   };
   unsigned const before = records_begin_ - header_length();
   if (!write(prefix_.data(), before)) return Failed("Write: Failed writing the msg.\n");
-  if (write(prefix_.data() + before, header_length())) return 0;
-  DISK_LOG(3, "Write: Can't write the buffer (errno=%d).\n", errno);
+  if (!write(prefix_.data() + before, header_length())) {
+    DISK_LOG(3, "Write: Can't write the buffer (errno=%d).\n", errno);
+    return -1;
+  }
+  if (strategy == strategy_ && is_behind()) pending_->Add(0, prefix_);
+  return 0;
+}
+
+int Disk_DicomDir::no_room(char const* what) {
+  DISK_LOG(3, "The DICOMDIR has no room for %s.\n", what);
   return -1;
 }
 
-int Disk_DicomDir::SetFileSetID(Dicom_CS const& id) { return Set(kFileSetID, id); }
+int Disk_DicomDir::SetFileSetID(Dicom_CS const& id) {
+  if (prefix_.empty()) return Set(kFileSetID, id);
+  std::size_t length = 0;
+  char* const place = place_of(kFileSetID, &length);
+  std::string text(id.View());
+  if (!place || text.size() > length) return no_room("that File-set ID");
+  text.resize(length, ' ');
+  text.copy(place, length);
+  return Set(kFileSetID, id);
+}
+
+int Disk_DicomDir::SetFileSetConsistencyFlag(Dicom_US const& flag) {
+  if (prefix_.empty()) return Set(kConsistencyFlag, flag);
+  std::size_t length = 0;
+  char* const place = place_of(kConsistencyFlag, &length);
+  std::uint16_t const number = flag;
+  if (!place || length != sizeof number) return no_room("a File-set Consistency Flag");
+  Dicom_Copy(&number, place, sizeof number, 1, transfer_syntax.GetEndianity());
+  return Set(kConsistencyFlag, flag);
+}
+
 Dicom_UL Disk_DicomDir::GetOffsetOfTheFirstDirectoryRecord() const { return Value<Dicom_UL>(kFirstOffset); }
 int Disk_DicomDir::SetOffsetOfTheFirstDirectoryRecord(Dicom_UL const& offset) { return Set(kFirstOffset, offset); }
 int Disk_DicomDir::SetOffsetOfTheLastDirectoryRecord(Dicom_UL const& offset) { return Set(kLastOffset, offset); }
-int Disk_DicomDir::SetFileSetConsistencyFlag(Dicom_US const& flag) { return Set(kConsistencyFlag, flag); }
 
 // Records
 
@@ -295,11 +364,19 @@ int Disk_DicomDir::Reserve(Dicom_Msg const& record) {
   return 0;
 }
 
+int Disk_DicomDir::WriteRecords(Disk_RecordChain& records, unsigned first, Disk_StorageStrategy* strategy) {
+  return gathering_ ? records.WriteUnwritten(transfer_syntax, *gather_)
+                    : records.WriteRecords(file_descriptor, transfer_syntax, first, strategy);
+}
+
 long Disk_DicomDir::ReadAt(void* data, unsigned size, unsigned offset) const {
-  long count = strategy_ ? strategy_->ReadPending(data, size, offset) : -1;
-  if (count != -1) return count;
-  count = Util_FileSystem::PreadAll(file_descriptor, data, size, off_t(offset));
-  if (count != -1) overlay_->LayOver(static_cast<char*>(data), size, offset, &count);
+  char* const bytes = static_cast<char*>(data);
+  bool const behind = is_behind();
+  bool const is_held = behind && pending_->Cover(offset, size);
+  long count = is_held ? 0 : Util_FileSystem::PreadAll(file_descriptor, data, size, off_t(offset));
+  if (count == -1) return -1;
+  if (behind) pending_->LayOver(bytes, size, offset, &count);
+  overlay_->Extents().LayOver(bytes, size, offset, &count);
   return count;
 }
 
@@ -326,7 +403,7 @@ int Disk_DicomDir::Begin() {
 char const* Disk_DicomDir::unfit_for_writing() {
   if (read_only) return "it is read-only";
   if (first_at_ == 0 || last_at_ == 0) return "it lacks the offset of its first or last record";
-  if (strategy_ && strategy_->HasPendingData()) return nullptr; // the file is behind
+  if (is_behind()) return nullptr;
   struct stat status {};
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   if (system.Fstat(file_descriptor, &status) == -1) return "its size can't be told";
@@ -343,10 +420,6 @@ char const* Disk_DicomDir::unfit_for_writing() {
   return system.Ftruncate(file_descriptor, off_t(offset_end)) == 0 ? nullptr : "bytes behind its records can't be cut";
 }
 
-Disk_StorageStrategy* Disk_DicomDir::Target(Disk_StorageStrategy* strategy) const {
-  return gathering_ ? gather_.get() : strategy;
-}
-
 void Disk_DicomDir::MoveVersion(std::string_view directory, std::int32_t version) {
   gather_->redo.MoveVersion(directory, version);
 }
@@ -358,7 +431,6 @@ void Disk_DicomDir::Discard() {
 
 int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
   Disk_Redo& redo = gather_->redo;
-  redo.Settle();
   gathering_ = false;
   std::string const directory = file_name.substr(0, file_name.rfind('/'));
   auto const fail = [&](char const* what) {
@@ -373,9 +445,10 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
   bool const relaxed = writes_through && Util_FileSystem::GetDurability() == Util_Durability::Relaxed &&
                        Disk_RelaxedEpoch::Keep(file_name) == 0;
   Util_Durability const durability = relaxed ? Util_Durability::Relaxed : Util_Durability::Full;
+  if (!is_behind()) pending_->Clear();
   if (writes_through && redo_file_->Save(redo, durability) == -1) return fail("Can't write the redo record of");
   bool const applied = !strategy ? redo.Apply(file_descriptor, durability) == 0
-                                 : redo.Apply(*strategy) == 0 &&
+                                 : redo.Apply(*strategy, *pending_) == 0 &&
                                        (!writes_through || Util_FileSystem::SyncFile(file_descriptor, durability) == 0);
   if (!applied) return fail("Can't write");
   if (writes_through && !relaxed && Disk_RelaxedEpoch::Forget(file_name) == -1) return fail("Can't forget a copy of");

@@ -41,7 +41,7 @@ int Disk_DicomDir::read_until_records() {
   static_cast<IOD_Msg&>(*this) = IOD_Msg();
   off_t const data_set = Tell(file_descriptor);
   if (data_set == -1) return Failed("read_until_records: the position can't be told.\n");
-  records_begin_ = unsigned(data_set); // until the prefix is known
+  data_set_begin_ = unsigned(data_set);
   for (int found = 0; (found = is_record_sequence()) != 1;) {
     if (found == -1 || Tell(file_descriptor) > kLongestPrefix)
       return Failed("read_until_records: Failed constructing Dicom_ME.\n");
@@ -59,14 +59,13 @@ int Disk_DicomDir::read_until_records() {
 int Disk_DicomDir::read_prefix() {
   off_t const sequence = Tell(file_descriptor);
   if (sequence < 0 || sequence > kLongestPrefix) return -1;
-  unsigned const data_set = records_begin_;
   prefix_.resize(std::size_t(sequence) + header_length());
   if (ReadAt(prefix_.data(), unsigned(prefix_.size()), 0) != long(prefix_.size())) {
     prefix_.clear();
     return -1;
   }
   records_begin_ = unsigned(prefix_.size());
-  locate_numbers(data_set);
+  locate_offsets();
   if (first_at_ != 0 && read_offset(first_at_, kFirstOffset.Element()) == -1) return -1;
   return last_at_ == 0 ? 0 : read_offset(last_at_, kLastOffset.Element());
 }

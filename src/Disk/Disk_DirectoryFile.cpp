@@ -19,21 +19,10 @@
 
 #include <cerrno>
 #include <ctime>
-#include <limits>
 #include <memory>
 #include <utility>
 
 namespace {
-
-/// Whether a file that is written from now on gets another time than one that was written then: times go on in steps
-/// of some milliseconds.
-bool IsOld(std::int64_t seconds, std::int64_t nanoseconds) {
-  constexpr std::int64_t kSecond = 1'000'000'000;
-  std::int64_t const enough = nanoseconds == 0 ? 2 * kSecond : kSecond / 50; // some file systems know seconds only
-  std::timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return (now.tv_sec - seconds) * kSecond + now.tv_nsec - nanoseconds > enough;
-}
 
 /// The elements of a private directory file. The sequence isn't taken over.
 int FillDirectory(IOD_Msg& msg, Dicom_Sequence& sequence) {
@@ -94,8 +83,8 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   }
   *sequence = records->GetSequence();
   owner.release();
-  file_version = version < 0 ? 0 : version;
-  take_state(state);
+  take_version(version);
+  read_state = state;
   writes_since_read = 0;
   return 0;
 }
@@ -131,23 +120,19 @@ int Disk_DirectoryFile::forget_copy() const {
 
 /// The records in memory are those of the file now.
 int Disk_DirectoryFile::take_written() {
-  take_state(file_state());
-  if (UpdateFileVersion() == -1) return -1;
-  // each write leaves records that stand apart from the others; when many do, the next Read brings all together again
-  constexpr int kMostWrites = 512;
-  if (++writes_since_read > kMostWrites) MarkDirty();
-  return 0;
+  ++writes_since_read;
+  return UpdateFileVersion();
 }
 
 // The records of a lower level
 
 int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts) {
-  if (IsUpToDate()) return 0;
+  if (may_keep_records()) return 0;
   MarkDirty();            // until all is read
   lasting_folder.clear(); // others may have removed it and made it anew
   records.clearAndDestroy();
   if (Disk_Guarded("Read", [&] { return load_level(records, first, texts); }) == -1) return -1;
-  is_partial = false;
+  is_loaded = true;
   return 0;
 }
 
@@ -191,8 +176,7 @@ int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, W
     DISK_LOG_TEXT(3, texts.no_offset);
     return -1;
   }
-  if (records.WriteRecords(standard_dicomdir->GetFd(), standard_dicomdir->Syntax(), first,
-                           standard_dicomdir->Target(writing_strategy)) == -1) {
+  if (standard_dicomdir->WriteRecords(records, first, writing_strategy) == -1) {
     DISK_LOG(3, "Write: Failed writing the series records.\n");
     return -1;
   }
@@ -204,62 +188,47 @@ int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, W
 // VERSION
 
 int Disk_DirectoryFile::IsUpToDate() const {
-  seen_version.reset();
-  if (writing_strategy && writing_strategy->HasPendingData()) {
-    // nothing is read back over what the file doesn't hold yet; what was never read, or failed, is read from there
-    char none = 0;
-    return file_version != 0 || writing_strategy->ReadPending(&none, 0, 0) == -1;
-  }
-  if (version_file_in_use == 0 && !is_partial) return 1;
-  if (!is_standard() && file_version != 0) {
-    if (read_state != file_state()) return 0;
-    if (is_state_alone_enough) return 1;
-  }
-  long const version = GetFileVersion();
-  if (version == kNoVersion && params.read_only) version_file_in_use = 0; // a read-only medium can't change
-  if (version != kUnknownVersion) seen_version = version;
-  if (file_version != version) return 0;
-  is_state_alone_enough = !is_standard() && IsOld(read_state.written_s, read_state.written_ns);
-  return 1;
+  if (writing_strategy && writing_strategy->HasPendingData()) return 1; // nothing is read back over it
+  return is_current();
 }
 
-void Disk_DirectoryFile::take_state(FileState const& state) {
-  read_state = state;
-  is_state_alone_enough = false;
+int Disk_DirectoryFile::is_current() const {
+  if (version_file_in_use == 0) return 1;
+  long const version = GetFileVersion();
+  if (version == kNoVersion && params.read_only) version_file_in_use = 0; // a read-only medium can't change
+  return file_version == version && (is_standard() || read_state == file_state());
+}
+
+bool Disk_DirectoryFile::may_keep_records() const {
+  // each write leaves records that stand apart from the others; when many do, reading brings all together again
+  constexpr int kMostWrites = 512;
+  if (!(is_standard() ? IsUpToDate() : is_current())) return false;
+  return has_records() && writes_since_read <= kMostWrites;
 }
 
 Disk_DirectoryFile::FileState Disk_DirectoryFile::file_state() const {
   struct stat status {};
-  if (Util_FileSystemInterface::Current().Stat(own_path.c_str(), &status) == -1) return {};
+  if (is_standard() || Util_FileSystemInterface::Current().Stat(own_path.c_str(), &status) == -1) return {};
   return {status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
 long Disk_DirectoryFile::GetFileVersion() const { return Disk_ReadVersion(own_version_path); }
 
-int Disk_DirectoryFile::SetFileVersion(long version) const {
-  return Disk_WriteVersion(own_version_path, version, is_standard());
-}
+void Disk_DirectoryFile::take_version(long version) { file_version = version < 0 ? 0 : version; }
 
 void Disk_DirectoryFile::ReadFileVersion() {
-  long const version = GetFileVersion();
-  file_version = version < 0 ? 0 : version;
+  read_state = file_state();
+  take_version(GetFileVersion());
 }
 
 int Disk_DirectoryFile::UpdateFileVersion() {
-  long const version = seen_version ? *std::exchange(seen_version, std::nullopt) : GetFileVersion();
-  if (version == kUnknownVersion) { // counting from 1 again would let others take old records for current
-    int const cause = errno;
-    DISK_LOG(3, "UpdateFileVersion: Can't read %s (errno=%d).\n", own_version_path.c_str(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
-  }
-  constexpr long kMost = std::numeric_limits<std::int32_t>::max();
-  file_version = version == kNoVersion || version == kMost ? 1 : version + 1;
+  read_state = file_state();
   if (standard_dicomdir && standard_dicomdir->IsGathering()) {
+    if (Disk_NextVersion(own_version_path, &file_version) == -1) return -1;
     standard_dicomdir->MoveVersion(directory().GetID().View(), std::int32_t(file_version));
     return 0;
   }
-  if (SetFileVersion(file_version) == 0) return 0;
+  if (Disk_CountVersion(own_version_path, is_standard(), &file_version) == 0) return 0;
   DISK_LOG(3, "UpdateFileVersion: Failed setting the file version.\n");
   return -1;
 }

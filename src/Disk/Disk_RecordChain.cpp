@@ -74,7 +74,6 @@ Disk_RecordChain::~Disk_RecordChain() { clearAndDestroy(); }
 
 void Disk_RecordChain::clearAndDestroy() {
   unwritten_.clear();
-  written_through_ = nullptr;
   indexes_.clear();
   RWSlistCollectables::clearAndDestroy();
 }
@@ -248,22 +247,6 @@ int Disk_RecordChain::WriteRecords(int fd, Dicom_TransferSyntax const& syntax, u
 int Disk_RecordChain::write_chain(int fd, Dicom_TransferSyntax const& syntax, unsigned offset,
                                   Disk_StorageStrategy* strategy) {
   Output output{fd, strategy};
-  if (!strategy || strategy != written_through_) {
-    if (write_all(output, syntax, offset) == -1) return -1;
-  } else {
-    for (Disk_DirectoryRecord const* record : unwritten_)
-      if (!fits(*record, syntax)) return -1;
-    for (Disk_DirectoryRecord const* record : unwritten_)
-      if (write_record(output, syntax, *record, record->place()) == -1) return -1;
-  }
-  for (Disk_DirectoryRecord* record : unwritten_)
-    record->has_been_written();
-  unwritten_.clear();
-  written_through_ = strategy;
-  return 0;
-}
-
-int Disk_RecordChain::write_all(Output& output, Dicom_TransferSyntax const& syntax, unsigned offset) {
   for (RWCollectable* item : *this) {
     auto const& record = static_cast<Disk_DirectoryRecord const&>(*item);
     if ((record.IsNew() || record.Changed()) && !fits(record, syntax)) return -1;
@@ -273,6 +256,18 @@ int Disk_RecordChain::write_all(Output& output, Dicom_TransferSyntax const& synt
     if ((record.IsNew() || record.Changed()) && write_record(output, syntax, record, offset) == -1) return -1;
     offset = record.GetOffsetOfTheNextDirectoryRecord();
   }
+  return 0;
+}
+
+int Disk_RecordChain::WriteUnwritten(Dicom_TransferSyntax const& syntax, Disk_StorageStrategy& gather) {
+  Output output{-1, &gather};
+  for (Disk_DirectoryRecord const* record : unwritten_)
+    if (!fits(*record, syntax)) return -1;
+  for (Disk_DirectoryRecord const* record : unwritten_)
+    if (write_record(output, syntax, *record, record->place()) == -1) return -1;
+  for (Disk_DirectoryRecord* record : unwritten_)
+    record->has_been_written();
+  unwritten_.clear();
   return 0;
 }
 

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
@@ -71,48 +70,23 @@ std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind
 
 } // namespace
 
-void Disk_Redo::Add(std::uint32_t offset, std::string_view bytes) {
-  if (bytes.empty()) return;
-  bool const follows = !extents_.empty() && extents_.back().offset + extents_.back().bytes.size() == offset;
-  if (!follows) extents_.push_back({offset, {}});
-  extents_.back().bytes += bytes;
-}
-
 void Disk_Redo::MoveVersion(std::string_view directory, std::int32_t version) {
   versions_.push_back({std::string(directory), version});
 }
 
 void Disk_Redo::Clear() {
-  extents_.clear();
+  extents_.Clear();
   versions_.clear();
-}
-
-void Disk_Redo::Settle() {
-  std::stable_sort(extents_.begin(), extents_.end(),
-                   [](Extent const& a, Extent const& b) { return a.offset < b.offset; });
-  std::vector<Extent> settled;
-  for (Extent& extent : extents_) {
-    std::uint64_t const end = settled.empty() ? 0 : settled.back().offset + settled.back().bytes.size();
-    if (settled.empty() || extent.offset > end) {
-      settled.push_back(std::move(extent));
-      continue;
-    }
-    std::string& bytes = settled.back().bytes;
-    std::size_t const at = extent.offset - settled.back().offset;
-    bytes.resize(std::max(bytes.size(), at + extent.bytes.size()));
-    std::memcpy(bytes.data() + at, extent.bytes.data(), extent.bytes.size());
-  }
-  extents_ = std::move(settled);
 }
 
 std::string Disk_Redo::Encoded() const {
   std::string out(kMagic);
   PutNumber(out, kFormat);
-  PutNumber(out, std::uint32_t(extents_.size()));
+  PutNumber(out, std::uint32_t(extents_.Size()));
   PutNumber(out, std::uint32_t(versions_.size()));
-  for (Extent const& extent : extents_) {
-    PutNumber(out, extent.offset);
-    PutText(out, extent.bytes);
+  for (auto const& [offset, bytes] : extents_) {
+    PutNumber(out, std::uint32_t(offset));
+    PutText(out, bytes);
   }
   for (Version const& version : versions_) {
     PutText(out, version.directory);
@@ -132,7 +106,7 @@ bool Disk_Redo::decode(std::string_view bytes) {
   std::uint32_t const extents = input.Number(), versions = input.Number();
   for (std::uint32_t i = 0; i < extents && input.Ok(); ++i) {
     std::uint32_t const offset = input.Number();
-    extents_.push_back({offset, std::string(input.Text())});
+    extents_.Add(offset, input.Text());
   }
   for (std::uint32_t i = 0; i < versions && input.Ok(); ++i) {
     std::string const directory(input.Text());
@@ -157,31 +131,32 @@ Disk_Redo::Found Disk_Redo::Load(std::string const& path) {
 }
 
 bool Disk_Redo::Fits(std::int64_t size) const {
-  for (Extent const& extent : extents_) {
-    if (extent.offset > size) return false;
-    size = std::max<std::int64_t>(size, std::int64_t(extent.offset) + std::int64_t(extent.bytes.size()));
+  for (auto const& [offset, bytes] : extents_) {
+    if (std::int64_t(offset) > size) return false;
+    size = std::max(size, std::int64_t(offset + bytes.size()));
   }
   return true;
 }
 
 int Disk_Redo::Apply(int fd, Util_Durability durability) const {
-  for (Extent const& extent : extents_)
-    if (Util_FileSystem::PwriteAll(fd, extent.bytes.data(), extent.bytes.size(), off_t(extent.offset)) == -1) return -1;
+  for (auto const& [offset, bytes] : extents_)
+    if (Util_FileSystem::PwriteAll(fd, bytes.data(), bytes.size(), off_t(offset)) == -1) return -1;
   return Util_FileSystem::SyncFile(fd, durability);
 }
 
-int Disk_Redo::Apply(Disk_StorageStrategy& strategy) const {
+int Disk_Redo::Apply(Disk_StorageStrategy& strategy, Disk_Extents& written) const {
   std::uint64_t end = 0;
-  for (Extent const& extent : extents_)
-    end = std::max(end, std::uint64_t(extent.offset) + extent.bytes.size());
+  for (auto const& [offset, bytes] : extents_)
+    end = std::max(end, offset + bytes.size());
   if (end > std::numeric_limits<unsigned>::max() || !strategy.Reserve(unsigned(end))) {
     errno = ENOMEM;
     return -1;
   }
-  for (Extent const& extent : extents_) {
-    if (strategy.LSeek(long(extent.offset), 0) == -1) return -1;
-    auto const size = unsigned(extent.bytes.size());
-    if (strategy.Write(extent.bytes.data(), size) != int(size)) return -1;
+  for (auto const& [offset, bytes] : extents_) {
+    if (strategy.LSeek(long(offset), 0) == -1) return -1;
+    auto const size = unsigned(bytes.size());
+    if (strategy.Write(bytes.data(), size) != int(size)) return -1;
+    written.Add(std::uint32_t(offset), bytes);
   }
   return 0;
 }
@@ -193,17 +168,6 @@ int Disk_Redo::MoveVersions(char const* file_set_prefix) const {
     if (path.empty() || Disk_WriteVersion(path, version.number, true) == -1) return -1;
   }
   return 0;
-}
-
-void Disk_Redo::LayOver(char* data, std::uint32_t size, std::uint32_t offset, long* count) const {
-  std::uint64_t const end = std::uint64_t(offset) + size;
-  for (Extent const& extent : extents_) {
-    std::uint64_t const from = std::max<std::uint64_t>(extent.offset, offset);
-    std::uint64_t const to = std::min<std::uint64_t>(std::uint64_t(extent.offset) + extent.bytes.size(), end);
-    if (from >= to || from > offset + std::uint64_t(*count)) continue; // a gap stands for the end of the file
-    std::memcpy(data + (from - offset), extent.bytes.data() + (from - extent.offset), std::size_t(to - from));
-    *count = std::max(*count, long(to - offset));
-  }
 }
 
 // The file

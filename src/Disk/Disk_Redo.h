@@ -1,4 +1,6 @@
 #pragma once
+#include "Disk/Disk_Extents.h"
+
 #include <infra/Util_FileSystem.h>
 
 #include <cstdint>
@@ -17,13 +19,12 @@ class Disk_StorageStrategy;
 /// there already. What isn't whole never had any effect and has none.
 class Disk_Redo {
 public:
-  void Add(std::uint32_t offset, std::string_view bytes);
+  void Add(std::uint32_t offset, std::string_view bytes) { extents_.Add(offset, bytes); }
   /// `directory` is the ID of the directory, empty for the file-set's own, whose VERSION becomes `version`.
   void MoveVersion(std::string_view directory, std::int32_t version);
-  bool IsEmpty() const { return extents_.empty() && versions_.empty(); }
+  bool IsEmpty() const { return extents_.IsEmpty() && versions_.empty(); }
   void Clear();
-  /// Brings the extents into ascending order, what was written last over what was written before, neighbours joined.
-  void Settle();
+  Disk_Extents const& Extents() const { return extents_; }
 
   std::string Encoded() const;
   enum class Found { None, Torn, Whole, Unreadable };
@@ -35,21 +36,14 @@ public:
   bool Fits(std::int64_t size) const;
   /// Writes the extents to the descriptor and syncs it. 0, or -1 with errno.
   int Apply(int fd, Util_Durability durability) const;
-  /// Writes the extents through a strategy. 0, or -1.
-  int Apply(Disk_StorageStrategy& strategy) const;
+  /// Writes the extents through a strategy, and notes in `written` those that it took. 0, or -1.
+  int Apply(Disk_StorageStrategy& strategy, Disk_Extents& written) const;
   /// Moves the VERSION files below the prefix. 0, or -1 (logged).
   int MoveVersions(char const* file_set_prefix) const;
-  /// Lays the extents over `count` bytes that were read from `offset`; what the file was too short for is added.
-  void LayOver(char* data, std::uint32_t size, std::uint32_t offset, long* count) const;
 
   friend bool operator==(Disk_Redo const&, Disk_Redo const&) = default;
 
 private:
-  struct Extent {
-    std::uint32_t offset;
-    std::string bytes;
-    friend bool operator==(Extent const&, Extent const&) = default;
-  };
   struct Version {
     std::string directory;
     std::int32_t number;
@@ -57,7 +51,7 @@ private:
   };
   bool decode(std::string_view bytes);
 
-  std::vector<Extent> extents_;
+  Disk_Extents extents_;
   std::vector<Version> versions_;
 };
 

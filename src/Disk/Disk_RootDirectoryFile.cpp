@@ -55,10 +55,7 @@ int Disk_RootDirectoryFile::construct(char const* file_set_prefix) {
     DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init the lock.\n");
     return -1;
   }
-  // what such a strategy writes is no part of an epoch
-  if (!params.read_only && Disk_DicomDir::KeepsImage(writing_strategy) &&
-      Disk_RelaxedEpoch::IsOpen(file_set_prefix) != 0 && Sync() == -1)
-    return -1;
+  if (leave_epoch() == -1) return -1;
   epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, params.standard_structure != 0);
   return params.standard_structure ? open_dicomdir(file_set_prefix) : 0;
 }
@@ -82,9 +79,13 @@ int Disk_RootDirectoryFile::open_dicomdir(char const* file_set_prefix) {
 }
 
 int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool writes) {
+  if (leave_epoch() == -1) return -1;
   if (writes && !hold.durability.HasBegun()) begin_durability(hold);
   if ((shared ? hold.Shared(lock_manager) : hold.Exclusive(lock_manager)) == -1) return -1;
   if (!is_standard()) return 0;
+  int const went = dicomdir->GoBy(writing_strategy);
+  if (went == 1) forget_records();
+  if (went == -1) return -1;
   int const followed = dicomdir->FollowPath(params.read_only, writing_strategy);
   if (followed == 1) forget_records();
   if (followed == -1) return -1;
@@ -112,12 +113,23 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
 /// An operation that can't take part in a relaxed epoch, on a full disk for instance, is durable.
 void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
   Util_Durability durability = Util_FileSystem::GetDurability();
-  bool const needs_epoch = epoch && !params.read_only && !Disk_DicomDir::KeepsImage(writing_strategy);
+  bool const needs_epoch = epoch && !params.read_only && !keeps_image();
   if (durability == Util_Durability::Relaxed && needs_epoch && hold.epoch.Shared(*epoch) == -1) {
     DISK_LOG(4, "No relaxed operation is possible here (errno=%d), so this one is durable.\n", errno);
     durability = Util_Durability::Full;
   }
   hold.durability.Begin(durability);
+}
+
+/// Private directory files are written without a strategy.
+bool Disk_RootDirectoryFile::keeps_image() const {
+  return params.standard_structure && Disk_DicomDir::KeepsImage(writing_strategy);
+}
+
+/// What a strategy writes that keeps its data is no part of an epoch: one that is open ends when the strategy is new.
+int Disk_RootDirectoryFile::leave_epoch() {
+  if (params.read_only || !keeps_image() || (dicomdir && dicomdir->GoesBy(writing_strategy))) return 0;
+  return Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0 ? 0 : Sync();
 }
 
 int Disk_RootDirectoryFile::Sync() {
@@ -144,13 +156,13 @@ void Disk_RootDirectoryFile::forget_records() {
 }
 
 int Disk_RootDirectoryFile::Read() {
-  if (IsUpToDate()) return 0;
+  if (may_keep_records()) return 0;
   MarkDirty(); // until all is read: what fails on the way must not leave a part of it as the whole
   lasting_folder.clear();
   patients.clearAndDestroy();
   studies.Clear();
   if ((is_standard() ? read_standard() : read_private()) == -1) return -1;
-  is_partial = false;
+  is_loaded = true;
   return 0;
 }
 
@@ -244,8 +256,7 @@ int Disk_RootDirectoryFile::Write() {
 }
 
 int Disk_RootDirectoryFile::standard_write() {
-  Disk_StorageStrategy* const target = dicomdir->Target(writing_strategy);
-  if (dicomdir->Write(target) == -1) {
+  if (dicomdir->Write(writing_strategy) == -1) {
     DISK_LOG(3, "Write: Failed writing the standard DICOMDIR prefix.\n");
     return -1;
   }
@@ -254,7 +265,7 @@ int Disk_RootDirectoryFile::standard_write() {
     DISK_LOG(3, "standard_write: the offset of the patient records doesn't exist.\n");
     return -1;
   }
-  if (patients.WriteRecords(dicomdir->GetFd(), dicomdir->Syntax(), first, target) == -1) {
+  if (dicomdir->WriteRecords(patients, first, writing_strategy) == -1) {
     DISK_LOG(3, "standard_write: Failed writing the patient records.\n");
     return -1;
   }
@@ -264,7 +275,7 @@ int Disk_RootDirectoryFile::standard_write() {
       DISK_LOG(3, "standard_write: the offset of the study records doesn't exist.\n");
       return -1;
     }
-    if (patient->GetStudyRecords().WriteRecords(dicomdir->GetFd(), dicomdir->Syntax(), below, target) == -1) {
+    if (dicomdir->WriteRecords(patient->GetStudyRecords(), below, writing_strategy) == -1) {
       DISK_LOG(3, "standard_write: Failed writing the study records.\n");
       return -1;
     }

@@ -238,6 +238,7 @@ int Disk_SeriesDirectoryFile::GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg**
 }
 
 int Disk_SeriesDirectoryFile::GetKnown(Dicom_UI const& sop_instance_uid, IOD_Msg** object) const {
-  Disk_InstanceDirectoryRecord const* image = IsUpToDate() ? GetImageRecord(sop_instance_uid) : nullptr;
+  Disk_InstanceDirectoryRecord const* image =
+      is_current() && has_records() ? GetImageRecord(sop_instance_uid) : nullptr;
   return image ? Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).Get(object, nullptr) : 1;
 }

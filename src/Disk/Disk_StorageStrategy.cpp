@@ -107,6 +107,7 @@ bool Disk_MemoryStorageStrategy::Flush() {
 
 int Disk_MemoryStorageStrategy::UpdateFromFile() {
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
+  if (!pending) position = length = 0;
   off_t const noted = system.Lseek(GetFd(), 0, SEEK_CUR);
   off_t const size = system.Lseek(GetFd(), 0, SEEK_END);
   if (noted == -1 || size == -1 || system.Lseek(GetFd(), 0, SEEK_SET) == -1 || !load(std::size_t(size))) {
@@ -128,11 +129,4 @@ bool Disk_MemoryStorageStrategy::load(std::size_t size) {
   delete[] block;
   pending = was_pending;
   return loaded;
-}
-
-long Disk_MemoryStorageStrategy::ReadPending(void* data, unsigned size, unsigned offset) {
-  if (!pending) return -1;
-  unsigned const count = offset >= length ? 0 : std::min(size, length - offset);
-  if (count > 0) std::memcpy(data, buffer + offset, count);
-  return long(count);
 }
