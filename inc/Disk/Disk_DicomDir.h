@@ -122,7 +122,7 @@ private:
   int refresh_offset_end();
   int init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy);
   int write_prefix(Disk_StorageStrategy* strategy);
-  int take_strategy(Disk_StorageStrategy* strategy, bool is_new);
+  int take_strategy(Disk_StorageStrategy* strategy);
   bool is_behind() const;
   int read_tag(std::uint32_t* tag);
   int find_end_offset();

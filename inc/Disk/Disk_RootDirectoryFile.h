@@ -145,6 +145,7 @@ private:
   /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
   int lock(Disk_FileSetHold& hold, bool shared, bool writes);
   int lock(Disk_FileSetHold& hold, bool shared) { return lock(hold, shared, !shared); }
+  int complete_redo(Disk_FileSetHold& hold, bool shared);
   void begin_durability(Disk_FileSetHold& hold);
   bool keeps_image() const;
   int leave_epoch();

@@ -87,25 +87,27 @@ int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_Stor
   bool is_new = false;
   if (open(file_set_prefix, &is_new) == -1) return -1;
   if (is_new) return create(strategy);
+  if (strategy) strategy->InitFD(file_descriptor);
   if (LayRedoOver() == -1) return -1;
   if (read_until_records() == -1 || read_prefix() == -1)
     return Failed("Init: Failed reading until the records sequence.\n");
   if (find_end_offset() == -1) return Failed("Init: Failed finding the end offset.\n");
-  return take_strategy(strategy, false);
+  return take_strategy(strategy);
 }
 
-/// Gives the file to a strategy. One that has something pending keeps it, as it may be this file's.
-int Disk_DicomDir::take_strategy(Disk_StorageStrategy* strategy, bool is_new) {
-  strategy_ = strategy;
+/// Gives the file to a strategy; not to one that has something pending, which may be another file's.
+int Disk_DicomDir::take_strategy(Disk_StorageStrategy* strategy) {
+  strategy_ = nullptr;
   holds_more_ = false;
   pending_->Clear();
   // it writes without a redo record: one that a power cut brought back would undo what it has flushed
   if (!read_only && KeepsImage(strategy) && redo_file_->Forget() == -1)
     return Failed("Init: Can't remove the redo record.\n");
-  if (!strategy) return 0;
+  strategy_ = strategy;
+  holds_more_ = KeepsImage(strategy) && strategy->HasPendingData();
+  if (!strategy || holds_more_) return 0;
   strategy->InitFD(file_descriptor);
-  holds_more_ = !is_new && KeepsImage(strategy) && strategy->HasPendingData();
-  if (!holds_more_) strategy->UpdateFromFile();
+  strategy->UpdateFromFile();
   return 0;
 }
 
@@ -118,9 +120,7 @@ bool Disk_DicomDir::GoesBy(Disk_StorageStrategy* strategy) const {
 int Disk_DicomDir::GoBy(Disk_StorageStrategy* strategy) {
   bool const was_flushed = holds_more_ && strategy == strategy_ && !strategy->HasPendingData();
   bool const is_another = was_flushed || !GoesBy(strategy);
-  if (is_another) {
-    if (take_strategy(strategy, false) == -1) return -1;
-  }
+  if (is_another && take_strategy(strategy) == -1) return -1;
   if (!holds_more_) return is_another ? 1 : 0;
   DISK_LOG(3, "%s: the strategy holds what was pending before: flush it first.\n", file_name.c_str());
   KlbGError.Set(DISK_ERROR_SYSTEM + EBUSY);
@@ -205,7 +205,9 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   }
   Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_NOFOLLOW);
   if (!file) return cant_open(errno);
-  if (take_file(file.Release()) == -1 || take_strategy(strategy, true) == -1) return -1;
+  if (take_file(file.Release()) == -1 || take_strategy(strategy) == -1) return -1;
+  if (strategy) strategy->InitFD(file_descriptor);
+  holds_more_ = false; // nothing of a new file is pending
   if (!KeepsImage(strategy)) return 0;
   return Write(strategy) == -1 ? Failed("Init: Failed write the new dicomdir.\n") : 0;
 }

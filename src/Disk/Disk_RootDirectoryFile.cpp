@@ -83,17 +83,18 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
   if (writes && !hold.durability.HasBegun()) begin_durability(hold);
   if ((shared ? hold.Shared(lock_manager) : hold.Exclusive(lock_manager)) == -1) return -1;
   if (!is_standard()) return 0;
-  int const went = dicomdir->GoBy(writing_strategy);
-  if (went == 1) forget_records();
-  if (went == -1) return -1;
-  int const followed = dicomdir->FollowPath(params.read_only, writing_strategy);
-  if (followed == 1) forget_records();
-  if (followed == -1) return -1;
-  if (params.read_only) {
-    int const laid_over = dicomdir->LayRedoOver();
-    if (laid_over == 1) forget_records();
-    return laid_over == -1 ? -1 : 0;
-  }
+  auto const follow = [this](int change) {
+    if (change == 1) forget_records();
+    return change != -1;
+  };
+  if (!follow(dicomdir->FollowPath(params.read_only, writing_strategy))) return -1;
+  if (params.read_only ? !follow(dicomdir->LayRedoOver()) : complete_redo(hold, shared) == -1) return -1;
+  if (!follow(dicomdir->GoBy(writing_strategy))) return -1;
+  if (!params.read_only && !dicomdir->IsCurrent()) forget_records();
+  return 0;
+}
+
+int Disk_RootDirectoryFile::complete_redo(Disk_FileSetHold& hold, bool shared) {
   constexpr int kMostTries = 100; // completing takes the lock exclusively, and others get in between
   for (int i = 0; dicomdir->HasRedo(); ++i) {
     if (i == kMostTries) {
@@ -106,7 +107,6 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
     forget_records();
     if (shared && hold.Shared(lock_manager) == -1) return -1;
   }
-  if (!dicomdir->IsCurrent()) forget_records();
   return 0;
 }
 

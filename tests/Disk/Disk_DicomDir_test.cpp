@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <optional>
 
 namespace {
 
@@ -24,10 +25,11 @@ struct Syntax {
                        {"big endian", "1.2.840.10008.1.2.2", {true, true}}};
 
 /// The prefix of a DICOMDIR as this system makes one, in any syntax.
-std::string Prefix(Syntax const& s, std::uint32_t first, std::uint32_t last, std::uint32_t length) {
+std::string Prefix(Syntax const& s, std::uint32_t first, std::uint32_t last, std::uint32_t length,
+                   std::string const& id = "", std::uint32_t flag = 0) {
   DataSetBytes const& b = s.bytes;
-  return b.Text(0x00041130, "CS", "") + b.Element(0x00041200, "UL", b.Number(first, 4)) +
-         b.Element(0x00041202, "UL", b.Number(last, 4)) + b.Element(0x00041212, "US", b.Number(0, 2)) +
+  return b.Text(0x00041130, "CS", id) + b.Element(0x00041200, "UL", b.Number(first, 4)) +
+         b.Element(0x00041202, "UL", b.Number(last, 4)) + b.Element(0x00041212, "US", b.Number(flag, 2)) +
          b.Claiming(0x00041220, "SQ", length);
 }
 
@@ -81,6 +83,17 @@ TEST_F(DicomDirTest, NewFileIsAPrefixAndAnEmptySequence) {
             content.npos);
   EXPECT_EQ(std::filesystem::status(Path()).permissions() & std::filesystem::perms::others_write,
             std::filesystem::perms::none);
+  EXPECT_EQ(dicomdir->SetFileSetID(Dicom_CS("ID")), -1) << "there is no room for one";
+  // a strategy that keeps it changes nothing; and what is empty was never one
+  Disk_MemoryStorageStrategy memory;
+  std::filesystem::remove(Path());
+  Init(0, false, &memory);
+  EXPECT_EQ(Content(), content);
+  EXPECT_TRUE(memory.HasPendingData());
+  directory.Write("DICOMDIR", "");
+  Init(-1);
+  Init(-1, false, &memory);
+  EXPECT_EQ(Content(), "");
 }
 
 TEST_F(DicomDirTest, LowercaseIsUsedOnlyIfItIsAlone) {
@@ -98,11 +111,11 @@ TEST_F(DicomDirTest, BytesInEverySyntax) {
       SCOPED_TRACE(std::string(s.name) + " " + std::to_string(form));
       DataSetBytes const& b = s.bytes;
       std::string const meta = Meta(s.uid);
-      auto const first = std::uint32_t(meta.size() + Prefix(s, 0, 0, 0).size());
+      auto const first = std::uint32_t(meta.size() + Prefix(s, 0, 0, 0, "OLD_ID").size());
       std::string const body = RecordBytes(b, 0, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"));
       std::string const item = b.Item(body);
       std::string const before =
-          meta + Prefix(s, first, first, form == 0 ? std::uint32_t(item.size()) : DataSetBytes::undefined);
+          meta + Prefix(s, first, first, form == 0 ? std::uint32_t(item.size()) : DataSetBytes::undefined, "OLD_ID");
       directory.Write("DICOMDIR", before + item + (form == 1 ? b.SequenceEnd() : ""));
       LogCapture log;
       auto const dicomdir = Init();
@@ -120,14 +133,17 @@ TEST_F(DicomDirTest, BytesInEverySyntax) {
       ASSERT_EQ(list.AddNewRecord(record.get(), end), 0);
       Disk_InstanceDirectoryRecord const* added = record.release();
       ASSERT_EQ(dicomdir->Reserve(*added->GetRecordMsg()), 0);
+      EXPECT_EQ(dicomdir->SetFileSetID(Dicom_CS("LONGER_ID")), -1);
+      EXPECT_EQ(dicomdir->SetFileSetID(Dicom_CS("NEW")), 0);
+      EXPECT_EQ(dicomdir->SetFileSetConsistencyFlag(Dicom_US(0xFFFF)), 0);
       ASSERT_EQ(dicomdir->Write(nullptr), 0);
       ASSERT_EQ(list.WriteRecords(dicomdir->GetFd(), dicomdir->Syntax(), first, nullptr), 0);
 
       std::string added_bytes(length, '\0');
       added->GetRecordMsg()->Dump(added_bytes.data(), length, dicomdir->Syntax(), 0, nullptr);
-      std::string const expected = meta + Prefix(s, first, first, std::uint32_t(item.size()) + length + 8) +
-                                   b.Item(RecordBytes(b, end, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"))) +
-                                   b.Item(added_bytes);
+      std::string const expected =
+          meta + Prefix(s, first, first, std::uint32_t(item.size()) + length + 8, "NEW   ", 0xFFFF) +
+          b.Item(RecordBytes(b, end, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"))) + b.Item(added_bytes);
       EXPECT_EQ(Content(), expected);
       EXPECT_TRUE(b.Item("").starts_with(b.big_endian ? "\xFF\xFE\xE0" : std::string("\xFE\xFF\0\xE0", 4)));
     }
@@ -203,6 +219,19 @@ TEST_F(DicomDirTest, OnlyNewAndChangedRecordsAreWritten) {
     EXPECT_EQ(now.substr(0, places[2]), std::string(places[2], 'x'));
     EXPECT_EQ(now.substr(places[2], 8), "header..") << "an old record's item keeps tag and length";
     EXPECT_NE(now[places[2] + 8], 'x');
+    // whatever the address of a strategy, and however a record came to the list
+    std::optional<Disk_MemoryStorageStrategy> strategy;
+    InstanceList appended;
+    auto* const last = static_cast<Disk_InstanceDirectoryRecord*>(appended.append(Record(4).release()));
+    last->SetNew(false);
+    for (bool const changed : {false, true}) {
+      EXPECT_EQ(list.WriteRecords(-1, syntax, places[0], &strategy.emplace()), 0);
+      EXPECT_TRUE(strategy->HasPendingData());
+      strategy.emplace();
+      last->SetChanged(changed);
+      EXPECT_EQ(appended.WriteRecords(-1, syntax, places[0], &*strategy), 0);
+      EXPECT_EQ(strategy->HasPendingData(), changed);
+    }
     // a record that would not fit its place: nothing is written
     auto* second = static_cast<Disk_InstanceDirectoryRecord*>(list.at(1));
     second->GetRecordMsg()->SetImageLabel(Dicom_SH("grown"));

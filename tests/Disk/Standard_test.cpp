@@ -7,6 +7,9 @@
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_StorageStrategy.h>
 
+#include <optional>
+#include <unistd.h>
+
 namespace {
 
 class StandardTest : public FileSetTest {
@@ -76,20 +79,68 @@ TEST_F(StandardTest, ModalitiesBeyondTheirBudgetLeaveNothing) {
   }
 }
 
-TEST_F(StandardTest, MemoryStrategyServesManyStudiesBetweenFlushes) {
-  Disk_MemoryStorageStrategy memory(4096);
-  auto root = Open(Disk_StoreParams::STORE_NATIVE, &memory);
+/// A strategy of the caller's own, with the operations that it can't do without.
+struct Own : Disk_StorageStrategy {
+  int Write(void const* data, unsigned size) override { return image.Write(data, size); }
+  long LSeek(long offset, int whence) override { return image.LSeek(offset, whence); }
+  bool Flush() override { return image.InitFD(GetFd()), image.Flush(); }
+  bool HasPendingData() override { return image.HasPendingData(); }
+  int UpdateFromFile() override { return image.InitFD(GetFd()), image.UpdateFromFile(); }
+  Disk_MemoryStorageStrategy image;
+};
+
+template <class Strategy>
+class StrategyTest : public StandardTest {};
+using Strategies = testing::Types<Disk_MemoryStorageStrategy, Own>;
+TYPED_TEST_SUITE(StrategyTest, Strategies);
+
+TYPED_TEST(StrategyTest, ServesManyStudiesBetweenFlushes) {
+  std::optional<TypeParam> strategy(std::in_place);
+  auto root = this->Open(Disk_StoreParams::STORE_NATIVE, &*strategy);
   int stored = 0;
+  auto const store = [&](int study, int series) {
+    return this->Store(*root, *Phantom::Make(Small({.study = study, .series = series, .image = ++stored})));
+  };
   for (int round = 1; round <= 3; ++round) {
     for (int study : {1, 2, 3, 1, 2})
       for (int series : {1, 2})
-        ASSERT_EQ(Store(*root, *Phantom::Make(Small({.study = study, .series = series, .image = ++stored}))), 0);
-    EXPECT_EQ(Images(*root, {.study = 1}), 4 * round);
-    EXPECT_TRUE(memory.HasPendingData());
-    EXPECT_TRUE(round == 2 || memory.Flush());
-    if (round != 2) ExpectWhole(std::size_t(stored));
+        ASSERT_EQ(store(study, series), 0);
+    EXPECT_EQ(this->Images(*root, {.study = 1}), 4 * round);
+    EXPECT_TRUE(strategy->HasPendingData());
+    EXPECT_TRUE(round == 2 || strategy->Flush());
+    if (round != 2) this->ExpectWhole(std::size_t(stored));
   }
-  EXPECT_TRUE(Fetch(*Open(), Uids(*Phantom::Make(Small({.study = 2, .series = 1, .image = 3})))));
+  EXPECT_TRUE(this->Fetch(*this->Open(), this->Uids(*Phantom::Make(Small({.study = 2, .series = 1, .image = 3})))));
+  // reads and writes go by the strategy that is set, though another one stood where it does
+  for (bool const has_strategy : {false, true}) {
+    root->SetWritingStrategy(nullptr);
+    strategy.reset();
+    if (has_strategy) root->SetWritingStrategy(&strategy.emplace());
+    EXPECT_EQ(this->Studies(*root), 3);
+    EXPECT_EQ(store(3, 3), 0);
+    EXPECT_EQ(strategy && strategy->HasPendingData(), has_strategy);
+    EXPECT_TRUE(!has_strategy || strategy->Flush());
+    this->ExpectWhole(std::size_t(stored));
+  }
+  // one that holds what isn't this file's waits for its Flush
+  TypeParam another;
+  another.Write("x", 1);
+  root->SetWritingStrategy(&another);
+  EXPECT_EQ(this->Studies(*root), -1);
+  EXPECT_EQ(store(1, 1), -1);
+  another.InitFD(-1);
+  root->SetWritingStrategy(&*strategy);
+  EXPECT_EQ(this->Images(*root, {.study = 3}), 8);
+  this->ExpectWhole(std::size_t(stored) - 1);
+  // private directory files are written without a strategy, whatever it holds
+  root.reset();
+  this->Clear();
+  this->structure = 0;
+  for (int study : {1, 2})
+    ASSERT_EQ(this->Store(*this->Open(Disk_StoreParams::STORE_NATIVE, study == 2 ? &another : nullptr),
+                          *Phantom::Make(Small({.study = study}))),
+              0);
+  EXPECT_EQ(this->Studies(*this->Open()), 2);
 }
 
 // What a killed process had committed and not yet applied: readers who can't write see it too.
