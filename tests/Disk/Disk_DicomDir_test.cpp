@@ -94,14 +94,11 @@ TEST_F(DicomDirTest, NewFileIsAPrefixAndAnEmptySequence) {
   Init(-1);
   Init(-1, false, &memory);
   EXPECT_EQ(Content(), "");
-}
-
-TEST_F(DicomDirTest, LowercaseIsUsedOnlyIfItIsAlone) {
-  Init();
-  std::filesystem::rename(Path(), directory / "dicomdir");
+  // another name is used only if it is alone
+  directory.Write("dicomdir", content);
+  EXPECT_EQ(Init(-1)->IsLowercase(), 0);
+  std::filesystem::remove(Path());
   EXPECT_EQ(Init()->IsLowercase(), 1);
-  std::filesystem::copy_file(directory / "dicomdir", Path());
-  EXPECT_EQ(Init()->IsLowercase(), 0);
 }
 
 // Prefix, header and item in three syntaxes, with and without the length of the sequence and its delimiter.
@@ -261,11 +258,7 @@ TEST_F(DicomDirTest, OnlyNewAndChangedRecordsAreWritten) {
 
 TEST_F(DicomDirTest, MemoryStrategyGrowsAndSeeksWithinItsCapacity) {
   std::string const text = "0123456789012345678901234567890123456789";
-  struct Case {
-    unsigned size;
-    long capacity;
-  } const cases[] = {{15, 16}, {16, 32}, {31, 64}, {40, 64}};
-  for (auto const& [size, capacity] : cases) {
+  for (auto const& [size, capacity] : {std::pair(15u, 16L), {16u, 32L}, {31u, 64L}, {40u, 64L}}) {
     Disk_MemoryStorageStrategy strategy(16);
     EXPECT_EQ(strategy.LSeek(0, 2), 0);
     EXPECT_EQ(strategy.Write(text.data(), size), int(size));

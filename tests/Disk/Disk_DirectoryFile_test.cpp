@@ -78,12 +78,29 @@ TEST_F(DirectoryFileTest, NamesFromUidsAreAlwaysTheSame) {
   EXPECT_EQ(OpenedFile(Prefix(), "ABC\\DIRFILE").Hash("1.2.3"), "ABC\\GBFU0NQA");
 }
 
-TEST_F(DirectoryFileTest, EmptySequenceReadsBackAsNoRecords) {
+TEST_F(DirectoryFileTest, VersionFile) {
   OpenedFile file(Prefix());
-  Dicom_Sequence none;
-  ASSERT_EQ(file.Write(none), 0);
-  EXPECT_EQ(Version(""), 1);
-  EXPECT_TRUE(file.IsUpToDate());
+  EXPECT_FALSE(file.IsUpToDate()) << "without VERSION a file-set is looked at again and again";
+  using Case = std::pair<std::string_view, int>;            // what stands there, and what a write makes of it
+  for (auto const& [bytes, next] : {Case({"\x07\0", 2}, 1), // a broken VERSION counts as none
+                                    {{"\0\0\0\0", 4}, 1},
+                                    {{"\x29\0\0\0", 4}, 42},
+                                    {{"\xFF\xFF\xFF\x7F", 4}, 1},
+                                    {{"\x07\0\0\0more", 8}, 8}}) {
+    SetVersion(bytes);
+    {
+      LogCapture log;
+      EXPECT_FALSE(file.IsUpToDate());
+      EXPECT_EQ(log.Count(3, "Can't read version from VERSION file."), bytes.size() < 4);
+      EXPECT_EQ(log.Lines().size(), bytes.size() < 4);
+    }
+    Dicom_Sequence none;
+    ASSERT_EQ(file.Write(none), 0);
+    EXPECT_EQ(Version(""), next);
+    EXPECT_EQ(file.file_version, next);
+    EXPECT_EQ(Files()["VERSION"], 4u);
+    EXPECT_TRUE(file.IsUpToDate());
+  }
   Dicom_Sequence* sequence = nullptr;
   IOD_Msg* msg = nullptr;
   int found = 0;
@@ -92,37 +109,7 @@ TEST_F(DirectoryFileTest, EmptySequenceReadsBackAsNoRecords) {
   std::unique_ptr<IOD_Msg> const owner(msg);
   EXPECT_EQ(found, 1);
   EXPECT_EQ(sequence->GetNItems(), 0);
-  EXPECT_EQ(reader.file_version, 1);
-}
-
-TEST_F(DirectoryFileTest, VersionFile) {
-  OpenedFile file(Prefix());
-  EXPECT_FALSE(file.IsUpToDate()) << "without VERSION a file-set is looked at again and again";
-  struct Case {
-    std::string_view bytes;
-    int next; // version that a write makes of it
-    int lines;
-  } const cases[] = {{{"\x07\0", 2}, 1, 1}, // a broken VERSION counts as none
-                     {{"\0\0\0\0", 4}, 1, 0},
-                     {{"\x29\0\0\0", 4}, 42, 0},
-                     {{"\xFF\xFF\xFF\x7F", 4}, 1, 0},
-                     {{"\x07\0\0\0more", 8}, 8, 0}};
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.next);
-    SetVersion(c.bytes);
-    {
-      LogCapture log;
-      EXPECT_FALSE(file.IsUpToDate());
-      EXPECT_EQ(log.Count(3, "Can't read version from VERSION file."), c.lines);
-      EXPECT_EQ(int(log.Lines().size()), c.lines);
-    }
-    Dicom_Sequence none;
-    ASSERT_EQ(file.Write(none), 0);
-    EXPECT_EQ(Version(""), c.next);
-    EXPECT_EQ(file.file_version, c.next);
-    EXPECT_EQ(Files()["VERSION"], 4u);
-    EXPECT_TRUE(file.IsUpToDate());
-  }
+  EXPECT_EQ(reader.file_version, 8);
   std::filesystem::remove(At("VERSION"));
   OpenedFile medium(Prefix(), "DIRFILE", Disk_StoreParams::READ_ONLY);
   for (bool const was_looked_at : {false, true, false}) {
@@ -145,7 +132,6 @@ TEST_F(DirectoryFileTest, VersionIsComparedAtEveryLook) {
   EXPECT_TRUE(file.IsUpToDate());
   SetVersion({"\x31\0\0\0", 4});
   EXPECT_FALSE(file.IsUpToDate());
-  EXPECT_EQ(Version(""), 49);
   SetVersion({"\x32\0\0\0", 4});
   ASSERT_EQ(file.UpdateFileVersion(), 0);
   EXPECT_EQ(Version(""), 51) << "it is read again";

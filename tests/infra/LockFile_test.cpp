@@ -1,41 +1,12 @@
-#include <csignal>
 #include <gtest/gtest.h>
 #include <infra/Klb_LockFile.h>
 #include <support/FaultyFileSystem.h>
+#include <support/Kill.h>
 #include <support/LogCapture.h>
 #include <support/TempDirectory.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-
-// A child process that runs `work`, tells the parent what it gave, and then stays until it is ended.
-class Child {
-public:
-  explicit Child(std::function<int()> const& work) {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    pid_ = fork();
-    if (pid_ == 0) {
-      int const result = work();
-      if (write(ends[1], &result, sizeof result) == -1) _exit(1);
-      for (;;)
-        pause();
-    }
-    EXPECT_EQ(read(ends[0], &result_, sizeof result_), static_cast<ssize_t>(sizeof result_));
-    close(ends[0]);
-    close(ends[1]);
-  }
-  ~Child() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  int Result() const { return result_; }
-
-private:
-  pid_t pid_;
-  int result_ = -1;
-};
 
 class LockFile : public testing::Test {
 protected:
@@ -85,11 +56,17 @@ TEST_F(LockFile, ExcludesObjectsOfOneProcess) {
   EXPECT_EQ(ask(), 0);
 }
 
+TEST_F(LockFile, ExcludesProcessesAndEndsWithThem) {
+  EXPECT_EQ(InChild([this] { return lock_.LockExclusive(); }), 0);
+  EXPECT_EQ(ask(), 0);
+  EXPECT_EQ(lock_.LockExclusive(), 0);
+  EXPECT_EQ(InChild([this] { return lock_.TryLockExclusive(); }), 1) << "the open file is the parent's";
+}
+
 TEST_F(LockFile, IsTakenAgainByWhoOpenedItAlone) {
   EXPECT_EQ(lock_.RelockShared(), 0);
   EXPECT_EQ(ask(), 1);
-  EXPECT_EQ(Child([this] { return lock_.RelockShared() == -1 && errno == ESTALE ? 0 : 1; }).Result(), 0)
-      << "the open file is the parent's";
+  EXPECT_EQ(InChild([this] { return lock_.RelockShared() == -1 && errno == ESTALE; }), 1);
   EXPECT_EQ(lock_.UnlockShared(), 0);
   EXPECT_EQ(ask(), 0);
   Klb_LockFile unopened;
