@@ -16,10 +16,10 @@ public:
   Disk_Bits& operator=(Disk_Bits const&) = default;
   virtual ~Disk_Bits() = default;
 
-  int NBits() const { return whole_bytes_ * 8 + extra_bits_; }
+  int NBits() const { return whole_bytes * 8 + extra_bits; }
   /// Byte `i`, which must be one of the string's.
-  unsigned char& operator[](int i) { return bytes_[std::size_t(i)]; }
-  unsigned char operator[](int i) const { return bytes_[std::size_t(i)]; }
+  unsigned char& operator[](int i) { return bytes[std::size_t(i)]; }
+  unsigned char operator[](int i) const { return bytes[std::size_t(i)]; }
 
   /// Byte by byte over the shorter of the two strings.
   Disk_Bits& operator|=(Disk_Bits const& other);
@@ -40,7 +40,7 @@ public:
   void Print(std::FILE* file) const;
 
 private:
-  std::vector<unsigned char> bytes_;
-  int whole_bytes_ = 0;
-  int extra_bits_ = 0;
+  std::vector<unsigned char> bytes;
+  int whole_bytes = 0;
+  int extra_bits = 0;
 };

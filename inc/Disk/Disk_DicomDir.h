@@ -72,7 +72,7 @@ public:
 
   /// From here on writes gather. 0, or -1 (logged) when this file can't be appended to; the file is as it was then.
   int Begin();
-  bool IsGathering() const { return gathering_; }
+  bool IsGathering() const { return is_gathering; }
   /// Writes the records of a chain that starts at `first`: to what gathers, or by `strategy`. 0, or -1 (logged).
   int WriteRecords(Disk_RecordChain& records, unsigned first, Disk_StorageStrategy* strategy);
   /// The VERSION of a directory, given by its ID, moves with the commit.
@@ -102,11 +102,11 @@ public:
 
   long ReadAt(void* data, unsigned size, unsigned offset) const override;
   Dicom_TransferSyntax const& Syntax() const override { return transfer_syntax; }
-  unsigned RecordsBegin() const override { return records_begin_; }
+  unsigned RecordsBegin() const override { return records_begin; }
   unsigned RecordsEnd() const override { return offset_end; }
   bool Claim(unsigned offset, unsigned length, unsigned owner) const override;
   /// Before all records are read again.
-  void ForgetClaims() { claims_.Clear(); }
+  void ForgetClaims() { claims.Clear(); }
 
 private:
   int open(char const* file_set_prefix, bool* is_new);
@@ -140,23 +140,23 @@ private:
   bool passes_over_damage_ = false;
   std::string file_name;
   int file_descriptor = -1;
-  std::uint64_t device_ = 0, inode_ = 0; // of the open file
+  std::uint64_t device = 0, inode = 0; // of the open file
   Dicom_TransferSyntax transfer_syntax;
   unsigned offset_end = 0;
   bool read_only = false;
 
-  std::string prefix_;          // the bytes before the records, the header of their sequence included
-  unsigned data_set_begin_ = 0; // in it
-  unsigned records_begin_ = 0;  // its length
-  unsigned first_at_ = 0;       // places of the two offsets in it; 0: the file lacks them
-  unsigned last_at_ = 0;
-  unsigned stated_length_ = 0; // of the sequence, as the file has it
-  Disk_StorageStrategy* strategy_ = nullptr;
-  bool holds_more_ = false;               // the strategy, than what came to it from here
-  std::unique_ptr<Disk_Extents> pending_; // what the strategy was given since it had nothing pending
-  std::unique_ptr<Disk_WriteGather> gather_;
-  bool gathering_ = false;
-  std::unique_ptr<Disk_Redo> overlay_;
-  std::unique_ptr<Disk_RedoFile> redo_file_;
-  mutable Disk_RecordClaims claims_;
+  std::string prefix;          // the bytes before the records, the header of their sequence included
+  unsigned data_set_begin = 0; // in it
+  unsigned records_begin = 0;  // its length
+  unsigned first_at = 0;       // places of the two offsets in it; 0: the file lacks them
+  unsigned last_at = 0;
+  unsigned stated_length = 0; // of the sequence, as the file has it
+  Disk_StorageStrategy* current_strategy = nullptr;
+  bool holds_more = false;                      // the strategy, than what came to it from here
+  std::unique_ptr<Disk_Extents> pending_writes; // what the strategy was given since it had nothing pending
+  std::unique_ptr<Disk_WriteGather> gather;
+  bool is_gathering = false;
+  std::unique_ptr<Disk_Redo> overlay;
+  std::unique_ptr<Disk_RedoFile> redo_file;
+  mutable Disk_RecordClaims claims;
 };

@@ -142,8 +142,8 @@ protected:
   mutable int version_file_in_use = 1;
   Disk_DicomDir* standard_dicomdir;
   Disk_StorageStrategy* writing_strategy = nullptr;
-  bool is_unnamed = false;
   Disk_StoreParams params;
+  bool is_unnamed = false;
   bool is_loaded = false; ///< all records were read, and nothing was changed since that isn't written
   std::string const own_path, own_version_path;
   std::string lasting_folder; ///< below this one, whose entry was synced since the records were read

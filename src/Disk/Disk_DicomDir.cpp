@@ -9,7 +9,7 @@
 #include "dicom/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_Error.h>
-#include <Disk/Disk_RecordChain.h>
+#include <Disk/Disk_RecordList.h>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
 #include <infra/Klb_GError.h>
@@ -60,8 +60,9 @@ std::string NameIn(std::string const& directory, Presence* presence, int* lowerc
 } // namespace
 
 Disk_DicomDir::Disk_DicomDir()
-    : transfer_syntax(Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, nullptr), pending_(std::make_unique<Disk_Extents>()),
-      gather_(std::make_unique<Disk_WriteGather>()), overlay_(std::make_unique<Disk_Redo>()) {}
+    : transfer_syntax(Dicom_UIDic::EXPLICIT_VR_LITTLE_ENDIAN, nullptr),
+      pending_writes(std::make_unique<Disk_Extents>()), gather(std::make_unique<Disk_WriteGather>()),
+      overlay(std::make_unique<Disk_Redo>()) {}
 
 Disk_DicomDir::~Disk_DicomDir() {
   if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
@@ -80,10 +81,10 @@ int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_Stor
   if (!file_set_prefix) return Failed("Read: file_set_prefix is NULL.\n");
   if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
   file_descriptor = -1;
-  device_ = inode_ = 0;
+  device = inode = 0;
   read_only = for_reading;
-  strategy_ = nullptr;
-  prefix_.clear();
+  current_strategy = nullptr;
+  prefix.clear();
   bool is_new = false;
   if (open(file_set_prefix, &is_new) == -1) return -1;
   if (is_new) return create(strategy);
@@ -97,15 +98,15 @@ int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_Stor
 
 /// Gives the file to a strategy; not to one that has something pending, which may be another file's.
 int Disk_DicomDir::take_strategy(Disk_StorageStrategy* strategy) {
-  strategy_ = nullptr;
-  holds_more_ = false;
-  pending_->Clear();
+  current_strategy = nullptr;
+  holds_more = false;
+  pending_writes->Clear();
   // it writes without a redo record: one that a power cut brought back would undo what it has flushed
-  if (!read_only && KeepsImage(strategy) && redo_file_->Forget() == -1)
+  if (!read_only && KeepsImage(strategy) && redo_file->Forget() == -1)
     return Failed("Init: Can't remove the redo record.\n");
-  strategy_ = strategy;
-  holds_more_ = KeepsImage(strategy) && strategy->HasPendingData();
-  if (!strategy || holds_more_) return 0;
+  current_strategy = strategy;
+  holds_more = KeepsImage(strategy) && strategy->HasPendingData();
+  if (!strategy || holds_more) return 0;
   strategy->InitFD(file_descriptor);
   strategy->UpdateFromFile();
   return 0;
@@ -114,27 +115,27 @@ int Disk_DicomDir::take_strategy(Disk_StorageStrategy* strategy) {
 bool Disk_DicomDir::GoesBy(Disk_StorageStrategy* strategy) const {
   // one that was never given the file may stand where another one was
   bool const is_fresh = strategy && strategy->GetFd() == -1 && !strategy->HasPendingData();
-  return strategy == strategy_ && !is_fresh;
+  return strategy == current_strategy && !is_fresh;
 }
 
 int Disk_DicomDir::GoBy(Disk_StorageStrategy* strategy) {
-  bool const was_flushed = holds_more_ && strategy == strategy_ && !strategy->HasPendingData();
+  bool const was_flushed = holds_more && strategy == current_strategy && !strategy->HasPendingData();
   bool const is_another = was_flushed || !GoesBy(strategy);
   if (is_another && take_strategy(strategy) == -1) return -1;
-  if (!holds_more_) return is_another ? 1 : 0;
+  if (!holds_more) return is_another ? 1 : 0;
   DISK_LOG(3, "%s: the strategy holds what was pending before: flush it first.\n", file_name.c_str());
   KlbGError.Set(DISK_ERROR_SYSTEM + EBUSY);
   return -1;
 }
 
 /// Whether the file lacks what the strategy was given.
-bool Disk_DicomDir::is_behind() const { return strategy_ && strategy_->HasPendingData(); }
+bool Disk_DicomDir::is_behind() const { return current_strategy && current_strategy->HasPendingData(); }
 
 /// Opens the file unless it is new.
 int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
   Presence presence{};
   file_name = NameIn(file_set_prefix, &presence, &lowercase_name);
-  redo_file_ = std::make_unique<Disk_RedoFile>(file_name + ".redo");
+  redo_file = std::make_unique<Disk_RedoFile>(file_name + ".redo");
   if (presence == Presence::Unknown) return -1;
   bool const exists = presence == Presence::Present;
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
@@ -165,8 +166,8 @@ int Disk_DicomDir::take_file(int descriptor) {
   file_descriptor = descriptor;
   struct stat status {};
   if (Util_FileSystemInterface::Current().Fstat(descriptor, &status) == -1) return Failed("Init: Can't look at it.\n");
-  device_ = status.st_dev;
-  inode_ = status.st_ino;
+  device = status.st_dev;
+  inode = status.st_ino;
   return 0;
 }
 
@@ -174,11 +175,11 @@ int Disk_DicomDir::FollowPath(bool for_reading, Disk_StorageStrategy* strategy) 
   struct stat status {};
   errno = 0;
   bool const is_there = Util_FileSystemInterface::Current().Stat(file_name.c_str(), &status) == 0;
-  if (is_there && status.st_dev == device_ && status.st_ino == inode_) return 0;
+  if (is_there && status.st_dev == device && status.st_ino == inode) return 0;
   if (is_there && !KeepsImage(strategy)) {
     DISK_LOG(4, "%s is another file than before.\n", file_name.c_str());
     if (Init(std::string(file_name, 0, file_name.rfind('/')).c_str(), for_reading, strategy) == 0) return 1;
-    device_ = inode_ = 0; // what was read of it isn't the whole: the next operation opens it again
+    device = inode = 0; // what was read of it isn't the whole: the next operation opens it again
     return -1;
   }
   int const cause = is_there ? ESTALE : errno;
@@ -193,7 +194,7 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   if (new_dicomdir() == -1 || make_prefix() == -1) return Failed("Init: Failed initiate new DICOMDIR.\n");
   patch_prefix();
   std::string const temporary = file_name + ".tmp";
-  std::string_view const parts[] = {prefix_};
+  std::string_view const parts[] = {prefix};
   constexpr auto kFull = Util_Durability::Full;
   if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true, kFull) == -1 ||
       Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1) {
@@ -207,7 +208,7 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   if (!file) return cant_open(errno);
   if (take_file(file.Release()) == -1 || take_strategy(strategy) == -1) return -1;
   if (strategy) strategy->InitFD(file_descriptor);
-  holds_more_ = false; // nothing of a new file is pending
+  holds_more = false; // nothing of a new file is pending
   if (!KeepsImage(strategy)) return 0;
   return Write(strategy) == -1 ? Failed("Init: Failed write the new dicomdir.\n") : 0;
 }
@@ -236,24 +237,24 @@ int Disk_DicomDir::new_dicomdir() {
 /// The bytes before the records, of a message that was not read from a file.
 int Disk_DicomDir::make_prefix() {
   std::unique_ptr<Dicom_Msg> const meta(meta_information());
-  prefix_.assign(kPreamble - 4, '\0');
-  prefix_ += "DICM";
+  prefix.assign(kPreamble - 4, '\0');
+  prefix += "DICM";
   auto const append = [this](Dicom_Msg const& msg, Dicom_TransferSyntax const& syntax) {
     std::string bytes(msg.GetDumpLen(syntax, 0, SCompressionParms()), '\0');
     int const written = msg.Dump(bytes.data(), unsigned(bytes.size()), syntax, 0, nullptr);
-    prefix_ += bytes;
+    prefix += bytes;
     return written != -1;
   };
   bool const whole = meta && append(*meta, Dicom_TransferSyntax::Native());
-  data_set_begin_ = unsigned(prefix_.size());
+  data_set_begin = unsigned(prefix.size());
   if (!whole || !append(*this, transfer_syntax)) return Failed("Write: Failed dumping the msg into buffer.\n");
   std::uint16_t const tag[] = {kRecordSequence.Group(), kRecordSequence.Element()};
   char bytes[4];
   Dicom_Copy(tag, bytes, 2, 2, transfer_syntax.GetEndianity());
-  prefix_.append(bytes, 4);
-  if (transfer_syntax.IsExplicitVR()) prefix_.append("SQ\0\0", 4);
-  prefix_.append(4, '\0'); // the length
-  records_begin_ = unsigned(prefix_.size());
+  prefix.append(bytes, 4);
+  if (transfer_syntax.IsExplicitVR()) prefix.append("SQ\0\0", 4);
+  prefix.append(4, '\0'); // the length
+  records_begin = unsigned(prefix.size());
   locate_offsets();
   return 0;
 }
@@ -267,13 +268,13 @@ unsigned Disk_DicomDir::header_length() const { return transfer_syntax.IsExplici
 /// The value of an element in the prefix, and its length; null where the prefix lacks it.
 char* Disk_DicomDir::place_of(Dicom_Tag const& tag, std::size_t* length) {
   char* found = nullptr;
-  char const* const end = prefix_.data() + prefix_.size() - header_length();
+  char const* const end = prefix.data() + prefix.size() - header_length();
   Dicom_RawElement element;
   Dicom_Encoding const encoding{transfer_syntax.IsExplicitVR(), transfer_syntax.IsBigEndian()};
-  for (char const* p = prefix_.data() + data_set_begin_; p < end && Dicom_ReadElement(p, end, encoding, &element);
+  for (char const* p = prefix.data() + data_set_begin; p < end && Dicom_ReadElement(p, end, encoding, &element);
        p = element.next) {
     if (element.tag != tag.Number() || element.undefined_length) continue;
-    found = prefix_.data() + (element.value - prefix_.data());
+    found = prefix.data() + (element.value - prefix.data());
     *length = element.length;
   }
   return found;
@@ -283,20 +284,20 @@ void Disk_DicomDir::locate_offsets() {
   auto const at = [this](Dicom_Tag const& tag) {
     std::size_t length = 0;
     char const* const place = place_of(tag, &length);
-    return place && length == 4 ? unsigned(place - prefix_.data()) : 0;
+    return place && length == 4 ? unsigned(place - prefix.data()) : 0;
   };
-  first_at_ = at(kFirstOffset);
-  last_at_ = at(kLastOffset);
+  first_at = at(kFirstOffset);
+  last_at = at(kLastOffset);
 }
 
 void Disk_DicomDir::patch_prefix() {
   auto const put = [this](unsigned place, unsigned number) {
-    if (place != 0) Dicom_Copy(&number, prefix_.data() + place, 4, 1, transfer_syntax.GetEndianity());
+    if (place != 0) Dicom_Copy(&number, prefix.data() + place, 4, 1, transfer_syntax.GetEndianity());
   };
-  put(first_at_, GetOffsetOfTheFirstDirectoryRecord());
-  put(last_at_, Value<Dicom_UL>(kLastOffset));
-  stated_length_ = offset_end - records_begin_;
-  put(records_begin_ - 4, stated_length_);
+  put(first_at, GetOffsetOfTheFirstDirectoryRecord());
+  put(last_at, Value<Dicom_UL>(kLastOffset));
+  stated_length = offset_end - records_begin;
+  put(records_begin - 4, stated_length);
 }
 
 int Disk_DicomDir::Write(Disk_StorageStrategy* strategy) {
@@ -305,10 +306,10 @@ int Disk_DicomDir::Write(Disk_StorageStrategy* strategy) {
 
 int Disk_DicomDir::write_prefix(Disk_StorageStrategy* strategy) {
   DISK_LOG(7, "Write:\n");
-  if (gathering_) strategy = gather_.get();
-  if (prefix_.empty() && make_prefix() == -1) return -1;
+  if (is_gathering) strategy = gather.get();
+  if (prefix.empty() && make_prefix() == -1) return -1;
   patch_prefix();
-  if (strategy && strategy == strategy_ && !is_behind()) pending_->Clear();
+  if (strategy && strategy == current_strategy && !is_behind()) pending_writes->Clear();
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   long const start = strategy ? strategy->LSeek(0, 0) : long(system.Lseek(file_descriptor, 0, SEEK_SET));
   if (start != 0) return Failed("Write: Failed setting the file pointer to zero.\n");
@@ -316,13 +317,13 @@ int Disk_DicomDir::write_prefix(Disk_StorageStrategy* strategy) {
     return strategy ? strategy->Write(data, size) == int(size)
                     : Util_FileSystem::WriteAll(file_descriptor, data, size) == 0;
   };
-  unsigned const before = records_begin_ - header_length();
-  if (!write(prefix_.data(), before)) return Failed("Write: Failed writing the msg.\n");
-  if (!write(prefix_.data() + before, header_length())) {
+  unsigned const before = records_begin - header_length();
+  if (!write(prefix.data(), before)) return Failed("Write: Failed writing the msg.\n");
+  if (!write(prefix.data() + before, header_length())) {
     DISK_LOG(3, "Write: Can't write the buffer (errno=%d).\n", errno);
     return -1;
   }
-  if (strategy == strategy_ && is_behind()) pending_->Add(0, prefix_);
+  if (strategy == current_strategy && is_behind()) pending_writes->Add(0, prefix);
   return 0;
 }
 
@@ -332,7 +333,7 @@ int Disk_DicomDir::no_room(char const* what) {
 }
 
 int Disk_DicomDir::SetFileSetID(Dicom_CS const& id) {
-  if (prefix_.empty()) return Set(kFileSetID, id);
+  if (prefix.empty()) return Set(kFileSetID, id);
   std::size_t length = 0;
   char* const place = place_of(kFileSetID, &length);
   std::string text(id.View());
@@ -343,7 +344,7 @@ int Disk_DicomDir::SetFileSetID(Dicom_CS const& id) {
 }
 
 int Disk_DicomDir::SetFileSetConsistencyFlag(Dicom_US const& flag) {
-  if (prefix_.empty()) return Set(kConsistencyFlag, flag);
+  if (prefix.empty()) return Set(kConsistencyFlag, flag);
   std::size_t length = 0;
   char* const place = place_of(kConsistencyFlag, &length);
   std::uint16_t const number = flag;
@@ -367,23 +368,23 @@ int Disk_DicomDir::Reserve(Dicom_Msg const& record) {
 }
 
 int Disk_DicomDir::WriteRecords(Disk_RecordChain& records, unsigned first, Disk_StorageStrategy* strategy) {
-  return gathering_ ? records.WriteUnwritten(transfer_syntax, *gather_)
-                    : records.WriteRecords(file_descriptor, transfer_syntax, first, strategy);
+  return is_gathering ? records.WriteUnwritten(transfer_syntax, *gather)
+                      : records.WriteRecords(file_descriptor, transfer_syntax, first, strategy);
 }
 
 long Disk_DicomDir::ReadAt(void* data, unsigned size, unsigned offset) const {
   char* const bytes = static_cast<char*>(data);
   bool const behind = is_behind();
-  bool const is_held = behind && pending_->Cover(offset, size);
+  bool const is_held = behind && pending_writes->Cover(offset, size);
   long count = is_held ? 0 : Util_FileSystem::PreadAll(file_descriptor, data, size, off_t(offset));
   if (count == -1) return -1;
-  if (behind) pending_->LayOver(bytes, size, offset, &count);
-  overlay_->Extents().LayOver(bytes, size, offset, &count);
+  if (behind) pending_writes->LayOver(bytes, size, offset, &count);
+  overlay->Extents().LayOver(bytes, size, offset, &count);
   return count;
 }
 
 bool Disk_DicomDir::Claim(unsigned offset, unsigned length, unsigned owner) const {
-  return claims_.Add(offset, length, owner, offset_end - records_begin_);
+  return claims.Add(offset, length, owner, offset_end - records_begin);
 }
 
 // Operations
@@ -396,15 +397,15 @@ int Disk_DicomDir::Begin() {
     DISK_LOG(3, "Begin: %s can't be written: %s.\n", file_name.c_str(), why);
     return -1;
   }
-  gather_->redo.Clear();
-  gathering_ = true;
+  gather->redo.Clear();
+  is_gathering = true;
   return 0;
 }
 
 /// Why new records can't be appended; null if they can. What must not change has to be in its place.
 char const* Disk_DicomDir::unfit_for_writing() {
   if (read_only) return "it is read-only";
-  if (first_at_ == 0 || last_at_ == 0) return "it lacks the offset of its first or last record";
+  if (first_at == 0 || last_at == 0) return "it lacks the offset of its first or last record";
   if (is_behind()) return nullptr;
   struct stat status {};
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
@@ -423,17 +424,17 @@ char const* Disk_DicomDir::unfit_for_writing() {
 }
 
 void Disk_DicomDir::MoveVersion(std::string_view directory, std::int32_t version) {
-  gather_->redo.MoveVersion(directory, version);
+  gather->redo.MoveVersion(directory, version);
 }
 
 void Disk_DicomDir::Discard() {
-  gather_->redo.Clear();
-  gathering_ = false;
+  gather->redo.Clear();
+  is_gathering = false;
 }
 
 int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
-  Disk_Redo& redo = gather_->redo;
-  gathering_ = false;
+  Disk_Redo& redo = gather->redo;
+  is_gathering = false;
   std::string const directory = file_name.substr(0, file_name.rfind('/'));
   auto const fail = [&](char const* what) {
     int const cause = errno;
@@ -447,26 +448,26 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
   bool const relaxed = writes_through && Util_FileSystem::GetDurability() == Util_Durability::Relaxed &&
                        Disk_RelaxedEpoch::Keep(file_name) == 0;
   Util_Durability const durability = relaxed ? Util_Durability::Relaxed : Util_Durability::Full;
-  if (!is_behind()) pending_->Clear();
-  if (writes_through && redo_file_->Save(redo, durability) == -1) return fail("Can't write the redo record of");
+  if (!is_behind()) pending_writes->Clear();
+  if (writes_through && redo_file->Save(redo, durability) == -1) return fail("Can't write the redo record of");
   bool const applied = !strategy ? redo.Apply(file_descriptor, durability) == 0
-                                 : redo.Apply(*strategy, *pending_) == 0 &&
+                                 : redo.Apply(*strategy, *pending_writes) == 0 &&
                                        (!writes_through || Util_FileSystem::SyncFile(file_descriptor, durability) == 0);
   if (!applied) return fail("Can't write");
   if (writes_through && !relaxed && Disk_RelaxedEpoch::Forget(file_name) == -1) return fail("Can't forget a copy of");
   if (redo.MoveVersions(directory.c_str()) == -1) return fail("Can't move the versions of");
   redo.Clear();
-  if (writes_through) redo_file_->Clear();
+  if (writes_through) redo_file->Clear();
   return 0;
 }
 
 // Recovery
 
-bool Disk_DicomDir::HasRedo() const { return redo_file_->MayHoldRecord(); }
+bool Disk_DicomDir::HasRedo() const { return redo_file->MayHoldRecord(); }
 
-void Disk_DicomDir::RemoveRedoFile() { redo_file_->Remove(); }
+void Disk_DicomDir::RemoveRedoFile() { redo_file->Remove(); }
 
-bool Disk_DicomDir::UsesRedoFile() const { return redo_file_ && redo_file_->IsOpen(); }
+bool Disk_DicomDir::UsesRedoFile() const { return redo_file && redo_file->IsOpen(); }
 
 int Disk_DicomDir::Replay(char const* file_set_prefix) {
   Presence presence{};
@@ -505,16 +506,16 @@ int Disk_DicomDir::Replay(char const* file_set_prefix) {
 int Disk_DicomDir::LayRedoOver() {
   if (!read_only) return 0;
   Disk_Redo redo;
-  Disk_Redo::Found const found = redo.Load(redo_file_->Path());
+  Disk_Redo::Found const found = redo.Load(redo_file->Path());
   if (found == Disk_Redo::Found::Unreadable) {
-    DISK_LOG(3, "LayRedoOver: Can't read %s (errno=%d).\n", redo_file_->Path().c_str(), errno);
+    DISK_LOG(3, "LayRedoOver: Can't read %s (errno=%d).\n", redo_file->Path().c_str(), errno);
     return -1;
   }
   struct stat status {};
   bool const is_sized =
       file_descriptor != -1 && Util_FileSystemInterface::Current().Fstat(file_descriptor, &status) == 0;
   if (is_sized && !redo.Fits(status.st_size)) redo.Clear();
-  if (redo == *overlay_) return 0;
-  *overlay_ = redo;
+  if (redo == *overlay) return 0;
+  *overlay = redo;
   return 1;
 }

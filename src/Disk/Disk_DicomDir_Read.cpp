@@ -41,7 +41,7 @@ int Disk_DicomDir::read_until_records() {
   static_cast<IOD_Msg&>(*this) = IOD_Msg();
   off_t const data_set = Tell(file_descriptor);
   if (data_set == -1) return Failed("read_until_records: the position can't be told.\n");
-  data_set_begin_ = unsigned(data_set);
+  data_set_begin = unsigned(data_set);
   for (int found = 0; (found = is_record_sequence()) != 1;) {
     if (found == -1 || Tell(file_descriptor) > kLongestPrefix)
       return Failed("read_until_records: Failed constructing Dicom_ME.\n");
@@ -59,15 +59,15 @@ int Disk_DicomDir::read_until_records() {
 int Disk_DicomDir::read_prefix() {
   off_t const sequence = Tell(file_descriptor);
   if (sequence < 0 || sequence > kLongestPrefix) return -1;
-  prefix_.resize(std::size_t(sequence) + header_length());
-  if (ReadAt(prefix_.data(), unsigned(prefix_.size()), 0) != long(prefix_.size())) {
-    prefix_.clear();
+  prefix.resize(std::size_t(sequence) + header_length());
+  if (ReadAt(prefix.data(), unsigned(prefix.size()), 0) != long(prefix.size())) {
+    prefix.clear();
     return -1;
   }
-  records_begin_ = unsigned(prefix_.size());
+  records_begin = unsigned(prefix.size());
   locate_offsets();
-  if (first_at_ != 0 && read_offset(first_at_, kFirstOffset.Element()) == -1) return -1;
-  return last_at_ == 0 ? 0 : read_offset(last_at_, kLastOffset.Element());
+  if (first_at != 0 && read_offset(first_at, kFirstOffset.Element()) == -1) return -1;
+  return last_at == 0 ? 0 : read_offset(last_at, kLastOffset.Element());
 }
 
 /// 1 or 0; -1 when it can't be told. The position stays where it is.
@@ -96,10 +96,10 @@ int Disk_DicomDir::read_tag(std::uint32_t* tag) {
 /// there is none, by a walk over all items.
 int Disk_DicomDir::find_end_offset() {
   char bytes[4];
-  if (ReadAt(bytes, sizeof bytes, records_begin_ - 4) != sizeof bytes) return Failed("find_end_offset: read Failed.\n");
-  stated_length_ = Dicom_Load32(bytes, transfer_syntax.IsBigEndian());
-  if (stated_length_ != kUndefinedLength) {
-    std::uint64_t const end = std::uint64_t(records_begin_) + stated_length_;
+  if (ReadAt(bytes, sizeof bytes, records_begin - 4) != sizeof bytes) return Failed("find_end_offset: read Failed.\n");
+  stated_length = Dicom_Load32(bytes, transfer_syntax.IsBigEndian());
+  if (stated_length != kUndefinedLength) {
+    std::uint64_t const end = std::uint64_t(records_begin) + stated_length;
     if (end >= std::numeric_limits<std::uint32_t>::max()) return Failed("Failed finding sequence ending.\n");
     offset_end = unsigned(end);
     return 0;
@@ -114,7 +114,7 @@ int Disk_DicomDir::FindSequenceOffset(unsigned* offset) {
     DISK_LOG(3, "FindSequenceOffset: Can't seek (errno=%d).\n", errno);
     return -1;
   }
-  off_t const place = end < off_t(records_begin_) + 8 ? -1 : system.Lseek(file_descriptor, -8, SEEK_CUR);
+  off_t const place = end < off_t(records_begin) + 8 ? -1 : system.Lseek(file_descriptor, -8, SEEK_CUR);
   if (place == -1 || place > off_t(std::numeric_limits<std::uint32_t>::max()) - 8) {
     DISK_LOG(3, "FindSequenceOffset: Can't seek(errno=%d).\n", errno);
     return -1;
@@ -133,11 +133,11 @@ int Disk_DicomDir::parse_sequence() {
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   unsigned parsed_length = 0;
   int error = 0;
-  if (system.Lseek(file_descriptor, off_t(records_begin_), SEEK_SET) == -1)
+  if (system.Lseek(file_descriptor, off_t(records_begin), SEEK_SET) == -1)
     return Failed("Failed finding sequence ending.\n");
   Dicom_Sequence const sequence(file_descriptor, -1, &parsed_length, transfer_syntax, &error);
   if (error == -1) return Failed("Failed finding sequence ending.\n");
-  offset_end = records_begin_ + parsed_length;
+  offset_end = records_begin + parsed_length;
   return 0;
 }
 
@@ -154,14 +154,14 @@ int Disk_DicomDir::RefreshOffsetEnd() {
 
 int Disk_DicomDir::refresh_offset_end() {
   if (!Has(kFirstOffset)) return Failed("RefreshOffsetEnd: Offset Of The First Directory Record is NULL.\n");
-  if ((first_at_ != 0 && read_offset(first_at_, kFirstOffset.Element()) == -1) ||
-      (last_at_ != 0 && read_offset(last_at_, kLastOffset.Element()) == -1))
+  if ((first_at != 0 && read_offset(first_at, kFirstOffset.Element()) == -1) ||
+      (last_at != 0 && read_offset(last_at, kLastOffset.Element()) == -1))
     return Failed("RefreshOffsetEnd: lseek Failed.\n");
   return find_end_offset() == 0 ? 0 : Failed("RefreshOffsetEnd: find_end_offset failed.\n");
 }
 
 bool Disk_DicomDir::IsCurrent() const {
   char bytes[4];
-  return ReadAt(bytes, sizeof bytes, records_begin_ - 4) == sizeof bytes &&
-         Dicom_Load32(bytes, transfer_syntax.IsBigEndian()) == stated_length_;
+  return ReadAt(bytes, sizeof bytes, records_begin - 4) == sizeof bytes &&
+         Dicom_Load32(bytes, transfer_syntax.IsBigEndian()) == stated_length;
 }

@@ -9,7 +9,7 @@
 #include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_Error.h>
-#include <Disk/Disk_RecordChain.h>
+#include <Disk/Disk_RecordList.h>
 #include <Disk/Disk_StorageStrategy.h>
 #include <dicom/Dicom_UIDic.h>
 #include <infra/Klb_GError.h>

@@ -1,4 +1,4 @@
-#include <Disk/Disk_RecordChain.h>
+#include <Disk/Disk_RecordList.h>
 
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordWindow.h"
