@@ -40,7 +40,8 @@ public:
   Dicom_Msg(char const* buffer, unsigned length, int copy, int* error, int msg_source = Dicom_SwapInfo::msg_source);
   /// The next `length` bytes of the descriptor as a data set in `syntax`. `*read_length` is the number of bytes
   /// taken. `*error` is -1 on failure. Nothing is allocated beyond what the file really holds.
-  Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
+  Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error,
+            int msg_source = Dicom_SwapInfo::msg_source);
   /// A data set in `syntax` that fills `buffer`. `*error` is -1 on failure.
   Dicom_Msg(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, int* error);
   /// A data set of `length` bytes that stand at `bytes` in `buffer`. What is known of the buffer is shared with

@@ -14,6 +14,9 @@ public:
   std::size_t GetLength() const override { return (Bytes().size() + 1) & ~std::size_t(1); }
   void AppendBytes(std::string& bytes) const override { bytes += Bytes(); }
   bool operator==(Dicom_Type const& other) const override;
+  friend bool operator==(Dicom_OtherType const& a, Dicom_OtherType const& b) {
+    return a == static_cast<Dicom_Type const&>(b);
+  }
   int Match(Dicom_Type const& key) const override;
 
   std::string_view Bytes() const { return borrowed_ ? std::string_view(borrowed_, borrowed_length_) : owned_; }

@@ -87,6 +87,8 @@ class DISK_EXPORT Dicom_DA : public Dicom_StringOf<Dicom_DA, Dicom_VR::DA> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   Dicom_DA(int year, int month, int day);
+  /// Today, by the local time; null with errno when that can't be told.
+  static Dicom_DA GetCurrentDate();
   int Year() const;
   int Month() const;
   int Day() const;
@@ -98,6 +100,8 @@ class DISK_EXPORT Dicom_TM : public Dicom_StringOf<Dicom_TM, Dicom_VR::TM> {
 public:
   using Dicom_StringOf::Dicom_StringOf;
   Dicom_TM(int hours, int minutes, int seconds);
+  /// The local time; null with errno when it can't be told.
+  static Dicom_TM GetTickCount();
   int Hours() const;
   int Minutes() const;
   int Seconds() const;

@@ -10,9 +10,10 @@ enum class Dicom_Endianity { Little, Big };
 /// the whole is deflated. Syntaxes with encapsulated pixels are all Explicit VR Little Endian outside of the pixels.
 class DISK_EXPORT Dicom_TransferSyntax {
 public:
-  /// `*error` is -1 when `uid` isn't the UID of a transfer syntax (0 otherwise). Any UID of the standard's branch
-  /// for encapsulated syntaxes is taken, known by name or not, as its data set can be read and written all the same.
-  Dicom_TransferSyntax(Dicom_UI const& uid, int* error);
+  /// `*error`, which may be null, is -1 when `uid` isn't the UID of a transfer syntax (0 otherwise). Any UID of the
+  /// standard's branch for encapsulated syntaxes is taken, known by name or not, as its data set can be read and
+  /// written all the same.
+  Dicom_TransferSyntax(Dicom_UI const& uid, int* error = nullptr);
 
   Dicom_UI const& GetUID() const { return uid_; }
   Dicom_Endianity GetEndianity() const { return endianity_; }

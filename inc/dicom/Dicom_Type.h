@@ -2,6 +2,7 @@
 #include <dicom/Dicom_VR.h>
 #include <infra/Disk_Export.h>
 
+#include <concepts>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -39,13 +40,19 @@ public:
 
   /// Text is compared without padding, numbers by value; values of different kinds by their text.
   virtual bool operator==(Dicom_Type const& other) const = 0;
-  bool operator!=(Dicom_Type const& other) const { return !(*this == other); }
+  virtual bool operator!=(Dicom_Type const& other) const { return !(*this == other); }
+
+  /// For values of two classes, whose conversions to numbers and to each other's bases would compete otherwise.
+  template <std::derived_from<Dicom_Type> A, std::derived_from<Dicom_Type> B>
+  requires(!std::same_as<A, B>) friend bool operator==(A const& a, B const& b) {
+    return static_cast<Dicom_Type const&>(a) == static_cast<Dicom_Type const&>(b);
+  }
 
   /// Non-zero when this value of a record satisfies the value `key` of an identifier.
   virtual int Match(Dicom_Type const& key) const = 0;
   /// As Match, and hands back what a response is to hold: `*result` is a new value for the caller to own (all parts
   /// of a value of which one part matched), or null without a match. 0, or -1 when the two can't be compared.
-  int MatchRetrieve(Dicom_Type const& key, Dicom_Type** result) const;
+  virtual int MatchRetrieve(Dicom_Type const& key, Dicom_Type** result) const;
 
 protected:
   Dicom_Type() = default;

@@ -40,6 +40,10 @@ public:
   /// The data set alone. The same results; -1 also when the pixels are encapsulated in another syntax.
   int ToDataSetBytes(std::string* bytes, Dicom_UI const& syntax, std::string* error = nullptr) const;
 
+  /// The pixels, bytes or words, which stay the message's; OW_NULL where it has none.
+  Dicom_OtherType const& GetPixelData() const;
+  int SetPixelData(Dicom_OtherType const& pixels) { return Set(kPixelData, pixels); }
+
   /// The day of Verification DateTime (0040,A030).
   Dicom_DA GetVerificationDateTime() const { return Value<Dicom_DT>(kVerificationDateTime).Date(); }
   int SetVerificationDateTime(Dicom_DA const& date) { return Set(kVerificationDateTime, Dicom_DT(date.GetText())); }
@@ -48,5 +52,6 @@ public:
   int AddKolbaExeVersion(Dicom_LO const& version);
 
 private:
+  static constexpr Dicom_Tag kPixelData{0x7FE0, std::uint16_t(0x0010)};
   static constexpr Dicom_Tag kVerificationDateTime{0x0040, std::uint16_t(0xA030)};
 };

@@ -22,9 +22,9 @@ private:
 class DISK_EXPORT SCL_ResponseStatus {
 public:
   enum Value { Success = 0, RefusedProtected = 3, Failed = 4 };
-  constexpr SCL_ResponseStatus(Value value = Success) : value_(value) {}
-  constexpr operator Value() const { return value_; }
+  constexpr SCL_ResponseStatus(int value = Success) : value_(value) {}
+  constexpr operator int() const { return value_; }
 
 private:
-  Value value_;
+  int value_;
 };

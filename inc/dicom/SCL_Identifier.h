@@ -31,14 +31,15 @@ public:
 class DISK_EXPORT SCL_QueryIdentifier : public SCL_Identifier {
 public:
   SCL_QueryIdentifier() = default;
-  explicit SCL_QueryIdentifier(SCL_QueryRetrieveLevel::Value level);
+  /// `*status` (may be null, here and below) is -1 for a level that isn't served, and there is none in it then.
+  explicit SCL_QueryIdentifier(SCL_QueryRetrieveLevel::Value level, int* status = nullptr);
   SCL_QueryIdentifier(Dicom_Msg const& msg) : SCL_Identifier(msg) {}
 };
 
 /// A response. It is made empty; the level only has to be one that is served.
 class DISK_EXPORT SCL_QueryRspIdentifier : public SCL_Identifier {
 public:
-  SCL_QueryRspIdentifier(SCL_QueryRetrieveLevel::Value level, int* status);
+  explicit SCL_QueryRspIdentifier(SCL_QueryRetrieveLevel::Value level, int* status = nullptr);
   explicit SCL_QueryRspIdentifier(Dicom_Msg&& msg) : SCL_Identifier(std::move(msg)) {}
 };
 
@@ -46,6 +47,6 @@ public:
 class DISK_EXPORT SCL_MoveIdentifier : public SCL_Identifier {
 public:
   SCL_MoveIdentifier() = default;
-  SCL_MoveIdentifier(SCL_QueryRetrieveLevel::Value level, int* status);
+  explicit SCL_MoveIdentifier(SCL_QueryRetrieveLevel::Value level, int* status = nullptr);
   SCL_MoveIdentifier(Dicom_Msg const& msg) : SCL_Identifier(msg) {}
 };

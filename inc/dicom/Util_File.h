@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+class Disk_StorageStrategy;
 class Util_Buffer;
 class Util_FileSystemInterface;
 
@@ -32,6 +33,8 @@ public:
   int Write(char const* path, Util_FileSystemInterface* fs);
   /// Writes the bytes at the descriptor's position. 0, or -1 with errno.
   int Write(int fd);
+  /// The same through a strategy, at its position. 0, or -1.
+  int Write(Disk_StorageStrategy* strategy);
   /// The bytes as they would be written, and those of the data set in them.
   std::string_view Bytes() const;
   std::string_view DataSetBytes() const { return Bytes().substr(data_set_start_); }

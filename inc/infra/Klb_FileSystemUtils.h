@@ -2,6 +2,7 @@
 // bytes.
 #pragma once
 #include <infra/Disk_Export.h>
+#include <infra/RWWString.h>
 
 class DISK_EXPORT Klb_FileSystemUtils {
 public:
@@ -12,10 +13,13 @@ public:
   /// that this library has completed; files that others change in their place may be missed. -1, with errno, when
   /// `path` itself can't be read.
   static long GetDirSize(char const* path);
+  static long GetDirSize(RWWString const& path);
 
   /// Size of the file system that holds `path`, and what of it an ordinary user may still fill, in KB. 0, or
   /// -1 with errno and both results untouched.
   static int FindDiskSizes(char const* path, long* total_kb, long* free_kb);
+  /// The same for numbers that saturate at 4 TB.
+  static int FindDiskSizes(RWWString const& path, unsigned* total_kb, unsigned* free_kb);
 
   /// The same free space in bytes.
   static int GetFreeSpace(char const* path, double* bytes);

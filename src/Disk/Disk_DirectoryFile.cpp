@@ -14,7 +14,6 @@
 #include <dicom/Dicom_UIDic.h>
 #include <infra/Klb_GError.h>
 #include <infra/Klb_LogFile.h>
-#include <infra/Util_Clock.h>
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
@@ -236,17 +235,16 @@ int Disk_DirectoryFile::UpdateFileVersion() {
 // Clock
 
 Dicom_DA Disk_DirectoryFile::GetCurrentDate() {
-  std::tm now{};
-  if (Util_Clock::LocalTime(Util_Clock::Now(), &now) == 0)
-    return Dicom_DA(now.tm_year + 1900, now.tm_mon + 1, now.tm_mday);
+  Dicom_DA const date = Dicom_DA::GetCurrentDate();
+  if (date != DA_NULL) return date;
   DISK_LOG(3, "GetCurrentTime(): Error in localtime() (errno=%d).\n", errno);
   KlbGError.Set(DISK_ERROR_SYSTEM + errno);
   return DA_NULL;
 }
 
 Dicom_TM Disk_DirectoryFile::GetTickCount() {
-  std::tm now{};
-  if (Util_Clock::LocalTime(Util_Clock::Now(), &now) == 0) return Dicom_TM(now.tm_hour, now.tm_min, now.tm_sec);
+  Dicom_TM const time = Dicom_TM::GetTickCount();
+  if (time != TM_NULL) return time;
   DISK_LOG(3, "GetCurrentTime(): Error in localtime (errno=%d).\n", errno);
   KlbGError.Set(DISK_ERROR_SYSTEM + errno);
   return TM_NULL;

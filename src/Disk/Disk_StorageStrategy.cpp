@@ -1,4 +1,5 @@
 #include <Disk/Disk_StorageStrategy.h>
+#include <dicom/Util_File.h>
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
@@ -13,6 +14,12 @@ namespace {
 char* Allocate(std::size_t size) { return new (std::nothrow) char[size]; }
 
 } // namespace
+
+// Here, as the floor of Util_File knows strategies by name only.
+int Util_File::Write(Disk_StorageStrategy* strategy) {
+  std::string_view const bytes = Bytes();
+  return strategy && strategy->Write(bytes.data(), unsigned(bytes.size())) == int(bytes.size()) ? 0 : -1;
+}
 
 int Disk_FileStorageStrategy::Write(void const* data, unsigned size) {
   return Util_FileSystem::WriteAll(GetFd(), data, size) == 0 ? int(size) : -1;

@@ -67,7 +67,8 @@ Dicom_Msg::Dicom_Msg(char const* buffer, unsigned length, int copy, int* error, 
   if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
 }
 
-Dicom_Msg::Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error) {
+Dicom_Msg::Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error,
+                     int) {
   *error = -1;
   if (read_length) *read_length = 0;
   std::shared_ptr<Util_Buffer const> buffer = Dicom_ReadBytesFrom(fd, length);

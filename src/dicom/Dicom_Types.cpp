@@ -2,6 +2,7 @@
 
 #include <dicom/Dicom_Match.h>
 #include <dicom/Dicom_Msg.h>
+#include <infra/Util_Clock.h>
 
 #include <algorithm>
 #include <charconv>
@@ -141,6 +142,11 @@ Dicom_CS Dicom_CS::operator|(Dicom_CS const& other) const {
 }
 
 Dicom_DA::Dicom_DA(int year, int month, int day) : Dicom_DA(Printed("%04d%02d%02d", year, month, day)) {}
+Dicom_DA Dicom_DA::GetCurrentDate() {
+  std::tm now{};
+  if (Util_Clock::LocalTime(Util_Clock::Now(), &now) == -1) return DA_NULL;
+  return Dicom_DA(now.tm_year + 1900, now.tm_mon + 1, now.tm_mday);
+}
 int Dicom_DA::Year() const { return Digits(text_, 0, 4); }
 int Dicom_DA::Month() const { return Field(text_, '.', 4, 1, 2); }
 int Dicom_DA::Day() const { return Field(text_, '.', 4, 2, 2); }
@@ -149,6 +155,11 @@ bool Dicom_DA::operator<(Dicom_DA const& other) const {
 }
 
 Dicom_TM::Dicom_TM(int hours, int minutes, int seconds) : Dicom_TM(Printed("%02d%02d%02d", hours, minutes, seconds)) {}
+Dicom_TM Dicom_TM::GetTickCount() {
+  std::tm now{};
+  if (Util_Clock::LocalTime(Util_Clock::Now(), &now) == -1) return TM_NULL;
+  return Dicom_TM(now.tm_hour, now.tm_min, now.tm_sec);
+}
 int Dicom_TM::Hours() const { return Digits(text_, 0, 2); }
 int Dicom_TM::Minutes() const { return Field(text_, ':', 2, 1, 2); }
 int Dicom_TM::Seconds() const { return Field(text_, ':', 2, 2, 2); }

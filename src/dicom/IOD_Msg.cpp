@@ -1,3 +1,5 @@
+#include "dicom/Dicom_ImagePixel.h"
+
 #include <dicom/IOD_Msg.h>
 #include <dicom/SCL_Identifier.h>
 
@@ -53,6 +55,11 @@ std::string_view Dicom_Dictionary::KeywordOf(Dicom_Tag const& tag) {
   return found == std::end(kPrivateAttributes) ? std::string_view() : found->keyword;
 }
 
+Dicom_OtherType const& IOD_Msg::GetPixelData() const {
+  Dicom_OtherType const* const pixels = Dicom_PixelData(*this);
+  return pixels ? *pixels : OW_NULL;
+}
+
 int IOD_Msg::AddKolbaExeVersion(Dicom_LO const& version) {
   return SetKolbaExeVersion(version == LO_NULL ? Dicom_LO("Disk " DISK_VERSION) : version);
 }
@@ -70,15 +77,15 @@ SCL_QueryRetrieveLevel::Value SCL_Identifier::GetQueryRetrieveLevel() const {
   return SCL_QueryRetrieveLevel::UNKNOWN;
 }
 
-SCL_QueryIdentifier::SCL_QueryIdentifier(SCL_QueryRetrieveLevel::Value level) {
-  SetQueryRetrieveLevel(SCL_QueryRetrieveLevel::TextOf(level));
+SCL_QueryIdentifier::SCL_QueryIdentifier(SCL_QueryRetrieveLevel::Value level, int* status) {
+  Dicom_CS const text = SCL_QueryRetrieveLevel::TextOf(level);
+  int const result = text == CS_NULL ? -1 : SetQueryRetrieveLevel(text);
+  if (status) *status = result;
 }
 
 SCL_QueryRspIdentifier::SCL_QueryRspIdentifier(SCL_QueryRetrieveLevel::Value level, int* status) {
-  *status = SCL_QueryRetrieveLevel::TextOf(level) == CS_NULL ? -1 : 0;
+  if (status) *status = SCL_QueryRetrieveLevel::TextOf(level) == CS_NULL ? -1 : 0;
 }
 
-SCL_MoveIdentifier::SCL_MoveIdentifier(SCL_QueryRetrieveLevel::Value level, int* status) {
-  Dicom_CS const text = SCL_QueryRetrieveLevel::TextOf(level);
-  *status = text == CS_NULL ? -1 : SetQueryRetrieveLevel(text);
-}
+SCL_MoveIdentifier::SCL_MoveIdentifier(SCL_QueryRetrieveLevel::Value level, int* status)
+    : SCL_MoveIdentifier(SCL_QueryIdentifier(level, status)) {}

@@ -1,8 +1,10 @@
 #include "MeasuredFolders.h"
 #include "NeverDestroyed.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <infra/I18n.h>
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_FileSystemInterface.h>
 
@@ -27,11 +29,21 @@ long Klb_FileSystemUtils::GetDirSize(char const* path) {
   return static_cast<long>(bytes / 1024 + (bytes % 1024 != 0));
 }
 
+long Klb_FileSystemUtils::GetDirSize(RWWString const& path) { return GetDirSize(ToUTF8(path.data()).data()); }
+
 int Klb_FileSystemUtils::FindDiskSizes(char const* path, long* total_kb, long* free_kb) {
   struct statvfs status;
   if (system_calls().Statvfs(path, &status) == -1) return -1;
   *total_kb = to_kb(status.f_blocks, status.f_frsize);
   *free_kb = to_kb(status.f_bavail, status.f_frsize);
+  return 0;
+}
+
+int Klb_FileSystemUtils::FindDiskSizes(RWWString const& path, unsigned* total_kb, unsigned* free_kb) {
+  long total = 0, free = 0;
+  if (FindDiskSizes(ToUTF8(path.data()).data(), &total, &free) == -1) return -1;
+  *total_kb = unsigned(std::min<long>(total, UINT_MAX));
+  *free_kb = unsigned(std::min<long>(free, UINT_MAX));
   return 0;
 }
 

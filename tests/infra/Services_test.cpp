@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 #include <infra/I18n.h>
-#include <infra/Klb_GError.h>
-#include <infra/Util_Clock.h>
-#include <thread>
 
 namespace {
 
