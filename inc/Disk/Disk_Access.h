@@ -19,8 +19,9 @@ public:
   /// `root` stays the caller's and outlives this object.
   explicit Disk_Access(Disk_RootDirectoryFile& root) : root_(&root) {}
   virtual ~Disk_Access() = default;
-  Disk_Access(Disk_Access const&) = delete;
-  Disk_Access& operator=(Disk_Access const&) = delete;
+  /// Copies share the list, if there is one, until the next OpenQuery of either.
+  Disk_Access(Disk_Access const&) = default;
+  Disk_Access& operator=(Disk_Access const&) = default;
 
   /// Makes the list: one entry per image, whatever the level of the identifier. At image level that is one per SOP
   /// Instance UID of the identifier, whether or not it is in the file-set. Entries left of an earlier list are
@@ -39,7 +40,7 @@ private:
   int create_list(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Disk_RootDirectoryFile& root,
                   Dicom_Sequence** list);
 
-  std::unique_ptr<Dicom_Sequence> list_;
+  std::shared_ptr<Dicom_Sequence> list_;
   Disk_RootDirectoryFile* root_;
   SCL_InformationModel model_ = 1;
 };

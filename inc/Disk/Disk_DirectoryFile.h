@@ -70,9 +70,12 @@ protected:
   /// Counts VERSION up, from what stands there now.
   int UpdateFileVersion();
   /// A path that doesn't exist and that no record names, made from `path`: its last component is brought to 8
-  /// characters and its last three count up. Empty, with error 211005, when all are taken. The name is free only while
-  /// the level's lock is held.
-  std::string FindUniqueFileName(std::string path) const;
+  /// characters and its last three count up. Null, with error 211005, when all are taken. The name is free only while
+  /// the level's lock is held. Takes `path` over, which was made by new[], as Disk_FileID gives it; the result is the
+  /// caller's to free with delete[].
+  char* FindUniqueFileName(char* path) const;
+  /// The same; empty when all are taken.
+  std::string unique_path(std::string path) const;
   /// Whether a record names the file or directory with this ID. A delete that was interrupted leaves records of what is
   /// gone; done again, it would take along what got their names meanwhile.
   virtual bool is_named(std::string const& /*id*/) const { return false; }

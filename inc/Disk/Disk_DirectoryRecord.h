@@ -14,6 +14,11 @@
 /// file. One of the standard shape also has its links and its in-use flag.
 class DISK_EXPORT Disk_DirectoryRecord : public RWCollectable {
 public:
+  Disk_DirectoryRecord() = default;
+  /// Keeps a copy of `msg`; without a message when that is null.
+  explicit Disk_DirectoryRecord(Dicom_Msg const* msg);
+  /// Reads the next `length` bytes of the file. `*error` is -1 on failure.
+  Disk_DirectoryRecord(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
   ~Disk_DirectoryRecord() override = default;
   Disk_DirectoryRecord(Disk_DirectoryRecord const&) = delete;
   Disk_DirectoryRecord& operator=(Disk_DirectoryRecord const&) = delete;
@@ -53,11 +58,6 @@ public:
   DISK_FILE_SET_ELEMENT(ReferencedFileID, Dicom_CS, 0x1500)
 
 protected:
-  Disk_DirectoryRecord() = default;
-  /// Keeps a copy of `msg`; without a message when that is null.
-  explicit Disk_DirectoryRecord(Dicom_Msg const* msg);
-  Disk_DirectoryRecord(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error);
-
   /// 0 when the record's type is one that this library keeps; it needn't be that of the record's class.
   int ValidateDirectoryRecord() const;
 

@@ -2,6 +2,7 @@
 #include <dicom/Dicom_StringTypes.h>
 #include <infra/Disk_Export.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,11 +21,11 @@ public:
   /// Without value; only fit to be assigned to.
   Disk_FileID() = default;
   /// Takes the components as they are. A null prefix counts as an empty one.
-  Disk_FileID(char const* file_set_prefix, Dicom_CS const& id, int lowercase);
+  Disk_FileID(char const* prefix, Dicom_CS const& value, int lower);
   /// Takes a full path apart that begins with the prefix and a separator. That it does isn't checked, the caller sees
   /// to it. `*status` is 0, or -1 with error 211004 when nothing is left behind the prefix; the ID has no components
   /// then.
-  Disk_FileID(char const* file_set_prefix, char const* file_name, int* status, int lowercase);
+  Disk_FileID(char const* prefix, char const* file_name, int* status, int lower);
 
   /// The path as a new string of 512 bytes, for the caller to free with delete[]; null when it can't be formed.
   operator char*() const;
@@ -39,18 +40,17 @@ public:
   int RemoveLastComponent();
 
   /// A copy of the code string, for storing in a record.
-  Dicom_CS GetID() const { return id_; }
+  Dicom_CS GetID() const { return id; }
   /// Its text, without a copy.
-  std::string_view View() const { return id_.View(); }
+  std::string_view View() const { return id.View(); }
   /// The prefix; null in a default-constructed ID.
-  char const* GetFileSetPrefix() const { return has_prefix_ ? prefix_.c_str() : nullptr; }
+  char const* GetFileSetPrefix() const { return file_set_prefix ? file_set_prefix->c_str() : nullptr; }
   friend bool operator==(Disk_FileID const& a, Disk_FileID const& b) {
-    return a.id_ == b.id_ && a.lowercase_ == b.lowercase_ && a.prefix_ == b.prefix_;
+    return a.id == b.id && a.lowercase == b.lowercase && a.file_set_prefix == b.file_set_prefix;
   }
 
 private:
-  Dicom_CS id_;
-  int lowercase_ = 0; // components are lower-cased in the path
-  bool has_prefix_ = false;
-  std::string prefix_;
+  Dicom_CS id;
+  int lowercase = 0; // components are lower-cased in the path
+  std::optional<std::string> file_set_prefix;
 };

@@ -10,9 +10,9 @@ struct Disk_Correction;
 class DISK_EXPORT Disk_ObjectFile : public Disk_File {
 public:
   /// For storing.
-  Disk_ObjectFile(Disk_FileID const& id, Disk_StoreParams params) : Disk_File(id), params_(params) {}
+  Disk_ObjectFile(Disk_FileID const& id, Disk_StoreParams store_params) : Disk_File(id), params(store_params) {}
   /// For reading only.
-  explicit Disk_ObjectFile(Disk_FileID const& id) : Disk_File(id), params_(Disk_StoreParams::READ_ONLY) {}
+  explicit Disk_ObjectFile(Disk_FileID const& id) : Disk_File(id), params(Disk_StoreParams::READ_ONLY) {}
 
   /// Reads the object. 0 and a new message for the caller to own, or -1, also when there is no such file.
   int Get(IOD_Msg** msg, Disk_AsyncFile* async);
@@ -29,7 +29,7 @@ public:
 
 private:
   int Read(IOD_Msg** msg, Disk_AsyncFile* async);
-  int Write(IOD_Msg* msg, bool sync_directory, Disk_Replacements* together = nullptr);
+  int Write(IOD_Msg* msg, bool sync_directory = true, Disk_Replacements* together = nullptr);
 
-  Disk_StoreParams params_;
+  Disk_StoreParams params;
 };

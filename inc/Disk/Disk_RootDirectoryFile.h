@@ -162,6 +162,8 @@ private:
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_LO const& patient_id, Dicom_LO const& issuer) const;
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_UI const& study_uid) const;
   Disk_StudyDirectoryRecord* GetStudyRecord(Dicom_UI const& study_uid) const;
+  Disk_StudyDirectoryRecord* GetStudyRecord(Disk_PatientDirectoryRecord const& patient,
+                                            Dicom_UI const& study_uid) const;
   Disk_StudyIndex::Entry find_study(Dicom_UI const& study_uid) const;
   void GetStudyFile(Disk_StudyDirectoryRecord* study);
   void ResetStudyFile();

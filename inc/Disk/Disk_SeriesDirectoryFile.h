@@ -37,6 +37,8 @@ public:
   /// Deletes images, or all for a null UID. `*records` is how many there were. 0, also when some couldn't be removed;
   /// -1 when the records can't be read or written.
   int Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records);
+  /// The same; the counts are added to those that `report` holds.
+  int Delete(Dicom_UI image_uids, MXL_SubOperationsReport* report);
   /// Reads one object. 0 and a new message for the caller to own, or -1.
   int GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object);
   /// The same by the records in memory: 1 when these may be old, or don't have the object.

@@ -47,6 +47,11 @@ public:
   int Count(int* series, int* images);
   /// Deletes a series, some images of it, or all series. 0, or -1: what went before the failure is gone.
   int Delete(Disk_Removal* removal);
+  /// The same. A null `series_uid` means all series, a null `image_uids` all images; `report` counts images,
+  /// `*removed_series` is the number of series that ceased to exist, and `modality` that of the one that was named and
+  /// has gone.
+  int Delete(Dicom_UI series_uid, Dicom_UI image_uids, MXL_SubOperationsReport* report, int* removed_series,
+             Dicom_CS& modality);
   int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);
   /// The same by the records in memory alone: 1 when these may be old, or don't have the object. Private structure
   /// only.

@@ -189,7 +189,7 @@ int Disk_ObjectFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom
 }
 
 int Disk_ObjectFile::correct(Disk_Correction const& correction, bool sync_directory) {
-  if (params_.read_only) return RefuseReadOnly(correction);
+  if (params.read_only) return RefuseReadOnly(correction);
   IOD_Msg* read = nullptr;
   if (Read(&read, nullptr) == -1) {
     DISK_LOG(3, "%s: the object can't be read, so it isn't corrected.\n", file_id.Path().c_str());

@@ -12,6 +12,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <string_view>
 #include <unordered_set>
 
@@ -76,7 +79,15 @@ std::string AsCode(std::string name) {
 
 } // namespace
 
-std::string Disk_DirectoryFile::FindUniqueFileName(std::string path) const {
+char* Disk_DirectoryFile::FindUniqueFileName(char* path) const {
+  std::unique_ptr<char[]> const owner(path);
+  std::string const unique = path ? unique_path(path) : std::string();
+  if (unique.empty()) return nullptr;
+  char* const copy = new (std::nothrow) char[std::max(unique.size() + 1, Disk_FileID::kPathSize)];
+  return copy ? std::strcpy(copy, unique.c_str()) : nullptr;
+}
+
+std::string Disk_DirectoryFile::unique_path(std::string path) const {
   DISK_LOG(7, "In FindUniqueFileName\n");
   std::size_t const separator = path.rfind('/');
   std::size_t const component = separator == std::string::npos ? 0 : separator + 1;
@@ -192,7 +203,7 @@ Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* sta
   constexpr char kNoName[] = "GenerateReferencedFileID(): Can't create a unique file name.\n";
   std::string path;
   auto const find = [&] {
-    path = FindUniqueFileName(folder + "/" + AsCode(name));
+    path = unique_path(folder + "/" + AsCode(name));
     if (path.empty()) DISK_LOG_TEXT(3, kNoName);
     return path.empty() ? -1 : 0;
   };

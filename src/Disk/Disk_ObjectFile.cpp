@@ -26,7 +26,7 @@ int Disk_ObjectFile::Read(IOD_Msg** msg, Disk_AsyncFile* async) {
 
 int Disk_ObjectFile::Store(IOD_Msg* msg, bool sync_directory, Disk_Replacements* together) {
   if (Disk_RefuseNull("Store", msg) == -1) return -1;
-  if (params_.read_only) {
+  if (params.read_only) {
     DISK_LOG(3, "Disk_ObjectFile::Store() - operation cannot be performed on a read-only access object.\n");
     KlbGError.Set(DISK_ERROR_SYSTEM + EROFS);
     return -1;
@@ -46,7 +46,7 @@ int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory, Disk_Replacements*
     return -1;
   }
   Dicom_UI syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX;
-  if (!params_.store_native) {
+  if (!params.store_native) {
     Dicom_Compressor const compressor;
     int flag = 0;
     if (compressor.GetKolbaCompressionVersion(*msg, &flag) == 0 && compressor.Compress(msg, 0) == -1) return -1;

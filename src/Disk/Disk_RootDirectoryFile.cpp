@@ -298,7 +298,16 @@ Disk_PatientDirectoryRecord* Disk_RootDirectoryFile::GetPatientRecord(Dicom_UI c
 }
 
 Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Dicom_UI const& study_uid) const {
-  return find_study(study_uid).study;
+  Disk_PatientDirectoryRecord const* const patient = GetPatientRecord(study_uid);
+  return patient ? GetStudyRecord(*patient, study_uid) : nullptr;
+}
+
+Disk_StudyDirectoryRecord* Disk_RootDirectoryFile::GetStudyRecord(Disk_PatientDirectoryRecord const& patient,
+                                                                  Dicom_UI const& study_uid) const {
+  auto const is_of_patient = [&](Disk_StudyIndex::Entry const& entry) {
+    return entry.patient == &patient && Disk_IsLive(*entry.study, is_standard());
+  };
+  return study_index().Find(study_uid.View(), is_of_patient).study;
 }
 
 /// Over all patients.

@@ -82,6 +82,19 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
   return -1;
 }
 
+int Disk_StudyDirectoryFile::Delete(Dicom_UI series_uid, Dicom_UI image_uids, MXL_SubOperationsReport* report,
+                                    int* removed_series, Dicom_CS& modality) {
+  if (Disk_RefuseNull("Delete", report, removed_series) == -1) return -1;
+  Disk_Removal removal;
+  removal.series_uid = series_uid;
+  removal.image_uids = image_uids;
+  int const result = Disk_Guarded("Delete", [&] { return Delete(&removal); });
+  *removed_series = removal.series_removed;
+  modality = removal.modality;
+  removal.tally.Tell(report);
+  return result;
+}
+
 int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids,
                                                   Disk_Tally* tally, bool* removed) {
   GetSeriesFile(series);
@@ -198,6 +211,15 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
   if (Write() == 0) return 0;
   DISK_LOG(3, "Delete(): Can't update the file.\n");
   return -1;
+}
+
+int Disk_SeriesDirectoryFile::Delete(Dicom_UI image_uids, MXL_SubOperationsReport* report) {
+  if (Disk_RefuseNull("Delete", report) == -1) return -1;
+  Disk_Tally tally{report->Get(MXL_SubOperationsReport::Completed), report->Get(MXL_SubOperationsReport::Failed)};
+  int records = 0;
+  int const result = Disk_Guarded("Delete", [&] { return Delete(image_uids, &tally, &records); });
+  tally.Tell(report);
+  return result;
 }
 
 int Disk_SeriesDirectoryFile::DeleteImage(Disk_InstanceDirectoryRecord const& image) const {

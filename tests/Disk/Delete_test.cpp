@@ -214,3 +214,25 @@ TEST_P(DeleteTest, CineFilesGoUnlessThatIsSwitchedOff) {
     EXPECT_EQ(fs::exists(outside / "cine"), !wanted);
   }
 }
+
+// As the root does it, whose locks a caller has to hold.
+TEST_F(FileSetTest, TheLowerLevelsDelete) {
+  for (int image = 1; image <= 6; ++image)
+    ASSERT_EQ(Store(*Open(), *Example({.series = (image + 1) / 2, .image = image})), 0);
+  Dicom_UI const series = Phantom::SeriesUid({.series = 1}), image = Phantom::InstanceUid({.series = 1, .image = 1});
+  Disk_StudyDirectoryFile study(Disk_FileID(Prefix().c_str(), Dicom_CS("SA100000\\DIRFILE"), 0), 0, nullptr, 0);
+  using Told = std::tuple<int, int, int, int, std::string>; // the result, images completed and failed, series, modality
+  for (auto const& [of_series, images, told] :
+       {std::tuple(series, Dicom_UI(image.GetText() + "\\1.2.3"), Told(0, 1, 1, 0, "")),
+        {series, Phantom::InstanceUid({.series = 1, .image = 2}), {0, 1, 0, 1, "CT"}},
+        {series, UI_NULL, {-1, 0, 0, 0, ""}}, // is gone
+        {UI_NULL, UI_NULL, {0, 4, 0, 2, ""}}}) {
+    MXL_SubOperationsReport report;
+    report.Set(MXL_SubOperationsReport::Failed, Dicom_US(9)); // starts anew
+    int removed = -1;
+    Dicom_CS modality("MR");
+    int const result = study.Delete(of_series, images, &report, &removed, modality);
+    EXPECT_EQ(Told(result, report.Get(report.Completed), report.Get(report.Failed), removed, modality.GetText()), told);
+    EXPECT_EQ(study.Delete(of_series, images, nullptr, &removed, modality), -1);
+  }
+}

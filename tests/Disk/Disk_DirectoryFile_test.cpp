@@ -13,12 +13,16 @@ public:
   OpenedFile(std::string const& prefix, char const* name = "DIRFILE", unsigned flags = 0)
       : Disk_DirectoryFile(Disk_FileID(prefix.c_str(), Dicom_CS(name), 0), Disk_StoreParams(flags), nullptr) {}
   using Disk_DirectoryFile::file_version;
-  using Disk_DirectoryFile::FindUniqueFileName;
   using Disk_DirectoryFile::GenerateFileID;
   using Disk_DirectoryFile::IsUpToDate;
   using Disk_DirectoryFile::MarkDirty;
   using Disk_DirectoryFile::UpdateFileVersion;
 
+  std::string FindUniqueFileName(std::string const& path) const {
+    std::unique_ptr<char[]> const name(
+        Disk_DirectoryFile::FindUniqueFileName(std::strcpy(new char[path.size() + 1], path.c_str())));
+    return name ? name.get() : "";
+  }
   std::string Hash(char const* uid) const {
     Dicom_CS const id = GenerateFileID(Dicom_UI(uid)).GetID();
     return id.GetText();

@@ -23,6 +23,7 @@ TEST(Disk_FileID, FormsPathsBelowThePrefixOnly) {
   } const cases[] = {
       {"/d", "A\\B", 0, "/d/A/B"},
       {"/d", "", 0, "/d"},
+      {nullptr, "", 0, ""},
       {"/D", "SA100000\\DIRFILE", 1, "/D/sa100000/dirfile"},
       {"/d", "A \\B", 0, "/d/A/B"},  // a padded component
       {"/d", "A\\\\B", 0, "/d/A/B"}, // an empty one
@@ -68,29 +69,26 @@ TEST(Disk_FileID, TakesPathsApart) {
 }
 
 TEST(Disk_Bits, ShiftsAndRotates) {
-  auto const bits = [](std::initializer_list<unsigned char> bytes) {
-    return Disk_Bits(std::data(bytes), int(bytes.size()) * 8);
+  using Bytes = std::vector<unsigned char>;
+  auto const result = [](Bytes const& bytes, void (*change)(Disk_Bits&)) {
+    Disk_Bits bits(bytes.data(), int(bytes.size()) * 8);
+    change(bits);
+    return Bytes(&bits[0], &bits[0] + bits.NBits() / 8);
   };
-  auto const bytes = [](Disk_Bits const& b) {
-    std::vector<int> values;
-    for (int i = 0; i < b.NBits() / 8; ++i)
-      values.push_back(b[i]);
-    return values;
+  struct {
+    Bytes from;
+    void (*change)(Disk_Bits&);
+    Bytes to;
+  } const cases[] = {
+      {{0x80, 0, 0, 0, 0}, [](Disk_Bits& b) { b.RotateRight(7); }, {1, 0, 0, 0, 0}},
+      {{0, 0, 0, 0, 1}, [](Disk_Bits& b) { b.RotateRight(7); }, {2, 0, 0, 0, 0}},
+      {{2, 0, 0, 0, 0}, [](Disk_Bits& b) { b.RotateLeft(7); }, {0, 0, 0, 0, 1}},
+      {{0xFF, 0xFF}, [](Disk_Bits& b) { b <<= 5; }, {0xFF, 0xE0}},
+      {{0xFF, 0xFF}, [](Disk_Bits& b) { b >>= 9; }, {0, 0x7F}},
+      {{0xFF, 0xFF}, [](Disk_Bits& b) { b = b >> 0; }, {0xFF, 0xFF}},
+      {{0x0F, 0, 0x55}, [](Disk_Bits& b) { b |= Disk_Bits((unsigned char const*)"\xF0\1", 16); }, {0xFF, 1, 0x55}},
+      {{0xFF, 1, 0x55}, [](Disk_Bits& b) { b ^= Disk_Bits((unsigned char const*)"\xFF", 8); }, {0, 1, 0x55}},
   };
-  using Bytes = std::vector<int>;
-  Disk_Bits high = bits({0x80, 0, 0, 0, 0}), low = bits({0, 0, 0, 0, 1});
-  high.RotateRight(7);
-  low.RotateRight(7);
-  EXPECT_EQ(bytes(high), (Bytes{1, 0, 0, 0, 0}));
-  EXPECT_EQ(bytes(low), (Bytes{2, 0, 0, 0, 0}));
-  low.RotateLeft(7);
-  EXPECT_EQ(bytes(low), (Bytes{0, 0, 0, 0, 1}));
-  EXPECT_EQ(bytes(bits({0xFF, 0xFF}) << 5), (Bytes{0xFF, 0xE0}));
-  EXPECT_EQ(bytes(bits({0xFF, 0xFF}) >> 9), (Bytes{0, 0x7F}));
-  EXPECT_EQ(bytes(bits({0xFF, 0xFF}) >> 0), (Bytes{0xFF, 0xFF}));
-  Disk_Bits both = bits({0x0F, 0x00, 0x55});
-  both |= bits({0xF0, 0x01});
-  EXPECT_EQ(bytes(both), (Bytes{0xFF, 1, 0x55}));
-  both ^= bits({0xFF});
-  EXPECT_EQ(bytes(both), (Bytes{0, 1, 0x55}));
+  for (auto const& c : cases)
+    EXPECT_EQ(result(c.from, c.change), c.to);
 }

@@ -281,6 +281,7 @@ TEST_P(MaintenanceTest, AListIsFetchedOneByOne) {
     identifier.SetSOPInstanceUID(Dicom_UI(row.images));
     EXPECT_EQ(access.OpenQuery(identifier, 1), row.fetched ? 0 : -1);
     std::string fetched;
+    EXPECT_EQ(Disk_Access(access).GetNItems(), access.GetNItems()); // a copy has the list too
     while (access.HasMore()) {
       std::unique_ptr<IOD_Msg> const owner(access.FetchNext(&object) == 0 ? object : nullptr);
       fetched += owner ? owner->GetSeriesNumber().GetText() + "/" + owner->GetImageNumber().GetText() + " " : "- ";
