@@ -41,7 +41,9 @@ public:
 
   /// Makes room if need be, and stores an object. The flag is that of Disk_RootDirectoryFile::Store. 0; or -1 when the
   /// object is refused (by the de-identifier, for want of space or of studies that may go) or can't be stored. Studies
-  /// may have been given up, whatever the result: also the object's own, with what was stored before.
+  /// may have been given up, whatever the result: also the object's own, with what was stored before. The studies are
+  /// counted when the object's study isn't that of the process's last store: those that others add meanwhile, at the
+  /// same time too, count from then on.
   int Store(IOD_Msg* msg, bool store_unmatching_images);
   int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
   int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object);
@@ -106,10 +108,12 @@ private:
   int clean(Cleaning& cleaning);
   int make_room(IOD_Msg const& msg);
   int limit_studies(Dicom_UI const& study_uid);
+  int studies_before(Dicom_UI const& study_uid);
+  void note_cleaned(Dicom_UI const& study_uid, int cleaned);
   void read_study(Dicom_Msg const& answer, int number, Disk_StudyMetaData* study) const;
-  int count_studies();
 
-  static thread_local Dicom_UI s_lastStudyUID;
-  static thread_local int s_studyCount;
-  static thread_local std::weak_ptr<Disk_RootDirectoryFile> s_countedIn; // of which repository that is
+  // Of the process, under a mutex of their own: the study that was stored into last, and how many there were then.
+  static Dicom_UI s_lastStudyUID;
+  static int s_studyCount;
+  static RWWString s_countedIn; // the path of the repository that this is about
 };

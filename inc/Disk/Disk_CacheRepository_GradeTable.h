@@ -10,16 +10,14 @@
 /// grade is asked for, and then stays for the life of the process.
 class DISK_EXPORT Disk_CacheRepository_GradeTable {
 public:
-  explicit Disk_CacheRepository_GradeTable(char const* configPath);
+  explicit Disk_CacheRepository_GradeTable(RWCString const& configPath);
 
   /// The grade of the first row for at least so many days, or the default.
   int GetGrade(int days);
   void Load();
 
 private:
-  struct Entry {
-    std::int32_t days, grade;
-  };
+  using Entry = std::pair<std::int32_t, std::int32_t>; // days and grade
   void insert(int days, int grade);
   void read_entry(char const* path, char const* value);
   void set_built_in();

@@ -3,12 +3,11 @@
 #include "Disk/Disk_Guard.h"
 
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
-#include <infra/I18n.h>
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_Cfg.h>
 
 #include <algorithm>
-#include <limits>
+#include <cstdint>
 
 namespace {
 
@@ -16,12 +15,6 @@ constexpr int kMostStudies = 700, kDefaultPercentage = 10, kDefaultSpare = 1;
 constexpr int kKbPerMb = 1024;
 
 Util_CfgHandle const* Handle() { return Util_Cfg::GetHandle(); }
-
-/// Sizes saturate: a repository of more than 2 TB counts as one of 2 TB.
-std::int32_t Saturated(long number) {
-  return std::int32_t(
-      std::clamp<long>(number, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
-}
 
 } // namespace
 
@@ -87,16 +80,13 @@ bool Disk_CacheRepository::GetCfgString(RWCString const& key, RWCString& value) 
 // Space
 
 void Disk_CacheRepository::FindDiskSizes(unsigned* total, unsigned* free) {
-  long total_kb = 0, free_kb = 0;
-  Klb_FileSystemUtils::FindDiskSizes(ToUTF8(m_path.data()).data(), &total_kb, &free_kb);
-  constexpr long kMost = std::numeric_limits<unsigned>::max();
-  *total = unsigned(std::min(total_kb, kMost));
-  *free = unsigned(std::min(free_kb, kMost));
+  Klb_FileSystemUtils::FindDiskSizes(m_path, total, free);
 }
 
 long Disk_CacheRepository::FindRepositorySizeKB() {
   if (m_sizeStale) {
-    m_sizeKB = Saturated(Klb_FileSystemUtils::GetDirSize(ToUTF8(m_path.data()).data()));
+    // more than 2 TB count as 2 TB, and what can't be read as nothing
+    m_sizeKB = std::int32_t(std::clamp<long>(Klb_FileSystemUtils::GetDirSize(m_path), 0, INT32_MAX));
     m_sizeStale = false;
   }
   return m_sizeKB;

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <vector>
@@ -67,6 +68,7 @@ struct Disk_CacheRepository::Cleaning {
 };
 
 int Disk_CacheRepository::GetStudiesMetaData(Disk_StudyMetaData*& studies, int& count) {
+  if (!IsDicomDirValid()) return -1;
   SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::STUDY);
   if (FillStudyQuery(identifier) == -1) return -1;
   Dicom_Sequence answers;
@@ -125,6 +127,7 @@ int Disk_CacheRepository::clean(Cleaning& cleaning) {
 
 int Disk_CacheRepository::AutoCleanMB(long mb) {
   if (!IsDicomDirValid()) return -1;
+  mb = std::clamp<long>(mb, INT32_MIN, INT32_MAX); // as wide as quotas are
   return Disk_Guarded("AutoCleanMB", [&] {
     Disk_CleaningMutex const mutex;
     LogBanner();

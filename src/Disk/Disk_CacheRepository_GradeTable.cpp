@@ -21,15 +21,16 @@ int Number(char const* text) {
 
 } // namespace
 
-Disk_CacheRepository_GradeTable::Disk_CacheRepository_GradeTable(char const* configPath) : m_configPath(configPath) {
+Disk_CacheRepository_GradeTable::Disk_CacheRepository_GradeTable(RWCString const& configPath)
+    : m_configPath(configPath) {
   m_entries.reserve(kUsualRows);
 }
 
 int Disk_CacheRepository_GradeTable::GetGrade(int days) {
   if (!m_loaded) Load();
   auto const row =
-      std::find_if(m_entries.begin(), m_entries.end(), [days](Entry const& entry) { return entry.days >= days; });
-  return row == m_entries.end() ? m_defaultGrade : row->grade;
+      std::find_if(m_entries.begin(), m_entries.end(), [days](Entry const& entry) { return entry.first >= days; });
+  return row == m_entries.end() ? m_defaultGrade : row->second;
 }
 
 void Disk_CacheRepository_GradeTable::Load() {
@@ -75,6 +76,6 @@ void Disk_CacheRepository_GradeTable::set_built_in() {
 
 void Disk_CacheRepository_GradeTable::insert(int days, int grade) {
   auto const behind = std::upper_bound(m_entries.begin(), m_entries.end(), days,
-                                       [](int value, Entry const& entry) { return value < entry.days; });
+                                       [](int value, Entry const& entry) { return value < entry.first; });
   m_entries.insert(behind, {days, grade});
 }

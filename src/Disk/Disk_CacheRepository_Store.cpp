@@ -11,25 +11,21 @@ namespace {
 constexpr int kKbPerMb = 1024;
 constexpr int kMostDoubled = 20;  // a space factor from here on isn't doubled any more
 constexpr double kOverhead = 1.1; // of an object's file beside its pixels
-constexpr Dicom_Tag kPixelData{0x7FE0, std::uint16_t(0x0010)};
 
-std::size_t LengthOf(IOD_Msg const& msg, Dicom_Tag const& tag) {
-  Dicom_Type const* const value = msg.Get(tag);
-  return value ? value->GetLength() : 0;
-}
+Mutex s_count_mutex;
 
 /// What an object needs, by its pixels alone.
 int NeededMb(IOD_Msg const& msg) {
-  std::size_t const bytes = LengthOf(msg, Dicom_Dictionary::KOLBA_COMPRESSED_PIXEL_DATA) + LengthOf(msg, kPixelData);
+  Dicom_Type const* const compressed = msg.Get(Dicom_Dictionary::KOLBA_COMPRESSED_PIXEL_DATA);
+  std::size_t const bytes = (compressed ? compressed->GetLength() : 0) + msg.GetPixelData().GetLength();
   return std::max(int(double(bytes / 1024) * kOverhead) / kKbPerMb, 1);
 }
 
 } // namespace
 
-// Of the thread: all its repositories share them.
-thread_local Dicom_UI Disk_CacheRepository::s_lastStudyUID;
-thread_local int Disk_CacheRepository::s_studyCount = 0;
-thread_local std::weak_ptr<Disk_RootDirectoryFile> Disk_CacheRepository::s_countedIn;
+Dicom_UI Disk_CacheRepository::s_lastStudyUID;
+int Disk_CacheRepository::s_studyCount = 0;
+RWWString Disk_CacheRepository::s_countedIn;
 
 int Disk_CacheRepository::Store(IOD_Msg* msg, bool store_unmatching_images) {
   if (!IsDicomDirValid() || !msg) return -1;
@@ -65,41 +61,53 @@ int Disk_CacheRepository::make_room(IOD_Msg const& msg) {
   int const result = AutoCleanMB(long(m_spaceFactor) * needed);
   if (result == -1) DISK_LOG(5, "Store will fail due to insufficient space\n");
   SetThreshold(threshold);
-  s_studyCount = count_studies();
   return result;
 }
 
-/// Counts the studies when the study changes, and gives up as many as stand in the way of one more.
+/// Gives up as many studies as stand in the way of one more.
 int Disk_CacheRepository::limit_studies(Dicom_UI const& study_uid) {
-  if (study_uid != s_lastStudyUID || s_countedIn.lock() != m_root) {
-    DISK_LOG(7, "Study <%s> has changed since last stored image <%s>.\n", s_lastStudyUID.CStr(), study_uid.CStr());
-    s_studyCount = count_studies();
-    m_root->ResetVersionFileStatus();
-    s_lastStudyUID = study_uid.Duplicate();
-    s_countedIn = m_root;
-  } else {
-    DISK_LOG(7, "Study <%s> is that of the last stored image.\n", study_uid.CStr());
-  }
+  int const count = studies_before(study_uid);
   if (m_maxStudies <= 0) {
     DISK_LOG(7, "Store: Dicom Dir \"Max Allowed Studies\" limit is disabled.\n");
     return 0;
   }
-  if (s_studyCount >= m_maxStudies) s_studyCount = count_studies(); // others may have made room meanwhile
-  DISK_LOG(7, "Store: Dicom Dir Contains %d of %d allowed studies.\n", s_studyCount, m_maxStudies);
-  if (s_studyCount < m_maxStudies) return 0;
-  if (AutoCleanNStudies(s_studyCount - m_maxStudies + 1) != 0) {
-    DISK_LOG(3, "Failed to clean enough studies. The store will be canceled!\n");
-    return -1;
-  }
-  s_studyCount = count_studies();
-  return 0;
+  DISK_LOG(7, "Store: Dicom Dir Contains %d of %d allowed studies.\n", count, m_maxStudies);
+  if (count < m_maxStudies) return 0;
+  int const excess = count - m_maxStudies + 1, result = AutoCleanNStudies(excess);
+  note_cleaned(study_uid, result == 0 ? excess : 0);
+  if (result == 0) return 0;
+  DISK_LOG(3, "Failed to clean enough studies. The store will be canceled!\n");
+  return -1;
 }
 
-/// As many as a query finds; what was counted before when it can't be asked.
-int Disk_CacheRepository::count_studies() {
-  SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::STUDY);
-  Dicom_Sequence answers;
-  if (identifier.SetStudyInstanceUID(UI_NULL) == -1 || m_root->Query(identifier, 1, &answers) == -1)
-    return s_studyCount;
-  return answers.GetNItems();
+/// How many studies there were when the study to store into changed last, which may be now.
+int Disk_CacheRepository::studies_before(Dicom_UI const& study_uid) {
+  {
+    ThreadAPI_LockGuard const guard(s_count_mutex, false);
+    if (study_uid == s_lastStudyUID && s_countedIn == m_path) {
+      DISK_LOG(7, "Study <%s> is that of the last stored image.\n", study_uid.CStr());
+      return s_studyCount;
+    }
+    DISK_LOG(7, "Study <%s> has changed since last stored image <%s>.\n", s_lastStudyUID.CStr(), study_uid.CStr());
+  }
+  Disk_StudyMetaData* studies = nullptr; // which takes the file-set's lock: not under the mutex
+  int count = 0;
+  bool const is_counted = GetStudiesMetaData(studies, count) == 0;
+  delete[] studies;
+  m_root->ResetVersionFileStatus();
+  ThreadAPI_LockGuard const guard(s_count_mutex, true);
+  if (is_counted) s_studyCount = count;
+  s_lastStudyUID = study_uid.Duplicate();
+  s_countedIn = m_path;
+  return s_studyCount;
+}
+
+/// The count follows a cleaning; one that went wrong lets the next store count anew, as its cause may pass.
+void Disk_CacheRepository::note_cleaned(Dicom_UI const& study_uid, int cleaned) {
+  ThreadAPI_LockGuard const guard(s_count_mutex, true);
+  if (study_uid != s_lastStudyUID || s_countedIn != m_path) return; // another store has counted since
+  if (cleaned == 0)
+    s_lastStudyUID = UI_NULL;
+  else
+    s_studyCount -= cleaned;
 }

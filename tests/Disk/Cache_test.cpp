@@ -6,10 +6,8 @@
 
 #include <Disk/Disk_CacheRepository.h>
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
-#include <Disk/Disk_CacheRepository_Graders.h>
-#include <algorithm>
+#include <Disk/Disk_CacheRepositoryCleanGraders.h>
 #include <infra/I18n.h>
-#include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_Cfg.h>
 #include <set>
 #include <sys/mount.h>
@@ -79,22 +77,14 @@ protected:
     return msg;
   }
   static std::string Uid(int study) { return Phantom::StudyUid({.study = study}).GetText(); }
-  // The studies in the order in which they are to go.
-  static std::vector<Disk_StudyMetaData> Order(Cache& cache) {
+  static std::set<std::string> Studies(Cache& cache) {
     Disk_StudyMetaData* array = nullptr;
     int count = 0;
     EXPECT_EQ(cache.GetStudiesMetaData(array, count), 0);
     std::unique_ptr<Disk_StudyMetaData[]> const owner(array);
-    Disk_CacheRepositoryCleanGradeFactory::GetInstance()->GradeStudies(array, count);
-    std::vector<Disk_StudyMetaData> studies(array, array + count);
-    std::stable_sort(studies.begin(), studies.end(),
-                     [](auto const& a, auto const& b) { return a.GetGrade() < b.GetGrade(); });
-    return studies;
-  }
-  static std::set<std::string> Studies(Cache& cache) {
     std::set<std::string> uids;
-    for (Disk_StudyMetaData const& study : Order(cache))
-      uids.insert(study.m_studyUID.GetText());
+    for (int i = 0; i < count; ++i)
+      uids.insert(array[i].m_studyUID.GetText());
     return uids;
   }
   TempDirectory files_;
@@ -114,20 +104,15 @@ TEST_F(CacheTest, GradesAndThresholds) {
     if (read_days_ago != -1) study.m_accessDate = Dicom_DT(AsDateTime(kStart - read_days_ago * kDay));
     return study;
   };
-  // size, store date, access date; -1: no such date
-  struct {
-    int kb, stored, read, grade;
-  } const rows[] = {{300, 20, 20, 16}, {100, 0, -1, 98},  {200, 1, 7, 69},  {100, -1, -1, 63},
-                    {100, 8, 15, 45},  {100, -3, -3, 95}, {100, 14, 14, 59}};
-  std::vector<Disk_StudyMetaData> studies;
-  for (auto const& row : rows)
-    studies.push_back(make(row.kb, row.stored, row.read));
-  factory.GradeStudies(studies.data(), int(studies.size()));
-  for (std::size_t i = 0; i < studies.size(); ++i) {
-    EXPECT_EQ(studies[i].GetGrade(), rows[i].grade) << i;
-    EXPECT_EQ(studies[i].m_gradeCount, 3);
-  }
-  EXPECT_EQ(std::vector<int>(studies[0].m_weights, studies[0].m_weights + 3), (std::vector<int>{5, 4, 2}));
+  // -1: no such date
+  Disk_StudyMetaData studies[] = {make(300, 20, 20), make(100, 0, -1),  make(200, 1, 7),  make(100, -1, -1),
+                                  make(100, 8, 15),  make(100, -3, -3), make(100, 14, 14)};
+  factory.GradeStudies(studies, int(std::size(studies)));
+  std::vector<int> grades;
+  for (Disk_StudyMetaData const& study : studies)
+    grades.push_back(study.GetGrade());
+  EXPECT_EQ(grades, (std::vector{16, 98, 69, 63, 45, 95, 59}));
+  EXPECT_EQ(std::vector(studies[0].m_weights, studies[0].m_weights + 4), (std::vector{5, 4, 2, 0}));
   Disk_StudyMetaData one = make(500, -1, -1), ungraded;
   Disk_CacheRepository_SizeStudyGrader grader; // takes part as long as it lives
   EXPECT_EQ(factory.CalculateThreshold(5), (2 * 20 + 4 * 20 + 5 * 100 + 2 * 20) / 13);
@@ -151,15 +136,15 @@ TEST_F(CacheTest, GradeTablesWithOddEntries) {
   for (auto const& c : cases) {
     Configure("velquant: {system: {applications: {loader: {pull_client: {store_grader: {" + std::string(c.table) +
               "}}}}}}\n");
-    Disk_CacheRepository_GradeTable table((std::string(kPullClient) + "store_grader").c_str());
+    Disk_CacheRepository_GradeTable table(RWCString(kPullClient) + "store_grader");
     for (auto const& [age, grade] : c.grades)
       EXPECT_EQ(table.GetGrade(age), grade) << c.table << ", age " << age;
   }
   Util_Cfg::Load(DISK_SOURCE_DIR "/examples/disk.yaml");
-  Disk_CacheRepository_GradeTable example((std::string(kPullClient) + "store_grader").c_str());
+  Disk_CacheRepository_GradeTable example(RWCString(kPullClient) + "store_grader");
   example.Load();
   Util_Cfg::Clear();
-  Disk_CacheRepository_GradeTable built_in((std::string(kPullClient) + "access_grader").c_str());
+  Disk_CacheRepository_GradeTable built_in(RWCString(kPullClient) + "access_grader");
   for (auto const& [age, grade] : {std::pair(0, 95), {1, 85}, {2, 65}, {8, 50}, {15, 20}})
     EXPECT_EQ(std::pair(built_in.GetGrade(age), example.GetGrade(age)), std::pair(grade, grade)) << age;
   EXPECT_EQ(Util_Cfg::Load("/no/such/file"), -1); // the one that was loaded stands
@@ -270,90 +255,76 @@ TEST_F(CacheTest, TheNumberOfStudiesIsLimited) {
   EXPECT_EQ(other->Store(Object(5, 1).get(), false), -1);
   EXPECT_EQ(Studies(*cache), (std::set{Uid(2), Uid(3), Uid(4)}));
   EXPECT_EQ(other->AutoCleanNStudies(0), 0);
-  EXPECT_EQ(other->AutoCleanPercentage(101), -1);
-  EXPECT_EQ(other->AutoCleanPercentage(-1), -1);
-  EXPECT_EQ(other->AutoCleanPercentage(0), 0);
+  for (auto const& [percentage, result] : {std::pair(101, -1), {-1, -1}, {0, 0}})
+    EXPECT_EQ(other->AutoCleanPercentage(percentage), result);
+  EXPECT_EQ(other->AutoCleanMB(LONG_MIN), 0);
   EXPECT_EQ(other->CleanAll(), 0);
   EXPECT_EQ(Studies(*cache), std::set<std::string>());
   EXPECT_EQ(other->Store(Object(5, 1).get(), false), 0) << "a refusal that outlives its cause";
-  Disk_CacheRepository unconstructed;
-  EXPECT_EQ(unconstructed.Store(Object(1, 1).get(), false), -1);
-  EXPECT_EQ(unconstructed.CleanAll(), -1);
+  EXPECT_EQ(other->AutoCleanMB(LONG_MAX), -1);
+  Cache unconstructed;
+  Disk_StudyMetaData* studies = nullptr;
   unconstructed.SetPath(FromUTF8("/no/such/folder"));
-  EXPECT_EQ(unconstructed.Construct(), -1);
-  EXPECT_EQ(unconstructed.Store(Object(1, 1).get(), false), -1);
-  EXPECT_EQ(unconstructed.DeleteStudyByInstanceUID(Dicom_UI("1.2")), -1);
+  for (bool const constructed : {false, true}) {
+    EXPECT_TRUE(!constructed || unconstructed.Construct() == -1);
+    EXPECT_EQ(unconstructed.FreeSpaceKB(), 0);
+    EXPECT_EQ(unconstructed.Store(Object(1, 1).get(), false), -1);
+    EXPECT_EQ(unconstructed.GetStudiesMetaData(studies, study), -1);
+    EXPECT_EQ(unconstructed.DeleteStudyByInstanceUID(Dicom_UI("1.2")), -1);
+  }
 }
 
-// A year of stores into a small quota, with fetches in between. Whenever a cleaning was due, those that went are the
-// first of a list that is made here, and no more of them than had to go.
-TEST_F(CacheTest, AYearOfStores) {
-  constexpr int kQuotaMb = 64, kMostKb = 400;
-  int const stores = std::getenv("DISK_LONG_TESTS") ? 2000 : 600;
-  Configure("push: {max_repository_size_mb: 64, max_repository_hd_percentage: 100, max_cached_studies: 0}\n");
+// Whose thread and whose object stores is all one: the studies are counted when the study changes, and only then.
+TEST_F(CacheTest, TheCountIsThatOfTheProcess) {
+  Configure("push: {max_cached_studies: 3}\n");
+  auto const cache = Construct();
+  struct {
+    int study;
+    bool elsewhere;
+    int result, listed; // a cleaning lists them once more
+  } const steps[] = {{1, false, 0, 1}, {2, false, 0, 1}, {2, true, 0, 0},  {3, false, 0, 1},
+                     {3, true, 0, 0},  {4, true, 0, 2},  {3, false, -1, 2}};
+  for (int image = 0; auto const& step : steps) {
+    SCOPED_TRACE(++image);
+    Util_Clock::SetNow(kStart + (image < 6 ? 0 : 50 * kDay));
+    for (int const read : {1, 2}) // number 3 is the one to go
+      EXPECT_TRUE(image < 6 || cache->MarkStudyAsAccessed(Dicom_UI(Uid(read))) == 0);
+    LogCapture log(6);
+    auto const store = [&](Cache& by) {
+      EXPECT_EQ(by.Store(Object(step.study, image, step.study * step.study * 10).get(), false), step.result);
+    };
+    if (step.elsewhere)
+      std::thread([&] { store(*Construct()); }).join();
+    else
+      store(*cache);
+    EXPECT_EQ(log.Count(6, "Found "), step.listed);
+    cache->MarkStudyAsAccessed(Dicom_UI(Uid(step.study)));
+  }
+  EXPECT_EQ(Studies(*cache), (std::set{Uid(1), Uid(2), Uid(4)}));
+}
+
+// Those of the lowest grades go, the largest here, and no more of them than have to.
+TEST_F(CacheTest, StudiesMakeRoom) {
+  Configure("push: {max_repository_size_mb: 20, max_repository_hd_percentage: 100, max_cached_studies: 0}\n");
   SizedDisk const disk(100000, 90000);
   auto const cache = Construct();
-  std::minstd_rand random(11);
-  std::map<std::string, std::set<std::pair<int, int>>> stored; // study: study and image numbers
-  int study = 1, image = 0, left_in_study = 10, cleanings = 0, gone = 0, refused = 0;
-  for (int i = 0; i < stores && !HasFailure(); ++i) {
-    SCOPED_TRACE(i);
-    std::time_t const now = kStart + i * (365 * kDay / stores);
-    Util_Clock::SetNow(now);
-    if (left_in_study-- == 0) {
-      ++study;
-      image = 0;
-      left_in_study = int(random() % 30);
-    }
-    auto const object = Object(study, ++image, int(random() % kMostKb) + 20);
-    long const free_before = cache->FreeSpaceKB() / 1024;
-    std::vector<Disk_StudyMetaData> const expected = Order(*cache);
-    auto const uid_of = [&](std::size_t i) { return expected[i].m_studyUID.GetText(); };
-    auto const before = Studies(*cache);
-    bool const is_stored = cache->Store(object.get(), false) == 0;
-    refused += !is_stored;
-    if (is_stored) stored[Uid(study)].insert({study, image});
-    auto after = Studies(*cache);
-    std::size_t went = 0;
-    for (; went < expected.size() && after.count(uid_of(went)) == 0; ++went) {
-      EXPECT_LT(expected[went].GetGrade(), 85);
-      if (!is_stored || uid_of(went) != Uid(study)) stored.erase(uid_of(went));
-    }
-    after.erase(Uid(study));
-    for (std::size_t j = went; j < expected.size(); ++j)
-      EXPECT_TRUE(uid_of(j) == Uid(study) || after.count(uid_of(j))) << "not the lowest grades went";
-    EXPECT_EQ(before.size() - went, after.size() + before.count(Uid(study)));
-    gone += int(went);
-    if (free_before >= 1) {
-      EXPECT_EQ(went, 0u);
-    } else {
-      ++cleanings;
-      // one fewer would not have been enough; the root's file may differ by what the records take
-      long freed_kb = free_before * 1024;
-      for (std::size_t j = 0; j + 1 < went; ++j)
-        freed_kb += expected[j].m_sizeKB;
-      EXPECT_LT(freed_kb / 1024, cache->m_spaceFactor + 1);
-    }
-    EXPECT_LE(Klb_FileSystemUtils::GetDirSize(Prefix().c_str()), kQuotaMb * 1024 + 1024 + kMostKb + 64);
-    if (random() % 4 == 0 && !stored.empty()) {
-      auto const chosen = std::next(stored.begin(), long(random() % stored.size()));
-      IOD_Msg* fetched = nullptr;
-      auto const [number, of_image] = *chosen->second.begin();
-      EXPECT_EQ(cache->GetOne(Uids(*Object(number, of_image)), 1, &fetched), 0);
-      delete fetched;
-    }
-    if (i % 200 == 199) ExpectSound();
+  for (int study = 1; study <= 6; ++study) { // of 1 to 5 MB; the last one is small and was read just now
+    Util_Clock::SetNow(study == 6 ? kStart + 60 * kDay : kStart);
+    ASSERT_EQ(cache->Store(Object(study, 1, study == 6 ? 1024 : study * 1024).get(), false), 0);
+    ASSERT_EQ(cache->MarkStudyAsAccessed(Dicom_UI(Uid(study))), 0);
   }
-  EXPECT_GT(cleanings, 5);
-  std::printf("%d stores, %d refused, %d cleanings, %d studies given up, %zu left\n", stores, refused, cleanings, gone,
-              stored.size());
+  struct {
+    int mb, result;
+    std::vector<std::string> gone;
+  } const steps[] = {{0, 0, {Uid(5)}}, {5, 0, {}}, {6, 0, {Uid(4)}}, {12, 0, {Uid(3), Uid(2)}}, {19, -1, {Uid(1)}}};
+  for (auto const& [mb, result, gone] : steps) {
+    std::vector<std::string> given_up;
+    cache->SetStudyGivenUp([&](Disk_StudyMetaData const& study) { given_up.push_back(study.m_studyUID.GetText()); });
+    EXPECT_EQ(mb == 0 ? cache->Store(Object(7, 1, 4096).get(), false) : cache->AutoCleanMB(mb), result) << mb;
+    EXPECT_EQ(given_up, gone) << mb;
+  }
+  EXPECT_EQ(Studies(*cache), (std::set{Uid(6), Uid(7)}));
   ExpectSound();
-  for (auto const& [uid, images] : stored)
-    for (auto const& [number, of_image] : images) {
-      IOD_Msg* fetched = nullptr;
-      EXPECT_EQ(cache->GetOne(Uids(*Object(number, of_image)), 1, &fetched), 0);
-      delete fetched;
-    }
 }
 
 TEST_F(CacheTest, AFullDiskIsCleaned) {
@@ -365,7 +336,6 @@ TEST_F(CacheTest, AFullDiskIsCleaned) {
   constexpr int kStudies = 20, kKb = 200;
   for (int study = 1; study <= kStudies; ++study)
     ASSERT_EQ(cache->Store(Object(study, 1, kKb).get(), false), 0);
-  ASSERT_EQ(cache->MarkStudyAsAccessed(Dicom_UI(Uid(1))), 0);
   std::ofstream ballast(At("ballast"), std::ios::binary);
   for (std::string const block(4096, 'x'); ballast << block << std::flush;) {
   }
@@ -374,9 +344,6 @@ TEST_F(CacheTest, AFullDiskIsCleaned) {
   EXPECT_EQ(Store(*Open(), *Object(100, 1, kKb)), -1);
   EXPECT_EQ(Studies(*cache).size(), std::size_t(kStudies));
   ExpectNoDamage();
-  Util_Clock::SetNow(kStart + 40 * kDay);
-  EXPECT_EQ(cache->AutoCleanNStudies(1), 0);
-  EXPECT_EQ(Studies(*cache).count(Uid(1)), 0u) << "the one that was read long ago";
   cache->SetThreshold(100);
   EXPECT_EQ(cache->AutoCleanMB(2), 0);
   EXPECT_EQ(cache->Store(Object(101, 1, kKb).get(), false), 0);
@@ -388,60 +355,54 @@ TEST_F(CacheTest, AFullDiskIsCleaned) {
 // A cleaning waits for one of another process, whoever runs it and whatever signals come, and doesn't for one that was
 // killed.
 TEST_F(CacheTest, CleaningsDoNotOverlap) {
-  for (bool const unprivileged : {false, true}) {
+  for (auto const& [unprivileged, killed] : {std::pair(false, false), {false, true}, {true, false}, {true, true}}) {
     if (unprivileged && getuid() != 0) GTEST_SKIP() << "only root can be somebody else";
-    for (bool const killed : {false, true}) {
-      Clear();
-      fs::permissions(Prefix(), fs::perms::all);
-      Util_Clock::SetNow(kStart);
-      auto const drop_privileges = [unprivileged] {
-        constexpr unsigned kNobody = 65534;
-        return !unprivileged || (setgid(kNobody) == 0 && setuid(kNobody) == 0);
-      };
-      auto const in_child = [&](auto work) {
-        pid_t const child = fork();
-        if (child == 0) _exit(drop_privileges() && work() ? 0 : 1);
-        return child;
-      };
-      auto const succeeded = [](pid_t child) {
-        int status = 0;
-        return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-      };
-      ASSERT_TRUE(succeeded(in_child([&] {
-        umask(0);
-        auto const cache = Construct();
-        for (int study = 1; study <= 4; ++study)
-          if (cache->Store(Object(study, 1).get(), false) == -1 ||
-              cache->MarkStudyAsAccessed(Dicom_UI(Uid(study))) == -1)
-            return false;
-        return true;
-      })));
-      Util_Clock::SetNow(kStart + 100 * kDay);
-      std::string const marker = At("cleaning");
-      pid_t const first = in_child([&] {
-        auto const cache = Construct();
-        FaultyFileSystem const slow([&](std::string_view call, char const* path) {
-          if (call == "Unlink" && std::string(path).find("/I") != std::string::npos) {
-            std::ofstream(marker).close();
-            usleep(200000);
-          }
-          return 0;
-        });
-        return cache->AutoCleanNStudies(3) == 0;
+    Clear();
+    fs::permissions(Prefix(), fs::perms::all);
+    Util_Clock::SetNow(kStart);
+    auto const start = [unprivileged = unprivileged](auto work) {
+      pid_t const child = fork();
+      constexpr unsigned kNobody = 65534;
+      if (child == 0) _exit((!unprivileged || (setgid(kNobody) == 0 && setuid(kNobody) == 0)) && work() ? 0 : 1);
+      return child;
+    };
+    auto const succeeded = [](pid_t child) {
+      int status = 0;
+      return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    };
+    ASSERT_TRUE(succeeded(start([&] {
+      umask(0);
+      int result = 0;
+      for (int study = 1; study <= 4; ++study)
+        result |=
+            Construct()->Store(Object(study, 1).get(), false) | Construct()->MarkStudyAsAccessed(Dicom_UI(Uid(study)));
+      return result == 0;
+    })));
+    Util_Clock::SetNow(kStart + 100 * kDay);
+    std::string const marker = At("cleaning");
+    pid_t const first = start([&] {
+      auto const cache = Construct();
+      FaultyFileSystem const slow([&](std::string_view call, char const* path) {
+        if (call == "Unlink" && std::string(path).find("/I") != std::string::npos) {
+          std::ofstream(marker).close();
+          usleep(200000);
+        }
+        return 0;
       });
-      while (!fs::exists(marker))
-        usleep(1000);
-      if (killed) kill(first, SIGKILL);
-      // the second counts what the first has left: it can't have begun before
-      EXPECT_TRUE(succeeded(in_child([&] {
-        struct sigaction interrupted {};
-        interrupted.sa_handler = [](int) {}; // without SA_RESTART
-        sigaction(SIGALRM, &interrupted, nullptr);
-        ualarm(5000, 5000);
-        auto const cache = Construct();
-        return cache->AutoCleanNStudies(0) == 0 && (killed || Studies(*cache).size() == 1);
-      })));
-      EXPECT_EQ(succeeded(first), !killed);
-    }
+      return cache->AutoCleanNStudies(3) == 0;
+    });
+    while (!fs::exists(marker))
+      usleep(1000);
+    if (killed) kill(first, SIGKILL);
+    // the second counts what the first has left: it can't have begun before
+    EXPECT_TRUE(succeeded(start([&, killed = killed] {
+      struct sigaction interrupted {};
+      interrupted.sa_handler = [](int) {}; // without SA_RESTART
+      sigaction(SIGALRM, &interrupted, nullptr);
+      ualarm(5000, 5000);
+      auto const cache = Construct();
+      return cache->AutoCleanNStudies(0) == 0 && (killed || Studies(*cache).size() == 1);
+    })));
+    EXPECT_EQ(succeeded(first), !killed);
   }
 }

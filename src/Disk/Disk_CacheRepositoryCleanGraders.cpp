@@ -1,8 +1,6 @@
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
-#include <Disk/Disk_CacheRepository_Graders.h>
+#include <Disk/Disk_CacheRepositoryCleanGraders.h>
 #include <infra/Klb_LogFile.h>
-#include <infra/ThreadTools.h>
-#include <infra/Util_Clock.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -12,11 +10,9 @@
 
 namespace {
 
-constexpr int kFull = 100, kLow = 20; // what a threshold reckons with
+constexpr int kFull = 100;
 
-Mutex s_instance_mutex;
-
-// The order of these is that of the grades of a study. The mutex above comes first.
+// The order of these is that of the grades of a study.
 Disk_CacheRepository_AccessDateStudyGrader s_access_grader;
 Disk_CacheRepository_StoreDateStudyGrader s_store_grader;
 Disk_CacheRepository_SizeStudyGrader s_size_grader;
@@ -35,12 +31,7 @@ double Seconds(Dicom_DT const& when) {
   return double(std::mktime(&parts));
 }
 
-Dicom_DT Now() {
-  std::tm now{};
-  if (Util_Clock::LocalTime(Util_Clock::Now(), &now) == -1) return DT_NULL;
-  return {Dicom_DA(now.tm_year + 1900, now.tm_mon + 1, now.tm_mday), Dicom_TM(now.tm_hour, now.tm_min, now.tm_sec),
-          nullptr};
-}
+Dicom_DT Now() { return {Dicom_DA::GetCurrentDate(), Dicom_TM::GetTickCount(), nullptr}; }
 
 /// What the two graders by date differ in.
 struct DateTexts {
@@ -94,46 +85,6 @@ Disk_CacheRepositoryGraderBase::Disk_CacheRepositoryGraderBase() {
 
 Disk_CacheRepositoryGraderBase::~Disk_CacheRepositoryGraderBase() {
   Disk_CacheRepositoryCleanGradeFactory::GetInstance()->UnregisterGrader(this);
-}
-
-// The factory
-
-Disk_CacheRepositoryCleanGradeFactory* Disk_CacheRepositoryCleanGradeFactory::GetInstance() {
-  static Disk_CacheRepositoryCleanGradeFactory* s_instance = nullptr;
-  ThreadAPI_LockGuard const guard(s_instance_mutex, true);
-  if (!s_instance) s_instance = new Disk_CacheRepositoryCleanGradeFactory(); // outlives the graders
-  return s_instance;
-}
-
-void Disk_CacheRepositoryCleanGradeFactory::RegisterGrader(Disk_CacheRepositoryGraderBase* grader) {
-  if (m_graderCount < kMostGraders) {
-    m_graders[m_graderCount++] = grader;
-    return;
-  }
-  DISK_LOG(4, "Cache Repoisotry has tried to register too many cleanup graders. maximum available graders are: %d\n",
-           kMostGraders);
-}
-
-void Disk_CacheRepositoryCleanGradeFactory::UnregisterGrader(Disk_CacheRepositoryGraderBase* grader) {
-  auto const end = m_graders + m_graderCount, found = std::find(m_graders, end, grader);
-  if (found == end) return;
-  std::move(found + 1, end, found);
-  --m_graderCount;
-}
-
-void Disk_CacheRepositoryCleanGradeFactory::GradeStudies(Disk_StudyMetaData* studies, int count) {
-  for (int i = 0; i < m_graderCount; ++i)
-    m_graders[i]->GradeStudies(studies, count);
-}
-
-int Disk_CacheRepositoryCleanGradeFactory::CalculateThreshold(int weightLimit) {
-  int weights = 0, sum = 0;
-  for (int i = 0; i < m_graderCount; ++i) {
-    int const weight = m_graders[i]->GetWeight();
-    weights += weight;
-    sum += weight * (weight < weightLimit ? kLow : kFull);
-  }
-  return weights == 0 ? 0 : sum / weights;
 }
 
 // The graders
