@@ -32,6 +32,9 @@ std::string Name(Dicom_Tag const& tag);
 // The uppermost level whose records hold the attribute; IMAGE for all that the upper ones don't know.
 Level LevelOf(Dicom_Tag const& tag);
 
+// Whether the records that this system writes hold the attribute.
+bool IsKept(Dicom_Tag const& tag, bool standard);
+
 // Takes "PatientName=Miller*" or "PatientName" apart. 0, or -1 and why in `*problem`.
 int ParseKey(std::string const& text, Key* key, std::string* problem);
 // The keys of a level's table when nobody asks for others.

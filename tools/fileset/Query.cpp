@@ -22,7 +22,8 @@ Keys: an attribute by its DICOM keyword or tag, and the value that it must have.
 characters and ? for one; dates and times take ranges (20240101-20241231, 20240101-, -20241231); UIDs
 take lists (1.2.3\1.2.4). Names are compared without regard to case. A key without a value asks for the
 attribute to be shown; without any such key the usual ones of the level are shown.
-Keys may belong to any level: a patient's name finds images too.
+Keys may belong to any level: a patient's name finds images too. A key that no record keeps is told on
+standard error.
 
 This system's own attributes have names as well: StudyStoreDate, StudyAccessDate, ProtectionFlag.
 
@@ -32,7 +33,8 @@ Examples:
   fileset query /data/set --level image --key Modality=CT --json
 
 Ends with 0 also when nothing is found, with 1 when something can't be read (what can be is shown, the
-rest is told), 2 for an unknown keyword or level, 3 when the file-set can't be opened.)";
+rest is told), 2 for an unknown keyword or level, or a date that is none, 3 when there is no file-set or
+it can't be opened.)";
 
 // Wider cells are cut on a terminal; a UID has 64 characters at most.
 constexpr std::size_t kWidest = 64;
@@ -115,10 +117,22 @@ void AddDefaultKeys(Level level, std::vector<Key>* keys) {
 }
 
 // A key that nothing at this level can match looks like a file-set without such objects.
-void WarnOfLowerKeys(std::vector<Key> const& keys, Level level, Report const& report) {
+void WarnOfLowerKeys(std::vector<Key> const& keys, Level level, bool standard, Report const& report) {
   for (Key const& key : keys)
-    if (!key.value.empty() && Attributes::LevelOf(key.tag) > level)
+    if (!key.value.empty() && Attributes::LevelOf(key.tag) > level && Attributes::IsKept(key.tag, standard))
       report.Warn(Attributes::Name(key.tag), "kept at a lower level, try --level series or --level image");
+}
+
+// A key that this system never keeps. Records of other systems may hold it.
+void WarnOfUnkept(std::vector<Key> const& keys, bool standard, Search::Rows const& rows, Report const& report) {
+  for (Key const& key : keys) {
+    bool const is_there = std::any_of(rows.begin(), rows.end(), [&key](auto const& row) {
+      Dicom_Type const* const value = row->Get(key.tag);
+      return value && !value->IsEmpty();
+    });
+    if (!is_there && !Attributes::IsKept(key.tag, standard))
+      report.Warn(Attributes::Name(key.tag), "the records don't keep it, so it is neither found nor shown");
+  }
 }
 
 int Run(Options const& options) {
@@ -134,7 +148,8 @@ int Run(Options const& options) {
   if (!set.root) return kNotOpened;
   Search::Rows rows;
   if (Search(set, log, report).PassOverDamage().Run(level.level, keys, &rows) == -1) return kNotOpened;
-  if (rows.empty()) WarnOfLowerKeys(keys, level.level, report);
+  WarnOfUnkept(keys, set.structure == Structure::Standard, rows, report);
+  if (rows.empty()) WarnOfLowerKeys(keys, level.level, set.structure == Structure::Standard, report);
   if (rows.size() > options.limit) rows.resize(options.limit);
   if (options.json)
     PrintJson(rows);
@@ -157,7 +172,9 @@ Command AddQuery(CLI::App& app) {
       ->expected(1)
       ->take_all()
       ->allow_extra_args(false);
-  line->add_option("--limit", options->limit, "No more than so many")->option_text("N");
+  line->add_option("--limit", options->limit, "No more than so many")
+      ->option_text("N")
+      ->check(CLI::Range(0, 2147483647));
   line->add_flag("--json", options->json, "DICOM JSON model instead of a table");
   return {line, [options] { return Run(*options); }};
 }
