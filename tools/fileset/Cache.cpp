@@ -47,7 +47,7 @@ a wrong command line, 3 when the cache can't be opened.)";
 struct StoreOptions {
   std::string directory;
   std::vector<std::string> sources;
-  bool accept_mismatch = false, json = false;
+  bool accept_mismatch = false, init = false, strict = false, json = false;
 };
 
 // 2026-01-31, or 2026-01-31T17:30. 0, or -1.
@@ -60,8 +60,11 @@ int SetNow(std::string const& text) {
   parts.tm_year -= 1900;
   parts.tm_mon -= 1;
   parts.tm_isdst = -1;
-  std::time_t const now = std::mktime(&parts);
-  if (now <= 0) return -1;
+  std::tm const wanted = parts;
+  std::time_t const now = std::mktime(&parts); // turns 31 February into 3 March
+  if (now <= 0 || parts.tm_mon != wanted.tm_mon || parts.tm_mday != wanted.tm_mday || wanted.tm_hour > 23 ||
+      wanted.tm_min > 59)
+    return -1;
   Util_Clock::SetNow(now);
   return 0;
 }
@@ -97,40 +100,48 @@ std::string StoreFile(std::string const& path, StoreOptions const& options, Cach
 int RunStore(StoreOptions const& options) {
   Report report;
   EngineLog log(options.directory);
-  auto const cache = CacheView::Open(options.directory, true, log, report);
+  auto const cache = CacheView::Open(options.directory, options.init ? Access::MakeAmong : Access::Make, log, report);
   if (!cache) return kNotOpened;
-  std::vector<std::string> const files = FindSourceFiles(options.sources, options.directory, report);
+  SourceFiles const files = FindSourceFiles(options.sources, options.directory, report);
   Kept kept;
   cache->SetStudyGivenUp([&kept](Disk_StudyMetaData const& study) { kept.GiveUp(study.m_studyUID.GetText()); });
-  std::size_t refused = 0;
+  std::size_t refused = 0, skipped = 0;
   WatchForInterruption();
-  report.Begin(files.size());
-  for (std::string const& file : files) {
-    if (IsInterrupted()) break;
+  report.Begin(files.paths.size());
+  for (std::size_t i = 0; i < files.paths.size() && !IsInterrupted(); ++i) {
+    std::string const& file = files.paths[i];
     std::string study;
     std::string const cause = StoreFile(file, options, *cache, log, &study);
     if (cause.empty()) {
       ++kept.stored[study];
+    } else if (!options.strict && files.from_folder[i] && IsNoObject(file, cause)) {
+      ++skipped;
     } else {
       ++refused;
       report.Fail(file, cause);
+      if (RanOutOfDisk()) break; // so would all others
     }
     report.Step();
   }
   report.End();
   if (IsInterrupted()) report.Fail(options.directory, "interrupted before all files were stored");
+  if (kept.stored.empty() && kept.lost.empty() && report.Failures().empty())
+    report.Fail(options.directory, "nothing to store was found");
   for (auto const& [uid, count] : kept.lost)
     report.Fail("study " + uid, std::to_string(count) + " of the objects just stored had to go again for others");
   if (options.json) {
-    std::printf(
-        "%s\n",
-        JsonText({{"stored", kept.Count()}, {"given_up", kept.given_up}, {"failures", FailuresJson(report, "file")}})
-            .c_str());
+    std::printf("%s\n", JsonText({{"stored", kept.Count()},
+                                  {"skipped", skipped},
+                                  {"given_up", kept.given_up},
+                                  {"failures", FailuresJson(report, "file")}})
+                            .c_str());
     return report.Result();
   }
   for (std::string const& uid : kept.given_up)
     std::printf("gave up study %s\n", uid.c_str());
-  std::printf("%zu stored, %zu refused, %zu studies given up\n", kept.Count(), refused, kept.given_up.size());
+  std::string const no_objects = ", " + std::to_string(skipped) + " skipped, as they are no objects";
+  std::printf("%zu stored, %zu refused%s, %zu studies given up\n", kept.Count(), refused,
+              skipped > 0 ? no_objects.c_str() : "", kept.given_up.size());
   return report.Result();
 }
 
@@ -140,6 +151,8 @@ Command AddCacheStore(CLI::App& app) {
   line->add_option("DIR", options->directory, "The cache; made if it isn't there")->required();
   line->add_option("FILES", options->sources, "Files and folders")->required();
   line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
+  line->add_flag("--init", options->init, "Make a new cache although DIR holds other things");
+  line->add_flag("--strict", options->strict, "A file in a folder that is no object is a failure too");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return RunStore(*options); }};
 }

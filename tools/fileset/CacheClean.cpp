@@ -95,7 +95,7 @@ int RunCacheClean(CacheCleanOptions const& options) {
   EngineLog log(options.directory);
   int images = 0;
   if (CheckOptions(options, &images, report) == -1) return kUsage;
-  auto const cache = CacheView::Open(options.directory, false, log, report);
+  auto const cache = CacheView::Open(options.directory, Access::Change, log, report);
   if (!cache) return kNotOpened;
   std::vector<Disk_StudyMetaData> before;
   if (cache->Studies(&before) == -1) {

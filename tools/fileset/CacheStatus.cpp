@@ -122,7 +122,7 @@ void PrintJson(CacheView& cache, CacheView::Space const& space, std::vector<Disk
 int RunCacheStatus(CacheStatusOptions const& options) {
   Report report;
   EngineLog log(options.directory);
-  auto const cache = CacheView::Open(options.directory, false, log, report);
+  auto const cache = CacheView::Open(options.directory, Access::Change, log, report);
   if (!cache) return kNotOpened;
   std::vector<Disk_StudyMetaData> studies;
   if (cache->Studies(&studies) == -1) {

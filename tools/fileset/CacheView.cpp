@@ -1,7 +1,6 @@
 #include "CacheView.h"
 
 #include "EngineLog.h"
-#include "FileSet.h"
 #include "Report.h"
 
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
@@ -11,16 +10,12 @@
 #include <infra/I18n.h>
 #include <set>
 
-std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, bool may_make, EngineLog& log,
+std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, Access access, EngineLog& log,
                                            Report& report) {
-  Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
-  FoundFileSet const found = RecogniseFileSet(directory);
-  bool const is_new = found.structure == Structure::None && may_make;
-  std::string problem = is_new ? "" : found.problem;
-  if (is_new && MakeFileSetDirectory(directory) == -1) problem = std::strerror(errno);
+  FoundFileSet const found = FindFileSet(directory, access, false);
+  std::string problem = found.problem;
   if (problem.empty() && found.structure == Structure::Standard)
     problem = "a file-set of the standard structure can't be a cache";
-  if (problem.empty() && found.structure == Structure::None && !may_make) problem = kNoFileSet;
   if (!problem.empty()) {
     report.Fail(directory, problem);
     return nullptr;

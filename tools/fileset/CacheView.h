@@ -1,6 +1,8 @@
 // A file-set seen as a bounded cache: what limits it, and who would go.
 #pragma once
 
+#include "FileSet.h"
+
 #include <Disk/Disk_CacheRepository.h>
 #include <memory>
 #include <string>
@@ -18,8 +20,8 @@ public:
     std::string limited_by; // what the quota follows from
   };
 
-  // Null (reported) when there is no cache. A new one is made if `may_make`.
-  static std::unique_ptr<CacheView> Open(std::string const& directory, bool may_make, EngineLog& log, Report& report);
+  // Null (reported) when there is no cache, and the access makes none.
+  static std::unique_ptr<CacheView> Open(std::string const& directory, Access access, EngineLog& log, Report& report);
 
   Space Measure();
   // Graded, in the order in which they would go. 0, or -1.

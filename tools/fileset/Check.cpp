@@ -69,7 +69,7 @@ std::size_t CountDamage(Disk_CheckResult const& result) {
                                    [](auto const& finding) { return finding.cause == Disk_Finding::Damage; }));
 }
 
-void PrintResult(Disk_CheckResult const& result, bool deep) {
+void PrintResult(Disk_CheckResult const& result, bool deep, bool has_records) {
   for (Disk_Finding const& finding : result.findings)
     PrintFinding(finding);
   if (result.n_findings > result.findings.size())
@@ -80,12 +80,12 @@ void PrintResult(Disk_CheckResult const& result, bool deep) {
   if (deep)
     std::printf(", %llu objects read, %llu decoded", number(result.objects_read), number(result.objects_decoded));
   if (result.n_findings == 0)
-    std::printf(": sound\n");
+    std::printf(has_records ? ": sound\n" : ": no records\n");
   else
     std::printf(": %llu findings, %zu of them damage for sure\n", number(result.n_findings), CountDamage(result));
 }
 
-void PrintJson(Disk_CheckResult const& result, bool deep) {
+void PrintJson(Disk_CheckResult const& result, bool deep, bool has_records) {
   nlohmann::json findings = nlohmann::json::array();
   for (Disk_Finding const& finding : result.findings)
     findings.push_back({{"kind", finding.kind},
@@ -96,10 +96,10 @@ void PrintJson(Disk_CheckResult const& result, bool deep) {
                         {"instance", finding.instance_uid},
                         {"path", finding.path},
                         {"text", finding.text}});
-  nlohmann::json whole = {{"patients", result.patients},    {"studies", result.studies},
-                          {"series", result.series},        {"images", result.instances},
-                          {"findings", findings},           {"findings_in_all", result.n_findings},
-                          {"sound", result.n_findings == 0}};
+  nlohmann::json whole = {{"patients", result.patients}, {"studies", result.studies},
+                          {"series", result.series},     {"images", result.instances},
+                          {"findings", findings},        {"findings_in_all", result.n_findings},
+                          {"records", has_records},      {"sound", has_records && result.n_findings == 0}};
   if (deep) whole["objects_read"] = result.objects_read, whole["objects_decoded"] = result.objects_decoded;
   std::printf("%s\n", JsonText(whole).c_str());
 }
@@ -109,9 +109,10 @@ int Run(Options const& options) {
   EngineLog log(options.directory);
   FoundFileSet const found = RecogniseFileSet(options.directory);
   if (found.structure == Structure::None) {
-    report.Fail(options.directory, found.problem.empty() ? kNoFileSet : found.problem);
+    report.Fail(options.directory, found.problem);
     return kNotOpened;
   }
+  if (!found.has_records) report.Warn(options.directory, kNoRecords);
   Disk_StoreParams params;
   params.standard_structure = found.structure == Structure::Standard;
   WatchForInterruption();
@@ -134,7 +135,10 @@ int Run(Options const& options) {
     report.Fail(options.directory, log.Cause());
     return kNotOpened;
   }
-  options.json ? PrintJson(result, options.deep) : PrintResult(result, options.deep);
+  if (options.json)
+    PrintJson(result, options.deep, found.has_records);
+  else
+    PrintResult(result, options.deep, found.has_records);
   return result.n_findings == 0 ? kDone : kFailed;
 }
 

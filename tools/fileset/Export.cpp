@@ -3,17 +3,21 @@
 #include "EngineLog.h"
 #include "Interruption.h"
 #include "Json.h"
+#include "Medium.h"
 #include "ObjectWriter.h"
+#include "OwnFiles.h"
 #include "Report.h"
 #include "Search.h"
-#include "StoreObject.h"
 
 #include <Disk/Disk_Access.h>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
+#include <dicom/Dicom_UIDic.h>
+#include <dicom/Util_File.h>
 #include <infra/Util_FileSystem.h>
 #include <memory>
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -24,21 +28,24 @@ The files are named FOLDER/SOPINSTANCEUID.dcm. A file that is there already is l
 as a failure, unless --force is given. FOLDER is made if need be.
 
 With --standard FOLDER becomes a file-set of the standard structure, with a DICOMDIR that other DICOM
-software reads. It must be empty or not exist. One sync at the end makes it survive a power cut.
+software reads. It must be empty or not exist. One sync at the end makes it survive a power cut. Its
+objects are decompressed, so that any reader can show them, unless --as-stored is given; the DICOMDIR tells of
+each file how it is encoded.
 
-Compressed pixels stay compressed unless --decompress is given. An object that can't be copied, or read, is told,
+Into a folder without DICOMDIR compressed pixels stay compressed unless --decompress is given. An object that
+can't be copied, or read, is told,
 and the others are copied; nothing is taken back.
 
 Examples:
   fileset export /data/set --study 1.2.840.4711 --out /tmp/study
-  fileset export /data/set --study 1.2.840.4711 --out /tmp/medium --standard --decompress
+  fileset export /data/set --study 1.2.840.4711 --out /tmp/medium --standard
 
 Ends with 0 when every object was copied, 1 when nothing was found or something failed (a line on
 standard error for each), 2 for a wrong command line, 3 when the file-set can't be opened.)";
 
 struct Options {
   std::string directory, study, series, image, out;
-  bool standard = false, decompress = false, force = false, json = false;
+  bool standard = false, as_stored = false, decompress = false, force = false, json = false;
 };
 
 // A list each for the library: one, but for a series or an image that stands in several places.
@@ -104,38 +111,46 @@ public:
 
   int Open() override {
     if (FolderTarget::Open() == -1) return -1;
-    std::error_code error;
-    if (!std::filesystem::is_empty(options_.out, error)) {
-      report_.Fail(options_.out, error ? error.message() : "isn't empty, which a new file-set needs");
+    if (ContentsOf(options_.out) != Contents::Nothing) {
+      report_.Fail(options_.out, "isn't empty, which a new file-set needs");
       return -1;
     }
-    Disk_StoreParams const params(Disk_StoreParams::STANDARD_STRUCTURE | Disk_StoreParams::STORE_NATIVE);
-    set_ = OpenFileSet(options_.out, Access::ReadWrite, params, log_, report_);
-    return set_.root ? 0 : -1;
+    Disk_StoreParams const params(Disk_StoreParams::STANDARD_STRUCTURE);
+    FileSet set = OpenFileSet(options_.out, Access::Make, params, log_, report_);
+    if (!set.root) return -1;
+    medium_.emplace(std::move(set), log_);
+    return 0;
   }
 
   bool Add(IOD_Msg& object, std::string const& uid) override {
     std::string problem;
-    if (options_.decompress) Decompress(object, &problem);
-    if (!problem.empty()) report_.Fail(uid, problem);
+    std::string_view bytes = options_.as_stored ? object.GetOriginalBuffer() : std::string_view();
+    if (!options_.as_stored) Decompress(object, &problem);
+    if (!problem.empty()) report_.Fail(uid, std::exchange(problem, {}));
+    int status = 0;
+    std::unique_ptr<Util_File> file;
+    if (bytes.empty()) {
+      file = std::make_unique<Util_File>(object, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, &problem);
+      bytes = file->Bytes();
+    }
     // without waiting for the disk; the file-set that is read from notes its access in the usual way
     Util_FileSystem::SetDurability(Util_Durability::Relaxed);
-    problem = StoreObject(object, {false, true, ""}, set_, log_);
+    if (problem.empty()) problem = medium_->Add(object, bytes);
     Util_FileSystem::SetDurability(Util_Durability::Full);
     if (!problem.empty()) report_.Fail(uid, problem);
     return problem.empty();
   }
 
   void Finish() override {
-    if (set_.root->Sync() == -1)
+    if (medium_->Sync() == -1)
       report_.Fail(options_.out,
                    std::string("may not survive a power cut, as the sync failed: ") + std::strerror(errno));
-    set_.root.reset();
+    medium_.reset();
   }
 
 private:
   EngineLog& log_;
-  FileSet set_;
+  std::optional<Medium> medium_;
 };
 
 // The number of objects copied from the list.
@@ -219,7 +234,7 @@ int Run(Options const& options) {
   if (FindLists(options, search, &lists) == -1) return kNotOpened;
   WatchForInterruption();
   std::size_t copied = 0;
-  CopyAll(lists, options, set, search, *target, log, report, &copied);
+  if (set.has_records) CopyAll(lists, options, set, search, *target, log, report, &copied);
   if (IsInterrupted()) report.Fail(options.out, "interrupted before all objects were copied");
   PrintOutcome(copied, options, report);
   return report.Result();
@@ -240,7 +255,11 @@ Command AddExport(CLI::App& app) {
   series->excludes(image);
   line->add_option("--out", options->out, "Folder to copy to")->option_text("FOLDER")->required();
   CLI::Option* standard = line->add_flag("--standard", options->standard, "Make a file-set with a DICOMDIR of FOLDER");
-  line->add_flag("--decompress", options->decompress, "Write uncompressed pixels, as explicit little endian");
+  CLI::Option* decompress =
+      line->add_flag("--decompress", options->decompress, "Write uncompressed pixels, as explicit little endian");
+  line->add_flag("--as-stored", options->as_stored, "With --standard: leave compressed pixels as they are")
+      ->needs(standard)
+      ->excludes(decompress);
   line->add_flag("--force", options->force, "Write over files that are there")->excludes(standard);
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};

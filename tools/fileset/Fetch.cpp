@@ -112,8 +112,11 @@ int Run(Options const& options) {
   if (FindWanted(options, set, log, report, &wanted) == -1) return kNotOpened;
   if (wanted.empty()) {
     bool const whole = report.Failures().empty();
-    report.Fail(options.directory, whole ? "holds no such object" : "what can be read of it holds no such object");
-    return kFailed;
+    if (set.has_records)
+      report.Fail(options.directory, whole ? "holds no such object" : "what can be read of it holds no such object");
+    else
+      PrintOutcome({}, 0, options, report);
+    return report.Result();
   }
   ObjectWriter writer(options.out, options.force);
   if (writer.MakeFolder() == -1) {

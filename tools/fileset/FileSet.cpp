@@ -2,6 +2,7 @@
 
 #include "Command.h"
 #include "EngineLog.h"
+#include "OwnFiles.h"
 #include "Report.h"
 
 #include <algorithm>
@@ -19,6 +20,8 @@ namespace {
 constexpr Dicom_Tag kFirstOffset{0x0004, std::uint16_t(0x1200)};
 constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
 
+constexpr char kNoFileSet[] = "holds no file-set: there is no DICOMDIR";
+constexpr char kLost[] = "its DICOMDIR is gone, though there is its VERSION: bring it back from a backup; or ";
 constexpr char kStandard[] = "a file-set of the standard structure; only one of the private structure can do this";
 
 // Whether both offsets are 0; nothing unless the file begins as a directory file does.
@@ -48,6 +51,27 @@ Structure GuessStructure(std::string const& directory) {
   return Structure::Standard;
 }
 
+// Makes the directory of a file-set where there is none, so that it survives a power cut. 0, or -1 with errno.
+int MakeDirectory(std::string const& directory) {
+  bool made = false;
+  if (Util_FileSystem::MakeDirectory(directory.c_str(), 0775, &made) == -1) return errno == EEXIST ? 0 : -1;
+  return made ? Util_FileSystem::SyncDirectory((directory + "/..").c_str()) : 0;
+}
+
+// Why no file-set may be made in a directory that has none; empty if one may.
+std::string Obstacle(Contents contents, Access access, bool standard) {
+  if (contents == Contents::LostStandard && !(access == Access::MakeAmong && standard))
+    return std::string(kLost) + "store what it holds into a new file-set, with --standard if you like; "
+                                "--init --standard makes a new one here, without these objects";
+  if (contents == Contents::LostPrivate && (access != Access::MakeAmong || standard))
+    return std::string(kLost) + "store with --init, and `fileset scan --adopt` gives the objects new records";
+  if (contents == Contents::Other && access != Access::MakeAmong)
+    return "is no file-set, and isn't empty: a new one is made in an empty folder, or with --init here; the file-set "
+           "is "
+           "named first, and what is to be stored behind it";
+  return {};
+}
+
 std::unique_ptr<Disk_RootDirectoryFile> Open(std::string const& directory, Disk_StoreParams params) {
   int status = 0;
   auto root = std::make_unique<Disk_RootDirectoryFile>(directory.c_str(), params, 0, &status, nullptr);
@@ -65,7 +89,7 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
   if (stat(directory.c_str(), &status) == -1) return {{}, std::strerror(errno)};
   if (!S_ISDIR(status.st_mode)) return {{}, "not a directory"};
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
-  if (!file && errno == ENOENT) return {};
+  if (!file && errno == ENOENT) return {{}, kNoFileSet};
   if (!file) return {{}, std::string("DICOMDIR: ") + std::strerror(errno)};
   if (fstat(file.Get(), &status) == -1 || !S_ISREG(status.st_mode)) return {{}, "DICOMDIR isn't a file"};
   std::optional<bool> const no_offsets = HasNoOffsets(file.Get());
@@ -73,7 +97,23 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
   // a power cut can take the first VERSION away
   bool const own =
       *no_offsets && (access(version.c_str(), F_OK) == 0 || GuessStructure(directory) == Structure::Private);
-  return {own ? Structure::Private : Structure::Standard, {}};
+  return {own ? Structure::Private : Structure::Standard, {}, own || !*no_offsets};
+}
+
+FoundFileSet FindFileSet(std::string const& directory, Access access, bool standard) {
+  bool const makes = access == Access::Make || access == Access::MakeAmong;
+  if (makes && MakeDirectory(directory) == -1) return {{}, std::string("can't be made: ") + std::strerror(errno)};
+  Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
+  FoundFileSet found = RecogniseFileSet(directory);
+  if (found.problem != kNoFileSet) return found;
+  Contents const contents = ContentsOf(directory);
+  std::string problem = Obstacle(contents, access, standard);
+  if (problem.empty() && makes) return {};
+  // another program may have made one meanwhile, and its VERSION was seen
+  found = RecogniseFileSet(directory);
+  bool const is_lost = contents == Contents::LostPrivate || contents == Contents::LostStandard;
+  if (found.problem == kNoFileSet && (makes || is_lost)) found.problem = std::move(problem);
+  return found;
 }
 
 bool IsInside(std::string const& path, std::string const& directory) {
@@ -92,26 +132,21 @@ bool MayReceive(std::string const& folder, std::string const& directory, Report&
   return false;
 }
 
-int MakeFileSetDirectory(std::string const& directory) {
-  bool made = false;
-  if (Util_FileSystem::MakeDirectory(directory.c_str(), 0775, &made) == -1) return errno == EEXIST ? 0 : -1;
-  return made ? Util_FileSystem::SyncDirectory((directory + "/..").c_str()) : 0;
-}
-
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report) {
-  FileSet set{directory, {}, nullptr};
-  Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
-  auto const [structure, problem] = RecogniseFileSet(directory);
-  set.structure = structure;
+  auto const [structure, problem, has_records] = FindFileSet(directory, access, params.standard_structure);
+  FileSet set{directory, structure, has_records, nullptr};
+  bool const writes = access != Access::Read && access != Access::Visit;
   if (!problem.empty()) {
     report.Fail(directory, problem);
     return set;
   }
-  if (structure == Structure::None && access == Access::Change) {
-    report.Fail(directory, kNoFileSet);
+  if (!has_records && writes) {
+    report.Fail(directory, std::string(kNoRecords) + ", not even a place for them, so nothing can be appended: "
+                                                     "a new file-set is made in another folder");
     return set;
   }
+  if (!has_records) report.Warn(directory, kNoRecords);
   if (structure == Structure::Private && params.standard_structure) {
     report.Fail(directory, "its structure is private; --standard is for a new file-set");
     return set;
@@ -135,8 +170,7 @@ int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StorePa
   *result = kNotOpened;
   if (!set->root) return -1;
   if (set->structure == Structure::Private) return 0;
-  bool const is_standard = set->structure == Structure::Standard;
-  report.Fail(directory, is_standard ? kStandard : kNoFileSet);
-  if (is_standard) *result = kFailed;
+  report.Fail(directory, kStandard);
+  *result = kFailed;
   return -1;
 }

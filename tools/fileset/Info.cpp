@@ -93,9 +93,7 @@ int Gather(FileSet& set, EngineLog& log, Report& report, Facts* facts) {
   return 0;
 }
 
-char const* StructureName(Structure structure) {
-  return structure == Structure::None ? "none" : structure == Structure::Private ? "private" : "standard";
-}
+char const* StructureName(Structure structure) { return structure == Structure::Private ? "private" : "standard"; }
 
 std::string Listed(std::map<std::string, std::size_t> const& counts) {
   std::string text;
@@ -111,7 +109,7 @@ std::string FromTo(Range const& range) {
 
 void PrintText(Facts const& facts) {
   std::pair<char const*, std::string> const lines[] = {
-      {"Structure", facts.structure == Structure::None ? "none, there is no DICOMDIR" : StructureName(facts.structure)},
+      {"Structure", StructureName(facts.structure)},
       {"Version", std::to_string(facts.version)},
       {"Patients", std::to_string(facts.patients)},
       {"Studies", std::to_string(facts.studies)},

@@ -2,6 +2,7 @@
 
 #include "EngineLog.h"
 #include "Json.h"
+#include "OwnFiles.h"
 #include "Report.h"
 #include "StoreObject.h"
 #include "Text.h"
@@ -26,8 +27,9 @@ with all that it holds.
 --adopt stores those that are whole DICOM objects and whose SOP Instance UID the file-set doesn't know, or
 knows of a file that is gone: the file is renamed to its place. An object that the file-set has already is
 left where it is, and told.
---remove deletes what is listed, after asking; where nobody can be asked it takes --yes. A symbolic link
-is removed, never followed. With both, what can be adopted is, and the rest is removed, but for what holds an
+--remove deletes what is listed, after asking; where nobody can be asked it takes --yes. Only what a file-set
+makes itself is deleted: files and folders with its names, that hold nothing else; symbolic links and all other
+things stay, and are told. With both, what can be adopted is, and the rest is removed, but for what holds an
 object that can't be adopted, or a file that can't be read. Neither is done while records can't be read.
 Only file-sets of the private structure can do this.
 
@@ -70,6 +72,12 @@ bool IsObjectFile(std::string const& path) {
     if (name == other) return false;
   return name.extension() != ".tmp" && Util_FileSystemInterface::Current().Lstat(path.c_str(), &status) == 0 &&
          S_ISREG(status.st_mode);
+}
+
+// Marks what somebody else has put there.
+void KeepForeign(Zombies& zombies, std::string const& directory) {
+  for (Zombie& zombie : zombies)
+    if (zombie.stays.empty() && !CanBeOwn(zombie.path, directory)) zombie.stays = "nothing that a file-set makes";
 }
 
 // Stores the file if it is an object that the file-set lacks. False (reported) if it is one and can't be stored, or
@@ -182,6 +190,7 @@ int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report,
   if (handles && options.adopt && AdoptAll(set, log, report, recorded, outcome) == -1) return -1;
   // a record may name what is further down than the scan looks
   Keep(outcome->zombies, recorded.paths, "what a record names");
+  KeepForeign(outcome->zombies, set.directory);
   if (!options.json) PrintZombies(*outcome);
   auto const count = std::count_if(outcome->zombies.begin(), outcome->zombies.end(),
                                    [](Zombie const& zombie) { return zombie.stays.empty(); });

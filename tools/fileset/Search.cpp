@@ -60,7 +60,7 @@ int Ask(Disk_RootDirectoryFile& root, SCL_QueryIdentifier const& identifier, Sea
 int Search::Run(Level level, std::vector<Key> const& keys, Rows* rows) {
   level_ = level;
   keys_ = keys;
-  if (set_.structure == Structure::None) return 0;
+  if (!set_.has_records) return 0;
   SCL_QueryIdentifier const studies = identifier(Level::STUDY, Level::STUDY, Level::STUDY);
   if (ask(studies, rows) == -1) {
     if (ask_damaged(studies, set_.directory, rows) == -1) return -1;

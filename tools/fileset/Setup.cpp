@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_Cfg.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -42,6 +44,11 @@ void AddSetup(CLI::App& line, Setup& setup) {
 }
 
 int ApplySetup(Setup const& setup) {
+  std::filesystem::path const folder = std::filesystem::path(setup.log).parent_path();
+  if (!folder.empty() && access(folder.c_str(), F_OK) == -1) { // a log would make it
+    std::fprintf(stderr, "fileset: --log: %s: %s\n", Printable(folder.string()).c_str(), std::strerror(errno));
+    return -1;
+  }
   if (!setup.config.empty() && LoadConfiguration(setup.config) == -1) return -1;
   Setup const wanted = WithLogOfConfiguration(setup);
   if (wanted.log_level != 0) KlbGLog.SetLogLevel(wanted.log_level);

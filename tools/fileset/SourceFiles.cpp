@@ -2,10 +2,19 @@
 
 #include "FileSet.h"
 #include "Report.h"
+#include "StoreObject.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <dicom/Util_TransferSyntax.h>
+#include <fcntl.h>
 #include <filesystem>
+#include <infra/Util_FileSystem.h>
+#include <string_view>
+#include <strings.h>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -22,9 +31,8 @@ std::vector<fs::path> EntriesBackwards(fs::path const& folder, std::error_code& 
 
 } // namespace
 
-std::vector<std::string> FindSourceFiles(std::vector<std::string> const& sources, std::string const& file_set,
-                                         Report& report) {
-  std::vector<std::string> files;
+SourceFiles FindSourceFiles(std::vector<std::string> const& sources, std::string const& file_set, Report& report) {
+  SourceFiles files;
   std::vector<fs::path> open(sources.rbegin(),
                              sources.rend()); // what is still to be looked at, the next one last
   std::size_t named = sources.size();         // of these the ones from the command line
@@ -40,7 +48,8 @@ std::vector<std::string> FindSourceFiles(std::vector<std::string> const& sources
     if ((is_folder || is_link || !from_folder) && IsInside(path.string(), file_set)) {
       report.Fail(path.string(), "lies inside of the file-set: left out");
     } else if (!is_folder) {
-      files.push_back(path.string()); // whatever is wrong with it comes out when it is read
+      files.paths.push_back(path.string()); // whatever is wrong with it comes out when it is read
+      files.from_folder.push_back(from_folder);
     } else if (from_folder && is_link) {
       report.Fail(path.string(), "a symbolic link to a folder: not followed");
     } else {
@@ -50,4 +59,21 @@ std::vector<std::string> FindSourceFiles(std::vector<std::string> const& sources
     }
   }
   return files;
+}
+
+bool IsNoObject(std::string const& path, std::string const& cause) {
+  constexpr char kPrefix[] = "DICM";
+  constexpr std::size_t kPreamble = 128;
+  struct stat status {};
+  if (cause == kIsDicomDir || strcasecmp(fs::path(path).filename().c_str(), "DICOMDIR") == 0) return true;
+  Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  if (!file || fstat(file.Get(), &status) == -1) return false;
+  if (!S_ISREG(status.st_mode)) return true;
+  char start[kPreamble + sizeof kPrefix - 1];
+  ssize_t const length = Util_FileSystem::ReadAll(file.Get(), start, sizeof start);
+  if (length == -1 ||
+      std::string_view(start, std::size_t(length)).substr(std::min(kPreamble, std::size_t(length))) == kPrefix)
+    return false;
+  errno = 0; // stays so when this is no DICOM file
+  return lseek(file.Get(), 0, SEEK_SET) == 0 && Util_TransferSyntax().GetDetails(file.Get()) == -1 && errno == 0;
 }

@@ -23,14 +23,19 @@ namespace {
 char const kDescription[] = "Stores DICOM objects in a file-set: files, and all files in folders and below";
 
 char const kFooter[] = R"(
-DIR is made if it isn't there (the folder above it must be). An object that is there already is replaced.
+DIR is made if it isn't there (the folder above it must be). One that is there and holds something else
+becomes a file-set with --init only, and nothing in it is touched. An object that is there already is replaced.
 
 A new file-set gets the private structure, which is the faster one to store into, or with --standard the
 standard one, whose DICOMDIR other DICOM software reads. An existing file-set keeps its structure.
 
-An object is compressed without loss unless --native is given. An object whose Patient's Name, Patient
+In the private structure an object is compressed without loss unless --native is given; in the standard one,
+which others read, only if --compress is. An object whose Patient's Name, Patient
 ID, Study ID or Series Number contradicts what the file-set knows of its study or series is refused
-unless --accept-mismatch is given. A DICOMDIR is no object and is refused.
+unless --accept-mismatch is given.
+
+What a folder holds besides DICOM objects (a DICOMDIR, programs, a readme) is skipped and counted; with
+--strict that is a failure. So is a file that is named itself and is no object.
 
 Durability: the files are written without waiting for the disk, and one sync at the end makes all of
 them survive a power cut. With --durable, or `durability: full` in the configuration, each object has
@@ -40,18 +45,23 @@ Example: store a folder, and see what came
   fileset store /data/set /media/cdrom/images report.dcm
   fileset query /data/set
 
-Ends with 0 when every file was stored, 1 when some weren't (a line on standard error for each; all
-others are stored), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+Ends with 0 when every object was stored, 1 when some weren't (a line on standard error for each; all others are
+stored, but that a full disk ends the store) or there was none, 2 for a wrong command line, 3 when the file-set
+can't be opened, or one can't be made in DIR.)";
 
 struct Options {
   std::string directory;
   std::vector<std::string> sources;
-  bool native = false, standard = false, icon = false, accept_mismatch = false, move = false, durable = false,
-       json = false;
+  bool native = false, compress = false, standard = false, icon = false, accept_mismatch = false, move = false,
+       durable = false, strict = false, init = false, json = false;
+
+  bool Compresses(Structure structure) const {
+    return !native && (compress || (structure != Structure::Standard && !standard));
+  }
 };
 
 struct Outcome {
-  std::size_t stored = 0, refused = 0;
+  std::size_t stored = 0, refused = 0, skipped = 0;
   double seconds = 0;
   char const* durability = "";
 };
@@ -96,33 +106,37 @@ std::string StoreNext(ReadAhead& objects, std::string const& path, Target const&
   return target.options.move && !again.empty() ? cause : again;
 }
 
-// How many were stored.
-std::size_t StoreFiles(std::vector<std::string> const& files, Target const& target, Report& report) {
+void StoreFiles(SourceFiles const& files, Target const& target, Report& report, Outcome* outcome) {
   Options const& options = target.options;
-  std::size_t stored = 0;
   // an icon is made of pixels that aren't compressed yet
-  ReadAhead objects(files, !options.native && !options.move && !options.icon);
-  for (std::string const& file : files) {
-    if (IsInterrupted()) break;
+  ReadAhead objects(files.paths, options.Compresses(target.set.structure) && !options.move && !options.icon);
+  for (std::size_t i = 0; i < files.paths.size() && !IsInterrupted(); ++i) {
+    std::string const& file = files.paths[i];
     std::string const cause = StoreNext(objects, file, target);
+    bool const is_full = RanOutOfDisk();
     if (cause.empty())
-      ++stored;
+      ++outcome->stored;
+    else if (is_full)
+      report.Fail(file, cause + ": the disk is full, so the store ends here, with " + std::to_string(outcome->stored) +
+                            " stored; the same command, when there is room, stores them all");
+    else if (!options.strict && files.from_folder[i] && IsNoObject(file, cause))
+      ++outcome->skipped;
     else
       report.Fail(file, cause);
+    if (is_full && !cause.empty()) break;
     report.Step();
   }
-  return stored;
 }
 
 Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& report) {
-  std::vector<std::string> const files = FindSourceFiles(options.sources, options.directory, report);
+  SourceFiles const files = FindSourceFiles(options.sources, options.directory, report);
   bool const full = WantsFullDurability(options);
   Util_FileSystem::SetDurability(full ? Util_Durability::Full : Util_Durability::Relaxed);
   WatchForInterruption();
   auto const start = std::chrono::steady_clock::now();
-  Outcome outcome{0, 0, 0, "each object was on the disk before the next"};
-  report.Begin(files.size());
-  outcome.stored = StoreFiles(files, {options, set, log}, report);
+  Outcome outcome{0, 0, 0, 0, "each object was on the disk before the next"};
+  report.Begin(files.paths.size());
+  StoreFiles(files, {options, set, log}, report, &outcome);
   report.End();
   outcome.refused = report.Failures().size();
   if (!full && outcome.stored > 0) {
@@ -133,18 +147,22 @@ Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& r
   }
   outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (IsInterrupted()) report.Fail(options.directory, "interrupted before all files were stored");
+  if (outcome.stored == 0 && report.Failures().empty()) report.Fail(options.directory, "nothing to store was found");
   return outcome;
 }
 
 void PrintOutcome(Outcome const& outcome, Options const& options, Report const& report) {
   double const rate = outcome.seconds > 0 ? double(outcome.stored) / outcome.seconds : 0;
   if (!options.json) {
-    std::printf("%zu stored, %zu refused in %.1f s (%.0f per second)%s%s\n", outcome.stored, outcome.refused,
-                outcome.seconds, rate, outcome.stored > 0 ? "; " : "", outcome.stored > 0 ? outcome.durability : "");
+    std::string const skipped = ", " + std::to_string(outcome.skipped) + " skipped, as they are no objects,";
+    std::printf("%zu stored, %zu refused%s in %.1f s (%.0f per second)%s%s\n", outcome.stored, outcome.refused,
+                outcome.skipped > 0 ? skipped.c_str() : "", outcome.seconds, rate, outcome.stored > 0 ? "; " : "",
+                outcome.stored > 0 ? outcome.durability : "");
     return;
   }
   std::printf("%s\n", JsonText({{"stored", outcome.stored},
                                 {"refused", outcome.refused},
+                                {"skipped", outcome.skipped},
                                 {"seconds", outcome.seconds},
                                 {"per_second", rate},
                                 {"durability", outcome.durability},
@@ -155,14 +173,10 @@ void PrintOutcome(Outcome const& outcome, Options const& options, Report const& 
 int Run(Options const& options) {
   Report report;
   EngineLog log(options.directory);
-  if (MakeFileSetDirectory(options.directory) == -1) {
-    report.Fail(options.directory, std::string("can't be made: ") + std::strerror(errno));
-    return kNotOpened;
-  }
   Disk_StoreParams params;
-  params.store_native = options.native ? 1 : 0;
+  params.store_native = options.Compresses(RecogniseFileSet(options.directory).structure) ? 0 : 1;
   params.standard_structure = options.standard ? 1 : 0;
-  FileSet set = OpenFileSet(options.directory, Access::ReadWrite, params, log, report);
+  FileSet set = OpenFileSet(options.directory, options.init ? Access::MakeAmong : Access::Make, params, log, report);
   if (!set.root) return kNotOpened;
   Outcome const outcome = StoreAll(options, set, log, report);
   PrintOutcome(outcome, options, report);
@@ -177,12 +191,16 @@ Command AddStore(CLI::App& app) {
   line->add_option("DIR", options->directory, "The file-set")->required();
   line->add_option("FILES", options->sources, "Files and folders")->required();
   CLI::Option* native = line->add_flag("--native", options->native, "Write uncompressed, as explicit little endian");
+  line->add_flag("--compress", options->compress, "Compress without loss in the standard structure too")
+      ->excludes(native);
   line->add_flag("--standard", options->standard, "Make a new file-set of the standard structure: one DICOMDIR");
+  line->add_flag("--init", options->init, "Make a new file-set although DIR holds other things");
   line->add_flag("--icon", options->icon, "Put an icon of each new image into its record");
   line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
   line->add_flag("--move", options->move, "Move the files, as they are, into the file-set instead of writing new ones")
       ->excludes(native);
   line->add_flag("--durable", options->durable, "Bring each object to the disk before the next");
+  line->add_flag("--strict", options->strict, "A file in a folder that is no object is a failure too");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

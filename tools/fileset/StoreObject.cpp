@@ -31,7 +31,7 @@ std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* proble
   if (!object) {
     *problem = file.GetError();
   } else if (object->Has(kDirectoryRecords)) {
-    *problem = "a DICOMDIR: a directory of objects, not an object";
+    *problem = kIsDicomDir;
     object.reset();
   }
   return object;
@@ -40,6 +40,11 @@ std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* proble
 bool RanOutOfMemory() {
   int const code = KlbGError.Get();
   return code == DISK_ERROR_SYSTEM + ENOMEM || code == DISK_ERROR_MEMORY || code == DISK_ERROR_NEW_RECORD;
+}
+
+bool RanOutOfDisk() {
+  int const code = KlbGError.Get();
+  return code == DISK_ERROR_SYSTEM + ENOSPC || code == DISK_ERROR_SYSTEM + EDQUOT;
 }
 
 std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log, std::string* stored_as) {

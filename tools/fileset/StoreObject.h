@@ -10,8 +10,12 @@
 // may be null, tells whether the file could be read, whatever is in it.
 std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem, bool* was_read = nullptr);
 
+inline constexpr char kIsDicomDir[] = "a DICOMDIR: a directory of objects, not an object";
+
 // Whether that is why the last operation of this thread failed; its code has to have been 0 before.
 bool RanOutOfMemory();
+// The same for the space on the disk, or what the user may have of it.
+bool RanOutOfDisk();
 
 struct StoreHow {
   bool icon = false, accept_mismatch = false;

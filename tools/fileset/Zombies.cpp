@@ -1,6 +1,7 @@
 #include "Zombies.h"
 
 #include "EngineLog.h"
+#include "OwnFiles.h"
 #include "Report.h"
 #include "Search.h"
 
@@ -107,7 +108,7 @@ public:
 
 private:
   bool may_go(std::string const& path) {
-    if (listed_.count(path) == 0) return false;
+    if (listed_.count(path) == 0 || !CanBeOwn(path, directory_)) return false;
     for (std::size_t end = path.find('/', directory_.size() + 1); end != std::string::npos;
          end = path.find('/', end + 1)) {
       std::string const above = path.substr(0, end);

@@ -14,13 +14,18 @@
 #include "Setup.h"
 #include "Status.h"
 #include "Store.h"
+#include "Text.h"
 
 #include <Disk/Disk_Removal.h>
+#include <algorithm>
 #include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <numeric>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -50,6 +55,35 @@ int RunCommand(std::vector<Command> const& commands) {
   return kUsage;
 }
 
+// In how many places the letters of two words differ, one that is missing counting as one.
+std::size_t Distance(std::string const& a, std::string const& b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t(0));
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t j = 0; j < b.size(); ++j) {
+      std::size_t const change = diagonal + (a[i] == b[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({change, diagonal + 1, row[j] + 1});
+    }
+  }
+  return row.back();
+}
+
+// Tells that a word is no command, and which may be meant. False when it is one, or an option.
+bool TellUnknown(std::vector<Command> const& commands, std::string const& word) {
+  constexpr std::size_t kLike = 2;
+  std::string meant = "`fileset --help` tells them";
+  for (Command const& command : commands) {
+    std::string const name = command.line->get_name();
+    if (word == name) return false;
+    if (Distance(word, name) <= kLike) meant = "is `" + name + "` meant?";
+  }
+  if (word.empty() || word[0] == '-') return false;
+  std::fprintf(stderr, "fileset: %s: no such command; %s\n", Printable(word).c_str(), meant.c_str());
+  return true;
+}
+
 // A result that nobody got isn't one.
 int Finished(int result) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return result;
@@ -62,6 +96,7 @@ int Finished(int result) {
 int main(int argc, char** argv) {
   try {
     SpareAddressSpace();
+    std::signal(SIGXFSZ, SIG_IGN);       // a file that would grow beyond `ulimit -f` is an error of that file
     Disk_SetDeletesCineFiles(false);     // objects come from anywhere, and they would name files anywhere
     std::setlocale(LC_CTYPE, "C.UTF-8"); // what text is in, whatever the user's locale
     CLI::App app(kDescription, "fileset");
@@ -76,7 +111,9 @@ int main(int argc, char** argv) {
     try {
       app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
-      return Finished(app.exit(error) == 0 ? kDone : kUsage);
+      bool const is_told =
+          error.get_exit_code() != 0 && app.get_subcommands().empty() && TellUnknown(commands, argc > 1 ? argv[1] : "");
+      return is_told ? int(kUsage) : Finished(app.exit(error) == 0 ? kDone : kUsage);
     }
     if (ApplySetup(setup) == -1) return kUsage;
     int const result = Finished(RunCommand(commands));

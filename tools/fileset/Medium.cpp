@@ -1,0 +1,76 @@
+#include "Medium.h"
+
+#include "EngineLog.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dicom/Util_TransferSyntax.h>
+#include <fcntl.h>
+#include <infra/Util_FileSystem.h>
+#include <unistd.h>
+
+namespace {
+
+// A folder of the standard structure.
+class Folder : public Disk_DirectoryFile {
+public:
+  explicit Folder(Disk_FileID const& file_in_it) : Disk_DirectoryFile(file_in_it, Disk_StoreParams(), nullptr) {}
+
+  // That of a study or series. An ID without components when it can't be made; errno tells why.
+  Disk_FileID Make(Dicom_UI const& uid) const {
+    Disk_FileID id = GenerateFileID(uid);
+    if (make_directory(id.FolderPath()) == -1 && errno != EEXIST) return {};
+    return id.AddComponent("DIRFILE") == 0 ? id : Disk_FileID();
+  }
+  // A name that is free; empty when there is none.
+  std::string FreePath(Dicom_IS const& image_number) const {
+    constexpr std::size_t kNumberLength = 4;
+    int status = 0;
+    Disk_FileID const id = unique_file_id("I" + name_part(image_number.View(), kNumberLength) + "0", &status);
+    return status == 0 ? id.Path() : "";
+  }
+};
+
+// The path of a new file for the object; empty with errno, or 0 where no name can be found.
+std::string PathFor(IOD_Msg const& object, std::string const& directory) {
+  errno = 0;
+  Folder const root(Disk_FileID(directory.c_str(), Dicom_CS("DICOMDIR"), 0));
+  Disk_FileID const study = root.Make(object.GetStudyInstanceUID());
+  Disk_FileID const series = study.View().empty() ? study : Folder(study).Make(object.GetSeriesInstanceUID());
+  return series.View().empty() ? "" : Folder(series).FreePath(object.GetImageNumber());
+}
+
+// 0, or -1 with errno; no file is left then.
+int WriteNew(std::string const& path, std::string_view bytes, Dicom_UI* syntax) {
+  Util_FileDescriptor file = Util_FileSystem::Open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
+  if (!file) return -1;
+  Util_TransferSyntax start;
+  bool const is_whole = Util_FileSystem::WriteAll(file.Get(), bytes.data(), bytes.size()) == 0 &&
+                        lseek(file.Get(), 0, SEEK_SET) == 0 && start.GetDetails(file.Get()) == 0;
+  *syntax = start.GetTransferSyntax();
+  if (file.Close() == 0 && is_whole) return 0;
+  int const cause = errno;
+  unlink(path.c_str());
+  errno = cause;
+  return -1;
+}
+
+} // namespace
+
+std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
+  std::string const uids = object.GetStudyInstanceUID().GetText() + "|" + object.GetSeriesInstanceUID().GetText() +
+                           "|" + object.GetSOPInstanceUID().GetText();
+  if (added_.count(uids) != 0) return "the series holds two objects of this UID: the first is copied";
+  log_.Begin();
+  std::string path = PathFor(object, set_.directory);
+  if (path.empty()) return errno != 0 ? std::strerror(errno) : log_.Cause();
+  Dicom_UI syntax;
+  if (WriteNew(path, bytes, &syntax) == -1) return std::strerror(errno);
+  if (set_.root->Store(&object, false, 1, 1, path.data(), 0, nullptr, nullptr, &syntax) == -1) {
+    std::string const cause = log_.Cause();
+    unlink(path.c_str());
+    return cause;
+  }
+  added_.insert(uids);
+  return {};
+}
