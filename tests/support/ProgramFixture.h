@@ -42,9 +42,9 @@ inline Phantom::Object Small(Phantom::Kind kind, int patient = 1, int series = 1
 // A folder `in` with two patients of a CT series of 3 images and a report each, and a file-set `set` of them.
 class ProgramTest : public testing::Test {
 protected:
-  // After a shell command that sets limits.
-  Result Run(std::vector<std::string> const& arguments, std::string const& limit = "true") const {
-    std::string command = "cd " + Quoted(temp.Path()) + " && " + limit + " && " + Quoted(FILESET_PROGRAM);
+  // In the test's directory, behind a beginning of the shell's command line: "ulimit -f 100 && ".
+  Result Run(std::vector<std::string> const& arguments, std::string const& before = "") const {
+    std::string command = "cd " + Quoted(temp.Path()) + " && " + before + Quoted(FILESET_PROGRAM);
     for (std::string const& argument : arguments)
       command += " " + Quoted(argument);
     int const status = std::system((command + " >stdout 2>stderr </dev/null").c_str());
@@ -52,9 +52,9 @@ protected:
   }
 
   // A command line whose arguments hold no blanks.
-  Result Line(std::string const& line) const {
+  Result Line(std::string const& line, std::string const& before = "") const {
     std::istringstream words(line);
-    return Run({std::istream_iterator<std::string>(words), {}});
+    return Run({std::istream_iterator<std::string>(words), {}}, before);
   }
   void ExpectFailure(std::string const& line, int code, std::string const& cause) const {
     Result const result = Line(line);

@@ -22,8 +22,9 @@ public:
   std::string const& Path() const { return path_; }
   std::string operator/(std::string const& name) const { return path_ + "/" + name; }
 
-  // Writes a file into the directory and gives its full name.
+  // Writes a file into the directory, with the folders above it, and gives its full name.
   std::string Write(std::string const& name, std::string const& content) const {
+    std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path());
     WriteFile(*this / name, content);
     return *this / name;
   }

@@ -1,5 +1,6 @@
 // Drives the program as a user does: command lines in; exit codes, text and files out.
 #include "support/ProgramFixture.h"
+#include "support/Readers.h"
 
 #include <algorithm>
 
@@ -11,8 +12,6 @@ TEST_F(FilesetTest, CommandLines) {
   temp.Write("note.txt", "not a file-set");
   temp.Write("config.yaml", "durabilty: full\n");
   fs::create_directories(temp / "empty");
-  fs::create_directories(temp / "damaged");
-  fs::create_directories(temp / "standard");
   temp.Write("damaged/DICOMDIR", temp.Read("set/DICOMDIR").substr(0, 150));
   temp.Write("standard/DICOMDIR", temp.Read("set/DICOMDIR")); // no VERSION beside it, and offsets of 0
   struct Case {
@@ -24,11 +23,20 @@ TEST_F(FilesetTest, CommandLines) {
       {{}, 2, "", "subcommand is required"},
       {{"--version"}, 0, "fileset ", ""},
       {{"--help"}, 0, "Example", ""},
-      {{"store", "--help"}, 0, "Example", ""},
       {{"query", "--help"}, 0, "Examples", ""},
-      {{"fetch", "--help"}, 0, "Examples", ""},
-      {{"info", "--help"}, 0, "Example", ""},
-      {{"copy", "set"}, 2, "", ""},
+      {{"quary", "set"}, 2, "", "fileset: quary: no such command; is `query` meant?\n"},
+      {{"query", "set", "--limit", "-1"}, 2, "", "--limit"},
+      {{"query", "set", "--key", "StudyDate=abc"}, 2, "", "abc is no date"},
+      {{"query", "set", "--key", "StudyDate=-"}, 2, "", "no range that can hold one"},
+      {{"query", "set", "--key", "StudyDate=20240101-20230101"}, 2, "", "no range that can hold one"},
+      {{"query", "set", "--key", "StudyDate=20230229"}, 2, "", "20230229 is no date"},
+      {{"query", "set", "--key", "StudyStoreDate=20240101-"}, 0, "\n2 studies\n", ""},
+      {{"query", "set", "--key", "StudyDate=1990.02.28-2100", "--key", "StudyTime=-23:59:60.5"}, 0, "\n2 studies", ""},
+      {{"query", "set", "--key", "StudyDate=*", "--key", "Manufacturer"},
+       0,
+       "\n2 studies",
+       "fileset: Manufacturer: the rec"},
+      {{"cache", "store", "new", "in", "--now", "2026-02-31"}, 2, "", "--now: 2026-02-31 is no date"},
       {{"query"}, 2, "", "DIR is required"},
       {{"query", "set", "--level", "patient"}, 2, "", "--level: patient"},
       {{"query", "set", "--key", "PatientsNam=x"}, 2, "", "fileset: --key: PatientsNam: no DICOM keyword"},
@@ -38,17 +46,19 @@ TEST_F(FilesetTest, CommandLines) {
       {{"query", "set", "--key", "PatientID=nobody"}, 0, "\n0 studies\n", ""},
       {{"query", "set", "--key", "Modality=CT"}, 0, "\n0 studies\n", "fileset: Modality: kept at a lower level"},
       {{"query", "set", "--limit", "1"}, 0, "\n1 study\n", ""},
-      {{"query", "empty"}, 0, "\n0 studies\n", ""},
+      {{"query", "empty"}, 3, "", "fileset: empty: holds no file-set: there is no DICOMDIR\n"},
       {{"query", "nowhere"}, 3, "", "fileset: nowhere: No such file or directory\n"},
       {{"query", "note.txt"}, 3, "", "fileset: note.txt: not a directory\n"},
       {{"query", "damaged"}, 3, "", "fileset: damaged: DICOMDIR isn't a directory of DICOM objects"},
-      {{"info", "standard"}, 3, "", "fileset: standard: the offset of the patient record doesn't exist\n"},
-      {{"info", "empty"}, 0, "none, there is no DICOMDIR", ""},
+      {{"query", "standard"}, 0, "\n0 studies\n", "fileset: standard: its DICOMDIR has no records\n"},
+      {{"info", "standard"}, 0, "Studies      0\n", "fileset: standard: its DICOMDIR has no records\n"},
+      {{"fetch", "standard", "--all", "--out", "out"}, 0, "0 copied", "standard: its DICOMDIR has no records\n"},
+      {{"export", "standard", "--study", "1", "--out", "out"}, 0, "0 exported", "its DICOMDIR has no records\n"},
+      {{"store", "standard", "in"}, 3, "", "its DICOMDIR has no records, and nothing can be appended"},
       {{"fetch", "set", "--all"}, 2, "", "--out is required"},
       {{"fetch", "set", "--out", "out"}, 2, "", "say what"},
       {{"fetch", "set", "--study", "1", "--all", "--out", "out"}, 2, "", "excludes"},
       {{"fetch", "set", "--study", "1.2.3", "--out", "out"}, 1, "", "fileset: set: holds no such object\n"},
-      {{"fetch", "empty", "--all", "--out", "out"}, 1, "", "holds no such object"},
       {{"fetch", "nowhere", "--all", "--out", "out"}, 3, "", "nowhere"},
       {{"fetch", "set", "--file-id", "..\\..\\etc", "--out", "out"}, 1, "0 copied", "..\\..\\etc: Illegal file name\n"},
       {{"fetch", "set", "--file-id", "S1/../../note.txt", "--out", "out"}, 1, "0 copied", "Illegal file name\n"},
@@ -59,6 +69,7 @@ TEST_F(FilesetTest, CommandLines) {
       {{"info", "set", "--config", "config.yaml"}, 0, "private", "fileset: config.yaml:1: "},
       {{"--config", "none.yaml", "info", "set"}, 2, "", "none.yaml"},
       {{"--log", ".", "info", "set"}, 2, "", "can't be opened for the log"},
+      {{"--log", "no/log", "info", "set"}, 2, "", "fileset: --log: no: No such file"},
       {{"--log-level", "8", "info", "set"}, 2, "", "--log-level"},
   };
   for (Case const& c : cases) {
@@ -72,11 +83,63 @@ TEST_F(FilesetTest, CommandLines) {
     EXPECT_EQ(result.err.empty(), *c.err == '\0' && c.code != 2) << line << "\n" << result.err;
   }
   EXPECT_TRUE(fs::is_empty(temp / "empty")); // asking makes nothing
+  for (char const* nothing : {"no", "new", "in/LOCKFILE"})
+    EXPECT_FALSE(fs::exists(temp / nothing)) << nothing;
+}
+
+TEST_F(FilesetTest, MakesAFileSetOnlyWhereNothingElseStands) {
+  ASSERT_EQ(Line("store medium in --standard").code, 0);
+  struct Case {
+    std::string setup, options;
+    char const* err; // empty: it is made
+  } const cases[] = {
+      {"mkdir new/lost+found new/SA100000", "", ""},
+      {"mkdir new/RELAXED new/S_000001 && touch new/LOCKFILE new/DICOMDIR.tmp new/S_000001/DIRFILE", "", ""},
+      {"touch new/note", "",
+       "fileset: new: is no file-set, and isn't empty: a new one is made in an empty folder, or with"},
+      {"mkdir new/Documents && touch new/Documents/LOCKFILE", "", "and isn't empty"},
+      {"mkdir new/SA100000 && touch new/SA100000/note", "", "and isn't empty"},
+      {"touch new/note", "--init", ""},
+      {"cp -r in/* new", "", "the file-set is named first, and"},
+      {"cp -r set/* new && rm new/DICOMDIR", "", "its DICOMDIR is gone"},
+      {"cp -r set/* new && rm new/DICOMDIR", "--init", ""},
+      {"cp -r medium/* new && rm new/DICOMDIR", "", "its DICOMDIR is gone"},
+      {"cp -r medium/* new && rm new/DICOMDIR", "--init", "its DICOMDIR is gone"},
+      {"cp -r medium/* new && rm new/DICOMDIR", "--init --standard", ""},
+  };
+  for (Case const& c : cases) {
+    for (std::string const command : {"store new in ", "cache store new in "}) {
+      if (command[0] == 'c' && c.options.ends_with("standard")) continue;
+      Result const result =
+          Line(command + c.options, "rm -rf new && mkdir new && " + c.setup + " && find new >before && ");
+      EXPECT_EQ(result.code, *c.err ? 3 : 0) << command << c.setup << result.err;
+      EXPECT_NE(result.err.find(c.err), std::string::npos) << command << c.setup << result.err;
+      bool const is_same = RunTool("cd " + temp.Path() + " && find new | cmp - before").code == 0;
+      EXPECT_EQ(is_same, *c.err != '\0') << command << c.setup;
+    }
+  }
+}
+
+// What doesn't fit ends neither the program nor, but for a full disk, the store.
+TEST_F(FilesetTest, TellsWhatTheDiskDoesntTake) {
+  SaveObject(*Phantom::Make({.size = 256, .references = {}}), temp / "large");
+  Result const large = Line("store limited large in --native", "ulimit -f 100 && ");
+  EXPECT_EQ(large.out.substr(0, 20), "8 stored, 1 refused ") << large.err;
+  EXPECT_NE(large.err.find(".tmp: File too large\n"), std::string::npos) << large.err;
+  Result const full =
+      Line("store full/set in", "mkdir full && unshare -rm sh -c 'mount -t tmpfs -o size=60k none full && "
+                                "exec \"$@\"' sh ");
+  if (full.out.empty()) GTEST_SKIP() << "no file system can be mounted here: " << full.err;
+  EXPECT_EQ(full.code, 1);
+  EXPECT_EQ(full.out.substr(1, 19), " stored, 1 refused ") << full.out;
+  std::string const told =
+      "No space left on device: the disk is full, so the store ends here, with " + full.out.substr(0, 8);
+  EXPECT_NE(full.err.find(told), std::string::npos) << full.err;
+  EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;
 }
 
 TEST_F(FilesetTest, RefusesEachBadFileInALineOfItsOwn) {
   std::string const object = temp.Read("in/" + Phantom::FileName(Small(Phantom::Kind::CT)));
-  fs::create_directories(temp / "bad");
   temp.Write("bad/1 text", "no DICOM at all, but long enough to look");
   temp.Write("bad/2 cut", object.substr(0, object.size() - 100));
   temp.Write("bad/3 empty", "");
@@ -86,7 +149,7 @@ TEST_F(FilesetTest, RefusesEachBadFileInALineOfItsOwn) {
   WriteChanged("bad/d.dcm", [](IOD_Msg& msg) { msg.SetPatientID(LO_NULL); });
   WriteChanged("bad/e.dcm", [](IOD_Msg&) {});
   fs::create_symlink(temp / "in", temp / "bad/f");
-  Result const result = Run({"store", "set", "bad", "gone.dcm"});
+  Result const result = Run({"store", "set", "bad", "gone.dcm", "--strict"});
   EXPECT_EQ(result.code, 1);
   EXPECT_EQ(result.out.substr(0, 20), "1 stored, 9 refused ");
   char const* const lines[] = {
@@ -104,6 +167,26 @@ TEST_F(FilesetTest, RefusesEachBadFileInALineOfItsOwn) {
     EXPECT_NE(result.err.find(line), std::string::npos) << line << "\n" << result.err;
   EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 9) << result.err;
   EXPECT_EQ(Run({"store", "set", "bad/c.dcm", "--accept-mismatch"}).code, 0);
+  // a disc holds other things too; what is named or damaged, and a store of nothing, are failures all the same
+  struct Case {
+    char const *what, *out;
+    int code;
+  } const cases[] = {{"disc", "1 stored, 0 refused, 2 skipped", 0},
+                     {"disc/readme disc", "1 stored, 1 refused, 2 skipped", 1},
+                     {"bad/DICOMDIR disc", "1 stored, 1 refused, 2 skipped", 1},
+                     {"bad", "1 stored, 4 refused, 3 skipped", 1},
+                     {"nothing", "0 stored, 0 refused, 1 skipped", 1}};
+  for (char const* file : {"disc/readme", "nothing/readme"})
+    temp.Write(file, "no DICOM at all");
+  fs::remove(temp / "bad/f");
+  fs::copy(temp / "bad/DICOMDIR", temp / "disc");
+  fs::copy(temp / "bad/e.dcm", temp / "disc");
+  for (std::string const command : {"store set ", "cache store set "})
+    for (Case const& c : cases) {
+      Result const told = Line(command + c.what);
+      EXPECT_EQ(told.code, c.code) << command << c.what << told.err;
+      EXPECT_EQ(told.out.substr(0, std::strlen(c.out)), c.out) << command << c.what << told.err;
+    }
 }
 
 TEST_F(FilesetTest, QueriesAcrossLevels) {

@@ -22,7 +22,9 @@ protected:
 
   std::size_t Fetched() const { return RunJson({"fetch", "set", "--all", "--out", "out"})["fetched"]; }
 
+  Dicom_UI const kNative{"1.2.840.10008.1.2.1"}, kJpegLs{"1.2.840.10008.1.2.4.80"};
   std::string image = Phantom::InstanceUid(Small(Phantom::Kind::CT)).GetText();
+  std::string other = Phantom::InstanceUid(Small(Phantom::Kind::CT, 1, 1, 2)).GetText();
   std::string patient = Phantom::PatientId(Small(Phantom::Kind::CT)).GetText();
 };
 
@@ -87,22 +89,29 @@ TEST_F(MaintenanceTest, CorrectionIsCompletedAfterAnObjectIsPutRight) {
 TEST_F(MaintenanceTest, ScanRemovesWhatNoRecordNamesAndNothingElse) {
   EXPECT_EQ(Line("scan set").code, 0);
   std::string const series = fs::path(FirstImage()).parent_path();
-  fs::create_directories(temp / "outside");
   temp.Write("outside/keep", "mine");
-  fs::create_directories(temp / "set/LOST/below");
-  temp.Write("set/LOST/below/file", "");
-  temp.Write(series + "/I9.tmp", "left by a crash");
-  for (std::string const& link : {std::string("set/LOST/below/link"), series + "/link"})
-    fs::create_directory_symlink(temp / "outside", temp / link);
-  EXPECT_EQ(Line("scan set").out, "set/LOST (folder, 3 in it, 0 KB)\n  set/LOST/below/file\n  set/LOST/below/link\n"
-                                  "  set/LOST/below\n" +
-                                      series + "/I9.tmp (file, 1 KB)\n" + series + "/link (file, 0 KB)\n" +
-                                      "3 that no record names\n");
+  std::string const lost = "set/SLOST000", ours = lost + "/S-2.5000/I1234000", left = series + "/I9000000.tmp";
+  for (std::string const& file : {ours, left, lost + "/LOCKFILE", lost + "/VERSION", lost + "/DIRFILE.tmp"})
+    temp.Write(file, "left by a crash");
+  // what no file-set has made: by its name, by what it holds, a link
+  std::string const foreign[] = {"set/Documents", "set/SLOST001",   "set/SLOST002",
+                                 "set/SLOST003",  series + "/link", series + "/note"};
+  for (std::string const& file : {foreign[0] + "/LOCKFILE", foreign[1] + "/S2000000/note",
+                                  foreign[2] + "/S2000000/I9000000/I9000000", foreign[5]})
+    temp.Write(file, "mine");
+  fs::create_directory_symlink(temp / "outside", temp / foreign[4]);
+  fs::create_directories(temp / foreign[3]);
+  fs::create_directory_symlink(temp / "outside", temp / (foreign[3] + "/S2000000"));
+  std::string const listed = Line("scan set").out, kept = "; stays, as it is or holds nothing that a file-set makes)\n";
+  EXPECT_NE(listed.find(lost + " (folder, 5 in it, 1 KB)\n"), listed.npos) << listed;
+  EXPECT_NE(listed.find(left + " (file, 1 KB)\n"), listed.npos) << listed;
+  for (std::string const& path : foreign)
+    EXPECT_NE(listed.find(kept, listed.find(path + " (")), listed.npos) << path << "\n" << listed;
   EXPECT_EQ(Line("scan set --remove").code, 2);
-  EXPECT_TRUE(fs::exists(temp / "set/LOST/below/file"));
-  json const removed = RunJson({"scan", "set", "--remove", "--yes"})["removed"];
-  EXPECT_EQ(removed, json({"set/LOST", series + "/I9.tmp", series + "/link"}));
-  EXPECT_EQ(Line("scan set").code, 0);
+  EXPECT_TRUE(fs::exists(temp / ours));
+  Result const removed = Line("scan set --remove --yes");
+  EXPECT_NE(removed.out.find("\n0 adopted, 2 removed, 6 left, 0 failed\n"), std::string::npos) << removed.out;
+  EXPECT_FALSE(fs::exists(temp / lost) || fs::exists(temp / left));
   EXPECT_EQ(temp.Read("outside/keep"), "mine");
   EXPECT_EQ(Fetched(), 8u);
 }
@@ -124,14 +133,14 @@ TEST_F(MaintenanceTest, ScanRemovesNothingItCantBeSureOf) {
   std::string const study = PathOf("study", "StudyInstanceUID=" + first_study);
   fs::rename(temp / study, temp / "moved");
   fs::create_directory_symlink(temp / "moved", temp / study);
-  fs::create_directories(temp / "moved/lost");
-  ExpectFailure("scan set --remove --yes", 1, study + "/lost: " + study + " is a symbolic link");
-  EXPECT_TRUE(fs::exists(temp / "moved/lost"));
+  fs::create_directories(temp / "moved/SLOST000");
+  ExpectFailure("scan set --remove --yes", 1, study + "/SLOST000: " + study + " is a symbolic link");
+  EXPECT_TRUE(fs::exists(temp / "moved/SLOST000"));
   // a study that can't be read
   temp.Write("moved/DIRFILE", temp.Read("moved/DIRFILE").substr(0, 400));
-  fs::create_directories(temp / "set/LOST");
+  fs::create_directories(temp / "set/SLOST000");
   ExpectFailure("scan set --remove --yes", 1, "set: nothing is adopted or removed");
-  EXPECT_TRUE(fs::exists(temp / "set/LOST"));
+  EXPECT_TRUE(fs::exists(temp / "set/SLOST000"));
 }
 
 TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
@@ -139,14 +148,14 @@ TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   std::string const lost = PathOf("study", "StudyInstanceUID=" + first_study);
   fs::copy(temp / lost, temp / "lost", fs::copy_options::recursive);
   ASSERT_EQ(Line("delete set --study " + first_study).code, 0);
-  fs::rename(temp / "lost", temp / "set/AAA");
+  fs::rename(temp / "lost", temp / "set/SAAA0000");
   std::string const uid = Phantom::InstanceUid(Small(Phantom::Kind::CT, 2, 1, 2)).GetText();
   std::string const path = PathOf("image", "SOPInstanceUID=" + uid), bytes = temp.Read(path);
   std::string const series = fs::path(path).parent_path();
   ASSERT_EQ(Line("delete set --image " + uid).code, 0);
-  for (char const* name : {"/A", "/B", "/C.tmp"}) // B is known by then
+  for (char const* name : {"/IA000000", "/IB000000", "/IC000000.tmp"}) // B is known by then
     temp.Write(series + name, bytes);
-  temp.Write(series + "/D", bytes.substr(0, bytes.size() - 10));
+  temp.Write(series + "/ID000000", bytes.substr(0, bytes.size() - 10));
   WriteChanged(series + "/E", [](IOD_Msg& msg) { // contradicts its study
     msg.SetStudyInstanceUID(Phantom::StudyUid(Small(Phantom::Kind::CT, 2)));
   });
@@ -158,7 +167,7 @@ TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   EXPECT_EQ(result.code, 1);
   EXPECT_NE(result.err.find("fileset: " + series + "/E: can't be adopted: "), std::string::npos) << result.err;
   EXPECT_NE(result.err.find("fileset: " + series + "/F: can't be read: "), std::string::npos) << result.err;
-  EXPECT_NE(result.out.find(series + "/B: an object that the file-set has already\n"), std::string::npos);
+  EXPECT_NE(result.out.find(series + "/IB000000: an object that the file-set has already\n"), std::string::npos);
   EXPECT_NE(result.out.find("6 adopted, 0 removed, 6 left, 2 failed\n"), std::string::npos) << result.out;
   EXPECT_EQ(Line("scan set --adopt --remove --yes").code, 1); // E and F stay: nobody else has them
   std::string const left = Line("scan set").out;
@@ -192,6 +201,19 @@ TEST_F(MaintenanceTest, ExportsWhatIsThere) {
   ExpectFailure(command + "standard --standard", 1, image + ": ");
   EXPECT_EQ(std::distance(fs::directory_iterator(temp / "folder"), {}), 3);
   ExpectMedium(temp / "standard", UidsBelow(temp / "folder"));
+  EXPECT_EQ(Line("export set --out compressed --standard --as-stored --image " + other).code, 0);
+  EXPECT_EQ(Line("store native in --standard").code + Line("store coded in --standard --compress").code, 0);
+  for (auto const& [set, record, file] : {std::tuple("standard", kNative, UI_NULL),
+                                          {"compressed", kJpegLs, kJpegLs},
+                                          {"native", kNative, UI_NULL},
+                                          {"coded", kNative, kJpegLs}}) {
+    json const row = RunJson({"query", set, "--level", "image", "--key", "SOPInstanceUID=" + other, "--key",
+                              "ReferencedTransferSyntaxUIDInFile"})
+                         .at(0);
+    EXPECT_EQ(row.at("00041512").at("Value").at(0), record.GetText()) << set;
+    EXPECT_EQ(Line(std::string("fetch ") + set + " --force --out one --image " + other).code, 0);
+    EXPECT_EQ(ReadObject(temp / ("one/" + other + ".dcm"))->GetEncapsulatedSyntax(), file) << set;
+  }
   EXPECT_EQ(RunJson({"query", "standard", "--level", "image"}).size(), 3u);
   EXPECT_EQ(Line(command + "folder --force").out.substr(0, 10), "3 exported");
   ASSERT_EQ(Line("fetch standard --all --out again").code, 0);

@@ -30,10 +30,10 @@ protected:
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they need address space of their own
 TEST_F(ReadAheadTest, LimitsChangeNothing) {
   WriteLarge(8);
-  for (char const* limit : {"true", "ulimit -s 70368744177664" /* no thread gets a stack */, "ulimit -v 100000"}) {
+  for (char const* limit : {"", "ulimit -s 70368744177664 && " /* no thread gets a stack */, "ulimit -v 100000 && "}) {
     SCOPED_TRACE(limit);
     fs::remove_all(temp / "limited");
-    Result const result = Run({"store", "limited", "large"}, limit);
+    Result const result = Run({"store", "limited", "large", "--strict"}, limit);
     EXPECT_EQ(result.code, 1);
     EXPECT_EQ(result.out.substr(0, 20), "8 stored, 4 refused ") << result.out << result.err;
     for (char const* line : {"1bad: not a DICOM file", "3bad: the file meta information is cut short",

@@ -138,6 +138,9 @@ def check_damaged(binary, folder, name, failures):
             failures.append(f"{name}: the new patient isn't found beside the old ones")
         return
     print(f"{name:24} refused ({REFUSED[name]}): {stored.stderr.strip().split(': ')[-1]}")
+    checked = run(binary + "/fileset", "check", folder).stdout
+    if name == "DICOMDIR-empty.dcm" and not (checked.endswith(": no records\n") and "no records" in stored.stderr):
+        failures.append(f"{name}: check tells something else than store: {checked}")
     if stored.returncode == 0 or digest(folder).get("DICOMDIR") != before["DICOMDIR"]:
         failures.append(f"{name}: not refused, or changed")
 

@@ -180,7 +180,7 @@ bool IsTimeKey(Dicom_VR vr, std::string_view value) {
 // Why a value can't be compared; empty if it can.
 std::string ValueProblem(Dicom_Tag const& tag, std::string_view value) {
   Dicom_VR const vr = VROf(tag);
-  if (vr == Dicom_VR::SQ) return "a sequence can be asked for, but not compared";
+  if (vr == Dicom_VR::SQ && !value.empty()) return "a sequence can be asked for, but not compared";
   if (vr != Dicom_VR::DA && vr != Dicom_VR::TM && vr != Dicom_VR::DT) return {};
   while (!value.empty()) {
     std::string_view const part = value.substr(0, value.find('\\'));

@@ -142,8 +142,8 @@ FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParam
     return set;
   }
   if (!has_records && writes) {
-    report.Fail(directory, std::string(kNoRecords) + ", not even a place for them, so nothing can be appended: "
-                                                     "a new file-set is made in another folder");
+    report.Fail(directory, std::string(kNoRecords) +
+                               ", and nothing can be appended to it: store into a new file-set in another folder");
     return set;
   }
   if (!has_records) report.Warn(directory, kNoRecords);
