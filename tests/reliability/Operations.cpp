@@ -191,7 +191,7 @@ Operation Correction() {
   return operation;
 }
 
-// Of a study in a file-set of its own into a standard one, as `fileset export --standard` does it.
+// Of a study in a file-set of its own into a standard one.
 Operation Export() {
   static Phantom::Object const s_objects[] = {{.patient = 8}, {.patient = 8, .image = 2}, {.patient = 8, .series = 2}};
   Operation operation{.name = "export", .is_private = false, .needs_study = false, .act = {}, .effect = {}};
