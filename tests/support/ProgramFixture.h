@@ -75,6 +75,15 @@ protected:
     ASSERT_EQ(Phantom::Write(object, path), 0);
   }
 
+  // The folder of a study or the file of an object in `set`, relative to the test's directory.
+  std::string PathOf(char const* level, std::string const& key) const {
+    std::string path = "set";
+    json const rows = RunJson({"query", "set", "--level", level, "--key", key, "--key", "ReferencedFileID"});
+    for (json const& part : rows.at(0).at("00041500").at("Value"))
+      path += "/" + part.get<std::string>();
+    return path.ends_with("/DIRFILE") ? fs::path(path).parent_path().string() : path;
+  }
+
   // An object of the first study with one thing changed.
   void WriteChanged(std::string const& name, std::function<void(IOD_Msg&)> const& change) const {
     auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 1, 1, 9));

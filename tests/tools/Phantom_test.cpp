@@ -13,10 +13,10 @@ constexpr Kind kKinds[] = {Kind::CT, Kind::MR, Kind::US, Kind::MultiFrame, Kind:
 constexpr Charset kCharsets[] = {Charset::Ascii,    Charset::Latin1,   Charset::Utf8,   Charset::Greek,
                                  Charset::Cyrillic, Charset::Japanese, Charset::Korean, Charset::Chinese};
 
-std::string BytesOf(Phantom::Object const& object, Dicom_UI const& syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX) {
+std::string BytesOf(Phantom::Object const& object) {
   std::unique_ptr<IOD_Msg> const msg = Phantom::Make(object);
   int status = -1;
-  Util_File file(*msg, &status, syntax, 2, nullptr);
+  Util_File const file(*msg, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, nullptr);
   EXPECT_EQ(status, 0);
   return std::string(file.Bytes());
 }
@@ -31,24 +31,15 @@ TEST(Phantom, SameDescriptionGivesTheSameBytes) {
 
 TEST(Phantom, EveryKindIsReadBackAsItWasMade) {
   for (Kind const kind : kKinds)
-    for (Charset const charset : kCharsets)
-      for (Dicom_UI const& syntax : {Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, Dicom_UIDic::IMPLICIT_VR_LITTLE_ENDIAN,
-                                     Dicom_UIDic::EXPLICIT_VR_BIG_ENDIAN}) {
-        SCOPED_TRACE(testing::Message() << int(kind) << " " << int(charset) << " " << syntax.View());
-        Phantom::Object object{.kind = kind, .size = 21, .charset = charset};
-        if (syntax != Dicom_UIDic::IMPLICIT_VR_LITTLE_ENDIAN) { // where private attributes have no VR
-          object.key_image = "Y";
-          object.image_label = object.series_label = "Label";
-          object.slice_number = "7";
-          object.slice_direction = "UP";
-          object.study_body_part = "KNEE";
-        }
-        auto const made = Phantom::Make(object), read = DataSetProperty::Read(BytesOf(object, syntax));
-        ASSERT_TRUE(read);
-        EXPECT_EQ(DataSetProperty::Difference(*made, *read, syntax == Dicom_UIDic::IMPLICIT_VR_LITTLE_ENDIAN), "");
-        EXPECT_EQ(read->GetPatientsName(), made->GetPatientsName());
-        EXPECT_EQ(read->GetPatientsName().View().find('?'), std::string_view::npos) << "lost in its character set";
-      }
+    for (Charset const charset : kCharsets) {
+      SCOPED_TRACE(testing::Message() << int(kind) << " " << int(charset));
+      Phantom::Object const object{.kind = kind, .size = 21, .charset = charset};
+      auto const made = Phantom::Make(object), read = DataSetProperty::Read(BytesOf(object));
+      ASSERT_TRUE(read);
+      EXPECT_EQ(DataSetProperty::Difference(*made, *read, false), "");
+      EXPECT_EQ(read->GetPatientsName(), made->GetPatientsName());
+      EXPECT_EQ(read->GetPatientsName().View().find('?'), std::string_view::npos) << "lost in its character set";
+    }
 }
 
 } // namespace
