@@ -85,7 +85,7 @@ TEST_F(FilesetTest, MakesAFileSetOnlyWhereNothingElseStands) {
   } const cases[] = {
       {"mkdir new/lost+found new/SA100000", "", ""},
       {"mkdir new/RELAXED new/S_000001 && touch new/LOCKFILE new/DICOMDIR.tmp new/S_000001/DIRFILE", "", ""},
-      {"touch new/note", "", "fileset: new: is no file-set, and isn't empty: a new one"},
+      {"touch new/note", "", "fileset: new: is no file-set, and isn't empty: --init makes"},
       {"mkdir new/Documents && touch new/Documents/LOCKFILE", "", "and isn't empty"},
       {"mkdir new/SA100000 && touch new/SA100000/note", "", "and isn't empty"},
       {"touch new/note", "--init", ""},

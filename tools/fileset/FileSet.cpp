@@ -66,9 +66,8 @@ std::string Obstacle(Contents contents, Access access, bool standard) {
   if (contents == Contents::LostPrivate && (access != Access::MakeAmong || standard))
     return std::string(kLost) + "store with --init, and `fileset scan --adopt` gives the objects new records";
   if (contents == Contents::Other && access != Access::MakeAmong)
-    return "is no file-set, and isn't empty: a new one is made in an empty folder, or with --init here; the file-set "
-           "is "
-           "named first, and what is to be stored behind it";
+    return "is no file-set, and isn't empty: --init makes one here all the same; the file-set is named first, and what "
+           "is to be stored behind it";
   return {};
 }
 

@@ -58,6 +58,9 @@ int WriteNew(std::string const& path, std::string_view bytes, Dicom_UI* syntax) 
 } // namespace
 
 std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
+  if (object.GetStudyInstanceUID() == UI_NULL || object.GetSeriesInstanceUID() == UI_NULL ||
+      object.GetSOPInstanceUID() == UI_NULL || object.GetPatientID() == LO_NULL)
+    return "has no Patient ID, or no UID of study, series or instance";
   std::string const uids = object.GetStudyInstanceUID().GetText() + "|" + object.GetSeriesInstanceUID().GetText() +
                            "|" + object.GetSOPInstanceUID().GetText();
   if (added_.count(uids) != 0) return "the series holds two objects of this UID: the first is copied";
@@ -66,11 +69,8 @@ std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
   if (path.empty()) return errno != 0 ? std::strerror(errno) : log_.Cause();
   Dicom_UI syntax;
   if (WriteNew(path, bytes, &syntax) == -1) return std::strerror(errno);
-  if (set_.root->Store(&object, false, 1, 1, path.data(), 0, nullptr, nullptr, &syntax) == -1) {
-    std::string const cause = log_.Cause();
-    unlink(path.c_str());
-    return cause;
-  }
+  // a failure may have come after the record was written, so the file stays
+  if (set_.root->Store(&object, false, 1, 1, path.data(), 0, nullptr, nullptr, &syntax) == -1) return log_.Cause();
   added_.insert(uids);
   return {};
 }

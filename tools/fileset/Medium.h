@@ -1,6 +1,6 @@
 // A new file-set of the standard structure for an exchange medium, whose records tell of each file the syntax that it
-// is in. The file is placed first, where the library would, and then stored in place. An interruption can leave a file
-// that no record names.
+// is in. The file is placed first, where the library would, and then stored in place. An interruption or a failure can
+// leave a file that no record names.
 #pragma once
 
 #include "FileSet.h"
