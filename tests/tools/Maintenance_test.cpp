@@ -192,9 +192,11 @@ TEST_F(MaintenanceTest, ExportsWhatIsThere) {
   ExpectMedium(temp / "standard", UidsBelow(temp / "folder"));
   EXPECT_EQ(Line("export set --out compressed --standard --as-stored --image " + other).code, 0);
   EXPECT_EQ(Line("store native in --standard --icon").code + Line("store coded in --standard --compress").code, 0);
+  EXPECT_EQ(Line("store decoded compressed --standard").code, 0);
   for (auto const& [set, record, file] : {std::tuple("standard", kNative, UI_NULL),
                                           {"compressed", kJpegLs, kJpegLs},
                                           {"native", kNative, UI_NULL},
+                                          {"decoded", kNative, UI_NULL},
                                           {"coded", kNative, kJpegLs}}) {
     json const rows =
         RunJson({"query", set, "--level", "image", "--key", "SOPInstanceUID=" + other, "--key", "0004,1512"});

@@ -126,7 +126,7 @@ def check_names(binary, folder, report, structure):
         shutil.rmtree(work)
 
 def main():
-    structure = ["--standard"] if "--standard" in sys.argv else []
+    structure = ["--standard", "--compress"] if "--standard" in sys.argv else []
     binary, samples = sys.argv[1:3]
     if not os.path.isdir(samples) or not shutil.which("dcmdump"):
         print("skipped: no sample files, or no dcmdump")

@@ -126,7 +126,7 @@ public:
     std::string problem;
     std::string_view bytes = options_.as_stored ? object.GetOriginalBuffer() : std::string_view();
     if (!options_.as_stored) Decompress(object, &problem);
-    if (!problem.empty()) report_.Fail(uid, std::exchange(problem, {}));
+    if (!problem.empty()) report_.Fail(uid, std::exchange(problem, {}) + ": copied as it is");
     int status = 0;
     std::unique_ptr<Util_File> file;
     if (bytes.empty()) {

@@ -63,8 +63,7 @@ bool Decompress(IOD_Msg& object, std::string* problem) {
   if (object.GetEncapsulatedSyntax() == UI_NULL) return false;
   Dicom_DecodingFailure failure;
   if (Dicom_Compressor().Decompress(&object, &failure) == 0) return true;
-  *problem = (failure.kind == failure.Damaged ? "its pixels are damaged (" : "can't be decompressed (") + failure.text +
-             "): copied as it is";
+  *problem = (failure.kind == failure.Damaged ? "its pixels are damaged (" : "can't be decompressed (") + failure.text + ")";
   return false;
 }
 
@@ -94,7 +93,7 @@ std::string ObjectWriter::Copy(IOD_Msg& object, std::string const& name, bool de
   std::string cause, path;
   std::unique_ptr<Util_File> file;
   std::string_view const bytes = ObjectBytes(object, decompress, &file, &cause);
-  if (!cause.empty()) report.Fail(name, cause);
+  if (!cause.empty()) report.Fail(name, bytes.empty() ? cause : cause + ": copied as it is");
   if (bytes.empty()) return {};
   if (Write(object.GetSOPInstanceUID().View(), bytes, &path) == 0) return path;
   report.Fail(path, std::strerror(errno));

@@ -9,7 +9,7 @@
 
 class Report;
 
-// Decompresses the pixels, if they are compressed. Whether it did; else `*problem` is not empty if it should have.
+// Decompresses the pixels, if they are compressed. Whether it did; else `*problem` tells why it couldn't.
 bool Decompress(IOD_Msg& object, std::string* problem);
 
 class ObjectWriter {

@@ -3,6 +3,7 @@
 #include "EngineLog.h"
 #include "Interruption.h"
 #include "Json.h"
+#include "ObjectWriter.h"
 #include "ReadAhead.h"
 #include "Report.h"
 #include "SourceFiles.h"
@@ -29,8 +30,9 @@ becomes a file-set with --init only, and nothing in it is touched. An object tha
 A new file-set gets the private structure, which is the faster one to store into, or with --standard the
 standard one, whose DICOMDIR other DICOM software reads. An existing file-set keeps its structure.
 
-In the private structure an object is compressed without loss unless --native is given; in the standard one,
-which others read, only if --compress is. An object whose Patient's Name, Patient
+In the private structure an object is compressed without loss unless --native is given, and what comes compressed
+stays so. In the standard one, which others read, an object is decompressed; with --compress it is treated as in the
+private structure. An object whose Patient's Name, Patient
 ID, Study ID or Series Number contradicts what the file-set knows of its study or series is refused
 unless --accept-mismatch is given.
 
@@ -55,9 +57,8 @@ struct Options {
   bool native = false, compress = false, standard = false, icon = false, accept_mismatch = false, move = false,
        durable = false, strict = false, init = false, json = false;
 
-  bool Compresses(Structure structure) const {
-    return !native && (compress || (structure != Structure::Standard && !standard));
-  }
+  bool IsStandard(Structure found) const { return standard || found == Structure::Standard; }
+  bool Compresses(Structure found) const { return !native && (compress || !IsStandard(found)); }
 };
 
 struct Outcome {
@@ -77,6 +78,12 @@ struct Target {
   Options const& options;
   FileSet& set;
   EngineLog& log;
+  Report const& report;
+
+  // The records of a standard file-set say that its files are native, so they had better be.
+  bool Decompresses() const {
+    return options.IsStandard(set.structure) && !options.Compresses(set.structure) && !options.move;
+  }
 };
 
 // Empty when the object that `read` gives is stored, else the cause.
@@ -87,6 +94,9 @@ std::string Attempt(ReadAhead& objects, ReadAhead::Object (ReadAhead::*read)(), 
   try {
     ReadAhead::Object const next = (objects.*read)();
     if (!next.object) return next.problem;
+    std::string problem;
+    if (target.Decompresses() && !Decompress(*next.object, &problem) && !problem.empty())
+      target.report.Warn(path, problem + ": it stays compressed");
     return StoreObject(*next.object, {options.icon, options.accept_mismatch, options.move ? path : ""}, target.set,
                        target.log);
   } catch (std::bad_alloc const&) {
@@ -136,7 +146,7 @@ Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& r
   auto const start = std::chrono::steady_clock::now();
   Outcome outcome{0, 0, 0, 0, "each object was on the disk before the next"};
   report.Begin(files.paths.size());
-  StoreFiles(files, {options, set, log}, report, &outcome);
+  StoreFiles(files, {options, set, log, report}, report, &outcome);
   report.End();
   outcome.refused = report.Failures().size();
   if (!full && outcome.stored > 0) {
