@@ -47,6 +47,7 @@ TEST_F(FilesetTest, CommandLines) {
       {"query empty", 3, "", "fileset: empty: holds no file-set: there is no DICOMDIR\n"},
       {"query nowhere", 3, "", "fileset: nowhere: No such file or directory\n"},
       {"query note.txt", 3, "", "fileset: note.txt: not a directory\n"},
+      {"store note.txt in", 3, "", "fileset: note.txt: not a directory; the file-set is named first"},
       {"query damaged", 3, "", "fileset: damaged: DICOMDIR isn't a directory of DICOM objects"},
       {"query standard", 0, "\n0 studies\n", "fileset: standard: its DICOMDIR has no records\n"},
       {"info standard", 0, "Studies      0\n", "fileset: standard: its DICOMDIR has no records\n"},
@@ -118,8 +119,7 @@ TEST_F(FilesetTest, TellsWhatTheDiskDoesntTake) {
   Result const full = Line("store full/set in", small);
   if (full.out.empty()) GTEST_SKIP() << "no file system can be mounted here: " << full.err;
   EXPECT_EQ(full.out.substr(1, 19), " stored, 1 refused ") << full.out;
-  EXPECT_NE(full.err.find("device: the disk is full, so the store ends here, with " + full.out.substr(0, 8)),
-            full.err.npos);
+  EXPECT_NE(full.err.find("device: the disk is full, so it ends here, with " + full.out.substr(0, 8)), full.err.npos);
   EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;
 }
 

@@ -118,8 +118,8 @@ int RunStore(StoreOptions const& options) {
       ++skipped;
     } else {
       ++refused;
-      report.Fail(file, cause);
-      if (RanOutOfDisk()) break; // so would all others
+      report.Fail(file, RanOutOfDisk() ? cause + kDiskIsFull : cause);
+      if (RanOutOfDisk()) break;
     }
     report.Step();
   }

@@ -80,6 +80,8 @@ public:
   virtual int Open() = 0;
   // Whether the object is there now. If not, or not as wanted, that is reported.
   virtual bool Add(IOD_Msg& object, std::string const& uid) = 0;
+  // Whether that failed as there is no more space for any.
+  virtual bool IsFull() const = 0;
   virtual void Finish() {}
 };
 
@@ -96,6 +98,8 @@ public:
   bool Add(IOD_Msg& object, std::string const& uid) override {
     return !writer_.Copy(object, uid, options_.decompress, report_).empty();
   }
+
+  bool IsFull() const override { return writer_.IsFull(); }
 
 protected:
   Options const& options_;
@@ -141,6 +145,8 @@ public:
     return problem.empty();
   }
 
+  bool IsFull() const override { return medium_ && medium_->IsFull(); }
+
   void Finish() override {
     if (medium_->Sync() == -1)
       report_.Fail(options_.out,
@@ -156,7 +162,7 @@ private:
 // The number of objects copied from the list.
 std::size_t CopyList(Disk_Access& access, Target& target, EngineLog& log, Report& report) {
   std::size_t copied = 0;
-  while (access.HasMore() && !IsInterrupted()) {
+  while (access.HasMore() && !IsInterrupted() && !target.IsFull()) {
     std::string const uid = access.GetNextUID().GetText();
     IOD_Msg* fetched = nullptr;
     log.Begin();

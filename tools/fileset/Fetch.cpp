@@ -128,7 +128,7 @@ int Run(Options const& options) {
   std::vector<std::string> files;
   report.Begin(wanted.size());
   for (Wanted const& one : wanted) {
-    if (IsInterrupted()) break;
+    if (IsInterrupted() || writer.IsFull()) break;
     std::string path = FetchOne(one, options, set, log, report, writer);
     if (!path.empty()) files.push_back(std::move(path));
     report.Step();

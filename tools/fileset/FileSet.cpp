@@ -22,6 +22,8 @@ constexpr Dicom_Tag kLastOffset{0x0004, std::uint16_t(0x1202)};
 
 constexpr char kNoFileSet[] = "holds no file-set: there is no DICOMDIR";
 constexpr char kLost[] = "its DICOMDIR is gone, though there is its VERSION: bring it back from a backup; or ";
+constexpr char kNoDirectory[] = "not a directory";
+constexpr char kOrder[] = "the file-set is named first, and what is to be stored behind it";
 constexpr char kStandard[] = "a file-set of the standard structure; only one of the private structure can do this";
 
 // Whether both offsets are 0; nothing unless the file begins as a directory file does.
@@ -66,8 +68,7 @@ std::string Obstacle(Contents contents, Access access, bool standard) {
   if (contents == Contents::LostPrivate && (access != Access::MakeAmong || standard))
     return std::string(kLost) + "store with --init, and `fileset scan --adopt` gives the objects new records";
   if (contents == Contents::Other && access != Access::MakeAmong)
-    return "is no file-set, and isn't empty: --init makes one here all the same; the file-set is named first, and what "
-           "is to be stored behind it";
+    return std::string("is no file-set, and isn't empty: --init makes one here all the same; ") + kOrder;
   return {};
 }
 
@@ -86,7 +87,7 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
   if (access(path.c_str(), F_OK) == -1 && access((directory + "/dicomdir").c_str(), F_OK) == 0)
     path = directory + "/dicomdir"; // as some media have it
   if (stat(directory.c_str(), &status) == -1) return {{}, std::strerror(errno)};
-  if (!S_ISDIR(status.st_mode)) return {{}, "not a directory"};
+  if (!S_ISDIR(status.st_mode)) return {{}, kNoDirectory};
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDONLY | O_NONBLOCK);
   if (!file && errno == ENOENT) return {{}, kNoFileSet};
   if (!file) return {{}, std::string("DICOMDIR: ") + std::strerror(errno)};
@@ -104,6 +105,7 @@ FoundFileSet FindFileSet(std::string const& directory, Access access, bool stand
   if (makes && MakeDirectory(directory) == -1) return {{}, std::string("can't be made: ") + std::strerror(errno)};
   Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
   FoundFileSet found = RecogniseFileSet(directory);
+  if (makes && found.problem == kNoDirectory) found.problem += std::string("; ") + kOrder;
   if (found.problem != kNoFileSet) return found;
   Contents const contents = ContentsOf(directory);
   std::string problem = Obstacle(contents, access, standard);

@@ -1,11 +1,12 @@
 #include "Medium.h"
 
 #include "EngineLog.h"
+#include "StoreObject.h"
 
 #include <cerrno>
-#include <cstring>
 #include <dicom/Util_TransferSyntax.h>
 #include <fcntl.h>
+#include <infra/Klb_GError.h>
 #include <infra/Util_FileSystem.h>
 #include <unistd.h>
 
@@ -66,11 +67,18 @@ std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
   if (added_.count(uids) != 0) return "the series holds two objects of this UID: the first is copied";
   log_.Begin();
   std::string path = PathFor(object, set_.directory);
-  if (path.empty()) return errno != 0 ? std::strerror(errno) : log_.Cause();
   Dicom_UI syntax;
-  if (WriteNew(path, bytes, &syntax) == -1) return std::strerror(errno);
+  if (path.empty() || WriteNew(path, bytes, &syntax) == -1) {
+    if (errno != 0) KlbGError.SetSystem(errno);
+    return failed();
+  }
   // a failure may have come after the record was written, so the file stays
-  if (set_.root->Store(&object, false, 1, 1, path.data(), 0, nullptr, nullptr, &syntax) == -1) return log_.Cause();
+  if (set_.root->Store(&object, false, 1, 1, path.data(), 0, nullptr, nullptr, &syntax) == -1) return failed();
   added_.insert(uids);
   return {};
+}
+
+std::string Medium::failed() {
+  is_full_ = RanOutOfDisk();
+  return log_.Cause() + (is_full_ ? kDiskIsFull : "");
 }

@@ -17,11 +17,16 @@ public:
 
   // Makes a file of these bytes, which are the object's. Empty when it is part of the file-set, else the cause.
   std::string Add(IOD_Msg& object, std::string_view bytes);
+  // Whether that failed as the disk is full.
+  bool IsFull() const { return is_full_; }
   // Brings all to the disk. 0, or -1 with errno.
   int Sync() { return set_.root->Sync(); }
 
 private:
+  std::string failed();
+
   FileSet set_;
   EngineLog& log_;
   std::set<std::string> added_; // the UIDs of each object
+  bool is_full_ = false;
 };

@@ -1,6 +1,7 @@
 #include "ObjectWriter.h"
 
 #include "Report.h"
+#include "StoreObject.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -96,6 +97,7 @@ std::string ObjectWriter::Copy(IOD_Msg& object, std::string const& name, bool de
   if (!cause.empty()) report.Fail(name, bytes.empty() ? cause : cause + ": copied as it is");
   if (bytes.empty()) return {};
   if (Write(object.GetSOPInstanceUID().View(), bytes, &path) == 0) return path;
-  report.Fail(path, std::strerror(errno));
+  is_full_ = errno == ENOSPC || errno == EDQUOT;
+  report.Fail(path, std::string(std::strerror(errno)) + (is_full_ ? kDiskIsFull : ""));
   return {};
 }

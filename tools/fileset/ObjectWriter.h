@@ -25,9 +25,12 @@ public:
   // Writes a file of the object as it was read, or decompressed. The path; empty, reported for `name`, when there is
   // none. What can't be decompressed is reported and copied as it is.
   std::string Copy(IOD_Msg& object, std::string const& name, bool decompress, Report& report);
+  // Whether a copy failed as the disk is full, or what the user may have of it; so will others.
+  bool IsFull() const { return is_full_; }
 
 private:
   std::string folder_;
   bool force_;
+  bool is_full_ = false;
   std::map<std::string, int> names_; // how often each was given
 };

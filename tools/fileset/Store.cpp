@@ -127,7 +127,7 @@ void StoreFiles(SourceFiles const& files, Target const& target, Report& report, 
     if (cause.empty())
       ++outcome->stored;
     else if (is_full)
-      report.Fail(file, cause + ": the disk is full, so the store ends here, with " + std::to_string(outcome->stored) +
+      report.Fail(file, cause + kDiskIsFull + ", with " + std::to_string(outcome->stored) +
                             " stored; the same command, when there is room, stores them all");
     else if (!options.strict && files.from_folder[i] && IsNoObject(file, cause))
       ++outcome->skipped;

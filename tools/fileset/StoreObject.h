@@ -14,8 +14,9 @@ inline constexpr char kIsDicomDir[] = "a DICOMDIR: a directory of objects, not a
 
 // Whether that is why the last operation of this thread failed; its code has to have been 0 before.
 bool RanOutOfMemory();
-// The same for the space on the disk, or what the user may have of it.
+// The same for the space on the disk, or what the user may have of it; so will what comes behind.
 bool RanOutOfDisk();
+inline constexpr char kDiskIsFull[] = ": the disk is full, so it ends here";
 
 struct StoreHow {
   bool icon = false, accept_mismatch = false;
