@@ -1,6 +1,7 @@
 #include "OwnFiles.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <sys/stat.h>
 #include <vector>
@@ -12,11 +13,11 @@ namespace {
 constexpr std::size_t kNameLength = 8;
 constexpr std::uintmax_t kVersionLength = 4;
 
-enum class Kind { File, Folder, Other }; // a link is something else, wherever it leads
+enum class Kind { File, Folder, Other, Gone }; // a link is something else, wherever it leads
 
 Kind KindOf(fs::path const& path) {
   struct stat status {};
-  if (lstat(path.c_str(), &status) == -1) return Kind::Other;
+  if (lstat(path.c_str(), &status) == -1) return errno == ENOENT ? Kind::Gone : Kind::Other;
   return S_ISREG(status.st_mode) ? Kind::File : S_ISDIR(status.st_mode) ? Kind::Folder : Kind::Other;
 }
 
@@ -52,6 +53,7 @@ bool IsFileName(std::string name, int depth) {
 bool CanBeOwn(fs::path const& path, int depth) {
   std::string const name = path.filename();
   Kind const kind = KindOf(path);
+  if (kind == Kind::Gone) return true; // a temporary file of a store that is under way
   if (kind == Kind::File) return IsFileName(name, depth);
   if (kind == Kind::Other || !(depth == 1 ? IsStudyName(name) : depth == 2 && IsGenerated(name, 'S'))) return false;
   std::vector<fs::path> entries;
@@ -60,17 +62,16 @@ bool CanBeOwn(fs::path const& path, int depth) {
          });
 }
 
-// What counts for nothing in the folder of a file-set to be. A first store that was killed leaves files, and a folder
-// of its study that is empty or has its lock or directory file.
+// What counts for nothing in the folder of a file-set to be. A first store that was killed, or is under way, leaves
+// files and the folder of its study.
 bool IsUnfinished(fs::path const& path) {
   std::string const name = path.filename();
   Kind const kind = KindOf(path);
   if (kind == Kind::File) return name == "LOCKFILE" || name.ends_with(".tmp");
-  if (kind != Kind::Folder) return false;
+  if (kind != Kind::Folder) return kind == Kind::Gone;
   if (name == "lost+found" || name == "RELAXED") return true;
-  std::error_code error;
-  return IsStudyName(name) && (KindOf(path / "LOCKFILE") == Kind::File || KindOf(path / "DIRFILE") == Kind::File ||
-                               fs::is_empty(path, error));
+  return CanBeOwn(path, 1) ||
+         (IsStudyName(name) && (KindOf(path / "LOCKFILE") == Kind::File || KindOf(path / "DIRFILE") == Kind::File));
 }
 
 } // namespace
