@@ -64,7 +64,8 @@ bool Decompress(IOD_Msg& object, std::string* problem) {
   if (object.GetEncapsulatedSyntax() == UI_NULL) return false;
   Dicom_DecodingFailure failure;
   if (Dicom_Compressor().Decompress(&object, &failure) == 0) return true;
-  *problem = (failure.kind == failure.Damaged ? "its pixels are damaged (" : "can't be decompressed (") + failure.text + ")";
+  *problem =
+      (failure.kind == failure.Damaged ? "its pixels are damaged (" : "can't be decompressed (") + failure.text + ")";
   return false;
 }
 
