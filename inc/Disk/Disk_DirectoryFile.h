@@ -149,7 +149,8 @@ protected:
   bool is_unnamed = false;
   bool is_loaded = false; ///< all records were read, and nothing was changed since that isn't written
   std::string const own_path, own_version_path;
-  std::string lasting_folder; ///< below this one, whose entry was synced since the records were read
+  bool is_folder_gone = false; ///< as the last Read found, when the file wasn't there
+  std::string lasting_folder;  ///< below this one, whose entry was synced since the records were read
 
 private:
   /// What tells one content of a private directory file, which is replaced whole, from another.
@@ -159,6 +160,7 @@ private:
     friend bool operator==(FileState const&, FileState const&) = default;
   };
   FileState file_state() const;
+  int read_file(IOD_Msg** msg, int* found, bool is_expected);
   /// Brings a new content to the file, as durable as the operation is.
   int rewrite(IOD_Msg* msg, Disk_Replacements* together);
   int forget_copy() const;

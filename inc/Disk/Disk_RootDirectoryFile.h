@@ -177,6 +177,7 @@ private:
   static constexpr int kStudyIsGone = -2; // from the folder where it was found
   int store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
   int try_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
+  int pin_study(Disk_StudyDirectoryRecord** study);
   int store_standard(Disk_StoreRequest const& request);
   int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_known, int* new_series,
                   int* new_image);
@@ -232,6 +233,8 @@ private:
   int standard_delete_study(Disk_StudyDirectoryRecord* study);
 
   int DeleteCorruptedEntry(Disk_StudyDirectoryRecord* study);
+  std::string folder_of(Disk_StudyDirectoryRecord const& study) const;
+  bool has_lost_folder(Disk_StudyDirectoryRecord const& study) const;
 
   // protection and status
   struct StudyChangeTexts;

@@ -30,8 +30,10 @@ public:
   int Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon, int in_place,
             char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
             Dicom_UI const* syntax_in_file);
+  /// Private structure: kFolderIsGone, and nothing is done, when the folder that the series' record names isn't there.
   int Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series, int* new_image,
             Disk_Replacements* together = nullptr);
+  static constexpr int kFolderIsGone = 1;
   /// Appends a response to `results` for each record that matches. 0, or -1.
   int Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   /// Deletes images, or all for a null UID. `*records` is how many there were. 0, also when some couldn't be removed;

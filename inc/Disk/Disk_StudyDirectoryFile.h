@@ -40,6 +40,8 @@ public:
             int store_unmatching_images, int in_place, char* existing_file, int move_store, char* file_to_move,
             char* stored_file_name, Dicom_UI const* syntax_in_file);
   int Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image);
+  /// Whether that dropped a series whose folder was gone, so that the counts of the root are too high.
+  bool HasDropped() const { return has_dropped; }
   /// Appends the responses of a query at series or image level to `results`. The caller holds the study lock.
   int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   /// How many series there are, and by their records how many images, in the private structure. Who holds neither the
@@ -76,6 +78,7 @@ private:
   void GetSeriesFile(Disk_SeriesDirectoryRecord* series);
   int add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
                  Disk_SeriesDirectoryRecord** series);
+  int drop_lost_series(Dicom_UI const& uid);
   int check_series_number(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord const& series) const;
   int count_new_image(Disk_SeriesDirectoryRecord* series) const;
   int DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids, Disk_Tally* tally,
@@ -91,4 +94,5 @@ private:
   int no_lock_cause = 0; // errno, when its file couldn't be opened
   std::unique_ptr<Disk_SeriesDirectoryFile> series_file;
   unsigned first_series_offset;
+  bool has_dropped = false;
 };

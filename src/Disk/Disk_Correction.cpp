@@ -123,7 +123,8 @@ int Disk_RootDirectoryFile::correct_study(Disk_StudyDirectoryRecord* study, Disk
   GetStudyFile(study);
   if (!study_file) return -1;
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (held.Exclusive(*study_file) == -1) return Failed(correction.texts.cant_lock_study); // a store may be in it
+  if (held.Exclusive(*study_file) == -1) // a store may be in it
+    return has_lost_folder(*study) ? 0 : Failed(correction.texts.cant_lock_study);
   if (study_file->correct(correction) == -1) return -1;
   return held.Release(); // logs
 }
@@ -168,6 +169,7 @@ int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufactur
 int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
   if (params.read_only) return RefuseReadOnly(correction);
   if (RefuseLink() == -1 || Read() == -1) return Failed(correction.texts.cant_read_series);
+  if (is_folder_gone) return 0;
   for (Disk_InstanceDirectoryRecord* image : image_records) {
     Disk_FileID const id = object_id(image->GetReferencedFileID());
     if (Disk_ObjectFile(id, params).correct(correction, !is_synced_with(id)) == -1) return -1;

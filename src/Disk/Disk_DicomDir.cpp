@@ -3,8 +3,10 @@
 #include "Disk/Disk_Extents.h"
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_LookAgain.h"
 #include "Disk/Disk_Redo.h"
 #include "Disk/Disk_RelaxedEpoch.h"
+#include "Disk/Disk_VersionFile.h"
 #include "Disk/Disk_WriteGather.h"
 #include "dicom/Dicom_DataSetReader.h"
 
@@ -45,6 +47,19 @@ Presence PresenceOf(std::string const& path) {
   return Presence::Unknown;
 }
 
+/// By a second look: what VERSION counts the writes of was there, and another takes its place if it isn't found.
+Presence CertainPresenceOf(std::string const& path) {
+  switch (Disk_LookAgain(path)) {
+  case Disk_Sight::There:
+    return Presence::Present;
+  case Disk_Sight::Unknown:
+    DISK_LOG(3, "Can't tell whether %s is there (errno=%d).\n", path.c_str(), errno);
+    return Presence::Unknown;
+  default:
+    return Presence::Absent;
+  }
+}
+
 /// The DICOMDIR of a directory: "dicomdir" only if that alone is there.
 std::string NameIn(std::string const& directory, Presence* presence, int* lowercase) {
   *lowercase = 0;
@@ -52,6 +67,13 @@ std::string NameIn(std::string const& directory, Presence* presence, int* lowerc
   *presence = PresenceOf(upper);
   if (*presence != Presence::Absent) return upper;
   *presence = PresenceOf(lower);
+  if (*presence == Presence::Absent && Disk_ReadVersion(directory + "/VERSION") != kNoVersion) {
+    *presence = CertainPresenceOf(upper);
+    if (*presence != Presence::Absent) return upper;
+    *presence = CertainPresenceOf(lower);
+    if (*presence == Presence::Absent)
+      DISK_LOG(4, "%s is gone; a copy of it, or storing the objects again, brings its records back.\n", upper.c_str());
+  }
   if (*presence == Presence::Absent) errno = 0;
   *lowercase = *presence == Presence::Present;
   return *lowercase ? lower : upper;

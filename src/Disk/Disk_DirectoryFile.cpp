@@ -1,5 +1,6 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_LookAgain.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
@@ -58,7 +59,9 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   // these first: what is written meanwhile makes the records newer than their number, never older
   FileState const state = file_state();
   long const version = GetFileVersion();
-  if (Disk_File::Read(msg, found, 1, nullptr) == -1) {
+  // a root's file that was never written has no VERSION; below the root a record names the file
+  bool const is_expected = version != kNoVersion || file_id.GetID().GetNValues() > 1;
+  if (read_file(msg, found, is_expected) == -1) {
     DISK_LOG(3, "Read(): Can't read directory file.\n");
     return -1;
   }
@@ -88,6 +91,26 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   return 0;
 }
 
+/// That a file isn't there must be certain: an empty list takes the place of its records with the next write.
+int Disk_DirectoryFile::read_file(IOD_Msg** msg, int* found, bool is_expected) {
+  is_folder_gone = false;
+  if (Disk_File::Read(msg, found, 1, nullptr) == -1) return -1;
+  if (*found || !is_expected) return 0;
+  Disk_Sight const sight = Disk_LookAgain(own_path);
+  int const cause = sight == Disk_Sight::Unknown ? errno : ENOENT;
+  if (Disk_File::Read(msg, found, 1, nullptr) == -1) return -1;
+  if (*found) return 0;
+  if (sight == Disk_Sight::Unknown || sight == Disk_Sight::There) {
+    DISK_LOG(3, "Read(): Can't tell whether %s is there (errno=%d).\n", own_path.c_str(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  }
+  is_folder_gone = sight == Disk_Sight::FolderGone;
+  DISK_LOG(4, "Read(): %s is gone; adopting its object files, or storing the objects again, brings its records back.\n",
+           own_path.c_str());
+  return 0;
+}
+
 int Disk_DirectoryFile::Write(Dicom_Sequence& sequence, Disk_Replacements* together) {
   if (refuse_read_only("Write") == -1) return -1;
   return Disk_Guarded("Write", [&] {
@@ -99,7 +122,7 @@ int Disk_DirectoryFile::Write(Dicom_Sequence& sequence, Disk_Replacements* toget
 
 int Disk_DirectoryFile::rewrite(IOD_Msg* msg, Disk_Replacements* together) {
   bool const relaxed =
-      Util_FileSystem::GetDurability() == Util_Durability::Relaxed && Disk_RelaxedEpoch::Keep(file_id) == 0;
+      Util_FileSystem::GetDurability() == Util_Durability::Relaxed && Disk_RelaxedEpoch::Keep(file_id, is_unnamed) == 0;
   Synced const synced = relaxed ? Synced::Unsynced : is_unnamed ? Synced::Nothing : Synced::FileAndEntry;
   bool const waits = together && synced == Synced::FileAndEntry;
   if (write(msg, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, synced, waits ? together : nullptr) == -1) return -1;

@@ -1,6 +1,7 @@
 #include "Disk/Disk_CheckStandard.h"
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_LookAgain.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 
@@ -32,6 +33,12 @@ std::string CopyIn(std::string const& folder, std::string const& name, std::stri
   return Exists(copy) || !Exists(copy + unfinished) ? copy : copy + unfinished;
 }
 
+/// Whether there is no copy, for certain: what is torn gives way to it, and else to nothing. False with errno.
+bool IsWithoutCopy(std::string const& folder, std::string const& name, std::string const& unfinished) {
+  errno = EIO; // unless one is there and can't be read
+  return Disk_IsGone(folder + "/" + name) && Disk_IsGone(folder + "/" + name + unfinished);
+}
+
 struct PrivateFiles {
   std::string prefix, folder, unfinished;
 
@@ -42,6 +49,7 @@ struct PrivateFiles {
     if (!file || Disk_RelaxedEpoch::IsWhole({file->data(), file->size()})) return 0; // what can't be read stays
     std::string const copy = CopyIn(folder, id.GetID().GetText(), unfinished);
     std::shared_ptr<Util_Buffer const> const kept = Util_FileSystem::ReadWholeFile(copy.c_str());
+    if (!kept && !IsWithoutCopy(folder, id.GetID().GetText(), unfinished)) return -1;
     bool const is_kept = kept && Disk_RelaxedEpoch::IsWhole({kept->data(), kept->size()});
     DISK_LOG(3, "Recover: %s was torn by a power cut; %s.\n", path.c_str(),
              is_kept ? "it is now what it was when it was last synced" : "it held nothing that was synced before");
@@ -98,7 +106,8 @@ std::size_t DamageOf(std::string const& folder, std::string const& dicomdir, std
 
 int MendStandard(std::string const& prefix, std::string const& folder, std::string const& unfinished) {
   if (Disk_DicomDir::Replay(prefix.c_str()) == -1) return -1;
-  std::string const name = Exists(prefix + "/DICOMDIR") ? "DICOMDIR" : "dicomdir", file = prefix + "/" + name;
+  std::string const upper = prefix + "/DICOMDIR";
+  std::string const name = Exists(upper) || !Disk_IsGone(upper) ? "DICOMDIR" : "dicomdir", file = prefix + "/" + name;
   std::string const copy = folder + "/" + name;
   struct stat status {};
   bool const has_copy = System().Stat(CopyIn(folder, name, unfinished).c_str(), &status) == 0;
@@ -106,6 +115,7 @@ int MendStandard(std::string const& prefix, std::string const& folder, std::stri
   if (damage == 0) return 0;
   bool const may_be_torn = CopyIn(folder, name, unfinished) != copy;
   if (may_be_torn && System().Rename((copy + unfinished).c_str(), copy.c_str()) == -1) return -1;
+  if (!Exists(copy) && !IsWithoutCopy(folder, name, unfinished)) return -1;
   std::size_t const kept = Exists(copy) ? DamageOf(folder, copy) : SIZE_MAX;
   if (kept >= damage || (may_be_torn && kept > 0)) return 0; // it is not the power cut's
   DISK_LOG(3, "Recover: %s was torn by a power cut; it is now what it was when it was last synced.\n", file.c_str());
@@ -130,9 +140,9 @@ int Disk_RelaxedEpoch::mend(std::string const& prefix, bool standard) {
 int Disk_RelaxedEpoch::remove_copies(std::string const& folder) {
   std::vector<Util_FileSystemInterface::Entry> entries;
   if (System().List(folder.c_str(), entries) == -1) return -1;
-  for (auto const& entry : entries)
+  for (auto const& entry : entries) // a durable write forgets its copy whoever holds the epoch
     if (entry.type != entry.Directory && entry.name != kBoot &&
-        System().Unlink((folder + "/" + entry.name).c_str()) == -1)
+        System().Unlink((folder + "/" + entry.name).c_str()) == -1 && errno != ENOENT)
       return -1;
   if (System().Unlink((folder + "/" + kBoot).c_str()) == -1) return -1;
   return System().Rmdir(folder.c_str()) == -1 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT ? -1 : 0;

@@ -1,5 +1,7 @@
 #include "Disk/Disk_RelaxedEpoch.h"
 
+#include "Disk/Disk_LookAgain.h"
+
 #include <infra/Util_FileSystem.h>
 
 #include <algorithm>
@@ -32,11 +34,13 @@ std::string CopyOf(std::string const& dicomdir) {
   return FolderIn(FolderOf(dicomdir)) + dicomdir.substr(dicomdir.rfind('/'));
 }
 
-/// Whether the folder stands there, and not a link that leads elsewhere.
+/// Whether the folder stands there, and not a link that leads elsewhere: that is 0 with ENOTDIR, nothing with ENOENT.
 int IsFolder(std::string const& path) {
   struct stat status {};
-  if (System().Lstat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
-  return errno == ENOENT ? 0 : -1;
+  if (System().Lstat(path.c_str(), &status) == -1) return errno == ENOENT ? 0 : -1;
+  if (S_ISDIR(status.st_mode)) return 1;
+  errno = ENOTDIR;
+  return 0;
 }
 
 int ForgetCopy(std::string const& copy) {
@@ -136,7 +140,8 @@ int Disk_RelaxedEpoch::LockShared() {
     if (!initialised_ || !Exists(boot)) {
       if (Util_FileSystem::MakeDirectory(folder.c_str()) == -1) return -1;
       int const open = IsOpen(prefix_);
-      if (open != 1) return errno = open == 0 ? ENOTDIR : errno, -1; // a link leads elsewhere
+      if (open == 0 && errno == ENOENT) continue; // another ended the epoch
+      if (open != 1) return -1;                   // a link leads elsewhere
       initialised_ = lock_.Init(folder.c_str(), boot.c_str(), 0) == 0;
       if (!initialised_ && errno != ENOENT) return -1;
       if (!initialised_) continue;
@@ -182,7 +187,7 @@ int Disk_RelaxedEpoch::look_at_boot(FileState* state) const {
   return 0;
 }
 
-int Disk_RelaxedEpoch::Keep(Disk_FileID const& id) {
+int Disk_RelaxedEpoch::Keep(Disk_FileID const& id, bool is_new) {
   std::string const path = id.Path(), copy = CopyOf(id), fresh = copy + kUnfinished;
   if (copy.empty()) return -1;
   if (Exists(copy)) return 0;
@@ -192,6 +197,7 @@ int Disk_RelaxedEpoch::Keep(Disk_FileID const& id) {
     linked = System().Link(path.c_str(), fresh.c_str());
   }
   if (linked == -1 && errno == ENOENT) {
+    if (!is_new && !Disk_IsGone(path)) return -1; // an empty copy would say that it held nothing durable
     // BOOT's entry must last before a record leads to an unsynced file: the copy of the file with that record sees to
     // it
     if (id.GetID().GetNValues() == 1 && Util_FileSystem::SyncDirectory(FolderOf(copy).c_str(), kFull) == -1) return -1;
@@ -214,14 +220,17 @@ int Disk_RelaxedEpoch::Forget(std::string const& dicomdir) { return ForgetCopy(C
 
 int Disk_RelaxedEpoch::IsOpen(std::string const& prefix) { return IsFolder(FolderIn(prefix)); }
 
+/// The folder can go at any moment, as another ends the epoch. Who removes it holds BOOT exclusively, so no relaxed
+/// operation is under way that began with it, and has synced the file system since: what had returned before is on the
+/// disk. It is synced here as well, since what stands outside of an epoch, a caller's own files, may not be.
 int Disk_RelaxedEpoch::End(std::string const& prefix) {
   std::string const folder = FolderIn(prefix);
-  int const open = IsOpen(prefix);
-  if (open != 1) return open == -1 ? -1 : Util_FileSystem::SyncFileSystem(prefix.c_str());
+  int open = IsOpen(prefix);
   Klb_LockFile lock;
-  if (lock.Init(folder.c_str(), (folder + "/" + kBoot).c_str(), 0) == -1 || lock.LockExclusive() == -1) return -1;
-  if (Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;
-  return remove_copies(folder);
+  if (open == 1 && (lock.Init(folder.c_str(), (folder + "/" + kBoot).c_str(), 0) == -1 || lock.LockExclusive() == -1))
+    open = errno == ENOENT ? 0 : -1;
+  if (open == -1 || Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;
+  return open == 1 ? remove_copies(folder) : 0;
 }
 
 std::array<char, Disk_RelaxedEpoch::kPreamble> Disk_RelaxedEpoch::Mark(std::span<std::string_view const> bytes_behind) {

@@ -24,8 +24,9 @@ public:
   int UnlockShared() { return lock_.UnlockShared(); }
   int UnlockExclusive() { return lock_.UnlockExclusive(); }
 
-  /// Before a private directory file is replaced without a sync. 0; or -1, and then it must be synced.
-  static int Keep(Disk_FileID const& id);
+  /// Before a private directory file is replaced without a sync, or made, if it `is_new`. 0; or -1, and then it must be
+  /// synced.
+  static int Keep(Disk_FileID const& id, bool is_new);
   /// The same for a standard DICOMDIR, before it is written to.
   static int Keep(std::string const& dicomdir);
   /// After a directory file was synced, or removed: its copy has no meaning any more. 0, or -1 with errno.

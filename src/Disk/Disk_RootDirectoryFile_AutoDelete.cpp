@@ -1,5 +1,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
+#include "Disk/Disk_LookAgain.h"
 #include "Disk/Disk_Operation.h"
 #include "Disk/Disk_RecordIO.h"
 
@@ -225,23 +226,38 @@ int Disk_RootDirectoryFile::auto_delete_study(Disk_StudyDirectoryRecord* study, 
   return -1;
 }
 
-int Disk_RootDirectoryFile::DeleteCorruptedEntry(Disk_StudyDirectoryRecord* study) {
-  Disk_FileID id(GetFileSetPrefix(), study->GetReferencedFileID(), 0);
+/// The folder of a study in the private structure; empty for one that has none of its own.
+std::string Disk_RootDirectoryFile::folder_of(Disk_StudyDirectoryRecord const& study) const {
+  Disk_FileID id(GetFileSetPrefix(), study.GetReferencedFileID(), 0);
   id.RemoveLastComponent();
-  std::string const folder = id.Path();
-  if (folder.empty() || folder == GetFileSetPrefix()) {
+  std::string folder = id.Path();
+  return is_standard() || folder == GetFileSetPrefix() ? std::string() : folder;
+}
+
+bool Disk_RootDirectoryFile::has_lost_folder(Disk_StudyDirectoryRecord const& study) const {
+  std::string const folder = folder_of(study);
+  if (folder.empty() || !Disk_IsGone(folder)) return false;
+  DISK_LOG(4, "%s is gone: a delete of its study was killed; done again, or a store, it drops the record.\n",
+           folder.c_str());
+  return true;
+}
+
+int Disk_RootDirectoryFile::DeleteCorruptedEntry(Disk_StudyDirectoryRecord* study) {
+  std::string const folder = folder_of(*study);
+  if (folder.empty()) {
     DISK_LOG(4, "DeleteStudy(): Warning: can't remove component from file-id.\n");
     return 0;
   }
   struct stat status {};
   if (Util_FileSystemInterface::Current().Stat((folder + "/.").c_str(), &status) == 0) return 0;
-  if (errno != ENOENT) {
+  if (errno != ENOENT || !Disk_IsGone(folder)) {
     int const cause = errno;
     DISK_LOG(3, "DeleteCorruptedEntry: unexpected error accessing study's directory, entry not deleted\n");
     DISK_LOG(3, "The cause: errno=%d.\n", cause);
     KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   }
+  Disk_RelaxedEpoch::Forget(Disk_FileID(GetFileSetPrefix(), study->GetReferencedFileID(), 0));
   if (DeleteStudyFromList(study) == 0) return 0;
   DISK_LOG(3, "DeleteCorruptedEntry: could not remove entry from DICOMDIR.\n");
   return -1;

@@ -84,7 +84,8 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
   };
   // a trace tells of each study why it isn't meant
   bool const is_traced = level == SCL_QueryRetrieveLevel::STUDY && Klb_LogFile::GetLogLevel(210000) == 7;
-  if (auto const* const only = is_fit && !is_traced ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
+  if (auto const* const only =
+          is_fit && !is_traced ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
     for (Disk_StudyIndex::Entry const& entry : *only)
       if (query_studies(*entry.patient, std::array{entry.study}) == -1) return -1;
     return 0;
@@ -165,6 +166,7 @@ int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_Qu
   GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held;
   if (!study_file || held.Shared(*study_file) == -1) {
+    if (has_lost_folder(*study)) return 0;
     DISK_LOG(3, "Query: Can't lock study .\n");
     return -1;
   }

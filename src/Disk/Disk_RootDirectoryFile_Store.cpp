@@ -93,19 +93,18 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
 int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
   Dicom_UI const study_uid = request.msg->GetStudyInstanceUID();
   Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
+  // a known study has its own lock: other studies go on meanwhile
+  if (study && pin_study(&study) == -1) {
+    DISK_LOG(3, "Store: Can't lock study .\n");
+    return -1;
+  }
   bool const new_study = !study;
   Disk_PatientDirectoryRecord* patient = nullptr;
   if (new_study) {
     MarkDirty(); // a failure from here on makes the next Read load the records again
     if (add_study(request, &patient, &study) == -1) return -1;
-  }
-
-  // a known study has its own lock: other studies go on meanwhile
-  GetStudyFile(study);
-  DISK_LOG(7, "Store: locking the study.\n");
-  if (!new_study && study_file && study_file->Pin() == -1) {
-    DISK_LOG(3, "Store: Can't lock study .\n");
-    return -1;
+    GetStudyFile(study);
+    DISK_LOG(7, "Store: locking the study.\n");
   }
   long const version = file_version;
   if (!new_study && file_set.Release() == -1) {
@@ -124,7 +123,7 @@ int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_F
       return -1;
     }
   }
-  bool const others_wrote = !new_study && file_version != version;
+  bool const others_wrote = !new_study && (file_version != version || study_file->HasDropped());
   MarkDirty();
   if (update_zentara_details(study, request.msg, new_series, new_image) == -1 ||
       (others_wrote && limit_counts(*study->GetRecordMsg()) == -1)) {
@@ -134,6 +133,30 @@ int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_F
   if (Write() == 0) return 0;
   DISK_LOG(3, "Store: Can't update the file.\n");
   return -1;
+}
+
+/// Makes `study_file` that of a known study, and pins it. A killed delete leaves a record whose folder is gone, and
+/// nobody could ever store there again: such a record is dropped, and `*study` becomes null. 0 or -1.
+int Disk_RootDirectoryFile::pin_study(Disk_StudyDirectoryRecord** study) {
+  Dicom_UI const uid = (*study)->GetRecordMsg()->GetStudyInstanceUID();
+  GetStudyFile(*study);
+  DISK_LOG(7, "Store: locking the study.\n");
+  if (study_file && study_file->Pin() == 0) return 0;
+  if (!has_lost_folder(**study)) return -1;
+  ResetStudyFile();
+  MarkDirty(); // the records may be older than what the folder looks like
+  if (Read() == -1) return -1;
+  *study = GetStudyRecord(uid);
+  if (!*study) return 0;
+  if (!has_lost_folder(**study)) {
+    GetStudyFile(*study);
+    return study_file ? study_file->Pin() : -1;
+  }
+  MarkDirty();
+  if (DeleteCorruptedEntry(*study) == -1 || GetStudyRecord(uid)) return -1;
+  DISK_LOG(4, "Store: study %s had no folder any more; it is made anew.\n", uid.CStr());
+  *study = nullptr;
+  return 0;
 }
 
 int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {

@@ -46,11 +46,9 @@ Disk_InstanceDirectoryRecord* Disk_SeriesDirectoryFile::GetImageRecord(Dicom_UI 
 int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon,
                                     int in_place, char* existing_file, int move_store, char* file_to_move,
                                     char* stored_file_name, Dicom_UI const* syntax_in_file) {
-  return Disk_Guarded("Store", [&] {
-    return Store(
-        {msg, add_icon, 0, in_place, existing_file, move_store, file_to_move, stored_file_name, syntax_in_file}, series,
-        new_image);
-  });
+  Disk_StoreRequest const request{
+      msg, add_icon, 0, in_place, existing_file, move_store, file_to_move, stored_file_name, syntax_in_file};
+  return Disk_Guarded("Store", [&] { return Store(request, series, new_image) == 0 ? 0 : -1; });
 }
 
 int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
@@ -64,6 +62,7 @@ int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_Serie
     DISK_LOG(3, "Store(): Can't read series directory file.\n");
     return -1;
   }
+  if (is_folder_gone) return kFolderIsGone;
   MarkDirty();
   Disk_InstanceDirectoryRecord* image = GetImageRecord(request.msg->GetSOPInstanceUID());
   *new_image = image ? 0 : 1;

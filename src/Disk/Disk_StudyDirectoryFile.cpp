@@ -2,7 +2,9 @@
 
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_LookAgain.h"
 #include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
 
 #include <infra/Util_FileSystem.h>
@@ -120,6 +122,7 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
                                    int* new_image) {
   if (Disk_RefuseNull("Store", request.msg, new_series, new_image) == -1) return -1;
   if (is_standard() && Disk_RefuseNull("Store", study) == -1) return -1; // it takes a link then
+  has_dropped = false;
   if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
@@ -137,7 +140,16 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
   Disk_Replacements replacements;
   bool const waits = !is_standard() && Util_FileSystem::GetDurability() == Util_Durability::Full;
   Disk_Replacements* const together = waits ? &replacements : nullptr;
-  if (series_file->Store(request, series, new_image, together) == -1) {
+  int stored = series_file->Store(request, series, new_image, together);
+  if (stored == Disk_SeriesDirectoryFile::kFolderIsGone) {
+    *new_series = 1;
+    stored = drop_lost_series(series_uid) == -1 || add_series(request, study, &series) == -1 ? -1 : 0;
+    if (stored == 0) {
+      GetSeriesFile(series);
+      stored = series_file->Store(request, series, new_image, together);
+    }
+  }
+  if (stored != 0) {
     DISK_LOG(3, "Store(): Can't store.\n");
     return -1;
   }
@@ -154,6 +166,24 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
   if (Write(together) == 0 && replacements.Finish() == 0) return 0;
   DISK_LOG(3, "Store(): Can't update the study directory file.\n");
   return -1;
+}
+
+/// A killed delete leaves a record whose folder is gone, and no object could ever be stored there. It is dropped, if
+/// the study's file, read once more, still has it. 0 or -1.
+int Disk_StudyDirectoryFile::drop_lost_series(Dicom_UI const& uid) {
+  MarkDirty();
+  if (Read() == -1) return -1;
+  MarkDirty();
+  Disk_SeriesDirectoryRecord* const series = GetSeriesRecord(uid);
+  if (!series) return 0;
+  Disk_FileID id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
+  Disk_FileID const file = id;
+  id.RemoveLastComponent();
+  if (!Disk_IsGone(id.Path())) return -1;
+  DISK_LOG(4, "Store: series %s had no folder any more; it is made anew.\n", uid.CStr());
+  Disk_RelaxedEpoch::Forget(file);
+  has_dropped = true;
+  return Disk_TakeOut(series_records, series, false);
 }
 
 int Disk_StudyDirectoryFile::add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,

@@ -1,6 +1,7 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_LookAgain.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Remove.h"
@@ -136,15 +137,15 @@ bool Disk_StudyDirectoryFile::FindCorruptedEntry(Disk_SeriesDirectoryRecord cons
     return true;
   }
   struct stat status {};
-  std::string const inside = file.substr(0, file.rfind('/')) + "/.";
-  if (Util_FileSystemInterface::Current().Stat(inside.c_str(), &status) == -1) {
-    bool const gone = errno == ENOENT;
+  std::string const folder = file.substr(0, file.rfind('/'));
+  if (Util_FileSystemInterface::Current().Stat((folder + "/.").c_str(), &status) == -1) {
+    bool const gone = errno == ENOENT && Disk_IsGone(folder);
     DISK_LOG_TEXT(3, gone ? "FindCorruptedEntry: directory not found, entry will be deleted\n"
                           : "FindCorruptedEntry: unexpected error accessing study's directory, entry not deleted\n");
     return gone;
   }
   if (Util_FileSystem::Open(file.c_str(), O_RDONLY | O_NONBLOCK)) return false;
-  bool const gone = errno == ENOENT;
+  bool const gone = errno == ENOENT && Disk_IsGone(file);
   DISK_LOG_TEXT(3, gone ? "FindCorruptedEntry: DIRFILE not found, entry will be deleted\n"
                         : "FindCorruptedEntry: unexpected error accessing study's DIRFILE, entry not deleted\n");
   return gone;
