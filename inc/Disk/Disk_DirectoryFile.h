@@ -149,6 +149,7 @@ protected:
   bool is_unnamed = false;
   bool is_loaded = false; ///< all records were read, and nothing was changed since that isn't written
   std::string const own_path, own_version_path;
+  std::string dropped_id;      ///< that a record named which was dropped: until that lasts nothing new may have it
   bool is_folder_gone = false; ///< as the last Read found, when the file wasn't there
   std::string lasting_folder;  ///< below this one, whose entry was synced since the records were read
 

@@ -41,7 +41,7 @@ public:
             char* stored_file_name, Dicom_UI const* syntax_in_file);
   int Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image);
   /// Whether that dropped a series whose folder was gone, so that the counts of the root are too high.
-  bool HasDropped() const { return has_dropped; }
+  bool HasDropped() const { return !dropped_id.empty(); }
   /// Appends the responses of a query at series or image level to `results`. The caller holds the study lock.
   int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   /// How many series there are, and by their records how many images, in the private structure. Who holds neither the
@@ -94,5 +94,4 @@ private:
   int no_lock_cause = 0; // errno, when its file couldn't be opened
   std::unique_ptr<Disk_SeriesDirectoryFile> series_file;
   unsigned first_series_offset;
-  bool has_dropped = false;
 };

@@ -153,6 +153,7 @@ int Disk_RootDirectoryFile::pin_study(Disk_StudyDirectoryRecord** study) {
     return study_file ? study_file->Pin() : -1;
   }
   MarkDirty();
+  dropped_id = (*study)->GetReferencedFileID().GetText();
   if (DeleteCorruptedEntry(*study) == -1 || GetStudyRecord(uid)) return -1;
   DISK_LOG(4, "Store: study %s had no folder any more; it is made anew.\n", uid.CStr());
   *study = nullptr;
@@ -368,7 +369,7 @@ bool Disk_RootDirectoryFile::is_named(std::string const& id) const {
   for (Disk_PatientDirectoryRecord* patient : patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
       if (study->GetRecordMsg()->TextEquals(kReferencedFileID, file)) return true;
-  return false;
+  return file == dropped_id;
 }
 
 Disk_FileID Disk_RootDirectoryFile::GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid,

@@ -122,7 +122,7 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
                                    int* new_image) {
   if (Disk_RefuseNull("Store", request.msg, new_series, new_image) == -1) return -1;
   if (is_standard() && Disk_RefuseNull("Store", study) == -1) return -1; // it takes a link then
-  has_dropped = false;
+  dropped_id.clear();
   if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
@@ -179,10 +179,16 @@ int Disk_StudyDirectoryFile::drop_lost_series(Dicom_UI const& uid) {
   Disk_FileID id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
   Disk_FileID const file = id;
   id.RemoveLastComponent();
-  if (!Disk_IsGone(id.Path())) return -1;
+  errno = EAGAIN; // unless it can't be told: it is there again
+  if (!Disk_IsGone(id.Path())) {
+    int const cause = errno;
+    DISK_LOG(3, "Store: Can't tell whether %s is there (errno=%d).\n", id.Path().c_str(), cause);
+    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    return -1;
+  }
   DISK_LOG(4, "Store: series %s had no folder any more; it is made anew.\n", uid.CStr());
   Disk_RelaxedEpoch::Forget(file);
-  has_dropped = true;
+  dropped_id = file.GetID().GetText();
   return Disk_TakeOut(series_records, series, false);
 }
 
@@ -251,8 +257,9 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
 }
 
 bool Disk_StudyDirectoryFile::is_named(std::string const& id) const {
-  return series_records.Find(kReferencedFileID, id + "\\DIRFILE",
-                             [](Disk_SeriesDirectoryRecord const&) { return true; });
+  std::string const file = id + "\\DIRFILE";
+  return file == dropped_id ||
+         series_records.Find(kReferencedFileID, file, [](Disk_SeriesDirectoryRecord const&) { return true; });
 }
 
 Disk_FileID Disk_StudyDirectoryFile::GenerateReferencedFileID(Dicom_IS const& series_number, int* status) const {

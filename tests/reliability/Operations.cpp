@@ -84,12 +84,30 @@ Operation CompressedStore() {
   return operation;
 }
 
+} // namespace
+
+Operation SyncedStore(int image) {
+  Phantom::Object const object{.image = image};
+  Operation operation = StoreOf("store and sync", object, true);
+  operation.is_synced_late = true;
+  operation.act = [object](Session& session) {
+    Util_Durability const before = Util_FileSystem::GetDurability();
+    Util_FileSystem::SetDurability(Util_Durability::Relaxed);
+    int const stored = Store(session, *MakeObject(object));
+    Util_FileSystem::SetDurability(before);
+    return stored == 0 ? WithRoot(session, [](auto& root) { return root.Sync(); }) : -1;
+  };
+  return operation;
+}
+
+namespace {
+
 // Deletes
 
-int Delete(Session& session, Level::Value level) {
+int Delete(Session& session, Level::Value level, Phantom::Object const& object = kKnown) {
   MXL_SubOperationsReport report;
   SCL_ResponseStatus status;
-  SCL_MoveIdentifier const identifier = Named(level, kKnown);
+  SCL_MoveIdentifier const identifier = Named(level, object);
   int const result = WithRoot(session, [&](auto& root) { return root.Delete(identifier, 1, &report, status); });
   return result == 0 && int(report.Get(MXL_SubOperationsReport::Failed)) == 0 ? 0 : -1;
 }
@@ -105,6 +123,8 @@ Operation DeleteOf(std::string name, Level::Value level) {
              : level == Level::SERIES ? object.second.series == series
                                       : object.first == image;
     });
+    auto const is_left = [&](auto const& object) { return object.second.study == study; };
+    if (std::none_of(model.objects.begin(), model.objects.end(), is_left)) model.studies.erase(study);
   };
   return operation;
 }
@@ -252,6 +272,7 @@ std::vector<Operation> MakeOperations() {
           StoreThatMoves(),
           StoreInPlace(),
           CompressedStore(),
+          SyncedStore(10),
           DeleteOf("delete image", Level::IMAGE),
           DeleteOf("delete series", Level::SERIES),
           DeleteOf("delete study", Level::STUDY),
@@ -275,8 +296,9 @@ struct State {
   std::vector<Phantom::Object> objects;
   std::function<int(Session&)> cut = {}; // an operation that is killed
   std::string_view at = {};              // when it first asks for this; else half way
+  int depth = -1;                        // of what is so many folders below the file-set's; else of anything
   std::set<std::string> in_flight = {};  // what it was about
-  bool is_private = true;
+  bool is_private = true, is_standard = true;
 };
 
 std::vector<State> States() {
@@ -285,24 +307,24 @@ std::vector<State> States() {
                                              {.study = 2}, {.patient = 2}, {.patient = 2, .image = 2}};
   Phantom::Object const stored{.image = 6};
   auto const store = [stored](Session& session) { return Store(session, *MakeObject(stored)); };
-  auto const remove = [](Session& session) {
-    return WithRoot(session, [](auto& root) {
-      SCL_MoveIdentifier identifier = Named(Level::STUDY, kKnown);
-      identifier.SetStudyInstanceUID(Phantom::StudyUid({.patient = 2}));
-      MXL_SubOperationsReport report;
-      SCL_ResponseStatus status;
-      return root.Delete(identifier, 1, &report, status);
-    });
+  auto const remove = [](Level::Value level, Phantom::Object const& object) {
+    return [=](Session& session) { return Delete(session, level, object); };
   };
   std::string const uid = Phantom::InstanceUid(stored).GetText();
   std::set<std::string> const removed{Phantom::InstanceUid({.patient = 2}).GetText(),
                                       Phantom::InstanceUid({.patient = 2, .image = 2}).GetText()};
+  std::set<std::string> all_of_study;
+  for (Phantom::Object const& object : {kKnown, Phantom::Object{.image = 2}, Phantom::Object{.series = 2}})
+    all_of_study.insert(Phantom::InstanceUid(object).GetText());
   return {{"empty", {}},
           {"one object", one},
           {"several studies", several},
-          {"a store was killed", several, store, {}, {uid}},
-          {"a delete was killed", several, remove, {}, removed},
-          {"a redo record is pending", several, store, "Pwrite", {uid}, false}};
+          {"a store was killed", several, store, {}, -1, {uid}},
+          {"a delete was killed", several, remove(Level::STUDY, {.patient = 2}), {}, -1, removed},
+          // before the records above are replaced
+          {"a study has no folder", several, remove(Level::STUDY, kKnown), "Rename", 0, all_of_study, true, false},
+          {"a series has no folder", several, remove(Level::SERIES, kKnown), "Rename", 1, all_of_study, true, false},
+          {"a redo record is pending", several, store, "Pwrite", -1, {uid}, false}};
 }
 
 // Runs the state's last operation in a process that ends in the middle of it.
@@ -313,8 +335,10 @@ void Interrupt(State const& state, Site const& site) {
   };
   if (!state.at.empty()) {
     Require(InChild([&] {
-              FaultyFileSystem const killing([&](std::string_view call, char const*) {
-                if (call == state.at) _exit(kKilled);
+              FaultyFileSystem const killing([&](std::string_view call, char const* path) {
+                if (call != state.at) return 0;
+                std::string const below = fs::path(path).lexically_relative(site.Set()).string();
+                if (state.depth == -1 || std::count(below.begin(), below.end(), '/') == state.depth) _exit(kKilled);
                 return 0;
               });
               return act();
@@ -380,7 +404,7 @@ std::vector<Case> Cases(Selection const& selection, std::string const& directory
   for (bool const standard : {false, true}) {
     if (!selection.structure.empty() && (selection.structure == "standard") != standard) continue;
     for (State const& state : States()) {
-      if (!standard && !state.is_private) continue;
+      if (!(standard ? state.is_standard : state.is_private)) continue;
       std::string const place = directory + "/" + (standard ? "standard " : "private ") + state.name;
       Model const before = Prepare(state, {place, standard});
       for (Operation const& operation : Operations()) {

@@ -65,6 +65,7 @@ struct Operation {
   std::function<void(Site const&)> bring = [](Site const&) {}; // what its caller has
   int again = 0; // -1: once it has taken effect there is nothing left to do, and that is told
   unsigned flags = Disk_StoreParams::STORE_NATIVE;
+  bool is_synced_late = false; // by itself, at its end
 };
 
 struct Case {
@@ -80,6 +81,8 @@ struct Case {
 };
 
 std::vector<Operation> const& Operations();
+/// A bulk load of one object in the known series: relaxed, and what it stored has lasted once it has returned.
+Operation SyncedStore(int image);
 
 /// Which of them are wanted: empty texts stand for all.
 struct Selection {

@@ -29,6 +29,7 @@ struct Play {
   std::vector<Act> acts;
   bool one_root;             // and not a root object for each of them, that knows nothing of those before
   std::vector<Model> models; // what the file-set holds before the first one, and after each
+  int meeting = 0;           // the first is another writer's, in front of this call for the epoch by the second one's
 
   Play(Case const& first, std::vector<Act> wanted, bool one_root_for_all = false);
   /// Whether the first operations are, and what they found was sound.

@@ -31,13 +31,15 @@ Allowed<Value> AllowedOf(Play const& play, std::size_t acked, std::map<std::stri
     Value const *const before = value(i - 1), *const after = value(i);
     return before && after ? !(*before == *after) : before != after;
   };
-  std::size_t first = 0, last = std::min(acked + 1, play.acts.size());
+  std::size_t first = 0, last = play.meeting != 0 ? play.acts.size() : std::min(acked + 1, play.acts.size());
   for (std::size_t i = 1; i <= acked; ++i)
     if (play.acts[i - 1].durability == kDurable && touched(i)) first = i;
   Allowed<Value> allowed{{value(first)}, false};
   for (std::size_t i = first + 1; i <= last; ++i) {
     allowed.values.push_back(value(i));
-    allowed.unsynced = allowed.unsynced || (touched(i) && play.acts[i - 1].durability == kRelaxed);
+    Play::Act const& act = play.acts[i - 1];
+    bool const is_unsynced = act.durability == kRelaxed || act.operation->is_synced_late;
+    allowed.unsynced = allowed.unsynced || (touched(i) && is_unsynced);
   }
   return allowed;
 }

@@ -62,7 +62,12 @@ Step::Entry Recorder::find(std::string const& path) const {
   std::string name;
   for (fs::path const& part : fs::path(path.substr(place_.size() + 1))) {
     if (part.empty() || part == ".") continue;
-    if (!name.empty()) directory = tree_.directories.at(directory).at(name);
+    if (!name.empty()) {
+      auto const& above = tree_.directories.at(directory);
+      auto const next = above.find(name);
+      if (next == above.end() || tree_.directories.count(next->second) == 0) return {kNone, {}, kNone};
+      directory = next->second;
+    }
     name = part.string();
   }
   auto const& names = tree_.directories.at(directory);

@@ -46,6 +46,7 @@ void LeaveSyncsOut(std::vector<Play> const& plays, unsigned seed, std::string co
   std::vector<std::vector<Use>> syncs; // in the order in which they were met: the same in all processes
   std::map<Kind, std::size_t> known;
   for (Play const& play : plays) {
+    if (play.meeting != 0) continue; // what the other has synced is synced once more
     recordings.push_back(std::make_unique<Recording>(Record(play, place)));
     auto const& steps = recordings.back()->steps;
     for (std::size_t at = 0; at < steps.size(); ++at) {

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <infra/I18n.h>
 #include <infra/Util_Clock.h>
+#include <infra/Util_FileSystem.h>
 #include <random>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -64,6 +65,7 @@ public:
     auto root = OpenSet(path_, Flags() | (number % 2 ? unsigned(Disk_StoreParams::STORE_NATIVE) : 0));
     if (!root) return Violation("worker " + std::to_string(number) + " can't open the file-set");
     Role const role = RoleOf(number);
+    if (IsBulk(number)) Util_FileSystem::SetDurability(Util_Durability::Relaxed);
     if (role == Role::Cleaner) Util_Clock::SetNow(std::time(nullptr) - 400 * 86400); // its studies are old
     try {
       if (role != Role::Reader) Resume(*root, number);
@@ -122,6 +124,8 @@ private:
     Role const role = kPrivateRoles[number];
     return standard_ && role == Role::Cleaner ? Role::Deleter : role;
   }
+  /// Whether it loads in bulk: its operations are relaxed, and synced now and then.
+  static bool IsBulk(int number) { return kPrivateRoles[number] == Role::Writer && number > 0; }
   Phantom::Object At(int owner, int index) const { return Place(RoleOf(owner), owner, index); }
   std::uint32_t Load(int owner, int index) const { return board_.workers[owner].objects[index]; }
   void Set(int owner, int index, State state) {
@@ -135,6 +139,7 @@ private:
     if (role == Role::Reader) // what is fetched isn't old any more, and the cleaning would keep it
       return what < 6 && RoleOf(other) != Role::Cleaner ? FetchOne(root, other, index)
                                                         : QuerySeries(root, other, index);
+    if (IsBulk(number) && what == 6) return Require(root.Sync() == 0, "a sync fails");
     if (what < (role == Role::Writer ? 7 : 6)) return Put(root, number, index);
     if (role == Role::Cleaner) return Clean(root, number);
     if (!standard_ && role == Role::Deleter && what == 7 && index < 4) return CorrectMaker(root);

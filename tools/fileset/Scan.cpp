@@ -27,9 +27,10 @@ with all that it holds.
 --adopt stores those that are whole DICOM objects and whose SOP Instance UID the file-set doesn't know, or
 knows of a file that is gone: the file is renamed to its place. An object that the file-set has already is
 left where it is, and told.
---remove deletes what is listed, after asking; where nobody can be asked it takes --yes. Only what a file-set
-makes itself is deleted: files and folders with its names, that hold nothing else; symbolic links and all other
-things stay, and are told. With both, what can be adopted is, and the rest is removed, but for what holds an
+--remove deletes what is listed, after asking; where nobody can be asked it takes --yes. Before, it drops the
+records of studies that a killed delete has left without a folder. Only what a file-set makes itself is
+deleted: files and folders with its names, that hold nothing else; symbolic links and all other things stay,
+and are told. With both, what can be adopted is, and the rest is removed, but for what holds an
 object that can't be adopted, or a file that can't be read. Neither is done while records can't be read.
 Only file-sets of the private structure can do this.
 
@@ -182,6 +183,7 @@ void PrintOutcome(Outcome const& outcome, Options const& options, Report const& 
 
 // 0, or -1 (reported).
 int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report, Outcome* outcome) {
+  if (options.remove) DropLostStudies(set, log, report);
   if (FindZombies(set, log, report, &outcome->zombies) == -1) return -1;
   Recorded recorded;
   bool const wanted = (options.adopt || options.remove) && !outcome->zombies.empty();

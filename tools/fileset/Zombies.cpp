@@ -138,6 +138,31 @@ int Scan(FileSet& set, CToolParseDICOMReport& callbacks, EngineLog& log, Report&
 
 } // namespace
 
+void DropLostStudies(FileSet& set, EngineLog& log, Report& report) {
+  using namespace Attributes;
+  Search::Rows rows;
+  if (Search(set, log, report).Run(Level::STUDY, {{kReferencedFileId, ""}}, &rows) == -1) return;
+  Disk_SupportPar par;
+  par.delete_supported = 1;
+  set.root->SetSupportPar(par);
+  for (auto const& row : rows) {
+    Disk_FileID id(set.directory.c_str(), row->Value<Dicom_CS>(kReferencedFileId), 0);
+    struct stat status {};
+    if (id.RemoveLastComponent() == -1 || System().Stat(id.Path().c_str(), &status) == 0 || errno != ENOENT) continue;
+    std::string const uid = row->Text(kStudyInstanceUid);
+    int error = 0;
+    SCL_MoveIdentifier identifier(Level::STUDY, &error);
+    identifier.SetStudyInstanceUID(Dicom_UI(uid));
+    MXL_SubOperationsReport told;
+    SCL_ResponseStatus done;
+    log.Begin();
+    if (set.root->Delete(identifier, 1, &told, done) == 0)
+      report.Warn("study " + uid, "its folder was gone; its record is removed");
+    else
+      report.Fail("study " + uid, "its folder is gone, and its record can't be removed: " + log.Cause());
+  }
+}
+
 int FindZombies(FileSet& set, EngineLog& log, Report& report, Zombies* zombies) {
   Collection collection(report);
   int const result = Scan(set, collection, log, report);
