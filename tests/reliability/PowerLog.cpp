@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Base = Util_FileSystemInterface;
+using Faulty = FaultyFileSystem;
 
 void LoadInto(Tree& tree, Inode directory, fs::path const& place) {
   for (auto const& entry : fs::directory_iterator(place)) {
@@ -52,9 +52,8 @@ Tree Tree::Load(std::string const& place) {
 
 // The recorder
 
-Recorder::Recorder(std::string place, Tree start) : place_(std::move(place)), tree_(std::move(start)) {
-  SetCurrent(this);
-}
+Recorder::Recorder(std::string place, Tree start, Before before)
+    : FaultyFileSystem(std::move(before)), place_(std::move(place)), tree_(std::move(start)) {}
 
 Step::Entry Recorder::find(std::string const& path) const {
   if (!path.starts_with(place_ + "/")) return {kNone, {}, kNone};
@@ -82,7 +81,7 @@ void Recorder::enter(std::vector<Step::Entry> entries) {
 }
 
 int Recorder::Open(char const* path, int flags, mode_t mode) {
-  int const fd = Base::Open(path, flags, mode);
+  int const fd = Faulty::Open(path, flags, mode);
   if (fd == -1 || !std::string(path).starts_with(place_)) return fd;
   if (path == place_) return open_[fd] = {kRoot, true}, fd;
   Step::Entry entry = find(path);
@@ -100,7 +99,7 @@ int Recorder::Open(char const* path, int flags, mode_t mode) {
 
 int Recorder::Close(int fd) {
   open_.erase(fd);
-  return Base::Close(fd);
+  return Faulty::Close(fd);
 }
 
 ssize_t Recorder::wrote(int fd, void const* data, ssize_t count, off_t offset) {
@@ -115,12 +114,12 @@ ssize_t Recorder::wrote(int fd, void const* data, ssize_t count, off_t offset) {
 }
 
 ssize_t Recorder::Write(int fd, void const* data, size_t size) {
-  off_t const offset = Base::Lseek(fd, 0, SEEK_CUR);
-  return wrote(fd, data, Base::Write(fd, data, size), offset);
+  off_t const offset = Faulty::Lseek(fd, 0, SEEK_CUR);
+  return wrote(fd, data, Faulty::Write(fd, data, size), offset);
 }
 
 ssize_t Recorder::Pwrite(int fd, void const* data, size_t size, off_t offset) {
-  return wrote(fd, data, Base::Pwrite(fd, data, size, offset), offset);
+  return wrote(fd, data, Faulty::Pwrite(fd, data, size, offset), offset);
 }
 
 ssize_t Recorder::Writev(int fd, iovec const* parts, int count) {
@@ -133,7 +132,7 @@ ssize_t Recorder::Writev(int fd, iovec const* parts, int count) {
 int Recorder::Rename(char const* from, char const* to) {
   Step::Entry const old = find(from);
   Step::Entry now = find(to);
-  int const result = Base::Rename(from, to);
+  int const result = Faulty::Rename(from, to);
   if (result == -1 || old.inode == now.inode) return result;
   now.inode = old.inode;
   std::vector<Step::Entry> entries;
@@ -144,7 +143,7 @@ int Recorder::Rename(char const* from, char const* to) {
 
 int Recorder::Exchange(char const* a, char const* b) {
   Step::Entry first = find(a), second = find(b);
-  int const result = Base::Exchange(a, b);
+  int const result = Faulty::Exchange(a, b);
   if (result == -1) return result;
   std::swap(first.inode, second.inode);
   return enter({first, second}), result;
@@ -158,19 +157,19 @@ int Recorder::entered(int result, char const* path, Inode inode, bool is_directo
   return enter({entry}), result;
 }
 
-int Recorder::Link(char const* from, char const* to) { return entered(Base::Link(from, to), to, find(from).inode); }
+int Recorder::Link(char const* from, char const* to) { return entered(Faulty::Link(from, to), to, find(from).inode); }
 
-int Recorder::Unlink(char const* path) { return entered(Base::Unlink(path), path, kNone); }
+int Recorder::Unlink(char const* path) { return entered(Faulty::Unlink(path), path, kNone); }
 
-int Recorder::Rmdir(char const* path) { return entered(Base::Rmdir(path), path, kNone); }
+int Recorder::Rmdir(char const* path) { return entered(Faulty::Rmdir(path), path, kNone); }
 
 int Recorder::Mkdir(char const* path, mode_t mode) {
-  int const result = Base::Mkdir(path, mode);
+  int const result = Faulty::Mkdir(path, mode);
   return result == -1 ? result : entered(result, path, tree_.next++, true);
 }
 
 int Recorder::Ftruncate(int fd, off_t size) {
-  int const result = Base::Ftruncate(fd, size);
+  int const result = Faulty::Ftruncate(fd, size);
   auto const file = open_.find(fd);
   if (result == -1 || file == open_.end()) return result;
   steps.push_back({.kind = Step::Truncate, .inode = file->second.inode, .offset = std::size_t(size)});

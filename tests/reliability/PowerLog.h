@@ -3,8 +3,9 @@
 // there, or not, or in part; an entry of a directory since its last sync is there or not, whatever its file holds.
 #pragma once
 
+#include "support/FaultyFileSystem.h"
+
 #include <cstdint>
-#include <infra/Util_FileSystemInterface.h>
 #include <map>
 #include <memory>
 #include <random>
@@ -42,11 +43,10 @@ struct Tree {
 };
 
 /// Current for its scope.
-class Recorder : public Util_FileSystemInterface {
+class Recorder : public FaultyFileSystem {
 public:
   /// Of what happens below `place`, which is as `start`.
-  Recorder(std::string place, Tree start);
-  ~Recorder() override { SetCurrent(nullptr); }
+  Recorder(std::string place, Tree start, Before before = {});
 
   std::vector<Step> steps;
 

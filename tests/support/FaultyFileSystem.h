@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <sys/file.h>
 
 class FaultyFileSystem : public Util_FileSystemInterface {
   using Base = Util_FileSystemInterface;
@@ -23,6 +24,7 @@ public:
   ~FaultyFileSystem() override { SetCurrent(nullptr); }
 
   size_t most = SIZE_MAX;                // bytes that one read or write moves
+  bool waits = true;                     // for locks; else they fail
   std::map<std::string_view, int> calls; // how often each was asked for
 
   int Open(char const* path, int flags, mode_t mode) override {
@@ -73,7 +75,9 @@ public:
     return fails("SyncFileRange", fd) ? -1 : Base::SyncFileRange(fd, offset, size, flags);
   }
   int Syncfs(int fd) override { return fails("Syncfs", fd) ? -1 : Base::Syncfs(fd); }
-  int Flock(int fd, int operation) override { return fails("Flock", fd) ? -1 : Base::Flock(fd, operation); }
+  int Flock(int fd, int operation) override {
+    return fails("Flock", fd) ? -1 : Base::Flock(fd, waits ? operation : operation | LOCK_NB);
+  }
   int List(char const* path, std::vector<Entry>& entries) override {
     return fails("List", path) ? -1 : Base::List(path, entries);
   }

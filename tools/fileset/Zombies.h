@@ -21,6 +21,9 @@ struct Zombie {
 
 using Zombies = std::vector<Zombie>;
 
+// Drops the records of studies whose folder a killed delete has removed; each is told.
+void DropLostStudies(FileSet& set, EngineLog& log, Report& report);
+
 // In the order of the scan. 0, or -1 (reported). A study that can't be scanned is reported and left out.
 int FindZombies(FileSet& set, EngineLog& log, Report& report, Zombies* zombies);
 
