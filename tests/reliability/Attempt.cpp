@@ -167,11 +167,15 @@ struct Told {
   bool for_reading = false; // a DICOMDIR that may not be written is opened for reading, and stays so for its root
 };
 
-Told Act(Case const& c, Session& session, Fault const& fault) {
+Told Act(Case const& c, Session& session, Fault const& fault, std::string const& failed = "memory") {
   Told told;
   Listener const listener(session.site, fault.error);
   KlbGError.Set(0);
-  told.result = c.operation->act(session);
+  try {
+    told.result = c.operation->act(session);
+  } catch (std::exception const& e) {
+    throw Complaint(failed + ": an exception leaves it: " + e.what());
+  }
   told.code = KlbGError.Get();
   KlbGLog.Flush();
   told.line = listener.told;
@@ -182,12 +186,7 @@ Told ActWithoutMemory(Case const& c, Session& session, Fault const& fault) {
   session.Root();
   session.around = ArmAllocations;
   FailAllocations(fault.ordinal, fault.once);
-  Told told;
-  try {
-    told = Act(c, session, fault);
-  } catch (std::exception const& e) {
-    throw Complaint(std::string("an exception leaves it: ") + e.what());
-  }
+  Told told = Act(c, session, fault);
   session.around = nullptr;
   told.line = true; // without memory there may be none
   return told;
@@ -195,12 +194,7 @@ Told ActWithoutMemory(Case const& c, Session& session, Fault const& fault) {
 
 Told ActWithFaults(Case const& c, Session& session, Fault const& fault) {
   Seam seam(c, fault);
-  Told told;
-  try {
-    told = Act(c, session, fault);
-  } catch (std::exception const& e) {
-    throw Complaint(seam.first + ": an exception leaves it: " + e.what());
-  }
+  Told told = Act(c, session, fault, seam.first);
   Require(!seam.synced_again, seam.first + ": a failed sync is made again");
   bool const must_succeed = seam.only_retried && (fault.error == EINTR || fault.kind == Fault::ShortCounts);
   Require(told.result == 0 || !must_succeed, seam.first + ": isn't got over");

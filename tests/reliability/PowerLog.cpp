@@ -83,7 +83,7 @@ void Recorder::enter(std::vector<Step::Entry> entries) {
 int Recorder::Open(char const* path, int flags, mode_t mode) {
   int const fd = Faulty::Open(path, flags, mode);
   if (fd == -1 || !std::string(path).starts_with(place_)) return fd;
-  if (path == place_) return open_[fd] = {kRoot, true}, fd;
+  if (path == place_) return open_[fd] = kRoot, fd;
   Step::Entry entry = find(path);
   if (entry.inode == kNone) {
     entry.inode = tree_.next++;
@@ -93,7 +93,7 @@ int Recorder::Open(char const* path, int flags, mode_t mode) {
     steps.push_back({.kind = Step::Truncate, .inode = entry.inode});
     Change(tree_.files[entry.inode], steps.back());
   }
-  open_[fd] = {entry.inode, tree_.directories.count(entry.inode) != 0};
+  open_[fd] = entry.inode;
   return fd;
 }
 
@@ -106,10 +106,10 @@ ssize_t Recorder::wrote(int fd, void const* data, ssize_t count, off_t offset) {
   auto const file = open_.find(fd);
   if (count <= 0 || file == open_.end()) return count;
   steps.push_back({.kind = Step::Write,
-                   .inode = file->second.inode,
+                   .inode = file->second,
                    .offset = std::size_t(offset),
                    .data = {static_cast<char const*>(data), std::size_t(count)}});
-  Change(tree_.files[file->second.inode], steps.back());
+  Change(tree_.files[file->second], steps.back());
   return count;
 }
 
@@ -172,18 +172,18 @@ int Recorder::Ftruncate(int fd, off_t size) {
   int const result = Faulty::Ftruncate(fd, size);
   auto const file = open_.find(fd);
   if (result == -1 || file == open_.end()) return result;
-  steps.push_back({.kind = Step::Truncate, .inode = file->second.inode, .offset = std::size_t(size)});
-  Change(tree_.files[file->second.inode], steps.back());
+  steps.push_back({.kind = Step::Truncate, .inode = file->second, .offset = std::size_t(size)});
+  Change(tree_.files[file->second], steps.back());
   return result;
 }
 
 int Recorder::synced(int fd, Step::Kind kind, int result) {
   auto const file = open_.find(fd);
   if (result == 0 && file != open_.end())
-    steps.push_back({.kind = kind == Step::SyncAll       ? kind
-                             : file->second.is_directory ? Step::SyncDirectory
-                                                         : Step::SyncFile,
-                     .inode = file->second.inode,
+    steps.push_back({.kind = kind == Step::SyncAll                        ? kind
+                             : tree_.directories.count(file->second) != 0 ? Step::SyncDirectory
+                                                                          : Step::SyncFile,
+                     .inode = file->second,
                      .data = fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).string().substr(place_.size()),
                      .caller = Caller()});
   return result;

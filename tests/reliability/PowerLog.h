@@ -67,10 +67,6 @@ public:
   int Syncfs(int fd) override;
 
 private:
-  struct File {
-    Inode inode;
-    bool is_directory;
-  };
   /// The directory and the name of a path; a directory of kNone is outside.
   Step::Entry find(std::string const& path) const;
   void enter(std::vector<Step::Entry> entries);
@@ -80,7 +76,7 @@ private:
 
   std::string place_;
   Tree tree_; // as it is for who doesn't lose power
-  std::map<int, File> open_;
+  std::map<int, Inode> open_;
 };
 
 /// What is on the disk for certain after some steps, and what may be. Steps that are left out are as if never made.

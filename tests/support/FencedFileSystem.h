@@ -2,20 +2,20 @@
 // something outside of it, whichever links lead there, and each whose path names something outside.
 #pragma once
 
-#include <climits>
+#include "support/FaultyFileSystem.h"
+
 #include <cstdlib>
 #include <fcntl.h>
-#include <infra/Util_FileSystemInterface.h>
-#include <string>
-#include <string_view>
+#include <set>
 #include <vector>
 
-class FencedFileSystem : public Util_FileSystemInterface {
-  using Base = Util_FileSystemInterface;
+class FencedFileSystem : public FaultyFileSystem {
+  using Base = FaultyFileSystem;
 
 public:
-  explicit FencedFileSystem(std::string const& directory) : inside_(Real(directory)) { SetCurrent(this); }
-  ~FencedFileSystem() override { SetCurrent(nullptr); }
+  explicit FencedFileSystem(std::string const& directory)
+      : FaultyFileSystem([this](std::string_view call, char const* path) { return Pass(call, path), 0; }),
+        inside_(Real(directory)) {}
 
   std::vector<std::string> escapes;
 
@@ -26,30 +26,9 @@ public:
       Change("Open", path, !(flags & O_NOFOLLOW));
     return Base::Open(path, flags, mode);
   }
-  int Rename(char const* from, char const* to) override {
-    Change("Rename", from);
-    Change("Rename", to);
-    return Base::Rename(from, to);
-  }
-  int Exchange(char const* a, char const* b) override {
-    Change("Exchange", a);
-    Change("Exchange", b);
-    return Base::Exchange(a, b);
-  }
-  int Link(char const* from, char const* to) override {
-    Change("Link", from);
-    Change("Link", to);
-    return Base::Link(from, to);
-  }
-  int Unlink(char const* path) override { return Change("Unlink", path), Base::Unlink(path); }
-  int Mkdir(char const* path, mode_t mode) override { return Change("Mkdir", path), Base::Mkdir(path, mode); }
-  int Rmdir(char const* path) override { return Change("Rmdir", path), Base::Rmdir(path); }
-  int Stat(char const* path, struct stat* s) override { return Look("Stat", path), Base::Stat(path, s); }
-  int Lstat(char const* path, struct stat* s) override { return Look("Lstat", path), Base::Lstat(path, s); }
-  int Access(char const* path, int mode) override { return Look("Access", path), Base::Access(path, mode); }
-  int List(char const* path, std::vector<Entry>& entries) override {
-    return Look("List", path), Base::List(path, entries);
-  }
+  int Rename(char const* from, char const* to) override { return Change("Rename", from), Base::Rename(from, to); }
+  int Exchange(char const* a, char const* b) override { return Change("Exchange", a), Base::Exchange(a, b); }
+  int Link(char const* from, char const* to) override { return Change("Link", from), Base::Link(from, to); }
 
 private:
   static std::string Real(std::string const& path) {
@@ -59,20 +38,26 @@ private:
   bool Holds(std::string_view path) const {
     return path.starts_with(inside_) && (path.size() == inside_.size() || path[inside_.size()] == '/');
   }
-  void Note(char const* call, std::string const& path) { escapes.push_back(std::string(call) + " " + path); }
+  void Note(std::string_view call, std::string const& path) { escapes.push_back(std::string(call) + " " + path); }
 
-  void Look(char const* call, std::string const& path) {
+  void Pass(std::string_view call, char const* path) {
+    static std::set<std::string_view> const s_looks{"Stat", "Lstat", "Access", "List"},
+        s_changes{"Rename", "Exchange", "Link", "Unlink", "Mkdir", "Rmdir"};
+    if (s_looks.count(call) != 0) Look(call, path);
+    if (s_changes.count(call) != 0) Change(call, path);
+  }
+  void Look(std::string_view call, std::string const& path) {
     if (path.empty() || path == "/proc/sys/kernel/random/boot_id") return; // names nothing, or the machine
     if (!Holds(path) || (path + "/").find("/../") != std::string::npos) Note(call, path);
   }
-  void Change(char const* call, std::string const& path, bool follows = false) {
+  void Change(std::string_view call, std::string const& path, bool follows = false) {
     if (path.empty()) return;
     Look(call, path);
     std::size_t const cut = path.rfind('/');
     std::string const parent = Real(path.substr(0, cut));
     if (!parent.empty() && !Holds(parent)) Note(call, path + " in " + parent);
     struct stat status {};
-    if (!follows || Base::Lstat(path.c_str(), &status) == -1 || !S_ISLNK(status.st_mode)) return;
+    if (!follows || Util_FileSystemInterface::Lstat(path.c_str(), &status) == -1 || !S_ISLNK(status.st_mode)) return;
     std::string const target = Real(path); // empty when it is to be made
     if (!Holds(target)) Note(call, path + " to " + target);
   }
