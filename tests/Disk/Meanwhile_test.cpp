@@ -181,25 +181,6 @@ TEST_P(PrivateMeanwhileTest, WithoutVersionNoFetchWritesTheAccessDate) {
   EXPECT_EQ(watched.calls["Writev"] + watched.calls["Write"], 0) << "two fetches might write at once";
 }
 
-// A store that was killed between the two steps of a copy has left a link to the directory file itself.
-TEST_P(PrivateMeanwhileTest, ALeftLinkThatStaysNeverEmptiesADirectoryFile) {
-  auto root = Open();
-  ASSERT_EQ(Store(*root, *Example(Of(1, 1))), 0);
-  fs::create_directory(At("RELAXED"));
-  fs::create_hard_link(At("SA100000/S3000000/DIRFILE"), At("RELAXED/SA100000\\S3000000\\DIRFILE.new"));
-  Util_FileSystem::SetDurability(Util_Durability::Relaxed);
-  {
-    FaultyFileSystem faulty([](std::string_view call, char const* path) {
-      std::string_view const name = path ? path : "";
-      if (call == "Unlink" && name.ends_with(".new")) return EIO;
-      return call == "Writev" && name.ends_with("DIRFILE.tmp") ? ENOSPC : 0;
-    });
-    EXPECT_EQ(Store(*root, *Example(Of(1, 2))), -1);
-  }
-  Util_FileSystem::SetDurability(Util_Durability::Full);
-  EXPECT_EQ(Images(*Open(), Of(1)), std::set<std::string>{Uid(Of(1, 1))});
-}
-
 TEST_P(MeanwhileTest, OnAReadOnlyMediumAFailedReadIsRepeated) {
   for (int patient = 1; patient <= 5; ++patient)
     ASSERT_EQ(Store(*Open(), *Example(Of(patient))), 0);

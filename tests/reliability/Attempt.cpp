@@ -128,23 +128,15 @@ private:
 };
 
 // Whether a line of the log names a file of the site, or a cause.
-class Listener {
-public:
-  Listener(Site const& site, int error) : path_(site.directory), cause_(std::strerror(error)) {
+struct Listener {
+  Listener(Site const& site, int error) {
     KlbGLog.SetLogLevel(4);
-    KlbGLog.SetSink([this](int, std::string const& line) {
-      if (line.find(path_) != line.npos || line.find("errno") != line.npos || line.find(cause_) != line.npos)
-        told = true;
+    KlbGLog.SetSink([this, path = site.directory, cause = std::string(std::strerror(error))](int, auto const& line) {
+      told = told || line.find(path) != line.npos || line.find("errno") != line.npos || line.find(cause) != line.npos;
     });
   }
-  ~Listener() {
-    KlbGLog.SetSink(nullptr);
-    KlbGLog.SetLogLevel(3);
-  }
-  bool told = false;
-
-private:
-  std::string path_, cause_;
+  ~Listener() { KlbGLog.SetSink(nullptr), KlbGLog.SetLogLevel(3); }
+  bool told = false; // without an allocation: these fail, too
 };
 
 int Descriptors() { return int(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator())); }

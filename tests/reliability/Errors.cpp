@@ -34,9 +34,9 @@ void Calls(Case const& c, Sample const& sample, unsigned offset, std::set<std::s
       unsigned const turn = unsigned(ordinal) + unsigned(which) + offset;
       fault.same_root = turn % 3 == 0;
       fault.thorough = turn % unsigned(kErrors.size() * 2 + 1) == 0;
-      bool const is_missing = fault.error == ENOENT;
-      if (is_missing && !fault.once) continue;
-      bool const is_first = is_new && (is_missing || which / 2 == (unsigned(ordinal) + offset) % (kErrors.size() - 1));
+      if (fault.error == ENOENT && !fault.once) continue;
+      bool const is_first =
+          is_new && (fault.error == ENOENT || which / 2 == (unsigned(ordinal) + offset) % (kErrors.size() - 1));
       bool const wanted = is_first || turn % unsigned(sample.calls) == 0;
       share.counts.third += !wanted && share.IsFirst();
       if (!wanted || !share.IsMine()) continue;

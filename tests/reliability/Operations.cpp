@@ -324,6 +324,7 @@ std::vector<State> States() {
           // before the records above are replaced
           {"a study has no folder", several, remove(Level::STUDY, kKnown), "Rename", 0, all_of_study, true, false},
           {"a series has no folder", several, remove(Level::SERIES, kKnown), "Rename", 1, all_of_study, true, false},
+          {"a bulk store was killed", several, SyncedStore(6).act, "Rename", 1, {uid}}, // half a copy of a file is left
           {"a redo record is pending", several, store, "Pwrite", -1, {uid}, false}};
 }
 

@@ -1,10 +1,10 @@
 #include "Power.h"
+#include "support/LogCapture.h"
 
 #include <Disk/Disk_Check.h>
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <infra/Klb_LogFile.h>
 
 namespace fs = std::filesystem;
 
@@ -121,19 +121,6 @@ void WriteImage(Disk::Image const& image, std::string const& place) {
   std::ofstream(place + ".boot") << "00000000-0000-0000-0000-000000000000\n";
 }
 
-/// The first lines of the engine's log that tell an error.
-class FirstLines {
-public:
-  FirstLines() {
-    KlbGLog.SetSink([this](int level, std::string const& line) {
-      constexpr std::size_t kMost = 2000;
-      if (level <= 3 && text.size() < kMost) text += "\n    " + line;
-    });
-  }
-  ~FirstLines() { KlbGLog.SetSink(nullptr); }
-  std::string text;
-};
-
 bool IsAccessed(Disk_RootDirectoryFile& root) {
   Dicom_Tag const date = Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE;
   SCL_QueryIdentifier all(SCL_QueryRetrieveLevel::STUDY);
@@ -179,11 +166,13 @@ void Judge(Play const& play, State const& cut, std::string const& place, bool th
 
 void JudgeCut(Play const& play, State const& cut, std::string const& place, bool thorough) {
   WriteImage(cut.image, place);
-  FirstLines const log;
+  LogCapture log(3);
   try {
     Judge(play, cut, place, thorough);
   } catch (Complaint const& complaint) {
-    KlbGLog.Flush();
-    throw Complaint(complaint.what() + log.text);
+    std::string text = complaint.what();
+    for (auto const& [level, line] : log.Lines())
+      text += "\n    " + line;
+    throw Complaint(text);
   }
 }

@@ -62,11 +62,8 @@ public:
   /// All images, from a root of its own: 0 or -1.
   int Query() {
     auto const root = Open();
-    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
-    for (auto const& tag : {kStudyUid, kSeriesUid, kInstanceUid})
-      identifier.Set(tag, UI_NULL);
     Dicom_Sequence rows;
-    return root ? root->Query(identifier, 1, &rows) : -1;
+    return root ? root->Query(All(SCL_QueryRetrieveLevel::IMAGE), 1, &rows) : -1;
   }
   int Check(bool deep) {
     Disk_CheckResult result;
@@ -129,6 +126,15 @@ public:
   }
 
 private:
+  static SCL_QueryIdentifier All(SCL_QueryRetrieveLevel::Value level) {
+    SCL_QueryIdentifier identifier(level);
+    identifier.SetStudyInstanceUID(UI_NULL);
+    if (level >= SCL_QueryRetrieveLevel::SERIES) identifier.SetSeriesInstanceUID(UI_NULL);
+    if (level < SCL_QueryRetrieveLevel::IMAGE) return identifier;
+    identifier.SetSOPInstanceUID(UI_NULL);
+    identifier.Set(Dicom_Tag(0x0004, std::uint16_t(0x1500)), Dicom_CS(""));
+    return identifier;
+  }
   /// A failure tells why.
   void Expect(int result, char const* what) {
     if (result != 0 && result != -1) problem_ += std::string(what) + " gave " + std::to_string(result) + "; ";
@@ -143,15 +149,8 @@ private:
     if (also_) TakeAlso();
     for (auto const level :
          {SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES, SCL_QueryRetrieveLevel::IMAGE}) {
-      SCL_QueryIdentifier identifier(level);
-      identifier.SetStudyInstanceUID(UI_NULL);
-      if (level >= SCL_QueryRetrieveLevel::SERIES) identifier.SetSeriesInstanceUID(UI_NULL);
-      if (level == SCL_QueryRetrieveLevel::IMAGE) {
-        identifier.SetSOPInstanceUID(UI_NULL);
-        identifier.Set(Dicom_Tag(0x0004, std::uint16_t(0x1500)), Dicom_CS(""));
-      }
       Dicom_Sequence rows;
-      Expect(root_->Query(identifier, 1, &rows), "query");
+      Expect(root_->Query(All(level), 1, &rows), "query");
       for (int i = 0; i < rows.GetNItems() && i < 6; ++i)
         found_.emplace_back(level, std::make_unique<SCL_MoveIdentifier>(*rows.Get(i)));
     }

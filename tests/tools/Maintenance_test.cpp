@@ -103,7 +103,6 @@ TEST_F(MaintenanceTest, ScanRemovesWhatNoRecordNamesAndNothingElse) {
   EXPECT_FALSE(fs::exists(temp / lost) || fs::exists(temp / left));
   EXPECT_EQ(temp.Read(documents + "/LOCKFILE"), "mine");
   EXPECT_EQ(Fetched(), 8u);
-  // a killed delete has left no folder
   fs::remove_all(temp / PathOf("study", "StudyInstanceUID=" + first_study));
   for (char const* const line : {"query set --level image", "scan set --remove --yes", "scan set"})
     EXPECT_EQ(Line(line).code, 0) << line;
