@@ -168,7 +168,7 @@ int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
   std::string const folder = prefix + "/" + kFolder, boot = folder + "/" + kBoot;
   Klb_LockFile turn;
   if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
-    return IsOpen(prefix) != 0 ? failed() : 0; // another did it
+    return NeedsRecovery(prefix) != 0 ? failed() : 0; // another did it
   if (NeedsRecovery(prefix) == 0) return 0;
   std::string const content = ContentOf(boot);
   // without a whole BOOT nothing was written under it, or all of it was synced
