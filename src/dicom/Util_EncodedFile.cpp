@@ -49,10 +49,6 @@ Util_EncodedFile::Util_EncodedFile(Dicom_Msg const& msg, Dicom_UI const& wanted)
     error = "can't write the transfer syntax " + syntax.GetText();
     return;
   }
-  if (transfer.IsEncapsulated() && encapsulated == UI_NULL && msg.Has(Dicom_Tag(kPixelDataTag))) {
-    error = "its pixels aren't compressed in " + syntax.GetText();
-    return;
-  }
   std::unique_ptr<Dicom_Msg> const meta = MetaFor(msg, syntax);
   std::string start(kPreamble, '\0');
   start += "DICM";
