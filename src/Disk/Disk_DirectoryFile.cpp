@@ -179,7 +179,7 @@ int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, Re
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
   long const version = std::exchange(file_version, 0);
-  if (Disk_TakeRecords(*sequence, records, texts.cant_create_record, passes_over_damage()) == -1) return -1;
+  if (Disk_TakeRecords(*sequence, records, texts.cant_create_record, own_path, passes_over_damage()) == -1) return -1;
   file_version = version;
   return 0;
 }

@@ -13,6 +13,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 /// What the three levels do alike with their lists of records. They differ in classes and messages.
@@ -45,13 +46,17 @@ inline int Disk_TakeRecord(std::unique_ptr<Dicom_Msg> item, Disk_RecordChain& re
   return Disk_Allocating(failure, take, code);
 }
 
-/// Fills `records` with those of a sequence, all of one class. Those that can't be taken are left out with
-/// `pass_over_damage`.
+/// Fills `records` with those of a sequence, all of one class; `path` is its file's. Those that can't be taken are left
+/// out with `pass_over_damage`.
 inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records, char const* failure,
-                            bool pass_over_damage) {
+                            std::string const& path, bool pass_over_damage) {
   return Disk_TakeItems(sequence, [&](std::unique_ptr<Dicom_Msg> item) {
     Disk_PassingOver const damage{pass_over_damage};
-    return Disk_TakeRecord(std::move(item), records, failure, DISK_ERROR_MEMORY) == 0 ? 0 : damage.Failed();
+    if (Disk_TakeRecord(std::move(item), records, failure, DISK_ERROR_MEMORY) == 0) return 0;
+    bool const is_damaged = damage.before == Disk_shortages;
+    if (is_damaged) DISK_LOG(3, "Read: %s: a record is of no type that is kept
+", path.c_str());
+    return damage.Failed();
   });
 }
 

@@ -60,6 +60,19 @@ bool EngineLog::HasErrors() const {
   return !errors_.empty();
 }
 
+bool EngineLog::names_place(std::string const& text) const {
+  bool const of_chain = text.find("record") != text.npos && text.find("offset ") != text.npos;
+  return of_chain || text.starts_with(directory_ + "/");
+}
+
+std::vector<std::string> EngineLog::Places() const {
+  KlbGLog.Flush();
+  std::vector<std::string> places;
+  for (std::string const& text : errors_)
+    if (names_place(text) && std::find(places.begin(), places.end(), text) == places.end()) places.push_back(text);
+  return places;
+}
+
 std::string EngineLog::Cause() const {
   KlbGLog.Flush();
   if (errors_.empty()) return SystemError().empty() ? "no cause is known" : SystemError();
@@ -71,7 +84,7 @@ std::string EngineLog::Cause() const {
   std::string cause = find([](std::string const& text) { return text.find(", but must be ") != text.npos; });
   if (!cause.empty()) return cause.substr(0, cause.find(". Store cant"));
   cause = find([this](std::string const& text) { return text.starts_with(directory_ + "/"); });
-  if (cause.empty()) cause = find([](std::string const& text) { return text.find(" at offset ") != text.npos; });
+  if (cause.empty()) cause = find([this](std::string const& text) { return names_place(text); });
   cause = InWords(cause.empty() ? errors_.front() : cause);
   std::string const error = SystemError();
   return error.empty() || cause.find(error) != cause.npos ? cause : cause + ": " + error;

@@ -22,10 +22,14 @@ public:
   void Begin();
   // Why the operation since Begin failed, in one line.
   std::string Cause() const;
+  // The lines since Begin that tell what is damaged, each once, when the operation went on past several such places.
+  std::vector<std::string> Places() const;
   // Whether something failed since Begin, be it that the operation went on.
   bool HasErrors() const;
 
 private:
+  bool names_place(std::string const& text) const;
+
   std::string directory_;
   std::vector<std::string> errors_; // the texts, the deepest first
 };

@@ -91,8 +91,9 @@ SCL_QueryIdentifier Search::identifier(Level level, Level from, Level to) const 
 }
 
 int Search::ask(SCL_QueryIdentifier const& identifier, Rows* rows) {
+  if (root_is_damaged_) return ask_lenient(identifier, set_.directory, {}, rows);
   log_.Begin();
-  return Ask(root_is_damaged_ ? *lenient_ : *set_.root, identifier, rows);
+  return Ask(*set_.root, identifier, rows);
 }
 
 Disk_RootDirectoryFile* Search::Lenient() {
@@ -108,9 +109,19 @@ Disk_RootDirectoryFile* Search::Lenient() {
 
 // After a failure, which is reported under `name`: finds what can be read all the same. 0, or -1.
 int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows) {
-  report_.Fail(name, log_.Cause());
-  if (!passes_over_damage_) return -1;
-  return Lenient() ? Ask(*lenient_, identifier, rows) : -1;
+  std::string const cause = log_.Cause();
+  report_.Fail(name, cause);
+  return passes_over_damage_ && Lenient() ? ask_lenient(identifier, name, cause, rows) : -1;
+}
+
+// Reports all that is damaged, but for what was `told` already.
+int Search::ask_lenient(SCL_QueryIdentifier const& identifier, std::string const& name, std::string const& told,
+                        Rows* rows) {
+  log_.Begin();
+  int const result = Ask(*lenient_, identifier, rows);
+  for (std::string const& place : log_.Places())
+    if (!told.starts_with(place)) report_.Fail(name, place);
+  return result;
 }
 
 Search::Rows Search::below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level) {

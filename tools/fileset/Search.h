@@ -38,6 +38,7 @@ private:
   SCL_QueryIdentifier identifier(Level level, Level from, Level to) const;
   int ask(SCL_QueryIdentifier const& identifier, Rows* rows);
   int ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows);
+  int ask_lenient(SCL_QueryIdentifier const& identifier, std::string const& name, std::string const& told, Rows* rows);
   Rows below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level);
   void ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier, Rows* rows);
 
