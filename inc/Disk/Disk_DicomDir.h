@@ -52,8 +52,8 @@ public:
 
   int IsLowercase() const { return lowercase_name; }
   bool IsReadOnly() const { return read_only; }
-  bool PassesOverDamage() const override { return passes_over_damage_; }
-  void PassOverDamage(bool on) { passes_over_damage_ = on; }
+  bool PassesOverDamage() const override { return passes_over_damage; }
+  void PassOverDamage(bool on) { passes_over_damage = on; }
   int GetFd() const { return file_descriptor; }
   Dicom_TransferSyntax GetTransferSyntax() const { return transfer_syntax; }
   /// The place of the next new record.
@@ -137,7 +137,7 @@ private:
   unsigned header_length() const;
 
   int lowercase_name = 0;
-  bool passes_over_damage_ = false;
+  bool passes_over_damage = false;
   std::string file_name;
   int file_descriptor = -1;
   std::uint64_t device = 0, inode = 0; // of the open file

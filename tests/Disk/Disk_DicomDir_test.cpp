@@ -91,7 +91,6 @@ TEST_F(DicomDirTest, NewFileIsAPrefixAndAnEmptySequence) {
   EXPECT_EQ(Content(), content);
   EXPECT_TRUE(memory.HasPendingData());
   directory.Write("DICOMDIR", "");
-  Init(-1);
   Init(-1, false, &memory);
   EXPECT_EQ(Content(), "");
   // another name is used only if it is alone
