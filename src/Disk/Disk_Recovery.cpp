@@ -170,7 +170,9 @@ int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
   if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
     return NeedsRecovery(prefix) != 0 ? failed() : 0; // another did it
   if (NeedsRecovery(prefix) == 0) return 0;
-  std::string const content = ContentOf(boot);
+  std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(boot.c_str(), 256);
+  if (!file) return failed(); // an empty one has another meaning
+  std::string_view const content(file->data(), file->size());
   // without a whole BOOT nothing was written under it, or all of it was synced
   bool const standard = content.ends_with("\nstandard\n");
   if ((standard || content.ends_with("\nprivate\n")) && mend(prefix, standard) == -1) return failed();
