@@ -73,6 +73,10 @@ public:
     m_studyGivenUp = std::move(given_up);
   }
 
+  /// Asked before each study that a cleaning would delete; true ends the cleaning, as if no other study could go. It
+  /// must not call this repository.
+  void SetStop(std::function<bool()> stop) { m_stop = std::move(stop); }
+
   /// For callers; nothing here takes it.
   static Mutex s_mtxLock;
 
@@ -104,6 +108,7 @@ protected:
 
 private:
   std::function<void(Disk_StudyMetaData const&)> m_studyGivenUp;
+  std::function<bool()> m_stop;
   struct Cleaning;
   int clean(Cleaning& cleaning);
   int make_room(IOD_Msg const& msg);

@@ -123,6 +123,12 @@ public:
   /// Called after each object that a correction has written; it must not call this root.
   void SetObjectDone(std::function<void()> done) { object_done = std::move(done); }
 
+  /// Asked before each object of a correction, each study of AutoDelete and each study of ProcessZombieFiles; true ends
+  /// the operation there. A correction gives -1 then, and is completed by the same call. AutoDelete writes the records
+  /// without the studies that went, and gives 0. ProcessZombieFiles gives -1. The error is 210000 + EINTR. The function
+  /// must not call this root.
+  void SetStop(std::function<bool()> stop) { stop_wanted = std::move(stop); }
+
   /// Hands what no record names to `report`, which must not call the file-set: locks are held. That is the folders in
   /// the file-set and in its studies, each after what stands in it, one level deep, and the files in folders of series.
   /// Files of the upper two levels stay unseen, and folders in the folder of a series. Private structure only. A study
@@ -226,7 +232,8 @@ private:
   int remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
                         SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally, SCL_ResponseStatus& status);
   int count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal, SCL_QueryRetrieveLevel::Value level);
-  int drop_modality(IOD_Msg& record, Disk_Removal const& removal);
+  static int drop_modality(IOD_Msg& record, Disk_Removal const& removal);
+  static int keep_modalities(IOD_Msg& record, Disk_Removal const& removal);
   int delete_without_folder(Disk_StudyDirectoryRecord* study, SCL_ResponseStatus& status);
   int DeleteStudy(Disk_StudyDirectoryRecord* study);
   int DeleteStudyFromList(Disk_StudyDirectoryRecord* study);
@@ -256,7 +263,7 @@ private:
   int auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over);
 
   // maintenance
-  int correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction const& correction);
+  int correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction correction);
   int correct_study(Disk_StudyDirectoryRecord* study, Disk_Correction const& correction);
   int process_zombies(CToolParseDICOMReport& report);
 
@@ -281,5 +288,6 @@ private:
   Disk_AutoDeletePar auto_delete_par{};
   Disk_SupportPar support_par;
   std::function<void()> object_done;
+  std::function<bool()> stop_wanted;
   Dicom_UI current_study_uid; // that the last GetOne touched
 };

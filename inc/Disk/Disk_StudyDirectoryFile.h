@@ -84,6 +84,7 @@ private:
   int DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids, Disk_Tally* tally,
                            bool* removed);
   void DeleteSeries(Disk_SeriesDirectoryRecord const* series);
+  void count_left(Disk_Removal* removal) const;
   bool FindCorruptedEntry(Disk_SeriesDirectoryRecord const* series) const;
   int process_zombies(CToolParseDICOMReport& report);
   int query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);

@@ -115,6 +115,7 @@ int Disk_CacheRepository::clean(Cleaning& cleaning) {
   std::stable_sort(array, array + count);
   DISK_LOG(6, "Will try to delete all studies with grade less than %d\n", m_threshold);
   for (int i = 0; i < count && !cleaning.is_done() && array[i].GetGrade() < m_threshold; ++i) {
+    if (Disk_IsStopped(m_stop)) break;
     bool const deleted = DeleteStudyByInstanceUID(array[i].m_studyUID) == 0;
     cleaning.deleted += deleted;
     if (!deleted)
@@ -213,7 +214,7 @@ int Disk_CacheRepository::CleanAll() {
     int count = 0, deleted = 0;
     if (GetStudiesMetaData(array, count) == -1) count = 0;
     std::unique_ptr<Disk_StudyMetaData[]> const studies(array);
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count && !Disk_IsStopped(m_stop); ++i) {
       DISK_LOG(6, "Deleting study with instance UID <%s>\n", array[i].m_studyUID.CStr());
       deleted += DeleteStudyByInstanceUID(array[i].m_studyUID) == 0;
     }

@@ -52,8 +52,7 @@ int RefuseReadOnly(Disk_Correction const& correction) {
 
 } // namespace
 
-Disk_Correction Disk_Correction::PatientsName(Dicom_PN const& name, Dicom_LO const& id, Dicom_LO const& issuer,
-                                              std::function<void()> const* object_done) {
+Disk_Correction Disk_Correction::PatientsName(Dicom_PN const& name, Dicom_LO const& id, Dicom_LO const& issuer) {
   auto const set = [name, id, issuer](IOD_Msg& msg) {
     if (name != PN_NULL && msg.SetPatientsName(name) == -1) return Failed("ChangePatientsName: Can't set new name.\n");
     if (id != LO_NULL && msg.SetPatientID(id) == -1) return Failed("ChangePatientsName: Can't set new ID.\n");
@@ -61,11 +60,10 @@ Disk_Correction Disk_Correction::PatientsName(Dicom_PN const& name, Dicom_LO con
       return Failed("ChangePatientsName: Can't set new Issuer.\n");
     return 0;
   };
-  return {kPatientsName, true, set, object_done};
+  return {kPatientsName, true, set};
 }
 
-Disk_Correction Disk_Correction::ManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model,
-                                                   std::function<void()> const* object_done) {
+Disk_Correction Disk_Correction::ManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
   auto const set = [manufacturer, model](IOD_Msg& msg) {
     if (manufacturer != LO_NULL && msg.SetManufacturer(manufacturer) == -1)
       return Failed("ChangeManufacturerParms: Can't set manufacturer.\n");
@@ -73,7 +71,7 @@ Disk_Correction Disk_Correction::ManufacturerParms(Dicom_LO const& manufacturer,
       return Failed("ChangeManufacturerParms: Can't set manufacturers_model_name.\n");
     return 0;
   };
-  return {kManufacturerParms, false, set, object_done};
+  return {kManufacturerParms, false, set};
 }
 
 // Root
@@ -82,19 +80,20 @@ int Disk_RootDirectoryFile::ChangePatientsName(Dicom_LO const& patient_id, Dicom
                                                Dicom_PN const& new_name, Dicom_LO const& new_id,
                                                Dicom_LO const& new_issuer) {
   return Disk_Guarded("ChangePatientsName", [&] {
-    return correct(patient_id, issuer, Disk_Correction::PatientsName(new_name, new_id, new_issuer, &object_done));
+    return correct(patient_id, issuer, Disk_Correction::PatientsName(new_name, new_id, new_issuer));
   });
 }
 
 int Disk_RootDirectoryFile::ChangeManufacturerParms(Dicom_LO const& patient_id, Dicom_LO const& issuer,
                                                     Dicom_LO const& manufacturer, Dicom_LO const& model) {
   return Disk_Guarded("ChangeManufacturerParms", [&] {
-    return correct(patient_id, issuer, Disk_Correction::ManufacturerParms(manufacturer, model, &object_done));
+    return correct(patient_id, issuer, Disk_Correction::ManufacturerParms(manufacturer, model));
   });
 }
 
-int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer,
-                                    Disk_Correction const& correction) {
+int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction correction) {
+  correction.object_done = &object_done;
+  correction.stop = &stop_wanted;
   if (is_standard()) return Failed(correction.texts.root_structure);
   if (params.read_only) return RefuseReadOnly(correction);
   Disk_FileSetHold file_set;
@@ -134,12 +133,12 @@ int Disk_RootDirectoryFile::correct_study(Disk_StudyDirectoryRecord* study, Disk
 int Disk_StudyDirectoryFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id,
                                                 Dicom_LO const& new_issuer) {
   return Disk_Guarded("ChangePatientsName",
-                      [&] { return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr)); });
+                      [&] { return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer)); });
 }
 
 int Disk_StudyDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
   return Disk_Guarded("ChangeManufacturerParms",
-                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr)); });
+                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model)); });
 }
 
 int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
@@ -158,12 +157,12 @@ int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
 int Disk_SeriesDirectoryFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id,
                                                  Dicom_LO const& new_issuer) {
   return Disk_Guarded("ChangePatientsName",
-                      [&] { return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr)); });
+                      [&] { return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer)); });
 }
 
 int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
   return Disk_Guarded("ChangeManufacturerParms",
-                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr)); });
+                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model)); });
 }
 
 int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
@@ -171,6 +170,7 @@ int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
   if (RefuseLink() == -1 || Read() == -1) return Failed(correction.texts.cant_read_series);
   if (is_folder_gone) return 0;
   for (Disk_InstanceDirectoryRecord* image : image_records) {
+    if (correction.stop && Disk_IsStopped(*correction.stop)) return -1;
     Disk_FileID const id = object_id(image->GetReferencedFileID());
     if (Disk_ObjectFile(id, params).correct(correction, !is_synced_with(id)) == -1) return -1;
   }
@@ -180,14 +180,13 @@ int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
 // Object
 
 int Disk_ObjectFile::ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer) {
-  return Disk_Guarded("ChangePatientsName", [&] {
-    return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer, nullptr), true);
-  });
+  return Disk_Guarded("ChangePatientsName",
+                      [&] { return correct(Disk_Correction::PatientsName(new_name, new_id, new_issuer), true); });
 }
 
 int Disk_ObjectFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
   return Disk_Guarded("ChangeManufacturerParms",
-                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model, nullptr), true); });
+                      [&] { return correct(Disk_Correction::ManufacturerParms(manufacturer, model), true); });
 }
 
 int Disk_ObjectFile::correct(Disk_Correction const& correction, bool sync_directory) {

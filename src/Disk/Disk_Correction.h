@@ -16,10 +16,9 @@ struct Disk_Correction {
   Texts const& texts;
   bool changes_records;             // those of patient and studies hold the attributes too; each study is locked
   std::function<int(IOD_Msg&)> set; // on a record or an object: 0, or -1 (logged)
-  std::function<void()> const* object_done; // null, or called after each object
+  std::function<void()> const* object_done = nullptr; // null, or called after each object
+  std::function<bool()> const* stop = nullptr;        // null, or asked before each object: true ends the correction
 
-  static Disk_Correction PatientsName(Dicom_PN const& name, Dicom_LO const& id, Dicom_LO const& issuer,
-                                      std::function<void()> const* object_done);
-  static Disk_Correction ManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model,
-                                           std::function<void()> const* object_done);
+  static Disk_Correction PatientsName(Dicom_PN const& name, Dicom_LO const& id, Dicom_LO const& issuer);
+  static Disk_Correction ManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
 };

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <functional>
 #include <new>
 
 /// How often a step of this thread failed for the lack of memory.
@@ -53,6 +54,14 @@ int Disk_RefuseNull(char const* name, Pointers... pointers) {
   DISK_LOG(3, "%s: an argument is NULL.\n", name);
   KlbGError.Set(DISK_ERROR_SYSTEM + EINVAL);
   return -1;
+}
+
+/// Whether the caller of a long operation wants it to end here. Sets the error 210000 + EINTR then.
+inline bool Disk_IsStopped(std::function<bool()> const& stop) {
+  if (!stop || !stop()) return false;
+  DISK_LOG(5, "Stopped by the caller.\n");
+  KlbGError.Set(DISK_ERROR_SYSTEM + EINTR);
+  return true;
 }
 
 /// Runs a step that ends with 0 or -1; the system call that failed in it, or the lack of memory, gives the error code.

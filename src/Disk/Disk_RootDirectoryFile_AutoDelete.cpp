@@ -122,7 +122,7 @@ int Disk_RootDirectoryFile::auto_delete() {
     return -1;
   }
   bool reached = false;
-  for (auto entry = dated.begin(); entry != dated.end() && !reached; ++entry) {
+  for (auto entry = dated.begin(); entry != dated.end() && !reached && !Disk_IsStopped(stop_wanted); ++entry) {
     if (!may_auto_delete(*entry, std::int64_t(now))) continue;
     bool passed_over = false;
     if (auto_delete_study(entry->study, &passed_over) == -1) return -1;

@@ -114,7 +114,7 @@ int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifi
   removal.image_uids = level == SCL_QueryRetrieveLevel::IMAGE ? identifier.GetSOPInstanceUID() : UI_NULL;
   int result = study_file->Delete(&removal);
   *tally += removal.tally;
-  if (result == 0) result = count_removed(study, removal, level);
+  if ((result == 0 || removal.series_missing) && count_removed(study, removal, level) == -1) result = -1;
   // there a part of the records would be damage; without them the files are missing, which the next delete mends
   if (result == -1 && is_standard() && removal.tally.completed > 0) return -1;
   if (Write() == -1 || operation.Commit() == -1) {
@@ -140,26 +140,32 @@ int Disk_RootDirectoryFile::delete_without_folder(Disk_StudyDirectoryRecord* stu
   return 0;
 }
 
-/// Brings the study's record up to date after a removal, or removes the study when nothing of it is left.
+/// Brings the study's record up to date after a removal, or removes the study when nothing of it is left. If something
+/// that was to go was gone already, the delete before may have been interrupted, and left the record as it was: then
+/// the record follows what is left.
 int Disk_RootDirectoryFile::count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal,
                                           SCL_QueryRetrieveLevel::Value level) {
   IOD_Msg& record = *study->GetRecordMsg();
+  bool const mends = removal.series_missing || removal.tally.missing > 0;
   Dicom_IS const images = record.GetNumberOfStudyRelatedImages();
   if (images != IS_NULL) {
-    int const left = std::max(Disk_Moved(images, -std::int64_t(removal.tally.completed)), removal.images_left);
+    int const lowered = mends ? 0 : Disk_Moved(images, -std::int64_t(removal.tally.completed));
+    int const left = std::max(lowered, removal.images_left);
     if (set_counter(*study, Dicom_Tag(0x0020, 0x1208), left) == -1) {
       DISK_LOG(3, "Delete(): Can't update study directory record.\n");
       return -1;
     }
   }
-  if (removal.series_removed > 0 && !is_standard() && drop_modality(record, removal) == -1) {
+  if (!is_standard() && ((removal.series_removed > 0 && drop_modality(record, removal) == -1) ||
+                         (mends && keep_modalities(record, removal) == -1))) {
     DISK_LOG(3, "Delete: Can't update modality study directory record.\n");
     return -1;
   }
   int const known = Disk_CountedSeries(record).value_or(0);
   int remaining = Disk_Raised(known, removal.series_before, "study") - removal.series_removed;
   bool const is_consistent = known == removal.series_removed;
-  if (removal.series_left == 0) remaining = 0; // too high is what a killed delete leaves
+  // too high is what a killed delete leaves
+  if (mends || removal.series_left == 0) remaining = removal.series_left;
   if (set_counter(*study, Dicom_Tag(0x0020, 0x1206), remaining) == -1) return -1;
   if (!is_standard() && record.SetNumberOfSeries(Disk_OwnCounter(remaining)) == -1) return -1;
   if (remaining != 0 && level != SCL_QueryRetrieveLevel::STUDY) return 0;
@@ -175,9 +181,22 @@ int Disk_DirectoryFile::set_counter(Disk_DirectoryRecord& record, Dicom_Tag cons
 }
 
 int Disk_RootDirectoryFile::drop_modality(IOD_Msg& record, Disk_Removal const& removal) {
-  if (removal.modality == CS_NULL || removal.modality_is_left) return 0;
+  if (removal.modality == CS_NULL || removal.modalities_left.count(removal.modality.View()) > 0) return 0;
   if (record.SetMultiModality(record.GetMultiModality().RmSubElement(removal.modality)) == -1) return -1;
   return record.SetModalitiesInStudy(record.GetModalitiesInStudy().RmSubElement(removal.modality));
+}
+
+/// Takes away the modalities that no series has any more.
+int Disk_RootDirectoryFile::keep_modalities(IOD_Msg& record, Disk_Removal const& removal) {
+  auto const kept = [&removal](Dicom_CS values) {
+    for (int i = values.GetNValues() - 1; i >= 0; --i) {
+      Dicom_CS const value{values.ValueView(i)};
+      if (removal.modalities_left.count(value.View()) == 0) values = values.RmSubElement(value);
+    }
+    return values;
+  };
+  if (record.SetMultiModality(kept(record.GetMultiModality())) == -1) return -1;
+  return record.SetModalitiesInStudy(kept(record.GetModalitiesInStudy()));
 }
 
 int Disk_RootDirectoryFile::DeleteStudy(Disk_StudyDirectoryRecord* study) {

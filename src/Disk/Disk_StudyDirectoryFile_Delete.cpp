@@ -55,6 +55,8 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
     Disk_SeriesDirectoryRecord* const series = GetSeriesRecord(removal->series_uid);
     if (!series && !going.empty()) {
       DISK_LOG(3, "Delete(): Can't find series.\n");
+      removal->series_missing = !is_standard();
+      count_left(removal);
       return -1;
     }
     if (series) going = {series}; // else a delete was killed when the last series was gone: the study is to follow
@@ -67,17 +69,12 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
     if ((removed || removal->series_uid == UI_NULL) && Disk_TakeOut(series_records, series, is_standard()) == -1)
       return -1;
   }
-  std::vector<Disk_SeriesDirectoryRecord*> const staying = InUse(series_records, is_standard());
+  count_left(removal);
   // the folders of series are gone for good before their records go; a private directory file syncs their entries
   std::string const folder = directory().FolderPath();
-  if (is_standard() && removal->series_removed > 0 && !staying.empty() &&
+  if (is_standard() && removal->series_removed > 0 && removal->series_left > 0 &&
       Util_FileSystemInterface::Current().Access(folder.c_str(), F_OK) == 0 && sync_directory_of(file_id.Path()) == -1)
     return -1;
-  for (Disk_SeriesDirectoryRecord* left : staying) {
-    ++removal->series_left;
-    removal->images_left = Disk_Moved(removal->images_left, Disk_CountedImages(*left->GetRecordMsg()).value_or(0));
-    if (left->GetRecordMsg()->GetModality() == removal->modality) removal->modality_is_left = true;
-  }
   if (Write() == 0) return 0;
   DISK_LOG(3, "Delete(): Can't update the file.\n");
   return -1;
@@ -96,12 +93,21 @@ int Disk_StudyDirectoryFile::Delete(Dicom_UI series_uid, Dicom_UI image_uids, MX
   return result;
 }
 
+void Disk_StudyDirectoryFile::count_left(Disk_Removal* removal) const {
+  for (Disk_SeriesDirectoryRecord* left : InUse(series_records, is_standard())) {
+    ++removal->series_left;
+    removal->images_left = Disk_Moved(removal->images_left, Disk_CountedImages(*left->GetRecordMsg()).value_or(0));
+    removal->modalities_left.insert(left->GetRecordMsg()->GetModality().GetText());
+  }
+}
+
 int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids,
                                                   Disk_Tally* tally, bool* removed) {
   GetSeriesFile(series);
   if (series_file->RefuseLink() == -1) return -1;
   if (FindCorruptedEntry(series)) {
     DeleteSeries(series);
+    ++tally->missing; // nobody can tell how many images there were
     *removed = true;
     return 0;
   }
@@ -117,12 +123,15 @@ int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* se
     DISK_LOG(3, "DeleteImagesOfSeries(): Can't update series directory record.\n");
     return -1;
   }
-  int const count = Disk_Raised(known.value_or(0), records, "series") - int(own.completed);
+  // an image that has no record any more was counted until now, if its delete was interrupted
+  int const before = own.missing > 0 ? records : Disk_Raised(known.value_or(0), records, "series");
+  int const count = before - int(own.completed);
   if (set_counter(*series, Dicom_Tag(0x0020, 0x1209), count) == -1) return -1;
   if (!is_standard() && record.SetNumberOfImages(Disk_OwnCounter(count)) == -1) return -1;
   DISK_LOG(7, "DeleteImagesOfSeries: ImagesInSeries %d\n", count);
   // a counter that a killed delete left too high keeps no series without images
   *removed = count == 0 || int(own.completed) == records;
+  if (*removed && count != 0 && !is_standard()) ++tally->missing; // the study's counter is too high as well
   if (*removed) DeleteSeries(series);
   return 0;
 }
@@ -184,10 +193,12 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
   if (!all) going.clear();
   for (int i = 0; !all && i < image_uids.GetNValues(); ++i) {
     Disk_InstanceDirectoryRecord* const image = GetImageRecord(Dicom_UI(image_uids.ValueView(i)));
-    if (image && std::find(going.begin(), going.end(), image) == going.end())
+    if (image && std::find(going.begin(), going.end(), image) == going.end()) {
       going.push_back(image);
-    else
-      ++tally->failed;
+      continue;
+    }
+    ++tally->failed;
+    tally->missing += !image && !is_standard();
   }
   std::map<std::string, std::string> folders; // of the files that go, with one of them
   for (Disk_InstanceDirectoryRecord* image : going) {

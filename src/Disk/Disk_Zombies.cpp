@@ -105,6 +105,7 @@ int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (file_set.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock file-set.\n");
   // from here on others can go on in other studies, and what they do to the root isn't seen
   for (Disk_StudyDirectoryRecord* study : to_scan) {
+    if (Disk_IsStopped(stop_wanted)) return -1;
     ResetStudyFile();
     GetStudyFile(study);
     Disk_Hold<Disk_StudyDirectoryFile> held;
