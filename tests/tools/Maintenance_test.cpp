@@ -1,9 +1,17 @@
 // Drives the commands that maintain a file-set: what they refuse, change, find, remove, and leave alone.
+#include "support/Files.h"
+#include "support/Kill.h"
 #include "support/ProgramFixture.h"
 #include "support/Readers.h"
 
+#include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <future>
+#include <sys/file.h>
 #include <thread>
 
 namespace {
@@ -13,6 +21,25 @@ protected:
   std::string FirstImage() const { return PathOf("image", "SOPInstanceUID=" + image); }
 
   std::size_t Fetched() const { return RunJson({"fetch", "set", "--all", "--out", "out"})["fetched"]; }
+
+  // Runs the program, and interrupts it where it waits for the lock of the first study.
+  Result Interrupted(std::string const& line, int kind) const {
+    std::string const path = temp / (PathOf("study", "StudyInstanceUID=" + first_study) + "/LOCKFILE");
+    int const fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    struct stat status {};
+    EXPECT_EQ(fstat(fd, &status) | flock(fd, kind), 0);
+    auto program = std::async(std::launch::async, [&] { return Line(line); });
+    int pid = 0;
+    while (pid == 0 && program.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
+      std::ifstream locks("/proc/locks");
+      for (std::string lock; pid == 0 && std::getline(locks, lock);)
+        if (lock.find(":" + std::to_string(status.st_ino) + " ") != lock.npos)
+          std::sscanf(lock.c_str(), "%*d: -> FLOCK ADVISORY %*s %d", &pid);
+    }
+    if (pid != 0) kill(pid, SIGINT);
+    close(fd);
+    return program.get();
+  }
 
   Dicom_UI const kNative{"1.2.840.10008.1.2.1"}, kJpegLs{"1.2.840.10008.1.2.4.80"};
   std::string image = Phantom::InstanceUid(Small(Phantom::Kind::CT)).GetText();
@@ -46,6 +73,52 @@ TEST_F(MaintenanceTest, CommandLines) {
   EXPECT_FALSE(fs::exists(temp / "out"));
 }
 
+// A variable that isn't set, a wildcard or a slip never chooses more than a UID would.
+TEST_F(MaintenanceTest, WhatChoosesIsWhole) {
+  std::string const values[] = {"", " ", "*", "1.2?", "1.2\\1.3", "1.2a", std::string(65, '1')};
+  constexpr int kTexts = 2, kAnyUids = 5, kUids = 7; // how many of the values are refused
+  struct Case {
+    std::string line; // the value follows
+    int refused = kUids;
+  } const cases[] = {
+      {"delete set --study"},
+      {"delete set --dry-run --image"},
+      {"delete set --study " + first_study + " --series"},
+      {"cache delete set --study"},
+      {"protect set --study"},
+      {"unprotect set --study"},
+      {"complete set --study"},
+      {"correct set --set PatientID=2 --patient", kTexts},
+      {"correct set --set PatientID=2 --patient " + patient + " --issuer", kTexts},
+      {"auto-delete set --free-mb 2147483647 --min-age-days", kTexts},
+      {"cache clean set --mb", kTexts},
+      {"cache clean set --for-study 1000000", kTexts},
+      {"fetch set --out out --study", kAnyUids},
+      {"fetch set --out out --file-id", kTexts},
+      {"export set --out out --image", kAnyUids},
+  };
+  auto const files = ReadFiles(temp / "set");
+  for (Case const& c : cases)
+    for (int i = 0; i < c.refused; ++i) {
+      std::istringstream words(c.line);
+      std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+      arguments.push_back(values[i]);
+      EXPECT_EQ(Run(arguments).code, 2) << c.line << " '" << values[i] << "'";
+    }
+  for (char const* line : {"delete set", "delete set --all", "delete set --all --yes --json --image 1.2",
+                           "delete set --yes", "cache delete set --all", "protect set", "protect set --all",
+                           "unprotect set --all", "complete set --all", "cache clean set --all", "scan set --remove"})
+    EXPECT_EQ(Line(line).code, 2) << line;
+  EXPECT_EQ(ReadFiles(temp / "set"), files);
+  EXPECT_FALSE(fs::exists(temp / "out"));
+  for (auto const& [line, out] : {std::pair("delete set --all --dry-run --json", "{\"images\":4,"),
+                                  {"protect set --all --yes", "2 studies protected, 0 failed\n"},
+                                  {"delete set --all --yes", "0 images deleted, 2 failed\n"},
+                                  {"unprotect set --all --yes", "2 studies unprotected, 0 failed\n"},
+                                  {"delete set --all --yes", "8 images deleted, 0 failed\n"}})
+    EXPECT_NE(Line(line).out.find(out), std::string::npos) << line << "\n" << Line(line).out;
+}
+
 TEST_F(MaintenanceTest, ProtectedStudiesStay) {
   ExpectFailure("protect set --study 1.2.3 " + first_study, 1, "1.2.3: no such study in the file-set\n");
   ExpectFailure("delete set --study " + first_study, 1, "study " + first_study + ": protected");
@@ -53,6 +126,81 @@ TEST_F(MaintenanceTest, ProtectedStudiesStay) {
   EXPECT_EQ(RunJson({"query", "set", "--key", "StudyLoadCompleted=Y", "--key", "ProtectionFlag=Y"}).size(), 1u);
   EXPECT_EQ(Line("unprotect set --study " + first_study).code, 0);
   EXPECT_EQ(Line("delete set --study " + first_study).code, 0);
+}
+
+// A delete is killed at each of its calls that write; then the program is told the same.
+TEST_F(MaintenanceTest, AKilledDeleteIsCompletedByTheSameCommand) {
+  auto const series = [](Phantom::Kind kind, int number) {
+    return Phantom::SeriesUid(Small(kind, 1, number)).GetText();
+  };
+  std::string const ct = series(Phantom::Kind::CT, 1), sr = series(Phantom::Kind::SR, 2);
+  std::string const report = Phantom::InstanceUid(Small(Phantom::Kind::SR, 1, 2)).GetText();
+  std::vector<std::string> images;
+  for (int number : {1, 2, 3})
+    images.push_back(Phantom::InstanceUid(Small(Phantom::Kind::CT, 1, 1, number)).GetText());
+  auto const all = images[0] + "\\" + images[1] + "\\" + images[2];
+  using L = SCL_QueryRetrieveLevel;
+  struct Request {
+    L::Value level;
+    std::string series, images;
+  };
+  struct Case {
+    std::string arguments;
+    std::vector<Request> requests;
+    std::size_t left; // of 8 objects
+  } const cases[] = {
+      {"--image " + images[1], {{L::IMAGE, ct, images[1]}}, 7},
+      {"--image " + images[0] + " " + images[1] + " " + images[2], {{L::IMAGE, ct, all}}, 5},
+      {"--study " + first_study + " --image " + report, {{L::IMAGE, sr, report}}, 7},
+      {"--series " + ct, {{L::SERIES, ct, ""}}, 5},
+      {"--study " + first_study + " --series " + sr, {{L::SERIES, sr, ""}}, 7},
+      {"--image " + images[0] + " " + images[1] + " " + images[2] + " " + report,
+       {{L::IMAGE, ct, all}, {L::IMAGE, sr, report}},
+       4},
+      {"--study " + first_study, {{L::STUDY, "", ""}}, 4},
+  };
+  auto const copy = [this] {
+    fs::remove_all(temp / "copy");
+    fs::copy(temp / "set", temp / "copy", fs::copy_options::recursive);
+  };
+  auto const is_sound = [this] {
+    Disk_CheckResult result;
+    EXPECT_EQ(Disk_Check((temp / "copy").c_str(), {}, {}, &result), 0);
+    return result.n_findings == 0;
+  };
+  for (Case const& c : cases) {
+    auto const remove = [&] {
+      int status = 0;
+      Disk_RootDirectoryFile root((temp / "copy").c_str(), Disk_StoreParams(), 0, &status, nullptr);
+      Disk_SupportPar par;
+      par.delete_supported = 1;
+      root.SetSupportPar(par);
+      for (Request const& request : c.requests) {
+        SCL_MoveIdentifier identifier(request.level, &status);
+        identifier.SetStudyInstanceUID(Dicom_UI(first_study));
+        identifier.SetSeriesInstanceUID(Dicom_UI(request.series));
+        identifier.SetSOPInstanceUID(Dicom_UI(request.images));
+        MXL_SubOperationsReport told;
+        SCL_ResponseStatus response;
+        if (root.Delete(identifier, 1, &told, response) == -1) return 1;
+      }
+      return 0;
+    };
+    copy();
+    int const calls = CountWrites(remove);
+    for (int point = 1; point <= calls; ++point) {
+      SCOPED_TRACE(c.arguments + ", killed at call " + std::to_string(point));
+      copy();
+      ASSERT_EQ(KillAt(point, remove), kKilled);
+      bool const was_done = is_sound() && RunJson({"query", "copy", "--level", "image"}).size() == c.left;
+      Result const result = Line("delete copy " + c.arguments);
+      bool const was_gone = result.err.find(": no such ") != std::string::npos;
+      EXPECT_EQ(result.code, was_gone ? 1 : 0) << result.err;
+      EXPECT_TRUE(was_gone ? was_done || c.requests.size() > 1 : !was_done) << result.err;
+      EXPECT_TRUE(is_sound()) << Line("check copy").out;
+      EXPECT_EQ(RunJson({"query", "copy", "--level", "image"}).size(), c.left);
+    }
+  }
 }
 
 TEST_F(MaintenanceTest, CorrectionIsCompletedAfterAnObjectIsPutRight) {
@@ -76,6 +224,55 @@ TEST_F(MaintenanceTest, CorrectionIsCompletedAfterAnObjectIsPutRight) {
                  object->GetPatientsName().GetText() == "Müller^Жанна";
   }
   EXPECT_EQ(corrected, 4);
+}
+
+// Between two objects or studies; the same command goes on.
+TEST_F(MaintenanceTest, InterruptionsEndAtASafePoint) {
+  fs::copy(temp / "set", temp / "whole", fs::copy_options::recursive);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // no study is of this second
+  struct Case {
+    std::string line;
+    int lock; // that is held; who reads takes a shared one
+    std::string told;
+    std::size_t studies; // left
+    int again;
+  } const cases[] = {
+      {"correct set --patient " + patient + " --issuer PHANTOM --set PatientID=NEW", LOCK_SH,
+       patient + ": interrupted: the objects counted have the new values", 2, 0},
+      {"scan set", LOCK_SH, "set: interrupted", 2, 0},
+      {"export set --out out --study " + first_study, LOCK_EX, "out: interrupted", 2, 0},
+      {"auto-delete set --free-mb 2147483647 --min-age-days 0", LOCK_SH, "set: interrupted", 1, 1},
+      {"cache clean set --all --yes", LOCK_SH, "set: interrupted", 1, 0},
+  };
+  for (Case const& c : cases) {
+    fs::remove_all(temp / "set");
+    fs::copy(temp / "whole", temp / "set", fs::copy_options::recursive);
+    Result const result = Interrupted(c.line, c.lock);
+    EXPECT_EQ(result.code, 1) << c.line;
+    EXPECT_NE(result.err.find("fileset: " + c.told), std::string::npos) << c.line << "\n" << result.err;
+    EXPECT_EQ(RunJson({"query", "set"}).size(), c.studies) << c.line;
+    EXPECT_EQ(Line("check set --deep").code, 0);
+    Result const again = Line(c.line);
+    EXPECT_EQ(again.code, c.again) << c.line << "\n" << again.err;
+    EXPECT_EQ(RunJson({"query", "set"}).size(), c.studies / 2 * 2) << c.line;
+  }
+}
+
+// The record goes all the same, so nobody would notice.
+TEST_F(MaintenanceTest, WhatCantBeRemovedIsTold) {
+  std::string const path = FirstImage(), named = "--study " + first_study;
+  fs::remove(temp / path);
+  fs::create_directories(temp / path); // can't be unlinked
+  fs::copy(temp / "set", temp / "whole", fs::copy_options::recursive);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  for (std::string const& line : {"delete set --image " + image, "delete set " + named, "cache delete set " + named,
+                                  std::string("cache clean set --all --yes"),
+                                  std::string("auto-delete set --free-mb 1999999999 --min-age-days 0")}) {
+    fs::remove_all(temp / "set");
+    fs::copy(temp / "whole", temp / "set", fs::copy_options::recursive);
+    bool const is_deleted = line.starts_with("delete") || line.starts_with("cache delete");
+    ExpectFailure(line, 1, (is_deleted ? path + ": is left on the disk: Is a directory" : path.substr(0, 10)));
+  }
 }
 
 TEST_F(MaintenanceTest, ScanRemovesWhatNoRecordNamesAndNothingElse) {
@@ -267,7 +464,7 @@ TEST_F(MaintenanceTest, ACacheTellsWhoGoesAndLetsThemGo) {
   EXPECT_TRUE(clean.out.starts_with("deleted " + expected)) << clean.out;
   EXPECT_NE(clean.err.find("not as much as was wanted"), std::string::npos);
   EXPECT_EQ(cache("clean kept --dry-run --studies 2").code, 1);
-  EXPECT_EQ(cache("clean kept --all").out.substr(0, 8), "deleted ");
+  EXPECT_EQ(cache("clean kept --all --yes").out.substr(0, 8), "deleted ");
   EXPECT_NE(cache("status kept").out.find("  0 of 5\n"), std::string::npos);
 }
 

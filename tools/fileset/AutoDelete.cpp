@@ -1,7 +1,9 @@
 #include "AutoDelete.h"
 
 #include "EngineLog.h"
+#include "Interruption.h"
 #include "Json.h"
+#include "Leftovers.h"
 #include "Report.h"
 #include "Search.h"
 
@@ -18,7 +20,8 @@ char const kDescription[] = "Deletes the least recently updated studies until en
 
 char const kFooter[] = R"(
 Studies go one by one, the least recently updated first, until more than the wanted space is free.
-Protected studies stay (`fileset protect`), and so do those updated within the last days.
+Protected studies stay (`fileset protect`), and so do those updated within the last days. Ctrl-C ends it
+between two studies. A file that can't be removed is told.
 
 A megabyte counts as 1000 KB here, a KB as 1024 bytes.
 Only file-sets of the private structure can do this.
@@ -66,11 +69,12 @@ std::string Obstacles(std::size_t studies, std::size_t is_protected, std::size_t
   return text;
 }
 
-// Studies and the protected ones of them. 0, or -1 (reported) when the file-set can't be read.
-int CountStudies(FileSet& set, EngineLog& log, Report& report, std::size_t* all, std::size_t* is_protected) {
+// Studies and the number of protected ones. 0, or -1 (reported) when the file-set can't be read.
+int FindStudies(FileSet& set, EngineLog& log, Report& report, StudyFolders* all, std::size_t* is_protected) {
   Search::Rows rows;
-  if (Search(set, log, report).Run(Level::STUDY, {{kProtection, ""}}, &rows) == -1) return -1;
-  *all = rows.size();
+  std::vector<Key> const keys = {{kProtection, ""}, {Attributes::kReferencedFileId, ""}};
+  if (Search(set, log, report).Run(Level::STUDY, keys, &rows) == -1) return -1;
+  *all = FoldersOf(rows, set.directory);
   *is_protected = std::size_t(std::count_if(rows.begin(), rows.end(), [](auto const& row) {
     std::string const flag = row->Text(kProtection);
     return flag.empty() || flag == "Y"; // a study that doesn't say isn't deleted either
@@ -93,8 +97,9 @@ void FailUnreached(Outcome const& outcome, std::string const& obstacles, Options
 
 int DryRun(Options const& options, FileSet& set, EngineLog& log, Report& report, Outcome* outcome) {
   std::vector<Disk_AutoDeleteCandidate> candidates;
-  std::size_t studies = 0, is_protected = 0;
-  if (List(set, log, report, &candidates) == -1 || CountStudies(set, log, report, &studies, &is_protected) == -1)
+  StudyFolders studies;
+  std::size_t is_protected = 0;
+  if (List(set, log, report, &candidates) == -1 || FindStudies(set, log, report, &studies, &is_protected) == -1)
     return -1;
   for (auto const& candidate : candidates) {
     if (outcome->free_after > LimitKb(options)) break;
@@ -107,24 +112,36 @@ int DryRun(Options const& options, FileSet& set, EngineLog& log, Report& report,
     outcome->free_after += size;
   }
   if (outcome->free_after <= LimitKb(options))
-    FailUnreached(*outcome, Obstacles(studies - outcome->went.size(), is_protected, 0, options), options, report);
+    FailUnreached(*outcome, Obstacles(studies.size() - outcome->went.size(), is_protected, 0, options), options,
+                  report);
   return 0;
 }
 
 int Delete(Options const& options, FileSet& set, EngineLog& log, Report& report, Outcome* outcome) {
-  std::size_t before = 0, after = 0, is_protected = 0;
-  if (CountStudies(set, log, report, &before, &is_protected) == -1) return -1;
+  StudyFolders before, after;
+  std::size_t is_protected = 0;
+  if (FindStudies(set, log, report, &before, &is_protected) == -1) return -1;
+  WatchForInterruption();
+  set.root->SetStop(IsInterrupted);
   log.Begin();
   bool const failed = set.root->AutoDelete() == -1;
   std::string const cause = log.Cause();
   if (failed) report.Fail(options.directory, cause);
   outcome->free_after = set.root->FreeSpace();
-  if (CountStudies(set, log, report, &after, &is_protected) == -1) return -1;
-  outcome->deleted = before - std::min(before, after);
+  if (FindStudies(set, log, report, &after, &is_protected) == -1) return -1;
+  for (auto const& [uid, folder] : before) {
+    if (after.count(uid) > 0) continue;
+    ++outcome->deleted;
+    ReportLeft({}, folder, log, report);
+  }
   if (failed || outcome->free_after > LimitKb(options)) return 0;
+  if (IsInterrupted()) {
+    report.Fail(options.directory, "interrupted before enough was free; the same command goes on");
+    return 0;
+  }
   std::vector<Disk_AutoDeleteCandidate> left;
   if (List(set, log, report, &left) == -1) return 0;
-  std::string const obstacles = Obstacles(after, is_protected, left.size(), options);
+  std::string const obstacles = Obstacles(after.size(), is_protected, left.size(), options);
   FailUnreached(*outcome, left.empty() ? obstacles : obstacles + " (" + cause + ")", options, report);
   return 0;
 }

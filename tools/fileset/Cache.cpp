@@ -32,6 +32,8 @@ studies it may hold. When an object doesn't fit, studies are graded, by size, by
 the age of the last access, and go from the lowest grade upward.
 
 `cache query`, `fetch` and `delete` are those of any file-set, but that protected studies are deleted too.
+Ctrl-C ends a cleaning between two studies; the same command goes on. `cache clean --all` asks on a terminal,
+and wants --yes elsewhere. A file that can't be removed is told.
 --now says what time it is, to try how a cache grows old.
 
 Examples: a cache of 200 MB, how full it is, and what a cleaning would take
@@ -169,8 +171,9 @@ Command AddCacheClean(CLI::App& app) {
   line->add_option("--studies", options->studies, "So many studies")->option_text("N")->check(number);
   line->add_option("--for-study", options->for_study, "Room for a study of so many images of a modality")
       ->option_text("IMAGES MODALITY")
+      ->check(Choice::IsNotEmpty())
       ->expected(2);
-  line->add_flag("--all", options->all, "All studies, whatever their grade");
+  Choice::AddAll(*line, options->all, "All studies, whatever their grade, after asking");
   line->add_flag("--dry-run", options->dry_run, "Only tell which would go");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return RunCacheClean(*options); }};

@@ -3,6 +3,7 @@
 #include "CacheView.h"
 #include "Command.h"
 #include "EngineLog.h"
+#include "Interruption.h"
 #include "Json.h"
 #include "Report.h"
 
@@ -37,7 +38,7 @@ std::vector<Disk_StudyMetaData> Foretell(CacheView const& cache, std::vector<Dis
 }
 
 int Clean(CacheView& cache, CacheCleanOptions const& options, int images) {
-  if (options.all) return cache.CleanAll();
+  if (options.all.wanted) return cache.CleanAll();
   if (options.studies >= 0) return cache.AutoCleanNStudies(options.studies);
   if (options.percent >= 0) return cache.AutoCleanPercentage(options.percent);
   if (options.mb >= 0) return cache.AutoCleanMB(options.mb);
@@ -70,19 +71,21 @@ void Print(std::vector<Disk_StudyMetaData> const& gone, CacheCleanOptions const&
 void Tell(CacheCleanOptions const& options, bool all_gone, CacheView const& cache, Report& report) {
   std::string const grade = std::to_string(cache.GetThreshold());
   report.Fail(options.directory,
-              options.all ? "not all studies can be deleted"
-              : all_gone  ? "all studies together aren't enough"
-                          : "not as much as was wanted: the others grade " + grade + " or higher, or can't be deleted");
+              options.all.wanted ? "not all studies can be deleted"
+              : all_gone         ? "all studies together aren't enough"
+                         : "not as much as was wanted: the others grade " + grade + " or higher, or can't be deleted");
 }
 
 // -1 (reported) when the options make no sense.
 int CheckOptions(CacheCleanOptions const& options, int* images, Report& report) {
-  int const ways =
-      (options.mb >= 0) + (options.percent >= 0) + (options.studies >= 0) + options.all + !options.for_study.empty();
+  int const ways = (options.mb >= 0) + (options.percent >= 0) + (options.studies >= 0) + options.all.wanted +
+                   !options.for_study.empty();
   if (ways != 1) {
     report.Fail("clean", "say how much, in one way: --mb, --percent, --studies, --for-study or --all");
     return -1;
   }
+  if (options.all.wanted && !options.dry_run && !Choice::CanConfirm("--all", options.all.yes, options.json, report))
+    return -1;
   if (options.for_study.empty() || (Tree_Node::ParseInteger(options.for_study[0], *images) && *images >= 0)) return 0;
   report.Fail("--for-study", options.for_study[0] + " is no number of images");
   return -1;
@@ -111,17 +114,31 @@ int RunCacheClean(CacheCleanOptions const& options) {
     Wanted const wanted = options.studies >= 0
                               ? Wanted([&](auto const& gone) { return int(gone.size()) < options.studies; })
                               : Until(mb, space);
-    std::vector<Disk_StudyMetaData> const gone = Foretell(*cache, before, wanted, options.all);
+    std::vector<Disk_StudyMetaData> const gone = Foretell(*cache, before, wanted, options.all.wanted);
     Print(gone, options, *cache);
-    if (!options.all && wanted(gone)) Tell(options, gone.size() == before.size(), *cache, report);
+    if (!options.all.wanted && wanted(gone)) Tell(options, gone.size() == before.size(), *cache, report);
     return report.Result();
   }
+  if (options.all.wanted && !options.all.yes && !before.empty() &&
+      !Choice::Confirm("Delete all studies of " + options.directory + ", " + std::to_string(before.size()) +
+                       " of them?")) {
+    report.Fail(options.directory, "nothing was deleted");
+    return kFailed;
+  }
+  StudyFolders folders = cache->Folders();
+  WatchForInterruption();
+  cache->SetStop(IsInterrupted);
   log.Begin();
   int const result = Clean(*cache, options, images);
   std::vector<Disk_StudyMetaData> const gone = cache->Gone(before);
+  for (Disk_StudyMetaData const& study : gone)
+    ReportLeft({}, folders[study.m_studyUID.GetText()], log, report);
   Print(gone, options, *cache);
   // a study whose deletion ended half-way may count as deleted
-  bool const stay = options.all ? gone.size() < before.size() : int(gone.size()) < options.studies;
-  if (result == -1 || stay) Tell(options, gone.size() == before.size(), *cache, report);
+  bool const stay = options.all.wanted ? gone.size() < before.size() : int(gone.size()) < options.studies;
+  if (IsInterrupted() && (result == -1 || stay))
+    report.Fail(options.directory, "interrupted before all was deleted; the same command goes on");
+  else if (result == -1 || stay)
+    Tell(options, gone.size() == before.size(), *cache, report);
   return report.Result();
 }

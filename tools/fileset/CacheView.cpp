@@ -65,6 +65,19 @@ int CacheView::Studies(std::vector<Disk_StudyMetaData>* studies) {
   return 0;
 }
 
+StudyFolders CacheView::Folders() {
+  SCL_QueryIdentifier all(Level::STUDY);
+  all.SetStudyInstanceUID(UI_NULL);
+  all.Set(Attributes::kReferencedFileId, CS_NULL);
+  Dicom_Sequence answers;
+  Query(all, 1, &answers);
+  StudyFolders folders;
+  for (int i = 0; i < answers.GetNItems(); ++i)
+    folders[answers.Get(i)->Text(Attributes::kStudyInstanceUid)] =
+        FolderOf(*answers.Get(i), ToUTF8(m_path.data()).data());
+  return folders;
+}
+
 std::vector<Disk_StudyMetaData> CacheView::Gone(std::vector<Disk_StudyMetaData> const& before) {
   std::vector<Disk_StudyMetaData> after, gone;
   if (Studies(&after) == -1) return gone;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "FileSet.h"
+#include "Leftovers.h"
 
 #include <Disk/Disk_CacheRepository.h>
 #include <memory>
@@ -26,6 +27,8 @@ public:
   Space Measure();
   // Graded, in the order in which they would go. 0, or -1.
   int Studies(std::vector<Disk_StudyMetaData>* studies);
+  // The folders of all studies; of none when they can't be listed.
+  StudyFolders Folders();
   // Those of `before` that aren't there any more; none when the studies can't be listed.
   std::vector<Disk_StudyMetaData> Gone(std::vector<Disk_StudyMetaData> const& before);
   // Below which grade studies go when an object has no room.

@@ -1,6 +1,8 @@
 #include "Correct.h"
 
+#include "Choice.h"
 #include "EngineLog.h"
+#include "Interruption.h"
 #include "Json.h"
 #include "Report.h"
 #include "Search.h"
@@ -21,8 +23,9 @@ lacks a character of the new value is rewritten in Unicode.
 
 The patient is told by ID and issuer; without --issuer it is the one without an issuer. Each object is
 rewritten, compressed without loss unless --native is given, and the records last. An object that can't
-be read stops the correction: those before it have the new values already, the records the old ones.
-With the object put right or deleted, the same command run again finishes the work.
+be read stops the correction, and so does Ctrl-C, between two objects: those before it have the new values
+already, the records the old ones. The same command run again finishes the work, with the object put
+right or deleted.
 Only file-sets of the private structure can do this.
 
 Examples:
@@ -169,12 +172,18 @@ void Correct(Options const& options, std::vector<Pass>& passes, std::size_t obje
     ++current->corrected;
     report.Step();
   });
+  set.root->SetStop(IsInterrupted);
+  WatchForInterruption();
   report.Begin(objects * passes.size());
   for (Pass& pass : passes) {
     current = &pass;
     log.Begin();
     if (pass.run() == -1) {
-      report.Fail(options.patient, log.Cause() + (objects > 0 ? "; the same command run again finishes the work" : ""));
+      bool const interrupted = IsInterrupted() && !log.HasErrors();
+      report.Fail(options.patient,
+                  (interrupted ? "interrupted: the objects counted have the new values, the records the old ones"
+                               : log.Cause()) +
+                      (objects > 0 ? "; the same command run again finishes the work" : ""));
       break;
     }
     if (pass.corrected < objects)
@@ -230,8 +239,13 @@ Command AddCorrect(CLI::App& app) {
   auto const options = std::make_shared<Options>();
   CLI::App* line = app.add_subcommand("correct", kDescription)->footer(kFooter);
   line->add_option("DIR", options->directory, "The file-set")->required();
-  line->add_option("--patient", options->patient, "The patient with this Patient ID")->option_text("ID")->required();
-  line->add_option("--issuer", options->issuer, "... and this Issuer of Patient ID")->option_text("ISSUER");
+  line->add_option("--patient", options->patient, "The patient with this Patient ID")
+      ->option_text("ID")
+      ->required()
+      ->check(Choice::IsNotEmpty());
+  line->add_option("--issuer", options->issuer, "... and this Issuer of Patient ID")
+      ->option_text("ISSUER")
+      ->check(Choice::IsNotEmpty());
   line->add_option("--set", options->settings, "An attribute and its new value; as often as you like")
       ->option_text("KEYWORD=VALUE")
       ->required()

@@ -73,6 +73,16 @@ std::vector<std::string> EngineLog::Places() const {
   return places;
 }
 
+std::string EngineLog::CauseOf(std::string const& path) const {
+  KlbGLog.Flush();
+  for (std::string const& text : errors_)
+    if (text.find(" " + path + " ") != text.npos && text.find("errno") != text.npos) {
+      std::string const cause = InWords(text);
+      return cause.substr(cause.rfind(": ") + 2);
+    }
+  return {};
+}
+
 std::string EngineLog::Cause() const {
   KlbGLog.Flush();
   if (errors_.empty()) return SystemError().empty() ? "no cause is known" : SystemError();

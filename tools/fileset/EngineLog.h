@@ -24,6 +24,8 @@ public:
   std::string Cause() const;
   // The lines since Begin that tell what is damaged, each once, when the operation went on past several such places.
   std::vector<std::string> Places() const;
+  // Why a call on this file failed since Begin, in the system's words; empty if that wasn't said.
+  std::string CauseOf(std::string const& path) const;
   // Whether something failed since Begin, be it that the operation went on.
   bool HasErrors() const;
 

@@ -1,5 +1,6 @@
 #include "Export.h"
 
+#include "Choice.h"
 #include "EngineLog.h"
 #include "Interruption.h"
 #include "Json.h"
@@ -34,7 +35,7 @@ each file how it is encoded.
 
 Into a folder without DICOMDIR compressed pixels stay compressed unless --decompress is given. An object that
 can't be copied, or read, is told,
-and the others are copied; nothing is taken back.
+and the others are copied; nothing is taken back. Ctrl-C ends it between two objects.
 
 Examples:
   fileset export /data/set --study 1.2.840.4711 --out /tmp/study
@@ -193,6 +194,7 @@ void CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& optio
              Target& target, EngineLog& log, Report& report, std::size_t* copied) {
   std::size_t found = 0;
   for (SCL_QueryIdentifier const& list : lists) {
+    if (IsInterrupted()) break;
     std::unique_ptr<Disk_Access> const access = OpenList(list, options, set, search, log, report);
     if (!access) continue;
     if (access->HasMore() && found == 0 && target.Open() == -1) return;
@@ -203,7 +205,7 @@ void CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& optio
   }
   if (found > 0)
     target.Finish();
-  else if (report.Failures().empty())
+  else if (report.Failures().empty() && !IsInterrupted())
     report.Fail(options.directory, "holds no such object");
 }
 
@@ -241,7 +243,10 @@ int Run(Options const& options) {
   WatchForInterruption();
   std::size_t copied = 0;
   if (set.has_records) CopyAll(lists, options, set, search, *target, log, report, &copied);
-  if (IsInterrupted()) report.Fail(options.out, "interrupted before all objects were copied");
+  if (IsInterrupted())
+    report.Fail(options.out, std::string("interrupted before all objects were copied; ") +
+                                 (options.standard ? "remove it before it is exported again"
+                                                   : "the same command with --force copies all"));
   PrintOutcome(copied, options, report);
   return report.Result();
 }
@@ -256,7 +261,7 @@ Command AddExport(CLI::App& app) {
   CLI::Option* series = line->add_option("--series", options->series, "The series with this Series Instance UID");
   CLI::Option* image = line->add_option("--image", options->image, "The object with this SOP Instance UID");
   for (CLI::Option* option : {study, series, image})
-    option->option_text("UID");
+    option->option_text("UID")->check(Choice::IsOneUid());
   study->excludes(series)->excludes(image);
   series->excludes(image);
   line->add_option("--out", options->out, "Folder to copy to")->option_text("FOLDER")->required();

@@ -1,5 +1,6 @@
 #include "Fetch.h"
 
+#include "Choice.h"
 #include "EngineLog.h"
 #include "Interruption.h"
 #include "Json.h"
@@ -134,7 +135,8 @@ int Run(Options const& options) {
     report.Step();
   }
   report.End();
-  if (IsInterrupted()) report.Fail(options.out, "interrupted before all objects were copied");
+  if (IsInterrupted())
+    report.Fail(options.out, "interrupted before all objects were copied; the same command with --force copies all");
   PrintOutcome(files, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), options, report);
   return report.Result();
 }
@@ -146,8 +148,9 @@ Command AddFetch(CLI::App& app) {
   CLI::App* line = app.add_subcommand("fetch", kDescription)->footer(kFooter);
   line->add_option("DIR", options->directory, "The file-set")->required();
   CLI::Option* all = line->add_flag("--all", options->all, "Everything");
-  CLI::Option* file_id =
-      line->add_option("--file-id", options->file_id, "The object with this Referenced File ID")->option_text("ID");
+  CLI::Option* file_id = line->add_option("--file-id", options->file_id, "The object with this Referenced File ID")
+                             ->option_text("ID")
+                             ->check(Choice::IsNotEmpty());
   file_id->each([options](std::string const&) { options->has_file_id = true; })->excludes(all);
   struct Selection {
     char const* name;
@@ -157,7 +160,11 @@ Command AddFetch(CLI::App& app) {
                           {"--series", &options->series, "The series with this Series Instance UID"},
                           {"--image", &options->image, "The object with this SOP Instance UID"}};
   for (Selection const& s : selections)
-    line->add_option(s.name, *s.value, s.help)->option_text("UID")->excludes(file_id)->excludes(all);
+    line->add_option(s.name, *s.value, s.help)
+        ->option_text("UID")
+        ->check(Choice::IsOneUid())
+        ->excludes(file_id)
+        ->excludes(all);
   line->add_option("--out", options->out, "Folder for the files")->option_text("FOLDER")->required();
   line->add_flag("--decompress", options->decompress, "Write uncompressed pixels, as explicit little endian");
   line->add_flag("--force", options->force, "Write over files that are there");

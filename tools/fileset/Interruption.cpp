@@ -26,9 +26,3 @@ void WatchForInterruption() {
 }
 
 bool IsInterrupted() { return s_signal != 0; }
-
-void EndIfInterrupted() {
-  if (s_signal == 0) return;
-  std::signal(s_signal, SIG_DFL);
-  std::raise(s_signal);
-}

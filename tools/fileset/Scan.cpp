@@ -1,6 +1,8 @@
 #include "Scan.h"
 
+#include "Choice.h"
 #include "EngineLog.h"
+#include "Interruption.h"
 #include "Json.h"
 #include "OwnFiles.h"
 #include "Report.h"
@@ -14,7 +16,6 @@
 #include <filesystem>
 #include <infra/Util_FileSystemInterface.h>
 #include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -32,6 +33,7 @@ records of studies that a killed delete has left without a folder. Only what a f
 deleted: files and folders with its names, that hold nothing else; symbolic links and all other things stay,
 and are told. With both, what can be adopted is, and the rest is removed, but for what holds an
 object that can't be adopted, or a file that can't be read. Neither is done while records can't be read.
+Ctrl-C ends a scan between two studies, an adoption or removal between two files.
 Only file-sets of the private structure can do this.
 
 Examples: look, bring lost objects back, and clean up
@@ -119,10 +121,15 @@ int AdoptAll(FileSet& set, EngineLog& log, Report& report, Recorded& recorded, O
   for (Zombie const& zombie : outcome->zombies) {
     std::vector<std::string> const files = zombie.is_folder ? zombie.holds : std::vector<std::string>{zombie.path};
     for (std::string const& path : files)
-      if (!Adopt(path, recorded, set, log, report, outcome)) refused.insert(path);
+      if (!IsInterrupted() && !Adopt(path, recorded, set, log, report, outcome)) refused.insert(path);
     report.Step();
   }
   report.End();
+  if (IsInterrupted()) { // the list stays, without what has gone from it
+    for (Adopted const& one : outcome->adopted)
+      std::erase_if(outcome->zombies, [&one](Zombie const& zombie) { return zombie.path == one.path; });
+    return 0;
+  }
   if (FindZombies(set, log, report, &outcome->zombies) == -1) return -1;
   Keep(outcome->zombies, refused, "an object that can't be adopted");
   return 0;
@@ -148,10 +155,8 @@ void PrintZombies(Outcome const& outcome) {
 }
 
 bool IsConfirmed(Options const& options, std::size_t count) {
-  if (options.yes || count == 0) return true;
-  std::fprintf(stderr, "Remove %zu of them, with all that folders hold? (y/N) ", count);
-  int const answer = std::getchar();
-  return answer == 'y' || answer == 'Y';
+  return options.yes || count == 0 ||
+         Choice::Confirm("Remove " + std::to_string(count) + " of them, with all that folders hold?");
 }
 
 void PrintOutcome(Outcome const& outcome, Options const& options, Report const& report) {
@@ -196,7 +201,7 @@ int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report,
   if (!options.json) PrintZombies(*outcome);
   auto const count = std::count_if(outcome->zombies.begin(), outcome->zombies.end(),
                                    [](Zombie const& zombie) { return zombie.stays.empty(); });
-  if (handles && options.remove && IsConfirmed(options, std::size_t(count)))
+  if (handles && options.remove && !IsInterrupted() && IsConfirmed(options, std::size_t(count)))
     outcome->removed = RemoveZombies(outcome->zombies, set, log, report);
   return 0;
 }
@@ -204,15 +209,17 @@ int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report,
 int Run(Options const& options) {
   Report report;
   EngineLog log(options.directory);
-  if (options.remove && !options.yes && (options.json || isatty(STDIN_FILENO) == 0)) {
-    report.Fail("--remove", "nobody can be asked whether to remove: --yes does it without");
-    return kUsage;
-  }
+  if (options.remove && !Choice::CanConfirm("--remove", options.yes, options.json, report)) return kUsage;
   FileSet set;
   int result = kDone;
   if (OpenPrivateFileSet(options.directory, Access::Change, {}, log, report, &set, &result) == -1) return result;
   Outcome outcome;
-  if (Handle(options, set, log, report, &outcome) == -1) return kFailed;
+  WatchForInterruption();
+  set.root->SetStop(IsInterrupted);
+  int const handled = Handle(options, set, log, report, &outcome);
+  if (IsInterrupted())
+    report.Fail(options.directory, "interrupted before all was scanned, adopted or removed; the same command goes on");
+  if (handled == -1) return kFailed;
   PrintOutcome(outcome, options, report);
   return outcome.removed.size() < outcome.zombies.size() ? int(kFailed) : report.Result();
 }

@@ -107,10 +107,10 @@ Disk_RootDirectoryFile* Search::Lenient() {
   return lenient_.get();
 }
 
-// After a failure, which is reported under `name`: finds what can be read all the same. 0, or -1.
+// After a failure, which is told under `name`: finds what can be read all the same. 0, or -1.
 int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows) {
   std::string const cause = log_.Cause();
-  report_.Fail(name, cause);
+  tell(name, cause);
   return passes_over_damage_ && Lenient() ? ask_lenient(identifier, name, cause, rows) : -1;
 }
 
@@ -120,8 +120,15 @@ int Search::ask_lenient(SCL_QueryIdentifier const& identifier, std::string const
   log_.Begin();
   int const result = Ask(*lenient_, identifier, rows);
   for (std::string const& place : log_.Places())
-    if (!told.starts_with(place)) report_.Fail(name, place);
+    if (!told.starts_with(place)) tell(name, place);
   return result;
+}
+
+void Search::tell(std::string const& name, std::string const& cause) {
+  if (unreadable_)
+    unreadable_->emplace_back(name, cause);
+  else
+    report_.Fail(name, cause);
 }
 
 Search::Rows Search::below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level) {

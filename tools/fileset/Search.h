@@ -11,6 +11,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 class Search {
@@ -29,6 +30,9 @@ public:
   // The file-set opened so that damage is passed over; null when it can't be.
   Disk_RootDirectoryFile* Lenient();
 
+  // From now on, what can't be read ("study UID") is put there, with the cause, instead of being reported.
+  void CollectUnreadable(std::vector<std::pair<std::string, std::string>>* studies) { unreadable_ = studies; }
+
   // Every row holds the UIDs down to its level. 0, or -1 (reported) when the file-set can't be read. A study
   // that can't be read whole is reported, and left out unless damage is passed over.
   int Run(Level level, std::vector<Key> const& keys, Rows* rows);
@@ -39,6 +43,7 @@ private:
   int ask(SCL_QueryIdentifier const& identifier, Rows* rows);
   int ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows);
   int ask_lenient(SCL_QueryIdentifier const& identifier, std::string const& name, std::string const& told, Rows* rows);
+  void tell(std::string const& name, std::string const& cause);
   Rows below(Rows const& parents, SCL_QueryIdentifier identifier, Level parent_level);
   void ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier, Rows* rows);
 
@@ -48,6 +53,7 @@ private:
   bool passes_over_damage_ = false;
   std::unique_ptr<Disk_RootDirectoryFile> lenient_; // made when it is needed
   bool root_is_damaged_ = false;                    // so only the lenient one can be asked
+  std::vector<std::pair<std::string, std::string>>* unreadable_ = nullptr;
   Level level_ = Level::STUDY;
   std::vector<Key> keys_;
 };

@@ -1,6 +1,8 @@
 #include "Status.h"
 
+#include "Choice.h"
 #include "EngineLog.h"
+#include "Interruption.h"
 #include "Json.h"
 #include "Report.h"
 #include "Search.h"
@@ -39,7 +41,8 @@ constexpr Mark kComplete{"complete", "completed", "Marks studies as completely l
 std::string Footer(Mark const& mark) {
   return "\n" + std::string(mark.what_it_does) +
          "\nOnly file-sets of the private structure can do this.\n\nExample:\n  fileset " + mark.command +
-         " /data/set --study 1.2.840.4711 1.2.840.4712\n\n" + "Ends with 0 when all studies are " + mark.done +
+         " /data/set --study 1.2.840.4711 1.2.840.4712\n\n" +
+         "--all asks on a terminal, and wants --yes elsewhere.\n\nEnds with 0 when all studies are " + mark.done +
          ", 1 when one isn't there or can't be (a line on standard\nerror for each), 2 for a wrong command line, 3 "
          "when "
          "the file-set can't be opened.";
@@ -48,6 +51,7 @@ std::string Footer(Mark const& mark) {
 struct Options {
   std::string directory;
   std::vector<std::string> studies;
+  Choice::All all;
   bool json = false;
 };
 
@@ -62,7 +66,18 @@ int SetAll(Mark const& mark, Options const& options, FileSet& set, EngineLog& lo
   for (auto const& row : rows)
     found.insert(row->Text(kStudyInstanceUid));
   FailMissing(options.studies, found, "study", report);
+  if (options.all.wanted && !options.all.yes &&
+      !Choice::Confirm(std::string(mark.command) + " all studies of " + options.directory + ", " +
+                       std::to_string(found.size()) + " of them?")) {
+    report.Fail(options.directory, "nothing was changed");
+    return 0;
+  }
+  WatchForInterruption();
   for (std::string const& uid : found) {
+    if (IsInterrupted()) {
+      report.Fail(options.directory, "interrupted; the same command completes it");
+      break;
+    }
     int error = 0;
     SCL_MoveIdentifier study(Level::STUDY, &error);
     study.SetStudyInstanceUID(Dicom_UI(uid));
@@ -78,6 +93,11 @@ int SetAll(Mark const& mark, Options const& options, FileSet& set, EngineLog& lo
 int Run(Mark const& mark, Options const& options) {
   Report report;
   EngineLog log(options.directory);
+  if (options.studies.empty() && !options.all.wanted) {
+    report.Fail(mark.command, "say which: --study or --all");
+    return kUsage;
+  }
+  if (options.all.wanted && !Choice::CanConfirm("--all", options.all.yes, options.json, report)) return kUsage;
   FileSet set;
   int result = kDone;
   if (OpenPrivateFileSet(options.directory, Access::Change, {}, log, report, &set, &result) == -1) return result;
@@ -97,7 +117,8 @@ Command Add(CLI::App& app, Mark const& mark) {
   line->add_option("DIR", options->directory, "The file-set")->required();
   line->add_option("--study", options->studies, "Studies with these Study Instance UIDs")
       ->option_text("UID...")
-      ->required();
+      ->check(Choice::IsUid())
+      ->excludes(Choice::AddAll(*line, options->all, "All studies, after asking"));
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options, &mark] { return Run(mark, *options); }};
 }

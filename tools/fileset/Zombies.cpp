@@ -1,6 +1,7 @@
 #include "Zombies.h"
 
 #include "EngineLog.h"
+#include "Interruption.h"
 #include "OwnFiles.h"
 #include "Report.h"
 #include "Search.h"
@@ -108,7 +109,7 @@ public:
 
 private:
   bool may_go(std::string const& path) {
-    if (listed_.count(path) == 0 || !CanBeOwn(path, directory_)) return false;
+    if (listed_.count(path) == 0 || IsInterrupted() || !CanBeOwn(path, directory_)) return false;
     for (std::size_t end = path.find('/', directory_.size() + 1); end != std::string::npos;
          end = path.find('/', end + 1)) {
       std::string const above = path.substr(0, end);
@@ -131,7 +132,7 @@ private:
 int Scan(FileSet& set, CToolParseDICOMReport& callbacks, EngineLog& log, Report& report) {
   log.Begin();
   int const result = set.root->ProcessZombieFiles(callbacks);
-  if (result == -1 || log.HasErrors())
+  if (!IsInterrupted() && (result == -1 || log.HasErrors()))
     report.Fail(set.directory, (result == -1 ? "can't be scanned: " : "not all of it can be scanned: ") + log.Cause());
   return result;
 }

@@ -8,7 +8,6 @@
 #include "Export.h"
 #include "Fetch.h"
 #include "Info.h"
-#include "Interruption.h"
 #include "Query.h"
 #include "Scan.h"
 #include "Setup.h"
@@ -116,9 +115,7 @@ int main(int argc, char** argv) {
       return is_told ? int(kUsage) : Finished(app.exit(error) == 0 ? kDone : kUsage);
     }
     if (ApplySetup(setup) == -1) return kUsage;
-    int const result = Finished(RunCommand(commands));
-    EndIfInterrupted();
-    return result;
+    return Finished(RunCommand(commands));
   } catch (std::exception const& error) {
     std::fprintf(stderr, "fileset: %s\n", error.what());
     return kFailed;
