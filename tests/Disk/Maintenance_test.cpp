@@ -1,7 +1,6 @@
 // Protection, ageing, corrections and listing; and what is left of an operation that was killed.
 #include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
-#include "support/Kill.h"
 
 #include <Disk/Disk_Access.h>
 #include <infra/CToolParse.h>
@@ -30,34 +29,6 @@ class PrivateTest : public MaintenanceTest {};
 INSTANTIATE_TEST_SUITE_P(Structures, PrivateTest, testing::Values(0u), StructureName);
 
 } // namespace
-
-// The store of B is killed anywhere, B is stored again, and A beside it is deleted: B is still there.
-TEST_P(MaintenanceTest, ADeleteTakesNothingOfAKilledStore) {
-  Phantom::Object const a{.size = kSize};
-  struct {
-    SCL_QueryRetrieveLevel::Value level;
-    Phantom::Object b;
-  } const cases[] = {{IMAGE, {.image = 2, .size = kSize}},
-                     {SERIES, {.series = 2, .size = kSize}},
-                     {STUDY, {.study = 2, .size = kSize}}};
-  for (auto const& c : cases) {
-    auto const level = c.level;
-    Phantom::Object const& b = c.b;
-    bool done = false;
-    for (int point = 1; !done && !HasFailure(); ++point) {
-      SCOPED_TRACE("level " + std::to_string(level) + ", point " + std::to_string(point));
-      Clear();
-      ASSERT_EQ(StoreOne(a), 0);
-      done = KillAt(point, [&] { return StoreOne(b); }) == 0;
-      ExpectNoDamage();
-      ASSERT_EQ(StoreOne(b), 0);
-      EXPECT_EQ(Delete(level, a), 0);
-      EXPECT_TRUE(Has(b));
-      EXPECT_FALSE(Has(a));
-      ExpectNoDamage();
-    }
-  }
-}
 
 TEST_P(MaintenanceTest, ProtectionAndStatus) {
   Phantom::Object const o{.size = kSize};
@@ -228,8 +199,12 @@ TEST_P(PrivateTest, ACorrectionReachesEveryObject) {
   EXPECT_EQ(root->ChangePatientsName(Dicom_LO("nobody"), issuer, Dicom_PN("X"), LO_NULL, LO_NULL), -1);
   int done = 0;
   root->SetObjectDone([&done] { ++done; });
+  root->SetStop([&done] { return done == 3; });
+  EXPECT_EQ(correct(*root), -1);
+  EXPECT_EQ(KlbGError.Get(), 210000 + EINTR);
+  root->SetStop(nullptr);
   EXPECT_EQ(correct(*root), 0);
-  EXPECT_EQ(done, 8);
+  EXPECT_EQ(done, 3 + 8) << "all of them once more";
   EXPECT_EQ(correct(*root), -1) << "nobody has the old ID any more";
   ExpectSound();
   auto const object = Fetch(*root, Uids(*before)), patient = RootRecord("PATIENT"), study = RootRecord("STUDY");

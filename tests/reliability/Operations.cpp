@@ -33,8 +33,9 @@ int WithRoot(Session& session, Act act) {
 
 // Stores
 
-Operation StoreOf(std::string name, Phantom::Object const& object, bool needs_study) {
+Operation StoreOf(std::string name, Phantom::Object const& object, bool needs_study, std::string beside = {}) {
   Operation operation{.name = std::move(name), .needs_study = needs_study, .act = {}, .effect = {}};
+  operation.beside = std::move(beside);
   operation.act = [object](Session& session) { return Store(session, *MakeObject(object)); };
   operation.effect = [object](Model& model, bool standard) { model.Add(*MakeObject(object), standard); };
   return operation;
@@ -265,9 +266,9 @@ std::vector<Operation> MakeOperations() {
   auto const unprotect = [](auto& root) { return root.UnprotectImages(s_study, 1, nullptr); };
   auto const complete = [](auto& root) { return root.SetStudyCompleted(s_uid); };
   return {StoreOf("store new patient", {.patient = 9}, false),
-          StoreOf("store new study", {.study = 9}, true),
-          StoreOf("store new series", {.series = 9}, true),
-          StoreOf("store image", {.image = 7}, true),
+          StoreOf("store new study", {.study = 9}, true, "delete study"),
+          StoreOf("store new series", {.series = 9}, true, "delete series"),
+          StoreOf("store image", {.image = 7}, true, "delete image"),
           StoreOf("store known image", Other(kKnown), true),
           StoreThatMoves(),
           StoreInPlace(),

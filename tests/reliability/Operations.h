@@ -66,6 +66,7 @@ struct Operation {
   int again = 0; // -1: once it has taken effect there is nothing left to do, and that is told
   unsigned flags = Disk_StoreParams::STORE_NATIVE;
   bool is_synced_late = false; // by itself, at its end
+  std::string beside = {}; // an operation that deletes beside what this one stores, and must take nothing of it along
 };
 
 struct Case {

@@ -128,6 +128,11 @@ void Judge(Case const& c, Site const& site, Outcome outcome, std::function<int()
   Require(Store(session, *MakeObject(further)) == 0, "a further store fails");
   Case last(c);
   last.after.Add(*MakeObject(further), site.standard);
+  for (Operation const& beside : Operations())
+    if (beside.name == c.operation->beside) {
+      Require(beside.act(session) == 0, "a delete beside it fails");
+      beside.effect(last.after, site.standard);
+    }
   Model const end = AskNew(site, 0);
   Compare(last, end, Outcome::Done);
   if (site.standard) WholeDicomdir(site, end);

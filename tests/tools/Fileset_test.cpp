@@ -268,21 +268,6 @@ TEST_F(FilesetTest, MovesFilesAsTheyAre) {
   EXPECT_EQ(temp.Read("out/" + Phantom::InstanceUid(object).GetText() + ".dcm"), bytes);
 }
 
-TEST_F(FilesetTest, DeletesWhatIsNamed) {
-  Result const dry = Run({"delete", "set", "--study", first_study, "1.2.3", "--dry-run"});
-  EXPECT_EQ(dry.out, "would delete study " + first_study + ", 4 images\n");
-  EXPECT_EQ(dry.err, "fileset: 1.2.3: no such study in the file-set\n");
-  EXPECT_EQ(dry.code, 1);
-  EXPECT_EQ(Run({"delete", "set"}).code, 2);
-  EXPECT_EQ(Run({"delete", "empty", "--study", "1.2.3"}).code, 3);
-  json const one = RunJson(
-      {"query", "set", "--level", "image", "--key", "StudyInstanceUID=" + first_study, "--key", "SOPInstanceUID"})[0];
-  std::string const image = one["00080018"]["Value"][0];
-  EXPECT_EQ(Run({"delete", "set", "--image", image}).out, "1 image deleted, 0 failed\n");
-  EXPECT_EQ(Run({"delete", "set", "--study", first_study}).out, "3 images deleted, 0 failed\n");
-  EXPECT_EQ(RunJson({"info", "set"})["studies"], 1);
-}
-
 TEST_F(FilesetTest, ADamagedStudyHidesNoOther) {
   std::string const file = PathOf("study", "StudyInstanceUID=" + first_study) + "/DIRFILE";
   temp.Write(file, temp.Read(file).substr(0, 400));
