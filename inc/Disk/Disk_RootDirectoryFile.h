@@ -89,7 +89,9 @@ public:
   /// after the last study handled, 3 for a protected study, 4 otherwise; `report` counts images. 0; or -1, with error
   /// 211007, 211002: what went before the failure is gone, and what is left can be deleted again. A file that can't be
   /// removed is logged: in a series that goes as a whole it is left without a record and counts as deleted; an image
-  /// that was named keeps its record and counts as failed, which alone gives no -1.
+  /// that was named keeps its record and counts as failed, which alone gives no -1. A delete that was killed is
+  /// completed by the same call: what it removed has no record any more, so images count as failed and a series gives
+  /// -1, but the counters and modalities of the study follow what is left.
   int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
              SCL_ResponseStatus& status);
 

@@ -84,34 +84,24 @@ TEST_F(MaintenanceTest, CommandLines) {
 TEST_F(MaintenanceTest, WhatChoosesIsWhole) {
   std::string const values[] = {"", " ", "*", "1.2?", "1.2\\1.3", "1.2a", std::string(65, '1')};
   constexpr int kTexts = 2, kAnyUids = 5, kUids = 7; // how many of the values are refused
-  struct Case {
-    std::string line; // the value follows
-    int refused = kUids;
-  } const cases[] = {
-      {"delete set --study"},
-      {"delete set --dry-run --image"},
-      {"delete set --study " + first_study + " --series"},
-      {"cache delete set --study"},
-      {"protect set --study"},
-      {"unprotect set --study"},
-      {"complete set --study"},
-      {"correct set --set PatientID=2 --patient", kTexts},
-      {"correct set --set PatientID=2 --patient " + patient + " --issuer", kTexts},
-      {"auto-delete set --free-mb 2147483647 --min-age-days", kTexts},
-      {"cache clean set --mb", kTexts},
-      {"cache clean set --for-study 1000000", kTexts},
-      {"fetch set --out out --study", kAnyUids},
-      {"fetch set --out out --file-id", kTexts},
-      {"export set --out out --image", kAnyUids},
-  };
+  std::pair<int, std::vector<std::string>> const lines[] = {
+      {kUids, // the value follows
+       {"delete set --study", "delete set --dry-run --image", "delete set --study " + first_study + " --series",
+        "cache delete set --study", "protect set --study", "unprotect set --study", "complete set --study"}},
+      {kAnyUids, {"fetch set --out out --study", "export set --out out --image"}},
+      {kTexts,
+       {"correct set --set PatientID=2 --patient", "correct set --set PatientID=2 --patient " + patient + " --issuer",
+        "auto-delete set --free-mb 2147483647 --min-age-days", "cache clean set --mb",
+        "cache clean set --for-study 1000000", "fetch set --out out --file-id"}}};
   auto const files = ReadFiles(temp / "set");
-  for (Case const& c : cases)
-    for (int i = 0; i < c.refused; ++i) {
-      std::istringstream words(c.line);
-      std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
-      arguments.push_back(values[i]);
-      EXPECT_EQ(Run(arguments).code, 2) << c.line << " '" << values[i] << "'";
-    }
+  for (auto const& [refused, of_this] : lines)
+    for (std::string const& line : of_this)
+      for (int i = 0; i < refused; ++i) {
+        std::istringstream words(line);
+        std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+        arguments.push_back(values[i]);
+        EXPECT_EQ(Run(arguments).code, 2) << line << " '" << values[i] << "'";
+      }
   for (char const* line : {"delete set", "delete set --all", "delete set --all --yes --json --image 1.2",
                            "delete set --yes", "cache delete set --all", "protect set", "protect set --all",
                            "unprotect set --all", "complete set --all", "cache clean set --all", "scan set --remove"})
