@@ -106,7 +106,12 @@ private:
       std::erase_if(unreadable_, [&rest](auto const& study) { return study.first == "study " + rest.study_uid; });
     }
     char const* const what = level_ == Level::IMAGE ? "image" : "series";
-    if (rests.empty()) return FailMissing(missing, {}, what, report_);
+    if (rests.empty() && unreadable_.empty()) return FailMissing(missing, {}, what, report_);
+    if (rests.empty()) {
+      for (std::string const& uid : missing)
+        report_.Fail(uid, std::string("no such ") + what + " in what can be read");
+      return;
+    }
     for (std::string const& uid : missing)
       report_.Warn(uid, std::string("this ") + what +
                             " has no record; what an interrupted delete left in the file-set is completed");
