@@ -54,8 +54,7 @@ inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records,
     Disk_PassingOver const damage{pass_over_damage};
     if (Disk_TakeRecord(std::move(item), records, failure, DISK_ERROR_MEMORY) == 0) return 0;
     bool const is_damaged = damage.before == Disk_shortages;
-    if (is_damaged) DISK_LOG(3, "Read: %s: a record is of no type that is kept
-", path.c_str());
+    if (is_damaged) DISK_LOG(3, "Read: %s: a record is of no type that is kept\n", path.c_str());
     return damage.Failed();
   });
 }
