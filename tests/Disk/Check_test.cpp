@@ -264,7 +264,6 @@ TEST(CheckTest, WhatCanBeReadIsGiven) {
       {kPrivate, 5, [](Broken& b) { b.Edit(b.SeriesFile(), Broken::SetFirst(kType, "IMAGX")); }},
       {kPrivate, 2, [](Broken& b) { fs::resize_file(b.StudyFile(), 400); }},
       {kPrivate, 2, [](Broken& b) { b.EditStudy(kType, Dicom_CS("IMAGX")); }},
-      {kPrivate, 2, [](Broken& b) { fs::remove_all(b.StudyFolder()); }},
       {kStandard, 5, [](Broken& b) { b.Patch(b.Place(3, 1) + 4, Broken::Bytes(0x00FFFFFF)); }},
       {kStandard, 5, [](Broken& b) { b.SetNumber(b.Place(1), kNext, 0x7FFFFFFF); }},
       {kStandard, 5, [](Broken& b) { b.SetNumber(b.Place(3), kNext, b.Place(3)); }},
