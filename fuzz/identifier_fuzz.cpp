@@ -11,7 +11,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t size) {
   static FileSetExercise exercise(0);
-  static FileSet set{exercise.prefix, Structure::Private, nullptr};
+  static FileSet set{exercise.prefix, Structure::Private, true, nullptr};
   if (size == 0) return 0;
   FencedFileSystem fence(exercise.prefix);
   if (!set.root) set.root = exercise.Open(Disk_StoreParams::READ_ONLY);
