@@ -283,6 +283,8 @@ TEST_F(MaintenanceTest, ScanRemovesWhatNoRecordNamesAndNothingElse) {
   EXPECT_FALSE(fs::exists(temp / lost) || fs::exists(temp / left));
   EXPECT_EQ(temp.Read(documents + "/LOCKFILE"), "mine");
   EXPECT_EQ(Fetched(), 8u);
+  for (std::string const& path : foreign)
+    fs::remove_all(temp / path);
   fs::remove_all(temp / PathOf("study", "StudyInstanceUID=" + first_study));
   for (char const* const line : {"query set --level image", "scan set --remove --yes", "scan set"})
     EXPECT_EQ(Line(line).code, 0) << line;
