@@ -129,6 +129,7 @@ bool Dicom_Sequence::HasChanged() const {
 
 std::unique_ptr<Dicom_Sequence> Dicom_Sequence::Clone() const {
   auto copy = std::make_unique<Dicom_Sequence>();
+  copy->items_.reserve(std::size_t(GetNItems())); // so that no message is lost when its place can't be made
   for (int i = 0; i < GetNItems(); ++i) {
     Item const& item = items_[head_ + std::size_t(i)];
     std::unique_ptr<Dicom_Msg> msg =
