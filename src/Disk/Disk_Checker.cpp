@@ -50,7 +50,7 @@ Disk_Checker::Disk_Checker(char const* file_set_prefix, bool standard, Disk_Chec
 /// is looked at once more when somebody has written meanwhile, and told when it is still the same then.
 int Disk_Checker::Run() {
   constexpr int kMostWalks = 6;
-  constexpr std::chrono::milliseconds kPause{5}; // for who waits for the lock that we held to get it
+  constexpr std::chrono::milliseconds kPause{25}; // for who waits for our lock to get it, on a busy machine too
   if (lock_.Init(prefix_.c_str(), 1) == -1) return -1;
   for (int walks = 1;; ++walks) {
     Disk_Hold<Klb_LockFile> held;
