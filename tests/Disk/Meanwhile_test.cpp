@@ -2,8 +2,6 @@
 #include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
 
-#include <Disk/Disk_StorageStrategy.h>
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -27,10 +25,6 @@ INSTANTIATE_TEST_SUITE_P(Structures, MeanwhileTest, kBothStructures, StructureNa
 
 class PrivateMeanwhileTest : public MeanwhileTest {};
 INSTANTIATE_TEST_SUITE_P(Structures, PrivateMeanwhileTest, testing::Values(0u), StructureName);
-
-class StandardMeanwhileTest : public MeanwhileTest {};
-INSTANTIATE_TEST_SUITE_P(Structures, StandardMeanwhileTest,
-                         testing::Values(unsigned(Disk_StoreParams::STANDARD_STRUCTURE)), StructureName);
 
 } // namespace
 
@@ -171,16 +165,6 @@ TEST_P(PrivateMeanwhileTest, CountsAgreeAfterADeleteInTheMiddleOfAStore) {
   EXPECT_EQ(Check().instances, 2u);
 }
 
-TEST_P(PrivateMeanwhileTest, WithoutVersionNoFetchWritesTheAccessDate) {
-  for (int patient : {1, 2})
-    ASSERT_EQ(Store(*Open(), *Example(Of(patient))), 0);
-  fs::remove(At("VERSION"));
-  auto root = Open();
-  FaultyFileSystem watched;
-  EXPECT_TRUE(Fetch(*root, Uids(*Example(Of(1)))));
-  EXPECT_EQ(watched.calls["Writev"] + watched.calls["Write"], 0) << "two fetches might write at once";
-}
-
 TEST_P(MeanwhileTest, OnAReadOnlyMediumAFailedReadIsRepeated) {
   for (int patient = 1; patient <= 5; ++patient)
     ASSERT_EQ(Store(*Open(), *Example(Of(patient))), 0);
@@ -216,33 +200,4 @@ TEST_P(MeanwhileTest, AFileSetThatIsReplacedIsTheOneThatCounts) {
     EXPECT_TRUE(Fetch(*reader, Uids(*Example(Of(3)))));
   }
   ExpectSound();
-}
-
-TEST_P(StandardMeanwhileTest, ARedoRecordWithoutItsDicomdirEndsNoOperationInALoop) {
-  auto root = Open();
-  ASSERT_EQ(Store(*root, *Example(Of(1))), 0);
-  fs::remove(At("DICOMDIR"));
-  std::ofstream(At("DICOMDIR.redo")) << "x";
-  EXPECT_EQ(Studies(*root), -1);
-  EXPECT_EQ(Store(*root, *Example(Of(1, 2))), -1);
-}
-
-TEST_P(StandardMeanwhileTest, AnImageWithoutRoomStaysWhole) {
-  struct Strategy : Disk_MemoryStorageStrategy {
-    bool has_room = true;
-    bool Reserve(unsigned end) override { return has_room && Disk_MemoryStorageStrategy::Reserve(end); }
-  } strategy;
-  EXPECT_EQ(Studies(*Open()), 0);
-  {
-    FaultyFileSystem watched;
-    auto root = Open(Disk_StoreParams::STORE_NATIVE, &strategy);
-    EXPECT_EQ(watched.calls["Fsync"], 1) << "no power cut brings a redo record back";
-    ASSERT_EQ(Store(*root, *Example(Of(1, 1))), 0);
-    strategy.has_room = false;
-    EXPECT_EQ(Store(*root, *Example(Of(1, 2))), -1);
-    strategy.has_room = true;
-    EXPECT_EQ(Store(*root, *Example(Of(1, 3))), 0);
-    EXPECT_TRUE(strategy.Flush());
-  }
-  EXPECT_EQ(Images(*Open(), Of(1)), (std::set<std::string>{Uid(Of(1, 1)), Uid(Of(1, 3))}));
 }
