@@ -27,18 +27,18 @@ std::string AsDateTime(std::time_t when) {
 }
 
 // A disk whose sizes are what the test says.
-class SizedDisk : public Util_FileSystemInterface {
+class SizedDisk : public FaultyFileSystem {
 public:
-  SizedDisk(unsigned long total, unsigned long free) : total_mb(total), free_mb(free) { SetCurrent(this); }
-  ~SizedDisk() override { SetCurrent(nullptr); }
+  SizedDisk(unsigned long total, unsigned long free) : total_mb(total), free_mb(free) {}
   int Statvfs(char const*, struct statvfs* status) override {
     *status = {};
-    status->f_frsize = 1 << 20;
+    status->f_frsize = block;
     status->f_blocks = total_mb;
-    status->f_bavail = free_mb;
+    status->f_bavail = free_mb - (taken ? taken() : 0);
     return 0;
   }
-  unsigned long total_mb, free_mb;
+  unsigned long total_mb, free_mb, block = 1 << 20;
+  std::function<unsigned long()> taken; // by the file-set
 };
 
 // The repository with its protected parts.
@@ -325,6 +325,41 @@ TEST_F(CacheTest, StudiesMakeRoom) {
   }
   EXPECT_EQ(Studies(*cache), (std::set{Uid(6), Uid(7)}));
   ExpectSound();
+}
+
+// The oldest studies go, in order, until the space is free; the protected and the young ones stay.
+TEST_F(CacheTest, AutoDeleteFreesWhatIsWanted) {
+  auto root = OpenForDeletes();
+  int const ages[] = {50, 90, 30, 70, 5, 60}; // in days, of studies 1 to 6
+  for (int study = 0; int const age : ages) {
+    Util_Clock::SetNow(kStart - age * kDay);
+    ASSERT_EQ(Store(*root, *Example({.study = ++study})), 0);
+  }
+  Util_Clock::SetNow(kStart);
+  ASSERT_EQ(root->ProtectImages(Named(STUDY, {.study = 4}), 1, nullptr), 0);
+  SizedDisk disk(10, 10);
+  disk.block = 1000 * 1024; // each object takes one
+  disk.taken = [this] {
+    auto const files = Files();
+    return std::count_if(files.begin(), files.end(),
+                         [](auto const& file) { return file.first.find("/I") != file.first.npos; });
+  };
+  EXPECT_EQ(root->FreeSpace(), 4000);
+  struct {
+    int wanted_mb, min_age_days;
+    char const* left;
+  } const steps[] = {{3, 0, "123456"}, {4, 20, "13456"}, // exactly the limit isn't enough
+                     {5, 60, "13456"},                   // 60 days old is young still
+                     {6, 20, "345"},   {100, 20, "45"},  {100, 4, "4"}};
+  for (auto const& step : steps) {
+    root->SetAutoDeletePar({step.wanted_mb, step.min_age_days});
+    EXPECT_EQ(root->AutoDelete(), 0);
+    std::string left;
+    for (int study = 1; study <= 6; ++study)
+      if (!Images(*root, Phantom::StudyUid({.study = study})).empty()) left += std::to_string(study);
+    EXPECT_EQ(left, step.left);
+    ExpectSound();
+  }
 }
 
 TEST_F(CacheTest, AFullDiskIsCleaned) {

@@ -1,4 +1,4 @@
-// Protection, ageing, corrections and listing; and what is left of an operation that was killed.
+// Protection, corrections and listing; and what is left of an operation that was killed.
 #include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
 
@@ -18,7 +18,6 @@ protected:
     auto root = Open();
     return Store(*root, *Phantom::Make(object));
   }
-  bool Has(Phantom::Object const& object) { return Fetch(*Open(), Uids(*Phantom::Make(object))) != nullptr; }
   int Delete(SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
     return FileSetTest::Delete(*Open(), level, object);
   }
@@ -130,60 +129,6 @@ TEST_P(PrivateTest, AScanHandsOverWhatNoRecordNamesAndTellsWhyItStops) {
   EXPECT_EQ(root.ProcessZombieFiles(report), -1);
   EXPECT_EQ(log.Count(3, "The cause: errno=5."), 1);
   EXPECT_EQ(KlbGError.Get(), 210000 + EIO);
-}
-
-// The oldest studies go, in order, until the space is free; the protected and the young ones stay. The disk is one
-// whose free space follows from what the file-set takes.
-TEST_P(PrivateTest, AutoDeleteFreesWhatIsWanted) {
-  class SmallDisk : public Util_FileSystemInterface {
-  public:
-    explicit SmallDisk(std::string prefix) : prefix_(std::move(prefix)) { SetCurrent(this); }
-    ~SmallDisk() override { SetCurrent(nullptr); }
-    int Statvfs(char const*, struct statvfs* status) override {
-      constexpr unsigned long kObjects = 10, kObjectKb = 1000;
-      *status = {};
-      status->f_frsize = 1;
-      unsigned long used = 0;
-      for (auto const& entry : fs::recursive_directory_iterator(prefix_))
-        if (entry.is_regular_file() && entry.path().filename().string()[0] == 'I') ++used;
-      status->f_bavail = (kObjects - used) * kObjectKb * 1024;
-      return 0;
-    }
-
-  private:
-    std::string prefix_;
-  };
-  constexpr std::time_t kStart = 1700000000, kDay = 86400;
-  int const ages[] = {50, 90, 30, 70, 5, 60}; // in days, of studies 1 to 6
-  int study = 0;
-  for (int const age : ages) {
-    Util_Clock::SetNow(kStart - age * kDay);
-    ASSERT_EQ(StoreOne({.study = ++study}), 0);
-  }
-  Util_Clock::SetNow(kStart);
-  ASSERT_EQ(Open()->ProtectImages(Named(STUDY, {.study = 4}), 1, nullptr), 0);
-  SmallDisk const disk(Prefix());
-  auto const left = [this] {
-    std::string studies;
-    for (int number = 1; number <= 6; ++number)
-      if (Has({.study = number, .size = kSize})) studies += std::to_string(number);
-    return studies;
-  };
-  auto root = OpenForDeletes();
-  EXPECT_EQ(root->FreeSpace(), 4000);
-  struct {
-    int wanted_mb, min_age_days;
-    char const* left;
-  } const steps[] = {{3, 0, "123456"}, {4, 20, "13456"}, // exactly the limit isn't enough
-                     {5, 60, "13456"},                   // 60 days old is young still
-                     {6, 20, "345"},   {100, 20, "45"},  {100, 4, "4"}};
-  for (auto const& step : steps) {
-    SCOPED_TRACE(step.left);
-    root->SetAutoDeletePar({step.wanted_mb, step.min_age_days});
-    EXPECT_EQ(root->AutoDelete(), 0);
-    EXPECT_EQ(left(), step.left);
-    ExpectSound();
-  }
 }
 
 TEST_P(PrivateTest, ACorrectionReachesEveryObject) {

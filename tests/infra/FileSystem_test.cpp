@@ -148,17 +148,10 @@ TEST(FileSystemUtils, DirSizeCountsFilesOnce) {
 }
 
 // A file system whose times have steps of two seconds.
-class SteppedFileSystem : public Util_FileSystemInterface {
+class SteppedFileSystem : public FaultyFileSystem {
 public:
-  SteppedFileSystem() { SetCurrent(this); }
-  ~SteppedFileSystem() override { SetCurrent(nullptr); }
-  int Stat(char const* path, struct stat* s) override { return stepped(Util_FileSystemInterface::Stat(path, s), s); }
-  int Lstat(char const* path, struct stat* s) override { return stepped(Util_FileSystemInterface::Lstat(path, s), s); }
-  int List(char const* path, std::vector<Entry>& entries) override {
-    ++lists;
-    return Util_FileSystemInterface::List(path, entries);
-  }
-  int lists = 0;
+  int Stat(char const* path, struct stat* s) override { return stepped(FaultyFileSystem::Stat(path, s), s); }
+  int Lstat(char const* path, struct stat* s) override { return stepped(FaultyFileSystem::Lstat(path, s), s); }
 
 private:
   static int stepped(int result, struct stat* s) {
@@ -185,22 +178,22 @@ TEST(FileSystemUtils, DirSizeIsRememberedAndNeverStale) {
   for (int calls = 0; calls < 2; ++calls, wait(2600))
     EXPECT_EQ(size(), files);
   EXPECT_EQ(size(), files); // the second one after a quiet step is believed
-  system.lists = 0;
+  system.calls.clear();
   EXPECT_EQ(size(), files);
-  EXPECT_EQ(system.lists, 0);
+  EXPECT_EQ(system.calls["List"], 0);
   std::filesystem::rename(directory / "a/b/1", directory / "a/b/2"); // one replaces another
   EXPECT_EQ(size(), files - 1);
-  EXPECT_EQ(system.lists, 1);
+  EXPECT_EQ(system.calls["List"], 1);
   std::filesystem::remove_all(directory / "a");
   directory.Write("DICOMDIR", kb);
   long const left = size();
   EXPECT_EQ(left, 15);
   wait(2600);
   size();
-  system.lists = 0;
+  system.calls.clear();
   directory.Write("DICOMDIR", kb + kb); // in its place
   EXPECT_EQ(size(), left + 1);
-  EXPECT_EQ(system.lists, 0);
+  EXPECT_EQ(system.calls["List"], 0);
 }
 
 } // namespace
