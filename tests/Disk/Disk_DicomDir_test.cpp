@@ -152,21 +152,12 @@ TEST_F(DicomDirTest, ChainsThatCantBeReadFail) {
   auto const size = std::uint32_t(b.Item(RecordBytes(b, 0, 0, "IMAGE", "")).size());
   std::tuple<char const*, std::string, char const*> const cases[] = {
       {"a record that is its own next", b.Item(RecordBytes(b, first, 0, "IMAGE", "")), "is reached twice"},
-      {"a loop of two",
-       b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")) + b.Item(RecordBytes(b, first, 0, "IMAGE", "")),
-       "is reached twice"},
       {"beyond the end", b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")), "Failed reading item tag from file."},
       {"before the records", b.Item(RecordBytes(b, 100, 0, "IMAGE", "")), "is not an item tag."},
-      {"no item", b.Item(RecordBytes(b, first + 4, 0, "IMAGE", "")), "is not an item tag."},
       {"an upper level", b.Item(RecordBytes(b, 0, 0, "SERIES", "")), "can't stand below its own level."},
       {"a length past the end", b.Claiming(0xFFFEE000, "", 5000, RecordBytes(b, 0, 0, "IMAGE", "")),
        "Failed constructing the record."},
       {"half a header", std::string("\xFE\xFF\x00\xE0\x10", 5), "Failed reading from file."},
-      {"an open item without end",
-       b.Claiming(0xFFFEE000, "", DataSetBytes::undefined, RecordBytes(b, 0, 0, "IMAGE", "")),
-       "Failed constructing the record."},
-      {"elements that don't end", b.Item(b.Claiming(0x00041430, "CS", 99, "IMAGE ")),
-       "Failed constructing the record."},
   };
   for (auto const& [name, items, message] : cases) {
     SCOPED_TRACE(name);
@@ -255,7 +246,7 @@ TEST_F(DicomDirTest, OnlyNewAndChangedRecordsAreWritten) {
     EXPECT_EQ(log.Count(3, line), 1) << line;
 }
 
-TEST_F(DicomDirTest, MemoryStrategyGrowsAndSeeksWithinItsCapacity) {
+TEST_F(DicomDirTest, StrategiesSeekWriteAndFlush) {
   std::string const text = "0123456789012345678901234567890123456789";
   for (auto const& [size, capacity] : {std::pair(15u, 16L), {16u, 32L}, {31u, 64L}, {40u, 64L}}) {
     Disk_MemoryStorageStrategy strategy(16);
@@ -268,9 +259,6 @@ TEST_F(DicomDirTest, MemoryStrategyGrowsAndSeeksWithinItsCapacity) {
     EXPECT_EQ(strategy.LSeek(0, 3), -1);
     EXPECT_EQ(strategy.LSeek(-1, 2), long(size) - 1);
   }
-}
-
-TEST_F(DicomDirTest, MemoryStrategyLoadsAndFlushes) {
   directory.Write("a", "the file as it was");
   Util_FileDescriptor const file = Util_FileSystem::Open((directory / "a").c_str(), O_RDWR);
   Disk_MemoryStorageStrategy strategy(16);

@@ -1,5 +1,7 @@
-// The dump in docs/format.md is what the library writes. With DISK_UPDATE_DOCS in the environment it is written anew.
+// What the library writes: the dump in docs/format.md, written anew with DISK_UPDATE_DOCS in the environment; and what
+// tools read that aren't ours.
 #include "support/FileSetFixture.h"
+#include "support/Readers.h"
 
 #include <cstdlib>
 
@@ -52,4 +54,27 @@ TEST_P(FormatTest, TheDumpInTheDocumentIsWhatIsWritten) {
     GTEST_SKIP() << "docs/format.md written anew";
   }
   EXPECT_EQ(text.substr(body, to - body), expected) << "run this test with DISK_UPDATE_DOCS=1 and look at the change";
+}
+
+TEST_P(FormatTest, DirectoryFilesAndObjectsAreReadWithoutErrorOrWarning) {
+  int patient = 0;
+  std::set<std::string> uids;
+  for (auto const kind : {Phantom::Kind::CT, Phantom::Kind::MR, Phantom::Kind::US, Phantom::Kind::MultiFrame,
+                          Phantom::Kind::PR, Phantom::Kind::SR})
+    for (unsigned flags : {0u, unsigned(Disk_StoreParams::STORE_NATIVE)}) {
+      auto msg = Phantom::Make(
+          {.kind = kind, .patient = ++patient, .size = 16, .charset = Phantom::Charset::Japanese, .key_image = "Y"});
+      ASSERT_EQ(Store(*Open(flags), *msg, false, true), 0);
+      uids.insert(msg->GetSOPInstanceUID().GetText());
+    }
+  if (structure) ExpectMedium(Prefix(), uids);
+  if (!HasReaders()) GTEST_SKIP() << "dcmdump (dcmtk) and gdcmdump (libgdcm-tools) aren't installed";
+  int directories = 0;
+  for (auto const& [name, size] : Files()) {
+    std::string const base = name.substr(name.rfind('/') + 1);
+    if (base == "LOCKFILE" || base == "VERSION") continue;
+    directories += base == "DIRFILE" || base == "DICOMDIR";
+    ExpectReadersTake(At(name));
+  }
+  EXPECT_EQ(directories, structure ? 1 : 1 + 2 * patient);
 }
