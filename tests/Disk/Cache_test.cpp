@@ -395,27 +395,22 @@ TEST_F(CacheTest, CleaningsDoNotOverlap) {
     Clear();
     fs::permissions(Prefix(), fs::perms::all);
     Util_Clock::SetNow(kStart);
-    auto const start = [unprivileged = unprivileged](auto work) {
-      pid_t const child = fork();
+    auto const as_asked = [unprivileged = unprivileged](auto work) {
       constexpr unsigned kNobody = 65534;
-      if (child == 0) _exit((!unprivileged || (setgid(kNobody) == 0 && setuid(kNobody) == 0)) && work() ? 0 : 1);
-      return child;
+      return [=] { return (!unprivileged || (setgid(kNobody) == 0 && setuid(kNobody) == 0)) && work() ? 0 : 1; };
     };
-    auto const succeeded = [](pid_t child) {
-      int status = 0;
-      return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    };
-    ASSERT_TRUE(succeeded(start([&] {
+    auto const prepare = [&] {
       umask(0);
       int result = 0;
       for (int study = 1; study <= 4; ++study)
         result |=
             Construct()->Store(Object(study, 1).get(), false) | Construct()->MarkStudyAsAccessed(Dicom_UI(Uid(study)));
       return result == 0;
-    })));
+    };
+    ASSERT_EQ(InChild(as_asked(prepare)), 0);
     Util_Clock::SetNow(kStart + 100 * kDay);
     std::string const marker = At("cleaning");
-    pid_t const first = start([&] {
+    auto const clean_slowly = [&] {
       auto const cache = Construct();
       FaultyFileSystem const slow([&](std::string_view call, char const* path) {
         if (call == "Unlink" && std::string(path).find("/I") != std::string::npos) {
@@ -425,19 +420,23 @@ TEST_F(CacheTest, CleaningsDoNotOverlap) {
         return 0;
       });
       return cache->AutoCleanNStudies(3) == 0;
-    });
+    };
+    pid_t const first = fork();
+    if (first == 0) _exit(as_asked(clean_slowly)());
     while (!fs::exists(marker))
       usleep(1000);
     if (killed) kill(first, SIGKILL);
     // the second counts what the first has left: it can't have begun before
-    EXPECT_TRUE(succeeded(start([&, killed = killed] {
+    auto const clean = [&, killed = killed] {
       struct sigaction interrupted {};
       interrupted.sa_handler = [](int) {}; // without SA_RESTART
       sigaction(SIGALRM, &interrupted, nullptr);
       ualarm(5000, 5000);
       auto const cache = Construct();
       return cache->AutoCleanNStudies(0) == 0 && (killed || Studies(*cache).size() == 1);
-    })));
-    EXPECT_EQ(succeeded(first), !killed);
+    };
+    EXPECT_EQ(InChild(as_asked(clean)), 0);
+    int status = 0;
+    EXPECT_EQ(waitpid(first, &status, 0) == first && status == 0, !killed);
   }
 }

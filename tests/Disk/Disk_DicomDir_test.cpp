@@ -7,7 +7,6 @@
 #include <Disk/Disk_InstanceDirectoryRecord.h>
 #include <Disk/Disk_RecordList.h>
 #include <Disk/Disk_StorageStrategy.h>
-#include <dicom/Dicom_UIDic.h>
 #include <infra/Util_FileSystem.h>
 
 #include <fcntl.h>

@@ -4,7 +4,6 @@
 
 #include <Disk/Disk_Access.h>
 #include <infra/CToolParse.h>
-#include <set>
 
 namespace {
 
@@ -18,14 +17,8 @@ protected:
     auto root = Open();
     return Store(*root, *Phantom::Make(object));
   }
-  int Delete(SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
-    return FileSetTest::Delete(*Open(), level, object);
-  }
 };
 INSTANTIATE_TEST_SUITE_P(Structures, MaintenanceTest, kBothStructures, StructureName);
-
-class PrivateTest : public MaintenanceTest {};
-INSTANTIATE_TEST_SUITE_P(Structures, PrivateTest, testing::Values(0u), StructureName);
 
 } // namespace
 
@@ -39,7 +32,7 @@ TEST_P(MaintenanceTest, ProtectionAndStatus) {
   if (structure) {
     EXPECT_EQ(root->Delete(study, 1, &report, status), -1) << "no flag, which counts as protected";
     EXPECT_EQ(int(status), 3);
-    EXPECT_EQ(Delete(STUDY, o), 0);
+    EXPECT_EQ(Delete(*Open(), STUDY, o), 0);
     return;
   }
   KlbGError.Set(0);
@@ -74,7 +67,7 @@ TEST_P(MaintenanceTest, AReadOnlyRootChangesNothing) {
   Dicom_UI const uid = msg->GetStudyInstanceUID();
   std::function<int()> const changes[] = {
       [&] { return Store(*root, *other); },
-      [&] { return FileSetTest::Delete(*root, STUDY, o); },
+      [&] { return Delete(*root, STUDY, o); },
       [&] { return root->AutoDelete(); }, // from here on of the private structure
       [&] { return root->ProtectImages(Named(STUDY, o), 1, nullptr); },
       [&] { return root->SetStudyCompleted(uid); },
@@ -99,7 +92,7 @@ TEST_P(MaintenanceTest, AReadOnlyRootChangesNothing) {
   EXPECT_EQ(Files(), files);
 }
 
-TEST_P(PrivateTest, AScanHandsOverWhatNoRecordNamesAndTellsWhyItStops) {
+TEST_F(FileSetTest, AScanHandsOverWhatNoRecordNamesAndTellsWhyItStops) {
   struct Report : CToolParseDICOMReport {
     std::vector<std::string> given;
     int result = 0;
@@ -131,12 +124,12 @@ TEST_P(PrivateTest, AScanHandsOverWhatNoRecordNamesAndTellsWhyItStops) {
   EXPECT_EQ(KlbGError.Get(), 210000 + EIO);
 }
 
-TEST_P(PrivateTest, ACorrectionReachesEveryObject) {
+TEST_F(FileSetTest, ACorrectionReachesEveryObject) {
   auto root = Open();
   for (int number = 0; number < 8; ++number)
-    ASSERT_EQ(StoreOne({.study = number / 4 + 1, .series = number / 2 % 2 + 1, .image = number % 2 + 1}), 0);
-  Phantom::Object const last{.study = 2, .series = 2, .image = 2, .size = kSize};
-  auto const before = Phantom::Make(last);
+    ASSERT_EQ(Store(*root, *Example({.study = number / 4 + 1, .series = number / 2 % 2 + 1, .image = number % 2 + 1})),
+              0);
+  auto const before = Example({.study = 2, .series = 2, .image = 2});
   Dicom_LO const id = before->GetPatientID(), issuer = before->GetIssuerOfPatientID();
   auto const correct = [&](Disk_RootDirectoryFile& at) {
     return at.ChangePatientsName(id, issuer, Dicom_PN("Neu^Name"), Dicom_LO("NEW-ID"), Dicom_LO("NEW-ISSUER"));

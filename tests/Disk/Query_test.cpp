@@ -80,6 +80,12 @@ TEST_F(QueryTest, LevelsAndKeys) {
     Ask(SCL_QueryRetrieveLevel::UNKNOWN, {{kStudyUid, uid}}, -1);
     EXPECT_EQ(KlbGError.Get(), DISK_ERROR_LEVEL);
   }
+  SCL_QueryIdentifier by_name(STUDY);
+  by_name.SetPatientsName(Dicom_PN("*a*"));
+  results.Append(new IOD_Msg, true); // of an earlier query: it goes through the filter, too
+  ASSERT_EQ(root->Query(by_name, 1, &results), 0);
+  for (int i = 0; i < results.GetNItems(); ++i)
+    EXPECT_TRUE(results.Get(i)->Has(kName));
 }
 
 TEST_F(QueryTest, ATraceTellsOfEachStudyWhyItIsNotMeant) {
@@ -183,15 +189,4 @@ TEST_F(QueryTest, OtherVendorsAttributeIsRequiredOfRecordsThatHaveItsBlock) {
   root = Open();
   for (char const* value : {"", "*", "Y"})
     EXPECT_EQ(answers(value), *value == '\0') << value;
-}
-
-TEST_F(QueryTest, EarlierResultsGoThroughTheFilterToo) {
-  Fill();
-  SCL_QueryIdentifier identifier(STUDY);
-  identifier.SetPatientsName(Dicom_PN("*a*"));
-  Dicom_Sequence results;
-  results.Append(new IOD_Msg, true);
-  ASSERT_EQ(root->Query(identifier, 1, &results), 0);
-  for (int i = 0; i < results.GetNItems(); ++i)
-    EXPECT_TRUE(results.Get(i)->Has(kName));
 }

@@ -1,10 +1,8 @@
 // Store, query and fetch in the standard structure: what differs from the private one, and what meets there.
-#include "support/DicomdirWalk.h"
 #include "support/FileSetFixture.h"
 #include "support/Kill.h"
 
 #include <Disk/Disk_DicomDir.h>
-#include <Disk/Disk_Error.h>
 #include <Disk/Disk_StorageStrategy.h>
 
 #include <optional>
@@ -28,11 +26,6 @@ protected:
   std::string Content() const { return directory.Read("DICOMDIR"); }
 };
 
-Phantom::Object Small(Phantom::Object object) {
-  object.size = 16;
-  return object;
-}
-
 } // namespace
 
 // Its series and image have records already when the modality turns out to find no room.
@@ -42,7 +35,7 @@ TEST_F(StandardTest, ModalitiesBeyondTheirBudgetLeaveNothing) {
     Disk_MemoryStorageStrategy memory;
     auto root = Open(Disk_StoreParams::STORE_NATIVE, in_memory ? &memory : nullptr);
     auto const with_modality = [&](int series, std::string const& modality) {
-      auto msg = Phantom::Make(Small({.series = series}));
+      auto msg = Example({.series = series});
       msg->SetModality(Dicom_CS(modality));
       return Store(*root, *msg);
     };
@@ -73,7 +66,7 @@ TEST_F(StandardTest, AnyStrategyServesManyStudiesBetweenFlushes) {
   auto root = Open(Disk_StoreParams::STORE_NATIVE, &*strategy);
   int stored = 0;
   auto const store = [&](int study, int series) {
-    return Store(*root, *Phantom::Make(Small({.study = study, .series = series, .image = ++stored})));
+    return Store(*root, *Example({.study = study, .series = series, .image = ++stored}));
   };
   for (int round = 1; round <= 3; ++round) {
     for (int study : {1, 2, 3, 1, 2})
@@ -104,14 +97,14 @@ TEST_F(StandardTest, AnyStrategyServesManyStudiesBetweenFlushes) {
   Clear();
   structure = 0;
   for (int const study : {1, 2})
-    ASSERT_EQ(Store(*Open(0, study == 2 ? &another : nullptr), *Phantom::Make(Small({.study = study}))), 0);
+    ASSERT_EQ(Store(*Open(0, study == 2 ? &another : nullptr), *Example({.study = study})), 0);
   EXPECT_EQ(Studies(*Open()), 2);
 }
 
 // What a killed process had committed and not yet applied: readers who can't write see it too.
 TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
   auto live = Open();
-  ASSERT_EQ(Store(*live, *Phantom::Make(Small({}))), 0);
+  ASSERT_EQ(Store(*live, *Example()), 0);
   auto reader = Open(Disk_StoreParams::READ_ONLY);
   ASSERT_EQ(Images(*reader, {}), 1);
   std::string const before = Content();
@@ -120,13 +113,13 @@ TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
                 if (call == "Pwrite" && !std::string_view(path).ends_with(".redo")) _exit(kKilled);
                 return 0;
               });
-              return Store(*Open(), *Phantom::Make(Small({.image = 2})));
+              return Store(*Open(), *Example({.image = 2}));
             }),
             kKilled);
   EXPECT_EQ(Content(), before);
   std::filesystem::copy_file(At("DICOMDIR.redo"), At("saved.redo"));
   EXPECT_EQ(Images(*reader, {}), 2);
-  EXPECT_TRUE(Fetch(*reader, Uids(*Phantom::Make(Small({.image = 2})))));
+  EXPECT_TRUE(Fetch(*reader, Uids(*Example({.image = 2}))));
   EXPECT_EQ(Content(), before) << "a reader writes nothing";
   EXPECT_EQ(Images(*live, {}), 2) << "a live process completes it";
   ExpectWhole(2);
@@ -152,7 +145,7 @@ TEST_F(StandardTest, ReadOnlyRootsSeeWhatAKilledProcessCommitted) {
 
 // A medium as others make it: a lower-case name, and no lock file, versions or permission to write.
 TEST_F(StandardTest, LowercaseMediumIsReadAndWritten) {
-  ASSERT_EQ(Store(*Open(), *Phantom::Make(Small({}))), 0);
+  ASSERT_EQ(Store(*Open(), *Example()), 0);
   for (auto const& [name, size] : Files()) {
     std::string lower = name;
     std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -163,10 +156,10 @@ TEST_F(StandardTest, LowercaseMediumIsReadAndWritten) {
   auto const files = Files();
   auto reader = Open(Disk_StoreParams::READ_ONLY);
   EXPECT_EQ(Images(*reader, {}), 1);
-  EXPECT_TRUE(Fetch(*reader, Uids(*Phantom::Make(Small({})))));
+  EXPECT_TRUE(Fetch(*reader, Uids(*Example())));
   EXPECT_EQ(Files(), files) << "no lock file, no version";
-  ASSERT_EQ(Store(*Open(), *Phantom::Make(Small({.image = 2}))), 0);
-  EXPECT_TRUE(Fetch(*Open(), Uids(*Phantom::Make(Small({.image = 2})))));
+  ASSERT_EQ(Store(*Open(), *Example({.image = 2})), 0);
+  EXPECT_TRUE(Fetch(*Open(), Uids(*Example({.image = 2}))));
   EXPECT_FALSE(std::filesystem::exists(At("DICOMDIR")));
 }
 
@@ -178,7 +171,7 @@ TEST_F(StandardTest, CallsPerStoreStayTheSame) {
     std::map<std::string_view, int> early;
     for (int image = 1; image <= 60; ++image) {
       FaultyFileSystem counting;
-      ASSERT_EQ(Store(*root, *Phantom::Make(Small({.patient = 5 + in_memory, .image = image}))), 0);
+      ASSERT_EQ(Store(*root, *Phantom::Make({.patient = 5 + in_memory, .image = image, .size = 16})), 0);
       if (image == 10) early = counting.calls;
       EXPECT_TRUE(image != 60 || counting.calls == early);
       EXPECT_EQ(counting.calls["Fdatasync"], in_memory ? 1 : 3) << "object, redo record, DICOMDIR";
@@ -200,7 +193,7 @@ TEST_F(StandardTest, AnImageWithoutRoomStaysWhole) {
     FaultyFileSystem watched;
     auto root = Open(Disk_StoreParams::STORE_NATIVE, &strategy);
     EXPECT_EQ(watched.calls["Fsync"], 1) << "no power cut brings a redo record back";
-    ASSERT_EQ(Store(*root, *Example({})), 0);
+    ASSERT_EQ(Store(*root, *Example()), 0);
     strategy.has_room = false;
     EXPECT_EQ(Store(*root, *Example({.image = 2})), -1);
     strategy.has_room = true;
