@@ -27,9 +27,6 @@ public:
     }
   }
   int StoreImage(int image) { return Store(*Open(), *Phantom::Make({.image = image, .size = 16})); }
-  int DeleteImage(Disk_RootDirectoryFile& root, int image) {
-    return Delete(root, SCL_QueryRetrieveLevel::IMAGE, {.image = image});
-  }
   std::string Path(std::string const& name = {}) const { return name.empty() ? Prefix() : At(name); }
 
   // The `number`th of the files whose relative name ends so, in alphabetical order.
@@ -94,9 +91,9 @@ public:
     fs::rename(b, a);
     fs::rename(At("swap"), b);
   }
-  using FileSetTest::Answers, FileSetTest::Ask, FileSetTest::Check, FileSetTest::directory, FileSetTest::Fetch,
-      FileSetTest::Files, FileSetTest::IMAGE, FileSetTest::Keys, FileSetTest::kSopUid, FileSetTest::kStudyUid,
-      FileSetTest::Open, FileSetTest::Store, FileSetTest::Uids;
+  using FileSetTest::Answers, FileSetTest::Ask, FileSetTest::Check, FileSetTest::Delete, FileSetTest::directory,
+      FileSetTest::Fetch, FileSetTest::Files, FileSetTest::IMAGE, FileSetTest::Keys, FileSetTest::kSopUid,
+      FileSetTest::kStudyUid, FileSetTest::Open, FileSetTest::Store, FileSetTest::Uids;
 };
 
 struct Row {
@@ -298,7 +295,7 @@ TEST(CheckTest, AnObjectThatGetsAnotherNameMeanwhileIsNoDamage) {
       if (done == all || changed) return true;
       changed = true;
       auto root = set.Open();
-      EXPECT_EQ(set.DeleteImage(*root, 20), 0);
+      EXPECT_EQ(Broken::Delete(*root, Broken::IMAGE, {.image = 20}), 0);
       auto msg = Phantom::Make({.image = 21, .size = 16});
       msg->SetImageNumber(Dicom_IS(20)); // which names its file
       EXPECT_EQ(Broken::Store(*root, *msg), 0);
