@@ -13,25 +13,19 @@ int Failed(char const* text) {
   return -1;
 }
 
-/// A step of making a list, which ends with 0 or -1. A failure, the lack of memory too, gives the line `text`.
-template <class Step>
-int Try(char const* text, Step step) {
-  return Disk_Allocating(text, [&] { return step() == 0 ? 0 : Failed(text); });
-}
-
 /// An entry of a list that is made from the identifier alone.
 int FillImageEntry(SCL_MoveIdentifier& entry, SCL_QueryIdentifier const& identifier, Dicom_UI const& image) {
-  if (Try("create_list: Error setting study instance uid.\n",
-          [&] { return entry.SetStudyInstanceUID(identifier.GetStudyInstanceUID()); }) == -1)
+  if (Disk_Try("create_list: Error setting study instance uid.\n",
+               [&] { return entry.SetStudyInstanceUID(identifier.GetStudyInstanceUID()); }) == -1)
     return -1;
-  if (Try("create_list: Error setting series instance uid.\n",
-          [&] { return entry.SetSeriesInstanceUID(identifier.GetSeriesInstanceUID()); }) == -1)
+  if (Disk_Try("create_list: Error setting series instance uid.\n",
+               [&] { return entry.SetSeriesInstanceUID(identifier.GetSeriesInstanceUID()); }) == -1)
     return -1;
-  if (Try("create_list: Failed to duplicate or set SOPInstanceUID.\n",
-          [&] { return entry.SetSOPInstanceUID(image); }) == -1)
+  if (Disk_Try("create_list: Failed to duplicate or set SOPInstanceUID.\n",
+               [&] { return entry.SetSOPInstanceUID(image); }) == -1)
     return -1;
-  return Try("create_list: Failed to duplicate or set RefSOPInstanceUIDInFile.\n",
-             [&] { return entry.Set(kReferencedSopInstanceUid, image); });
+  return Disk_Try("create_list: Failed to duplicate or set RefSOPInstanceUIDInFile.\n",
+                  [&] { return entry.Set(kReferencedSopInstanceUid, image); });
 }
 
 int ListImages(SCL_QueryIdentifier const& identifier, Dicom_Sequence& list) {
@@ -41,15 +35,15 @@ int ListImages(SCL_QueryIdentifier const& identifier, Dicom_Sequence& list) {
   if (images == UI_NULL) return Failed("create_list(): Failed to create list - no SOPInstanceUID specified.\n");
   for (int i = 0; i < images.GetNValues(); ++i) {
     std::unique_ptr<SCL_MoveIdentifier> entry;
-    if (Try("create_list: Error creating Move Identifier.\n", [&] {
+    if (Disk_Try("create_list: Error creating Move Identifier.\n", [&] {
           int status = 0;
           entry = std::make_unique<SCL_MoveIdentifier>(SCL_QueryRetrieveLevel::IMAGE, &status);
           return status;
         }) == -1)
       return -1;
     if (FillImageEntry(*entry, identifier, Dicom_UI(images.ValueView(i))) == -1) return -1;
-    if (Try("create_list: Failed to append image request, Not all wanted images will be handled.\n",
-            [&] { return list.Append(entry.get(), true); }) == 0)
+    if (Disk_Try("create_list: Failed to append image request, Not all wanted images will be handled.\n",
+                 [&] { return list.Append(entry.get(), true); }) == 0)
       entry.release();
   }
   return 0;
@@ -60,13 +54,13 @@ int ListByQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel mode
   DISK_LOG(7, "create_list(): in SERIES or STUDY level.\n");
   SCL_QueryIdentifier images(identifier);
   Dicom_CS level;
-  if (Try("load_list(): Failed building image-level object.\n", [&] {
+  if (Disk_Try("load_list(): Failed building image-level object.\n", [&] {
         int status = 0;
         level = Dicom_CS("IMAGE", &status);
         return status;
       }) == -1)
     return -1;
-  if (Try("create_list: Failed to create Query Identifier.\n", [&] {
+  if (Disk_Try("create_list: Failed to create Query Identifier.\n", [&] {
         if (images.Set(kLevel, level) == -1 || (all_series && images.SetSeriesInstanceUID(UI_NULL) == -1)) return -1;
         return images.SetSOPInstanceUID(UI_NULL) == -1 ? -1 : images.Set(kReferencedFileID, CS_NULL);
       }) == -1)
@@ -91,7 +85,7 @@ int Disk_Access::OpenQuery(SCL_QueryIdentifier const& identifier, SCL_Informatio
 int Disk_Access::create_list(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
                              Disk_RootDirectoryFile& root, Dicom_Sequence** list) {
   std::unique_ptr<Dicom_Sequence> made;
-  if (Try("create_list: Failed to create Dicom_Sequence\n", [&] {
+  if (Disk_Try("create_list: Failed to create Dicom_Sequence\n", [&] {
         made = std::make_unique<Dicom_Sequence>();
         return 0;
       }) == -1)

@@ -21,16 +21,6 @@ int Disk_CopyAttribute(IOD_Msg const& from, IOD_Msg& to, Dicom_Tag const& tag, D
   return to.Set(tag, value.Duplicate());
 }
 
-/// Runs a step of a filling, which ends with 0 or -1; a failure, the lack of memory too, gives the line `text`.
-template <class Step>
-int Disk_Fill(char const* text, Step step) {
-  return Disk_Allocating(text, [&] {
-    int const result = step();
-    if (result == -1) DISK_LOG_TEXT(3, text);
-    return result;
-  });
-}
-
 /// Copies the attributes in order; -1 at the first that can't be set.
 template <std::size_t N>
 int Disk_CopyAttributes(Disk_Attribute const (&table)[N], IOD_Msg const& from, IOD_Msg& to, bool standard) {

@@ -18,7 +18,6 @@
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
-#include <ctime>
 #include <memory>
 #include <utility>
 
@@ -187,13 +186,13 @@ int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, Re
 int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts,
                                     Disk_Replacements* together) {
   DISK_LOG(7, "Write:\n");
-  if (refuse_read_only("Write") == -1) return -1;
   if (!is_standard())
     return Disk_Guarded("Write", [&] {
       Dicom_Sequence sequence;
       sequence.Reserve(records.entries());
       return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence, together);
     });
+  if (refuse_read_only("Write") == -1) return -1;
   if (first == 0) {
     DISK_LOG_TEXT(3, texts.no_offset);
     return -1;

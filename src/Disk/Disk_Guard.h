@@ -47,6 +47,16 @@ int Disk_Allocating(char const* text, Step step, int code = DISK_ERROR_MEMORY) {
   }
 }
 
+/// Runs a step that ends with 0 or -1. A failure, the lack of memory too, gives this line.
+template <class Step>
+int Disk_Try(char const* text, Step step) {
+  return Disk_Allocating(text, [&] {
+    int const result = step();
+    if (result == -1) DISK_LOG_TEXT(3, text);
+    return result;
+  });
+}
+
 /// The pointers that an operation can't do without: 0; or -1, with a line and a code, when one is null.
 template <class... Pointers>
 int Disk_RefuseNull(char const* name, Pointers... pointers) {

@@ -49,7 +49,7 @@ Disk_Attribute const kReportAttributes[] = {
 /// A step of a filling, with the line that nearly all share.
 template <class Step>
 int Fill(Step step) {
-  return Disk_Fill("Disk_InstanceDirectoryRecord(): Can't add element.\n", step);
+  return Disk_Try("Disk_InstanceDirectoryRecord(): Can't add element.\n", step);
 }
 
 } // namespace
@@ -78,17 +78,17 @@ int Disk_InstanceDirectoryRecord::FillInstanceRecord(IOD_Msg const& msg, bool st
                      : modality == IOD_Image::SR ? AddStructureReportingAttributes(msg)
                                                  : AddImageAttributes(msg, standard, add_icon);
   if (result == -1 || !standard) return result;
-  return Disk_Fill("Disk_InstanceDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  return Disk_Try("Disk_InstanceDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }
 
 int Disk_InstanceDirectoryRecord::AddGeneralAttributes(IOD_Msg const& msg, bool standard) {
   if (Fill([&] { return record_msg->SetModality(msg.GetModality()); }) == -1) return -1;
   if (Fill([&] { return record_msg->SetImageNumber(msg.GetImageNumber()); }) == -1) return -1;
-  if (standard && Disk_Fill("AddGeneralAttributes: Failed setting Referenced SOP Instance UID.\n",
-                            [&] { return SetReferencedSOPInstanceUIDInFile(msg.GetSOPInstanceUID()); }) == -1)
+  if (standard && Disk_Try("AddGeneralAttributes: Failed setting Referenced SOP Instance UID.\n",
+                           [&] { return SetReferencedSOPInstanceUIDInFile(msg.GetSOPInstanceUID()); }) == -1)
     return -1;
-  if (standard && Disk_Fill("AddGeneralAttributes: Failed set Referenced SOP Class UID.\n",
-                            [&] { return SetReferencedSOPClassUIDInFile(msg.GetSOPClassUID()); }) == -1)
+  if (standard && Disk_Try("AddGeneralAttributes: Failed set Referenced SOP Class UID.\n",
+                           [&] { return SetReferencedSOPClassUIDInFile(msg.GetSOPClassUID()); }) == -1)
     return -1;
   if (Fill([&] { return record_msg->SetSOPInstanceUID(msg.GetSOPInstanceUID()); }) == -1) return -1;
   return Fill([&] { return record_msg->SetSOPClassUID(msg.GetSOPClassUID()); });
@@ -105,8 +105,8 @@ int Disk_InstanceDirectoryRecord::AddImageAttributes(IOD_Msg const& msg, bool st
 int Disk_InstanceDirectoryRecord::AddPresentationAttributes(IOD_Msg const& msg) {
   if (Fill([&] { return SetDirectoryRecordType(IOD_Image::PRESENTATION); }) == -1) return -1;
   if (Fill([&] { return Disk_CopyAttributes(kPresentationAttributes, msg, *record_msg, false); }) == -1) return -1;
-  return Disk_Fill("Disk_InstanceDirectoryRecord(): can't add element.\n",
-                   [&] { return AddReferencedSeriesSequence(&msg); });
+  return Disk_Try("Disk_InstanceDirectoryRecord(): can't add element.\n",
+                  [&] { return AddReferencedSeriesSequence(&msg); });
 }
 
 int Disk_InstanceDirectoryRecord::AddStructureReportingAttributes(IOD_Msg const& msg) {
@@ -117,7 +117,7 @@ int Disk_InstanceDirectoryRecord::AddStructureReportingAttributes(IOD_Msg const&
     return msg.GetVerificationFlag() == IOD_Image::VERIFIED ? AddVerificationDateTime(&msg) : 0;
   };
   if (Fill(add_date) == -1) return -1;
-  return Disk_Fill("failed in AddContentSequence.\n", [&] { return AddContentSequence(&msg); });
+  return Disk_Try("failed in AddContentSequence.\n", [&] { return AddContentSequence(&msg); });
 }
 
 namespace {
@@ -148,7 +148,7 @@ int Disk_InstanceDirectoryRecord::AddIconImage(IOD_Msg const* msg) {
   };
   if (Disk_Allocating("AddIconImage: out of memory.\n", make) == -1) return -1;
   if (!icon) return copy_icon(*msg);
-  return Disk_Fill("AddIconImage(): Can't get sequence from SQ.\n", [&] {
+  return Disk_Try("AddIconImage(): Can't get sequence from SQ.\n", [&] {
     auto items = std::make_unique<Dicom_Sequence>();
     if (items->Append(icon.get(), true) == -1) return -1;
     icon.release();
@@ -168,6 +168,6 @@ int Disk_InstanceDirectoryRecord::copy_icon(IOD_Msg const& msg) {
     DISK_LOG(6, "Image record will not contain icon.\n");
     return 0;
   }
-  return Disk_Fill("Disk_InstanceDirectoryRecord: SetIconImage FAILURE\n",
-                   [&] { return record_msg->SetIconImage(brought); });
+  return Disk_Try("Disk_InstanceDirectoryRecord: SetIconImage FAILURE\n",
+                  [&] { return record_msg->SetIconImage(brought); });
 }

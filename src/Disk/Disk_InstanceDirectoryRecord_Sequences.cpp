@@ -94,9 +94,9 @@ int Disk_InstanceDirectoryRecord::add_concept_name(IOD_Msg const& msg) {
     copy.release();
     return 0;
   };
-  if (Disk_Fill("failed in dumping ConceptNameCodeSequence\n", copy_first) == -1) return -1;
-  return Disk_Fill("Disk_InstanceDirectoryRecord(): Can't add element.\n",
-                   [&] { return record_msg->SetConceptNameCodeSequence(Dicom_SQ(concept_name.release())); });
+  if (Disk_Try("failed in dumping ConceptNameCodeSequence\n", copy_first) == -1) return -1;
+  return Disk_Try("Disk_InstanceDirectoryRecord(): Can't add element.\n",
+                  [&] { return record_msg->SetConceptNameCodeSequence(Dicom_SQ(concept_name.release())); });
 }
 
 int Disk_InstanceDirectoryRecord::AddVerificationDateTime(IOD_Msg const* msg) {
@@ -147,8 +147,7 @@ int Disk_InstanceDirectoryRecord::AddContentSequence(IOD_Msg const* msg) {
       return copy ? 0 : -1;
     };
     if (Disk_Allocating("AddContentSequence: failed in dumping to buffer\n", copy_item) == -1) return -1;
-    if (Disk_Fill("AddContentSequence: failure\n", [&] { return modifiers->Append(copy.get(), true); }) == -1)
-      return -1;
+    if (Disk_Try("AddContentSequence: failure\n", [&] { return modifiers->Append(copy.get(), true); }) == -1) return -1;
     copy.release();
   }
   if (modifiers->GetNItems() == 0) return 0;

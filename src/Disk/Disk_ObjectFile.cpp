@@ -1,5 +1,3 @@
-#include "Disk/Disk_Guard.h"
-
 #include <Disk/Disk_ObjectFile.h>
 
 #include "Disk/Disk_Guard.h"

@@ -59,12 +59,12 @@ int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool stan
                     "Failed allocating memory for patient record.\n") == -1)
     return -1;
   is_new = true;
-  if (Disk_Fill("Disk_PatientDirectoryRecord(): Can't set directory record type.\n",
-                [&] { return SetDirectoryRecordType(IOD_Image::PATIENT); }) == -1)
+  if (Disk_Try("Disk_PatientDirectoryRecord(): Can't set directory record type.\n",
+               [&] { return SetDirectoryRecordType(IOD_Image::PATIENT); }) == -1)
     return -1;
-  if (Disk_Fill("Disk_PatientDirectoryRecord(): Can't add element.\n",
-                [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1)
+  if (Disk_Try("Disk_PatientDirectoryRecord(): Can't add element.\n",
+               [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1)
     return -1;
   if (!standard) return 0;
-  return Disk_Fill("Disk_PatientDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  return Disk_Try("Disk_PatientDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }

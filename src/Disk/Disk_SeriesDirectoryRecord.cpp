@@ -30,15 +30,15 @@ int Disk_SeriesDirectoryRecord::FillSeriesRecord(IOD_Msg const& msg, bool standa
                     "Failed allocating memory for series record.\n") == -1)
     return -1;
   is_new = true;
-  if (Disk_Fill("Disk_SeriesDirectoryRecord(): Can't set directory record type.\n",
-                [&] { return SetDirectoryRecordType(IOD_Image::SERIES); }) == -1)
+  if (Disk_Try("Disk_SeriesDirectoryRecord(): Can't set directory record type.\n",
+               [&] { return SetDirectoryRecordType(IOD_Image::SERIES); }) == -1)
     return -1;
   auto const copy = [&] {
     if (Disk_CopyAttributes(kAttributes, msg, *record_msg, standard) == -1) return -1;
     if (!standard && record_msg->SetNumberOfImages(Dicom_UL(0)) == -1) return -1;
     return record_msg->SetNumberOfSeriesRelatedImages(Dicom_IS(0, true));
   };
-  if (Disk_Fill("Disk_SeriesDirectoryRecord(): Can't add element.\n", copy) == -1) return -1;
+  if (Disk_Try("Disk_SeriesDirectoryRecord(): Can't add element.\n", copy) == -1) return -1;
   if (!standard) return 0;
-  return Disk_Fill("Disk_SeriesDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  return Disk_Try("Disk_SeriesDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }

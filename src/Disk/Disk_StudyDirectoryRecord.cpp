@@ -40,8 +40,8 @@ bool Disk_StudyDirectoryRecord::IsDeletable() const {
 }
 
 int Disk_StudyDirectoryRecord::UpdatePatientDetails(IOD_Msg const& msg) {
-  return Disk_Fill("UpdatePatientDetails: Can't add element.\n",
-                   [&] { return Disk_CopyAttributes(kPatientAttributes, msg, *record_msg, false); });
+  return Disk_Try("UpdatePatientDetails: Can't add element.\n",
+                  [&] { return Disk_CopyAttributes(kPatientAttributes, msg, *record_msg, false); });
 }
 
 int Disk_StudyDirectoryRecord::FillStudyRecord(IOD_Msg const& msg, bool standard) {
@@ -49,32 +49,31 @@ int Disk_StudyDirectoryRecord::FillStudyRecord(IOD_Msg const& msg, bool standard
                     "Failed allocating memory for study record.\n") == -1)
     return -1;
   is_new = true;
-  if (Disk_Fill("Disk_StudyDirectoryRecord(): Can't set directory record type.\n",
-                [&] { return SetDirectoryRecordType(IOD_Image::STUDY); }) == -1)
+  if (Disk_Try("Disk_StudyDirectoryRecord(): Can't set directory record type.\n",
+               [&] { return SetDirectoryRecordType(IOD_Image::STUDY); }) == -1)
     return -1;
   if (!standard && UpdatePatientDetails(msg) == -1) {
     DISK_LOG(3, "Disk_StudyDirectoryRecord: Failed setting the patients attributes.\n");
     return -1;
   }
-  if (Disk_Fill(kCantAdd, [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1)
-    return -1;
+  if (Disk_Try(kCantAdd, [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1) return -1;
   auto const set_body_part = [&] {
     Dicom_CS const body_part = msg.GetBodyPartExamined();
     return body_part == CS_NULL ? 0 : record_msg->SetKolbaStudyBodyPart(body_part.Duplicate());
   };
-  if (Disk_Fill("Disk_StudyDirectoryRecord(): Can't add body part tag.\n", set_body_part) == -1) return -1;
+  if (Disk_Try("Disk_StudyDirectoryRecord(): Can't add body part tag.\n", set_body_part) == -1) return -1;
   if (fill_counters(standard) == -1) return -1;
-  if (Disk_Fill(kCantAdd, [&] { return fill_faked_dates(msg); }) == -1) return -1;
+  if (Disk_Try(kCantAdd, [&] { return fill_faked_dates(msg); }) == -1) return -1;
   if (!standard) return 0;
-  return Disk_Fill("Disk_StudyDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  return Disk_Try("Disk_StudyDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
 }
 
 /// A new study holds nothing yet: what counts and lists its content starts empty.
 int Disk_StudyDirectoryRecord::fill_counters(bool standard) {
-  if (!standard && Disk_Fill("Disk_StudyDirectoryRecord(): Can't add element the old way.\n",
-                             [&] { return record_msg->SetNumberOfSeries(Dicom_UL(0)); }) == -1)
+  if (!standard && Disk_Try("Disk_StudyDirectoryRecord(): Can't add element the old way.\n",
+                            [&] { return record_msg->SetNumberOfSeries(Dicom_UL(0)); }) == -1)
     return -1;
-  return Disk_Fill(kCantAdd, [&] {
+  return Disk_Try(kCantAdd, [&] {
     int error = 0;
     Dicom_OB const dummy(dummy_data_reservoir, kReservoirSize, 0, &error);
     if (standard && record_msg->Set(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, dummy) == -1) return -1;
