@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <dicom/Dicom_UIDGenerator.h>
 #include <infra/CToolParse.h>
 #include <infra/Util_FileSystemInterface.h>
 #include <unistd.h>
@@ -151,16 +152,17 @@ void DropLostStudies(FileSet& set, EngineLog& log, Report& report) {
     struct stat status {};
     if (id.RemoveLastComponent() == -1 || System().Stat(id.Path().c_str(), &status) == 0 || errno != ENOENT) continue;
     std::string const uid = row->Text(kStudyInstanceUid);
-    int error = 0;
-    SCL_MoveIdentifier identifier(Level::STUDY, &error);
+    // the folder may be there all the same, or again: of such a study a series that it can't have takes nothing along
+    SCL_MoveIdentifier identifier(Level::SERIES);
     identifier.SetStudyInstanceUID(Dicom_UI(uid));
+    identifier.SetSeriesInstanceUID(Dicom_UIDGenerator().Generate());
     MXL_SubOperationsReport told;
     SCL_ResponseStatus done;
     log.Begin();
     if (set.root->Delete(identifier, 1, &told, done) == 0)
       report.Warn("study " + uid, "its folder was gone; its record is removed");
     else
-      report.Fail("study " + uid, "its folder is gone, and its record can't be removed: " + log.Cause());
+      report.Fail("study " + uid, "its folder isn't found, and its record can't be removed: " + log.Cause());
   }
 }
 
