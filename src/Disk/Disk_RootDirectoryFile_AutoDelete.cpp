@@ -257,7 +257,7 @@ int Disk_RootDirectoryFile::DeleteCorruptedEntry(Disk_StudyDirectoryRecord* stud
     KlbGError.Set(DISK_ERROR_SYSTEM + cause);
     return -1;
   }
-  Disk_RelaxedEpoch::Forget(Disk_FileID(GetFileSetPrefix(), study->GetReferencedFileID(), 0));
+  if (!params.read_only) Disk_RelaxedEpoch::Forget(Disk_FileID(GetFileSetPrefix(), study->GetReferencedFileID(), 0));
   if (DeleteStudyFromList(study) == 0) return 0;
   DISK_LOG(3, "DeleteCorruptedEntry: could not remove entry from DICOMDIR.\n");
   return -1;
