@@ -30,12 +30,12 @@ as a failure, unless --force is given. FOLDER is made if need be.
 
 With --standard FOLDER becomes a file-set of the standard structure, with a DICOMDIR that other DICOM
 software reads. It must be empty or not exist. One sync at the end makes it survive a power cut. Its
-objects are decompressed, so that any reader can show them, unless --as-stored is given; the DICOMDIR tells of
-each file how it is encoded.
+objects are decompressed, so that any reader can show them, unless --as-stored is given; the DICOMDIR
+tells of each file how it is encoded.
 
-Into a folder without DICOMDIR compressed pixels stay compressed unless --decompress is given. An object that
-can't be copied, or read, is told,
-and the others are copied; nothing is taken back. Ctrl-C ends it between two objects.
+Into a folder without DICOMDIR compressed pixels stay compressed unless --decompress is given. An object
+that can't be copied, or read, is told, and the others are copied; nothing is taken back. Ctrl-C ends it
+between two objects.
 
 Examples:
   fileset export /data/set --study 1.2.840.4711 --out /tmp/study

@@ -25,16 +25,19 @@ char const kDescription[] = "Stores DICOM objects in a file-set: files, and all 
 
 char const kFooter[] = R"(
 DIR is made if it isn't there (the folder above it must be). One that is there and holds something else
-becomes a file-set with --init only, and nothing in it is touched. An object that is there already is replaced.
+becomes a file-set with --init only, and nothing in it is touched. An object that is there already is
+replaced.
 
 A new file-set gets the private structure, which is the faster one to store into, or with --standard the
 standard one, whose DICOMDIR other DICOM software reads. An existing file-set keeps its structure.
 
-In the private structure an object is compressed without loss unless --native is given, and what comes compressed
-stays so. In the standard one, which others read, an object is decompressed; with --compress it is treated as in the
-private structure. An object whose Patient's Name, Patient
-ID, Study ID or Series Number contradicts what the file-set knows of its study or series is refused
-unless --accept-mismatch is given.
+In the private structure an object is compressed without loss unless --native is given, and what comes
+compressed stays so. In the standard one, which others read, an object is decompressed; with --compress it
+is treated as in the private structure.
+
+An object whose Patient's Name, Patient ID, Study ID or Series Number contradicts what the file-set knows
+of its study or series is refused unless --accept-mismatch is given. In the standard structure the Issuer
+of Patient ID counts as a part of the ID.
 
 What a folder holds besides DICOM objects (a DICOMDIR, programs, a readme) is skipped and counted; with
 --strict that is a failure. So is a file that is named itself and is no object.
@@ -47,9 +50,9 @@ Example: store a folder, and see what came
   fileset store /data/set /media/cdrom/images report.dcm
   fileset query /data/set
 
-Ends with 0 when every object was stored, 1 when some weren't (a line on standard error for each; all others are
-stored, but that a full disk ends the store) or there was none, 2 for a wrong command line, 3 when the file-set
-can't be opened, or one can't be made in DIR.)";
+Ends with 0 when every object was stored, 1 when some weren't (a line on standard error for each; all
+others are stored, but that a full disk ends the store) or there was none, 2 for a wrong command line, 3
+when the file-set can't be opened, or one can't be made in DIR.)";
 
 struct Options {
   std::string directory;
