@@ -33,13 +33,13 @@ public:
   /// `read_only`. `strategy`, which may be null, stays the caller's, who keeps it alive until GoBy has another one. 0,
   /// or -1 (logged).
   int Init(char const* file_set_prefix, bool read_only, Disk_StorageStrategy* strategy);
-  /// Goes by `strategy` from here on; the one before isn't touched any more. 1 if it is another one, which has been
-  /// given the file: what is in memory has to be read again then. 0 if not. -1 (logged) while it has something pending
-  /// that came to it before this object goes by it: its Flush has to come first.
+  /// Uses `strategy` from here on; the one before isn't touched any more. 1 if it is another one: it has been given the
+  /// file, and the caller has to read all records again. 0 if it is the same one. -1 (logged) if it holds pending data
+  /// that this object didn't write: its Flush has to come first.
   int GoBy(Disk_StorageStrategy* strategy);
   bool GoesBy(Disk_StorageStrategy* strategy) const;
-  /// Writes everything before the records: through `strategy`, or to the file when that is null; what gathers has it
-  /// instead of both. 0, or -1 (logged).
+  /// Writes everything before the records: through `strategy`, or to the file when that is null. While writes gather,
+  /// it goes to these instead. 0, or -1 (logged).
   int Write(Disk_StorageStrategy* strategy);
   /// Reads again from the file what another process may have changed: where the records end, and the two offsets. 0,
   /// or -1 (logged).

@@ -24,7 +24,7 @@ bool LooksLikeOurs(std::string const& name) {
   return name.size() == kHashName && name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") == name.npos;
 }
 
-/// Types that the standard has or had, other systems' private one among them.
+/// Whether the standard has no such type, and never had. PRIVATE is that of other systems' records.
 bool IsOfNoKind(std::string const& type) {
   static std::set<std::string> const s_kinds = {"PATIENT",
                                                 "STUDY",

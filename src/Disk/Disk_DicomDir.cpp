@@ -47,7 +47,8 @@ Presence PresenceOf(std::string const& path) {
   return Presence::Unknown;
 }
 
-/// By a second look: what VERSION counts the writes of was there, and another takes its place if it isn't found.
+/// Looks again for a DICOMDIR that must have been there, as its VERSION is. If it counts as absent, a new one takes its
+/// place.
 Presence CertainPresenceOf(std::string const& path) {
   switch (Disk_LookAgain(path)) {
   case Disk_Sight::There:

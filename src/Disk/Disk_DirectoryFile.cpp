@@ -90,7 +90,8 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   return 0;
 }
 
-/// That a file isn't there must be certain: an empty list takes the place of its records with the next write.
+/// An expected file that is missing is looked for again: the next write would put an empty list in the place of its
+/// records.
 int Disk_DirectoryFile::read_file(IOD_Msg** msg, int* found, bool is_expected) {
   is_folder_gone = false;
   if (Disk_File::Read(msg, found, 1, nullptr) == -1) return -1;

@@ -11,7 +11,8 @@
 /// How often a step of this thread failed for the lack of memory.
 inline thread_local unsigned Disk_shortages = 0;
 
-/// The result of a failure that is passed over where that is wanted, unless memory didn't suffice: that is no damage.
+/// Makes a success of a failure where damage is to be passed over. A shortage of memory is no damage: it stays a
+/// failure.
 struct Disk_PassingOver {
   bool wanted;
   unsigned before = Disk_shortages;

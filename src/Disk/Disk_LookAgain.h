@@ -1,13 +1,12 @@
 #pragma once
 #include <string>
 
-/// What a second look at something shows that a call has found missing.
+/// What a second look for a missing file or folder shows.
 enum class Disk_Sight { There, Gone, FolderGone, Unknown };
 
-/// One call may say falsely that there is no such file: the client of a network file system, for instance, which
-/// answers from memory until it opens the folder. What is gone takes its records with it. So before that is believed,
-/// the folder is opened and listed; and where that isn't there, it is looked for in the same way. With Unknown the
-/// cause is in errno.
+/// Looks again for what a call has reported as missing. The report may be false: the client of a network file system,
+/// for instance, answers from memory until it opens the folder. Believing it would cost records, so this opens and
+/// lists the folder. If the folder is missing too, it is looked for in the same way. With Unknown errno has the cause.
 Disk_Sight Disk_LookAgain(std::string path);
 
 inline bool Disk_IsGone(std::string const& path) {

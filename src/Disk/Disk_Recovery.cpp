@@ -33,7 +33,7 @@ std::string CopyIn(std::string const& folder, std::string const& name, std::stri
   return Exists(copy) || !Exists(copy + unfinished) ? copy : copy + unfinished;
 }
 
-/// Whether there is no copy, for certain: what is torn gives way to it, and else to nothing. False with errno.
+/// Whether there is certainly no copy: then a torn file is dropped. False with errno.
 bool IsWithoutCopy(std::string const& folder, std::string const& name, std::string const& unfinished) {
   errno = EIO; // unless one is there and can't be read
   return Disk_IsGone(folder + "/" + name) && Disk_IsGone(folder + "/" + name + unfinished);

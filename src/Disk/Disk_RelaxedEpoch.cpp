@@ -34,7 +34,7 @@ std::string CopyOf(std::string const& dicomdir) {
   return FolderIn(FolderOf(dicomdir)) + dicomdir.substr(dicomdir.rfind('/'));
 }
 
-/// Whether the folder stands there, and not a link that leads elsewhere: that is 0 with ENOTDIR, nothing with ENOENT.
+/// 1 if the folder is there. 0 with ENOENT if nothing is, or with ENOTDIR if a file or a link is. -1 with errno.
 int IsFolder(std::string const& path) {
   struct stat status {};
   if (System().Lstat(path.c_str(), &status) == -1) return errno == ENOENT ? 0 : -1;

@@ -47,8 +47,8 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
   return 0;
 }
 
-/// An object that is in place must be there. This comes before anything is made for it; what is no path below the
-/// prefix is refused where the new record is named.
+/// Refuses an object in place whose file is missing, before anything is made for it. A path that isn't below the prefix
+/// is refused later, where the new record gets its file ID.
 int Disk_RootDirectoryFile::find_in_place(Disk_StoreRequest const& request) const {
   std::string_view const prefix = GetFileSetPrefix(), given = request.existing_file ? request.existing_file : "";
   if (!request.in_place || request.move_store || given.size() <= prefix.size() + 1) return 0;
