@@ -57,10 +57,10 @@ public:
   /// gets an icon. `store_unmatching_images` 0: an object whose Patient's Name, Patient ID, Study ID or Series Number
   /// contradicts its study or series is refused; otherwise that is only logged. In the standard structure the issuer
   /// is a part of the Patient ID. `in_place` not 0: the object's file stands inside the file-set already, as
-  /// `existing_file` (a full path below the prefix; in the private structure two folders below it or deeper for a new
-  /// study, whose folder is the upper one of the two). `move_store` not 0: instead of writing `msg`, `file_to_move` is
-  /// renamed to the object's place, and its path copied to `stored_file_name`, of at least 512 bytes. `syntax_in_file`
-  /// may be null.
+  /// `existing_file`, a full path below the prefix. In the private structure the folder two levels above the first
+  /// object of a study becomes the study's: it must be below the prefix, and in no other study's folder. `move_store`
+  /// not 0: instead of writing `msg`, `file_to_move` is renamed to the object's place, and its path copied to
+  /// `stored_file_name`, of at least 512 bytes. `syntax_in_file` may be null.
   ///
   /// 0: stored; with full durability it survives a power cut. -1: not acknowledged: when a late step failed, such as
   /// the unlock after the write or the end of a standard commit, it may be found afterwards. Storing it again is right.

@@ -46,7 +46,7 @@ crashes left is found (scan), as is what is damaged (check).
 `fileset COMMAND --help` tells more about a command.
 
 Ends with 0 when all is done, 1 when something failed (a line on standard error for each failure), 2 when
-the command line is wrong, 3 when the file-set can't be opened.)";
+the command line is wrong, 3 when there is no file-set, or it can't be opened or made.)";
 
 int RunCommand(std::vector<Command> const& commands) {
   for (Command const& command : commands)
