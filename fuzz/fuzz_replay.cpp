@@ -29,13 +29,9 @@ struct Target {
                       {"identifier", fuzz_identifier, 4}};
 
 std::vector<std::string> Seeds(std::filesystem::path const& folder) {
-  std::vector<std::filesystem::path> paths;
-  for (auto const& entry : std::filesystem::directory_iterator(folder))
-    paths.push_back(entry.path());
-  std::sort(paths.begin(), paths.end());
   std::vector<std::string> seeds;
-  for (auto const& path : paths)
-    seeds.push_back(ReadFile(path));
+  for (auto const& [name, text] : ReadFiles(folder))
+    seeds.push_back(text);
   return seeds;
 }
 

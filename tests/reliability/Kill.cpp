@@ -4,10 +4,6 @@
 #include "Campaign.h"
 #include "Oracle.h"
 
-#include <filesystem>
-
-namespace fs = std::filesystem;
-
 namespace {
 
 int Act(Case const& c, Site const& site) {
@@ -18,16 +14,9 @@ int Act(Case const& c, Site const& site) {
 // What comes after a kill: the next open, and the operation again.
 int OpenAndAct(Case const& c, Site const& site) {
   { OpenSet(site.Set(), site.Structure()); }
-  if (fs::exists(c.prepared + "/incoming") && !fs::exists(site.Incoming()))
-    fs::copy(c.prepared + "/incoming", site.Incoming());
+  c.BringBack(site);
   Act(c, site);
   return 0;
-}
-
-Site CopyOf(Site const& site, std::string const& to) {
-  fs::remove_all(to);
-  fs::copy(site.directory, to, fs::copy_options::recursive);
-  return {to, site.standard};
 }
 
 struct Steps {
@@ -36,11 +25,11 @@ struct Steps {
 
 void Twice(Case const& c, Site const& killed, std::string const& name, int from, int step, Share& share) {
   std::string const place = killed.directory + ".again";
-  int const calls = CountWrites([&] { return OpenAndAct(c, CopyOf(killed, place)); });
+  int const calls = CountWrites([&] { return OpenAndAct(c, killed.Copy(place)); });
   for (int second = from % step + 1; second <= calls; second += step)
     share.Run(name + " and " + std::to_string(second), [&] {
       ++share.counts.second;
-      Site const site = CopyOf(killed, place);
+      Site const site = killed.Copy(place);
       Require(KillAt(second, [&] { return OpenAndAct(c, site); }) == kKilled, "it isn't killed again");
       Judge(c, site, Outcome::Unknown);
     });
@@ -65,7 +54,7 @@ void Kills(Case const& c, Steps const& steps, unsigned offset, std::string const
       ++share.counts.first;
       Site const site = c.Copy(killed_place);
       Require(KillAt(point, [&] { return Act(c, site); }) == kKilled, "it isn't killed");
-      Judge(c, CopyOf(site, place), Outcome::Unknown);
+      Judge(c, site.Copy(place), Outcome::Unknown);
     });
     Twice(c, killed, name, point, steps.second, share);
   }

@@ -47,6 +47,15 @@ std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, unsigne
   return root;
 }
 
+Disk_CheckResult CheckAll(std::string const& path, bool standard) {
+  Disk_CheckResult result;
+  Disk_CheckOptions options;
+  options.deep = true;
+  Disk_StoreParams const params(standard ? unsigned(Disk_StoreParams::STANDARD_STRUCTURE) : 0);
+  Require(Disk_Check(path.c_str(), params, options, &result) == 0, "it can't be checked");
+  return result;
+}
+
 Model Ask(Disk_RootDirectoryFile& root, bool standard) {
   Model model;
   SCL_QueryIdentifier all(SCL_QueryRetrieveLevel::STUDY);

@@ -3,6 +3,7 @@
 
 #include "Phantom.h"
 
+#include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <map>
 #include <memory>
@@ -46,6 +47,17 @@ struct Model {
   }
 };
 
+/// Null when it isn't there.
+template <class Value>
+Value const* Find(std::map<std::string, Value> const& map, std::string const& key) {
+  auto const found = map.find(key);
+  return found == map.end() ? nullptr : &found->second;
+}
+template <class Value>
+bool Same(Value const* a, Value const* b) {
+  return a && b ? *a == *b : a == b;
+}
+
 /// Of an object, its pixels decompressed.
 Content ContentOf(IOD_Msg const& object);
 
@@ -53,6 +65,9 @@ Content ContentOf(IOD_Msg const& object);
 std::unique_ptr<IOD_Msg> MakeObject(Phantom::Object object);
 
 std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, unsigned flags);
+
+/// What the check finds, objects included.
+Disk_CheckResult CheckAll(std::string const& path, bool standard);
 
 /// Asks for everything in the file-set: each study, each object of it by a query, and fetches that.
 Model Ask(Disk_RootDirectoryFile& root, bool standard);

@@ -181,25 +181,14 @@ Operation ChangeOf(std::string name, std::string Study::*attribute, std::string 
   return operation;
 }
 
-// Of the maker, which only the objects name.
-Operation MakerCorrection() {
-  static auto const s_known = MakeObject(kKnown);
-  static Dicom_LO const s_id = s_known->GetPatientID(), s_issuer = s_known->GetIssuerOfPatientID(),
-                        s_maker("New maker");
-  auto const correct = [](auto& root) { return root.ChangeManufacturerParms(s_id, s_issuer, s_maker, LO_NULL); };
-  return ChangeOf("correct maker", nullptr, "", correct);
-}
-
-Operation Correction() {
-  Operation operation{.name = "correct patient", .is_standard = false, .act = {}, .effect = {}, .again = -1};
-  operation.act = [](Session& session) {
-    auto const known = MakeObject(kKnown);
-    Dicom_LO const old_id = known->GetPatientID(), issuer = known->GetIssuerOfPatientID(), id("NEW-ID");
-    Dicom_PN const name("New^Name");
-    return WithRoot(session, [&](auto& root) { return root.ChangePatientsName(old_id, issuer, name, id, LO_NULL); });
+Operation PatientCorrection(Dicom_LO const& old_id, Dicom_LO const& issuer) {
+  auto const act = [=, id = Dicom_LO("NEW-ID"), name = Dicom_PN("New^Name")](auto& root) {
+    return root.ChangePatientsName(old_id, issuer, name, id, LO_NULL);
   };
-  operation.effect = [](Model& model, bool) {
-    auto const correct = [old = MakeObject(kKnown)->GetPatientID().GetText()](auto& what) {
+  Operation operation = ChangeOf("correct patient", nullptr, "", act);
+  operation.again = -1;
+  operation.effect = [old = old_id.GetText()](Model& model, bool) {
+    auto const correct = [&old](auto& what) {
       if (what.patient_id != old) return;
       what.patient_id = "NEW-ID";
       what.patient_name = "New^Name";
@@ -264,6 +253,11 @@ std::vector<Operation> MakeOperations() {
   static Dicom_UI const s_uid = Phantom::StudyUid(kKnown);
   auto const protect = [](auto& root) { return root.ProtectImages(s_study, 1, nullptr); };
   auto const unprotect = [](auto& root) { return root.UnprotectImages(s_study, 1, nullptr); };
+  auto const known = MakeObject(kKnown);
+  Dicom_LO const id = known->GetPatientID(), issuer = known->GetIssuerOfPatientID();
+  auto const correct = [id, issuer, maker = Dicom_LO("New maker")](auto& root) {
+    return root.ChangeManufacturerParms(id, issuer, maker, LO_NULL);
+  };
   auto const complete = [](auto& root) { return root.SetStudyCompleted(s_uid); };
   return {StoreOf("store new patient", {.patient = 9}, false),
           StoreOf("store new study", {.study = 9}, true, "delete study"),
@@ -280,8 +274,8 @@ std::vector<Operation> MakeOperations() {
           ChangeOf("protect", &Study::is_protected, "Y", protect),
           ChangeOf("unprotect", &Study::is_protected, "N", unprotect),
           ChangeOf("complete", &Study::is_completed, "Y", complete),
-          Correction(),
-          MakerCorrection(),
+          PatientCorrection(id, issuer),
+          ChangeOf("correct maker", nullptr, "", correct), // which only the objects name
           auto_delete,
           clean,
           Export(),
@@ -348,13 +342,10 @@ void Interrupt(State const& state, Site const& site) {
             state.name + ": isn't");
     return;
   }
-  std::string const copy = site.directory + ".copy";
-  fs::copy(site.directory, copy, fs::copy_options::recursive);
   int const calls = CountWrites([&] {
-    Session session({copy, site.standard}, Disk_StoreParams::STORE_NATIVE);
+    Session session(site.Copy(site.directory + ".copy"), Disk_StoreParams::STORE_NATIVE);
     return state.cut(session);
   });
-  fs::remove_all(copy);
   Require(KillAt(calls / 2, act) == kKilled, state.name + ": wasn't");
 }
 
@@ -372,11 +363,9 @@ Model Prepare(State const& state, Site const& site) {
   }
   if (state.cut) Interrupt(state, site);
   Util_Clock::SetNow(kNow);
-  std::string const copy = site.directory + ".copy";
-  fs::copy(site.directory, copy, fs::copy_options::recursive);
   Model found;
-  if (!state.objects.empty()) found = Ask(*OpenSet(copy + "/set", site.Structure()), site.standard);
-  fs::remove_all(copy);
+  if (!state.objects.empty())
+    found = Ask(*OpenSet(site.Copy(site.directory + ".copy").Set(), site.Structure()), site.standard);
   for (auto const& [uid, content] : stored.objects)
     Require(state.in_flight.count(uid) != 0 || (found.objects.count(uid) != 0 && found.objects[uid] == content),
             state.name + ": lost " + uid);
@@ -390,10 +379,19 @@ int Store(Session& session, IOD_Msg& object) {
                   [&](auto& root) { return root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr); });
 }
 
-Site Case::Copy(std::string const& to) const {
+Site Site::Copy(std::string const& to) const {
   fs::remove_all(to);
-  fs::copy(prepared, to, fs::copy_options::recursive);
+  fs::copy(directory, to, fs::copy_options::recursive);
   return {to, standard};
+}
+
+void Case::BringBack(Site const& site) const {
+  std::string const original = Site{prepared}.Incoming();
+  if (fs::exists(original) && !fs::exists(site.Incoming())) fs::copy(original, site.Incoming());
+}
+
+void Case::Again(Session& session) const {
+  Require(operation->act(session) == 0 || operation->again == -1, "done again it fails");
 }
 
 std::vector<Operation> const& Operations() {

@@ -23,6 +23,8 @@ struct Site {
   std::string Incoming() const { return directory + "/incoming"; } // the file of a store that moves it
   std::string Source() const { return directory + "/source"; }     // the file-set of an export
   unsigned Structure() const { return standard ? unsigned(Disk_StoreParams::STANDARD_STRUCTURE) : 0; }
+  /// A copy, which replaces what is in the directory.
+  Site Copy(std::string const& to) const;
 };
 
 /// A caller's root object, opened when it is first needed, and the calls that it makes to the engine.
@@ -77,8 +79,11 @@ struct Case {
   Model before, after;
 
   std::string Name() const { return operation->name + ", " + (standard ? "standard" : "private") + ", " + state; }
-  /// A copy of the prepared site, which replaces what is in the directory.
-  Site Copy(std::string const& to) const;
+  Site Copy(std::string const& to) const { return Site{prepared, standard}.Copy(to); }
+  /// The file of a store that moves it, where it has gone.
+  void BringBack(Site const& site) const;
+  /// Does the operation once more.
+  void Again(Session& session) const;
 };
 
 std::vector<Operation> const& Operations();

@@ -3,7 +3,6 @@
 #include "support/DicomdirWalk.h"
 #include "support/Files.h"
 
-#include <Disk/Disk_Check.h>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -11,12 +10,7 @@ namespace fs = std::filesystem;
 namespace {
 
 void NoDamage(std::string const& directory, bool standard, bool is_mended = false) {
-  Disk_CheckResult result;
-  Disk_CheckOptions options;
-  options.deep = true;
-  Disk_StoreParams const params(standard ? unsigned(Disk_StoreParams::STANDARD_STRUCTURE) : 0);
-  Require(Disk_Check(directory.c_str(), params, options, &result) == 0, "it can't be checked");
-  for (Disk_Finding const& finding : result.findings)
+  for (Disk_Finding const& finding : CheckAll(directory, standard).findings)
     Require(finding.cause == Disk_Finding::InterruptedStore || (!is_mended && finding.cause != Disk_Finding::Damage),
             finding.kind + ": " + finding.path + ": " + finding.text);
 }
@@ -48,12 +42,6 @@ void WholeDicomdir(Site const& site, Model const& model) {
   Require(uids.size() == model.objects.size() + model.unfetched.size(), "DICOMDIR: it has other records");
 }
 
-template <class Map>
-bool Same(Map const& a, Map const& b, typename Map::key_type const& key) {
-  auto const in_a = a.find(key), in_b = b.find(key);
-  return in_a == a.end() ? in_b == b.end() : in_b != b.end() && in_a->second == in_b->second;
-}
-
 // Each thing is as it was or as it was to be.
 template <class Map>
 void Between(Map const& found, Map const& before, Map const& after, std::string const& what) {
@@ -61,8 +49,9 @@ void Between(Map const& found, Map const& before, Map const& after, std::string 
   all.insert(before.begin(), before.end());
   all.insert(after.begin(), after.end());
   for (auto const& [key, value] : all) {
-    if (Same(found, after, key) || Same(found, before, key)) continue;
-    throw Complaint(what + " " + key + (found.count(key) != 0 ? " isn't what was acknowledged" : " is lost"));
+    auto const* const there = Find(found, key);
+    bool const fits = Same(there, Find(after, key)) || Same(there, Find(before, key));
+    Require(fits, what + " " + key + (there ? " isn't what was acknowledged" : " is lost"));
   }
 }
 
@@ -112,18 +101,16 @@ Model JudgeState(Case const& c, Site const& site, Outcome outcome) {
   return found;
 }
 
-void Judge(Case const& c, Site const& site, Outcome outcome, std::function<int()> const& again) {
+void Judge(Case const& c, Site const& site, Outcome outcome, Session* again) {
   Model const found = JudgeState(c, site, outcome);
   auto const files = ReadFiles(site.Set());
   AskNew(site, 0);
   Require(files == ReadFiles(site.Set()), "opening it once more changes it");
   if (site.standard) WholeDicomdir(site, found);
 
-  if (fs::exists(c.prepared + "/incoming") && !fs::exists(site.Incoming()))
-    fs::copy(c.prepared + "/incoming", site.Incoming());
+  c.BringBack(site);
   Session session(site, c.operation->flags);
-  int const result = again ? again() : c.operation->act(session);
-  Require(result == 0 || c.operation->again == -1, "done again it fails");
+  c.Again(again ? *again : session);
   Phantom::Object const further{.patient = 5};
   Require(Store(session, *MakeObject(further)) == 0, "a further store fails");
   Case last(c);

@@ -1,7 +1,6 @@
 #include "Power.h"
 #include "support/LogCapture.h"
 
-#include <Disk/Disk_Check.h>
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -23,14 +22,8 @@ struct Allowed {
 template <class Value>
 Allowed<Value> AllowedOf(Play const& play, std::size_t acked, std::map<std::string, Value> Model::*map,
                          std::string const& key) {
-  auto const value = [&](std::size_t i) {
-    auto const found = (play.models[i].*map).find(key);
-    return found == (play.models[i].*map).end() ? nullptr : &found->second;
-  };
-  auto const touched = [&](std::size_t i) {
-    Value const *const before = value(i - 1), *const after = value(i);
-    return before && after ? !(*before == *after) : before != after;
-  };
+  auto const value = [&](std::size_t i) { return Find(play.models[i].*map, key); };
+  auto const touched = [&](std::size_t i) { return !Same(value(i - 1), value(i)); };
   std::size_t first = 0, last = play.meeting != 0 ? play.acts.size() : std::min(acked + 1, play.acts.size());
   for (std::size_t i = 1; i <= acked; ++i)
     if (play.acts[i - 1].durability == kDurable && touched(i)) first = i;
@@ -58,13 +51,12 @@ void Compare(Play const& play, std::size_t acked, Model const& found, std::map<s
     Require(keys.count(key) != 0, "found, and never stored: " + key);
   for (std::string const& key : keys) {
     Allowed<Value> const allowed = AllowedOf(play, acked, map, key);
-    auto const it = (found.*map).find(key);
+    Value const* const there = Find(found.*map, key);
     if (anything(allowed)) continue;
     bool const is_unfetched = found.unfetched.count(key) != 0;
-    bool const fits = std::any_of(allowed.values.begin(), allowed.values.end(), [&](Value const* value) {
-      return value ? it != (found.*map).end() && it->second == *value : it == (found.*map).end();
-    });
-    Require(fits, key + (it == (found.*map).end() ? " is lost" : " isn't what was acknowledged"));
+    bool const fits = std::any_of(allowed.values.begin(), allowed.values.end(),
+                                  [&](Value const* value) { return Same(there, value); });
+    Require(fits, key + (there ? " isn't what was acknowledged" : " is lost"));
     bool const may_be_unfetched = allowed.values.size() > 1 || play.models[0].unfetched.count(key) != 0;
     Require(!is_unfetched || may_be_unfetched, "found and not fetched: " + key);
   }
@@ -77,12 +69,7 @@ void CompareAll(Play const& play, std::size_t acked, Model const& found) {
 
 /// Nothing is damaged but what may be; when all that was done is acknowledged and durable, everything is `sound`.
 void Check(Play const& play, std::size_t acked, std::string const& set, bool standard, bool sound) {
-  Disk_CheckResult result;
-  Disk_CheckOptions options;
-  options.deep = true;
-  Disk_StoreParams const params(standard ? unsigned(Disk_StoreParams::STANDARD_STRUCTURE) : 0);
-  Require(Disk_Check(set.c_str(), params, options, &result) == 0, "it can't be checked");
-  for (Disk_Finding const& finding : result.findings) {
+  for (Disk_Finding const& finding : CheckAll(set, standard).findings) {
     bool const may_be = finding.kind.starts_with("object-") &&
                         MayBeAnything(AllowedOf(play, acked, &Model::objects, finding.instance_uid));
     bool const is_harmless = finding.cause != Disk_Finding::Damage && (!sound || finding.kind == "version-missing");
@@ -153,7 +140,7 @@ void Judge(Play const& play, State const& cut, std::string const& place, bool th
   if (!thorough || play.acts.size() > 1) return;
   if (!has_source) c.operation->bring(site);
   Session session(site, c.operation->flags);
-  Require(c.operation->act(session) == 0 || c.operation->again == -1, "done again it fails");
+  c.Again(session);
   Phantom::Object const further{.patient = 5};
   Require(Store(session, *MakeObject(further)) == 0, "a further store fails");
   Model end = Ask(*OpenSet(site.Set(), site.Structure()), c.standard);

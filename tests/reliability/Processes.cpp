@@ -2,9 +2,9 @@
 // stopped at random. What they may rely on stands on a board in memory that outlives them: an object's owner says there
 // what it is about to do and what has been acknowledged, and everybody else holds the file-set to that.
 #include "Campaign.h"
+#include "support/Identifiers.h"
 
 #include <Disk/Disk_CacheRepository.h>
-#include <Disk/Disk_Check.h>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -84,10 +84,7 @@ public:
   /// When all have ended; `calm`: by themselves, so that nothing is left half done.
   void Verify(bool calm) {
     try {
-      Disk_CheckResult result;
-      Disk_CheckOptions options;
-      options.deep = true;
-      Require(Disk_Check(path_.c_str(), Disk_StoreParams(Flags()), options, &result) == 0, "it can't be checked");
+      Disk_CheckResult const result = CheckAll(path_, standard_);
       for (Disk_Finding const& finding : result.findings)
         Require(!calm && finding.cause != Disk_Finding::Damage,
                 finding.kind + ": " + finding.path + ": " + finding.text);
@@ -164,15 +161,9 @@ private:
       any = any || (Load(owner, i) & 3) == Stored;
       Set(owner, i, Deleting);
     }
-    int status = 0;
-    SCL_MoveIdentifier identifier(level, &status);
-    auto const object = Phantom::Make(At(owner, index));
-    identifier.SetStudyInstanceUID(object->GetStudyInstanceUID());
-    if (level != SCL_QueryRetrieveLevel::STUDY) identifier.SetSeriesInstanceUID(object->GetSeriesInstanceUID());
-    if (level == SCL_QueryRetrieveLevel::IMAGE) identifier.SetSOPInstanceUID(object->GetSOPInstanceUID());
     MXL_SubOperationsReport report;
     SCL_ResponseStatus response;
-    int const result = root.Delete(identifier, 1, &report, response);
+    int const result = root.Delete(Named(level, At(owner, index)), 1, &report, response);
     Require(!any || result == 0, "a delete fails");
     for (int i = first; i < first + size; ++i)
       Set(owner, i, Absent);
@@ -212,12 +203,8 @@ private:
   void FetchOne(Disk_RootDirectoryFile& root, int owner, int index) {
     std::uint32_t const before = Load(owner, index);
     auto const wanted = Phantom::Make(At(owner, index));
-    SCL_MoveIdentifier identifier;
-    identifier.SetStudyInstanceUID(wanted->GetStudyInstanceUID());
-    identifier.SetSeriesInstanceUID(wanted->GetSeriesInstanceUID());
-    identifier.SetSOPInstanceUID(wanted->GetSOPInstanceUID());
     IOD_Msg* fetched = nullptr;
-    int const result = root.GetOne(identifier, 1, &fetched, nullptr);
+    int const result = root.GetOne(Named(SCL_QueryRetrieveLevel::IMAGE, At(owner, index)), 1, &fetched, nullptr);
     std::unique_ptr<IOD_Msg> const object(fetched);
     std::string const uid = wanted->GetSOPInstanceUID().GetText();
     if (result == 0 && object)

@@ -5,7 +5,7 @@
 
 #include "Phantom.h"
 #include "support/FencedFileSystem.h"
-#include "support/Files.h"
+#include "support/TempDirectory.h"
 
 #include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
@@ -13,21 +13,17 @@
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
+#include <array>
 #include <memory>
-#include <unistd.h>
 
 class FileSetExercise {
 public:
-  std::string prefix;                       // in memory where the system has such a place
+  std::string prefix;
   std::map<std::string, std::string> files; // what stands in it before each run, by relative name
-  std::size_t escapes = 0, runs = 0;
+  std::size_t escapes = 0;
 
   explicit FileSetExercise(unsigned structure) : structure_(structure) {
-    std::error_code none;
-    bool const shared_memory = std::filesystem::is_directory("/dev/shm", none) && access("/dev/shm", W_OK) == 0;
-    home_ = (shared_memory ? "/dev/shm" : std::filesystem::temp_directory_path().string()) + "/disk_fuzz_XXXXXX";
-    if (!mkdtemp(home_.data())) std::abort();
-    prefix = home_ + "/set";
+    prefix = home_ / "set";
     std::filesystem::create_directories(prefix);
     std::filesystem::create_directories(Outside());
     Util_FileSystem::SetDurability(Util_Durability::Relaxed);
@@ -35,19 +31,13 @@ public:
       if (auto const root = Open()) Store(*root, object);
     files = ReadFiles(prefix);
   }
-  ~FileSetExercise() {
-    std::error_code none;
-    std::filesystem::remove_all(home_, none);
-    KlbGLog.SetSink(nullptr);
-  }
-  FileSetExercise(FileSetExercise const&) = delete;
-  FileSetExercise& operator=(FileSetExercise const&) = delete;
+  ~FileSetExercise() { KlbGLog.SetSink(nullptr); }
 
   static std::vector<Phantom::Object> Objects() {
     return {{.size = 4}, {.image = 2, .size = 4}, {.series = 2, .size = 4}, {.patient = 2, .size = 4}};
   }
   /// Beside the file-set; nothing may happen to it.
-  std::string Outside() const { return home_ + "/outside"; }
+  std::string Outside() const { return home_ / "outside"; }
   std::string At(std::string const& name) const { return prefix + "/" + name; }
 
   std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE) {
@@ -106,7 +96,6 @@ public:
   std::string Run(std::vector<std::string> const& unchanged = {}) {
     FencedFileSystem fence(prefix);
     problem_.clear();
-    ++runs;
     lines_ = 0;
     KlbGLog.SetLogLevel(4);
     KlbGLog.SetSink([this](int, std::string const&) { ++lines_; });
@@ -147,8 +136,7 @@ private:
     root_ = Open();
     if (!root_) return;
     if (also_) TakeAlso();
-    for (auto const level :
-         {SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES, SCL_QueryRetrieveLevel::IMAGE}) {
+    for (auto const level : kLevels) {
       Dicom_Sequence rows;
       Expect(root_->Query(All(level), 1, &rows), "query");
       for (int i = 0; i < rows.GetNItems() && i < 6; ++i)
@@ -184,8 +172,7 @@ private:
     Dicom_Sequence rows;
     Expect(root_->Query(identifier, 1, &rows), "query");
     Fetch(own);
-    for (auto const level :
-         {SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES, SCL_QueryRetrieveLevel::IMAGE})
+    for (auto const level : kLevels)
       found_.emplace_back(level, std::make_unique<SCL_MoveIdentifier>(own));
   }
   void Fetch(SCL_MoveIdentifier const& identifier) {
@@ -203,6 +190,8 @@ private:
     SCL_ResponseStatus status;
     Expect(root_->Delete(identifier, 1, &report, status), "delete");
   }
+  static constexpr std::array kLevels{SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES,
+                                      SCL_QueryRetrieveLevel::IMAGE};
   struct Report : CToolParseDICOMReport {
     int ProcessFile(RWCString) override { return 0; }
     int ProcessFolder(RWCString) override { return 0; }
@@ -212,7 +201,8 @@ private:
       kInstanceUid{0x0008, std::uint16_t(0x0018)};
 
   unsigned const structure_;
-  std::string home_, problem_;
+  TempDirectory const home_ = (PreferMemory(), TempDirectory());
+  std::string problem_;
   std::unique_ptr<Disk_RootDirectoryFile> root_;
   std::vector<std::pair<SCL_QueryRetrieveLevel::Value, std::unique_ptr<SCL_MoveIdentifier>>> found_;
   bool is_dirty_ = false;

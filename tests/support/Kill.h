@@ -3,7 +3,6 @@
 
 #include "support/FaultyFileSystem.h"
 
-#include <set>
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,10 +10,9 @@
 constexpr int kKilled = 9; // the exit code of a process that ended on purpose
 
 inline bool Writes(std::string_view call) {
-  static std::set<std::string_view> const calls{"Write",  "Pwrite",    "Writev", "Fsync",  "Fdatasync",
-                                                "Rename", "Exchange",  "Link",   "Syncfs", "Mkdir",
-                                                "Unlink", "Ftruncate", "Rmdir"};
-  return calls.count(call) != 0;
+  constexpr std::string_view kCalls = "Write Pwrite Writev Fsync Fdatasync Syncfs Rename Exchange Link Mkdir Unlink "
+                                      "Rmdir Ftruncate";
+  return kCalls.find(call) != kCalls.npos;
 }
 
 /// Runs `work` in a process of its own. What it returned, modulo 256; -1 when a signal ended it.

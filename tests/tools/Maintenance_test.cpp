@@ -144,7 +144,7 @@ TEST_F(MaintenanceTest, AKilledDeleteIsCompletedByTheSameCommand) {
                      {L::IMAGE, {sr}, true, 7},      {L::IMAGE, {ct[0], ct[1], ct[2], sr}, false, 4},
                      {L::SERIES, {ct[0]}, false, 5}, {L::SERIES, {sr}, true, 7},
                      {L::STUDY, {}, true, 4}};
-  if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0); // where syncs cost nothing
+  PreferMemory();
   TempDirectory const fast;
   std::string const set = fast / "copy";
   auto const copy = [&] {
