@@ -88,7 +88,7 @@ private:
     for (int const shift : {-12, -8, -2, -1, 1, 2, 8, 12}) {
       std::string bytes = sound;
       for (std::size_t const link : links)
-        if (std::uint32_t const old = Number(sound, link)) Put(bytes, link, old + std::uint32_t(shift));
+        if (std::uint32_t const old = DicomdirWalk::Load(sound, link, 4)) Put(bytes, link, old + std::uint32_t(shift));
       run("all offsets off by " + std::to_string(shift), bytes);
     }
     std::string inconsistent = sound;
@@ -101,12 +101,6 @@ private:
       run("links at random, " + std::to_string(i), bytes);
     }
     escapes_ += set.escapes;
-  }
-  static std::uint32_t Number(std::string const& text, std::size_t at) {
-    std::uint32_t number = 0;
-    for (std::size_t i = 4; i-- > 0;)
-      number = number << 8 | static_cast<unsigned char>(text[at + i]);
-    return number;
   }
 
   /// Every directory file is cut at every byte, and every bit of it flipped.
@@ -196,23 +190,17 @@ private:
         else
           fs::create_directories(folder);
         fs::remove_all(set.At(place));
-        auto const before = Contents(set.Outside());
+        auto const before = ReadFiles(set.Outside()); // the fence sees what else is made
         make(set.At(place));
         std::string problem = set.Run();
         // a hard link is the file itself, and these are written in place
         bool const in_place =
             std::string(kind) == "hard link" &&
             (place.ends_with("VERSION") || place.ends_with(".tmp") || (structure && place == "DICOMDIR"));
-        if (Contents(set.Outside()) != before && !in_place) problem += "what stands outside has changed";
+        if (ReadFiles(set.Outside()) != before && !in_place) problem += "what stands outside has changed";
         Expect(Kind, place + " is a " + kind, problem);
       }
     escapes_ += set.escapes;
-  }
-  static std::map<std::string, std::string> Contents(std::string const& folder) {
-    std::map<std::string, std::string> contents;
-    for (auto const& entry : fs::recursive_directory_iterator(folder))
-      contents[entry.path()] = entry.is_regular_file() ? ReadFile(entry.path()) : "";
-    return contents;
   }
 
   /// Memory and time of one operation on a file of so many bytes, which may use `cap` beside it.

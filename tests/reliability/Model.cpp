@@ -39,9 +39,7 @@ std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, unsigne
   int status = 0;
   auto root = std::make_unique<Disk_RootDirectoryFile>(path.c_str(), Disk_StoreParams(flags), 0, &status, nullptr);
   if (status != 0) return nullptr;
-  Disk_SupportPar par;
-  par.delete_supported = par.auto_delete_supported = 1;
-  root->SetSupportPar(par);
+  root->SetSupportPar({1, 1, 0});
   constexpr std::int32_t kMoreThanAnyDisk = 1 << 30;
   root->SetAutoDeletePar({kMoreThanAnyDisk, 1});
   return root;

@@ -55,13 +55,6 @@ void Between(Map const& found, Map const& before, Map const& after, std::string 
   }
 }
 
-// Nothing but what the operation was removing, or what an earlier one left, may have a record and no file.
-void OnlyRemoved(Model const& found, Model const& before, Model const& after) {
-  for (std::string const& uid : found.unfetched)
-    Require(before.unfetched.count(uid) != 0 || (before.objects.count(uid) != 0 && after.objects.count(uid) == 0),
-            "found and not fetched: " + uid);
-}
-
 Model AskNew(Site const& site, unsigned flags) {
   auto const root = OpenSet(site.Set(), flags | site.Structure());
   Require(root != nullptr, "it can't be opened");
@@ -72,10 +65,10 @@ void Compare(Case const& c, Model const& found, Outcome outcome) {
   Model const& before = outcome == Outcome::Done ? c.after : c.before;
   Between(found.objects, before.objects, c.after.objects, "object");
   Between(found.studies, before.studies, c.after.studies, "study");
-  if (outcome == Outcome::Done)
-    for (std::string const& uid : found.unfetched)
-      Require(c.before.unfetched.count(uid) != 0, "found after it was deleted: " + uid);
-  OnlyRemoved(found, c.before, c.after);
+  for (std::string const& uid : found.unfetched) { // what an earlier delete left, or this one is removing
+    bool const goes = outcome != Outcome::Done && c.before.objects.count(uid) != 0 && c.after.objects.count(uid) == 0;
+    Require(goes || c.before.unfetched.count(uid) != 0, "found and not fetched: " + uid);
+  }
 }
 
 // A file that was to be moved is still where it was, or in the file-set.

@@ -55,13 +55,14 @@ public:
     return found;
   }
 
-private:
   static std::uint32_t Load(std::string const& bytes, std::size_t at, int count) {
     std::uint32_t number = 0;
     for (int i = 0; i < count && at + std::size_t(i) < bytes.size(); ++i)
       number |= std::uint32_t(static_cast<unsigned char>(bytes[at + std::size_t(i)])) << 8 * i;
     return number;
   }
+
+private:
   std::uint32_t Peek(std::size_t at) const { return Load(bytes_, at, 2) << 16 | Load(bytes_, at + 2, 2); }
   void Problem(std::string text) { problems.push_back(std::move(text)); }
 

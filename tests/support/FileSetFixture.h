@@ -43,10 +43,7 @@ protected:
 
   /// Deletes of all kinds.
   static void Allow(Disk_RootDirectoryFile& root, bool honour_protection = false) {
-    Disk_SupportPar par;
-    par.delete_supported = par.auto_delete_supported = 1;
-    par.honour_protection = honour_protection;
-    root.SetSupportPar(par);
+    root.SetSupportPar({1, 1, honour_protection});
   }
   std::unique_ptr<Disk_RootDirectoryFile> OpenForDeletes(bool honour_protection = false) {
     auto root = Open();

@@ -61,6 +61,21 @@ TEST_F(FilesetTest, CommandLines) {
       {"fetch set --file-id S1\\I1 --out out", 1, "0 copied", "S1\\I1: there is no such file"},
       {"store no/where in", 3, "", "fileset: no/where: can't be made"},
       {"store set set empty", 1, "0 stored, 1 refused", "fileset: set: lies inside of the file-set"},
+      {"delete in --study 1.2.3", 3, "", "fileset: in: holds no file-set"},
+      {"auto-delete in --free-mb 1 --min-age-days 0 --dry-run", 3, "", "fileset: in: holds no file-set"},
+      {"check in", 3, "", "fileset: in: holds no file-set"},
+      {"cache status in", 3, "", "fileset: in: holds no file-set"},
+      {"cache clean set", 2, "", "fileset: clean: say how much"},
+      {"correct set --patient 1 --set StudyDate=2", 2, "", "StudyDate: can't be corrected; these can: PatientName"},
+      {"correct set --patient 1 --set PatientName=", 2, "", "fileset: --set: PatientName: a value can't be blanked"},
+      {"correct set --patient 1 --set PatientID=a\\b", 2, "", "--set: PatientID: the value must be printable"},
+      {"correct set --patient 1 --set 0008,0070=\xFF", 2, "", "--set: 0008,0070: the value must be printable"},
+      {"correct set --patient PH1-00001 --set PatientID=2", 1, "", "no such patient with this issuer; "},
+      {"scan set --remove", 2, "", "fileset: --remove: nobody can be asked"},
+      {"export set --out no", 2, "", "fileset: export: say what"},
+      {"export set --study 1 --out set/out", 2, "", "fileset: set/out: lies inside of the file-set"},
+      {"fetch set --all --out set/../set", 2, "", "fileset: set/../set: lies inside of the file-set"},
+      {"export set --study 1.2.3 --out no", 1, "", "fileset: set: holds no such object"},
       {"info set --config config.yaml", 0, kInfo, "fileset: config.yaml:1: "},
       {"--config none.yaml info set", 2, "", "none.yaml"},
       {"--log . info set", 2, "", "can't be opened for the log"},
@@ -241,8 +256,8 @@ TEST_F(FilesetTest, FetchesWhatWasStored) {
   EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), "mine");
   EXPECT_EQ(Run({"fetch", "set", "--file-id", id, "--out", "out", "--force"}).code, 0);
   EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), temp.Read(path));
-  EXPECT_EQ(std::distance(fs::directory_iterator(temp / "out"), {}),
-            2); // no temporary file stays: `deep` and the copy
+  // no temporary file stays: `deep` and the copy
+  EXPECT_EQ(std::distance(fs::directory_iterator(temp / "out"), {}), 2);
 }
 
 TEST_F(FilesetTest, FetchKeepsHostileNamesInTheFolder) {

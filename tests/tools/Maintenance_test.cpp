@@ -23,9 +23,9 @@ protected:
 
   std::size_t Fetched() const { return RunJson({"fetch", "set", "--all", "--out", "out"})["fetched"]; }
 
-  void CopySet(char const* from, char const* to) const {
-    fs::remove_all(temp / to);
-    fs::copy(temp / from, temp / to, fs::copy_options::recursive);
+  static void Copy(std::string const& from, std::string const& to) {
+    fs::remove_all(to);
+    fs::copy(from, to, fs::copy_options::recursive);
   }
 
   // Runs the program, and interrupts it where it waits for the lock of the first study.
@@ -52,33 +52,6 @@ protected:
   std::string other = Phantom::InstanceUid(Small(Phantom::Kind::CT, 1, 1, 2)).GetText();
   std::string patient = Phantom::PatientId(Small(Phantom::Kind::CT)).GetText();
 };
-
-TEST_F(MaintenanceTest, CommandLines) {
-  ASSERT_EQ(Line("export set --out standard --standard --study " + first_study).code, 0);
-  struct Case {
-    char const* line;
-    int code;
-    char const* err;
-  } const cases[] = {
-      {"protect standard --study 1", 1, "standard: a file-set of the standard structure"},
-      {"delete in --study 1.2.3", 3, "in: holds no file-set"},
-      {"auto-delete in --free-mb 1 --min-age-days 0 --dry-run", 3, "in: holds no file-set"},
-      {"correct set --patient 1 --set StudyDate=2", 2, "--set: StudyDate: can't be corrected; these can: PatientName"},
-      {"correct set --patient 1 --set PatientName=", 2, "--set: PatientName: a value can't be blanked"},
-      {"correct set --patient 1 --set PatientID=a\\b", 2, "--set: PatientID: the value must be printable"},
-      {"correct set --patient 1 --set 0008,0070=\xFF", 2, "--set: 0008,0070: the value must be printable"},
-      {"correct set --patient PH1-00001 --set PatientID=2", 1, "PH1-00001: no such patient with this issuer; "},
-      {"scan set --remove", 2, "--remove: nobody can be asked"},
-      {"export set --out out", 2, "export: say what"},
-      {"export set --study 1 --out set/out", 2, "set/out: lies inside of the file-set"},
-      {"fetch set --all --out set/../set", 2, "set/../set: lies inside of the file-set"},
-      {"export set --study 1.2.3 --out out", 1, "set: holds no such object"},
-  };
-  for (Case const& c : cases)
-    ExpectFailure(c.line, c.code, c.err);
-  ExpectFailure("export set --out in --standard --study " + first_study, 1, "in: isn't empty");
-  EXPECT_FALSE(fs::exists(temp / "out"));
-}
 
 // A variable that isn't set, a wildcard or a slip never chooses more than a UID would.
 TEST_F(MaintenanceTest, WhatChoosesIsWhole) {
@@ -147,10 +120,6 @@ TEST_F(MaintenanceTest, AKilledDeleteIsCompletedByTheSameCommand) {
   PreferMemory();
   TempDirectory const fast;
   std::string const set = fast / "copy";
-  auto const copy = [&] {
-    fs::remove_all(set);
-    fs::copy(temp / "set", set, fs::copy_options::recursive);
-  };
   auto const has = [&set](std::size_t objects) {
     Disk_CheckResult result;
     return Disk_Check(set.c_str(), {}, {}, &result) == 0 && result.n_findings == 0 && result.instances == objects;
@@ -163,20 +132,18 @@ TEST_F(MaintenanceTest, AKilledDeleteIsCompletedByTheSameCommand) {
     auto const remove = [&] {
       int status = 0;
       Disk_RootDirectoryFile root(set.c_str(), Disk_StoreParams(), 0, &status, nullptr);
-      Disk_SupportPar par;
-      par.delete_supported = 1;
-      root.SetSupportPar(par);
+      root.SetSupportPar({0, 1, 0});
       MXL_SubOperationsReport told;
       SCL_ResponseStatus response;
       for (Phantom::Object const& object : c.objects.empty() ? std::vector{sr} : c.objects)
         root.Delete(Named(c.level, object), 1, &told, response);
       return 0;
     };
-    copy();
+    Copy(temp / "set", set);
     int const calls = CountWrites(remove);
     for (int point = 1; point <= calls; ++point) {
       SCOPED_TRACE(line + ", killed at call " + std::to_string(point));
-      copy();
+      Copy(temp / "set", set);
       ASSERT_EQ(KillAt(point, remove), kKilled);
       bool const was_done = has(c.left);
       Result const result = Line(line);
@@ -213,7 +180,7 @@ TEST_F(MaintenanceTest, CorrectionIsCompletedAfterAnObjectIsPutRight) {
 
 // Between two objects or studies; the same command goes on.
 TEST_F(MaintenanceTest, InterruptionsEndAtASafePoint) {
-  CopySet("set", "whole");
+  Copy(temp / "set", temp / "whole");
   std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // no study is of this second
   struct Case {
     std::string line;
@@ -230,7 +197,7 @@ TEST_F(MaintenanceTest, InterruptionsEndAtASafePoint) {
       {"cache clean set --all --yes", LOCK_SH, "set: interrupted", 1, 0},
   };
   for (Case const& c : cases) {
-    CopySet("whole", "set");
+    Copy(temp / "whole", temp / "set");
     Result const result = Interrupted(c.line, c.lock);
     EXPECT_EQ(result.code, 1) << c.line;
     EXPECT_NE(result.err.find("fileset: " + c.told), std::string::npos) << c.line << "\n" << result.err;
@@ -247,12 +214,12 @@ TEST_F(MaintenanceTest, WhatCantBeRemovedIsTold) {
   std::string const path = FirstImage(), named = "--study " + first_study;
   fs::remove(temp / path);
   fs::create_directories(temp / path); // can't be unlinked
-  CopySet("set", "whole");
+  Copy(temp / "set", temp / "whole");
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));
   for (std::string const& line : {"delete set --image " + image, "delete set " + named, "cache delete set " + named,
                                   std::string("cache clean set --all --yes"),
                                   std::string("auto-delete set --free-mb 1999999999 --min-age-days 0")}) {
-    CopySet("whole", "set");
+    Copy(temp / "whole", temp / "set");
     bool const is_deleted = line.starts_with("delete") || line.starts_with("cache delete");
     ExpectFailure(line, 1, (is_deleted ? path + ": is left on the disk: Is a directory" : path.substr(0, 10)));
   }
@@ -320,7 +287,7 @@ TEST_F(MaintenanceTest, ScanRemovesNothingItCantBeSureOf) {
 TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   // a study whose record is lost, and an image of another
   std::string const lost = PathOf("study", "StudyInstanceUID=" + first_study);
-  fs::copy(temp / lost, temp / "lost", fs::copy_options::recursive);
+  Copy(temp / lost, temp / "lost");
   ASSERT_EQ(Line("delete set --study " + first_study).code, 0);
   fs::rename(temp / "lost", temp / "set/SAAA0000");
   std::string const uid = Phantom::InstanceUid(Small(Phantom::Kind::CT, 2, 1, 2)).GetText();
@@ -373,6 +340,7 @@ TEST_F(MaintenanceTest, ExportsWhatIsThere) {
   std::string const command = "export set --study " + first_study + " --out ";
   ExpectFailure(command + "folder", 1, image + ": ");
   ExpectFailure(command + "standard --standard", 1, image + ": ");
+  ExpectFailure(command + "in --standard", 1, "in: isn't empty");
   EXPECT_EQ(std::distance(fs::directory_iterator(temp / "folder"), {}), 3);
   ExpectMedium(temp / "standard", UidsBelow(temp / "folder"));
   EXPECT_EQ(Line("export set --out compressed --standard --as-stored --image " + other).code, 0);
@@ -410,7 +378,7 @@ TEST_F(MaintenanceTest, CheckTellsWhatIsWrongAndWhere) {
             "2 patients, 2 studies, 4 series, 8 images, 8 objects read, 6 decoded: sound\n");
   ASSERT_EQ(Line("export set --out standard --standard --study " + first_study).code, 0);
   EXPECT_EQ(Line("check standard").code, 0);
-  ExpectFailure("check in", 3, "in: holds no file-set");
+  ExpectFailure("protect standard --study 1", 1, "standard: a file-set of the standard structure");
   std::string const path = FirstImage();
   fs::remove(temp / path);
   Result const result = Line("check set");
@@ -442,8 +410,6 @@ TEST_F(MaintenanceTest, ACacheTellsWhoGoesAndLetsThemGo) {
     std::string const dry = cache(std::string("clean kept --dry-run --now 2026-03-01 ") + how).out;
     EXPECT_TRUE(dry.starts_with(goes ? "would delete " + expected : "0 studies would go")) << how << dry;
   }
-  ExpectFailure("cache clean kept", 2, "clean: say how much");
-  ExpectFailure("cache status in", 3, "in: holds no file-set");
   Result const clean = cache("clean kept --studies 2 --now 2026-03-01");
   EXPECT_EQ(clean.code, 1); // the other was never read, and stays
   EXPECT_TRUE(clean.out.starts_with("deleted " + expected)) << clean.out;
