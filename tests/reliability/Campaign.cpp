@@ -37,13 +37,15 @@ void Share::Run(std::string const& name, std::function<void()> const& work) {
   s_told->counts = counts;
 }
 
-Counts InShares(Options const& options, std::function<void(Share&, std::string const&)> const& work) {
+Counts InShares(Options const& options, Work const& work) {
+  TempDirectory const prepared;
+  std::vector<Case> const cases = Cases(options.selection, prepared.Path());
   if (!options.point.empty()) {
     Told told{};
     s_told = &told;
     TempDirectory const directory;
     Share share(0, 1, options.point);
-    work(share, directory / "site");
+    work(share, cases, directory / "site");
     return share.counts;
   }
   unsigned const processes = std::max(std::thread::hardware_concurrency(), 1u);
@@ -58,7 +60,7 @@ Counts InShares(Options const& options, std::function<void(Share&, std::string c
       {
         TempDirectory const directory;
         Share share(number, processes, {});
-        work(share, directory / "site");
+        work(share, cases, directory / "site");
         s_told->counts = share.counts;
       }
       _exit(0);

@@ -36,9 +36,10 @@ private:
   std::string point_;
 };
 
-/// Runs `work` in as many processes as there are processors, and adds up what they counted. A process that ends by
-/// itself is a failure of the point that it was at.
-Counts InShares(Options const& options, std::function<void(Share&, std::string const& directory)> const& work);
+/// Runs `work` on the cases in as many processes as there are processors, and adds up what they counted. A process that
+/// ends by itself is a failure of the point that it was at.
+using Work = std::function<void(Share&, std::vector<Case> const&, std::string const& directory)>;
+Counts InShares(Options const& options, Work const& work);
 
 // The campaigns. Each gives the text between its name and the number of failures.
 struct Result {

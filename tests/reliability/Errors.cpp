@@ -64,10 +64,8 @@ void Allocations(Case const& c, Sample const& sample, unsigned offset, std::stri
 } // namespace
 
 Result RunErrors(Options const& options) {
-  TempDirectory const prepared;
-  std::vector<Case> const cases = Cases(options.selection, prepared.Path());
   Sample const sample = !options.point.empty() ? Sample{1, 1 << 30} : options.full ? Sample{1, 400} : Sample{149, 3};
-  Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
+  Counts const counts = InShares(options, [&](Share& share, std::vector<Case> const& cases, std::string const& place) {
     unsigned offset = options.seed; // samples of different cases, and of different runs, meet different calls
     std::set<std::size_t> known;
     for (Case const& c : cases) {

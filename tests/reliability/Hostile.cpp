@@ -291,17 +291,11 @@ void Hostile::Siblings() {
     // all patients lead to the same studies
     constexpr std::size_t kOfEach = 4000;
     std::string shared;
-    for (std::size_t i = 1; i <= kOfEach; ++i) {
-      std::string record = patient;
-      Put(record, kNext, i < kOfEach ? std::uint32_t(begin + i * patient.size()) : 0);
-      Put(record, kBelow, std::uint32_t(begin + kOfEach * patient.size()));
-      shared += record;
-    }
-    for (std::size_t i = 1; i <= kOfEach; ++i) {
-      std::string record = study;
-      Put(record, kNext, i < kOfEach ? std::uint32_t(begin + kOfEach * patient.size() + i * study.size()) : 0);
-      shared += record;
-    }
+    auto const studies = std::uint32_t(begin + kOfEach * patient.size());
+    for (std::size_t i = 1; i <= kOfEach; ++i)
+      shared += Record(i < kOfEach ? std::uint32_t(begin + i * patient.size()) : 0, studies, "PATIENT");
+    for (std::size_t i = 1; i <= kOfEach; ++i)
+      shared += Record(i < kOfEach ? std::uint32_t(studies + i * study.size()) : 0, 0, "STUDY", uid);
     run("of patients with the same studies", shared);
     // each holds all that follow it in a value
     std::string records;

@@ -63,10 +63,8 @@ void Kills(Case const& c, Steps const& steps, unsigned offset, std::string const
 } // namespace
 
 Result RunKills(Options const& options) {
-  TempDirectory const prepared;
-  std::vector<Case> const cases = Cases(options.selection, prepared.Path());
   Steps const steps = options.full || !options.point.empty() ? Steps{1, 5} : Steps{9, 31};
-  Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
+  Counts const counts = InShares(options, [&](Share& share, std::vector<Case> const& cases, std::string const& place) {
     unsigned offset = options.seed; // samples of different cases meet different calls
     for (Case const& c : cases)
       Kills(c, steps, offset++, place, share);

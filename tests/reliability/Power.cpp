@@ -30,12 +30,10 @@ void RunStates(Play const& play, Extent extent, unsigned seed, std::string const
 } // namespace
 
 Result RunPower(Options const& options) {
-  TempDirectory const prepared;
-  std::vector<Case> const cases = Cases(options.selection, prepared.Path());
-  std::vector<Play> const plays = Plays(cases);
   Extent const extent =
       options.full ? Extent{.states = 170, .at_random = 12} : Extent{.states = 3, .positions = 9, .at_random = 1};
-  Counts const counts = InShares(options, [&](Share& share, std::string const& place) {
+  Counts const counts = InShares(options, [&](Share& share, std::vector<Case> const& cases, std::string const& place) {
+    std::vector<Play> const plays = Plays(cases);
     if (options.full) LeaveSyncsOut(plays, options.seed, place, share);
     for (Play const& play : plays)
       if (share.IsMine()) RunStates(play, extent, options.seed, place, share);

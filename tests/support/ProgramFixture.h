@@ -75,6 +75,15 @@ protected:
     ASSERT_EQ(Phantom::Write(object, path), 0);
   }
 
+  // An object with so many KB more.
+  void WriteLarge(std::string const& name, Phantom::Object const& object, std::size_t kb) const {
+    std::string const bytes(kb << 10, 'x');
+    auto const msg = Phantom::Make(object);
+    msg->Set(Dicom_Tag(0x0009, 0x0010), Dicom_LO("TEST"));
+    msg->Set(Dicom_Tag(0x0009, 0x1000), Dicom_OB(bytes.data(), bytes.size(), 1, nullptr));
+    SaveObject(*msg, temp.Write(name, ""));
+  }
+
   // The folder of a study or the file of an object in `set`, relative to the test's directory.
   std::string PathOf(char const* level, std::string const& key) const {
     std::string path = "set";

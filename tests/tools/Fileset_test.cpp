@@ -283,13 +283,4 @@ TEST_F(FilesetTest, MovesFilesAsTheyAre) {
   EXPECT_EQ(temp.Read("out/" + Phantom::InstanceUid(object).GetText() + ".dcm"), bytes);
 }
 
-TEST_F(FilesetTest, ADamagedStudyHidesNoOther) {
-  std::string const file = PathOf("study", "StudyInstanceUID=" + first_study) + "/DIRFILE";
-  temp.Write(file, temp.Read(file).substr(0, 400));
-  Result const result = Run({"query", "set", "--level", "image"});
-  EXPECT_EQ(result.code, 1);
-  EXPECT_NE(result.err.find("fileset: study " + first_study + ": " + file), std::string::npos) << result.err;
-  EXPECT_NE(result.out.find("\n4 images\n"), std::string::npos) << result.out;
-}
-
 } // namespace

@@ -358,12 +358,15 @@ TEST_F(MaintenanceTest, ExportsWhatIsThere) {
     EXPECT_EQ(ReadObject(temp / ("one/" + other + ".dcm"))->GetEncapsulatedSyntax(), file) << set;
   }
   EXPECT_EQ(Line(command + "folder --force").out.substr(0, 10), "3 exported");
-  // what is damaged elsewhere is told, and keeps nothing from being copied
+  // what is damaged elsewhere is told, and keeps nothing from being found and copied
   std::string const sound = Phantom::SeriesUid(Small(Phantom::Kind::CT, 2)).GetText();
-  temp.Write(fs::path(FirstImage()).parent_path().parent_path() / "DIRFILE", "damaged");
+  std::string const study = PathOf("study", "StudyInstanceUID=" + first_study) + "/DIRFILE";
+  temp.Write(study, temp.Read(study).substr(0, 400));
   Result const part = Line("export set --out part --series " + sound);
   EXPECT_EQ(part.code, 1);
   EXPECT_EQ(part.out.substr(0, 10), "3 exported") << part.err;
+  ExpectFailure("query set --level image", 1, "study " + first_study + ": " + study);
+  EXPECT_NE(temp.Read("stdout").find("\n4 images\n"), std::string::npos);
   ExpectFailure("export set --out none --study " + first_study, 1, "set: ");
   ExpectMedium(temp / "native", UidsBelow(temp / "in"));
   if (!HasReaders()) GTEST_SKIP() << "dcmdump (dcmtk) and gdcmdump (libgdcm-tools) aren't installed";
@@ -421,14 +424,8 @@ TEST_F(MaintenanceTest, ACacheTellsWhoGoesAndLetsThemGo) {
 
 // What is told as stored is there, whatever had to make room.
 TEST_F(MaintenanceTest, ACacheTellsWhatItGaveUpAgain) {
-  fs::create_directories(temp / "large");
-  for (int patient = 11; patient <= 18; ++patient) {
-    auto const msg = Phantom::Make(Small(Phantom::Kind::CT, patient));
-    std::string const bytes(std::size_t(patient == 12 ? 1400 : 1000) << 10, 'x'); // the largest goes first
-    msg->Set(Dicom_Tag(0x0009, 0x0010), Dicom_LO("TEST"));
-    msg->Set(Dicom_Tag(0x0009, 0x1000), Dicom_OB(bytes.data(), bytes.size(), 1, nullptr));
-    SaveObject(*msg, temp / ("large/" + std::to_string(patient)));
-  }
+  for (int patient = 11; patient <= 18; ++patient) // the largest goes first
+    WriteLarge("large/" + std::to_string(patient), Small(Phantom::Kind::CT, patient), patient == 12 ? 1400 : 1000);
   temp.Write("cache.yaml", "push: {max_repository_size_mb: 5, max_repository_hd_percentage: 100}\n");
   Result const result = Line("--config cache.yaml cache store kept large --json");
   EXPECT_EQ(result.code, 1);
