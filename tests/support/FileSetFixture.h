@@ -75,10 +75,8 @@ protected:
   }
 
   int Version(std::string const& folder) const {
-    std::ifstream file(folder.empty() ? At("VERSION") : At(folder + "/VERSION"), std::ios::binary);
-    unsigned char b[4] = {};
-    file.read(reinterpret_cast<char*>(b), 4);
-    return file ? int(b[0] | b[1] << 8 | b[2] << 16 | b[3] << 24) : -1;
+    std::string const bytes = ReadFile(folder.empty() ? At("VERSION") : At(folder + "/VERSION"));
+    return bytes.size() < 4 ? -1 : int(DicomdirWalk::Load(bytes, 0, 4));
   }
 
   /// The records of a private directory file.
