@@ -201,7 +201,7 @@ private:
       kInstanceUid{0x0008, std::uint16_t(0x0018)};
 
   unsigned const structure_;
-  TempDirectory const home_ = (PreferMemory(), TempDirectory());
+  TempDirectory const home_{true};
   std::string problem_;
   std::unique_ptr<Disk_RootDirectoryFile> root_;
   std::vector<std::pair<SCL_QueryRetrieveLevel::Value, std::unique_ptr<SCL_MoveIdentifier>>> found_;

@@ -6,15 +6,12 @@
 #include <cstdlib>
 #include <unistd.h>
 
-/// Those that are made from now on are in memory, where the system has such a place: syncs cost nothing there.
-inline void PreferMemory() {
-  if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
-}
-
 class TempDirectory {
 public:
-  TempDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "disk_test_XXXXXX").string();
+  // In memory where that is wanted and the system has such a place: syncs cost nothing there.
+  explicit TempDirectory(bool in_memory = false) {
+    bool const can = in_memory && access("/dev/shm", W_OK) == 0;
+    std::string name = (can ? "/dev/shm" : std::filesystem::temp_directory_path()) / "disk_test_XXXXXX";
     if (!mkdtemp(name.data())) std::abort();
     path_ = name;
   }

@@ -117,8 +117,7 @@ TEST_F(MaintenanceTest, AKilledDeleteIsCompletedByTheSameCommand) {
                      {L::IMAGE, {sr}, true, 7},      {L::IMAGE, {ct[0], ct[1], ct[2], sr}, false, 4},
                      {L::SERIES, {ct[0]}, false, 5}, {L::SERIES, {sr}, true, 7},
                      {L::STUDY, {}, true, 4}};
-  PreferMemory();
-  TempDirectory const fast;
+  TempDirectory const fast(true);
   std::string const set = fast / "copy";
   auto const has = [&set](std::size_t objects) {
     Disk_CheckResult result;
