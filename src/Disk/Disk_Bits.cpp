@@ -1,3 +1,4 @@
+// A bit string of a fixed length. It exists for the hash that makes a folder's name from a UID.
 #include <Disk/Disk_Bits.h>
 #include <infra/Klb_LogFile.h>
 

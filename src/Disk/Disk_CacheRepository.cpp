@@ -1,3 +1,5 @@
+// Opens a cache: reads its configuration, works out its quota from disk and settings, and forwards queries, fetches
+// and deletes to its root. Storing and cleaning have sources of their own.
 #include <Disk/Disk_CacheRepository.h>
 
 #include "Disk/Disk_Guard.h"

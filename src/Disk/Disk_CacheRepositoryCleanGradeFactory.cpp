@@ -1,3 +1,4 @@
+// Holds the registered graders. A study's grade is what all of them give it together.
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
 #include <infra/Klb_LogFile.h>
 #include <infra/ThreadTools.h>

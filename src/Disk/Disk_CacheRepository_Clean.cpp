@@ -1,3 +1,5 @@
+// Makes room in a cache: lists the studies, grades them, and deletes from the lowest grade upward until the target is
+// met or the next grade reaches the threshold.
 #include <Disk/Disk_CacheRepository.h>
 
 #include "Disk/Disk_CleaningMutex.h"

@@ -1,3 +1,4 @@
+// The public entry of the checker. It chooses the walk for the structure of the file-set.
 #include "Disk/Disk_CheckPrivate.h"
 #include "Disk/Disk_CheckStandard.h"
 #include "Disk/Disk_Guard.h"

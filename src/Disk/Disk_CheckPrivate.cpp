@@ -1,3 +1,5 @@
+// Checks the private structure: each directory file with its records, counters and VERSION, and each folder with what
+// stands in it.
 #include "Disk/Disk_CheckPrivate.h"
 
 #include "Disk/Disk_FileSetTags.h"

@@ -1,3 +1,4 @@
+// What the records of all levels share: the message, its validity, and the elements that link records into chains.
 #include "Disk/Disk_Guard.h"
 
 #include <Disk/Disk_DirectoryRecord.h>

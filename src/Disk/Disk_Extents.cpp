@@ -1,3 +1,5 @@
+// Keeps pieces of a file by their offset. A later piece replaces what it overlaps, and all can be laid over bytes that
+// were read from the file.
 #include "Disk/Disk_Extents.h"
 
 #include <algorithm>

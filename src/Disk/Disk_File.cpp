@@ -1,3 +1,5 @@
+// Writes a DICOM file under a temporary name and renames it, so that a crash leaves the old file or the new one; and
+// reads one back.
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"

@@ -1,3 +1,5 @@
+// Fills the record of an object from its message: what every instance has, then what images, presentation states and
+// reports add. Sequences have a source of their own.
 #include <Disk/Disk_InstanceDirectoryRecord.h>
 
 #include "Disk/Disk_Attributes.h"

@@ -1,3 +1,4 @@
+// A lock on the LOCKFILE of a folder.
 #include <Disk/Disk_LockManager.h>
 #include <infra/Klb_LogFile.h>
 

@@ -1,3 +1,4 @@
+// Looks for a file or folder by listing the folder above it, since a single call may say falsely that it is missing.
 #include "Disk/Disk_LookAgain.h"
 
 #include <infra/Util_FileSystemInterface.h>

@@ -1,3 +1,4 @@
+// Stores and reads the file of one object. It chooses the transfer syntax and compresses where that is wanted.
 #include <Disk/Disk_ObjectFile.h>
 
 #include "Disk/Disk_Guard.h"

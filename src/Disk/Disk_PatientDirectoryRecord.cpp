@@ -1,3 +1,4 @@
+// The patient record, which owns the list of its study records.
 #include "Disk/Disk_Attributes.h"
 
 #include <Disk/Disk_PatientDirectoryRecord.h>

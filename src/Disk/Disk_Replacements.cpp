@@ -1,3 +1,5 @@
+// Replaces several files at once. All contents are written before the first one is synced, because a disk finishes many
+// pending writes faster together than one after the other.
 #include "Disk/Disk_Replacements.h"
 
 #include <Disk/Disk_File.h>

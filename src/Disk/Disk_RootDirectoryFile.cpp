@@ -1,3 +1,4 @@
+// Opens a file-set, takes its lock, reads and writes the patient and study records, and finds records among them.
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_Operation.h"

@@ -1,3 +1,4 @@
+// Keeps the details of a study record up to date after a store: counters, modalities, dates.
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_RecordIO.h"

@@ -1,3 +1,4 @@
+// Fetches one object, by its file ID or by its UIDs, and notes the access in the study's record.
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_Operation.h"

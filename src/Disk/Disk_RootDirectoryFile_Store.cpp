@@ -1,3 +1,5 @@
+// Stores one object: finds or makes its patient and study, compares the object with them, hands it down to the study,
+// and writes the root last. The private structure gives the file-set's lock up while it works in a known study.
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_FileSetTags.h"

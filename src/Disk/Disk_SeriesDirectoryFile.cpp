@@ -1,3 +1,4 @@
+// The records of one series: finds or makes that of an object, names its file, and writes or moves it into place.
 #include <Disk/Disk_SeriesDirectoryFile.h>
 
 #include "Disk/Disk_FileSetTags.h"

@@ -1,3 +1,4 @@
+// The series record, filled from an object by a table of attributes.
 #include "Disk/Disk_Attributes.h"
 
 #include <Disk/Disk_SeriesDirectoryRecord.h>

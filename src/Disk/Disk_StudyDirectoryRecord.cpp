@@ -1,3 +1,5 @@
+// The study record, filled from an object by a table of attributes. In the private structure it also counts and lists
+// what the study holds.
 #include "Disk/Disk_Attributes.h"
 
 #include <Disk/Disk_StudyDirectoryRecord.h>

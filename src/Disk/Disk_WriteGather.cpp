@@ -1,3 +1,4 @@
+// Collects the writes of one operation on a DICOMDIR in memory, until they are committed together.
 #include "Disk/Disk_WriteGather.h"
 
 #include <limits>
