@@ -162,6 +162,7 @@ private:
   };
   FileState file_state() const;
   int read_file(IOD_Msg** msg, int* found, bool is_expected);
+  bool holds_content() const;
   /// Brings a new content to the file, as durable as the operation is.
   int rewrite(IOD_Msg* msg, Disk_Replacements* together);
   int forget_copy() const;

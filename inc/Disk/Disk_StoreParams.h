@@ -10,13 +10,14 @@ struct DISK_EXPORT Disk_StoreParams {
     STORE_NATIVE = 2,
     STANDARD_STRUCTURE = 4,
     DUMP_MODE_THREE = 8,
-    PASS_OVER_DAMAGE = 16
+    PASS_OVER_DAMAGE = 16,
+    REFUSE_LOST = 32
   };
 
   constexpr Disk_StoreParams(std::uint32_t flags = 0)
       : read_only(flags & READ_ONLY ? 1 : 0), store_native(flags & STORE_NATIVE ? 1 : 0),
         standard_structure(flags & STANDARD_STRUCTURE ? 1 : 0), dump_mode_three(flags & DUMP_MODE_THREE ? 1 : 0),
-        pass_over_damage(flags & PASS_OVER_DAMAGE ? 1 : 0) {}
+        pass_over_damage(flags & PASS_OVER_DAMAGE ? 1 : 0), refuse_lost(flags & REFUSE_LOST ? 1 : 0) {}
 
   std::uint32_t read_only : 1;          ///< what changes the file-set is refused; without VERSION it is read once
   std::uint32_t store_native : 1;       ///< objects are written uncompressed
@@ -26,6 +27,9 @@ struct DISK_EXPORT Disk_StoreParams {
   /// of a chain, whole directory files) is told in the log and counts as not there. Without `read_only` no effect, as
   /// writing would lose it for good.
   std::uint32_t pass_over_damage : 1;
+  /// A directory file that is gone, from a folder that still holds something of it, fails the operation (-1, error
+  /// 210002). Without the flag it counts as empty, with a line at level 4, and the next store writes a new one.
+  std::uint32_t refuse_lost : 1;
 };
 
 /// What AutoDelete is to reach.

@@ -17,6 +17,7 @@
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <utility>
@@ -106,9 +107,25 @@ int Disk_DirectoryFile::read_file(IOD_Msg** msg, int* found, bool is_expected) {
     return -1;
   }
   is_folder_gone = sight == Disk_Sight::FolderGone;
-  DISK_LOG(4, "Read(): %s is gone; adopting its object files, or storing the objects again, brings its records back.\n",
-           own_path.c_str());
-  return 0;
+  if (!params.refuse_lost || is_folder_gone || !holds_content()) {
+    DISK_LOG(4,
+             "Read(): %s is gone; adopting its object files, or storing the objects again, brings its records back.\n",
+             own_path.c_str());
+    return 0;
+  }
+  DISK_LOG(3, "Read(): %s is gone; adopting its object files brings its records back.\n", own_path.c_str());
+  KlbGError.Set(DISK_ERROR_SYSTEM + ENOENT);
+  return -1;
+}
+
+/// Whether the folder holds more than what a killed delete removes last.
+bool Disk_DirectoryFile::holds_content() const {
+  std::vector<Util_FileSystemInterface::Entry> entries;
+  std::string const folder = own_path.substr(0, own_path.rfind('/'));
+  if (Util_FileSystemInterface::Current().List(folder.c_str(), entries) == -1) return true;
+  return std::any_of(entries.begin(), entries.end(), [](auto const& entry) {
+    return entry.name != "LOCKFILE" && entry.name != "VERSION" && !entry.name.ends_with(".tmp");
+  });
 }
 
 int Disk_DirectoryFile::Write(Dicom_Sequence& sequence, Disk_Replacements* together) {

@@ -313,6 +313,16 @@ TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   std::string const left = Line("scan set").out;
   EXPECT_TRUE(left.starts_with(series + "/E (file") && left.ends_with(")\n2 that no record names\n")) << left;
   EXPECT_EQ(Fetched(), 8u);
+  // a series whose directory file is lost is left alone until its objects have records again
+  for (char const* name : {"/E", "/F", "/DIRFILE"})
+    fs::remove(temp / (series + name));
+  std::string const gone = ": " + series + "/DIRFILE is gone; adopting";
+  ExpectFailure("store set in", 1, "in/pt0002/st001/se001/im00001.dcm" + gone);
+  ExpectFailure("correct set --patient PH1-00002 --issuer PHANTOM --set PatientName=New", 1, "PH1-00002" + gone);
+  EXPECT_FALSE(fs::exists(temp / (series + "/DIRFILE")));
+  EXPECT_EQ(Line("scan set --adopt").code, 0);
+  EXPECT_EQ(Line("store set in").code, 0);
+  EXPECT_TRUE(Line("query set --level image").out.ends_with("\n8 images\n"));
 }
 
 TEST_F(MaintenanceTest, AutoDeleteTakesTheLeastRecentlyUpdatedFirst) {

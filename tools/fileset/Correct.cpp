@@ -219,6 +219,7 @@ int Run(Options const& options) {
     }
   Disk_StoreParams params;
   params.store_native = options.native ? 1 : 0;
+  params.refuse_lost = 1;
   FileSet set;
   int result = kDone;
   if (OpenPrivateFileSet(options.directory, Access::Change, params, log, report, &set, &result) == -1) return result;

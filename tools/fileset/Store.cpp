@@ -39,6 +39,9 @@ An object whose Patient's Name, Patient ID, Study ID or Series Number contradict
 of its study or series is refused unless --accept-mismatch is given. In the standard structure the Issuer
 of Patient ID counts as a part of the ID.
 
+A study or series whose directory file (DIRFILE) is gone, while its objects are there, is not stored into:
+`fileset scan --adopt` gives the objects new records; with --init the store goes on without them.
+
 What a folder holds besides DICOM objects (a DICOMDIR, programs, a readme) is skipped and counted; with
 --strict that is a failure. So is a file that is named itself and is no object.
 
@@ -189,6 +192,7 @@ int Run(Options const& options) {
   Disk_StoreParams params;
   params.store_native = options.Compresses(RecogniseFileSet(options.directory).structure) ? 0 : 1;
   params.standard_structure = options.standard ? 1 : 0;
+  params.refuse_lost = options.init ? 0 : 1;
   FileSet set = OpenFileSet(options.directory, options.init ? Access::MakeAmong : Access::Make, params, log, report);
   if (!set.root) return kNotOpened;
   Outcome const outcome = StoreAll(options, set, log, report);
@@ -207,7 +211,8 @@ Command AddStore(CLI::App& app) {
   line->add_flag("--compress", options->compress, "Compress without loss in the standard structure too")
       ->excludes(native);
   line->add_flag("--standard", options->standard, "Make a new file-set of the standard structure: one DICOMDIR");
-  line->add_flag("--init", options->init, "Make a new file-set although DIR holds other things");
+  line->add_flag("--init", options->init,
+                 "Make a new file-set although DIR holds other things, or go on without lost records");
   line->add_flag("--icon", options->icon, "Put an icon of each new image into its record");
   line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
   line->add_flag("--move", options->move, "Move the files, as they are, into the file-set instead of writing new ones")
