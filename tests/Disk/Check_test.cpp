@@ -330,6 +330,6 @@ TEST(CheckTest, WhatIsUnderWayIsNoFinding) {
       EXPECT_EQ(result.n_findings, 0u) << result.findings[0].path << ": " << result.findings[0].text;
     }
     EXPECT_EQ(status, 0);
-    EXPECT_GT(checks, 5);
+    EXPECT_GT(checks, 1);
   }
 }
