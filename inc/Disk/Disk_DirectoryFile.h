@@ -12,6 +12,16 @@
 class Disk_DicomDir;
 class Disk_RecordChain;
 class Disk_StorageStrategy;
+class Disk_Structure;
+struct Disk_ReadTexts;
+struct Disk_WriteTexts;
+
+/// What tells one content of a private directory file, which is replaced whole, from another.
+struct Disk_FileState {
+  std::uint64_t inode = 0;
+  std::int64_t size = 0, written_s = 0, written_ns = 0;
+  friend bool operator==(Disk_FileState const&, Disk_FileState const&) = default;
+};
 
 /// What the root, study and series directory files have in common: the format of a private directory file, the
 /// VERSION file beside it, unique names, names made from UIDs, and the clock.
@@ -93,49 +103,28 @@ protected:
   static std::string sanitized(std::string_view text);
   /// Makes the directory of a new study or series and syncs the entry. 0, or -1 with errno.
   static int make_directory(std::string const& path);
-  bool is_standard() const { return standard_dicomdir != nullptr; }
   bool passes_over_damage() const { return params.read_only && params.pass_over_damage; }
-  /// In the standard structure, the directory of a study or series below this one, named by its UID. One that stands
-  /// there already is used. 0, or -1 (logged).
-  int make_hash_directory(Dicom_UI const& uid, bool is_known);
-  void remove_hash_directory(Dicom_UI const& uid, char const* who);
-  /// Sets a counter of a record, which in the standard structure keeps its length, and lacks it for good if another
-  /// system left it out. 0, or -1.
-  int set_counter(Disk_DirectoryRecord& record, Dicom_Tag const& tag, int value) const;
   /// The file of an object that a record names.
   Disk_FileID object_id(Dicom_CS const& referenced_file_id) const;
   struct FolderComparison;
-  /// The messages of a level's failures.
-  struct ReadTexts {
-    char const *cant_read_chain, *cant_read_file, *cant_create_record;
-  };
-  struct WriteTexts {
-    char const *no_offset, *bad_record;
-  };
   /// Brings the records of a lower level up to date, from this directory file or from the chain that starts at
   /// `first`; and writes them, with VERSION. 0, or -1 (logged).
-  int read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
-  int load_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts);
-  int write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts,
+  int read_level(Disk_RecordChain& records, unsigned first, Disk_ReadTexts const& texts);
+  int write_level(Disk_RecordChain& records, unsigned first, Disk_WriteTexts const& texts,
                   Disk_Replacements* together = nullptr);
   /// Makes `file` the directory file below a record of this one, whose UID, under `uid_tag`, names its directory in the
   /// standard structure. One that is kept from an earlier call stays if it is the right one.
   template <class File>
   void open_below(std::unique_ptr<File>& file, Disk_DirectoryRecord const& record, Dicom_Tag const& uid_tag) {
-    constexpr Dicom_Tag kReferencedFile(0x0004, std::uint16_t(0x1500));
-    if (is_standard()) {
-      Disk_FileID id = GenerateFileID(record.GetRecordMsg()->Value<Dicom_UI>(uid_tag));
-      id.AddComponent("DIRFILE");
-      unsigned const offset = record.GetOffsetOfReferencedLowerLevelDirectoryEntity();
-      // without records below, all of them have offset 0: the names tell them apart
-      if (!file || !(file->GetFileID() == id) || file->GetOffset() != offset)
-        file = std::make_unique<File>(id, params, standard_dicomdir, offset);
-    } else if (!file || !record.GetRecordMsg()->TextEquals(kReferencedFile, file->GetFileID().View())) {
-      file =
-          std::make_unique<File>(Disk_FileID(GetFileSetPrefix(), record.GetReferencedFileID(), 0), params, nullptr, 0);
-    }
+    unsigned first = 0;
+    Disk_FileID const id = file_below(record, uid_tag, &first);
+    // without records below, all of them have the first at 0: the names tell them apart
+    if (!file || !(file->GetFileID() == id) || file->GetOffset() != first)
+      file = std::make_unique<File>(id, params, standard_dicomdir, first);
     file->SetWritingStrategy(writing_strategy);
   }
+
+  Disk_FileID file_below(Disk_DirectoryRecord const& record, Dicom_Tag const& uid_tag, unsigned* first) const;
 
   static Dicom_DA GetCurrentDate();
   static Dicom_TM GetTickCount();
@@ -143,7 +132,8 @@ protected:
   Dicom_UIDGenerator uid_generator;
   mutable long file_version = 0; ///< of the records in memory; 0: not read, or dirty
   mutable int version_file_in_use = 1;
-  Disk_DicomDir* standard_dicomdir;
+  Disk_DicomDir* standard_dicomdir; // null in the private structure
+  std::shared_ptr<Disk_Structure> structure;
   Disk_StorageStrategy* writing_strategy = nullptr;
   Disk_StoreParams params;
   bool is_unnamed = false;
@@ -154,13 +144,9 @@ protected:
   std::string lasting_folder;  ///< below this one, whose entry was synced since the records were read
 
 private:
-  /// What tells one content of a private directory file, which is replaced whole, from another.
-  struct FileState {
-    std::uint64_t inode = 0;
-    std::int64_t size = 0, written_s = 0, written_ns = 0;
-    friend bool operator==(FileState const&, FileState const&) = default;
-  };
-  FileState file_state() const;
+  friend class Disk_PrivateStructure;
+  friend class Disk_StandardStructure;
+  Disk_FileState file_state() const;
   int read_file(IOD_Msg** msg, int* found, bool is_expected);
   bool holds_content() const;
   /// Brings a new content to the file, as durable as the operation is.
@@ -170,6 +156,6 @@ private:
   long GetFileVersion() const;
   void take_version(long version);
 
-  FileState read_state{}; // of the file that the records in memory are those of
+  Disk_FileState read_state{}; // of the file that the records in memory are those of
   int writes_since_read = 0;
 };

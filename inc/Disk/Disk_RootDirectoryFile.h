@@ -1,17 +1,15 @@
 #pragma once
 #include <Disk/Disk_PatientDirectoryRecord.h>
 #include <Disk/Disk_StudyDirectoryFile.h>
-#include <Disk/Disk_StudyIndex.h>
 #include <infra/Disk_Export.h>
 
 #include <functional>
 #include <memory>
-#include <set>
 #include <vector>
 
 class CToolParseDICOMReport;
-class Disk_DicomDir;
 class Disk_RecordWalk;
+struct Disk_RootRecords;
 struct Disk_Correction;
 class Disk_RelaxedEpoch;
 struct Disk_FileSetHold;
@@ -149,45 +147,36 @@ private:
   void Construct(char const* file_set_prefix, int* status);
   int construct(char const* file_set_prefix);
   long free_space();
-  int open_dicomdir(char const* file_set_prefix);
   /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
   int lock(Disk_FileSetHold& hold, bool shared, bool writes);
   int lock(Disk_FileSetHold& hold, bool shared) { return lock(hold, shared, !shared); }
-  int complete_redo(Disk_FileSetHold& hold, bool shared);
   void begin_durability(Disk_FileSetHold& hold);
   bool keeps_image() const;
   int leave_epoch();
   void forget_records();
   struct Operation;
   int Read();
-  int read_standard();
-  int read_private();
   int Write();
-  int standard_write();
-  int read_records(Dicom_Sequence& sequence);
-  int read_record(std::unique_ptr<Dicom_Msg> item, Disk_PatientDirectoryRecord** patient);
 
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_LO const& patient_id, Dicom_LO const& issuer) const;
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_UI const& study_uid) const;
   Disk_StudyDirectoryRecord* GetStudyRecord(Dicom_UI const& study_uid) const;
   Disk_StudyDirectoryRecord* GetStudyRecord(Disk_PatientDirectoryRecord const& patient,
                                             Dicom_UI const& study_uid) const;
-  Disk_StudyIndex::Entry find_study(Dicom_UI const& study_uid) const;
   void GetStudyFile(Disk_StudyDirectoryRecord* study);
   void ResetStudyFile();
   void KeepStudyFile();
-  Disk_StudyIndex const& study_index() const;
 
   // store
   int store(Disk_StoreRequest const& request);
   int find_in_place(Disk_StoreRequest const& request) const;
   int lock_for_store(Disk_FileSetHold& file_set);
   static constexpr int kStudyIsGone = -2; // from the folder where it was found
-  int store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
-  int try_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
+  int store_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
+  int try_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
   int pin_study(Disk_StudyDirectoryRecord** study);
-  int store_standard(Disk_StoreRequest const& request);
-  int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_known, int* new_series,
+  int store_alone(Disk_StoreRequest const& request);
+  int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_pinned, int* new_series,
                   int* new_image);
   int check_identifiers(IOD_Msg const& msg) const;
   int add_study(Disk_StoreRequest const& request, Disk_PatientDirectoryRecord** patient,
@@ -199,19 +188,13 @@ private:
   int NewPatient(Disk_PatientDirectoryRecord* patient);
   int NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study, int in_place,
                char const* existing_file);
+  int new_study_directory(Disk_StudyDirectoryRecord* study, int in_place, char const* existing_file);
   int directory_in_place(char const* existing_file, Disk_FileID* id) const;
   int study_directory(Disk_StudyDirectoryRecord const& study, int in_place, char const* existing_file, Disk_FileID* id);
   bool is_named(std::string const& id) const override;
   Disk_FileID GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid, int* status) const;
 
-  // details of the study record
-  int update_zentara_details(Disk_StudyDirectoryRecord* study, IOD_Msg* msg, int new_series, int new_image);
-  int limit_counts(IOD_Msg& record);
-  int count_new_series(IOD_Msg& record, IOD_Msg const& msg);
-  int update_standard_details(Disk_StudyDirectoryRecord* study, Dicom_CS const& modality, int new_series,
-                              int new_image);
-  int add_modality(IOD_Msg& record, Dicom_CS const& modality, char const** failure);
-  int UpdateFakedStudyDateAndTime(Disk_StudyDirectoryRecord* study, Dicom_DA const& date, Dicom_TM const& time) const;
+  int limit_counts(Disk_StudyDirectoryRecord& study);
 
   // query
   int query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
@@ -234,12 +217,9 @@ private:
   int remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
                         SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally, SCL_ResponseStatus& status);
   int count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal, SCL_QueryRetrieveLevel::Value level);
-  static int drop_modality(IOD_Msg& record, Disk_Removal const& removal);
-  static int keep_modalities(IOD_Msg& record, Disk_Removal const& removal);
   int delete_without_folder(Disk_StudyDirectoryRecord* study, SCL_ResponseStatus& status);
   int DeleteStudy(Disk_StudyDirectoryRecord* study);
   int DeleteStudyFromList(Disk_StudyDirectoryRecord* study);
-  int standard_delete_study(Disk_StudyDirectoryRecord* study);
 
   int DeleteCorruptedEntry(Disk_StudyDirectoryRecord* study);
   std::string folder_of(Disk_StudyDirectoryRecord const& study) const;
@@ -251,7 +231,6 @@ private:
   template <class Change>
   int change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts, Change change);
   static int check_model(SCL_InformationModel model, ProtectionTexts const& texts);
-  int check_private(ProtectionTexts const& texts) const;
   int set_protection(SCL_MoveIdentifier const& identifier, Dicom_CS const& flag, ProtectionTexts const& texts);
 
   // auto-delete
@@ -277,13 +256,9 @@ private:
   void note_access(Dicom_UI const& study_uid);
   bool is_another_study(Dicom_UI const& study_uid) const;
 
-  std::unique_ptr<Disk_DicomDir> dicomdir; // null in the private structure
   Disk_LockManager lock_manager;
   std::unique_ptr<Disk_RelaxedEpoch> epoch;
-  Disk_RecordList<Disk_PatientDirectoryRecord> patients;
-  bool reaches_patients = false; // a damaged DICOMDIR may lead to other records only
-  mutable Disk_StudyIndex studies;
-  std::set<Disk_PatientDirectoryRecord*> touched_patients; // whose study records are to be written
+  std::unique_ptr<Disk_RootRecords> records;
   std::unique_ptr<Disk_StudyDirectoryFile> study_file;
   std::unique_ptr<Disk_StudyDirectoryFile> kept_study_file; // of the operation before; its lock is not held
   long reserved_kb;

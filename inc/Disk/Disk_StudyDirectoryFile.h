@@ -26,7 +26,7 @@ public:
   int Pin();
   int LockPinned();
   /// Whether the study that was locked last still is where it was.
-  bool IsInPlace() const { return is_standard() || lock_manager.IsInPlace(); }
+  bool IsInPlace() const { return !has_lock || lock_manager.IsInPlace(); }
   int LockShared();
   /// The same for a study that was locked before, with GetKnown, which sees whether it is still there. -1 with ESTALE,
   /// and nothing is logged, when the lock file isn't open any more.
@@ -80,10 +80,8 @@ private:
                  Disk_SeriesDirectoryRecord** series);
   int drop_lost_series(Dicom_UI const& uid);
   int check_series_number(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord const& series) const;
-  int count_new_image(Disk_SeriesDirectoryRecord* series) const;
   int DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* series, Dicom_UI const& image_uids, Disk_Tally* tally,
                            bool* removed);
-  void DeleteSeries(Disk_SeriesDirectoryRecord const* series);
   void count_left(Disk_Removal* removal) const;
   bool FindCorruptedEntry(Disk_SeriesDirectoryRecord const* series) const;
   int process_zombies(CToolParseDICOMReport& report);
@@ -91,6 +89,7 @@ private:
   int query_images(Disk_SeriesDirectoryRecord* series, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
 
   Disk_RecordList<Disk_SeriesDirectoryRecord> series_records;
+  bool const has_lock; // otherwise that of the file-set is held throughout
   Disk_LockManager lock_manager;
   int no_lock_cause = 0; // errno, when its file couldn't be opened
   std::unique_ptr<Disk_SeriesDirectoryFile> series_file;

@@ -1,6 +1,7 @@
 #include "Disk/Disk_Correction.h"
 
 #include "Disk/Disk_Operation.h"
+#include "Disk/Disk_RootRecords.h"
 
 #include <Disk/Disk_ObjectFile.h>
 #include <Disk/Disk_RootDirectoryFile.h>
@@ -94,7 +95,7 @@ int Disk_RootDirectoryFile::ChangeManufacturerParms(Dicom_LO const& patient_id, 
 int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction correction) {
   correction.object_done = &object_done;
   correction.stop = &stop_wanted;
-  if (is_standard()) return Failed(correction.texts.root_structure);
+  if (structure->RequirePrivate(correction.texts.root_structure) == -1) return -1;
   if (params.read_only) return RefuseReadOnly(correction);
   Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) return Failed(correction.texts.cant_lock);
@@ -142,7 +143,7 @@ int Disk_StudyDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacture
 }
 
 int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
-  if (is_standard()) return Failed(correction.texts.study_structure);
+  if (structure->RequirePrivate(correction.texts.study_structure) == -1) return -1;
   if (params.read_only) return RefuseReadOnly(correction);
   if (RefuseLink() == -1 || Read() == -1) return Failed("Can't read study directory file.\n");
   for (Disk_SeriesDirectoryRecord* series : series_records) {

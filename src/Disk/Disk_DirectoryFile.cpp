@@ -4,6 +4,7 @@
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
+#include "Disk/Disk_Structure.h"
 #include "Disk/Disk_VersionFile.h"
 
 #include <Disk/Disk_Bits.h>
@@ -49,15 +50,15 @@ std::string VersionPath(std::string const& folder) { return folder.empty() ? fol
 } // namespace
 
 Disk_DirectoryFile::Disk_DirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params, Disk_DicomDir* dicomdir)
-    : Disk_File(id), standard_dicomdir(dicomdir), params(store_params), own_path(id.Path()),
-      own_version_path(VersionPath(directory().FolderPath())) {}
+    : Disk_File(id), standard_dicomdir(dicomdir), structure(Disk_Structure::Of(dicomdir)), params(store_params),
+      own_path(id.Path()), own_version_path(VersionPath(directory().FolderPath())) {}
 
-int Disk_DirectoryFile::Lowercase() const { return standard_dicomdir && standard_dicomdir->IsLowercase() ? 1 : 0; }
+int Disk_DirectoryFile::Lowercase() const { return structure->Lowercase(); }
 
 int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg) {
   if (Disk_RefuseNull("Read", sequence, found, msg) == -1) return -1;
   // these first: what is written meanwhile makes the records newer than their number, never older
-  FileState const state = file_state();
+  Disk_FileState const state = file_state();
   long const version = GetFileVersion();
   // a root's file that was never written has no VERSION; below the root a record names the file
   bool const is_expected = version != kNoVersion || file_id.GetID().GetNValues() > 1;
@@ -165,63 +166,25 @@ int Disk_DirectoryFile::take_written() {
 
 // The records of a lower level
 
-int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts) {
+int Disk_DirectoryFile::read_level(Disk_RecordChain& records, unsigned first, Disk_ReadTexts const& texts) {
   if (may_keep_records()) return 0;
   MarkDirty();            // until all is read
   lasting_folder.clear(); // others may have removed it and made it anew
   records.clearAndDestroy();
-  if (Disk_Guarded("Read", [&] { return load_level(records, first, texts); }) == -1) return -1;
+  if (Disk_Guarded("Read", [&] { return structure->Load(*this, records, first, texts); }) == -1) return -1;
   is_loaded = true;
   return 0;
 }
 
-int Disk_DirectoryFile::load_level(Disk_RecordChain& records, unsigned first, ReadTexts const& texts) {
-  if (is_standard()) {
-    if (first == 0 || first == standard_dicomdir->GetOffsetEnd()) return 0;
-    if (records.ReadRecords(*standard_dicomdir, first) == -1) {
-      DISK_LOG_TEXT(3, texts.cant_read_chain);
-      return -1;
-    }
-    ReadFileVersion();
-    return 0;
-  }
-  Dicom_Sequence* sequence = nullptr;
-  IOD_Msg* msg = nullptr;
-  int found = 0;
-  Disk_PassingOver const damage{passes_over_damage()};
-  if (Read(&sequence, &found, &msg) == -1) {
-    DISK_LOG_TEXT(3, texts.cant_read_file);
-    return damage.Failed();
-  }
-  std::unique_ptr<IOD_Msg> const owner(msg);
-  if (!found) return 0;
-  long const version = std::exchange(file_version, 0);
-  if (Disk_TakeRecords(*sequence, records, texts.cant_create_record, own_path, passes_over_damage()) == -1) return -1;
-  file_version = version;
-  return 0;
-}
-
-int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, WriteTexts const& texts,
+int Disk_DirectoryFile::write_level(Disk_RecordChain& records, unsigned first, Disk_WriteTexts const& texts,
                                     Disk_Replacements* together) {
   DISK_LOG(7, "Write:\n");
-  if (!is_standard())
-    return Disk_Guarded("Write", [&] {
-      Dicom_Sequence sequence;
-      sequence.Reserve(records.entries());
-      return Disk_AppendRecords(records, sequence, texts.bad_record) == -1 ? -1 : Write(sequence, together);
-    });
-  if (refuse_read_only("Write") == -1) return -1;
-  if (first == 0) {
-    DISK_LOG_TEXT(3, texts.no_offset);
-    return -1;
-  }
-  if (standard_dicomdir->WriteRecords(records, first, writing_strategy) == -1) {
-    DISK_LOG(3, "Write: Failed writing the series records.\n");
-    return -1;
-  }
-  if (UpdateFileVersion() == 0) return 0;
-  DISK_LOG(3, "Write: Failed update the file version.\n");
-  return -1;
+  return structure->Save(*this, records, first, texts, together);
+}
+
+Disk_FileID Disk_DirectoryFile::file_below(Disk_DirectoryRecord const& record, Dicom_Tag const& uid_tag,
+                                           unsigned* first) const {
+  return structure->FileBelow(*this, record, uid_tag, first);
 }
 
 // VERSION
@@ -235,21 +198,17 @@ int Disk_DirectoryFile::is_current() const {
   if (version_file_in_use == 0) return 1;
   long const version = GetFileVersion();
   if (version == kNoVersion && params.read_only) version_file_in_use = 0; // a read-only medium can't change
-  return file_version == version && (is_standard() || read_state == file_state());
+  return file_version == version && read_state == file_state();
 }
 
 bool Disk_DirectoryFile::may_keep_records() const {
   // each write leaves records that stand apart from the others; when many do, reading brings all together again
   constexpr int kMostWrites = 512;
-  if (!(is_standard() ? IsUpToDate() : is_current())) return false;
+  if (!structure->HasPending(writing_strategy) && !is_current()) return false;
   return has_records() && writes_since_read <= kMostWrites;
 }
 
-Disk_DirectoryFile::FileState Disk_DirectoryFile::file_state() const {
-  struct stat status {};
-  if (is_standard() || Util_FileSystemInterface::Current().Stat(own_path.c_str(), &status) == -1) return {};
-  return {status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-}
+Disk_FileState Disk_DirectoryFile::file_state() const { return structure->StateOf(own_path); }
 
 long Disk_DirectoryFile::GetFileVersion() const { return Disk_ReadVersion(own_version_path); }
 
@@ -262,12 +221,7 @@ void Disk_DirectoryFile::ReadFileVersion() {
 
 int Disk_DirectoryFile::UpdateFileVersion() {
   read_state = file_state();
-  if (standard_dicomdir && standard_dicomdir->IsGathering()) {
-    if (Disk_NextVersion(own_version_path, &file_version) == -1) return -1;
-    standard_dicomdir->MoveVersion(directory().GetID().View(), std::int32_t(file_version));
-    return 0;
-  }
-  if (Disk_CountVersion(own_version_path, is_standard(), &file_version) == 0) return 0;
+  if (structure->CountVersion(*this, &file_version) == 0) return 0;
   DISK_LOG(3, "UpdateFileVersion: Failed setting the file version.\n");
   return -1;
 }

@@ -216,26 +216,6 @@ Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* sta
   return Disk_FileID(GetFileSetPrefix(), path.c_str(), status, 0);
 }
 
-int Disk_DirectoryFile::make_hash_directory(Dicom_UI const& uid, bool is_known) {
-  std::string const path = GenerateFileID(uid).Path();
-  int result = path.empty() ? -1 : Util_FileSystemInterface::Current().Mkdir(path.c_str(), 0775);
-  if (result == -1 && !path.empty() && errno == EEXIST) {
-    // a relaxed store didn't sync the entry, and one that failed or was killed may not have
-    bool const relaxed = Util_FileSystem::GetDurability() == Util_Durability::Relaxed;
-    if (is_known && (relaxed || path == lasting_folder || Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0)) return 0;
-    result = 0;
-  }
-  if (result == 0 && sync_directory_of(path) == 0) {
-    if (Util_FileSystem::GetDurability() == Util_Durability::Full) lasting_folder = path;
-    return 0;
-  }
-  if (result == 0) return -1;
-  int const cause = errno;
-  DISK_LOG(3, "Store: Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
-}
-
 /// Media that other software has written can have lower-case names for upper-case IDs; what is stored here doesn't.
 Disk_FileID Disk_DirectoryFile::object_id(Dicom_CS const& referenced_file_id) const {
   Disk_FileID const exact(GetFileSetPrefix(), referenced_file_id, 0);

@@ -1,8 +1,8 @@
 #pragma once
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RelaxedEpoch.h"
+#include "Disk/Disk_Structure.h"
 
-#include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_RootDirectoryFile.h>
 
 /// The file-set's lock, and from the first time that it is taken to the end of the operation that operation's
@@ -12,19 +12,15 @@ struct Disk_FileSetHold : Disk_Hold<Klb_LockFile> {
   Util_FileSystem::DurabilityScope durability;
 };
 
-/// One operation on the DICOMDIR. Unless it is committed, nothing of it is written, and the records in memory, which
-/// have what the file hasn't, are forgotten. In the private structure each file is written at once, and there is
-/// nothing to commit.
+/// One operation that writes. Unless it is committed, nothing of it stays that would be damage, and records in memory
+/// that have what the file hasn't are forgotten.
 struct Disk_RootDirectoryFile::Operation {
-  explicit Operation(Disk_RootDirectoryFile& owner)
-      : root(owner), begun(!owner.is_standard() || owner.dicomdir->Begin() == 0) {}
+  explicit Operation(Disk_RootDirectoryFile& owner) : root(owner), begun(owner.structure->Begin() == 0) {}
   ~Operation() {
-    if (committed || !root.is_standard()) return;
-    root.dicomdir->Discard();
-    root.forget_records();
+    if (!committed && root.structure->Discard()) root.forget_records();
   }
   int Commit() {
-    committed = !root.is_standard() || root.dicomdir->Commit(root.writing_strategy) == 0;
+    committed = root.structure->Commit(root.writing_strategy) == 0;
     return committed ? 0 : -1;
   }
   Disk_RootDirectoryFile& root;

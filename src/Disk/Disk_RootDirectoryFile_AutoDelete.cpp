@@ -2,7 +2,7 @@
 
 #include "Disk/Disk_LookAgain.h"
 #include "Disk/Disk_Operation.h"
-#include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_RootRecords.h"
 
 #include <infra/Klb_FileSystemUtils.h>
 #include <infra/Util_Clock.h>
@@ -20,6 +20,7 @@ struct Disk_RootDirectoryFile::DatedStudy {
 
 namespace {
 
+constexpr char kPrivateOnly[] = "AutoDelete: service is supported only for zentara Dicomdir structure.\n";
 constexpr double kKbPerByte = 1.0 / 1024;
 constexpr long kKbPerMb = 1000; // of the wanted space
 constexpr double kSecondsPerDay = 86400.0;
@@ -102,10 +103,7 @@ int Disk_RootDirectoryFile::auto_delete() {
     DISK_LOG(5, "AutoDelete: auto-delete is not supported\n");
     return -1;
   }
-  if (is_standard()) {
-    DISK_LOG(3, "AutoDelete: service is supported only for zentara Dicomdir structure.\n");
-    return -1;
-  }
+  if (structure->RequirePrivate(kPrivateOnly) == -1) return -1;
   if (refuse_read_only("AutoDelete") == -1) return -1;
   long const limit = long(auto_delete_par.wanted_free_mb) * kKbPerMb;
   if (long const free = FreeSpace(); free > limit) {
@@ -148,10 +146,7 @@ int Disk_RootDirectoryFile::ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>
 
 int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
   candidates->clear();
-  if (is_standard()) {
-    DISK_LOG(3, "AutoDelete: service is supported only for zentara Dicomdir structure.\n");
-    return -1;
-  }
+  if (structure->RequirePrivate(kPrivateOnly) == -1) return -1;
   Disk_FileSetHold file_set;
   std::vector<DatedStudy> dated;
   if (read_by_update(file_set, true, &dated) == -1) return -1;
@@ -180,7 +175,7 @@ int Disk_RootDirectoryFile::read_by_update(Disk_FileSetHold& file_set, bool shar
 }
 
 int Disk_RootDirectoryFile::sort_by_update(std::vector<DatedStudy>* dated) const {
-  for (Disk_PatientDirectoryRecord* patient : patients)
+  for (Disk_PatientDirectoryRecord* patient : records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       dated->push_back({study, 0});
       if (UpdateTime(*study->GetRecordMsg(), &dated->back().update_time) == -1) return -1;
@@ -216,7 +211,7 @@ int Disk_RootDirectoryFile::auto_delete_study(Disk_StudyDirectoryRecord* study, 
   if (study_file->Delete(&removal) == -1) {
     DISK_LOG(4, "AutoDelete: Can't delete study.\n");
   } else {
-    int const known = Disk_CountedSeries(*study->GetRecordMsg()).value_or(0);
+    int const known = Disk_Counted(*study->GetRecordMsg(), kSeriesOfStudy).value_or(0);
     if (known != removal.series_removed)
       DISK_LOG(4, "AutoDelete: series mismatching %d %d.\n", known, removal.series_removed);
     if (DeleteStudy(study) == -1) DISK_LOG(4, "AutoDelete: Can't delete study record.\n");
@@ -226,12 +221,12 @@ int Disk_RootDirectoryFile::auto_delete_study(Disk_StudyDirectoryRecord* study, 
   return -1;
 }
 
-/// The folder of a study in the private structure; empty for one that has none of its own.
+/// The folder that a study's record names; empty when it names none.
 std::string Disk_RootDirectoryFile::folder_of(Disk_StudyDirectoryRecord const& study) const {
   Disk_FileID id(GetFileSetPrefix(), study.GetReferencedFileID(), 0);
   id.RemoveLastComponent();
   std::string folder = id.Path();
-  return is_standard() || folder == GetFileSetPrefix() ? std::string() : folder;
+  return folder == GetFileSetPrefix() ? std::string() : folder;
 }
 
 bool Disk_RootDirectoryFile::has_lost_folder(Disk_StudyDirectoryRecord const& study) const {

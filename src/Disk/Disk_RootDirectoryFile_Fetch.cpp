@@ -2,7 +2,6 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_Operation.h"
-#include "Disk/Disk_RecordIO.h"
 
 #include <Disk/Disk_ObjectFile.h>
 
@@ -32,7 +31,7 @@ int Disk_RootDirectoryFile::get_one(SCL_MoveIdentifier const& identifier, SCL_In
     return -1;
   }
   Disk_FileSetHold file_set;
-  bool const may_write = !is_standard() && is_another_study(study_uid);
+  bool const may_write = structure->NotesAccess() && is_another_study(study_uid);
   if (lock(file_set, true, may_write) == -1) {
     DISK_LOG(3, "GetOne(): Can't lock file-set.\n");
     return -1;
@@ -120,7 +119,7 @@ void Disk_RootDirectoryFile::note_access(Dicom_UI const& study_uid) {
     DISK_LOG(3, "Can not update the last access time of study. Study not found (uid: <%s>).\n", study_uid.CStr());
     return;
   }
-  if (is_standard() || params.read_only) return;
+  if (!structure->NotesAccess() || params.read_only) return;
 
   // The file-set is locked shared, so nobody stores; of several fetches at this step one writes, and the others
   // leave it to that one. Whoever writes looks at the records once more first.

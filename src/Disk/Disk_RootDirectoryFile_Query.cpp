@@ -1,9 +1,9 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_Operation.h"
-#include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RecordWalk.h"
 #include "Disk/Disk_ResponseFilter.h"
+#include "Disk/Disk_RootRecords.h"
 
 #include <array>
 
@@ -85,12 +85,12 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
   // a trace tells of each study why it isn't meant
   bool const is_traced = level == SCL_QueryRetrieveLevel::STUDY && Klb_LogFile::GetLogLevel(210000) == 7;
   if (auto const* const only =
-          is_fit && !is_traced ? study_index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
+          is_fit && !is_traced ? records->Index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
     for (Disk_StudyIndex::Entry const& entry : *only)
       if (query_studies(*entry.patient, std::array{entry.study}) == -1) return -1;
     return 0;
   }
-  for (Disk_PatientDirectoryRecord* patient : patients)
+  for (Disk_PatientDirectoryRecord* patient : records->patients)
     if (query_studies(*patient, patient->GetStudyRecords()) == -1) return -1;
   return 0;
 }
@@ -99,8 +99,8 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
 int Disk_RootDirectoryFile::query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
                                           SCL_QueryRetrieveLevel::Value level,
                                           std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
-  if (!Disk_IsLive(patient, is_standard())) return 0;
-  if (!is_standard() || level != SCL_QueryRetrieveLevel::STUDY) return 1;
+  if (!Disk_IsLive(*structure, patient)) return 0;
+  if (!structure->AsksPatients() || level != SCL_QueryRetrieveLevel::STUDY) return 1;
   if (query_record(walk, patient, response) == 0) return *response ? 1 : 0;
   DISK_LOG(3, "Query: Failed query the patient record.\n");
   return -1;
@@ -109,7 +109,7 @@ int Disk_RootDirectoryFile::query_patient(Disk_RecordWalk const& walk, Disk_Pati
 int Disk_RootDirectoryFile::query_below(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord* study,
                                         Dicom_Msg const* patient_response, SCL_QueryRetrieveLevel::Value level,
                                         SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
-  if (!Disk_IsLive(*study, is_standard())) return 0;
+  if (!Disk_IsLive(*structure, *study)) return 0;
   switch (level) {
   case SCL_QueryRetrieveLevel::STUDY:
     return query_study(walk, *study, patient_response, results);

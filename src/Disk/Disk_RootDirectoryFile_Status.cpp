@@ -59,7 +59,7 @@ int Disk_RootDirectoryFile::ProtectImages(SCL_MoveIdentifier const& identifier, 
                                           Dicom_UI* /*ignored_uid*/) {
   static constexpr ProtectionTexts kTexts = PROTECTION_TEXTS("ProtectImages");
   return Disk_Guarded("ProtectImages", [&] {
-    if (check_model(model, kTexts) == -1 || check_private(kTexts) == -1) return -1;
+    if (check_model(model, kTexts) == -1 || structure->RequirePrivate(kTexts.structure) == -1) return -1;
     return set_protection(identifier, IOD_Image::Y, kTexts);
   });
 }
@@ -68,7 +68,7 @@ int Disk_RootDirectoryFile::UnprotectImages(SCL_MoveIdentifier const& identifier
                                             Dicom_UI* /*ignored_uid*/) {
   static constexpr ProtectionTexts kTexts = PROTECTION_TEXTS("UnprotectImages");
   return Disk_Guarded("UnprotectImages", [&] {
-    if (check_private(kTexts) == -1 || check_model(model, kTexts) == -1) return -1;
+    if (structure->RequirePrivate(kTexts.structure) == -1 || check_model(model, kTexts) == -1) return -1;
     return set_protection(identifier, IOD_Image::N, kTexts);
   });
 }
@@ -77,12 +77,6 @@ int Disk_RootDirectoryFile::check_model(SCL_InformationModel model, ProtectionTe
   if (model == 1) return 0;
   DISK_LOG_TEXT(3, texts.model);
   KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
-  return -1;
-}
-
-int Disk_RootDirectoryFile::check_private(ProtectionTexts const& texts) const {
-  if (!is_standard()) return 0;
-  DISK_LOG_TEXT(3, texts.structure);
   return -1;
 }
 
@@ -119,10 +113,7 @@ int Disk_RootDirectoryFile::set_protection(SCL_MoveIdentifier const& identifier,
 int Disk_RootDirectoryFile::SetStudyCompleted(Dicom_UI const& study_uid) {
   static constexpr StudyChangeTexts kTexts = STATUS_CHANGE_TEXTS("SetStudyCompleted");
   return Disk_Guarded("SetStudyCompleted", [&] {
-    if (is_standard()) {
-      DISK_LOG(3, STATUS_PRIVATE_ONLY("SetStudyCompleted"));
-      return -1;
-    }
+    if (structure->RequirePrivate(STATUS_PRIVATE_ONLY("SetStudyCompleted")) == -1) return -1;
     return change_study(study_uid, kTexts, [](IOD_Msg& record) {
       if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_LOAD_COMPLETED, IOD_Image::Y) == 0) return 0;
       DISK_LOG(3, STATUS_PREFIX("SetStudyCompleted") "Cannot update load status.\n");
@@ -134,10 +125,7 @@ int Disk_RootDirectoryFile::SetStudyCompleted(Dicom_UI const& study_uid) {
 int Disk_RootDirectoryFile::SetStudyAccessed(Dicom_UI const& study_uid) {
   static constexpr StudyChangeTexts kTexts = STATUS_CHANGE_TEXTS("SetStudyAccessed");
   return Disk_Guarded("SetStudyAccessed", [&] {
-    if (is_standard()) {
-      DISK_LOG(3, STATUS_PRIVATE_ONLY("SetStudyAccessed"));
-      return -1;
-    }
+    if (structure->RequirePrivate(STATUS_PRIVATE_ONLY("SetStudyAccessed")) == -1) return -1;
     return change_study(study_uid, kTexts, [](IOD_Msg& record) {
       Dicom_DT const now(GetCurrentDate(), GetTickCount(), nullptr);
       if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, now) == 0) return 0;

@@ -5,9 +5,7 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_Operation.h"
-#include "Disk/Disk_RecordIO.h"
-
-#include <Disk/Disk_DicomDir.h>
+#include "Disk/Disk_RootRecords.h"
 
 #include <cerrno>
 #include <string_view>
@@ -27,7 +25,7 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
     return -1;
   }
   IOD_Msg& msg = *request.msg;
-  if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
+  structure->TellStore("Store: standard DICOMDIR.\n");
   DISK_LOG_TEXT(6, Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
   if (check_identifiers(msg) == -1) return -1;
   if (!request.in_place && !request.move_store && msg.GetSOPClassUID() == UI_NULL) {
@@ -40,7 +38,7 @@ int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
 
   Disk_FileSetHold file_set;
   if (lock_for_store(file_set) == -1) return -1;
-  if ((is_standard() ? store_standard(request) : store_private(request, file_set)) == -1) return -1;
+  if ((structure->LocksStudies() ? store_beside_others(request, file_set) : store_alone(request)) == -1) return -1;
   if (file_set.Release() == -1) {
     DISK_LOG(3, "Store: Can't unlock file-set.\n");
     return -1;
@@ -74,14 +72,14 @@ int Disk_RootDirectoryFile::lock_for_store(Disk_FileSetHold& file_set) {
     DISK_LOG(3, "Store: Can't read root directory file.\n");
     return -1;
   }
-  if (is_standard()) MarkDirty();
   return 0;
 }
 
-int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
+/// Where studies have locks of their own: that of the file-set is given up while one works in a known study.
+int Disk_RootDirectoryFile::store_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
   constexpr int kMostTries = 100; // as others may delete the study and make it anew again and again
   for (int i = 0; i < kMostTries; ++i) {
-    int const result = try_private(request, file_set);
+    int const result = try_beside_others(request, file_set);
     if (result != kStudyIsGone) return result;
     ResetStudyFile();
     if (lock_for_store(file_set) == -1) return -1;
@@ -92,7 +90,7 @@ int Disk_RootDirectoryFile::store_private(Disk_StoreRequest const& request, Disk
 }
 
 /// 0; -1; or kStudyIsGone, with nothing done and no lock held.
-int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
+int Disk_RootDirectoryFile::try_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
   Dicom_UI const study_uid = request.msg->GetStudyInstanceUID();
   Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
   // a known study has its own lock: other studies go on meanwhile
@@ -127,14 +125,28 @@ int Disk_RootDirectoryFile::try_private(Disk_StoreRequest const& request, Disk_F
   }
   bool const others_wrote = !new_study && (file_version != version || study_file->HasDropped());
   MarkDirty();
-  if (update_zentara_details(study, request.msg, new_series, new_image) == -1 ||
-      (others_wrote && limit_counts(*study->GetRecordMsg()) == -1)) {
+  if (structure->UpdateStudy(*study, *request.msg, new_series, new_image) == -1 ||
+      (others_wrote && limit_counts(*study) == -1)) {
     DISK_LOG(3, "Store: Failed updating the zentara details.\n");
     return -1;
   }
   if (Write() == 0) return 0;
   DISK_LOG(3, "Store: Can't update the file.\n");
   return -1;
+}
+
+/// A delete that came while the file-set was given up has counted what the study's file holds, with what a store had
+/// just brought: its counts aren't to be raised for that once more.
+int Disk_RootDirectoryFile::limit_counts(Disk_StudyDirectoryRecord& study) {
+  int series = 0, images = 0;
+  if (study_file->Count(&series, &images) == -1) return -1;
+  auto const limit = [&](Disk_Counter const& counter, int most) {
+    if (Disk_Counted(*study.GetRecordMsg(), counter).value_or(0) <= most) return 0;
+    int const result = structure->SetCounter(study, counter, most);
+    if (result == -1) DISK_LOG(3, "Store: Can't update study directory record.\n");
+    return result;
+  };
+  return limit(kImagesOfStudy, images) == -1 ? -1 : limit(kSeriesOfStudy, series);
 }
 
 /// Makes `study_file` that of a known study, and pins it. A killed delete leaves a record whose folder is gone, and
@@ -162,17 +174,16 @@ int Disk_RootDirectoryFile::pin_study(Disk_StudyDirectoryRecord** study) {
   return 0;
 }
 
-int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
-  if (!patients.isEmpty() && !reaches_patients) {
-    DISK_LOG(3, "Store: the first record of the DICOMDIR leads to no patient.\n");
-    return -1;
-  }
+/// Under the file-set's lock throughout.
+int Disk_RootDirectoryFile::store_alone(Disk_StoreRequest const& request) {
+  MarkDirty();
+  if (structure->CheckPatients(*records) == -1) return -1;
   Operation operation(*this);
   if (!operation.begun) return -1;
   IOD_Msg const& msg = *request.msg;
-  auto [owner, study] = find_study(msg.GetStudyInstanceUID());
+  auto [owner, study] = records->FindStudy(*structure, msg.GetStudyInstanceUID());
   bool const new_study = !study;
-  if (!request.in_place && make_hash_directory(msg.GetStudyInstanceUID(), !new_study) == -1) return -1;
+  if (!request.in_place && structure->PrepareFolder(*this, msg.GetStudyInstanceUID(), !new_study) == -1) return -1;
   Disk_PatientDirectoryRecord* patient = GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
   if (new_study) {
     if (add_study(request, &patient, &study) == -1) return -1;
@@ -182,12 +193,12 @@ int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
     if (patient && patient->GetRecordMsg()->GetPatientID() != owner->GetRecordMsg()->GetPatientID())
       DISK_LOG(4, "Store: the study of the object belongs to another patient, but the image is stored\n");
   }
-  touched_patients.insert(owner);
+  records->touched_patients.insert(owner);
   GetStudyFile(study);
   DISK_LOG(7, "Store: locking the study.\n");
   int new_series = 0, new_image = 0;
-  if (store_below(request, study, !new_study, &new_series, &new_image) == -1) return -1;
-  if (update_standard_details(study, msg.GetModality(), new_series, new_image) == -1) {
+  if (store_below(request, study, false, &new_series, &new_image) == -1) return -1;
+  if (structure->UpdateStudy(*study, msg, new_series, new_image) == -1) {
     DISK_LOG(3, "Store: Failed updating the standard DICOMDIR details.\n");
     return -1;
   }
@@ -196,18 +207,18 @@ int Disk_RootDirectoryFile::store_standard(Disk_StoreRequest const& request) {
   return -1;
 }
 
-/// The part of a store below the root, under the study's lock. A known study of the private structure was pinned when
-/// the file-set was locked; it may be kStudyIsGone by now.
+/// The part of a store below the root, under the study's lock. A study that was pinned when the file-set was locked may
+/// be kStudyIsGone by now.
 int Disk_RootDirectoryFile::store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
-                                        bool is_known, int* new_series, int* new_image) {
+                                        bool is_pinned, int* new_series, int* new_image) {
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  int const locked = !study_file ? -1 : is_known ? held.Pinned(*study_file) : held.Exclusive(*study_file);
+  int const locked = !study_file ? -1 : is_pinned ? held.Pinned(*study_file) : held.Exclusive(*study_file);
   if (locked == -1) {
-    if (study_file && is_known && errno == ESTALE) return kStudyIsGone;
+    if (study_file && is_pinned && errno == ESTALE) return kStudyIsGone;
     DISK_LOG(3, "Store: Can't lock study .\n");
     return -1;
   }
-  if (is_known && !is_standard() && check_match(request, study, *study) == -1) return -1;
+  if (is_pinned && check_match(request, study, *study) == -1) return -1;
   if (study_file->Store(request, study, new_series, new_image) == -1) {
     DISK_LOG(3, "Store: Can't store.\n");
     return -1;
@@ -240,7 +251,7 @@ int Disk_RootDirectoryFile::add_study(Disk_StoreRequest const& request, Disk_Pat
   if (!*patient && new_patient_record(msg, patient) == -1) return -1;
   std::unique_ptr<Disk_StudyDirectoryRecord> record(new (std::nothrow) Disk_StudyDirectoryRecord());
   if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
-  if (!record || record->FillStudyRecord(msg, is_standard()) == -1) {
+  if (!record || structure->Fill(*record, msg) == -1) {
     DISK_LOG(3, "Store: Can't create new study directory record.\n");
     return -1;
   }
@@ -249,7 +260,7 @@ int Disk_RootDirectoryFile::add_study(Disk_StoreRequest const& request, Disk_Pat
     return -1;
   }
   *study = record.release();
-  if (!is_standard() && (*study)->GetRecordMsg()->SetProtectionFlag(IOD_Image::N) == -1) {
+  if (structure->MarkNew(**study) == -1) {
     DISK_LOG(3, "Store: Can't set protection flag.\n");
     return -1;
   }
@@ -259,7 +270,7 @@ int Disk_RootDirectoryFile::add_study(Disk_StoreRequest const& request, Disk_Pat
 int Disk_RootDirectoryFile::new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient) {
   std::unique_ptr<Disk_PatientDirectoryRecord> record(new (std::nothrow) Disk_PatientDirectoryRecord());
   if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
-  if (!record || record->FillPatientRecord(msg, is_standard()) == -1) {
+  if (!record || structure->Fill(*record, msg) == -1) {
     DISK_LOG(3, "Store: Can't create new patient directory record.\n");
     return -1;
   }
@@ -272,36 +283,18 @@ int Disk_RootDirectoryFile::new_patient_record(IOD_Msg const& msg, Disk_PatientD
 }
 
 int Disk_RootDirectoryFile::NewPatient(Disk_PatientDirectoryRecord* patient) {
-  if (!is_standard()) {
-    patients.append(patient);
-    return 0;
-  }
-  reaches_patients = true;
-  unsigned const offset = dicomdir->GetOffsetEnd();
-  DISK_LOG(7, "NewPatient: Patient offset is %d.\n", int(offset));
-  constexpr char kCantLink[] = "NewPatient: Failed update standard_dicomdir.\n";
-  if (dicomdir->SetOffsetOfTheLastDirectoryRecord(Dicom_UL(offset)) == -1) {
-    DISK_LOG_TEXT(3, kCantLink);
-    return -1;
-  }
-  auto const link = [&](unsigned first) { return dicomdir->SetOffsetOfTheFirstDirectoryRecord(Dicom_UL(first)); };
-  return Disk_AddToChain(*dicomdir, patients, patient, link, kCantLink, "NewPatient: Failed adding the new record.\n");
+  return structure->Add(*records, patient);
 }
 
 int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study,
                                      int in_place, char const* existing_file) {
   DISK_LOG(7, "NewStudy:\n");
-  if (is_standard()) {
-    DISK_LOG(7, "NewStudy: Study offset is %d.\n", int(dicomdir->GetOffsetEnd()));
-    auto const link = [&](unsigned offset) { return Disk_LinkBelow(*patient, offset); };
-    studies.Add(patient, study); // first: nothing may fail once the list owns the record
-    if (Disk_AddToChain(*dicomdir, patient->GetStudyRecords(), study, link, "NewStudy: Failed update PatientRecord.\n",
-                        "NewStudy: Failed adding the new record.\n") == -1) {
-      studies.Clear();
-      return -1;
-    }
-    return 0;
-  }
+  if (structure->NamesFolders() && new_study_directory(study, in_place, existing_file) == -1) return -1;
+  return structure->Add(*records, patient, study);
+}
+
+int Disk_RootDirectoryFile::new_study_directory(Disk_StudyDirectoryRecord* study, int in_place,
+                                                char const* existing_file) {
   Disk_FileID id;
   if (study_directory(*study, in_place, existing_file, &id) == -1) return -1;
   if (id.AddComponent("DIRFILE") == -1) {
@@ -314,10 +307,7 @@ int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_
     DISK_LOG(3, "NewStudy(): Can't write new directory file.\n");
     return -1;
   }
-  if (study->SetReferencedFileID(id.GetID()) == -1) return -1;
-  studies.Add(patient, study); // first: nothing may fail once the list owns the record
-  patient->GetStudyRecords().append(study);
-  return 0;
+  return study->SetReferencedFileID(id.GetID());
 }
 
 /// The directory of a new study: that above the series of an object in place, or a new one.
@@ -351,7 +341,7 @@ int Disk_RootDirectoryFile::directory_in_place(char const* existing_file, Disk_F
   for (int i = 0; i < 2 && path.size() > prefix.size(); ++i)
     path.resize(path.rfind('/'));
   bool is_free = path.size() > prefix.size();
-  for (Disk_PatientDirectoryRecord* patient : patients)
+  for (Disk_PatientDirectoryRecord* patient : records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       std::string const other = Disk_FileID(prefix.c_str(), study->GetReferencedFileID(), 0).Path();
       std::size_t const end = other.empty() ? 0 : other.rfind('/') + 1;
@@ -368,7 +358,7 @@ int Disk_RootDirectoryFile::directory_in_place(char const* existing_file, Disk_F
 
 bool Disk_RootDirectoryFile::is_named(std::string const& id) const {
   std::string const file = id + "\\DIRFILE";
-  for (Disk_PatientDirectoryRecord* patient : patients)
+  for (Disk_PatientDirectoryRecord* patient : records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
       if (study->GetRecordMsg()->TextEquals(kReferencedFileID, file)) return true;
   return file == dropped_id;

@@ -3,10 +3,11 @@
 
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
-#include "Disk/Disk_RecordIO.h"
+#include "Disk/Disk_Structure.h"
 
 #include <Disk/Disk_ObjectFile.h>
 #include <dicom/Dicom_UIDic.h>
+#include <dicom/IOD_Image.h>
 #include <dicom/Util_TransferSyntax.h>
 #include <infra/Util_FileSystem.h>
 
@@ -15,33 +16,25 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace {
-
-constexpr Dicom_Tag kSopInstanceUid{0x0008, std::uint16_t(0x0018)};
-constexpr Dicom_Tag kReferencedSopInstanceUid{0x0004, std::uint16_t(0x1511)};
-
-} // namespace
-
 Disk_SeriesDirectoryFile::Disk_SeriesDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
                                                    Disk_DicomDir* dicomdir, unsigned offset)
     : Disk_DirectoryFile(id, store_params, dicomdir), first_image_offset(offset) {}
 
 int Disk_SeriesDirectoryFile::Read() {
-  static constexpr ReadTexts kTexts{"Read: Failed reading the records.\n",
-                                    "Read(): Can't read series directory file.\n",
-                                    "Read(): Can't create instance directory record.\n"};
+  static constexpr Disk_ReadTexts kTexts{"Read: Failed reading the records.\n",
+                                         "Read(): Can't read series directory file.\n",
+                                         "Read(): Can't create instance directory record.\n"};
   return read_level(image_records, first_image_offset, kTexts);
 }
 
 int Disk_SeriesDirectoryFile::Write(Disk_Replacements* together) {
-  static constexpr WriteTexts kTexts{"Write: the offset of the images is 0.\n",
-                                     "Write(): Bad instance directory record.\n"};
+  static constexpr Disk_WriteTexts kTexts{"Write: the offset of the images is 0.\n",
+                                          "Write(): Bad instance directory record.\n"};
   return write_level(image_records, first_image_offset, kTexts, together);
 }
 
 Disk_InstanceDirectoryRecord* Disk_SeriesDirectoryFile::GetImageRecord(Dicom_UI const& image_uid) const {
-  Dicom_Tag const& tag = is_standard() ? kReferencedSopInstanceUid : kSopInstanceUid;
-  return Disk_FindRecord(image_records, is_standard(), tag, image_uid.View());
+  return Disk_FindRecord(*structure, image_records, structure->InstanceUidTag(), image_uid.View());
 }
 
 int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon,
@@ -55,9 +48,9 @@ int Disk_SeriesDirectoryFile::Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* se
 int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
                                     int* new_image, Disk_Replacements* together) {
   if (Disk_RefuseNull("Store", request.msg, new_image) == -1) return -1;
-  if (is_standard() && Disk_RefuseNull("Store", series) == -1) return -1; // it takes a link then
+  if (structure->RefuseNoParent(series) == -1) return -1;
   DISK_LOG(7, "Entering Store\n");
-  if (is_standard()) DISK_LOG(6, "Store: standard_dicomdir.\n");
+  structure->TellStore("Store: standard_dicomdir.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Store(): Can't read series directory file.\n");
@@ -85,7 +78,7 @@ int Disk_SeriesDirectoryFile::add_image(Disk_StoreRequest const& request, Disk_S
                                         Disk_InstanceDirectoryRecord** image) {
   std::unique_ptr<Disk_InstanceDirectoryRecord> record(new (std::nothrow) Disk_InstanceDirectoryRecord());
   if (!record) KlbGError.Set(DISK_ERROR_NEW_RECORD);
-  if (!record || record->FillInstanceRecord(*request.msg, is_standard(), request.add_icon) == -1) {
+  if (!record || structure->Fill(*record, *request.msg, request.add_icon) == -1) {
     DISK_LOG(3, "Store(): Can't create new image directory record.\n");
     return -1;
   }
@@ -108,19 +101,9 @@ int Disk_SeriesDirectoryFile::NewImage(Disk_SeriesDirectoryRecord* series, Disk_
     DISK_LOG(3, "NewImage(): Can't generate a file ID.\n");
     return -1;
   }
-  if (is_standard() && set_syntax(image, request) == -1) return -1;
+  if (structure->RecordsSyntax() && set_syntax(image, request) == -1) return -1;
   if (image->SetReferencedFileID(id.GetID()) == -1) return -1;
-  if (!is_standard()) {
-    image_records.append(image);
-    return 0;
-  }
-  DISK_LOG(7, "NewImage: Image offset is %d.\n", int(standard_dicomdir->GetOffsetEnd()));
-  auto const link = [&](unsigned offset) {
-    first_image_offset = offset;
-    return Disk_LinkBelow(*series, offset);
-  };
-  return Disk_AddToChain(*standard_dicomdir, image_records, image, link, "NewImage: Failed update series_record.\n",
-                         "NewImage: Failed adding the new record.\n");
+  return structure->Add(image_records, series, image, &first_image_offset);
 }
 
 /// The transfer syntax that the record tells: that of a file in place; native for one that is about to be written,
@@ -165,7 +148,7 @@ Disk_FileID Disk_SeriesDirectoryFile::GenerateReferencedFileID(Dicom_IS const& i
 /// A known object that comes again may bring another key image flag.
 int Disk_SeriesDirectoryFile::update_key_image(IOD_Msg const& msg, Disk_InstanceDirectoryRecord* image) const {
   Dicom_CS const now = msg.GetKolbaKeyImage(), before = image->GetRecordMsg()->GetKolbaKeyImage();
-  if (now == before || (is_standard() && before == CS_NULL)) return 0;
+  if (now == before || (structure->KeepsLength() && before == CS_NULL)) return 0;
   image->SetChanged(true);
   return image->GetRecordMsg()->SetKolbaKeyImage(now == CS_NULL ? IOD_Image::N : now);
 }
@@ -181,8 +164,7 @@ int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request, Dis
 }
 
 bool Disk_SeriesDirectoryFile::is_synced_with(Disk_FileID const& object) const {
-  std::string const path = object.Path(), own = GetFileID().Path();
-  return !is_standard() && path.substr(0, path.rfind('/')) == own.substr(0, own.rfind('/'));
+  return structure->SyncsWithRecords(object.Path(), GetFileID().Path());
 }
 
 /// A file that must be there, and that its writer may not have synced.

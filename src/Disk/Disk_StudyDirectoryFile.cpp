@@ -3,9 +3,9 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_LookAgain.h"
-#include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
+#include "Disk/Disk_Structure.h"
 
 #include <infra/Util_FileSystem.h>
 
@@ -26,8 +26,8 @@ int IsLink(std::string const& path) {
 
 Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
                                                  Disk_DicomDir* dicomdir, unsigned offset)
-    : Disk_DirectoryFile(id, store_params, dicomdir), first_series_offset(offset) {
-  if (is_standard()) return;
+    : Disk_DirectoryFile(id, store_params, dicomdir), has_lock(structure->LocksStudies()), first_series_offset(offset) {
+  if (!has_lock) return;
   std::string const folder = directory().FolderPath();
   // the lock in the folder of the file-set is that of the file-set, and held already
   bool const own = !folder.empty() && folder != directory().GetFileSetPrefix();
@@ -40,7 +40,7 @@ Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_Sto
 }
 
 int Disk_StudyDirectoryFile::with_lock(Lock operation, char const* failure) {
-  if (is_standard() || (no_lock_cause == 0 && (lock_manager.*operation)() == 0)) return 0;
+  if (!has_lock || (no_lock_cause == 0 && (lock_manager.*operation)() == 0)) return 0;
   if (no_lock_cause != 0) {
     KlbGError.Set(DISK_ERROR_SYSTEM + no_lock_cause);
     DISK_LOG(3, "The lock file in %s can't be opened (errno=%d).\n", directory().FolderPath().c_str(), no_lock_cause);
@@ -59,7 +59,7 @@ int Disk_StudyDirectoryFile::Pin() {
   return with_lock(&Klb_LockFile::Pin, "Error when trying to lock study exclusively\n");
 }
 int Disk_StudyDirectoryFile::LockPinned() {
-  if (is_standard() || lock_manager.LockPinned() == 0) return 0;
+  if (!has_lock || lock_manager.LockPinned() == 0) return 0;
   int const cause = errno;
   DISK_LOG_TEXT(cause == ESTALE ? 6 : 3, "Error when trying to lock study exclusively\n");
   errno = cause;
@@ -76,14 +76,15 @@ int Disk_StudyDirectoryFile::UnlockShared() {
 }
 
 int Disk_StudyDirectoryFile::Read() {
-  static constexpr ReadTexts kTexts{"Read: Failed readind the records.\n", "Read(): Can't read study directory file.\n",
-                                    "Read(): Can't create series directory record.\n"};
+  static constexpr Disk_ReadTexts kTexts{"Read: Failed readind the records.\n",
+                                         "Read(): Can't read study directory file.\n",
+                                         "Read(): Can't create series directory record.\n"};
   return read_level(series_records, first_series_offset, kTexts);
 }
 
 int Disk_StudyDirectoryFile::Write(Disk_Replacements* together) {
-  static constexpr WriteTexts kTexts{"Write: the offset of the series is 0.\n",
-                                     "Write(): Bad series directory record.\n"};
+  static constexpr Disk_WriteTexts kTexts{"Write: the offset of the series is 0.\n",
+                                          "Write(): Bad series directory record.\n"};
   return write_level(series_records, first_series_offset, kTexts, together);
 }
 
@@ -93,14 +94,14 @@ int Disk_StudyDirectoryFile::Count(int* series, int* images) {
   for (Disk_SeriesDirectoryRecord* record : series_records) {
     ++*series;
     // one that counts nothing may have any number
-    *images =
-        Disk_Moved(*images, Disk_CountedImages(*record->GetRecordMsg()).value_or(std::numeric_limits<int>::max()));
+    *images = Disk_Moved(
+        *images, Disk_Counted(*record->GetRecordMsg(), kImagesOfSeries).value_or(std::numeric_limits<int>::max()));
   }
   return 0;
 }
 
 Disk_SeriesDirectoryRecord* Disk_StudyDirectoryFile::GetSeriesRecord(Dicom_UI const& series_uid) const {
-  return Disk_FindRecord(series_records, is_standard(), kSeriesInstanceUid, series_uid.View());
+  return Disk_FindRecord(*structure, series_records, kSeriesInstanceUid, series_uid.View());
 }
 
 void Disk_StudyDirectoryFile::GetSeriesFile(Disk_SeriesDirectoryRecord* series) {
@@ -121,9 +122,9 @@ int Disk_StudyDirectoryFile::Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* stud
 int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series,
                                    int* new_image) {
   if (Disk_RefuseNull("Store", request.msg, new_series, new_image) == -1) return -1;
-  if (is_standard() && Disk_RefuseNull("Store", study) == -1) return -1; // it takes a link then
+  if (structure->RefuseNoParent(study) == -1) return -1;
   dropped_id.clear();
-  if (is_standard()) DISK_LOG(6, "Store: standard DICOMDIR.\n");
+  structure->TellStore("Store: standard DICOMDIR.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
   if (Read() == -1) {
     DISK_LOG(3, "Store(): Can't read the study directory file.\n");
@@ -132,14 +133,13 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
   MarkDirty();
   Dicom_UI const series_uid = request.msg->GetSeriesInstanceUID();
   Disk_SeriesDirectoryRecord* series = GetSeriesRecord(series_uid);
-  if (is_standard() && !request.in_place && make_hash_directory(series_uid, series != nullptr) == -1) return -1;
+  if (!request.in_place && structure->PrepareFolder(*this, series_uid, series != nullptr) == -1) return -1;
   *new_series = series ? 0 : 1;
   if (series ? check_series_number(request, *series) == -1 : add_series(request, study, &series) == -1) return -1;
 
   GetSeriesFile(series);
   Disk_Replacements replacements;
-  bool const waits = !is_standard() && Util_FileSystem::GetDurability() == Util_Durability::Full;
-  Disk_Replacements* const together = waits ? &replacements : nullptr;
+  Disk_Replacements* const together = structure->Together(replacements);
   int stored = series_file->Store(request, series, new_image, together);
   if (stored == Disk_SeriesDirectoryFile::kFolderIsGone) {
     *new_series = 1;
@@ -153,13 +153,8 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
     DISK_LOG(3, "Store(): Can't store.\n");
     return -1;
   }
-  IOD_Msg& record = *series->GetRecordMsg();
-  if (!is_standard() &&
-      (record.SetLastUpdateDate(GetCurrentDate()) == -1 || record.SetLastUpdateTime(GetTickCount()) == -1)) {
-    DISK_LOG(3, "Store(): Can't update series directory record.\n");
-    return -1;
-  }
-  if (*new_image && count_new_image(series) == -1) {
+  if (structure->MarkUpdated(*series->GetRecordMsg()) == -1 ||
+      (*new_image && Disk_CountUp(*structure, *series, kImagesOfSeries) == -1)) {
     DISK_LOG(3, "Store(): Can't update series directory record.\n");
     return -1;
   }
@@ -189,14 +184,14 @@ int Disk_StudyDirectoryFile::drop_lost_series(Dicom_UI const& uid) {
   DISK_LOG(4, "Store: series %s had no folder any more; it is made anew.\n", uid.CStr());
   Disk_RelaxedEpoch::Forget(file);
   dropped_id = file.GetID().GetText();
-  return Disk_TakeOut(series_records, series, false);
+  return structure->TakeOut(series_records, series);
 }
 
 int Disk_StudyDirectoryFile::add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
                                         Disk_SeriesDirectoryRecord** series) {
   std::unique_ptr<Disk_SeriesDirectoryRecord> record(new (std::nothrow) Disk_SeriesDirectoryRecord());
   if (!record) KlbGError.Set(DISK_ERROR_NEW_RECORD);
-  if (!record || record->FillSeriesRecord(*request.msg, is_standard()) == -1) {
+  if (!record || structure->Fill(*record, *request.msg) == -1) {
     DISK_LOG(3, "Store(): Can't create new series directory record.\n");
     return -1;
   }
@@ -210,14 +205,8 @@ int Disk_StudyDirectoryFile::add_series(Disk_StoreRequest const& request, Disk_S
 
 int Disk_StudyDirectoryFile::NewSeries(Disk_StudyDirectoryRecord* study, Disk_SeriesDirectoryRecord* series,
                                        Disk_StoreRequest const& request) {
-  if (!is_standard()) return new_series_directory(series, request);
-  DISK_LOG(7, "NewSeries: Series offset is %d.\n", int(standard_dicomdir->GetOffsetEnd()));
-  auto const link = [&](unsigned offset) {
-    first_series_offset = offset;
-    return Disk_LinkBelow(*study, offset);
-  };
-  return Disk_AddToChain(*standard_dicomdir, series_records, series, link, "NewSeries: Failed update study_record.\n",
-                         "NewSeries: Failed adding the new record.\n");
+  if (structure->NamesFolders() && new_series_directory(series, request) == -1) return -1;
+  return structure->Add(series_records, study, series, &first_series_offset);
 }
 
 /// A new series gets a directory of its own, also when its first object stands in the file-set already.
@@ -251,9 +240,7 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
     DISK_LOG(3, "NewSeries(): Can't write new directory file.\n");
     return -1;
   }
-  if (series->SetReferencedFileID(id.GetID()) == -1) return -1;
-  series_records.append(series);
-  return 0;
+  return series->SetReferencedFileID(id.GetID());
 }
 
 bool Disk_StudyDirectoryFile::is_named(std::string const& id) const {
@@ -284,20 +271,6 @@ int Disk_StudyDirectoryFile::check_series_number(Disk_StoreRequest const& reques
   DISK_LOG(3, "Series number is %d, but must be %d.\n", int(its), int(mine));
   KlbGError.Set(DISK_ERROR_SERIES_NUMBER_MISMATCH);
   return -1;
-}
-
-int Disk_StudyDirectoryFile::count_new_image(Disk_SeriesDirectoryRecord* series) const {
-  IOD_Msg& record = *series->GetRecordMsg();
-  if (is_standard()) {
-    constexpr Dicom_Tag kNumberOfSeriesRelatedImages{0x0020, std::uint16_t(0x1209)};
-    Dicom_IS const count = record.GetNumberOfSeriesRelatedImages();
-    return count == IS_NULL ? 0 : Disk_SetCounter(*series, kNumberOfSeriesRelatedImages, Disk_Moved(count, 1));
-  }
-  std::optional<int> const before = Disk_CountedImages(record);
-  if (!before) return -1;
-  int const sum = Disk_Moved(*before, 1);
-  if (record.SetNumberOfImages(Disk_OwnCounter(sum)) == -1) return -1;
-  return record.SetNumberOfSeriesRelatedImages(Dicom_IS(sum, true));
 }
 
 int Disk_StudyDirectoryFile::GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object) {

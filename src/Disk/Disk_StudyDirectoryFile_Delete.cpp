@@ -2,11 +2,11 @@
 
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_LookAgain.h"
-#include "Disk/Disk_RecordIO.h"
-#include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Remove.h"
+#include "Disk/Disk_Structure.h"
 
 #include <Disk/Disk_ObjectFile.h>
+#include <dicom/IOD_Image.h>
 
 #include <atomic>
 #include <cerrno>
@@ -21,10 +21,10 @@ std::atomic<bool> s_deletes_cine_files{true};
 
 /// The records of a list that are in use, so that the list may change while they are walked.
 template <class T>
-std::vector<T*> InUse(Disk_RecordList<T> const& records, bool standard) {
+std::vector<T*> InUse(Disk_Structure const& structure, Disk_RecordList<T> const& records) {
   std::vector<T*> found;
   for (T* record : records)
-    if (!standard || record->GetRecordInUseFlag() != Dicom_US(0)) found.push_back(record);
+    if (structure.IsInUse(*record)) found.push_back(record);
   return found;
 }
 
@@ -49,13 +49,13 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
     return -1;
   }
   MarkDirty();
-  std::vector<Disk_SeriesDirectoryRecord*> going = InUse(series_records, is_standard());
+  std::vector<Disk_SeriesDirectoryRecord*> going = InUse(*structure, series_records);
   removal->series_before = int(going.size());
   if (removal->series_uid != UI_NULL) {
     Disk_SeriesDirectoryRecord* const series = GetSeriesRecord(removal->series_uid);
     if (!series && !going.empty()) {
       DISK_LOG(3, "Delete(): Can't find series.\n");
-      removal->series_missing = !is_standard();
+      removal->series_missing = !structure->IsAtomic();
       count_left(removal);
       return -1;
     }
@@ -66,15 +66,10 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
     if (DeleteImagesOfSeries(series, removal->image_uids, &removal->tally, &removed) == -1) return -1;
     if (removed && removal->series_uid != UI_NULL) removal->modality = series->GetRecordMsg()->GetModality();
     removal->series_removed += removed;
-    if ((removed || removal->series_uid == UI_NULL) && Disk_TakeOut(series_records, series, is_standard()) == -1)
-      return -1;
+    if ((removed || removal->series_uid == UI_NULL) && structure->TakeOut(series_records, series) == -1) return -1;
   }
   count_left(removal);
-  // the folders of series are gone for good before their records go; a private directory file syncs their entries
-  std::string const folder = directory().FolderPath();
-  if (is_standard() && removal->series_removed > 0 && removal->series_left > 0 &&
-      Util_FileSystemInterface::Current().Access(folder.c_str(), F_OK) == 0 && sync_directory_of(file_id.Path()) == -1)
-    return -1;
+  if (structure->SyncRemoved(*this, *removal) == -1) return -1;
   if (Write() == 0) return 0;
   DISK_LOG(3, "Delete(): Can't update the file.\n");
   return -1;
@@ -94,9 +89,10 @@ int Disk_StudyDirectoryFile::Delete(Dicom_UI series_uid, Dicom_UI image_uids, MX
 }
 
 void Disk_StudyDirectoryFile::count_left(Disk_Removal* removal) const {
-  for (Disk_SeriesDirectoryRecord* left : InUse(series_records, is_standard())) {
+  for (Disk_SeriesDirectoryRecord* left : InUse(*structure, series_records)) {
     ++removal->series_left;
-    removal->images_left = Disk_Moved(removal->images_left, Disk_CountedImages(*left->GetRecordMsg()).value_or(0));
+    removal->images_left =
+        Disk_Moved(removal->images_left, Disk_Counted(*left->GetRecordMsg(), kImagesOfSeries).value_or(0));
     removal->modalities_left.insert(left->GetRecordMsg()->GetModality().GetText());
   }
 }
@@ -106,7 +102,7 @@ int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* se
   GetSeriesFile(series);
   if (series_file->RefuseLink() == -1) return -1;
   if (FindCorruptedEntry(series)) {
-    DeleteSeries(series);
+    structure->RemoveSeriesFolder(*this, *series);
     ++tally->missing; // nobody can tell how many images there were
     *removed = true;
     return 0;
@@ -116,30 +112,28 @@ int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* se
   int const result = series_file->Delete(image_uids, &own, &records);
   *tally += own;
   if (result == -1) return -1;
-  IOD_Msg& record = *series->GetRecordMsg();
-  std::optional<int> const known = Disk_CountedImages(record);
+  std::optional<int> const known = Disk_Counted(*series->GetRecordMsg(), kImagesOfSeries);
   // a record that another system wrote may count nothing: its list does
-  if (!known && !is_standard()) {
+  if (!known && structure->MustCount(kImagesOfSeries, Disk_Road::Delete)) {
     DISK_LOG(3, "DeleteImagesOfSeries(): Can't update series directory record.\n");
     return -1;
   }
   // an image that has no record any more was counted until now, if its delete was interrupted
   int const before = own.missing > 0 ? records : Disk_Raised(known.value_or(0), records, "series");
   int const count = before - int(own.completed);
-  if (set_counter(*series, Dicom_Tag(0x0020, 0x1209), count) == -1) return -1;
-  if (!is_standard() && record.SetNumberOfImages(Disk_OwnCounter(count)) == -1) return -1;
+  if (structure->SetCounter(*series, kImagesOfSeries, count) == -1) return -1;
   DISK_LOG(7, "DeleteImagesOfSeries: ImagesInSeries %d\n", count);
   // a counter that a killed delete left too high keeps no series without images
   *removed = count == 0 || int(own.completed) == records;
-  if (*removed && count != 0 && !is_standard()) ++tally->missing; // the study's counter is too high as well
-  if (*removed) DeleteSeries(series);
+  if (*removed && count != 0 && !structure->IsAtomic()) ++tally->missing; // the study's counter is too high as well
+  if (*removed) structure->RemoveSeriesFolder(*this, *series);
   return 0;
 }
 
-/// A series whose directory or directory file is gone. In the standard structure there is none to miss.
+/// A series whose directory or directory file is gone that its record names.
 bool Disk_StudyDirectoryFile::FindCorruptedEntry(Disk_SeriesDirectoryRecord const* series) const {
   DISK_LOG(7, "in FindCorruptedEntry\n");
-  if (is_standard()) return false;
+  if (!structure->NamesFolders()) return false;
   std::string const file = Disk_FileID(GetFileSetPrefix(), series->GetReferencedFileID(), 0).Path();
   if (file.empty()) {
     DISK_LOG(4, "FindCorruptedEntry: Warning: can't remove component from file-id.\n");
@@ -160,24 +154,6 @@ bool Disk_StudyDirectoryFile::FindCorruptedEntry(Disk_SeriesDirectoryRecord cons
   return gone;
 }
 
-/// The files and the directory of a series, not its record.
-void Disk_StudyDirectoryFile::DeleteSeries(Disk_SeriesDirectoryRecord const* series) {
-  if (is_standard())
-    return remove_hash_directory(series->GetRecordMsg()->GetSeriesInstanceUID(), "standard_delete_series");
-  constexpr char kCantDelete[] = "DeleteSeries(): Warning: Can't delete file %s (errno=%d).\n";
-  Disk_FileID id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
-  Disk_RemoveFile(id.Path(), 4, kCantDelete);
-  Disk_RelaxedEpoch::Forget(id);
-  id.RemoveLastComponent();
-  std::string const folder = id.Path();
-  if (folder.empty() || folder == GetFileSetPrefix()) {
-    DISK_LOG(4, "DeleteSeries(): Warning: can't remove component from file-id.\n");
-    return;
-  }
-  Disk_RemoveFile(folder + "/VERSION", 4, kCantDelete);
-  Disk_RemoveDirectory(folder, 4, "DeleteSeries(): Warning: can't remove directory %s (errno=%d)\n");
-}
-
 int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records) {
   if (Disk_RefuseNull("Delete", tally, records) == -1) return -1;
   DISK_LOG(7, "Delete:\n");
@@ -187,7 +163,7 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
     return -1;
   }
   MarkDirty();
-  std::vector<Disk_InstanceDirectoryRecord*> going = InUse(image_records, is_standard());
+  std::vector<Disk_InstanceDirectoryRecord*> going = InUse(*structure, image_records);
   *records = int(going.size());
   bool const all = image_uids == UI_NULL;
   if (!all) going.clear();
@@ -198,7 +174,7 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
       continue;
     }
     ++tally->failed;
-    tally->missing += !image && !is_standard();
+    tally->missing += !image && !structure->IsAtomic();
   }
   std::map<std::string, std::string> folders; // of the files that go, with one of them
   for (Disk_InstanceDirectoryRecord* image : going) {
@@ -210,15 +186,15 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
       continue;
     }
     ++tally->completed;
-    if (Disk_TakeOut(image_records, image, is_standard()) == 0) continue;
+    if (structure->TakeOut(image_records, image) == 0) continue;
     DISK_LOG_TEXT(3, all ? "Delete: Failed setting the record in use flag.\n"
                          : "Delete: Faile setting the record in use flag.\n");
     return -1;
   }
-  // the files are gone for good before their records go; a private directory file syncs its own folder
-  if (!is_standard()) folders.erase(directory().Path());
+  // the files are gone for good before their records go, where these don't bring their own folder to the disk
   for (auto const& [folder, path] : folders)
-    if (Util_FileSystemInterface::Current().Access(folder.c_str(), F_OK) == 0 && sync_directory_of(path) == -1)
+    if (!structure->SyncsWithRecords(path, GetFileID().Path()) &&
+        Util_FileSystemInterface::Current().Access(folder.c_str(), F_OK) == 0 && sync_directory_of(path) == -1)
       return -1;
   if (Write() == 0) return 0;
   DISK_LOG(3, "Delete(): Can't update the file.\n");

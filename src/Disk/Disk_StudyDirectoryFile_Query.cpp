@@ -1,9 +1,9 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
 #include "Disk/Disk_Guard.h"
-#include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RecordWalk.h"
 #include "Disk/Disk_ResponseFilter.h"
+#include "Disk/Disk_Structure.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ int Disk_StudyDirectoryFile::query(SCL_QueryRetrieveLevel::Value level, SCL_Quer
   }
   Disk_RecordWalk const walk(identifier, kSeriesLevel);
   for (Disk_SeriesDirectoryRecord* series : series_records) {
-    if (!Disk_IsLive(*series, is_standard())) continue;
+    if (!Disk_IsLive(*structure, *series)) continue;
     Disk_PassingOver const damage{passes_over_damage()};
     int result = -1;
     if (level == SCL_QueryRetrieveLevel::SERIES) {
@@ -97,6 +97,6 @@ int Disk_SeriesDirectoryFile::query(SCL_QueryIdentifier const& identifier, Dicom
   }
   Disk_RecordWalk const walk(identifier, kImageLevel);
   for (Disk_InstanceDirectoryRecord* image : image_records)
-    if (Disk_IsLive(*image, is_standard()) && QueryRecord(walk, *image, results) == -1) return -1;
+    if (Disk_IsLive(*structure, *image) && QueryRecord(walk, *image, results) == -1) return -1;
   return 0;
 }

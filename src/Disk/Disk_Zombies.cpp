@@ -1,5 +1,6 @@
 #include "Disk/Disk_Operation.h"
 #include "Disk/Disk_RelaxedEpoch.h"
+#include "Disk/Disk_RootRecords.h"
 
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <infra/CToolParse.h>
@@ -88,7 +89,7 @@ int Disk_RootDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
 }
 
 int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
-  if (is_standard()) return Failed(kNotStandard);
+  if (structure->RequirePrivate(kNotStandard) == -1) return -1;
   Disk_FileSetHold file_set;
   if (lock(file_set, false) == -1) return Failed("ProcessZombieFiles: Can't lock file-set.\n");
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read root directory file.\n");
@@ -96,7 +97,7 @@ int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (comparison.List(directory().FolderPath(), true) == -1) return -1;
   comparison.named.insert(directory().FolderPath() + "/" + Disk_RelaxedEpoch::kFolder);
   std::vector<Disk_StudyDirectoryRecord*> to_scan;
-  for (Disk_PatientDirectoryRecord* patient : patients)
+  for (Disk_PatientDirectoryRecord* patient : records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       to_scan.push_back(study);
       comparison.NameFolder(PathOf(GetFileSetPrefix(), *study));
@@ -127,7 +128,7 @@ int Disk_StudyDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
 
 int Disk_StudyDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read study directory file.\n");
-  if (is_standard()) return Failed(kNotStandard);
+  if (structure->RequirePrivate(kNotStandard) == -1) return -1;
   std::string const folder = directory().FolderPath();
   FolderComparison comparison;
   if (comparison.List(folder, true) == -1) return -1;
@@ -148,7 +149,7 @@ int Disk_SeriesDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) 
 }
 
 int Disk_SeriesDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
-  if (is_standard()) return Failed(kNotStandard);
+  if (structure->RequirePrivate(kNotStandard) == -1) return -1;
   if (Read() == -1) return Failed("ProcessZombieFiles: Can't read series directory file.\n");
   std::string const folder = directory().FolderPath();
   FolderComparison comparison;
