@@ -195,12 +195,6 @@ Told ActWithFaults(Case const& c, Session& session, Fault const& fault) {
   return told;
 }
 
-// Done again it leaves what it should.
-void JudgeEnd(Case const& c, Site const& site, Session& session) {
-  c.Again(session);
-  JudgeState(c, site, Outcome::Done);
-}
-
 } // namespace
 
 std::string Fault::Name() const {
@@ -238,12 +232,12 @@ void Attempt(Case const& c, Fault const& fault, std::string const& place) {
     Outcome const outcome = told.result == 0 ? Outcome::Done : Outcome::Unknown;
     Session fresh(site, c.operation->flags);
     Session& next = fault.same_root && session.IsOpen() && !told.for_reading ? session : fresh;
-    if (fault.thorough)
+    if (fault.thorough) {
       Judge(c, site, outcome, &next);
-    else if (outcome == Outcome::Done)
-      JudgeState(c, site, outcome);
-    else
-      JudgeEnd(c, site, next);
+    } else {
+      if (outcome != Outcome::Done) c.Again(next); // then it leaves what it should
+      JudgeState(c, site, Outcome::Done);
+    }
   }
   Require(Descriptors() == descriptors, "it leaves descriptors open");
 }
