@@ -22,7 +22,7 @@ inline std::unique_ptr<Disk_RootDirectoryFile> Open(std::string const& folder, u
 }
 
 inline void Store(Disk_RootDirectoryFile& root, IOD_Msg& object) {
-  Require(root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0, "storing");
+  Require(root.Store({.msg = &object}) == 0, "storing");
 }
 
 inline void Store(Disk_RootDirectoryFile& root, Phantom::Object const& object) { Store(root, *Phantom::Make(object)); }

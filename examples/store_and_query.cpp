@@ -26,7 +26,7 @@ bool Store(Disk_RootDirectoryFile& root, char const* path) {
   std::unique_ptr<IOD_Msg> const object = Read(path);
   if (!object) return false;
   KlbGError.Set(0); // a code stays until the next failure that has one
-  if (root.Store(object.get(), false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0) return true;
+  if (root.Store({.msg = object.get()}) == 0) return true;
   std::fprintf(stderr, "%s isn't stored: the lines above tell why (code %d of Disk_Error.h)\n", path, KlbGError.Get());
   return false;
 }

@@ -26,7 +26,7 @@ public:
   /// Makes the list: one entry per image, whatever the level of the identifier. At image level that is one per SOP
   /// Instance UID of the identifier, whether or not it is in the file-set. Entries left of an earlier list are
   /// dropped. 0, also for an empty list; -1, and then there is no list.
-  int OpenQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel model);
+  [[nodiscard]] int OpenQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel model);
   int GetNItems() const { return list_ ? list_->GetNItems() : 0; }
   int HasMore() const { return GetNItems() > 0; }
   /// The SOP Instance UID of the entry that FetchNext takes next, to name it by when that fails; null at the end.
@@ -34,7 +34,7 @@ public:
   /// Takes the next entry off the list and fetches it. 0, and then `*object` is a new message for the caller to own,
   /// unless the list had ended, when it stays as it was; -1 when the object can't be fetched, and the next call goes
   /// on with the next entry.
-  int FetchNext(IOD_Msg** object);
+  [[nodiscard]] int FetchNext(IOD_Msg** object);
 
 private:
   int create_list(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Disk_RootDirectoryFile& root,

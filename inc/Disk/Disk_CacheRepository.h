@@ -30,7 +30,7 @@ public:
   Disk_CacheRepository();
 
   /// Opens the file-set in the directory that SetPath named, and works out the quotas. 0, or -1.
-  int Construct();
+  [[nodiscard]] int Construct();
   RWWString const& GetPath() const { return m_path; }
   void SetPath(RWWString const& path) { m_path = path; }
   /// Studies with grades below the threshold may be cleaned. Values outside of 0 to 100 are ignored.
@@ -44,29 +44,29 @@ public:
   /// may have been given up, whatever the result: also the object's own, with what was stored before. The studies are
   /// counted when the object's study isn't that of the process's last store: those that others add meanwhile, at the
   /// same time too, count from then on.
-  int Store(IOD_Msg* msg, bool store_unmatching_images);
-  int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
-  int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object);
-  int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
-             SCL_ResponseStatus& status);
-  int DeleteStudyByInstanceUID(Dicom_UI study_uid);
-  int MarkStudyAsFullyLoaded(Dicom_UI const& study_uid);
-  int MarkStudyAsAccessed(Dicom_UI const& study_uid);
+  [[nodiscard]] int Store(IOD_Msg* msg, bool store_unmatching_images);
+  [[nodiscard]] int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
+  [[nodiscard]] int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object);
+  [[nodiscard]] int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
+                           MXL_SubOperationsReport* report, SCL_ResponseStatus& status);
+  [[nodiscard]] int DeleteStudyByInstanceUID(Dicom_UI study_uid);
+  [[nodiscard]] int MarkStudyAsFullyLoaded(Dicom_UI const& study_uid);
+  [[nodiscard]] int MarkStudyAsAccessed(Dicom_UI const& study_uid);
 
   // Cleaning: studies go from the lowest grade upward, as long as that is below the threshold. Two cleanings on one
   // machine never overlap, CleanAll apart. 0, or -1 when the target wasn't met; what could go has gone then.
 
   /// So that a tenth of the repository's size is free within the quota; that may be so already.
-  int AutoClean() { return AutoCleanPercentage(10); }
+  [[nodiscard]] int AutoClean() { return AutoCleanPercentage(10); }
   /// The same for another part. -1, and nothing is done, outside of 0 to 100.
-  int AutoCleanPercentage(int percentage);
+  [[nodiscard]] int AutoCleanPercentage(int percentage);
   /// So that `mb` MB are free within the quota.
-  int AutoCleanMB(long mb);
-  int AutoCleanNStudies(int count);
+  [[nodiscard]] int AutoCleanMB(long mb);
+  [[nodiscard]] int AutoCleanNStudies(int count);
   /// For a study of so many images of a modality, which may be null.
-  int AutoCleanForStudy(int images, Dicom_CS const* modality);
+  [[nodiscard]] int AutoCleanForStudy(int images, Dicom_CS const* modality);
   /// All studies, whatever their grade.
-  int CleanAll();
+  [[nodiscard]] int CleanAll();
 
   /// Called after each study that a cleaning gave up, those of Store included; it must not call this repository.
   void SetStudyGivenUp(std::function<void(Disk_StudyMetaData const&)> given_up) {

@@ -43,5 +43,5 @@ struct DISK_EXPORT Disk_CheckOptions {
 ///
 /// Of `params` only `standard_structure` counts. 0 when the file-set could be looked at, whatever was found: `result`
 /// has no findings when it is sound. -1 when there is no file-set, it can't be locked, or `progress` stopped it.
-DISK_EXPORT int Disk_Check(char const* file_set_prefix, Disk_StoreParams params, Disk_CheckOptions const& options,
-                           Disk_CheckResult* result);
+[[nodiscard]] DISK_EXPORT int Disk_Check(char const* file_set_prefix, Disk_StoreParams params,
+                                         Disk_CheckOptions const& options, Disk_CheckResult* result);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <tuple>
 
 class Disk_DicomDir;
 class Disk_RecordChain;
@@ -49,15 +50,15 @@ public:
 
   /// Reads a private directory file. On 0 `*found` tells whether it exists; then `*msg` is the caller's to delete
   /// and owns `*sequence`, the records. -1 when the file can't be read; nothing is to be deleted then.
-  int Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg);
+  [[nodiscard]] int Read(Dicom_Sequence** sequence, int* found, IOD_Msg** msg);
   /// Replaces the file by one with these records and moves VERSION. 0, or -1; the file is the old or the new one. With
   /// `together` a durable write is done, VERSION and all, when those replacements finish.
-  int Write(Dicom_Sequence& sequence) { return Write(sequence, nullptr); }
-  int Write(Dicom_Sequence& sequence, Disk_Replacements* together);
+  [[nodiscard]] int Write(Dicom_Sequence& sequence) { return Write(sequence, nullptr); }
+  [[nodiscard]] int Write(Dicom_Sequence& sequence, Disk_Replacements* together);
 
   /// Before something below the directory is written or removed: 0, or -1 (logged) when it is a link, which may lead
   /// anywhere.
-  int RefuseLink() const;
+  [[nodiscard]] int RefuseLink() const;
 
 protected:
   /// Before an operation changes anything: 0, or -1 with error 210000 + EROFS and a line when READ_ONLY is set.

@@ -59,7 +59,7 @@ public:
 
 protected:
   /// 0 when the record's type is one that this library keeps; it needn't be that of the record's class.
-  int ValidateDirectoryRecord() const;
+  [[nodiscard]] int ValidateDirectoryRecord() const;
 
   /// The start of a filling: a new message. -1, with one of the lines, for a record that has one, or without memory.
   int start_filling(char const* has_data, char const* cant_allocate);

@@ -28,11 +28,11 @@ public:
   /// Stamps `msg` with the program's version and writes it in `syntax`; the other three have no effect. 0 when the file
   /// stands under its name, with full durability also after a power cut; -1 otherwise, with error 211020 when the
   /// rename failed.
-  int Write(IOD_Msg* msg, Dicom_UI const& sop_class, Dicom_UI const& sop_instance, Dicom_UI const& syntax,
-            bool mode_three);
+  [[nodiscard]] int Write(IOD_Msg* msg, Dicom_UI const& sop_class, Dicom_UI const& sop_instance, Dicom_UI const& syntax,
+                          bool mode_three);
   /// Reads the file. On 0 `*found` tells whether it exists; if it is 1, `*msg` is a new message for the caller to
   /// delete. -1 with error 211004 for a name that can't be formed, -1 for a file that can't be read or decoded.
-  int Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_AsyncFile* async);
+  [[nodiscard]] int Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_AsyncFile* async);
   /// Nothing has to be done: directories are made by those who name them. 0.
   static int CreateDirectoryIfNotPresent(char const* path);
 

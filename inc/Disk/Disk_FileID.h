@@ -35,7 +35,7 @@ public:
   std::string FolderPath() const;
 
   /// 0, or -1 when the result is no code string.
-  int AddComponent(char const* component);
+  [[nodiscard]] int AddComponent(char const* component);
   /// 0, also when there was one component or none, which leaves the ID empty.
   int RemoveLastComponent();
 

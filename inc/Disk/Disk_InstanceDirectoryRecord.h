@@ -16,9 +16,9 @@ public:
 
   /// Fills an empty record from an object; with `add_icon` an image gets an icon, whose failure is only a warning.
   /// 0, or -1; the record then keeps what it has so far.
-  int FillInstanceRecord(IOD_Msg const& msg, bool standard, bool add_icon);
+  [[nodiscard]] int FillInstanceRecord(IOD_Msg const& msg, bool standard, bool add_icon);
   /// Gives the record of an image an icon made from the pixels of `msg`, or the one that `msg` brings along.
-  int AddIconImage(IOD_Msg const* msg);
+  [[nodiscard]] int AddIconImage(IOD_Msg const* msg);
 
   DISK_FILE_SET_ELEMENT(ReferencedSOPClassUIDInFile, Dicom_UI, 0x1510)
   DISK_FILE_SET_ELEMENT(ReferencedSOPInstanceUIDInFile, Dicom_UI, 0x1511)

@@ -7,5 +7,5 @@ class DISK_EXPORT Disk_LockManager : public Klb_LockFile {
 public:
   /// `directory` may be null for the working directory. Creates the lock file unless `read_only`; a read-only
   /// file-set without a lock file works without locks. 0, or -1.
-  int Init(char const* directory, int read_only);
+  [[nodiscard]] int Init(char const* directory, int read_only);
 };

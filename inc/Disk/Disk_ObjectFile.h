@@ -15,17 +15,17 @@ public:
   explicit Disk_ObjectFile(Disk_FileID const& id) : Disk_File(id), params(Disk_StoreParams::READ_ONLY) {}
 
   /// Reads the object. 0 and a new message for the caller to own, or -1, also when there is no such file.
-  int Get(IOD_Msg** msg, Disk_AsyncFile* async);
+  [[nodiscard]] int Get(IOD_Msg** msg, Disk_AsyncFile* async);
   /// Writes the object: natively, or compressed, and then `msg` holds the compressed form afterwards. With
   /// `sync_directory` false the caller syncs the directory before it acknowledges anything. A durable store waits for
   /// its name in `together`, if there is one. 0, or -1.
-  int Store(IOD_Msg* msg, bool sync_directory = true, Disk_Replacements* together = nullptr);
+  [[nodiscard]] int Store(IOD_Msg* msg, bool sync_directory = true, Disk_Replacements* together = nullptr);
   /// Reads the object, sets what isn't null and writes it again, like a newly stored one. 0, or -1: the file is the old
   /// or the new one.
-  int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
-  int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
+  [[nodiscard]] int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  [[nodiscard]] int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
   /// Without `sync_directory` the caller syncs the object's entry.
-  int correct(Disk_Correction const& correction, bool sync_directory);
+  [[nodiscard]] int correct(Disk_Correction const& correction, bool sync_directory);
 
 private:
   int Read(IOD_Msg** msg, Disk_AsyncFile* async);

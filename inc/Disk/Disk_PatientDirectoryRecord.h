@@ -15,11 +15,11 @@ public:
                               int* error);
 
   /// Fills an empty record from an object. 0, or -1; the record then keeps what it has so far.
-  int FillPatientRecord(IOD_Msg const& msg, bool standard);
+  [[nodiscard]] int FillPatientRecord(IOD_Msg const& msg, bool standard);
   Disk_RecordList<Disk_StudyDirectoryRecord>& GetStudyRecords() const;
   /// Reads the studies of the patient, whose own record stands at `place`. 0, or -1 (logged), also when a patient in
   /// use has none, and when another patient has them.
-  int ReadStudies(Disk_RecordSource const& source, unsigned place);
+  [[nodiscard]] int ReadStudies(Disk_RecordSource const& source, unsigned place);
 
 private:
   mutable std::unique_ptr<Disk_RecordList<Disk_StudyDirectoryRecord>> study_records_; // from when it is asked for

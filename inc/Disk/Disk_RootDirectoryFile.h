@@ -1,5 +1,6 @@
 #pragma once
 #include <Disk/Disk_PatientDirectoryRecord.h>
+#include <Disk/Disk_StoreRequest.h>
 #include <Disk/Disk_StudyDirectoryFile.h>
 #include <infra/Disk_Export.h>
 
@@ -32,7 +33,7 @@ struct DISK_EXPORT Disk_AutoDeleteCandidate {
 ///
 ///     int status = 0;
 ///     Disk_RootDirectoryFile root("/data/set", Disk_StoreParams(), 0, &status, nullptr);
-///     if (status == 0 && root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0) ...
+///     if (status == 0 && root.Store({.msg = &object}) == 0) ...
 class DISK_EXPORT Disk_RootDirectoryFile : public Disk_DirectoryFile {
 public:
   /// Opens the file-set in a directory that exists. An empty one gets a LOCKFILE, and becomes a file-set with the first
@@ -50,36 +51,35 @@ public:
 
   /// Makes an object part of the file-set.
   ///
-  /// It needs Study, Series and SOP Instance UID, Patient ID and, unless it is in place or moved, SOP Class UID.
-  /// `msg` stays the caller's; it is stamped, may get its record's icon and be compressed. `add_icon`: a new image
-  /// gets an icon. `store_unmatching_images` 0: an object whose Patient's Name, Patient ID, Study ID or Series Number
-  /// contradicts its study or series is refused; otherwise that is only logged. In the standard structure the issuer
-  /// is a part of the Patient ID. `in_place` not 0: the object's file stands inside the file-set already, as
-  /// `existing_file`, a full path below the prefix. In the private structure the folder two levels above the first
-  /// object of a study becomes the study's: it must be below the prefix, and in no other study's folder. `move_store`
-  /// not 0: instead of writing `msg`, `file_to_move` is renamed to the object's place, and its path copied to
-  /// `stored_file_name`, of at least 512 bytes. `syntax_in_file` may be null.
+  /// The object needs Study, Series and SOP Instance UID, Patient ID and, unless it is in place or moved, SOP Class
+  /// UID. Disk_StoreRequest says what else can be asked for. In the standard structure the issuer is a part of the
+  /// Patient ID when an object is compared with its study. In the private structure an object in place that is the
+  /// first of its study makes the folder two levels above it the study's: that must be below the prefix, and in no
+  /// other study's folder.
   ///
   /// 0: stored; with full durability it survives a power cut. -1: not acknowledged: when a late step failed, such as
   /// the unlock after the write or the end of a standard commit, it may be found afterwards. Storing it again is right.
   /// Errors 211004 (a value can't be part of a file name), 211005, 211017, 211018, 211019, 211020, 211001, 211023 and
   /// 210000 + errno tell causes; some refusals, that of an object without an identifier for one, set none. What was
   /// stored before is unharmed; files that no record names may be left.
-  int Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place, char* existing_file, int move_store,
-            char* file_to_move, char* stored_file_name, Dicom_UI const* syntax_in_file);
+  [[nodiscard]] int Store(Disk_StoreRequest const& request);
+  /// The same, with the members of a request in their order.
+  [[nodiscard]] int Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place, char* existing_file,
+                          int move_store, char* file_to_move, char* stored_file_name, Dicom_UI const* syntax_in_file);
 
   /// Answers an identifier at study, series or image level from the records alone. `results` is the caller's; new
   /// responses, owned by it, are appended, and any response in it that lacks a queried attribute with a real value
   /// is removed. 0, also without a match. -1 with error 211007 for an information model other than 1, 211002 for an
   /// unknown level, 211001; responses found so far stay in `results`.
-  int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
+  [[nodiscard]] int Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
 
   /// Reads one object, by the identifier's Referenced File ID or, without one, by its three UIDs. `async` may be null;
   /// nothing looks at it. 0 and a new message for the caller to own; or -1, with error 211007 for an information model
   /// other than 1. In the private structure, if it may be written, the access is noted in the study's record, when the
   /// identifier names another study than the last fetch did; a fetch by file ID without a Study Instance UID
   /// notes nothing. A note that can't be written fails nothing.
-  int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object, Disk_AsyncFile* async);
+  [[nodiscard]] int GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
+                           Disk_AsyncFile* async);
 
   /// Deletes one or more studies, a series, or one or more images of a series, by the level of the identifier. It must
   /// hold the UIDs of that level and of those above; a request that lacks one is refused and deletes nothing. Off until
@@ -90,36 +90,38 @@ public:
   /// that was named keeps its record and counts as failed, which alone gives no -1. A delete that was killed is
   /// completed by the same call: what it removed has no record any more, so images count as failed and a series gives
   /// -1, but the counters and modalities of the study follow what is left.
-  int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, MXL_SubOperationsReport* report,
-             SCL_ResponseStatus& status);
+  [[nodiscard]] int Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
+                           MXL_SubOperationsReport* report, SCL_ResponseStatus& status);
 
   /// Protects a study from being deleted, or no longer; private structure only. The identifier is at study level; the
   /// third argument has no effect. 0, or -1, with error 211007 or 211002.
-  int ProtectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Dicom_UI* ignored_uid);
-  int UnprotectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, Dicom_UI* ignored_uid);
+  [[nodiscard]] int ProtectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
+                                  Dicom_UI* ignored_uid);
+  [[nodiscard]] int UnprotectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
+                                    Dicom_UI* ignored_uid);
   /// Marks a study as completely loaded; private structure only. 0, or -1.
-  int SetStudyCompleted(Dicom_UI const& study_uid);
+  [[nodiscard]] int SetStudyCompleted(Dicom_UI const& study_uid);
   /// Sets the study's access date to now; private structure only. 0, or -1.
-  int SetStudyAccessed(Dicom_UI const& study_uid);
+  [[nodiscard]] int SetStudyAccessed(Dicom_UI const& study_uid);
 
   /// The free space of the file-set's disk in KB of 1024 bytes, less what is reserved; -1 on failure.
   long FreeSpace();
   /// Deletes studies, the least recently updated first, until the wanted space is free; protected and young ones stay.
   /// Private structure only; off until SetSupportPar allows it. 0, also when the space can't be reached; -1 when the
   /// records can't be read, sorted or written.
-  int AutoDelete();
+  [[nodiscard]] int AutoDelete();
 
   /// What AutoDelete may delete, in its order, whether or not it is switched on. 0; or -1, and `*candidates` is empty.
-  int ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>* candidates);
+  [[nodiscard]] int ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>* candidates);
 
   /// Corrects the attributes of a patient, told by ID and issuer, in the records and in every object file. A null
   /// value leaves its attribute alone. Private structure only. 0; or -1, and then part of the objects may have the new
   /// values; the records have the old ones, so a new root can do it again, which completes it.
-  int ChangePatientsName(Dicom_LO const& patient_id, Dicom_LO const& issuer, Dicom_PN const& new_name,
-                         Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  [[nodiscard]] int ChangePatientsName(Dicom_LO const& patient_id, Dicom_LO const& issuer, Dicom_PN const& new_name,
+                                       Dicom_LO const& new_id, Dicom_LO const& new_issuer);
   /// The same for the maker of the equipment, which only the objects name.
-  int ChangeManufacturerParms(Dicom_LO const& patient_id, Dicom_LO const& issuer, Dicom_LO const& manufacturer,
-                              Dicom_LO const& model);
+  [[nodiscard]] int ChangeManufacturerParms(Dicom_LO const& patient_id, Dicom_LO const& issuer,
+                                            Dicom_LO const& manufacturer, Dicom_LO const& model);
   /// Called after each object that a correction has written; it must not call this root.
   void SetObjectDone(std::function<void()> done) { object_done = std::move(done); }
 
@@ -134,14 +136,14 @@ public:
   /// Files of the upper two levels stay unseen, and folders in the folder of a series. Private structure only. A study
   /// whose folder is gone is dropped from memory, and from the file with the next write. 0, also when a study or a
   /// series can't be scanned (logged), or -1, with the cause in the log.
-  int ProcessZombieFiles(CToolParseDICOMReport& report);
+  [[nodiscard]] int ProcessZombieFiles(CToolParseDICOMReport& report);
 
   /// Brings everything that was acknowledged to the disk, of relaxed operations too, whoever made them. The whole file
   /// system is synced. It waits for relaxed operations that are under way. 0, or -1, and then it may not be there.
-  int Sync();
+  [[nodiscard]] int Sync();
   /// After a power cut, brings what relaxed operations had not synced in order, as opening the file-set for writing
   /// does. 0, also when there is nothing to do, or -1.
-  static int Recover(char const* file_set_prefix);
+  [[nodiscard]] static int Recover(char const* file_set_prefix);
 
 private:
   void Construct(char const* file_set_prefix, int* status);

@@ -21,37 +21,37 @@ public:
 
   unsigned GetOffset() const { return first_image_offset; }
   /// Brings the records up to date. 0, or -1.
-  int Read();
+  [[nodiscard]] int Read();
   /// Writes the records. 0, or -1.
-  int Write(Disk_Replacements* together = nullptr);
+  [[nodiscard]] int Write(Disk_Replacements* together = nullptr);
   /// Finds or makes the object's record, writes the object, then the records. On 0 `*new_image` is 1 when a record
   /// was added. After -1 the records on disk are as before; an object file that no record names may be left. With
   /// `together` the files of a durable store are in their places when those replacements finish.
-  int Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon, int in_place,
-            char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
-            Dicom_UI const* syntax_in_file);
+  [[nodiscard]] int Store(IOD_Msg* msg, Disk_SeriesDirectoryRecord* series, int* new_image, bool add_icon, int in_place,
+                          char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
+                          Dicom_UI const* syntax_in_file);
   /// Private structure: kFolderIsGone, and nothing is done, when the folder that the series' record names isn't there.
-  int Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series, int* new_image,
-            Disk_Replacements* together = nullptr);
+  [[nodiscard]] int Store(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series, int* new_image,
+                          Disk_Replacements* together = nullptr);
   static constexpr int kFolderIsGone = 1;
   /// Appends a response to `results` for each record that matches. 0, or -1.
-  int Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  [[nodiscard]] int Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
   /// Deletes images, or all for a null UID. `*records` is how many there were. 0, also when some couldn't be removed;
   /// -1 when the records can't be read or written.
-  int Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records);
+  [[nodiscard]] int Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records);
   /// The same; the counts are added to those that `report` holds.
-  int Delete(Dicom_UI image_uids, MXL_SubOperationsReport* report);
+  [[nodiscard]] int Delete(Dicom_UI image_uids, MXL_SubOperationsReport* report);
   /// Reads one object. 0 and a new message for the caller to own, or -1.
-  int GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+  [[nodiscard]] int GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object);
   /// The same by the records in memory: 1 when these may be old, or don't have the object.
-  int GetKnown(Dicom_UI const& sop_instance_uid, IOD_Msg** object) const;
+  [[nodiscard]] int GetKnown(Dicom_UI const& sop_instance_uid, IOD_Msg** object) const;
   /// Corrects every object, as the root does, whose lock the caller holds. 0, or -1: what went before the failure is
   /// written.
-  int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
-  int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
-  int correct(Disk_Correction const& correction);
+  [[nodiscard]] int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  [[nodiscard]] int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
+  [[nodiscard]] int correct(Disk_Correction const& correction);
   /// Hands over the files in the series' folder that no record names. The caller holds the study lock. 0, or -1.
-  int ProcessZombieFiles(CToolParseDICOMReport& report);
+  [[nodiscard]] int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:
   int process_zombies(CToolParseDICOMReport& report);

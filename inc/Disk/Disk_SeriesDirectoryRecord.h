@@ -15,5 +15,5 @@ public:
       : Disk_DirectoryRecord(fd, length, read_length, syntax, error) {}
 
   /// Fills an empty record from an object. 0, or -1; the record then keeps what it has so far.
-  int FillSeriesRecord(IOD_Msg const& msg, bool standard);
+  [[nodiscard]] int FillSeriesRecord(IOD_Msg const& msg, bool standard);
 };

@@ -17,7 +17,7 @@ public:
   Disk_StorageStrategy& operator=(Disk_StorageStrategy const&) = delete;
   virtual ~Disk_StorageStrategy() = default;
   /// Writes at the current position and moves it. The number of bytes written, or -1.
-  virtual int Write(void const* data, unsigned size) = 0;
+  [[nodiscard]] virtual int Write(void const* data, unsigned size) = 0;
   /// The new position, or -1. `whence` 0: from the start, 1: from the position, 2: from the end.
   virtual long LSeek(long offset, int whence) = 0;
   /// Brings what is pending to the file. Whether all of it got there.
@@ -27,7 +27,7 @@ public:
   /// Data was written that the file doesn't hold yet.
   virtual bool HasPendingData() = 0;
   /// Takes the existing file over; the file's position stays. That position, or -1.
-  virtual int UpdateFromFile() = 0;
+  [[nodiscard]] virtual int UpdateFromFile() = 0;
   /// Makes sure that an operation finds room for all that it is about to write, up to `end`. If not, false, and nothing
   /// has changed.
   virtual bool Reserve(unsigned /*end*/) { return true; }
@@ -39,11 +39,11 @@ protected:
 /// Passes everything to the file at once.
 class DISK_EXPORT Disk_FileStorageStrategy : public Disk_StorageStrategy {
 public:
-  int Write(void const* data, unsigned size) override;
+  [[nodiscard]] int Write(void const* data, unsigned size) override;
   long LSeek(long offset, int whence) override;
   bool Flush() override { return true; }
   bool HasPendingData() override { return false; }
-  int UpdateFromFile() override { return 0; }
+  [[nodiscard]] int UpdateFromFile() override { return 0; }
 };
 
 /// Keeps the whole image of the file in memory, and writes it in one go on Flush. For one process: VERSION files
@@ -55,14 +55,14 @@ public:
   explicit Disk_MemoryStorageStrategy(unsigned size = kDefaultSize);
   ~Disk_MemoryStorageStrategy() override;
   /// A write that the image can't grow for is short, and all that follow are refused.
-  int Write(void const* data, unsigned size) override;
+  [[nodiscard]] int Write(void const* data, unsigned size) override;
   /// Only writing makes the image grow: a target at or beyond its capacity fails.
   long LSeek(long offset, int whence) override;
   bool Flush() override;
   bool HasPendingData() override { return pending; }
   /// The file takes the place of an image that has nothing pending. After a short read the image is empty and refuses
   /// all writes, as a Flush would damage the file.
-  int UpdateFromFile() override;
+  [[nodiscard]] int UpdateFromFile() override;
   bool Reserve(unsigned end) override;
 
 private:

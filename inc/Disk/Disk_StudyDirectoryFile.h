@@ -18,54 +18,56 @@ public:
                           unsigned first_series_offset);
 
   unsigned GetOffset() const { return first_series_offset; }
-  int Read();
-  int Write(Disk_Replacements* together = nullptr);
-  int LockExclusive();
+  [[nodiscard]] int Read();
+  [[nodiscard]] int Write(Disk_Replacements* together = nullptr);
+  [[nodiscard]] int LockExclusive();
   /// The same in two steps, for a store: under the file-set's lock the study is pinned, and when that is given up,
   /// locked. -1 with ESTALE when the study has gone from its folder in between.
-  int Pin();
-  int LockPinned();
+  [[nodiscard]] int Pin();
+  [[nodiscard]] int LockPinned();
   /// Whether the study that was locked last still is where it was.
   bool IsInPlace() const { return !has_lock || lock_manager.IsInPlace(); }
-  int LockShared();
+  [[nodiscard]] int LockShared();
   /// The same for a study that was locked before, with GetKnown, which sees whether it is still there. -1 with ESTALE,
   /// and nothing is logged, when the lock file isn't open any more.
-  int RelockShared() { return lock_manager.RelockShared(); }
+  [[nodiscard]] int RelockShared() { return lock_manager.RelockShared(); }
   int UnlockExclusive();
   int UnlockShared();
 
   /// Finds or makes the object's series and stores the object there, then writes the records. On 0 `*new_series` and
   /// `*new_image` tell whether a record was added. -1 with error 211019 when the Series Number doesn't match.
-  int Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image, bool add_icon,
-            int store_unmatching_images, int in_place, char* existing_file, int move_store, char* file_to_move,
-            char* stored_file_name, Dicom_UI const* syntax_in_file);
-  int Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image);
+  [[nodiscard]] int Store(IOD_Msg* msg, Disk_StudyDirectoryRecord* study, int* new_series, int* new_image,
+                          bool add_icon, int store_unmatching_images, int in_place, char* existing_file, int move_store,
+                          char* file_to_move, char* stored_file_name, Dicom_UI const* syntax_in_file);
+  [[nodiscard]] int Store(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, int* new_series,
+                          int* new_image);
   /// Whether that dropped a series whose folder was gone, so that the counts of the root are too high.
   bool HasDropped() const { return !dropped_id.empty(); }
   /// Appends the responses of a query at series or image level to `results`. The caller holds the study lock.
-  int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  [[nodiscard]] int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier,
+                          Dicom_Sequence* results);
   /// How many series there are, and by their records how many images, in the private structure. Who holds neither the
   /// study lock nor the file-set's exclusively gets numbers of some moment. 0, or -1.
-  int Count(int* series, int* images);
+  [[nodiscard]] int Count(int* series, int* images);
   /// Deletes a series, some images of it, or all series. 0, or -1: what went before the failure is gone.
-  int Delete(Disk_Removal* removal);
+  [[nodiscard]] int Delete(Disk_Removal* removal);
   /// The same. A null `series_uid` means all series, a null `image_uids` all images; `report` counts images,
   /// `*removed_series` is the number of series that ceased to exist, and `modality` that of the one that was named and
   /// has gone.
-  int Delete(Dicom_UI series_uid, Dicom_UI image_uids, MXL_SubOperationsReport* report, int* removed_series,
-             Dicom_CS& modality);
-  int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);
+  [[nodiscard]] int Delete(Dicom_UI series_uid, Dicom_UI image_uids, MXL_SubOperationsReport* report,
+                           int* removed_series, Dicom_CS& modality);
+  [[nodiscard]] int GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object);
   /// The same by the records in memory alone: 1 when these may be old, or don't have the object. Private structure
   /// only.
-  int GetKnown(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object) const;
+  [[nodiscard]] int GetKnown(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object) const;
   /// Corrects every object, as the root does, whose lock the caller holds. 0, or -1: what went before the failure is
   /// written.
-  int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
-  int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
-  int correct(Disk_Correction const& correction);
+  [[nodiscard]] int ChangePatientsName(Dicom_PN const& new_name, Dicom_LO const& new_id, Dicom_LO const& new_issuer);
+  [[nodiscard]] int ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model);
+  [[nodiscard]] int correct(Disk_Correction const& correction);
   /// Hands over the folders in the study's own that no record names, and what its series do. The caller holds the study
   /// lock. 0, or -1.
-  int ProcessZombieFiles(CToolParseDICOMReport& report);
+  [[nodiscard]] int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:
   using Lock = int (Klb_LockFile::*)();

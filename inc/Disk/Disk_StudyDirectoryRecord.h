@@ -22,11 +22,11 @@ public:
       : Disk_DirectoryRecord(fd, length, read_length, syntax, error) {}
 
   /// Fills an empty record from an object. 0, or -1; the record then keeps what it has so far.
-  int FillStudyRecord(IOD_Msg const& msg, bool standard);
+  [[nodiscard]] int FillStudyRecord(IOD_Msg const& msg, bool standard);
   /// Whether the Protection Flag lets it be deleted; a study without one is protected.
   bool IsDeletable() const;
   /// Copies name, ID, birth date and issuer of the patient, whatever they hold. 0, or -1.
-  int UpdatePatientDetails(IOD_Msg const& msg);
+  [[nodiscard]] int UpdatePatientDetails(IOD_Msg const& msg);
 
 private:
   int fill_counters(bool standard);

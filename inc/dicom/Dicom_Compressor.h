@@ -26,12 +26,12 @@ public:
   int GetKolbaCompressionVersion(Dicom_Msg const& msg, int* flag) const;
   /// 0 when the object is compressed or was left alone (a log line of level 6 says why), -1 when the codec failed or
   /// `type` isn't one; the object is unchanged then.
-  int Compress(Dicom_Msg* msg, int type) const;
+  [[nodiscard]] int Compress(Dicom_Msg* msg, int type) const;
   /// Brings encapsulated JPEG-LS pixels back, byte for byte what Compress was given. 0 also for native pixels; -1
   /// when they are compressed by another codec, damaged, or don't have the size that the attributes tell; the
   /// object is unchanged then, and `*failure`, which may be null, tells why. An icon that is compressed too is brought
   /// back with them, or leaves the object when that fails.
-  int Decompress(Dicom_Msg* msg, Dicom_DecodingFailure* failure = nullptr) const;
+  [[nodiscard]] int Decompress(Dicom_Msg* msg, Dicom_DecodingFailure* failure = nullptr) const;
   /// Decodes the pixels as Decompress does, a frame at a time, and keeps nothing. The same result; nothing is logged.
-  int TryDecompress(Dicom_Msg const& msg, Dicom_DecodingFailure* failure) const;
+  [[nodiscard]] int TryDecompress(Dicom_Msg const& msg, Dicom_DecodingFailure* failure) const;
 };

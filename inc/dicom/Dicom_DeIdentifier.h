@@ -18,7 +18,7 @@ public:
   static void SetProcess(Process process);
 
   /// 0, or -1: the object must not be stored.
-  int Process_for_Push(IOD_Msg* msg) const;
+  [[nodiscard]] int Process_for_Push(IOD_Msg* msg) const;
   Crypt_EncryptionInterface* GetEncryption() const { return encryption_; }
 
 private:

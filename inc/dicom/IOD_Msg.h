@@ -35,10 +35,10 @@ public:
                                                    std::string* error = nullptr);
   /// A DICOM file. Pixels that are encapsulated stay so, and the file then bears their syntax instead of `syntax`. 0;
   /// or -1, and `*bytes` is as before.
-  int ToFileBytes(std::string* bytes, Dicom_UI const& syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX,
-                  std::string* error = nullptr) const;
+  [[nodiscard]] int ToFileBytes(std::string* bytes, Dicom_UI const& syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX,
+                                std::string* error = nullptr) const;
   /// The data set alone. The same results; -1 also when the pixels are encapsulated in another syntax.
-  int ToDataSetBytes(std::string* bytes, Dicom_UI const& syntax, std::string* error = nullptr) const;
+  [[nodiscard]] int ToDataSetBytes(std::string* bytes, Dicom_UI const& syntax, std::string* error = nullptr) const;
 
   /// The pixels, bytes or words, which stay the message's; OW_NULL where it has none.
   Dicom_OtherType const& GetPixelData() const;

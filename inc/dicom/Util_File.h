@@ -30,18 +30,18 @@ public:
   /// Writes the bytes to a new file and syncs it unless durability is relaxed. An old one of that name is unlinked
   /// first: other hard links to it keep the old bytes, and a write that fails may have lost it. `fs` is null or the
   /// current file system. 0, or -1 with errno; a partial file may stay behind.
-  int Write(char const* path, Util_FileSystemInterface* fs);
+  [[nodiscard]] int Write(char const* path, Util_FileSystemInterface* fs);
   /// Writes the bytes at the descriptor's position. 0, or -1 with errno.
-  int Write(int fd);
+  [[nodiscard]] int Write(int fd);
   /// The same through a strategy, at its position. 0, or -1.
-  int Write(Disk_StorageStrategy* strategy);
+  [[nodiscard]] int Write(Disk_StorageStrategy* strategy);
   /// The bytes as they would be written, and those of the data set in them.
   std::string_view Bytes() const;
   std::string_view DataSetBytes() const { return Bytes().substr(data_set_start_); }
 
   /// Reads a file. 0, also when it is no DICOM file, which GetError and the decoding tell; or -1 with errno, ENOENT
   /// when there is no such file, EFBIG from 4 GiB on. `flags` has no effect; `fs` is null or the current file system.
-  int GetFile(char const* path, int flags, Util_FileSystemInterface* fs);
+  [[nodiscard]] int GetFile(char const* path, int flags, Util_FileSystemInterface* fs);
   /// Takes the bytes of a file from memory; they are copied. 0, also when they are none of a DICOM file; or -1 without
   /// memory, or when they are more than 4 GiB less two.
   int GetBytes(std::string_view bytes);

@@ -9,7 +9,7 @@ class DISK_EXPORT Util_TransferSyntax {
 public:
   /// Reads the beginning of the file. On 0 the file's position is at the start of the data set and
   /// GetTransferSyntax tells the syntax; -1 when this is no DICOM file or it can't be read.
-  int GetDetails(int fd);
+  [[nodiscard]] int GetDetails(int fd);
   /// The UID of the syntax; where the file has no meta information, the one that its data set shows.
   Dicom_UI const& GetTransferSyntax() const { return syntax_; }
 

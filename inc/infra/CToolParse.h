@@ -16,7 +16,7 @@ public:
   /// Hands over what stands in `folder`, in the order of the names, `depth` levels deep; what is in a folder
   /// before the folder. Links are not followed. 0, or -1 when a folder can't be listed or an entry was refused
   /// with -1; the other entries have been handed over then.
-  int ParseDirectory(RWCString folder, int depth);
+  [[nodiscard]] int ParseDirectory(RWCString folder, int depth);
 };
 
 /// Lists one folder into `m_paths`.

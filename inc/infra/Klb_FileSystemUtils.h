@@ -17,10 +17,10 @@ public:
 
   /// Size of the file system that holds `path`, and what of it an ordinary user may still fill, in KB. 0, or
   /// -1 with errno and both results untouched.
-  static int FindDiskSizes(char const* path, long* total_kb, long* free_kb);
+  [[nodiscard]] static int FindDiskSizes(char const* path, long* total_kb, long* free_kb);
   /// The same for numbers that saturate at 4 TB.
-  static int FindDiskSizes(RWWString const& path, unsigned* total_kb, unsigned* free_kb);
+  [[nodiscard]] static int FindDiskSizes(RWWString const& path, unsigned* total_kb, unsigned* free_kb);
 
   /// The same free space in bytes.
-  static int GetFreeSpace(char const* path, double* bytes);
+  [[nodiscard]] static int GetFreeSpace(char const* path, double* bytes);
 };

@@ -28,26 +28,26 @@ public:
   /// name of the lock file. It is created if need be, but not when `read_only` is set: then, where there is no
   /// lock file in the directory, or none that we may read, the operations below succeed without one. A second
   /// Init ends the hold of the first. -1, with errno, if the file can't be opened.
-  int Init(char const* directory, char const* file_name, int read_only);
+  [[nodiscard]] int Init(char const* directory, char const* file_name, int read_only);
 
   /// Wait for the lock; nothing but success (0) or an error (-1, with errno) ends the wait. -1 too when the
   /// directory has been deleted. After -1 nothing is held.
-  int LockShared();
-  int LockExclusive();
+  [[nodiscard]] int LockShared();
+  [[nodiscard]] int LockExclusive();
 
   /// For who comes to the lock by another one that he then gives up. Under that one Pin makes sure that the open lock
   /// file is the one that stands at its path. LockPinned waits for that very file: when it is gone by then, or another
   /// one stands there, the result is -1 with ESTALE, and nothing is logged.
-  int Pin();
-  int LockPinned();
+  [[nodiscard]] int Pin();
+  [[nodiscard]] int LockPinned();
   /// LockShared for who had the lock before, and sees from what it protects whether that still stands where it did: the
   /// file that is open counts, wherever it stands. -1 with ESTALE, and nothing is logged, when none is.
-  int RelockShared();
+  [[nodiscard]] int RelockShared();
   /// Whether the file that was locked last stands at its path. False is logged, with errno: ESTALE for another file.
   bool IsInPlace() const;
 
   /// 0 got, 1 somebody else has it, -1 error. After 1 and -1 nothing is held, a former shared hold included.
-  int TryLockExclusive();
+  [[nodiscard]] int TryLockExclusive();
 
   /// 0 also when nothing was held.
   int UnlockShared();

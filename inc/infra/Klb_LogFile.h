@@ -59,7 +59,7 @@ public:
 
   /// Lets lines go to a file as well, which is appended to and moved aside when it has grown to 10 MiB (5 old
   /// ones are kept). Null ends that. -1: the file can't be opened, and the file that was set before stays.
-  int SetLogFile(char const* path) noexcept;
+  [[nodiscard]] int SetLogFile(char const* path) noexcept;
 
   /// Lets lines go to `sink` as well; an empty one ends that. After the return the former sink isn't called
   /// any more.

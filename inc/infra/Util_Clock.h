@@ -14,5 +14,5 @@ public:
   static void SetNow(std::time_t now) noexcept;
 
   /// `when` as local calendar time. 0, or -1 with errno when the year can't be expressed.
-  static int LocalTime(std::time_t when, std::tm* parts) noexcept;
+  [[nodiscard]] static int LocalTime(std::time_t when, std::tm* parts) noexcept;
 };

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <tuple>
 
 namespace {
 
@@ -82,7 +83,7 @@ bool Disk_CacheRepository::GetCfgString(RWCString const& key, RWCString& value) 
 // Space
 
 void Disk_CacheRepository::FindDiskSizes(unsigned* total, unsigned* free) {
-  Klb_FileSystemUtils::FindDiskSizes(m_path, total, free);
+  std::ignore = Klb_FileSystemUtils::FindDiskSizes(m_path, total, free); // which leaves both as they were if it fails
 }
 
 long Disk_CacheRepository::FindRepositorySizeKB() {
@@ -195,7 +196,7 @@ int Disk_CacheRepository::DeleteStudyByInstanceUID(Dicom_UI study_uid) {
     }
     MXL_SubOperationsReport report;
     SCL_ResponseStatus status = SCL_ResponseStatus::Failed;
-    Delete(identifier, 1, &report, status);
+    std::ignore = Delete(identifier, 1, &report, status); // the status tells whether the study has gone
     return status == SCL_ResponseStatus::Success ? 0 : -1;
   });
 }

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -100,7 +101,7 @@ public:
   /// For the folders below a study's.
   Names Below(Dicom_UI const& uid) const {
     Disk_FileID id = GenerateFileID(uid);
-    id.AddComponent("DIRFILE");
+    std::ignore = id.AddComponent("DIRFILE"); // two short names always make a file ID
     return {id, standard_dicomdir};
   }
   Disk_FileID Folder() const { return directory(); }

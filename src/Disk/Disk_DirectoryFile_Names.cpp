@@ -16,6 +16,7 @@
 #include <memory>
 #include <new>
 #include <string_view>
+#include <tuple>
 #include <unordered_set>
 
 namespace {
@@ -145,7 +146,7 @@ Disk_FileID Disk_DirectoryFile::GenerateFileID(Dicom_UI const& uid) const {
     bits <<= kCharacterBits;
   }
   Disk_FileID id = directory();
-  id.AddComponent(name.c_str());
+  std::ignore = id.AddComponent(name.c_str()); // two short names always make a file ID
   return id;
 }
 

@@ -10,13 +10,15 @@
 #include <cerrno>
 #include <string_view>
 
+int Disk_RootDirectoryFile::Store(Disk_StoreRequest const& request) {
+  return Disk_Guarded("Store", [&] { return store(request); });
+}
+
 int Disk_RootDirectoryFile::Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place,
                                   char* existing_file, int move_store, char* file_to_move, char* stored_file_name,
                                   Dicom_UI const* syntax_in_file) {
-  return Disk_Guarded("Store", [&] {
-    return store({msg, add_icon, store_unmatching_images, in_place, existing_file, move_store, file_to_move,
-                  stored_file_name, syntax_in_file});
-  });
+  return Store({msg, add_icon, store_unmatching_images, in_place, existing_file, move_store, file_to_move,
+                stored_file_name, syntax_in_file});
 }
 
 int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {

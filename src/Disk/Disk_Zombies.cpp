@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <tuple>
 #include <unordered_set>
 #include <vector>
 
@@ -115,7 +116,7 @@ int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
       DeleteCorruptedEntry(study);
       continue;
     }
-    study_file->ProcessZombieFiles(report); // what fails there costs that study only
+    std::ignore = study_file->ProcessZombieFiles(report); // what fails there costs that study only
     if (held.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock study file-set.\n");
   }
   return 0;
@@ -135,7 +136,7 @@ int Disk_StudyDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     comparison.NameFolder(PathOf(GetFileSetPrefix(), *series));
     GetSeriesFile(series);
-    if (series_file) series_file->ProcessZombieFiles(report);
+    if (series_file) std::ignore = series_file->ProcessZombieFiles(report); // what fails there costs that series only
   }
   if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
   series_records.clearAndDestroy();

@@ -20,7 +20,7 @@ constexpr char kPullClient[] = "velquant\\system\\applications\\loader\\pull_cli
 
 std::string AsDateTime(std::time_t when) {
   std::tm parts{};
-  Util_Clock::LocalTime(when, &parts);
+  EXPECT_EQ(Util_Clock::LocalTime(when, &parts), 0);
   char text[32];
   std::strftime(text, sizeof text, "%Y%m%d%H%M%S", &parts);
   return text;
@@ -298,7 +298,7 @@ TEST_F(CacheTest, TheCountIsThatOfTheProcess) {
     else
       store(*cache);
     EXPECT_EQ(log.Count(6, "Found "), step.listed);
-    cache->MarkStudyAsAccessed(Dicom_UI(Uid(step.study)));
+    EXPECT_EQ(cache->MarkStudyAsAccessed(Dicom_UI(Uid(step.study))), step.result);
   }
   EXPECT_EQ(Studies(*cache), (std::set{Uid(1), Uid(2), Uid(4)}));
 }

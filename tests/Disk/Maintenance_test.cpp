@@ -107,7 +107,7 @@ TEST_F(FileSetTest, AScanHandsOverWhatNoRecordNamesAndTellsWhyItStops) {
   ASSERT_EQ(Store(root, *first), 0);
   std::string in_place = prefix + "/SA100000/S3000000/DIRFILE2";
   ASSERT_EQ(Phantom::Write({.image = 2, .size = kSize}, in_place), 0);
-  ASSERT_EQ(root.Store(second.get(), false, 0, 1, in_place.data(), 0, nullptr, nullptr, nullptr), 0);
+  ASSERT_EQ(root.Store({.msg = second.get(), .in_place = 1, .existing_file = in_place.c_str()}), 0);
   fs::create_directories(prefix + "/SA100000\\S3000000/x");
   directory.Write("a\\b/DIRFILE/SA100000/S3000000/I9.tmp", "x");
   Report report;

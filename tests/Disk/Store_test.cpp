@@ -233,7 +233,9 @@ TEST_P(StoreOfFilesTest, InPlaceStoreWritesNoObject) {
     Util_FileSystem::SetDurability(durability);
     auto const files = Files();
     for (auto const* syntax : {&Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, static_cast<Dicom_UI const*>(nullptr)}) {
-      EXPECT_EQ(root->Store(msg.get(), false, 0, 1, missing.data(), 0, nullptr, nullptr, syntax), -1);
+      EXPECT_EQ(
+          root->Store({.msg = msg.get(), .in_place = 1, .existing_file = missing.c_str(), .syntax_in_file = syntax}),
+          -1);
       EXPECT_EQ(KlbGError.Get(), 210000 + ENOENT);
     }
     EXPECT_EQ(Files(), files);
@@ -338,7 +340,7 @@ TEST_F(StoreTest, MissingArgumentsAndLocksAreRefused) {
       [&] { return root->Delete(study, 1, nullptr, status); },
       [&] { return root->GetOne(study, 1, nullptr, nullptr); },
       [&] { return root->ListAutoDelete(nullptr); },
-      [&] { return root->Store(nullptr, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr); },
+      [&] { return root->Store({}); },
       [&] { return access.FetchNext(nullptr); },
       [&] { return below.Query(SERIES, SCL_QueryIdentifier(SERIES), nullptr); },
       [&] { return below.Store(msg.get(), nullptr, nullptr, nullptr, 0, 0, 0, nullptr, 0, nullptr, nullptr, nullptr); },

@@ -12,9 +12,8 @@ namespace {
 
 // What DCMTK decodes the file to; empty when it can't.
 std::string DecodedByDcmtk(TempDirectory const& directory, Util_File& file) {
-  file.Write((directory / "c.dcm").c_str(), nullptr);
   std::string const command = "dcmdjpls '" + (directory / "c.dcm") + "' '" + (directory / "n.dcm") + "'";
-  if (std::system(command.c_str()) != 0) return {};
+  if (file.Write((directory / "c.dcm").c_str(), nullptr) == -1 || std::system(command.c_str()) != 0) return {};
   return PixelsOf(*ReadObject(directory / "n.dcm"));
 }
 

@@ -55,7 +55,8 @@ Operation StoreThatMoves() {
     char stored[Disk_FileID::kPathSize] = "";
     auto const msg = MakeObject(object);
     return WithRoot(session, [&](auto& root) {
-      return root.Store(msg.get(), false, 0, 0, nullptr, 1, source.data(), stored, nullptr);
+      return root.Store(
+          {.msg = msg.get(), .move_store = 1, .file_to_move = source.c_str(), .stored_file_name = stored});
     });
   };
   return operation;
@@ -73,7 +74,7 @@ Operation StoreInPlace() {
     std::string path = session.site.Set() + kInPlace;
     auto const msg = MakeObject(object);
     return WithRoot(session, [&](auto& root) {
-      return root.Store(msg.get(), false, 0, 1, path.data(), 0, nullptr, nullptr, nullptr);
+      return root.Store({.msg = msg.get(), .in_place = 1, .existing_file = path.c_str()});
     });
   };
   return operation;
@@ -209,8 +210,7 @@ Operation Export() {
     fs::create_directories(site.Source());
     auto const root = OpenSet(site.Source(), Disk_StoreParams::STORE_NATIVE);
     for (auto const& object : s_objects)
-      Require(root->Store(MakeObject(object).get(), false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr) == 0,
-              "no source to export");
+      Require(root->Store({.msg = MakeObject(object).get()}) == 0, "no source to export");
   };
   operation.act = [](Session& session) {
     auto const source = OpenSet(session.site.Source(), 0);
@@ -375,8 +375,7 @@ Model Prepare(State const& state, Site const& site) {
 } // namespace
 
 int Store(Session& session, IOD_Msg& object) {
-  return WithRoot(session,
-                  [&](auto& root) { return root.Store(&object, false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr); });
+  return WithRoot(session, [&](auto& root) { return root.Store({.msg = &object}); });
 }
 
 Site Site::Copy(std::string const& to) const {

@@ -164,7 +164,7 @@ private:
     if (Open()) Expect(Check(false), "check");
   }
   void TakeAlso() {
-    Expect(root_->Store(also_, false, 1, 0, nullptr, 0, nullptr, nullptr, nullptr), "store");
+    Expect(root_->Store({.msg = also_, .store_unmatching_images = 1}), "store");
     SCL_MoveIdentifier const own(*also_);
     SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
     for (auto const& tag : {kStudyUid, kSeriesUid, kInstanceUid})
@@ -182,7 +182,7 @@ private:
   }
   void Store(Disk_RootDirectoryFile& root, Phantom::Object const& object) {
     std::unique_ptr<IOD_Msg> const msg = Phantom::Make(object);
-    Expect(root.Store(msg.get(), false, 0, 0, nullptr, 0, nullptr, nullptr, nullptr), "store");
+    Expect(root.Store({.msg = msg.get()}), "store");
   }
   void Delete(SCL_MoveIdentifier& identifier, SCL_QueryRetrieveLevel::Value level) {
     identifier.Set(Dicom_Tag(0x0008, std::uint16_t(0x0052)), SCL_QueryRetrieveLevel::TextOf(level));

@@ -62,7 +62,7 @@ protected:
   }
 
   static int Store(Disk_RootDirectoryFile& root, IOD_Msg& msg, bool tolerate = false, bool icon = false) {
-    return root.Store(&msg, icon, tolerate, 0, nullptr, 0, nullptr, nullptr, nullptr);
+    return root.Store({.msg = &msg, .add_icon = icon, .store_unmatching_images = tolerate});
   }
 
   /// The files below the prefix by their relative names.

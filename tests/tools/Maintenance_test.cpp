@@ -264,7 +264,7 @@ TEST_F(MaintenanceTest, ScanRemovesNothingItCantBeSureOf) {
   int status = 0;
   Disk_RootDirectoryFile root((temp / "set").c_str(), Disk_StoreParams(), 0, &status, nullptr);
   auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 3));
-  ASSERT_EQ(root.Store(msg.get(), false, 0, 1, std::string(deep).data(), 0, nullptr, nullptr, nullptr), 0);
+  ASSERT_EQ(root.Store({.msg = msg.get(), .in_place = 1, .existing_file = deep.c_str()}), 0);
   Result const kept = Line("scan set --remove --yes");
   EXPECT_EQ(kept.code, 1);
   EXPECT_NE(kept.out.find("stays, as it is or holds what a record names"), std::string::npos) << kept.out;

@@ -70,8 +70,8 @@ StudyFolders CacheView::Folders() {
   all.SetStudyInstanceUID(UI_NULL);
   all.Set(Attributes::kReferencedFileId, CS_NULL);
   Dicom_Sequence answers;
-  Query(all, 1, &answers);
   StudyFolders folders;
+  if (Query(all, 1, &answers) == -1) return folders;
   for (int i = 0; i < answers.GetNItems(); ++i)
     folders[answers.Get(i)->Text(Attributes::kStudyInstanceUid)] =
         FolderOf(*answers.Get(i), ToUTF8(m_path.data()).data());

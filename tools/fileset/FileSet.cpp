@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <infra/Util_FileSystem.h>
 #include <optional>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -103,7 +104,7 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
 FoundFileSet FindFileSet(std::string const& directory, Access access, bool standard) {
   bool const makes = access == Access::Make || access == Access::MakeAmong;
   if (makes && MakeDirectory(directory) == -1) return {{}, std::string("can't be made: ") + std::strerror(errno)};
-  Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
+  std::ignore = Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
   FoundFileSet found = RecogniseFileSet(directory);
   if (makes && found.problem == kNoDirectory) found.problem += std::string("; ") + kOrder;
   if (found.problem != kNoFileSet) return found;

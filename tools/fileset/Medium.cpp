@@ -66,14 +66,19 @@ std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
                            "|" + object.GetSOPInstanceUID().GetText();
   if (added_.count(uids) != 0) return "the series holds two objects of this UID: the first is copied";
   log_.Begin();
-  std::string path = PathFor(object, set_.directory);
+  std::string const path = PathFor(object, set_.directory);
   Dicom_UI syntax;
   if (path.empty() || WriteNew(path, bytes, &syntax) == -1) {
     if (errno != 0) KlbGError.SetSystem(errno);
     return failed();
   }
+  Disk_StoreRequest const request{.msg = &object,
+                                  .store_unmatching_images = 1,
+                                  .in_place = 1,
+                                  .existing_file = path.c_str(),
+                                  .syntax_in_file = &syntax};
   // a failure may have come after the record was written, so the file stays
-  if (set_.root->Store(&object, false, 1, 1, path.data(), 0, nullptr, nullptr, &syntax) == -1) return failed();
+  if (set_.root->Store(request) == -1) return failed();
   added_.insert(uids);
   return {};
 }

@@ -54,10 +54,13 @@ std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, Engi
   std::string problem = move ? MoveProblem(how.file_to_move, set.directory) : "";
   if (!problem.empty()) return problem;
   log.Begin();
-  std::string source = how.file_to_move;
   char place[Disk_FileID::kPathSize] = "";
-  int const result =
-      set.root->Store(&object, how.icon, how.accept_mismatch, 0, nullptr, move, source.data(), place, nullptr);
+  int const result = set.root->Store({.msg = &object,
+                                      .add_icon = how.icon,
+                                      .store_unmatching_images = how.accept_mismatch,
+                                      .move_store = move,
+                                      .file_to_move = how.file_to_move.c_str(),
+                                      .stored_file_name = place});
   if (stored_as) *stored_as = place;
   return result == 0 ? "" : log.Cause();
 }

@@ -12,6 +12,7 @@
 #include <dicom/Dicom_UIDGenerator.h>
 #include <infra/CToolParse.h>
 #include <infra/Util_FileSystemInterface.h>
+#include <tuple>
 #include <unistd.h>
 #include <utility>
 
@@ -101,7 +102,7 @@ public:
   int ProcessFolder(RWCString path) override {
     if (!may_go(path.str())) return 0;
     FolderRemoval removal(report_);
-    removal.ParseDirectory(path, kDeepest); // what fails in it keeps the folder from going
+    std::ignore = removal.ParseDirectory(path, kDeepest); // what fails in it keeps the folder from going
     note(path.str(), removal.ProcessFolder(path));
     return 0;
   }
