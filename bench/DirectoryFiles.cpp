@@ -26,7 +26,7 @@ public:
     int found = 0;
     Bench::Require(Read(&sequence, &found, &msg) == 0 && found, "reading");
     std::unique_ptr<IOD_Msg> const owner(msg);
-    Bench::Require(Disk_TakeRecords(*sequence, records, "") == 0, "taking the records");
+    Bench::Require(Disk_TakeRecords(*sequence, records, "", GetFileID().Path(), false) == 0, "taking the records");
   }
 
   void Save(Disk_RecordList<Disk_InstanceDirectoryRecord> const& records) {

@@ -49,6 +49,23 @@ void Warm(std::string const& what, long n, Disk_RootDirectoryFile& root, SCL_Que
   Report("query", what, "ours", n, took / kAsks);
 }
 
+/// A query that goes down into many series.
+void HundredSeries(Scope const& scope) {
+  constexpr int kManySeries = 100, kFewImages = 10;
+  Progress("queries over a study of 100 series");
+  Folder const folder(scope.base);
+  for (bool const standard : {false, true}) {
+    std::string const set = folder.Path() + (standard ? "/standard" : "/private"), in = standard ? ", standard" : "";
+    std::filesystem::create_directory(set);
+    auto const root = Open(set, kNative | (standard ? unsigned(Disk_StoreParams::STANDARD_STRUCTURE) : 0));
+    Fill(*root, kManySeries * kFewImages,
+         [](int i) { return Phantom::Object{.series = i / kFewImages + 1, .image = i % kFewImages + 1}; });
+    SCL_QueryIdentifier images = Images({});
+    images.SetSeriesInstanceUID(UI_NULL);
+    Warm("images of a study of 100 series" + in, kManySeries, *root, images, kManySeries * kFewImages);
+  }
+}
+
 /// In microseconds, as a new process tells it.
 double Afresh(std::string const& folder) {
   char self[4096] = {};
@@ -102,5 +119,6 @@ int Bench::AskAfresh(std::string const& folder) {
 
 void Bench::Queries(Scope const& scope) {
   SevenHundredStudies(scope);
+  HundredSeries(scope);
   TwentyThousandObjects(scope);
 }

@@ -200,18 +200,16 @@ private:
 
   // query
   int query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
-  int query_patients(SCL_QueryIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level,
-                     Dicom_Sequence* results);
+  int query_patients(Disk_RecordWalk& walk, Dicom_Sequence* results);
   int query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
-                    SCL_QueryRetrieveLevel::Value level, std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
-  int query_below(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord* study, Dicom_Msg const* patient_response,
-                  SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+                    std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
+  int query_below(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study, Dicom_Msg const* patient_response,
+                  Dicom_Sequence* results);
   int query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
                    std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
   int query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
                   Dicom_Msg const* patient_response, Dicom_Sequence* results) const;
-  int query_lower(Disk_StudyDirectoryRecord* study, SCL_QueryRetrieveLevel::Value level,
-                  SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  int query_lower(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study, Dicom_Sequence* results);
 
   // delete
   int remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, bool* begun, Disk_Tally* tally,

@@ -9,6 +9,7 @@
 #include <infra/Disk_Export.h>
 
 class CToolParseDICOMReport;
+class Disk_RecordWalk;
 struct Disk_Correction;
 
 /// One series: the records of its objects, and their files beside the directory file. It has no lock of its own; the
@@ -36,6 +37,7 @@ public:
   static constexpr int kFolderIsGone = 1;
   /// Appends a response to `results` for each record that matches. 0, or -1.
   [[nodiscard]] int Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  [[nodiscard]] int Query(Disk_RecordWalk const& walk, Dicom_Sequence* results);
   /// Deletes images, or all for a null UID. `*records` is how many there were. 0, also when some couldn't be removed;
   /// -1 when the records can't be read or written.
   [[nodiscard]] int Delete(Dicom_UI const& image_uids, Disk_Tally* tally, int* records);
@@ -55,7 +57,7 @@ public:
 
 private:
   int process_zombies(CToolParseDICOMReport& report);
-  int query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  int query(Disk_RecordWalk const& walk, Dicom_Sequence* results);
   Disk_InstanceDirectoryRecord* GetImageRecord(Dicom_UI const& image_uid) const;
   int NewImage(Disk_SeriesDirectoryRecord* series, Disk_InstanceDirectoryRecord* image,
                Disk_StoreRequest const& request);

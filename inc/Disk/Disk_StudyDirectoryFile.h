@@ -7,6 +7,7 @@
 #include <memory>
 
 class CToolParseDICOMReport;
+class Disk_RecordWalk;
 struct Disk_Correction;
 
 /// One study: the records of its series, the study lock, and the directory file of the series that was asked for
@@ -46,6 +47,8 @@ public:
   /// Appends the responses of a query at series or image level to `results`. The caller holds the study lock.
   [[nodiscard]] int Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier,
                           Dicom_Sequence* results);
+  /// The same for an identifier that the root has prepared, with which stands what the responses get from above.
+  [[nodiscard]] int Query(Disk_RecordWalk& walk, Dicom_Sequence* results);
   /// How many series there are, and by their records how many images, in the private structure. Who holds neither the
   /// study lock nor the file-set's exclusively gets numbers of some moment. 0, or -1.
   [[nodiscard]] int Count(int* series, int* images);
@@ -87,8 +90,8 @@ private:
   void count_left(Disk_Removal* removal) const;
   bool FindCorruptedEntry(Disk_SeriesDirectoryRecord const* series) const;
   int process_zombies(CToolParseDICOMReport& report);
-  int query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
-  int query_images(Disk_SeriesDirectoryRecord* series, SCL_QueryIdentifier const& identifier, Dicom_Sequence* results);
+  int query(Disk_RecordWalk& walk, Dicom_Sequence* results);
+  int query_images(Disk_RecordWalk& walk, Disk_SeriesDirectoryRecord* series, Dicom_Sequence* results);
 
   Disk_RecordList<Disk_SeriesDirectoryRecord> series_records;
   bool const has_lock; // otherwise that of the file-set is held throughout

@@ -3,10 +3,67 @@
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_ResponseFilter.h"
 
+#include <limits>
+
+/// How one level of a query compares its records with the identifier.
+struct Disk_WalkLevel {
+  SCL_QueryRetrieveLevel::Value level;
+  bool passes_level_over; // (0008,0052) isn't compared
+  bool retrieves;         // the response holds what MatchRetrieve hands back, not a copy of the record's element
+  bool elscint_rule;      // see Disk_RecordWalk::Key
+  char const* cant_create_response;
+  char const* cant_find_tag;
+  char const* cant_unresolve;
+  char const* cant_allocate;
+  char const* cant_add;
+};
+
 namespace {
 
+constexpr Disk_WalkLevel kStudyLevel{SCL_QueryRetrieveLevel::STUDY,
+                                     true,
+                                     false,
+                                     false,
+                                     "query_record: Can't create query response identifier.\n",
+                                     "query_record: Can't find the tag of an element.\n",
+                                     "query_record: Can't unresolve tag.\n",
+                                     "query_record: Can't allocate message element.\n",
+                                     "query_record: Can't add attribute to the result message.\n"};
+constexpr Disk_WalkLevel kSeriesLevel{SCL_QueryRetrieveLevel::SERIES,
+                                      false,
+                                      false,
+                                      false,
+                                      "Query(): Can't create query response identifier.\n",
+                                      "Query(): Can't find the tag of an element.\n",
+                                      "Query(): Can't un-resolve tag.\n",
+                                      "Query(): Can't allocate message element.\n",
+                                      "Query(): Can't add attribute to the result message.\n"};
+constexpr Disk_WalkLevel kImageLevel{SCL_QueryRetrieveLevel::IMAGE,
+                                     false,
+                                     true,
+                                     true,
+                                     "Query(): Can't create query response identifier.\n",
+                                     "Query(): Can't find the tag of an element.\n",
+                                     "Query(): Can't \"un-resolve\" tag.\n",
+                                     "Query(): Can't allocate message element.\n",
+                                     "Query(): Can't add attribute to the result message.\n"};
+
+Disk_WalkLevel const& WalkLevel(SCL_QueryRetrieveLevel::Value level) {
+  switch (level) {
+  case SCL_QueryRetrieveLevel::SERIES:
+    return kSeriesLevel;
+  case SCL_QueryRetrieveLevel::IMAGE:
+    return kImageLevel;
+  default: // no record is compared at a level that isn't served
+    return kStudyLevel;
+  }
+}
+
+constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
+constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
 constexpr Dicom_Tag kSpecificCharacterSet{0x0008, std::uint16_t(0x0005)};
 constexpr Dicom_Tag kQueryRetrieveLevel{0x0008, std::uint16_t(0x0052)};
+constexpr char kCantStamp[] = "Query(): Can't create a message element.\n";
 
 /// An attribute of another vendor's equipment, whose absence means something. `tag` is unresolved.
 bool IsElscintAttribute(Dicom_Tag const& tag) {
@@ -15,33 +72,64 @@ bool IsElscintAttribute(Dicom_Tag const& tag) {
 
 } // namespace
 
-Disk_RecordWalk::Disk_RecordWalk(SCL_QueryIdentifier const& identifier, Disk_WalkLevel const& level)
-    : identifier_(identifier), level_(level) {
+Disk_RecordWalk::Disk_RecordWalk(SCL_QueryIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level)
+    : identifier_(identifier), asked_level_(level), study_uid_(identifier.GetStudyInstanceUID()),
+      series_uid_(identifier.GetSeriesInstanceUID()), accession_number_(identifier.GetAccessionNumber()),
+      level_(WalkLevel(level)), stamps_{{{kStudyInstanceUid}, {kSeriesInstanceUid}}} {
   for (int i = 0; i < identifier_.GetNElements(); ++i) {
     Dicom_ME const* element = identifier_.GetElement(i);
     Dicom_Tag tag = element->GetTag();
-    if (tag == kSpecificCharacterSet || (level.passes_level_over && tag == kQueryRetrieveLevel)) continue;
+    if (tag == kSpecificCharacterSet || (level_.passes_level_over && tag == kQueryRetrieveLevel)) continue;
     if (tag.Number() == 0) {
-      failure_ = level.cant_find_tag;
+      failure_ = level_.cant_find_tag;
       return;
     }
     bool const creator = tag.IsPrivateCreator();
     if (tag.Unresolve(identifier_) == -1) {
-      failure_ = level.cant_unresolve;
+      failure_ = level_.cant_unresolve;
       return;
     }
     bool const is_text = Dicom_IsText(element->GetVR());
     can_pack_ = can_pack_ && is_text && !tag.IsPrivate() && tag.Number() > kSpecificCharacterSet.Number();
-    keys_.push_back({element, tag, level.elscint_rule && !creator && IsElscintAttribute(tag),
+    keys_.push_back({element, tag, level_.elscint_rule && !creator && IsElscintAttribute(tag),
                      is_text ? element->GetText() : std::string()});
   }
+}
+
+int Disk_RecordWalk::stamp(Stamp* stamp, Dicom_UI const& uid) {
+  return Disk_Allocating(kCantStamp, [&] {
+    stamp->uid = uid;
+    stamp->encoded = uid == UI_NULL ? std::string() : Dicom_Packer::Encoded(stamp->tag, uid);
+    return 0;
+  });
+}
+
+/// The stamps from `next` on whose tags reach up to `last`. Whether `last` itself is stamped.
+bool Disk_RecordWalk::pack_stamps(Stamp const** next, std::uint32_t last) const {
+  bool is_stamped = false;
+  for (; *next != stamps_.data() + stamps_.size() && (*next)->tag.Number() <= last; ++*next) {
+    packer_.Add((*next)->encoded);
+    is_stamped = (*next)->tag.Number() == last && (*next)->uid != UI_NULL;
+  }
+  return is_stamped;
+}
+
+int Disk_RecordWalk::add_stamps(Dicom_Msg& response) const {
+  for (Stamp const& stamp : stamps_) {
+    auto const add = [&] { return response.Add(Dicom_ME(stamp.tag, std::make_unique<Dicom_UI>(stamp.uid))); };
+    if (stamp.uid != UI_NULL && Disk_Allocating(kCantStamp, add) == -1) return -1;
+  }
+  return 0;
 }
 
 /// The walk over a record whose attributes that were asked for are all plain text, as nearly always: the response takes
 /// their bytes. False when there is another one; then nothing is told.
 bool Disk_RecordWalk::pack(Dicom_Msg const& record, bool* matches) const {
+  for (Stamp const& stamp : stamps_)
+    if (stamp.encoded.empty() && stamp.uid != UI_NULL) return false;
   packer_.Drop();
   *matches = false;
+  Stamp const* next = stamps_.data();
   Dicom_ElementCursor cursor(record, keys_.empty() ? 0 : keys_.front().tag.Number());
   for (Key const& key : keys_) {
     cursor.Seek(key.tag.Number());
@@ -53,8 +141,9 @@ bool Disk_RecordWalk::pack(Dicom_Msg const& record, bool* matches) const {
       trace_mismatch(element, key);
       return true;
     }
-    packer_.Add(element);
+    if (!pack_stamps(&next, key.tag.Number())) packer_.Add(element);
   }
+  pack_stamps(&next, std::numeric_limits<std::uint32_t>::max());
   return *matches = true;
 }
 
@@ -66,11 +155,8 @@ void Disk_RecordWalk::trace_mismatch(Dicom_ME const& element, Key const& key) co
              element.GetText().c_str());
 }
 
-int Disk_RecordWalk::Run(Dicom_Msg const& record, SCL_QueryRspIdentifier** response) const {
-  std::unique_ptr<SCL_QueryRspIdentifier> answer;
-  int const result = Disk_Allocating(level_.cant_allocate, [&] { return run(record, &answer); });
-  *response = result == 0 ? answer.release() : nullptr;
-  return result;
+int Disk_RecordWalk::Run(Dicom_Msg const& record, std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
+  return Disk_Allocating(level_.cant_allocate, [&] { return run(record, response); });
 }
 
 template <class Make>
@@ -125,6 +211,7 @@ int Disk_RecordWalk::run(Dicom_Msg const& record, std::unique_ptr<SCL_QueryRspId
     }
   }
   Disk_DeclareCharacterSet(*answer);
+  if (add_stamps(*answer) == -1) return -1;
   *response = std::move(answer);
   return 0;
 }

@@ -83,23 +83,6 @@ int Disk_AppendResponse(std::unique_ptr<Dicom_Msg> response, Dicom_Sequence* res
   return result;
 }
 
-int Disk_TakeItemsOver(Dicom_Sequence& lower, Dicom_Sequence& results, Dicom_Tag const& tag, Dicom_UI const& uid,
-                       char const* no_uid, char const* cant_append) {
-  for (int left = lower.GetNItems(); left > 0; --left) {
-    std::unique_ptr<Dicom_Msg> response(lower.Get(0));
-    lower.Remove(0, 0);
-    if (uid == UI_NULL) {
-      DISK_LOG_TEXT(3, no_uid);
-      return -1;
-    }
-    if (Disk_Allocating("Query(): Can't create a message element.\n",
-                        [&] { return response->Add(Dicom_ME(tag, std::make_unique<Dicom_UI>(uid))); }) == -1)
-      return -1;
-    if (Disk_AppendResponse(std::move(response), &results, cant_append) == -1) return -1;
-  }
-  return 0;
-}
-
 void Disk_DeclareCharacterSet(Dicom_Msg& response) {
   if (HasUndeclaredText(response)) response.Set(kSpecificCharacterSet, Dicom_CS("ISO_IR 192"));
 }

@@ -12,10 +12,24 @@ int Disk_FilterMsg(Dicom_Msg const& identifier, Dicom_Msg const& result);
 /// 1 when the value restricts nothing: no text, or only the characters `^`, `=`, `*` and `?`.
 int Disk_AllMatching(Dicom_Type const* value);
 
-/// Moves the responses of a lower level to `results`, each stamped with the UID of the record above it. 0, or -1
-/// (logged): `no_uid` when there are responses and no UID.
-int Disk_TakeItemsOver(Dicom_Sequence& lower, Dicom_Sequence& results, Dicom_Tag const& tag, Dicom_UI const& uid,
-                       char const* no_uid, char const* cant_append);
+/// The responses that a lower level appends to `results`, which go again unless they are kept.
+class Disk_LowerResponses {
+public:
+  explicit Disk_LowerResponses(Dicom_Sequence& results) : results_(results), kept_(results.GetNItems()) {}
+  ~Disk_LowerResponses() {
+    while (results_.GetNItems() > kept_)
+      results_.Remove(results_.GetNItems() - 1, 1);
+  }
+  Disk_LowerResponses(Disk_LowerResponses const&) = delete;
+  Disk_LowerResponses& operator=(Disk_LowerResponses const&) = delete;
+
+  bool IsEmpty() const { return results_.GetNItems() == kept_; }
+  void Keep() { kept_ = results_.GetNItems(); }
+
+private:
+  Dicom_Sequence& results_;
+  int kept_;
+};
 
 /// Gives a response to `results`. 0, or -1 (logged).
 int Disk_AppendResponse(std::unique_ptr<Dicom_Msg> response, Dicom_Sequence* results, char const* cant_append);

@@ -9,26 +9,16 @@
 
 namespace {
 
-constexpr Disk_WalkLevel kStudyLevel{SCL_QueryRetrieveLevel::STUDY,
-                                     true,
-                                     false,
-                                     false,
-                                     "query_record: Can't create query response identifier.\n",
-                                     "query_record: Can't find the tag of an element.\n",
-                                     "query_record: Can't unresolve tag.\n",
-                                     "query_record: Can't allocate message element.\n",
-                                     "query_record: Can't add attribute to the result message.\n"};
-constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
-
 enum class Choice { Chosen, PassedOver, Impossible };
 
 /// Whether a query at series or image level goes into a study.
-Choice ChooseStudy(IOD_Msg const& record, SCL_QueryIdentifier const& identifier) {
-  Dicom_UI const uid = record.GetStudyInstanceUID(), wanted_uid = identifier.GetStudyInstanceUID();
-  if (uid != UI_NULL && wanted_uid != UI_NULL) return uid.Match(wanted_uid) ? Choice::Chosen : Choice::PassedOver;
-  Dicom_SH const number = record.GetAccessionNumber(), wanted_number = identifier.GetAccessionNumber();
-  if (number == SH_NULL && wanted_number == SH_NULL) return Choice::Impossible;
-  return number.Match(wanted_number) ? Choice::Chosen : Choice::PassedOver;
+Choice ChooseStudy(IOD_Msg const& record, Disk_RecordWalk const& walk) {
+  Dicom_UI const uid = record.GetStudyInstanceUID();
+  if (uid != UI_NULL && walk.StudyUid() != UI_NULL)
+    return uid.Match(walk.StudyUid()) ? Choice::Chosen : Choice::PassedOver;
+  Dicom_SH const number = record.GetAccessionNumber();
+  if (number == SH_NULL && walk.AccessionNumber() == SH_NULL) return Choice::Impossible;
+  return number.Match(walk.AccessionNumber()) ? Choice::Chosen : Choice::PassedOver;
 }
 
 } // namespace
@@ -56,8 +46,8 @@ int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_Inf
     DISK_LOG(3, "Query(): Can't read root directory file.\n");
     return -1;
   }
-  SCL_QueryRetrieveLevel::Value const level = identifier.GetQueryRetrieveLevel();
-  if (query_patients(identifier, level, results) == -1) return -1;
+  Disk_RecordWalk walk(identifier, identifier.GetQueryRetrieveLevel());
+  if (query_patients(walk, results) == -1) return -1;
   if (file_set.Release() == -1) {
     DISK_LOG(3, "Query(): Can't unlock file-set.\n");
     return -1;
@@ -66,26 +56,23 @@ int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_Inf
   return 0;
 }
 
-int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier, SCL_QueryRetrieveLevel::Value level,
-                                           Dicom_Sequence* results) {
-  Disk_RecordWalk const walk(identifier, kStudyLevel);
+int Disk_RootDirectoryFile::query_patients(Disk_RecordWalk& walk, Dicom_Sequence* results) {
   // an identifier that no study may be compared with is refused, whether or not there is one with its UID
-  bool const is_fit = walk.Status() == 0 && level != SCL_QueryRetrieveLevel::UNKNOWN;
+  bool const is_fit = walk.Status() == 0 && walk.Level() != SCL_QueryRetrieveLevel::UNKNOWN;
   auto const query_studies = [&](Disk_PatientDirectoryRecord const& patient, auto const& studies) {
     std::unique_ptr<SCL_QueryRspIdentifier> response;
-    int const may_match = query_patient(walk, patient, level, &response);
+    int const may_match = query_patient(walk, patient, &response);
     if (may_match != 1) return may_match;
     for (Disk_StudyDirectoryRecord* study : studies) {
       Disk_PassingOver const damage{is_fit && passes_over_damage()};
-      int const result = query_below(walk, study, response.get(), level, identifier, results);
+      int const result = query_below(walk, study, response.get(), results);
       if (result == -1 && damage.Failed() == -1) return -1;
     }
     return 0;
   };
   // a trace tells of each study why it isn't meant
-  bool const is_traced = level == SCL_QueryRetrieveLevel::STUDY && Klb_LogFile::GetLogLevel(210000) == 7;
-  if (auto const* const only =
-          is_fit && !is_traced ? records->Index().AllOf(identifier.GetStudyInstanceUID().View()) : nullptr) {
+  bool const is_traced = walk.Level() == SCL_QueryRetrieveLevel::STUDY && Klb_LogFile::GetLogLevel(210000) == 7;
+  if (auto const* const only = is_fit && !is_traced ? records->Index().AllOf(walk.StudyUid().View()) : nullptr) {
     for (Disk_StudyIndex::Entry const& entry : *only)
       if (query_studies(*entry.patient, std::array{entry.study}) == -1) return -1;
     return 0;
@@ -97,25 +84,23 @@ int Disk_RootDirectoryFile::query_patients(SCL_QueryIdentifier const& identifier
 
 /// 1 when the patient's studies may match, with what the patient's record tells where that isn't told by theirs; 0; -1.
 int Disk_RootDirectoryFile::query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
-                                          SCL_QueryRetrieveLevel::Value level,
                                           std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
   if (!Disk_IsLive(*structure, patient)) return 0;
-  if (!structure->AsksPatients() || level != SCL_QueryRetrieveLevel::STUDY) return 1;
+  if (!structure->AsksPatients() || walk.Level() != SCL_QueryRetrieveLevel::STUDY) return 1;
   if (query_record(walk, patient, response) == 0) return *response ? 1 : 0;
   DISK_LOG(3, "Query: Failed query the patient record.\n");
   return -1;
 }
 
-int Disk_RootDirectoryFile::query_below(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord* study,
-                                        Dicom_Msg const* patient_response, SCL_QueryRetrieveLevel::Value level,
-                                        SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
+int Disk_RootDirectoryFile::query_below(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study,
+                                        Dicom_Msg const* patient_response, Dicom_Sequence* results) {
   if (!Disk_IsLive(*structure, *study)) return 0;
-  switch (level) {
+  switch (walk.Level()) {
   case SCL_QueryRetrieveLevel::STUDY:
     return query_study(walk, *study, patient_response, results);
   case SCL_QueryRetrieveLevel::SERIES:
   case SCL_QueryRetrieveLevel::IMAGE:
-    return query_lower(study, level, identifier, results);
+    return query_lower(walk, study, results);
   default:
     DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
     KlbGError.Set(DISK_ERROR_LEVEL);
@@ -127,10 +112,7 @@ int Disk_RootDirectoryFile::query_record(Disk_RecordWalk const& walk, Disk_Direc
                                          std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
   DISK_LOG(7, "Got %d Elements in query identifier\n", walk.GetNElements());
   DISK_LOG(7, "Will query %d elements in the disk\n", record.GetRecordMsg()->GetNElements());
-  SCL_QueryRspIdentifier* answer = nullptr;
-  int const result = walk.Run(*record.GetRecordMsg(), &answer);
-  response->reset(answer);
-  return result;
+  return walk.Run(*record.GetRecordMsg(), response);
 }
 
 int Disk_RootDirectoryFile::query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
@@ -151,9 +133,9 @@ int Disk_RootDirectoryFile::query_study(Disk_RecordWalk const& walk, Disk_StudyD
   return Disk_AppendResponse(std::move(response), results, "Query: Can't add a result to the sequence of results.\n");
 }
 
-int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_QueryRetrieveLevel::Value level,
-                                        SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
-  switch (ChooseStudy(*study->GetRecordMsg(), identifier)) {
+int Disk_RootDirectoryFile::query_lower(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study,
+                                        Dicom_Sequence* results) {
+  switch (ChooseStudy(*study->GetRecordMsg(), walk)) {
   case Choice::Chosen:
     break;
   case Choice::PassedOver:
@@ -162,7 +144,9 @@ int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_Qu
     DISK_LOG(3, "Query: Can't get study instance UID nor Accession Number.\n");
     return -1;
   }
-  Dicom_Sequence local;
+  Disk_LowerResponses responses(*results);
+  Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
+  if (walk.StampStudy(uid) == -1) return -1;
   GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held;
   if (!study_file || held.Shared(*study_file) == -1) {
@@ -170,7 +154,7 @@ int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_Qu
     DISK_LOG(3, "Query: Can't lock study .\n");
     return -1;
   }
-  if (study_file->Query(level, identifier, &local) == -1) {
+  if (study_file->Query(walk, results) == -1) {
     DISK_LOG(3, "Query(): Can't query lower level.\n");
     return -1;
   }
@@ -179,7 +163,10 @@ int Disk_RootDirectoryFile::query_lower(Disk_StudyDirectoryRecord* study, SCL_Qu
     return -1;
   }
   KeepStudyFile();
-  Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
-  return Disk_TakeItemsOver(local, *results, kStudyInstanceUid, uid, "Query(): Can't get Study instance UID.\n",
-                            "Query(): Can't add a result to the seq. of results.\n");
+  if (uid == UI_NULL && !responses.IsEmpty()) {
+    DISK_LOG(3, "Query(): Can't get Study instance UID.\n");
+    return -1;
+  }
+  responses.Keep();
+  return 0;
 }

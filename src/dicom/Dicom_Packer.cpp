@@ -31,6 +31,13 @@ void Dicom_Packer::Add(Dicom_ME const& element) {
   is_plain_ = is_plain_ && Dicom_IsPlainAscii({element.bytes_, element.length_});
 }
 
+std::string Dicom_Packer::Encoded(Dicom_Tag const& tag, Dicom_UI const& uid) {
+  Dicom_Msg alone;
+  if (!Dicom_IsPlainAscii(uid.View()) || alone.Set(tag, uid) == -1) return {};
+  std::string bytes(alone.GetDumpLen(), '\0');
+  return alone.Dump(bytes.data(), unsigned(bytes.size())) == -1 ? std::string() : bytes;
+}
+
 void Dicom_Packer::Drop() {
   elements_.clear();
   is_plain_ = true;

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 /// Makes many small messages of elements of others. Their bytes stand together in a few blocks of memory, each of which
 /// lives as long as one of its messages.
@@ -12,6 +13,10 @@ public:
   static bool Takes(Dicom_ME const& element);
   /// Adds such an element to the message that is being made. The tags ascend, from (0008,0006) on.
   void Add(Dicom_ME const& element);
+  /// The same for one that is added to many messages, as Encoded gave it.
+  void Add(std::string_view encoded) { elements_.append(encoded); }
+  /// The bytes of an element; empty for a UID that can't be taken as it is.
+  static std::string Encoded(Dicom_Tag const& tag, Dicom_UI const& uid);
   void Drop();
   /// The message that was made, which declares UTF-8 where it holds more than ASCII; the next one begins.
   Dicom_Msg Finish();
