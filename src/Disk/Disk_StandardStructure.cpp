@@ -12,6 +12,7 @@
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -407,7 +408,7 @@ Disk_FileID Disk_StandardStructure::FileBelow(Disk_DirectoryFile const& level, D
                                               Dicom_Tag const& uid_tag, unsigned* first) const {
   *first = record.GetOffsetOfReferencedLowerLevelDirectoryEntity();
   Disk_FileID id = level.GenerateFileID(record.GetRecordMsg()->Value<Dicom_UI>(uid_tag));
-  id.AddComponent("DIRFILE");
+  std::ignore = id.AddComponent("DIRFILE"); // two short names always make a file ID
   return id;
 }
 bool Disk_StandardStructure::MayReuse(Disk_DirectoryFile const&) const { return true; }
