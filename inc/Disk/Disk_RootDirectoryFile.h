@@ -9,9 +9,7 @@
 #include <vector>
 
 class CToolParseDICOMReport;
-class Disk_RecordWalk;
 struct Disk_RootRecords;
-struct Disk_Correction;
 class Disk_RelaxedEpoch;
 struct Disk_FileSetHold;
 
@@ -146,20 +144,10 @@ public:
   [[nodiscard]] static int Recover(char const* file_set_prefix);
 
 private:
-  void Construct(char const* file_set_prefix, int* status);
-  int construct(char const* file_set_prefix);
-  long free_space();
-  /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
-  int lock(Disk_FileSetHold& hold, bool shared, bool writes);
-  int lock(Disk_FileSetHold& hold, bool shared) { return lock(hold, shared, !shared); }
-  void begin_durability(Disk_FileSetHold& hold);
-  bool keeps_image() const;
-  int leave_epoch();
-  void forget_records();
-  struct Operation;
+  // The records in memory, and how they come and go
+
   int Read();
   int Write();
-
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_LO const& patient_id, Dicom_LO const& issuer) const;
   Disk_PatientDirectoryRecord* GetPatientRecord(Dicom_UI const& study_uid) const;
   Disk_StudyDirectoryRecord* GetStudyRecord(Dicom_UI const& study_uid) const;
@@ -167,94 +155,39 @@ private:
                                             Dicom_UI const& study_uid) const;
   void GetStudyFile(Disk_StudyDirectoryRecord* study);
   void ResetStudyFile();
-  void KeepStudyFile();
-
-  // store
-  int store(Disk_StoreRequest const& request);
-  int find_in_place(Disk_StoreRequest const& request) const;
-  int lock_for_store(Disk_FileSetHold& file_set);
-  static constexpr int kStudyIsGone = -2; // from the folder where it was found
-  int store_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
-  int try_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
-  int pin_study(Disk_StudyDirectoryRecord** study);
-  int store_alone(Disk_StoreRequest const& request);
-  int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_pinned, int* new_series,
-                  int* new_image);
-  int check_identifiers(IOD_Msg const& msg) const;
-  int add_study(Disk_StoreRequest const& request, Disk_PatientDirectoryRecord** patient,
-                Disk_StudyDirectoryRecord** study);
-  int new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient);
-  /// `reference` is null when the object's patient is unknown.
-  int check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const* reference,
-                  Disk_StudyDirectoryRecord const& study) const;
   int NewPatient(Disk_PatientDirectoryRecord* patient);
   int NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study, int in_place,
                char const* existing_file);
-  int new_study_directory(Disk_StudyDirectoryRecord* study, int in_place, char const* existing_file);
-  int directory_in_place(char const* existing_file, Disk_FileID* id) const;
-  int study_directory(Disk_StudyDirectoryRecord const& study, int in_place, char const* existing_file, Disk_FileID* id);
-  bool is_named(std::string const& id) const override;
   Disk_FileID GenerateReferencedFileID(Dicom_SH const& study_id, Dicom_UI const& study_uid, int* status) const;
-
-  int limit_counts(Disk_StudyDirectoryRecord& study);
-
-  // query
-  int query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
-  int query_patients(Disk_RecordWalk& walk, Dicom_Sequence* results);
-  int query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
-                    std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
-  int query_below(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study, Dicom_Msg const* patient_response,
-                  Dicom_Sequence* results);
-  int query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
-                   std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
-  int query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
-                  Dicom_Msg const* patient_response, Dicom_Sequence* results) const;
-  int query_lower(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study, Dicom_Sequence* results);
-
-  // delete
-  int remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, bool* begun, Disk_Tally* tally,
-             SCL_ResponseStatus& status);
-  int remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
-                        SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally, SCL_ResponseStatus& status);
-  int count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal, SCL_QueryRetrieveLevel::Value level);
-  int delete_without_folder(Disk_StudyDirectoryRecord* study, SCL_ResponseStatus& status);
   int DeleteStudy(Disk_StudyDirectoryRecord* study);
   int DeleteStudyFromList(Disk_StudyDirectoryRecord* study);
-
   int DeleteCorruptedEntry(Disk_StudyDirectoryRecord* study);
-  std::string folder_of(Disk_StudyDirectoryRecord const& study) const;
-  bool has_lost_folder(Disk_StudyDirectoryRecord const& study) const;
-
-  // protection and status
-  struct StudyChangeTexts;
-  struct ProtectionTexts;
-  template <class Change>
-  int change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts, Change change);
-  static int check_model(SCL_InformationModel model, ProtectionTexts const& texts);
-  int set_protection(SCL_MoveIdentifier const& identifier, Dicom_CS const& flag, ProtectionTexts const& texts);
-
-  // auto-delete
-  struct DatedStudy;
   static int CompareDates(void const* a, void const* b);
-  int auto_delete();
-  int list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates);
-  int read_by_update(Disk_FileSetHold& file_set, bool shared, std::vector<DatedStudy>* dated);
-  int sort_by_update(std::vector<DatedStudy>* dated) const;
-  bool may_auto_delete(DatedStudy const& entry, std::int64_t now) const;
-  int auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over);
+  bool is_named(std::string const& id) const override;
 
-  // maintenance
-  int correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction correction);
-  int correct_study(Disk_StudyDirectoryRecord* study, Disk_Correction const& correction);
-  int process_zombies(CToolParseDICOMReport& report);
+  // What the operations share; each of them stands in a source of its own
 
-  // fetch
-  int get_one(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object,
-              Disk_AsyncFile* async);
-  int fetch_again(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier, IOD_Msg** object);
-  int fetch_by_uids(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* reached);
-  void note_access(Dicom_UI const& study_uid);
-  bool is_another_study(Dicom_UI const& study_uid) const;
+  struct DISK_LOCAL StoreRoad;
+  struct DISK_LOCAL QueryRoad;
+  struct DISK_LOCAL FetchRoad;
+  struct DISK_LOCAL DeleteRoad;
+  struct DISK_LOCAL StatusRoad;
+  struct DISK_LOCAL AutoDeleteRoad;
+  struct DISK_LOCAL CorrectionRoad;
+  struct DISK_LOCAL ScanRoad;
+  struct DISK_LOCAL Operation;
+
+  DISK_LOCAL void Construct(char const* file_set_prefix, int* status);
+  DISK_LOCAL int construct(char const* file_set_prefix);
+  /// Takes the file-set's lock, and completes what a killed process left of a write. 0, or -1.
+  DISK_LOCAL int lock(Disk_FileSetHold& hold, bool shared, bool writes);
+  DISK_LOCAL int lock(Disk_FileSetHold& hold, bool shared) { return lock(hold, shared, !shared); }
+  DISK_LOCAL void begin_durability(Disk_FileSetHold& hold);
+  DISK_LOCAL int leave_epoch();
+  DISK_LOCAL void forget_records();
+  DISK_LOCAL void KeepStudyFile();
+  DISK_LOCAL std::string folder_of(Disk_StudyDirectoryRecord const& study) const;
+  DISK_LOCAL bool has_lost_folder(Disk_StudyDirectoryRecord const& study) const;
 
   Disk_LockManager lock_manager;
   std::unique_ptr<Disk_RelaxedEpoch> epoch;

@@ -2,3 +2,5 @@
 #pragma once
 
 #define DISK_EXPORT [[gnu::visibility("default")]]
+/// Of what an offered class keeps to itself.
+#define DISK_LOCAL [[gnu::visibility("hidden")]]

@@ -8,6 +8,13 @@
 
 #include <memory>
 
+struct Disk_RootDirectoryFile::CorrectionRoad {
+  Disk_RootDirectoryFile& root;
+
+  int correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction correction);
+  int correct_study(Disk_StudyDirectoryRecord* study, Disk_Correction const& correction);
+};
+
 // Down the hierarchy, depth first: the objects of a series, its directory file, the next series, then the study's
 // directory file, and the root's last. So the old patient stays in the records until all is done, and what was
 // interrupted is completed by being done again.
@@ -81,51 +88,54 @@ int Disk_RootDirectoryFile::ChangePatientsName(Dicom_LO const& patient_id, Dicom
                                                Dicom_PN const& new_name, Dicom_LO const& new_id,
                                                Dicom_LO const& new_issuer) {
   return Disk_Guarded("ChangePatientsName", [&] {
-    return correct(patient_id, issuer, Disk_Correction::PatientsName(new_name, new_id, new_issuer));
+    return CorrectionRoad{*this}.correct(patient_id, issuer,
+                                         Disk_Correction::PatientsName(new_name, new_id, new_issuer));
   });
 }
 
 int Disk_RootDirectoryFile::ChangeManufacturerParms(Dicom_LO const& patient_id, Dicom_LO const& issuer,
                                                     Dicom_LO const& manufacturer, Dicom_LO const& model) {
   return Disk_Guarded("ChangeManufacturerParms", [&] {
-    return correct(patient_id, issuer, Disk_Correction::ManufacturerParms(manufacturer, model));
+    return CorrectionRoad{*this}.correct(patient_id, issuer, Disk_Correction::ManufacturerParms(manufacturer, model));
   });
 }
 
-int Disk_RootDirectoryFile::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer, Disk_Correction correction) {
-  correction.object_done = &object_done;
-  correction.stop = &stop_wanted;
-  if (structure->RequirePrivate(correction.texts.root_structure) == -1) return -1;
-  if (params.read_only) return RefuseReadOnly(correction);
+int Disk_RootDirectoryFile::CorrectionRoad::correct(Dicom_LO const& patient_id, Dicom_LO const& issuer,
+                                                    Disk_Correction correction) {
+  correction.object_done = &root.object_done;
+  correction.stop = &root.stop_wanted;
+  if (root.structure->RequirePrivate(correction.texts.root_structure) == -1) return -1;
+  if (root.params.read_only) return RefuseReadOnly(correction);
   Disk_FileSetHold file_set;
-  if (lock(file_set, false) == -1) return Failed(correction.texts.cant_lock);
-  if (Read() == -1) return Failed(correction.texts.cant_read_root);
-  Disk_PatientDirectoryRecord* const patient = GetPatientRecord(patient_id, issuer);
+  if (root.lock(file_set, false) == -1) return Failed(correction.texts.cant_lock);
+  if (root.Read() == -1) return Failed(correction.texts.cant_read_root);
+  Disk_PatientDirectoryRecord* const patient = root.GetPatientRecord(patient_id, issuer);
   if (!patient) {
     DISK_LOG(3, correction.texts.no_such_patient, patient_id.CStr(), issuer.CStr());
     return -1;
   }
-  MarkDirty(); // after a failure the records in memory are ahead of the file
+  root.MarkDirty(); // after a failure the records in memory are ahead of the file
   int result = correction.changes_records ? correction.set(*patient->GetRecordMsg()) : 0;
   for (auto study = patient->GetStudyRecords().begin(); study != patient->GetStudyRecords().end() && result == 0;
        ++study)
     result = correct_study(*study, correction);
-  ResetStudyFile();
+  root.ResetStudyFile();
   if (result == -1) return -1;
-  if (Write() == -1) return Failed("Write(): Can't update the file.\n");
-  if (correction.changes_records) MarkDirty(); // patients are found by the IDs that they were read with
+  if (root.Write() == -1) return Failed("Write(): Can't update the file.\n");
+  if (correction.changes_records) root.MarkDirty(); // patients are found by the IDs that they were read with
   return file_set.Release() == 0 ? 0 : Failed(correction.texts.cant_unlock);
 }
 
-int Disk_RootDirectoryFile::correct_study(Disk_StudyDirectoryRecord* study, Disk_Correction const& correction) {
+int Disk_RootDirectoryFile::CorrectionRoad::correct_study(Disk_StudyDirectoryRecord* study,
+                                                          Disk_Correction const& correction) {
   if (correction.changes_records && correction.set(*study->GetRecordMsg()) == -1) return -1;
-  ResetStudyFile();
-  GetStudyFile(study);
-  if (!study_file) return -1;
+  root.ResetStudyFile();
+  root.GetStudyFile(study);
+  if (!root.study_file) return -1;
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (held.Exclusive(*study_file) == -1) // a store may be in it
-    return has_lost_folder(*study) ? 0 : Failed(correction.texts.cant_lock_study);
-  if (study_file->correct(correction) == -1) return -1;
+  if (held.Exclusive(*root.study_file) == -1) // a store may be in it
+    return root.has_lost_folder(*study) ? 0 : Failed(correction.texts.cant_lock_study);
+  if (root.study_file->correct(correction) == -1) return -1;
   return held.Release(); // logs
 }
 

@@ -73,7 +73,7 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
 /// An operation that can't take part in a relaxed epoch, on a full disk for instance, is durable.
 void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
   Util_Durability durability = Util_FileSystem::GetDurability();
-  bool const needs_epoch = epoch && !params.read_only && !keeps_image();
+  bool const needs_epoch = epoch && !params.read_only && !structure->KeepsImage(writing_strategy);
   if (durability == Util_Durability::Relaxed && needs_epoch && hold.epoch.Shared(*epoch) == -1) {
     DISK_LOG(4, "No relaxed operation is possible here (errno=%d), so this one is durable.\n", errno);
     durability = Util_Durability::Full;
@@ -81,11 +81,9 @@ void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
   hold.durability.Begin(durability);
 }
 
-bool Disk_RootDirectoryFile::keeps_image() const { return structure->KeepsImage(writing_strategy); }
-
 /// What a strategy writes that keeps its data is no part of an epoch: one that is open ends when the strategy is new.
 int Disk_RootDirectoryFile::leave_epoch() {
-  if (params.read_only || !keeps_image() || structure->GoesBy(writing_strategy)) return 0;
+  if (params.read_only || !structure->KeepsImage(writing_strategy) || structure->GoesBy(writing_strategy)) return 0;
   return Disk_RelaxedEpoch::IsOpen(GetFileSetPrefix()) == 0 ? 0 : Sync();
 }
 

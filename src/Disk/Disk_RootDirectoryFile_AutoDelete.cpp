@@ -13,9 +13,24 @@
 #include <limits>
 #include <vector>
 
-struct Disk_RootDirectoryFile::DatedStudy {
+namespace {
+
+struct DatedStudy {
   Disk_StudyDirectoryRecord* study;
   std::int64_t update_time; // seconds of calendar time
+};
+
+} // namespace
+
+struct Disk_RootDirectoryFile::AutoDeleteRoad {
+  Disk_RootDirectoryFile& root;
+
+  int auto_delete();
+  int list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates);
+  int read_by_update(Disk_FileSetHold& file_set, bool shared, std::vector<DatedStudy>* dated);
+  int sort_by_update(std::vector<DatedStudy>* dated) const;
+  bool may_auto_delete(DatedStudy const& entry, std::int64_t now) const;
+  int auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over);
 };
 
 namespace {
@@ -58,19 +73,8 @@ void MergeSort(Iterator first, Iterator last, Before before) {
   std::inplace_merge(first, middle, last, before);
 }
 
-} // namespace
-
-long Disk_RootDirectoryFile::FreeSpace() {
-  long free = -1;
-  Disk_Guarded("FreeSpace", [&] {
-    free = free_space();
-    return 0;
-  });
-  return free;
-}
-
-long Disk_RootDirectoryFile::free_space() {
-  std::string const folder = directory().FolderPath();
+/// -1 on failure.
+long FreeKb(std::string const& folder, long reserved_kb) {
   if (folder.empty()) {
     DISK_LOG(3, "FreeSpace(): Can't remove component from file-id.\n");
     return -1;
@@ -85,6 +89,17 @@ long Disk_RootDirectoryFile::free_space() {
   return beyond ? std::numeric_limits<long>::max() : std::max(left, 0L);
 }
 
+} // namespace
+
+long Disk_RootDirectoryFile::FreeSpace() {
+  long free = -1;
+  Disk_Guarded("FreeSpace", [&] {
+    free = FreeKb(directory().FolderPath(), reserved_kb);
+    return 0;
+  });
+  return free;
+}
+
 int Disk_RootDirectoryFile::CompareDates(void const* a, void const* b) {
   auto const time = [](void const* entry) { return std::uint32_t(static_cast<DatedStudy const*>(entry)->update_time); };
   return std::int32_t(time(a) - time(b));
@@ -92,43 +107,43 @@ int Disk_RootDirectoryFile::CompareDates(void const* a, void const* b) {
 
 int Disk_RootDirectoryFile::AutoDelete() {
   return Disk_Guarded("AutoDelete", [&] {
-    int const result = auto_delete();
+    int const result = AutoDeleteRoad{*this}.auto_delete();
     ResetStudyFile();
     return result;
   });
 }
 
-int Disk_RootDirectoryFile::auto_delete() {
-  if (!support_par.auto_delete_supported) {
+int Disk_RootDirectoryFile::AutoDeleteRoad::auto_delete() {
+  if (!root.support_par.auto_delete_supported) {
     DISK_LOG(5, "AutoDelete: auto-delete is not supported\n");
     return -1;
   }
-  if (structure->RequirePrivate(kPrivateOnly) == -1) return -1;
-  if (refuse_read_only("AutoDelete") == -1) return -1;
-  long const limit = long(auto_delete_par.wanted_free_mb) * kKbPerMb;
-  if (long const free = FreeSpace(); free > limit) {
+  if (root.structure->RequirePrivate(kPrivateOnly) == -1) return -1;
+  if (root.refuse_read_only("AutoDelete") == -1) return -1;
+  long const limit = long(root.auto_delete_par.wanted_free_mb) * kKbPerMb;
+  if (long const free = root.FreeSpace(); free > limit) {
     DISK_LOG(6, "AutoDelete: There is already enough space %d KByte (%d)\n", int(free), int(limit));
     return 0;
   }
   Disk_FileSetHold file_set;
   std::vector<DatedStudy> dated;
   if (read_by_update(file_set, false, &dated) == -1) return -1;
-  MarkDirty();
+  root.MarkDirty();
   std::time_t const now = Util_Clock::Now();
   if (now == std::time_t(-1)) {
     DISK_LOG(3, "AutoDelete: Can't detect current time.\n");
     return -1;
   }
   bool reached = false;
-  for (auto entry = dated.begin(); entry != dated.end() && !reached && !Disk_IsStopped(stop_wanted); ++entry) {
+  for (auto entry = dated.begin(); entry != dated.end() && !reached && !Disk_IsStopped(root.stop_wanted); ++entry) {
     if (!may_auto_delete(*entry, std::int64_t(now))) continue;
     bool passed_over = false;
     if (auto_delete_study(entry->study, &passed_over) == -1) return -1;
-    reached = !passed_over && FreeSpace() > limit;
+    reached = !passed_over && root.FreeSpace() > limit;
   }
   if (!reached)
-    DISK_LOG(7, "AutoDelete: it's impossible to clean up to %d MBytes\n", int(auto_delete_par.wanted_free_mb));
-  if (Write() == -1) {
+    DISK_LOG(7, "AutoDelete: it's impossible to clean up to %d MBytes\n", int(root.auto_delete_par.wanted_free_mb));
+  if (root.Write() == -1) {
     DISK_LOG(3, "AutoDelete: Can't update the file.\n");
     return -1;
   }
@@ -139,20 +154,20 @@ int Disk_RootDirectoryFile::auto_delete() {
 
 int Disk_RootDirectoryFile::ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
   if (Disk_RefuseNull("ListAutoDelete", candidates) == -1) return -1;
-  int const result = Disk_Guarded("AutoDelete", [&] { return list_auto_delete(candidates); });
+  int const result = Disk_Guarded("AutoDelete", [&] { return AutoDeleteRoad{*this}.list_auto_delete(candidates); });
   if (result == -1) candidates->clear();
   return result;
 }
 
-int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
+int Disk_RootDirectoryFile::AutoDeleteRoad::list_auto_delete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
   candidates->clear();
-  if (structure->RequirePrivate(kPrivateOnly) == -1) return -1;
+  if (root.structure->RequirePrivate(kPrivateOnly) == -1) return -1;
   Disk_FileSetHold file_set;
   std::vector<DatedStudy> dated;
   if (read_by_update(file_set, true, &dated) == -1) return -1;
   for (DatedStudy const& entry : dated) {
     if (!may_auto_delete(entry, std::int64_t(Util_Clock::Now()))) continue;
-    Disk_FileID folder(GetFileSetPrefix(), entry.study->GetReferencedFileID(), 0);
+    Disk_FileID folder(root.GetFileSetPrefix(), entry.study->GetReferencedFileID(), 0);
     folder.RemoveLastComponent();
     candidates->push_back({entry.study->GetRecordMsg()->GetStudyInstanceUID(), folder.Path(), entry.update_time});
   }
@@ -160,12 +175,13 @@ int Disk_RootDirectoryFile::list_auto_delete(std::vector<Disk_AutoDeleteCandidat
 }
 
 /// All studies as they stand, the least recently updated first, under the lock.
-int Disk_RootDirectoryFile::read_by_update(Disk_FileSetHold& file_set, bool shared, std::vector<DatedStudy>* dated) {
-  if (lock(file_set, shared) == -1) {
+int Disk_RootDirectoryFile::AutoDeleteRoad::read_by_update(Disk_FileSetHold& file_set, bool shared,
+                                                           std::vector<DatedStudy>* dated) {
+  if (root.lock(file_set, shared) == -1) {
     DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
     return -1;
   }
-  if (Read() == -1) {
+  if (root.Read() == -1) {
     DISK_LOG(3, "AutoDelete: Can't read root directory file.\n");
     return -1;
   }
@@ -174,8 +190,8 @@ int Disk_RootDirectoryFile::read_by_update(Disk_FileSetHold& file_set, bool shar
   return -1;
 }
 
-int Disk_RootDirectoryFile::sort_by_update(std::vector<DatedStudy>* dated) const {
-  for (Disk_PatientDirectoryRecord* patient : records->patients)
+int Disk_RootDirectoryFile::AutoDeleteRoad::sort_by_update(std::vector<DatedStudy>* dated) const {
+  for (Disk_PatientDirectoryRecord* patient : root.records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       dated->push_back({study, 0});
       if (UpdateTime(*study->GetRecordMsg(), &dated->back().update_time) == -1) return -1;
@@ -186,35 +202,35 @@ int Disk_RootDirectoryFile::sort_by_update(std::vector<DatedStudy>* dated) const
 }
 
 /// Whatever `honour_protection` says.
-bool Disk_RootDirectoryFile::may_auto_delete(DatedStudy const& entry, std::int64_t now) const {
+bool Disk_RootDirectoryFile::AutoDeleteRoad::may_auto_delete(DatedStudy const& entry, std::int64_t now) const {
   if (!entry.study->IsDeletable()) {
     DISK_LOG(7, "AutoDelete: Not deleted since Protection flag\n");
     return false;
   }
-  if (double(now - entry.update_time) / kSecondsPerDay > double(auto_delete_par.min_study_age_days)) return true;
+  if (double(now - entry.update_time) / kSecondsPerDay > double(root.auto_delete_par.min_study_age_days)) return true;
   DISK_LOG(7, "AutoDelete: Not deleted since study is young\n");
   return false;
 }
 
 /// A study that can't be locked is passed over. 0, also when not all of it could be deleted, or -1.
-int Disk_RootDirectoryFile::auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over) {
-  ResetStudyFile();
-  GetStudyFile(study);
+int Disk_RootDirectoryFile::AutoDeleteRoad::auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over) {
+  root.ResetStudyFile();
+  root.GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held; // until the study's files are gone
-  if (!study_file || held.Exclusive(*study_file) == -1) {
+  if (!root.study_file || held.Exclusive(*root.study_file) == -1) {
     DISK_LOG(3, "AutoDelete: Can't lock study file-set.\n");
-    DeleteCorruptedEntry(study);
+    root.DeleteCorruptedEntry(study);
     *passed_over = true;
     return 0;
   }
   Disk_Removal removal;
-  if (study_file->Delete(&removal) == -1) {
+  if (root.study_file->Delete(&removal) == -1) {
     DISK_LOG(4, "AutoDelete: Can't delete study.\n");
   } else {
     int const known = Disk_Counted(*study->GetRecordMsg(), kSeriesOfStudy).value_or(0);
     if (known != removal.series_removed)
       DISK_LOG(4, "AutoDelete: series mismatching %d %d.\n", known, removal.series_removed);
-    if (DeleteStudy(study) == -1) DISK_LOG(4, "AutoDelete: Can't delete study record.\n");
+    if (root.DeleteStudy(study) == -1) DISK_LOG(4, "AutoDelete: Can't delete study record.\n");
   }
   if (held.Release() == 0) return 0;
   DISK_LOG(3, "Delete: Can't unlock study file-set.\n");

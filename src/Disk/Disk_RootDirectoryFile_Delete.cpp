@@ -7,6 +7,17 @@
 
 #include <cerrno>
 
+struct Disk_RootDirectoryFile::DeleteRoad {
+  Disk_RootDirectoryFile& root;
+
+  int remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, bool* begun, Disk_Tally* tally,
+             SCL_ResponseStatus& status);
+  int remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
+                        SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally, SCL_ResponseStatus& status);
+  int count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal, SCL_QueryRetrieveLevel::Value level);
+  int delete_without_folder(Disk_StudyDirectoryRecord* study, SCL_ResponseStatus& status);
+};
+
 namespace {
 
 /// The UID that a request of this level lacks, or null. Without it the request would take all that the others name.
@@ -31,26 +42,27 @@ int Disk_RootDirectoryFile::Delete(SCL_MoveIdentifier const& identifier, SCL_Inf
   if (Disk_RefuseNull("Delete", report) == -1) return -1;
   Disk_Tally tally;
   bool begun = false; // from then on the report is this request's
-  int const result = Disk_Guarded("Delete", [&] { return remove(identifier, model, &begun, &tally, status); });
+  int const result =
+      Disk_Guarded("Delete", [&] { return DeleteRoad{*this}.remove(identifier, model, &begun, &tally, status); });
   ResetStudyFile();
   int const told = begun ? Disk_Guarded("Delete", [&] { return tally.Tell(report); }) : 0;
   return result == 0 ? told : result;
 }
 
-int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, bool* begun,
-                                   Disk_Tally* tally, SCL_ResponseStatus& status) {
+int Disk_RootDirectoryFile::DeleteRoad::remove(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
+                                               bool* begun, Disk_Tally* tally, SCL_ResponseStatus& status) {
   if (model != 1) {
     DISK_LOG(3, "Delete: Unsupported information model.\n");
     KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
     return -1;
   }
-  if (refuse_read_only("Delete") == -1) return -1;
+  if (root.refuse_read_only("Delete") == -1) return -1;
   Disk_FileSetHold file_set;
-  if (lock(file_set, false) == -1) {
+  if (root.lock(file_set, false) == -1) {
     DISK_LOG(3, "Delete: Can't lock file-set.\n");
     return -1;
   }
-  if (Read() == -1) {
+  if (root.Read() == -1) {
     DISK_LOG(3, "Delete: Can't read root directory file.\n");
     return -1;
   }
@@ -77,18 +89,19 @@ int Disk_RootDirectoryFile::remove(SCL_MoveIdentifier const& identifier, SCL_Inf
 }
 
 /// Deletes in one study and writes the root. `status` becomes 0 once that is written, whatever failed below.
-int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifier, Dicom_UI const& study_uid,
-                                              SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally,
-                                              SCL_ResponseStatus& status) {
-  MarkDirty();
+int Disk_RootDirectoryFile::DeleteRoad::remove_from_study(SCL_MoveIdentifier const& identifier,
+                                                          Dicom_UI const& study_uid,
+                                                          SCL_QueryRetrieveLevel::Value level, Disk_Tally* tally,
+                                                          SCL_ResponseStatus& status) {
+  root.MarkDirty();
   DISK_LOG(7, "Delete Study UID:%s\n", study_uid.CStr());
-  ResetStudyFile();
-  auto const [patient, study] = records->FindStudy(*structure, study_uid);
+  root.ResetStudyFile();
+  auto const [patient, study] = root.records->FindStudy(*root.structure, study_uid);
   if (!study) {
     DISK_LOG(3, "Delete: Can't find study.\n");
     return -1;
   }
-  if (support_par.honour_protection && !study->IsDeletable()) {
+  if (root.support_par.honour_protection && !study->IsDeletable()) {
     DISK_LOG(4, "Delete: Study is protected thus cannot be deleted!\n");
     status = SCL_ResponseStatus::RefusedProtected;
     return -1;
@@ -99,39 +112,40 @@ int Disk_RootDirectoryFile::remove_from_study(SCL_MoveIdentifier const& identifi
     KlbGError.Set(DISK_ERROR_LEVEL);
     return -1;
   }
-  Operation operation(*this);
+  Operation operation(root);
   if (!operation.begun) return -1;
-  records->touched_patients.insert(patient);
-  GetStudyFile(study);
+  root.records->touched_patients.insert(patient);
+  root.GetStudyFile(study);
   // held until the study's files are gone: who waits for it then finds no lock file at its path
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (!study_file || held.Exclusive(*study_file) == -1) {
+  if (!root.study_file || held.Exclusive(*root.study_file) == -1) {
     DISK_LOG(3, "Delete: Can't lock study .\n");
     return delete_without_folder(study, status); // whatever was to go from it
   }
   Disk_Removal removal;
   removal.series_uid = level >= SCL_QueryRetrieveLevel::SERIES ? identifier.GetSeriesInstanceUID() : UI_NULL;
   removal.image_uids = level == SCL_QueryRetrieveLevel::IMAGE ? identifier.GetSOPInstanceUID() : UI_NULL;
-  int result = study_file->Delete(&removal);
+  int result = root.study_file->Delete(&removal);
   *tally += removal.tally;
   if ((result == 0 || removal.series_missing) && count_removed(study, removal, level) == -1) result = -1;
   // where all of it or nothing is to be written, nothing is, and the next delete mends that files are missing
-  if (result == -1 && structure->IsAtomic() && removal.tally.completed > 0) return -1;
-  if (Write() == -1 || operation.Commit() == -1) {
+  if (result == -1 && root.structure->IsAtomic() && removal.tally.completed > 0) return -1;
+  if (root.Write() == -1 || operation.Commit() == -1) {
     DISK_LOG(3, "Delete: Can't update the file.\n");
     return -1;
   }
   if (held.Release() == -1) DISK_LOG(3, "Delete: Can't unlock study.\n");
-  if (result == -1) forget_records(); // they may be ahead of what was written
+  if (result == -1) root.forget_records(); // they may be ahead of what was written
   status = SCL_ResponseStatus::Success;
   return result;
 }
 
 /// What a delete leaves that was killed when the study's folder was gone and its record wasn't. 0 when that was it.
-int Disk_RootDirectoryFile::delete_without_folder(Disk_StudyDirectoryRecord* study, SCL_ResponseStatus& status) {
+int Disk_RootDirectoryFile::DeleteRoad::delete_without_folder(Disk_StudyDirectoryRecord* study,
+                                                              SCL_ResponseStatus& status) {
   Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
-  if (DeleteCorruptedEntry(study) == -1 || GetStudyRecord(uid)) return -1;
-  if (Write() == -1) {
+  if (root.DeleteCorruptedEntry(study) == -1 || root.GetStudyRecord(uid)) return -1;
+  if (root.Write() == -1) {
     DISK_LOG(3, "Delete: Can't update the file.\n");
     return -1;
   }
@@ -143,18 +157,18 @@ int Disk_RootDirectoryFile::delete_without_folder(Disk_StudyDirectoryRecord* stu
 /// Brings the study's record up to date after a removal, or removes the study when nothing of it is left. If something
 /// that was to go was gone already, the delete before may have been interrupted, and left the record as it was: then
 /// the record follows what is left.
-int Disk_RootDirectoryFile::count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal,
-                                          SCL_QueryRetrieveLevel::Value level) {
+int Disk_RootDirectoryFile::DeleteRoad::count_removed(Disk_StudyDirectoryRecord* study, Disk_Removal const& removal,
+                                                      SCL_QueryRetrieveLevel::Value level) {
   IOD_Msg& record = *study->GetRecordMsg();
   bool const mends = removal.series_missing || removal.tally.missing > 0;
   if (std::optional<int> const images = Disk_Counted(record, kImagesOfStudy)) {
     int const lowered = mends ? 0 : Disk_Moved(*images, -std::int64_t(removal.tally.completed));
-    if (structure->SetCounter(*study, kImagesOfStudy, std::max(lowered, removal.images_left)) == -1) {
+    if (root.structure->SetCounter(*study, kImagesOfStudy, std::max(lowered, removal.images_left)) == -1) {
       DISK_LOG(3, "Delete(): Can't update study directory record.\n");
       return -1;
     }
   }
-  if (structure->DropModalities(record, removal, mends) == -1) {
+  if (root.structure->DropModalities(record, removal, mends) == -1) {
     DISK_LOG(3, "Delete: Can't update modality study directory record.\n");
     return -1;
   }
@@ -163,11 +177,11 @@ int Disk_RootDirectoryFile::count_removed(Disk_StudyDirectoryRecord* study, Disk
   bool const is_consistent = known == removal.series_removed;
   // too high is what a killed delete leaves
   if (mends || removal.series_left == 0) remaining = removal.series_left;
-  if (structure->SetCounter(*study, kSeriesOfStudy, remaining) == -1) return -1;
+  if (root.structure->SetCounter(*study, kSeriesOfStudy, remaining) == -1) return -1;
   if (remaining != 0 && level != SCL_QueryRetrieveLevel::STUDY) return 0;
   if (!is_consistent && level == SCL_QueryRetrieveLevel::STUDY)
     DISK_LOG(4, "Delete: Warning: inconsistent db. Un-empty study is deleted\n");
-  return DeleteStudy(study);
+  return root.DeleteStudy(study);
 }
 
 int Disk_RootDirectoryFile::DeleteStudy(Disk_StudyDirectoryRecord* study) {

@@ -7,6 +7,22 @@
 
 #include <array>
 
+struct Disk_RootDirectoryFile::QueryRoad {
+  Disk_RootDirectoryFile& root;
+
+  int query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model, Dicom_Sequence* results);
+  int query_patients(Disk_RecordWalk& walk, Dicom_Sequence* results);
+  int query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
+                    std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
+  int query_below(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study, Dicom_Msg const* patient_response,
+                  Dicom_Sequence* results);
+  int query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
+                   std::unique_ptr<SCL_QueryRspIdentifier>* response) const;
+  int query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
+                  Dicom_Msg const* patient_response, Dicom_Sequence* results) const;
+  int query_lower(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study, Dicom_Sequence* results);
+};
+
 namespace {
 
 enum class Choice { Chosen, PassedOver, Impossible };
@@ -26,23 +42,23 @@ Choice ChooseStudy(IOD_Msg const& record, Disk_RecordWalk const& walk) {
 int Disk_RootDirectoryFile::Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
                                   Dicom_Sequence* results) {
   if (Disk_RefuseNull("Query", results) == -1) return -1;
-  return Disk_Guarded("Query", [&] { return query(identifier, model, results); });
+  return Disk_Guarded("Query", [&] { return QueryRoad{*this}.query(identifier, model, results); });
 }
 
-int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
-                                  Dicom_Sequence* results) {
-  ResetStudyFile();
+int Disk_RootDirectoryFile::QueryRoad::query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
+                                             Dicom_Sequence* results) {
+  root.ResetStudyFile();
   if (model != 1) {
     DISK_LOG(3, "Query(): Unsupported information model.\n");
     KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
     return -1;
   }
   Disk_FileSetHold file_set;
-  if (lock(file_set, true) == -1) {
+  if (root.lock(file_set, true) == -1) {
     DISK_LOG(3, "Query(): Can't lock file-set.\n");
     return -1;
   }
-  if (Read() == -1) {
+  if (root.Read() == -1) {
     DISK_LOG(3, "Query(): Can't read root directory file.\n");
     return -1;
   }
@@ -56,7 +72,7 @@ int Disk_RootDirectoryFile::query(SCL_QueryIdentifier const& identifier, SCL_Inf
   return 0;
 }
 
-int Disk_RootDirectoryFile::query_patients(Disk_RecordWalk& walk, Dicom_Sequence* results) {
+int Disk_RootDirectoryFile::QueryRoad::query_patients(Disk_RecordWalk& walk, Dicom_Sequence* results) {
   // an identifier that no study may be compared with is refused, whether or not there is one with its UID
   bool const is_fit = walk.Status() == 0 && walk.Level() != SCL_QueryRetrieveLevel::UNKNOWN;
   auto const query_studies = [&](Disk_PatientDirectoryRecord const& patient, auto const& studies) {
@@ -64,7 +80,7 @@ int Disk_RootDirectoryFile::query_patients(Disk_RecordWalk& walk, Dicom_Sequence
     int const may_match = query_patient(walk, patient, &response);
     if (may_match != 1) return may_match;
     for (Disk_StudyDirectoryRecord* study : studies) {
-      Disk_PassingOver const damage{is_fit && passes_over_damage()};
+      Disk_PassingOver const damage{is_fit && root.passes_over_damage()};
       int const result = query_below(walk, study, response.get(), results);
       if (result == -1 && damage.Failed() == -1) return -1;
     }
@@ -72,29 +88,30 @@ int Disk_RootDirectoryFile::query_patients(Disk_RecordWalk& walk, Dicom_Sequence
   };
   // a trace tells of each study why it isn't meant
   bool const is_traced = walk.Level() == SCL_QueryRetrieveLevel::STUDY && Klb_LogFile::GetLogLevel(210000) == 7;
-  if (auto const* const only = is_fit && !is_traced ? records->Index().AllOf(walk.StudyUid().View()) : nullptr) {
+  if (auto const* const only = is_fit && !is_traced ? root.records->Index().AllOf(walk.StudyUid().View()) : nullptr) {
     for (Disk_StudyIndex::Entry const& entry : *only)
       if (query_studies(*entry.patient, std::array{entry.study}) == -1) return -1;
     return 0;
   }
-  for (Disk_PatientDirectoryRecord* patient : records->patients)
+  for (Disk_PatientDirectoryRecord* patient : root.records->patients)
     if (query_studies(*patient, patient->GetStudyRecords()) == -1) return -1;
   return 0;
 }
 
 /// 1 when the patient's studies may match, with what the patient's record tells where that isn't told by theirs; 0; -1.
-int Disk_RootDirectoryFile::query_patient(Disk_RecordWalk const& walk, Disk_PatientDirectoryRecord const& patient,
-                                          std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
-  if (!Disk_IsLive(*structure, patient)) return 0;
-  if (!structure->AsksPatients() || walk.Level() != SCL_QueryRetrieveLevel::STUDY) return 1;
+int Disk_RootDirectoryFile::QueryRoad::query_patient(Disk_RecordWalk const& walk,
+                                                     Disk_PatientDirectoryRecord const& patient,
+                                                     std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
+  if (!Disk_IsLive(*root.structure, patient)) return 0;
+  if (!root.structure->AsksPatients() || walk.Level() != SCL_QueryRetrieveLevel::STUDY) return 1;
   if (query_record(walk, patient, response) == 0) return *response ? 1 : 0;
   DISK_LOG(3, "Query: Failed query the patient record.\n");
   return -1;
 }
 
-int Disk_RootDirectoryFile::query_below(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study,
-                                        Dicom_Msg const* patient_response, Dicom_Sequence* results) {
-  if (!Disk_IsLive(*structure, *study)) return 0;
+int Disk_RootDirectoryFile::QueryRoad::query_below(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study,
+                                                   Dicom_Msg const* patient_response, Dicom_Sequence* results) {
+  if (!Disk_IsLive(*root.structure, *study)) return 0;
   switch (walk.Level()) {
   case SCL_QueryRetrieveLevel::STUDY:
     return query_study(walk, *study, patient_response, results);
@@ -108,15 +125,15 @@ int Disk_RootDirectoryFile::query_below(Disk_RecordWalk& walk, Disk_StudyDirecto
   }
 }
 
-int Disk_RootDirectoryFile::query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
-                                         std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
+int Disk_RootDirectoryFile::QueryRoad::query_record(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record,
+                                                    std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
   DISK_LOG(7, "Got %d Elements in query identifier\n", walk.GetNElements());
   DISK_LOG(7, "Will query %d elements in the disk\n", record.GetRecordMsg()->GetNElements());
   return walk.Run(*record.GetRecordMsg(), response);
 }
 
-int Disk_RootDirectoryFile::query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
-                                        Dicom_Msg const* patient_response, Dicom_Sequence* results) const {
+int Disk_RootDirectoryFile::QueryRoad::query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
+                                                   Dicom_Msg const* patient_response, Dicom_Sequence* results) const {
   std::unique_ptr<SCL_QueryRspIdentifier> response;
   if (query_record(walk, study, &response) == -1) {
     DISK_LOG(3, "Query: FAiled query the study record.\n");
@@ -133,8 +150,8 @@ int Disk_RootDirectoryFile::query_study(Disk_RecordWalk const& walk, Disk_StudyD
   return Disk_AppendResponse(std::move(response), results, "Query: Can't add a result to the sequence of results.\n");
 }
 
-int Disk_RootDirectoryFile::query_lower(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study,
-                                        Dicom_Sequence* results) {
+int Disk_RootDirectoryFile::QueryRoad::query_lower(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study,
+                                                   Dicom_Sequence* results) {
   switch (ChooseStudy(*study->GetRecordMsg(), walk)) {
   case Choice::Chosen:
     break;
@@ -147,14 +164,14 @@ int Disk_RootDirectoryFile::query_lower(Disk_RecordWalk& walk, Disk_StudyDirecto
   Disk_LowerResponses responses(*results);
   Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
   if (walk.StampStudy(uid) == -1) return -1;
-  GetStudyFile(study);
+  root.GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (!study_file || held.Shared(*study_file) == -1) {
-    if (has_lost_folder(*study)) return 0;
+  if (!root.study_file || held.Shared(*root.study_file) == -1) {
+    if (root.has_lost_folder(*study)) return 0;
     DISK_LOG(3, "Query: Can't lock study .\n");
     return -1;
   }
-  if (study_file->Query(walk, results) == -1) {
+  if (root.study_file->Query(walk, results) == -1) {
     DISK_LOG(3, "Query(): Can't query lower level.\n");
     return -1;
   }
@@ -162,7 +179,7 @@ int Disk_RootDirectoryFile::query_lower(Disk_RecordWalk& walk, Disk_StudyDirecto
     DISK_LOG(3, "Query(): Can't unlock study.\n");
     return -1;
   }
-  KeepStudyFile();
+  root.KeepStudyFile();
   if (uid == UI_NULL && !responses.IsEmpty()) {
     DISK_LOG(3, "Query(): Can't get Study instance UID.\n");
     return -1;

@@ -6,37 +6,50 @@
 
 // What changes one attribute of one study record. Nothing below the root is touched, so no study is locked.
 
-struct Disk_RootDirectoryFile::StudyChangeTexts {
+namespace {
+
+struct StudyChangeTexts {
   char const *name, *cant_lock, *cant_read, *no_study, *cant_write, *cant_unlock;
 };
 
-/// `change` sets the attribute: 0, or -1 after a log line of its own.
-template <class Change>
-int Disk_RootDirectoryFile::change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts, Change change) {
-  auto const failed = [](char const* text) {
-    DISK_LOG_TEXT(3, text);
-    return -1;
-  };
-  if (refuse_read_only(texts.name) == -1) return -1;
-  Disk_FileSetHold file_set;
-  if (lock(file_set, false) == -1) return failed(texts.cant_lock);
-  if (Read() == -1) return failed(texts.cant_read);
-  MarkDirty();
-  Disk_StudyDirectoryRecord* const study = GetStudyRecord(study_uid);
-  if (!study) return failed(texts.no_study);
-  if (change(*study->GetRecordMsg()) == -1) return -1;
-  if (Write() == -1) return failed(texts.cant_write);
-  ResetStudyFile();
-  return file_set.Release() == 0 ? 0 : failed(texts.cant_unlock);
-}
-
-// Protection
-
-struct Disk_RootDirectoryFile::ProtectionTexts {
+struct ProtectionTexts {
   char const *model, *structure;
   StudyChangeTexts change;
   char const *image_level, *series_level, *other_level, *cant_set;
 };
+
+} // namespace
+
+struct Disk_RootDirectoryFile::StatusRoad {
+  Disk_RootDirectoryFile& root;
+
+  template <class Change>
+  int change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts, Change change);
+  int set_protection(SCL_MoveIdentifier const& identifier, Dicom_CS const& flag, ProtectionTexts const& texts);
+};
+
+/// `change` sets the attribute: 0, or -1 after a log line of its own.
+template <class Change>
+int Disk_RootDirectoryFile::StatusRoad::change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts,
+                                                     Change change) {
+  auto const failed = [](char const* text) {
+    DISK_LOG_TEXT(3, text);
+    return -1;
+  };
+  if (root.refuse_read_only(texts.name) == -1) return -1;
+  Disk_FileSetHold file_set;
+  if (root.lock(file_set, false) == -1) return failed(texts.cant_lock);
+  if (root.Read() == -1) return failed(texts.cant_read);
+  root.MarkDirty();
+  Disk_StudyDirectoryRecord* const study = root.GetStudyRecord(study_uid);
+  if (!study) return failed(texts.no_study);
+  if (change(*study->GetRecordMsg()) == -1) return -1;
+  if (root.Write() == -1) return failed(texts.cant_write);
+  root.ResetStudyFile();
+  return file_set.Release() == 0 ? 0 : failed(texts.cant_unlock);
+}
+
+// Protection
 
 namespace {
 
@@ -53,14 +66,21 @@ namespace {
         NAME "(): unknown Query/Retrieve Level.\n", NAME "(): Can't set protection flag.\n"                            \
   }
 
+int CheckModel(SCL_InformationModel model, ProtectionTexts const& texts) {
+  if (model == 1) return 0;
+  DISK_LOG_TEXT(3, texts.model);
+  KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
+  return -1;
+}
+
 } // namespace
 
 int Disk_RootDirectoryFile::ProtectImages(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
                                           Dicom_UI* /*ignored_uid*/) {
   static constexpr ProtectionTexts kTexts = PROTECTION_TEXTS("ProtectImages");
   return Disk_Guarded("ProtectImages", [&] {
-    if (check_model(model, kTexts) == -1 || structure->RequirePrivate(kTexts.structure) == -1) return -1;
-    return set_protection(identifier, IOD_Image::Y, kTexts);
+    if (CheckModel(model, kTexts) == -1 || structure->RequirePrivate(kTexts.structure) == -1) return -1;
+    return StatusRoad{*this}.set_protection(identifier, IOD_Image::Y, kTexts);
   });
 }
 
@@ -68,20 +88,13 @@ int Disk_RootDirectoryFile::UnprotectImages(SCL_MoveIdentifier const& identifier
                                             Dicom_UI* /*ignored_uid*/) {
   static constexpr ProtectionTexts kTexts = PROTECTION_TEXTS("UnprotectImages");
   return Disk_Guarded("UnprotectImages", [&] {
-    if (structure->RequirePrivate(kTexts.structure) == -1 || check_model(model, kTexts) == -1) return -1;
-    return set_protection(identifier, IOD_Image::N, kTexts);
+    if (structure->RequirePrivate(kTexts.structure) == -1 || CheckModel(model, kTexts) == -1) return -1;
+    return StatusRoad{*this}.set_protection(identifier, IOD_Image::N, kTexts);
   });
 }
 
-int Disk_RootDirectoryFile::check_model(SCL_InformationModel model, ProtectionTexts const& texts) {
-  if (model == 1) return 0;
-  DISK_LOG_TEXT(3, texts.model);
-  KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
-  return -1;
-}
-
-int Disk_RootDirectoryFile::set_protection(SCL_MoveIdentifier const& identifier, Dicom_CS const& flag,
-                                           ProtectionTexts const& texts) {
+int Disk_RootDirectoryFile::StatusRoad::set_protection(SCL_MoveIdentifier const& identifier, Dicom_CS const& flag,
+                                                       ProtectionTexts const& texts) {
   return change_study(identifier.GetStudyInstanceUID(), texts.change, [&](IOD_Msg& record) {
     auto const level = identifier.GetQueryRetrieveLevel();
     if (level == SCL_QueryRetrieveLevel::STUDY) {
@@ -114,7 +127,7 @@ int Disk_RootDirectoryFile::SetStudyCompleted(Dicom_UI const& study_uid) {
   static constexpr StudyChangeTexts kTexts = STATUS_CHANGE_TEXTS("SetStudyCompleted");
   return Disk_Guarded("SetStudyCompleted", [&] {
     if (structure->RequirePrivate(STATUS_PRIVATE_ONLY("SetStudyCompleted")) == -1) return -1;
-    return change_study(study_uid, kTexts, [](IOD_Msg& record) {
+    return StatusRoad{*this}.change_study(study_uid, kTexts, [](IOD_Msg& record) {
       if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_LOAD_COMPLETED, IOD_Image::Y) == 0) return 0;
       DISK_LOG(3, STATUS_PREFIX("SetStudyCompleted") "Cannot update load status.\n");
       return -1;
@@ -126,7 +139,7 @@ int Disk_RootDirectoryFile::SetStudyAccessed(Dicom_UI const& study_uid) {
   static constexpr StudyChangeTexts kTexts = STATUS_CHANGE_TEXTS("SetStudyAccessed");
   return Disk_Guarded("SetStudyAccessed", [&] {
     if (structure->RequirePrivate(STATUS_PRIVATE_ONLY("SetStudyAccessed")) == -1) return -1;
-    return change_study(study_uid, kTexts, [](IOD_Msg& record) {
+    return StatusRoad{*this}.change_study(study_uid, kTexts, [](IOD_Msg& record) {
       Dicom_DT const now(GetCurrentDate(), GetTickCount(), nullptr);
       if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, now) == 0) return 0;
       DISK_LOG(3, STATUS_PREFIX("SetStudyAccessed") "Cannot update access date.\n");

@@ -10,8 +10,36 @@
 #include <cerrno>
 #include <string_view>
 
+struct Disk_RootDirectoryFile::StoreRoad {
+  Disk_RootDirectoryFile& root;
+
+  static constexpr int kStudyIsGone = -2; // from the folder where it was found
+
+  int store(Disk_StoreRequest const& request);
+  int find_in_place(Disk_StoreRequest const& request) const;
+  int lock_for_store(Disk_FileSetHold& file_set);
+  int store_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
+  int try_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set);
+  int pin_study(Disk_StudyDirectoryRecord** study);
+  int limit_counts(Disk_StudyDirectoryRecord& study);
+  int store_alone(Disk_StoreRequest const& request);
+  int store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study, bool is_pinned, int* new_series,
+                  int* new_image);
+  int check_identifiers(IOD_Msg const& msg) const;
+  int add_study(Disk_StoreRequest const& request, Disk_PatientDirectoryRecord** patient,
+                Disk_StudyDirectoryRecord** study);
+  int new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient);
+  /// `reference` is null when the object's patient is unknown.
+  int check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const* reference,
+                  Disk_StudyDirectoryRecord const& study) const;
+
+  int new_study_directory(Disk_StudyDirectoryRecord* study, int in_place, char const* existing_file);
+  int directory_in_place(char const* existing_file, Disk_FileID* id) const;
+  int study_directory(Disk_StudyDirectoryRecord const& study, int in_place, char const* existing_file, Disk_FileID* id);
+};
+
 int Disk_RootDirectoryFile::Store(Disk_StoreRequest const& request) {
-  return Disk_Guarded("Store", [&] { return store(request); });
+  return Disk_Guarded("Store", [&] { return StoreRoad{*this}.store(request); });
 }
 
 int Disk_RootDirectoryFile::Store(IOD_Msg* msg, bool add_icon, int store_unmatching_images, int in_place,
@@ -21,41 +49,41 @@ int Disk_RootDirectoryFile::Store(IOD_Msg* msg, bool add_icon, int store_unmatch
                 stored_file_name, syntax_in_file});
 }
 
-int Disk_RootDirectoryFile::store(Disk_StoreRequest const& request) {
+int Disk_RootDirectoryFile::StoreRoad::store(Disk_StoreRequest const& request) {
   if (!request.msg) {
     DISK_LOG(3, "Disk_RootDirectoryFile::Store : StoredObject is NULL\n");
     return -1;
   }
   IOD_Msg& msg = *request.msg;
-  structure->TellStore("Store: standard DICOMDIR.\n");
-  DISK_LOG_TEXT(6, Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
+  root.structure->TellStore("Store: standard DICOMDIR.\n");
+  DISK_LOG_TEXT(6, root.Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
   if (check_identifiers(msg) == -1) return -1;
   if (!request.in_place && !request.move_store && msg.GetSOPClassUID() == UI_NULL) {
     DISK_LOG(3, "Can't get SOP Class UID.\n"); // its file can't be written: better now than when directories are made
     DISK_LOG(3, "Store: Can't store.\n");
     return -1;
   }
-  if (refuse_read_only("Store") == -1 || find_in_place(request) == -1) return -1;
-  ResetStudyFile(); // one that a failure left may have no lock
+  if (root.refuse_read_only("Store") == -1 || find_in_place(request) == -1) return -1;
+  root.ResetStudyFile(); // one that a failure left may have no lock
 
   Disk_FileSetHold file_set;
   if (lock_for_store(file_set) == -1) return -1;
-  if ((structure->LocksStudies() ? store_beside_others(request, file_set) : store_alone(request)) == -1) return -1;
+  if ((root.structure->LocksStudies() ? store_beside_others(request, file_set) : store_alone(request)) == -1) return -1;
   if (file_set.Release() == -1) {
     DISK_LOG(3, "Store: Can't unlock file-set.\n");
     return -1;
   }
-  KeepStudyFile();
+  root.KeepStudyFile();
   return 0;
 }
 
 /// Refuses an object in place whose file is missing, before anything is made for it. A path that isn't below the prefix
 /// is refused later, where the new record gets its file ID.
-int Disk_RootDirectoryFile::find_in_place(Disk_StoreRequest const& request) const {
-  std::string_view const prefix = GetFileSetPrefix(), given = request.existing_file ? request.existing_file : "";
+int Disk_RootDirectoryFile::StoreRoad::find_in_place(Disk_StoreRequest const& request) const {
+  std::string_view const prefix = root.GetFileSetPrefix(), given = request.existing_file ? request.existing_file : "";
   if (!request.in_place || request.move_store || given.size() <= prefix.size() + 1) return 0;
   int status = 0;
-  std::string const file = Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0).Path();
+  std::string const file = Disk_FileID(root.GetFileSetPrefix(), request.existing_file, &status, 0).Path();
   struct stat found {};
   if (file.empty() || Util_FileSystemInterface::Current().Stat(file.c_str(), &found) == 0) return 0;
   int const cause = errno;
@@ -65,12 +93,12 @@ int Disk_RootDirectoryFile::find_in_place(Disk_StoreRequest const& request) cons
 }
 
 /// Takes the file-set's lock and brings the records up to date.
-int Disk_RootDirectoryFile::lock_for_store(Disk_FileSetHold& file_set) {
-  if (lock(file_set, false) == -1) {
+int Disk_RootDirectoryFile::StoreRoad::lock_for_store(Disk_FileSetHold& file_set) {
+  if (root.lock(file_set, false) == -1) {
     DISK_LOG(3, "Store: Can't lock file-set.\n");
     return -1;
   }
-  if (Read() == -1) {
+  if (root.Read() == -1) {
     DISK_LOG(3, "Store: Can't read root directory file.\n");
     return -1;
   }
@@ -78,12 +106,13 @@ int Disk_RootDirectoryFile::lock_for_store(Disk_FileSetHold& file_set) {
 }
 
 /// Where studies have locks of their own: that of the file-set is given up while one works in a known study.
-int Disk_RootDirectoryFile::store_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
+int Disk_RootDirectoryFile::StoreRoad::store_beside_others(Disk_StoreRequest const& request,
+                                                           Disk_FileSetHold& file_set) {
   constexpr int kMostTries = 100; // as others may delete the study and make it anew again and again
   for (int i = 0; i < kMostTries; ++i) {
     int const result = try_beside_others(request, file_set);
     if (result != kStudyIsGone) return result;
-    ResetStudyFile();
+    root.ResetStudyFile();
     if (lock_for_store(file_set) == -1) return -1;
   }
   DISK_LOG(3, "Store: the study doesn't stay.\n");
@@ -92,9 +121,9 @@ int Disk_RootDirectoryFile::store_beside_others(Disk_StoreRequest const& request
 }
 
 /// 0; -1; or kStudyIsGone, with nothing done and no lock held.
-int Disk_RootDirectoryFile::try_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
+int Disk_RootDirectoryFile::StoreRoad::try_beside_others(Disk_StoreRequest const& request, Disk_FileSetHold& file_set) {
   Dicom_UI const study_uid = request.msg->GetStudyInstanceUID();
-  Disk_StudyDirectoryRecord* study = GetStudyRecord(study_uid);
+  Disk_StudyDirectoryRecord* study = root.GetStudyRecord(study_uid);
   // a known study has its own lock: other studies go on meanwhile
   if (study && pin_study(&study) == -1) {
     DISK_LOG(3, "Store: Can't lock study .\n");
@@ -103,12 +132,12 @@ int Disk_RootDirectoryFile::try_beside_others(Disk_StoreRequest const& request, 
   bool const new_study = !study;
   Disk_PatientDirectoryRecord* patient = nullptr;
   if (new_study) {
-    MarkDirty(); // a failure from here on makes the next Read load the records again
+    root.MarkDirty(); // a failure from here on makes the next Read load the records again
     if (add_study(request, &patient, &study) == -1) return -1;
-    GetStudyFile(study);
+    root.GetStudyFile(study);
     DISK_LOG(7, "Store: locking the study.\n");
   }
-  long const version = file_version;
+  long const version = root.file_version;
   if (!new_study && file_set.Release() == -1) {
     DISK_LOG(3, "Store: Can't unlock file-set.\n");
     return -1;
@@ -118,33 +147,34 @@ int Disk_RootDirectoryFile::try_beside_others(Disk_StoreRequest const& request, 
   if (!new_study) {
     if (lock_for_store(file_set) == -1) return -1;
     errno = 0;
-    study = study_file->IsInPlace() ? GetStudyRecord(study_uid) : nullptr; // one that was made anew lacks the object
+    study = root.study_file->IsInPlace() ? root.GetStudyRecord(study_uid)
+                                         : nullptr; // one that was made anew lacks the object
     if (!study) {
       KlbGError.Set(DISK_ERROR_SYSTEM + (errno == 0 ? ESTALE : errno));
       DISK_LOG(3, "Problem reading study record of study <%s>\n", study_uid.CStr());
       return -1;
     }
   }
-  bool const others_wrote = !new_study && (file_version != version || study_file->HasDropped());
-  MarkDirty();
-  if (structure->UpdateStudy(*study, *request.msg, new_series, new_image) == -1 ||
+  bool const others_wrote = !new_study && (root.file_version != version || root.study_file->HasDropped());
+  root.MarkDirty();
+  if (root.structure->UpdateStudy(*study, *request.msg, new_series, new_image) == -1 ||
       (others_wrote && limit_counts(*study) == -1)) {
     DISK_LOG(3, "Store: Failed updating the zentara details.\n");
     return -1;
   }
-  if (Write() == 0) return 0;
+  if (root.Write() == 0) return 0;
   DISK_LOG(3, "Store: Can't update the file.\n");
   return -1;
 }
 
 /// A delete that came while the file-set was given up has counted what the study's file holds, with what a store had
 /// just brought: its counts aren't to be raised for that once more.
-int Disk_RootDirectoryFile::limit_counts(Disk_StudyDirectoryRecord& study) {
+int Disk_RootDirectoryFile::StoreRoad::limit_counts(Disk_StudyDirectoryRecord& study) {
   int series = 0, images = 0;
-  if (study_file->Count(&series, &images) == -1) return -1;
+  if (root.study_file->Count(&series, &images) == -1) return -1;
   auto const limit = [&](Disk_Counter const& counter, int most) {
     if (Disk_Counted(*study.GetRecordMsg(), counter).value_or(0) <= most) return 0;
-    int const result = structure->SetCounter(study, counter, most);
+    int const result = root.structure->SetCounter(study, counter, most);
     if (result == -1) DISK_LOG(3, "Store: Can't update study directory record.\n");
     return result;
   };
@@ -153,40 +183,40 @@ int Disk_RootDirectoryFile::limit_counts(Disk_StudyDirectoryRecord& study) {
 
 /// Makes `study_file` that of a known study, and pins it. A killed delete leaves a record whose folder is gone, and
 /// nobody could ever store there again: such a record is dropped, and `*study` becomes null. 0 or -1.
-int Disk_RootDirectoryFile::pin_study(Disk_StudyDirectoryRecord** study) {
+int Disk_RootDirectoryFile::StoreRoad::pin_study(Disk_StudyDirectoryRecord** study) {
   Dicom_UI const uid = (*study)->GetRecordMsg()->GetStudyInstanceUID();
-  GetStudyFile(*study);
+  root.GetStudyFile(*study);
   DISK_LOG(7, "Store: locking the study.\n");
-  if (study_file && study_file->Pin() == 0) return 0;
-  if (!has_lost_folder(**study)) return -1;
-  ResetStudyFile();
-  MarkDirty(); // the records may be older than what the folder looks like
-  if (Read() == -1) return -1;
-  *study = GetStudyRecord(uid);
+  if (root.study_file && root.study_file->Pin() == 0) return 0;
+  if (!root.has_lost_folder(**study)) return -1;
+  root.ResetStudyFile();
+  root.MarkDirty(); // the records may be older than what the folder looks like
+  if (root.Read() == -1) return -1;
+  *study = root.GetStudyRecord(uid);
   if (!*study) return 0;
-  if (!has_lost_folder(**study)) {
-    GetStudyFile(*study);
-    return study_file ? study_file->Pin() : -1;
+  if (!root.has_lost_folder(**study)) {
+    root.GetStudyFile(*study);
+    return root.study_file ? root.study_file->Pin() : -1;
   }
-  MarkDirty();
-  dropped_id = (*study)->GetReferencedFileID().GetText();
-  if (DeleteCorruptedEntry(*study) == -1 || GetStudyRecord(uid)) return -1;
+  root.MarkDirty();
+  root.dropped_id = (*study)->GetReferencedFileID().GetText();
+  if (root.DeleteCorruptedEntry(*study) == -1 || root.GetStudyRecord(uid)) return -1;
   DISK_LOG(4, "Store: study %s had no folder any more; it is made anew.\n", uid.CStr());
   *study = nullptr;
   return 0;
 }
 
 /// Under the file-set's lock throughout.
-int Disk_RootDirectoryFile::store_alone(Disk_StoreRequest const& request) {
-  MarkDirty();
-  if (structure->CheckPatients(*records) == -1) return -1;
-  Operation operation(*this);
+int Disk_RootDirectoryFile::StoreRoad::store_alone(Disk_StoreRequest const& request) {
+  root.MarkDirty();
+  if (root.structure->CheckPatients(*root.records) == -1) return -1;
+  Operation operation(root);
   if (!operation.begun) return -1;
   IOD_Msg const& msg = *request.msg;
-  auto [owner, study] = records->FindStudy(*structure, msg.GetStudyInstanceUID());
+  auto [owner, study] = root.records->FindStudy(*root.structure, msg.GetStudyInstanceUID());
   bool const new_study = !study;
-  if (!request.in_place && structure->PrepareFolder(*this, msg.GetStudyInstanceUID(), !new_study) == -1) return -1;
-  Disk_PatientDirectoryRecord* patient = GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
+  if (!request.in_place && root.structure->PrepareFolder(root, msg.GetStudyInstanceUID(), !new_study) == -1) return -1;
+  Disk_PatientDirectoryRecord* patient = root.GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
   if (new_study) {
     if (add_study(request, &patient, &study) == -1) return -1;
     owner = patient;
@@ -195,33 +225,35 @@ int Disk_RootDirectoryFile::store_alone(Disk_StoreRequest const& request) {
     if (patient && patient->GetRecordMsg()->GetPatientID() != owner->GetRecordMsg()->GetPatientID())
       DISK_LOG(4, "Store: the study of the object belongs to another patient, but the image is stored\n");
   }
-  records->touched_patients.insert(owner);
-  GetStudyFile(study);
+  root.records->touched_patients.insert(owner);
+  root.GetStudyFile(study);
   DISK_LOG(7, "Store: locking the study.\n");
   int new_series = 0, new_image = 0;
   if (store_below(request, study, false, &new_series, &new_image) == -1) return -1;
-  if (structure->UpdateStudy(*study, msg, new_series, new_image) == -1) {
+  if (root.structure->UpdateStudy(*study, msg, new_series, new_image) == -1) {
     DISK_LOG(3, "Store: Failed updating the standard DICOMDIR details.\n");
     return -1;
   }
-  if (Write() == 0 && operation.Commit() == 0) return 0;
+  if (root.Write() == 0 && operation.Commit() == 0) return 0;
   DISK_LOG(3, "Store: Can't update the file.\n");
   return -1;
 }
 
 /// The part of a store below the root, under the study's lock. A study that was pinned when the file-set was locked may
 /// be kStudyIsGone by now.
-int Disk_RootDirectoryFile::store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
-                                        bool is_pinned, int* new_series, int* new_image) {
+int Disk_RootDirectoryFile::StoreRoad::store_below(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
+                                                   bool is_pinned, int* new_series, int* new_image) {
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  int const locked = !study_file ? -1 : is_pinned ? held.Pinned(*study_file) : held.Exclusive(*study_file);
+  int const locked = !root.study_file ? -1
+                     : is_pinned      ? held.Pinned(*root.study_file)
+                                      : held.Exclusive(*root.study_file);
   if (locked == -1) {
-    if (study_file && is_pinned && errno == ESTALE) return kStudyIsGone;
+    if (root.study_file && is_pinned && errno == ESTALE) return kStudyIsGone;
     DISK_LOG(3, "Store: Can't lock study .\n");
     return -1;
   }
   if (is_pinned && check_match(request, study, *study) == -1) return -1;
-  if (study_file->Store(request, study, new_series, new_image) == -1) {
+  if (root.study_file->Store(request, study, new_series, new_image) == -1) {
     DISK_LOG(3, "Store: Can't store.\n");
     return -1;
   }
@@ -230,7 +262,7 @@ int Disk_RootDirectoryFile::store_below(Disk_StoreRequest const& request, Disk_S
   return -1;
 }
 
-int Disk_RootDirectoryFile::check_identifiers(IOD_Msg const& msg) const {
+int Disk_RootDirectoryFile::StoreRoad::check_identifiers(IOD_Msg const& msg) const {
   char const* const missing = msg.GetStudyInstanceUID() == UI_NULL    ? "Store: Missing Study Instance UID.\n"
                               : msg.GetSeriesInstanceUID() == UI_NULL ? "Store: Missing Series Instance UID.\n"
                               : msg.GetSOPInstanceUID() == UI_NULL    ? "Store: Missing SOP Instance UID.\n"
@@ -246,37 +278,38 @@ int Disk_RootDirectoryFile::check_identifiers(IOD_Msg const& msg) const {
   return 0;
 }
 
-int Disk_RootDirectoryFile::add_study(Disk_StoreRequest const& request, Disk_PatientDirectoryRecord** patient,
-                                      Disk_StudyDirectoryRecord** study) {
+int Disk_RootDirectoryFile::StoreRoad::add_study(Disk_StoreRequest const& request,
+                                                 Disk_PatientDirectoryRecord** patient,
+                                                 Disk_StudyDirectoryRecord** study) {
   IOD_Msg const& msg = *request.msg;
-  *patient = GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
+  *patient = root.GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
   if (!*patient && new_patient_record(msg, patient) == -1) return -1;
   std::unique_ptr<Disk_StudyDirectoryRecord> record(new (std::nothrow) Disk_StudyDirectoryRecord());
   if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
-  if (!record || structure->Fill(*record, msg) == -1) {
+  if (!record || root.structure->Fill(*record, msg) == -1) {
     DISK_LOG(3, "Store: Can't create new study directory record.\n");
     return -1;
   }
-  if (NewStudy(*patient, record.get(), request.in_place, request.existing_file) == -1) {
+  if (root.NewStudy(*patient, record.get(), request.in_place, request.existing_file) == -1) {
     DISK_LOG(3, "Store: Can't create new study.\n");
     return -1;
   }
   *study = record.release();
-  if (structure->MarkNew(**study) == -1) {
+  if (root.structure->MarkNew(**study) == -1) {
     DISK_LOG(3, "Store: Can't set protection flag.\n");
     return -1;
   }
   return 0;
 }
 
-int Disk_RootDirectoryFile::new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient) {
+int Disk_RootDirectoryFile::StoreRoad::new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient) {
   std::unique_ptr<Disk_PatientDirectoryRecord> record(new (std::nothrow) Disk_PatientDirectoryRecord());
   if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
-  if (!record || structure->Fill(*record, msg) == -1) {
+  if (!record || root.structure->Fill(*record, msg) == -1) {
     DISK_LOG(3, "Store: Can't create new patient directory record.\n");
     return -1;
   }
-  if (NewPatient(record.get()) == -1) {
+  if (root.NewPatient(record.get()) == -1) {
     DISK_LOG(3, "Store: Can't create new patient.\n");
     return -1;
   }
@@ -291,19 +324,20 @@ int Disk_RootDirectoryFile::NewPatient(Disk_PatientDirectoryRecord* patient) {
 int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study,
                                      int in_place, char const* existing_file) {
   DISK_LOG(7, "NewStudy:\n");
-  if (structure->NamesFolders() && new_study_directory(study, in_place, existing_file) == -1) return -1;
+  if (structure->NamesFolders() && StoreRoad{*this}.new_study_directory(study, in_place, existing_file) == -1)
+    return -1;
   return structure->Add(*records, patient, study);
 }
 
-int Disk_RootDirectoryFile::new_study_directory(Disk_StudyDirectoryRecord* study, int in_place,
-                                                char const* existing_file) {
+int Disk_RootDirectoryFile::StoreRoad::new_study_directory(Disk_StudyDirectoryRecord* study, int in_place,
+                                                           char const* existing_file) {
   Disk_FileID id;
   if (study_directory(*study, in_place, existing_file, &id) == -1) return -1;
   if (id.AddComponent("DIRFILE") == -1) {
     DISK_LOG(3, "NewStudy(): Can't add component to file-id.\n");
     return -1;
   }
-  Disk_StudyDirectoryFile file(id, params, standard_dicomdir, 0);
+  Disk_StudyDirectoryFile file(id, root.params, root.standard_dicomdir, 0);
   file.MarkUnnamed();
   if ((in_place && file.RefuseLink() == -1) || file.Write() == -1) {
     DISK_LOG(3, "NewStudy(): Can't write new directory file.\n");
@@ -313,20 +347,20 @@ int Disk_RootDirectoryFile::new_study_directory(Disk_StudyDirectoryRecord* study
 }
 
 /// The directory of a new study: that above the series of an object in place, or a new one.
-int Disk_RootDirectoryFile::study_directory(Disk_StudyDirectoryRecord const& study, int in_place,
-                                            char const* existing_file, Disk_FileID* id) {
+int Disk_RootDirectoryFile::StoreRoad::study_directory(Disk_StudyDirectoryRecord const& study, int in_place,
+                                                       char const* existing_file, Disk_FileID* id) {
   int status = 0;
   IOD_Msg const& record = *study.GetRecordMsg();
   if (in_place)
     status = directory_in_place(existing_file, id);
   else
-    *id = GenerateReferencedFileID(record.GetStudyID(), record.GetStudyInstanceUID(), &status);
+    *id = root.GenerateReferencedFileID(record.GetStudyID(), record.GetStudyInstanceUID(), &status);
   if (status == -1) {
     DISK_LOG(3, "NewStudy(): Can't generate a file ID.\n");
     return -1;
   }
   std::string const path = id->Path();
-  if (in_place || make_directory(path) == 0) return 0;
+  if (in_place || root.make_directory(path) == 0) return 0;
   int const cause = errno;
   DISK_LOG(3, "NewStudy(): Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
   KlbGError.Set(DISK_ERROR_SYSTEM + cause);
@@ -335,15 +369,15 @@ int Disk_RootDirectoryFile::study_directory(Disk_StudyDirectoryRecord const& stu
 
 /// The folder two levels above an object. A directory file is written into it, so it must not be the file-set's own,
 /// nor that of another study or in there.
-int Disk_RootDirectoryFile::directory_in_place(char const* existing_file, Disk_FileID* id) const {
+int Disk_RootDirectoryFile::StoreRoad::directory_in_place(char const* existing_file, Disk_FileID* id) const {
   int status = 0;
-  std::string const prefix = GetFileSetPrefix();
+  std::string const prefix = root.GetFileSetPrefix();
   std::string path = Disk_FileID(prefix.c_str(), existing_file, &status, 0).Path();
   if (status == -1) return -1;
   for (int i = 0; i < 2 && path.size() > prefix.size(); ++i)
     path.resize(path.rfind('/'));
   bool is_free = path.size() > prefix.size();
-  for (Disk_PatientDirectoryRecord* patient : records->patients)
+  for (Disk_PatientDirectoryRecord* patient : root.records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       std::string const other = Disk_FileID(prefix.c_str(), study->GetReferencedFileID(), 0).Path();
       std::size_t const end = other.empty() ? 0 : other.rfind('/') + 1;
@@ -411,8 +445,9 @@ int Compare(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringT
 
 } // namespace
 
-int Disk_RootDirectoryFile::check_match(Disk_StoreRequest const& request, Disk_DirectoryRecord const* reference,
-                                        Disk_StudyDirectoryRecord const& study) const {
+int Disk_RootDirectoryFile::StoreRoad::check_match(Disk_StoreRequest const& request,
+                                                   Disk_DirectoryRecord const* reference,
+                                                   Disk_StudyDirectoryRecord const& study) const {
   IOD_Msg const& msg = *request.msg;
   bool const tolerate = request.store_unmatching_images != 0;
   if (reference) {
@@ -420,7 +455,7 @@ int Disk_RootDirectoryFile::check_match(Disk_StoreRequest const& request, Disk_D
     if (Compare(kName, msg.GetPatientsName(), known.GetPatientsName(), tolerate) == -1) return -1;
     if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
   } else { // no patient has the object's ID and issuer, so the study's doesn't
-    IOD_Msg const& known = *GetPatientRecord(msg.GetStudyInstanceUID())->GetRecordMsg();
+    IOD_Msg const& known = *root.GetPatientRecord(msg.GetStudyInstanceUID())->GetRecordMsg();
     if (Mismatched(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) {
       DISK_LOG(3, "Issuer of Patient ID is '%s', and '%s' of the study's patient.\n", msg.GetIssuerOfPatientID().CStr(),
                known.GetIssuerOfPatientID().CStr());

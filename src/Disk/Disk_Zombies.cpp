@@ -13,6 +13,12 @@
 #include <unordered_set>
 #include <vector>
 
+struct Disk_RootDirectoryFile::ScanRoad {
+  Disk_RootDirectoryFile& root;
+
+  int process_zombies(CToolParseDICOMReport& report);
+};
+
 // Zombies are files and folders of a file-set that no record names. Each level compares what its records name with
 // what stands in its folder, and hands the rest to the caller's report, which decides what becomes of it.
 
@@ -83,40 +89,40 @@ struct Disk_DirectoryFile::FolderComparison {
 
 int Disk_RootDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
   return Disk_Guarded("ProcessZombieFiles", [&] {
-    int const result = process_zombies(report);
+    int const result = ScanRoad{*this}.process_zombies(report);
     ResetStudyFile();
     return result;
   });
 }
 
-int Disk_RootDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
-  if (structure->RequirePrivate(kNotStandard) == -1) return -1;
+int Disk_RootDirectoryFile::ScanRoad::process_zombies(CToolParseDICOMReport& report) {
+  if (root.structure->RequirePrivate(kNotStandard) == -1) return -1;
   Disk_FileSetHold file_set;
-  if (lock(file_set, false) == -1) return Failed("ProcessZombieFiles: Can't lock file-set.\n");
-  if (Read() == -1) return Failed("ProcessZombieFiles: Can't read root directory file.\n");
+  if (root.lock(file_set, false) == -1) return Failed("ProcessZombieFiles: Can't lock file-set.\n");
+  if (root.Read() == -1) return Failed("ProcessZombieFiles: Can't read root directory file.\n");
   FolderComparison comparison;
-  if (comparison.List(directory().FolderPath(), true) == -1) return -1;
-  comparison.named.insert(directory().FolderPath() + "/" + Disk_RelaxedEpoch::kFolder);
+  if (comparison.List(root.directory().FolderPath(), true) == -1) return -1;
+  comparison.named.insert(root.directory().FolderPath() + "/" + Disk_RelaxedEpoch::kFolder);
   std::vector<Disk_StudyDirectoryRecord*> to_scan;
-  for (Disk_PatientDirectoryRecord* patient : records->patients)
+  for (Disk_PatientDirectoryRecord* patient : root.records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords()) {
       to_scan.push_back(study);
-      comparison.NameFolder(PathOf(GetFileSetPrefix(), *study));
+      comparison.NameFolder(PathOf(root.GetFileSetPrefix(), *study));
     }
   if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
   if (file_set.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock file-set.\n");
   // from here on others can go on in other studies, and what they do to the root isn't seen
   for (Disk_StudyDirectoryRecord* study : to_scan) {
-    if (Disk_IsStopped(stop_wanted)) return -1;
-    ResetStudyFile();
-    GetStudyFile(study);
+    if (Disk_IsStopped(root.stop_wanted)) return -1;
+    root.ResetStudyFile();
+    root.GetStudyFile(study);
     Disk_Hold<Disk_StudyDirectoryFile> held;
-    if (!study_file || held.Exclusive(*study_file) == -1) {
+    if (!root.study_file || held.Exclusive(*root.study_file) == -1) {
       DISK_LOG(3, "ProcessZombieFiles: Can't lock study file-set.\n");
-      DeleteCorruptedEntry(study);
+      root.DeleteCorruptedEntry(study);
       continue;
     }
-    std::ignore = study_file->ProcessZombieFiles(report); // what fails there costs that study only
+    std::ignore = root.study_file->ProcessZombieFiles(report); // what fails there costs that study only
     if (held.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock study file-set.\n");
   }
   return 0;
