@@ -1,3 +1,5 @@
+#include "Disk/Disk_Recovery.h"
+
 #include "Disk/Disk_CheckStandard.h"
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
@@ -21,11 +23,6 @@ namespace {
 Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current(); }
 
 bool Exists(std::string const& path) { return System().Access(path.c_str(), F_OK) == 0; }
-
-std::string ContentOf(std::string const& boot) {
-  std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(boot.c_str(), 256);
-  return file ? std::string(file->data(), file->size()) : std::string();
-}
 
 /// A copy that may not have got its final name yet.
 std::string CopyIn(std::string const& folder, std::string const& name, std::string const& unfinished) {
@@ -122,41 +119,22 @@ int MendStandard(std::string const& prefix, std::string const& folder, std::stri
   return System().Rename(copy.c_str(), file.c_str());
 }
 
-} // namespace
-
-int Disk_RelaxedEpoch::mend(std::string const& prefix, bool standard) {
+int Mend(std::string const& prefix, bool standard) {
   Disk_LockManager lock;
   Disk_Hold<Klb_LockFile> held;
   if (lock.Init(prefix.c_str(), 0) == -1 || held.Exclusive(lock) == -1) return -1;
-  std::string const folder = prefix + "/" + kFolder;
-  int const mended =
-      standard
-          ? MendStandard(prefix, folder, kUnfinished)
-          : PrivateFiles{prefix, folder, kUnfinished}.MendTree(Disk_FileID(prefix.c_str(), Dicom_CS("DICOMDIR"), 0));
+  std::string const folder = prefix + "/" + Disk_RelaxedEpoch::kFolder;
+  int const mended = standard ? MendStandard(prefix, folder, Disk_RelaxedEpoch::kUnfinished)
+                              : PrivateFiles{prefix, folder, Disk_RelaxedEpoch::kUnfinished}.MendTree(
+                                    Disk_FileID(prefix.c_str(), Dicom_CS("DICOMDIR"), 0));
   // what was renamed lasts before the copies go
   return mended == -1 ? -1 : Util_FileSystem::SyncFileSystem(prefix.c_str());
 }
 
-int Disk_RelaxedEpoch::remove_copies(std::string const& folder) {
-  std::vector<Util_FileSystemInterface::Entry> entries;
-  if (System().List(folder.c_str(), entries) == -1) return -1;
-  for (auto const& entry : entries) // a durable write forgets its copy whoever holds the epoch
-    if (entry.type != entry.Directory && entry.name != kBoot &&
-        System().Unlink((folder + "/" + entry.name).c_str()) == -1 && errno != ENOENT)
-      return -1;
-  if (System().Unlink((folder + "/" + kBoot).c_str()) == -1) return -1;
-  return System().Rmdir(folder.c_str()) == -1 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT ? -1 : 0;
-}
+} // namespace
 
-int Disk_RelaxedEpoch::NeedsRecovery(std::string const& prefix) {
-  int const open = IsOpen(prefix);
-  if (open != 1) return open;
-  std::string const boot = boot_id();
-  return boot.empty() || !ContentOf(prefix + "/" + kFolder + "/" + kBoot).starts_with(boot + "\n") ? 1 : 0;
-}
-
-int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
-  int const needed = NeedsRecovery(prefix);
+int Disk_Recover(std::string const& prefix) {
+  int const needed = Disk_RelaxedEpoch::NeedsRecovery(prefix);
   if (needed == 0) return 0;
   auto const failed = [&] {
     int const cause = errno;
@@ -165,16 +143,16 @@ int Disk_RelaxedEpoch::Recover(std::string const& prefix) {
     return -1;
   };
   if (needed == -1) return failed();
-  std::string const folder = prefix + "/" + kFolder, boot = folder + "/" + kBoot;
+  std::string const folder = prefix + "/" + Disk_RelaxedEpoch::kFolder, boot = folder + "/" + Disk_RelaxedEpoch::kBoot;
   Klb_LockFile turn;
   if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
-    return NeedsRecovery(prefix) != 0 ? failed() : 0; // another did it
-  if (NeedsRecovery(prefix) == 0) return 0;
+    return Disk_RelaxedEpoch::NeedsRecovery(prefix) != 0 ? failed() : 0; // another did it
+  if (Disk_RelaxedEpoch::NeedsRecovery(prefix) == 0) return 0;
   std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(boot.c_str(), 256);
   if (!file) return failed(); // an empty one has another meaning
   std::string_view const content(file->data(), file->size());
   // without a whole BOOT nothing was written under it, or all of it was synced
   bool const standard = content.ends_with("\nstandard\n");
-  if ((standard || content.ends_with("\nprivate\n")) && mend(prefix, standard) == -1) return failed();
-  return remove_copies(folder) == -1 ? failed() : 0;
+  if ((standard || content.ends_with("\nprivate\n")) && Mend(prefix, standard) == -1) return failed();
+  return Disk_RelaxedEpoch::RemoveCopies(folder) == -1 ? failed() : 0;
 }

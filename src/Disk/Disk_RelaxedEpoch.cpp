@@ -21,6 +21,11 @@ Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current();
 
 bool Exists(std::string const& path) { return System().Access(path.c_str(), F_OK) == 0; }
 
+std::string ContentOf(std::string const& boot) {
+  std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(boot.c_str(), 256);
+  return file ? std::string(file->data(), file->size()) : std::string();
+}
+
 std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind('/')); }
 
 std::string FolderIn(std::string const& prefix) { return prefix + "/" + Disk_RelaxedEpoch::kFolder; }
@@ -117,8 +122,8 @@ private:
 
 } // namespace
 
-Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, bool standard)
-    : prefix_(std::move(prefix)), standard_(standard) {}
+Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, bool standard, Recovery recover)
+    : prefix_(std::move(prefix)), standard_(standard), recover_(recover) {}
 
 std::string const& Disk_RelaxedEpoch::content() {
   if (boot_.empty()) boot_ = boot_id(); // it doesn't change for as long as we run
@@ -158,7 +163,7 @@ int Disk_RelaxedEpoch::LockShared() {
     int const cause = errno;
     lock_.UnlockShared();
     errno = cause;
-    if (is_ours || count <= 0 || Recover(prefix_) == -1) return -1;
+    if (is_ours || count <= 0 || recover_(prefix_) == -1) return -1;
   }
   errno = EAGAIN;
   return -1;
@@ -230,7 +235,7 @@ int Disk_RelaxedEpoch::End(std::string const& prefix) {
   if (open == 1 && (lock.Init(folder.c_str(), (folder + "/" + kBoot).c_str(), 0) == -1 || lock.LockExclusive() == -1))
     open = errno == ENOENT ? 0 : -1;
   if (open == -1 || Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;
-  return open == 1 ? remove_copies(folder) : 0;
+  return open == 1 ? RemoveCopies(folder) : 0;
 }
 
 std::array<char, Disk_RelaxedEpoch::kPreamble> Disk_RelaxedEpoch::Mark(std::span<std::string_view const> bytes_behind) {
@@ -250,4 +255,22 @@ bool Disk_RelaxedEpoch::IsWhole(std::string_view file) {
   std::string_view const behind[] = {file.substr(kPreamble)};
   std::array<char, kPreamble> const mark = Mark(behind);
   return file.starts_with(std::string_view(mark.data(), mark.size()));
+}
+
+int Disk_RelaxedEpoch::RemoveCopies(std::string const& folder) {
+  std::vector<Util_FileSystemInterface::Entry> entries;
+  if (System().List(folder.c_str(), entries) == -1) return -1;
+  for (auto const& entry : entries) // a durable write forgets its copy whoever holds the epoch
+    if (entry.type != entry.Directory && entry.name != kBoot &&
+        System().Unlink((folder + "/" + entry.name).c_str()) == -1 && errno != ENOENT)
+      return -1;
+  if (System().Unlink((folder + "/" + kBoot).c_str()) == -1) return -1;
+  return System().Rmdir(folder.c_str()) == -1 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT ? -1 : 0;
+}
+
+int Disk_RelaxedEpoch::NeedsRecovery(std::string const& prefix) {
+  int const open = IsOpen(prefix);
+  if (open != 1) return open;
+  std::string const boot = boot_id();
+  return boot.empty() || !ContentOf(prefix + "/" + kFolder + "/" + kBoot).starts_with(boot + "\n") ? 1 : 0;
 }

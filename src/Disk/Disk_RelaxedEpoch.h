@@ -16,7 +16,9 @@
 /// and takes the copies of those that a power cut tore.
 class Disk_RelaxedEpoch {
 public:
-  Disk_RelaxedEpoch(std::string prefix, bool standard);
+  /// `recover` is called for an epoch of an earlier boot, and brings its files in order: 0, or -1.
+  using Recovery = int (*)(std::string const& prefix);
+  Disk_RelaxedEpoch(std::string prefix, bool standard, Recovery recover);
 
   // What a relaxed operation holds from its beginning to its end, outside of all other locks. BOOT lasts once a
   // first copy does.
@@ -39,8 +41,8 @@ public:
   static int End(std::string const& prefix);
   /// Whether an earlier boot of the machine ended with unsynced files: 1 or 0; -1 with errno when that can't be told.
   static int NeedsRecovery(std::string const& prefix);
-  /// Mends what that left. 0, also when there is nothing to mend, or -1 (logged). The caller holds no lock.
-  static int Recover(std::string const& prefix);
+  /// The end of an epoch, and of RELAXED: 0, or -1 with errno.
+  static int RemoveCopies(std::string const& folder);
 
   /// The preamble that tells an unsynced directory file, whose bytes follow it, from a torn one.
   static constexpr std::size_t kPreamble = 128;
@@ -49,11 +51,10 @@ public:
   static bool IsWhole(std::string_view file);
 
   static constexpr char kFolder[] = "RELAXED";
-
-private:
   static constexpr char kBoot[] = "BOOT";
   static constexpr char kUnfinished[] = ".new"; // behind the name of a copy
 
+private:
   std::string const& content();
   int make_boot_last(bool is_written);
   using FileState = std::array<long, 3>; // inode, and when it was written
@@ -61,12 +62,11 @@ private:
   int look_at_boot(FileState* state) const;
   /// The boot of this machine; empty where none can be told.
   static std::string boot_id();
-  static int remove_copies(std::string const& folder);
-  static int mend(std::string const& prefix, bool standard);
 
   std::string prefix_, boot_, content_; // of BOOT
   FileState lasting_{};                 // of the BOOT that was synced
   bool standard_;
+  Recovery recover_;
   Klb_LockFile lock_;
   bool initialised_ = false;
 };

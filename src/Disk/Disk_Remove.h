@@ -1,5 +1,4 @@
 #pragma once
-#include <Disk/Disk_Removal.h>
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 

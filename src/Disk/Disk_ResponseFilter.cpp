@@ -1,7 +1,9 @@
 #include "Disk/Disk_ResponseFilter.h"
 
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_RecordWalk.h"
 
+#include <Disk/Disk_DirectoryRecord.h>
 #include <dicom/Dicom_CharacterSet.h>
 
 #include <algorithm>
@@ -85,4 +87,12 @@ int Disk_AppendResponse(std::unique_ptr<Dicom_Msg> response, Dicom_Sequence* res
 
 void Disk_DeclareCharacterSet(Dicom_Msg& response) {
   if (HasUndeclaredText(response)) response.Set(kSpecificCharacterSet, Dicom_CS("ISO_IR 192"));
+}
+
+int Disk_QueryRecord(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record, Dicom_Sequence* results) {
+  std::unique_ptr<SCL_QueryRspIdentifier> response;
+  if (walk.Run(*record.GetRecordMsg(), &response) == -1) return -1;
+  return response ? Disk_AppendResponse(std::move(response), results,
+                                        "Query(): Can't add a result to the sequence of results.\n")
+                  : 0;
 }

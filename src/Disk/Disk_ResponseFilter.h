@@ -3,6 +3,9 @@
 
 #include <memory>
 
+class Disk_DirectoryRecord;
+class Disk_RecordWalk;
+
 /// Work on the responses of a query.
 
 /// Removes from `results` the responses that lack an attribute that `identifier` asks for with a real value.
@@ -36,3 +39,5 @@ int Disk_AppendResponse(std::unique_ptr<Dicom_Msg> response, Dicom_Sequence* res
 
 /// Says ISO_IR 192 in a response that holds more than ASCII: the text of records is UTF-8.
 void Disk_DeclareCharacterSet(Dicom_Msg& response);
+/// Runs the walk over one record and appends the response, if there is one. 0, or -1 (logged).
+int Disk_QueryRecord(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record, Dicom_Sequence* results);

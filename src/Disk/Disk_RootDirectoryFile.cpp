@@ -2,6 +2,7 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/Disk_Operation.h"
+#include "Disk/Disk_Recovery.h"
 #include "Disk/Disk_RootRecords.h"
 
 #include <infra/I18n.h>
@@ -53,7 +54,7 @@ int Disk_RootDirectoryFile::construct(char const* file_set_prefix) {
     return -1;
   }
   if (leave_epoch() == -1) return -1;
-  epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, params.standard_structure != 0);
+  epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, params.standard_structure != 0, Disk_Recover);
   int const result = structure->Open(file_set_prefix, params, writing_strategy, lock_manager);
   standard_dicomdir = structure->DicomDir();
   return result;
@@ -100,7 +101,7 @@ int Disk_RootDirectoryFile::Sync() {
 }
 
 int Disk_RootDirectoryFile::Recover(char const* file_set_prefix) {
-  return Disk_Guarded("Recover", [&] { return Disk_RelaxedEpoch::Recover(file_set_prefix); });
+  return Disk_Guarded("Recover", [&] { return Disk_Recover(file_set_prefix); });
 }
 
 /// What is in memory may not be what stands in the file: all is read again when it is needed.

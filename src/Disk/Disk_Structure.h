@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 class Disk_DicomDir;
 class Disk_DirectoryFile;
@@ -165,4 +166,13 @@ template <class T>
 T* Disk_FindRecord(Disk_Structure const& structure, Disk_RecordList<T> const& records, Dicom_Tag const& tag,
                    std::string_view text) {
   return records.Find(tag, text, [&](T const& record) { return Disk_IsLive(structure, record); });
+}
+
+/// The records of a list that are in use, so that the list may change while they are walked.
+template <class T>
+std::vector<T*> Disk_InUse(Disk_Structure const& structure, Disk_RecordList<T> const& records) {
+  std::vector<T*> found;
+  for (T* record : records)
+    if (structure.IsInUse(*record)) found.push_back(record);
+  return found;
 }

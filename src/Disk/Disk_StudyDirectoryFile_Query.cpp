@@ -1,22 +1,10 @@
+// Queries at series and image level, within one study.
 #include <Disk/Disk_StudyDirectoryFile.h>
 
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordWalk.h"
 #include "Disk/Disk_ResponseFilter.h"
 #include "Disk/Disk_Structure.h"
-
-namespace {
-
-/// Runs the walk over one record and appends the response, if there is one.
-int QueryRecord(Disk_RecordWalk const& walk, Disk_DirectoryRecord const& record, Dicom_Sequence* results) {
-  std::unique_ptr<SCL_QueryRspIdentifier> response;
-  if (walk.Run(*record.GetRecordMsg(), &response) == -1) return -1;
-  return response ? Disk_AppendResponse(std::move(response), results,
-                                        "Query(): Can't add a result to the sequence of results.\n")
-                  : 0;
-}
-
-} // namespace
 
 int Disk_StudyDirectoryFile::Query(SCL_QueryRetrieveLevel::Value level, SCL_QueryIdentifier const& identifier,
                                    Dicom_Sequence* results) {
@@ -41,7 +29,7 @@ int Disk_StudyDirectoryFile::query(Disk_RecordWalk& walk, Dicom_Sequence* result
     Disk_PassingOver const damage{passes_over_damage()};
     int result = -1;
     if (walk.Level() == SCL_QueryRetrieveLevel::SERIES) {
-      result = QueryRecord(walk, *series, results);
+      result = Disk_QueryRecord(walk, *series, results);
     } else if (walk.Level() == SCL_QueryRetrieveLevel::IMAGE) {
       result = query_images(walk, series, results);
     } else {
@@ -69,25 +57,5 @@ int Disk_StudyDirectoryFile::query_images(Disk_RecordWalk& walk, Disk_SeriesDire
     return -1;
   }
   responses.Keep();
-  return 0;
-}
-
-int Disk_SeriesDirectoryFile::Query(SCL_QueryIdentifier const& identifier, Dicom_Sequence* results) {
-  if (Disk_RefuseNull("Query", results) == -1) return -1;
-  return Disk_Guarded("Query",
-                      [&] { return query(Disk_RecordWalk(identifier, SCL_QueryRetrieveLevel::IMAGE), results); });
-}
-
-int Disk_SeriesDirectoryFile::Query(Disk_RecordWalk const& walk, Dicom_Sequence* results) {
-  return Disk_Guarded("Query", [&] { return query(walk, results); });
-}
-
-int Disk_SeriesDirectoryFile::query(Disk_RecordWalk const& walk, Dicom_Sequence* results) {
-  if (Read() == -1) {
-    DISK_LOG(3, "Query(): Can't read series directory file.\n");
-    return -1;
-  }
-  for (Disk_InstanceDirectoryRecord* image : image_records)
-    if (Disk_IsLive(*structure, *image) && QueryRecord(walk, *image, results) == -1) return -1;
   return 0;
 }
