@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 /// A file-set as a bounded cache: it may take so much of the disk, and hold so many studies, and gives up the studies
 /// with the lowest grades when an object doesn't fit.
@@ -36,6 +37,9 @@ public:
   /// Studies with grades below the threshold may be cleaned. Values outside of 0 to 100 are ignored.
   int GetThreshold() const { return m_threshold; }
   void SetThreshold(int threshold);
+  /// Of the file-set (Disk_RootDirectoryFile), before Construct or after it.
+  void SetDurability(std::optional<Util_Durability> durability);
+  void SetDeletesCineFiles(std::optional<bool> wanted);
   /// What is left of the quota, in KB of 1024 bytes; 0 also before Construct.
   long FreeSpaceKB();
 
@@ -107,6 +111,8 @@ protected:
   std::int32_t m_spaceFactor = 1;
 
 private:
+  std::optional<Util_Durability> m_durability;
+  std::optional<bool> m_deletesCineFiles;
   std::function<void(Disk_StudyMetaData const&)> m_studyGivenUp;
   std::function<bool()> m_stop;
   struct Cleaning;

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <tuple>
 
@@ -123,6 +124,7 @@ protected:
     if (!file || !(file->GetFileID() == id) || file->GetOffset() != first)
       file = std::make_unique<File>(id, params, standard_dicomdir, first);
     file->SetWritingStrategy(writing_strategy);
+    file->deletes_cine_files = deletes_cine_files;
   }
 
   Disk_FileID file_below(Disk_DirectoryRecord const& record, Dicom_Tag const& uid_tag, unsigned* first) const;
@@ -137,6 +139,7 @@ protected:
   std::shared_ptr<Disk_Structure> structure;
   Disk_StorageStrategy* writing_strategy = nullptr;
   Disk_StoreParams params;
+  std::optional<bool> deletes_cine_files; ///< with their images, if the root says so
   bool is_unnamed = false;
   bool is_loaded = false; ///< all records were read, and nothing was changed since that isn't written
   std::string const own_path, own_version_path;

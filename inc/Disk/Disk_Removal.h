@@ -29,9 +29,8 @@ struct DISK_EXPORT Disk_Tally {
   }
 };
 
-/// Whether the delete of an image of type DERIVED, SECONDARY, ITINERARY, CINE also removes the cine file that the
-/// object names, wherever that stands; true at first, for the whole process. Who stores what strangers send turns it
-/// off.
+/// Whether cine files go with their images from the file-sets whose roots don't say so themselves
+/// (Disk_RootDirectoryFile::SetDeletesCineFiles); true at first, for the whole process.
 DISK_EXPORT void Disk_SetDeletesCineFiles(bool wanted);
 DISK_EXPORT bool Disk_DeletesCineFiles();
 

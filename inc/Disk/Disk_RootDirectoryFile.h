@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class CToolParseDICOMReport;
@@ -46,6 +47,13 @@ public:
 
   void SetAutoDeletePar(Disk_AutoDeletePar const& par) { auto_delete_par = par; }
   void SetSupportPar(Disk_SupportPar const& par) { support_par = par; }
+  /// How durable what this root's operations write is, from the next one on; the file-set's other roots have their own.
+  /// Without a value, as at first, the operations go by Util_FileSystem::SetDurability, and so does each constructor.
+  void SetDurability(std::optional<Util_Durability> durability) { own_durability = durability; }
+  /// Whether the delete of an image of type DERIVED, SECONDARY, ITINERARY, CINE also removes the cine file that the
+  /// object names, wherever that stands. Who stores what strangers send turns it off. Without a value, as at first,
+  /// this goes by Disk_SetDeletesCineFiles.
+  void SetDeletesCineFiles(std::optional<bool> wanted) { deletes_cine_files = wanted; }
 
   /// Makes an object part of the file-set.
   ///
@@ -197,6 +205,7 @@ private:
   long reserved_kb;
   Disk_AutoDeletePar auto_delete_par{};
   Disk_SupportPar support_par;
+  std::optional<Util_Durability> own_durability;
   std::function<void()> object_done;
   std::function<bool()> stop_wanted;
   Dicom_UI current_study_uid; // that the last GetOne touched

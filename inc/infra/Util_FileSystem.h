@@ -8,6 +8,7 @@
 #include <infra/Util_Buffer.h>
 #include <infra/Util_FileSystemInterface.h>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -40,11 +41,13 @@ enum class Util_Durability {
 
 class DISK_EXPORT Util_FileSystem {
 public:
-  /// Process-wide; Full at first.
+  /// The process's, for whoever has none of its own; Full at first.
   static void SetDurability(Util_Durability durability) noexcept;
-  /// That of the thread's DurabilityScope, if it is in one.
+  static Util_Durability GetProcessDurability() noexcept;
+  /// That of the thread's innermost DurabilityScope, and outside of one the process's.
   static Util_Durability GetDurability() noexcept;
-  /// An operation keeps to its end the durability that it began with, whatever is set meanwhile.
+  /// An operation keeps to its end the durability that it began with, whatever is set meanwhile. One that is called in
+  /// the middle of it, on another file-set, has its own.
   class [[nodiscard]] DurabilityScope {
   public:
     DurabilityScope() = default;
@@ -57,6 +60,7 @@ public:
 
   private:
     bool begun_ = false;
+    std::optional<Util_Durability> outer_;
   };
 
   /// open, with O_CLOEXEC added.

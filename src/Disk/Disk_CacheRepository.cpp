@@ -44,6 +44,8 @@ int Disk_CacheRepository::Construct() {
     Disk_SupportPar par;
     par.delete_supported = 1;
     m_root->SetSupportPar(par);
+    m_root->SetDurability(m_durability);
+    m_root->SetDeletesCineFiles(m_deletesCineFiles);
     if (status == 0) {
       FindUserQuotaSize();
       FindQuotaSize();
@@ -58,6 +60,16 @@ void Disk_CacheRepository::SetThreshold(int threshold) {
   if (threshold < 0 || threshold > 100) return;
   m_threshold = threshold;
   DISK_LOG(6, "Setting Cache Repository Threshold to %d\n", m_threshold);
+}
+
+void Disk_CacheRepository::SetDurability(std::optional<Util_Durability> durability) {
+  m_durability = durability;
+  if (m_root) m_root->SetDurability(durability);
+}
+
+void Disk_CacheRepository::SetDeletesCineFiles(std::optional<bool> wanted) {
+  m_deletesCineFiles = wanted;
+  if (m_root) m_root->SetDeletesCineFiles(wanted);
 }
 
 // Configuration

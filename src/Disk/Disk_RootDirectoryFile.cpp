@@ -73,7 +73,7 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
 
 /// An operation that can't take part in a relaxed epoch, on a full disk for instance, is durable.
 void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
-  Util_Durability durability = Util_FileSystem::GetDurability();
+  Util_Durability durability = own_durability.value_or(Util_FileSystem::GetProcessDurability());
   bool const needs_epoch = epoch && !params.read_only && !structure->KeepsImage(writing_strategy);
   if (durability == Util_Durability::Relaxed && needs_epoch && hold.epoch.Shared(*epoch) == -1) {
     DISK_LOG(4, "No relaxed operation is possible here (errno=%d), so this one is durable.\n", errno);

@@ -107,7 +107,7 @@ int Disk_SeriesDirectoryFile::DeleteImage(Disk_InstanceDirectoryRecord const& im
   return -1;
 }
 
-/// The object names the file, which may stand anywhere. Who stores what strangers send turns this off.
+/// The object names the file, which may stand anywhere.
 void Disk_SeriesDirectoryFile::DeleteCineFile(Disk_FileID const& id, Dicom_CS const& referenced) const {
   IOD_Msg* object = nullptr;
   if (Disk_ObjectFile(id, params).Get(&object, nullptr) == -1) {
@@ -117,7 +117,7 @@ void Disk_SeriesDirectoryFile::DeleteCineFile(Disk_FileID const& id, Dicom_CS co
   std::unique_ptr<IOD_Msg> const owner(object);
   std::string const name = object->GetInputFileName().GetText();
   DISK_LOG(7, "DeleteImage: %s is an accompanied image\n", referenced.CStr());
-  if (name.empty() || !Disk_DeletesCineFiles()) return;
+  if (name.empty() || !deletes_cine_files.value_or(Disk_DeletesCineFiles())) return;
   DISK_LOG(5, "DeleteImage: deleting the cine file %s\n", name.c_str());
   if (Util_FileSystemInterface::Current().Unlink(name.c_str()) == 0) return;
   if (errno == ENOENT)

@@ -99,16 +99,18 @@ void Util_FileDescriptor::reset() noexcept {
 
 void Util_FileSystem::SetDurability(Util_Durability durability) noexcept { s_durability = durability; }
 
-Util_Durability Util_FileSystem::GetDurability() noexcept { return s_scope ? *s_scope : s_durability.load(); }
+Util_Durability Util_FileSystem::GetProcessDurability() noexcept { return s_durability; }
+
+Util_Durability Util_FileSystem::GetDurability() noexcept { return s_scope ? *s_scope : GetProcessDurability(); }
 
 void Util_FileSystem::DurabilityScope::Begin(Util_Durability durability) noexcept {
-  if (begun_ || s_scope) return;
-  s_scope = durability;
+  if (begun_) return;
+  outer_ = std::exchange(s_scope, durability);
   begun_ = true;
 }
 
 void Util_FileSystem::DurabilityScope::End() noexcept {
-  if (begun_) s_scope.reset();
+  if (begun_) s_scope = outer_;
   begun_ = false;
 }
 

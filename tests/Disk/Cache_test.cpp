@@ -123,22 +123,19 @@ TEST_F(CacheTest, GradesAndThresholds) {
 }
 
 TEST_F(CacheTest, GradeTablesWithOddEntries) {
-  struct {
-    char const* table;
-    std::vector<std::pair<int, int>> grades; // by age
-  } const cases[] = {
+  std::pair<std::string, std::vector<std::pair<int, int>>> const cases[] = {
+      // grades by age
       {"3: 80, 3: 40, 10: 30", {{0, 80}, {3, 80}, {4, 30}, {11, 100}, {-5, 80}}},
       {"1: 85, 7: 65, default: 10", {{0, 85}, {1, 85}, {2, 65}, {8, 10}}},
       {"7x: 60, x: 50, 0: 90, default: abc", {{0, 90}, {5, 60}, {8, 100}}},
       {"2: abc, 3: 0, 4: '00', 5: 20", {{2, 0}, {4, 20}}},
       {"9: 10, 1: 90, default: -5", {{1, 90}, {2, 10}, {10, -5}}},
   };
-  for (auto const& c : cases) {
-    Configure("velquant: {system: {applications: {loader: {pull_client: {store_grader: {" + std::string(c.table) +
-              "}}}}}}\n");
+  for (auto const& [entries, grades] : cases) {
+    Configure("velquant: {system: {applications: {loader: {pull_client: {store_grader: {" + entries + "}}}}}}\n");
     Disk_CacheRepository_GradeTable table(RWCString(kPullClient) + "store_grader");
-    for (auto const& [age, grade] : c.grades)
-      EXPECT_EQ(table.GetGrade(age), grade) << c.table << ", age " << age;
+    for (auto const& [age, grade] : grades)
+      EXPECT_EQ(table.GetGrade(age), grade) << entries << ", age " << age;
   }
   Util_Cfg::Load(DISK_SOURCE_DIR "/examples/disk.yaml");
   Disk_CacheRepository_GradeTable example(RWCString(kPullClient) + "store_grader");
@@ -161,13 +158,7 @@ TEST_F(CacheTest, GradeTablesWithOddEntries) {
 }
 
 TEST_F(CacheTest, Quotas) {
-  struct {
-    unsigned long total_mb, free_mb;
-    int repository_mb;
-    char const* push;
-    int user_quota, quota;
-    long free_kb;
-  } const rows[] = {
+  std::tuple<unsigned long, unsigned long, int, std::string, int, int, long> const rows[] = {
       {102400, 20480, 3000, "", 5000, 5000, 2048000},
       {40000, 20000, 0, "", 4000, 4000, 4096000}, // by percentage
       {50000, 20000, 0, "", 5000, 5000, 5120000}, // both are equal
@@ -180,20 +171,20 @@ TEST_F(CacheTest, Quotas) {
       {50000, 20000, 0, "max_repository_hd_percentage: 2", 1000, 1000, 1024000},
   };
   int number = 0;
-  for (auto const& row : rows) {
+  for (auto const& [total_mb, free_mb, repository_mb, push, user_quota, quota, free_kb] : rows) {
     SCOPED_TRACE(number++);
-    if (*row.push) Configure("push: {" + std::string(row.push) + "}\n");
+    if (!push.empty()) Configure("push: {" + push + "}\n");
     TempDirectory folder;
     std::ofstream(folder / "ballast").close();
-    fs::resize_file(folder / "ballast", std::uintmax_t(row.repository_mb) << 20);
-    SizedDisk const disk(row.total_mb, row.free_mb);
+    fs::resize_file(folder / "ballast", std::uintmax_t(repository_mb) << 20);
+    SizedDisk const disk(total_mb, free_mb);
     Cache cache;
     cache.SetPath(FromUTF8(folder.Path().c_str()));
     EXPECT_EQ(cache.FreeSpaceKB(), 0);
     EXPECT_EQ(cache.Construct(), 0);
-    EXPECT_EQ(cache.m_userQuotaMB, row.user_quota);
-    EXPECT_EQ(cache.m_quotaMB, row.quota);
-    EXPECT_EQ(cache.FreeSpaceKB(), row.free_kb);
+    EXPECT_EQ(cache.m_userQuotaMB, user_quota);
+    EXPECT_EQ(cache.m_quotaMB, quota);
+    EXPECT_EQ(cache.FreeSpaceKB(), free_kb);
     Util_Cfg::Clear();
   }
   int value = 7;
@@ -313,10 +304,8 @@ TEST_F(CacheTest, StudiesMakeRoom) {
     ASSERT_EQ(cache->Store(Object(study, 1, study == 6 ? 1024 : study * 1024).get(), false), 0);
     ASSERT_EQ(cache->MarkStudyAsAccessed(Dicom_UI(Uid(study))), 0);
   }
-  struct {
-    int mb, result;
-    std::vector<std::string> gone;
-  } const steps[] = {{0, 0, {Uid(5)}}, {5, 0, {}}, {6, 0, {Uid(4)}}, {12, 0, {Uid(3), Uid(2)}}, {19, -1, {Uid(1)}}};
+  std::tuple<int, int, std::vector<std::string>> const steps[] = {
+      {0, 0, {Uid(5)}}, {5, 0, {}}, {6, 0, {Uid(4)}}, {12, 0, {Uid(3), Uid(2)}}, {19, -1, {Uid(1)}}};
   for (auto const& [mb, result, gone] : steps) {
     std::vector<std::string> given_up;
     cache->SetStudyGivenUp([&](Disk_StudyMetaData const& study) { given_up.push_back(study.m_studyUID.GetText()); });
@@ -345,19 +334,17 @@ TEST_F(CacheTest, AutoDeleteFreesWhatIsWanted) {
                          [](auto const& file) { return file.first.find("/I") != file.first.npos; });
   };
   EXPECT_EQ(root->FreeSpace(), 4000);
-  struct {
-    int wanted_mb, min_age_days;
-    char const* left;
-  } const steps[] = {{3, 0, "123456"}, {4, 20, "13456"}, // exactly the limit isn't enough
-                     {5, 60, "13456"},                   // 60 days old is young still
-                     {6, 20, "345"},   {100, 20, "45"},  {100, 4, "4"}};
-  for (auto const& step : steps) {
-    root->SetAutoDeletePar({step.wanted_mb, step.min_age_days});
+  std::tuple<int, int, char const*> const steps[] = {
+      {3, 0, "123456"}, {4, 20, "13456"}, // exactly the limit isn't enough
+      {5, 60, "13456"},                   // 60 days old is young still
+      {6, 20, "345"},   {100, 20, "45"},  {100, 4, "4"}};
+  for (auto const& [wanted_mb, min_age_days, expected] : steps) {
+    root->SetAutoDeletePar({wanted_mb, min_age_days});
     EXPECT_EQ(root->AutoDelete(), 0);
     std::string left;
     for (int study = 1; study <= 6; ++study)
       if (!Images(*root, Phantom::StudyUid({.study = study})).empty()) left += std::to_string(study);
-    EXPECT_EQ(left, step.left);
+    EXPECT_EQ(left, expected);
     ExpectSound();
   }
 }

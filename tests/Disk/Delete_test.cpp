@@ -9,15 +9,7 @@ namespace fs = std::filesystem;
 
 class DeleteTest : public BothStructuresTest {
 protected:
-  struct Outcome {
-    int result;
-    int status;
-    int completed, failed;
-    friend bool operator==(Outcome const&, Outcome const&) = default;
-    friend std::ostream& operator<<(std::ostream& out, Outcome const& o) {
-      return out << o.result << " " << o.status << " " << o.completed << " " << o.failed;
-    }
-  };
+  using Outcome = std::tuple<int, int, int, int>; // result, status, and how many were completed and failed
   static Outcome Delete(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, std::string const& studies,
                         std::string const& series = {}, std::string const& images = {}) {
     int error = 0;
@@ -71,7 +63,7 @@ TEST_P(DeleteTest, RequestsThatAreRefusedChangeNothing) {
   Phantom::Object const o{}, second{.study = 2};
   ASSERT_EQ(Store(*root, *Example(o)) | Store(*root, *Example(second)), 0);
   auto const files = Files();
-  EXPECT_EQ(Delete(*Open(), STUDY, Study(o)).result, -1) << "off until it is allowed";
+  EXPECT_EQ(std::get<0>(Delete(*Open(), STUDY, Study(o))), -1) << "off until it is allowed";
   Outcome const refused{-1, 4, 0, 0};
   EXPECT_EQ(Delete(*root, STUDY, ""), refused);
   EXPECT_EQ(Delete(*root, STUDY, "1.2.3"), refused);
@@ -116,15 +108,18 @@ TEST_P(DeleteTest, SomeImagesOfASeries) {
 }
 
 TEST_P(DeleteTest, CineFilesGoUnlessThatIsSwitchedOff) {
-  for (bool const wanted : {false, true}) {
-    Disk_SetDeletesCineFiles(wanted);
+  using Own = std::optional<bool>;
+  for (auto const& [process, own, wanted] :
+       {std::tuple(false, Own(), false), {false, true, true}, {true, false, false}, {true, Own(), true}}) {
+    Disk_SetDeletesCineFiles(process);
     auto root = OpenForDeletes();
+    root->SetDeletesCineFiles(own);
     auto msg = Example();
     msg->SetImageType(IOD_Image::DERIVED | IOD_Image::SECONDARY | IOD_Image::ITINERARY | IOD_Image::CINE);
     TempDirectory outside;
     msg->SetInputFileName(Dicom_ST(outside.Write("cine", "x")));
     ASSERT_EQ(Store(*root, *msg), 0);
-    EXPECT_EQ(Delete(*root, STUDY, msg->GetStudyInstanceUID().GetText()).result, 0);
+    EXPECT_EQ(Delete(*root, STUDY, Study({})), (Outcome{0, 0, 1, 0}));
     EXPECT_EQ(fs::exists(outside / "cine"), !wanted);
   }
 }

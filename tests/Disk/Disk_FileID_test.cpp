@@ -75,11 +75,7 @@ TEST(Disk_Bits, ShiftsAndRotates) {
     change(bits);
     return Bytes(&bits[0], &bits[0] + bits.NBits() / 8);
   };
-  struct {
-    Bytes from;
-    void (*change)(Disk_Bits&);
-    Bytes to;
-  } const cases[] = {
+  std::tuple<Bytes, void (*)(Disk_Bits&), Bytes> const cases[] = {
       {{0x80, 0, 0, 0, 0}, [](Disk_Bits& b) { b.RotateRight(7); }, {1, 0, 0, 0, 0}},
       {{0, 0, 0, 0, 1}, [](Disk_Bits& b) { b.RotateRight(7); }, {2, 0, 0, 0, 0}},
       {{2, 0, 0, 0, 0}, [](Disk_Bits& b) { b.RotateLeft(7); }, {0, 0, 0, 0, 1}},
@@ -89,6 +85,6 @@ TEST(Disk_Bits, ShiftsAndRotates) {
       {{0x0F, 0, 0x55}, [](Disk_Bits& b) { b |= Disk_Bits((unsigned char const*)"\xF0\1", 16); }, {0xFF, 1, 0x55}},
       {{0xFF, 1, 0x55}, [](Disk_Bits& b) { b ^= Disk_Bits((unsigned char const*)"\xFF", 8); }, {0, 1, 0x55}},
   };
-  for (auto const& c : cases)
-    EXPECT_EQ(result(c.from, c.change), c.to);
+  for (auto const& [from, change, to] : cases)
+    EXPECT_EQ(result(from, change), to);
 }

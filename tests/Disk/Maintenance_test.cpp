@@ -161,28 +161,24 @@ TEST_P(MaintenanceTest, AListIsFetchedOneByOne) {
   EXPECT_EQ(access.FetchNext(&object), 0);
   EXPECT_EQ(object, nullptr);
   auto const uid = [](int image) { return Phantom::InstanceUid({.image = image}).GetText(); };
-  struct {
-    SCL_QueryRetrieveLevel::Value level;
-    int series;
-    std::string images;
-    char const* fetched;                                        // null when there is no list
-  } const rows[] = {{STUDY, 2, "", "1/1 1/2 1/3 2/1 2/2 2/3 "}, // of all series
-                    {SERIES, 2, "", "2/1 2/2 2/3 "},
-                    // the UIDs meet the file-set only when they are fetched, in their order
-                    {IMAGE, 1, uid(3) + "\\1.2.3\\" + uid(1), "1/3 - 1/1 "},
-                    {IMAGE, 1, "", nullptr}};
-  for (auto const& row : rows) {
-    SCL_QueryIdentifier identifier(row.level);
+  std::tuple<SCL_QueryRetrieveLevel::Value, int, std::string, char const*> const rows[] = {
+      {STUDY, 2, "", "1/1 1/2 1/3 2/1 2/2 2/3 "}, // of all series
+      {SERIES, 2, "", "2/1 2/2 2/3 "},
+      // the UIDs meet the file-set only when they are fetched, in their order
+      {IMAGE, 1, uid(3) + "\\1.2.3\\" + uid(1), "1/3 - 1/1 "},
+      {IMAGE, 1, "", nullptr}}; // there is no list
+  for (auto const& [level, series, images, expected] : rows) {
+    SCL_QueryIdentifier identifier(level);
     identifier.SetStudyInstanceUID(Phantom::StudyUid({}));
-    identifier.SetSeriesInstanceUID(Phantom::SeriesUid({.series = row.series}));
-    identifier.SetSOPInstanceUID(Dicom_UI(row.images));
-    EXPECT_EQ(access.OpenQuery(identifier, 1), row.fetched ? 0 : -1);
+    identifier.SetSeriesInstanceUID(Phantom::SeriesUid({.series = series}));
+    identifier.SetSOPInstanceUID(Dicom_UI(images));
+    EXPECT_EQ(access.OpenQuery(identifier, 1), expected ? 0 : -1);
     std::string fetched;
     EXPECT_EQ(Disk_Access(access).GetNItems(), access.GetNItems()); // a copy has the list too
     while (access.HasMore()) {
       std::unique_ptr<IOD_Msg> const owner(access.FetchNext(&object) == 0 ? object : nullptr);
       fetched += owner ? owner->GetSeriesNumber().GetText() + "/" + owner->GetImageNumber().GetText() + " " : "- ";
     }
-    EXPECT_EQ(fetched, row.fetched ? row.fetched : "");
+    EXPECT_EQ(fetched, expected ? expected : "");
   }
 }

@@ -123,6 +123,13 @@ TEST_F(QueryTest, StudiesWithoutUidKeyAreChosenByAccessionNumber) {
   LogCapture log;
   EXPECT_EQ(Ask(SERIES, {{kModality, ""}}, -1).size(), 1u) << "the first study has an accession number";
   EXPECT_EQ(log.Count(3, "Query: Can't get study instance UID nor Accession Number."), 1);
+  ChangeRecords("SA100000/S3000000/DIRFILE", [](Dicom_Msg& image) { image.Set(kSeriesUid, Dicom_UI("1.2")); });
+  auto const images = Ask(IMAGE, {{kStudyUid, Uid(1)}, {kSopUid, ""}, {kSeriesUid, ""}});
+  ASSERT_EQ(images.size(), 1u);
+  EXPECT_EQ(images[0]->GetSeriesInstanceUID().GetText(), Uid(1, 1)) << "what stands above counts";
+  ChangeRecords("DICOMDIR", [](Dicom_Msg& record) { record.Remove(kStudyUid); });
+  EXPECT_TRUE(Ask(SERIES, {{kAccession, "ACC"}}, -1).empty());
+  EXPECT_EQ(log.Count(3, "Query(): Can't get Study instance UID."), 1);
 }
 
 TEST_F(QueryTest, PrivateAttributesAreFoundInAnyBlock) {
@@ -165,13 +172,9 @@ TEST_F(QueryTest, TextOfItemsIsDeclaredToo) {
   items->Get(0)->Set(meaning, Dicom_LO("M\u00FCnchen"));
   msg->Set(concept_name, Dicom_SQ(items.release()));
   ASSERT_EQ(Store(*root, *msg), 0);
-  SCL_QueryIdentifier identifier(IMAGE);
-  identifier.SetStudyInstanceUID(msg->GetStudyInstanceUID());
-  identifier.Set(concept_name, Dicom_SQ(new Dicom_Sequence));
-  Dicom_Sequence results;
-  ASSERT_EQ(root->Query(identifier, 1, &results), 0);
-  ASSERT_EQ(results.GetNItems(), 1);
-  EXPECT_EQ(results.Get(0)->Text(Dicom_Tag(0x0008, std::uint16_t(0x0005))), "ISO_IR 192");
+  auto const images = Ask(IMAGE, {{kStudyUid, msg->GetStudyInstanceUID().GetText()}, {concept_name, ""}});
+  ASSERT_EQ(images.size(), 1u);
+  EXPECT_EQ(images[0]->GetSpecificCharacterSet().GetText(), "ISO_IR 192");
 }
 
 TEST_F(QueryTest, OtherVendorsAttributeIsRequiredOfRecordsThatHaveItsBlock) {

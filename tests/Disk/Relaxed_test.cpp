@@ -1,15 +1,27 @@
-#include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
 
+#include <Disk/Disk_CacheRepository.h>
+#include <future>
+#include <infra/I18n.h>
+
 namespace fs = std::filesystem;
+
+struct SyncsOfThread : Util_FileSystemInterface {
+  SyncsOfThread() { SetCurrent(this); }
+  ~SyncsOfThread() override { SetCurrent(nullptr); }
+  int Fsync(int fd) override { return ++count, Util_FileSystemInterface::Fsync(fd); }
+  int Fdatasync(int fd) override { return ++count, Util_FileSystemInterface::Fdatasync(fd); }
+  int Syncfs(int fd) override { return ++count, Util_FileSystemInterface::Syncfs(fd); }
+  static inline thread_local int count = 0;
+};
 
 class RelaxedTest : public BothStructuresTest {
 protected:
   std::unique_ptr<IOD_Msg> StoreNew(int image, Util_Durability durability) {
     auto object = Example({.image = image});
-    Util_FileSystem::SetDurability(durability);
-    EXPECT_EQ(Store(*Open(), *object), 0);
-    Util_FileSystem::SetDurability(Util_Durability::Full);
+    auto const root = Open();
+    root->SetDurability(durability);
+    EXPECT_EQ(Store(*root, *object), 0);
     return object;
   }
   /// The machine starts anew.
@@ -40,14 +52,7 @@ TEST_P(RelaxedTest, WhatIsGoneTakesNoStoreAlong) {
 
 TEST_P(RelaxedTest, AnEpochSyncsOnceAndEndsWithASyncOrAReboot) {
   StoreNew(1, Util_Durability::Full);
-  Util_FileSystem::SetDurability(Util_Durability::Relaxed);
-  auto const root = Open();
-  ASSERT_EQ(Store(*root, *Example({.image = 2})), 0);
-  {
-    FaultyFileSystem counting;
-    EXPECT_EQ(Store(*root, *Example({.image = 3})), 0);
-    EXPECT_EQ(counting.calls["Fsync"] + counting.calls["Fdatasync"] + counting.calls["Syncfs"], 0);
-  }
+  StoreNew(2, Util_Durability::Relaxed);
   auto const last = StoreNew(4, Util_Durability::Full);
   EXPECT_FALSE(fs::exists(At("RELAXED/DICOMDIR"))) << "the durable store makes the copy superfluous";
   for (bool const reboots : {false, true}) {
@@ -57,6 +62,39 @@ TEST_P(RelaxedTest, AnEpochSyncsOnceAndEndsWithASyncOrAReboot) {
     StoreNew(5, Util_Durability::Relaxed);
     Reboot();
     EXPECT_EQ(Check().findings.at(0).kind, "recovery-pending");
+  }
+}
+
+// Whatever the process's is: in two threads, and in the middle of another's operation.
+TEST_P(RelaxedTest, EachRootHasADurabilityOfItsOwn) {
+  for (auto const process : {Util_Durability::Relaxed, Util_Durability::Full}) {
+    Util_FileSystem::SetDurability(process);
+    SyncsOfThread const counting;
+    TempDirectory other, third;
+    auto const last_store = [&](std::string const& folder, Util_Durability own) {
+      int before = 0;
+      Disk_RootDirectoryFile root(folder.c_str(), Disk_StoreParams(structure), 0, &before, nullptr);
+      root.SetDurability(own);
+      for (int image = 1; image <= 9; ++image, before = std::exchange(SyncsOfThread::count, 0))
+        EXPECT_EQ(Store(root, *Example({.image = image})), 0);
+      return before;
+    };
+    auto relaxed = std::async(std::launch::async, [&] { return last_store(Prefix(), Util_Durability::Relaxed); });
+    EXPECT_GT(last_store(other.Path(), Util_Durability::Full), 0);
+    EXPECT_EQ(relaxed.get(), 0);
+    EXPECT_TRUE(fs::exists(At("RELAXED")) && !fs::exists(other / "RELAXED"));
+    Disk_CacheRepository cache;
+    cache.SetPath(FromUTF8(third.Path().c_str()));
+    if (process == Util_Durability::Relaxed) cache.SetDurability(Util_Durability::Full);
+    auto const root = Open();
+    root->SetDurability(Util_Durability::Relaxed);
+    root->SetObjectDone([&] { EXPECT_EQ(cache.Store(Example().get(), true), 0); });
+    EXPECT_EQ(cache.Construct(), 0);
+    EXPECT_EQ(root->ChangePatientsName(Example()->GetPatientID(), LO_NULL, Dicom_PN("Other"), LO_NULL, LO_NULL),
+              structure ? -1 : 0);
+    EXPECT_EQ(fs::exists(third / "DICOMDIR"), !structure);
+    EXPECT_FALSE(fs::exists(third / "RELAXED"));
+    Clear();
   }
 }
 

@@ -49,10 +49,7 @@ TEST_F(Cfg, ValuesAreFoundByKeyAndPath) {
 }
 
 TEST_F(Cfg, ProblemsNameTheirLineAndLeaveTheRest) {
-  struct {
-    char const* text;
-    std::vector<std::string> problems;
-  } const cases[] = {
+  std::pair<char const*, std::vector<std::string>> const cases[] = {
       {"# nothing\npush:\n", {}},
       {"push:\n  max_cached_studies: 700\n  max_studies: 3\n", {":3: unknown key push\\max_studies"}},
       {"push:\n  max_cached_studies: 2147483648\n", {":2: push\\max_cached_studies must be an integer"}},
@@ -65,11 +62,11 @@ TEST_F(Cfg, ProblemsNameTheirLineAndLeaveTheRest) {
        {":1: durability must be full or relaxed", ":2: log\\level must be an integer from 3 to 7"}},
       {"log: &a {file: &b x}\ndurability: *b", {":2: durability must be full or relaxed"}},
   };
-  for (auto const& c : cases) {
+  for (auto const& [text, problems] : cases) {
     LogCapture log;
-    EXPECT_EQ(load(c.text), 0) << c.text;
-    EXPECT_EQ(problems_, c.problems) << c.text;
-    for (std::string const& problem : c.problems)
+    EXPECT_EQ(load(text), 0) << text;
+    EXPECT_EQ(problems_, problems) << text;
+    for (std::string const& problem : problems)
       EXPECT_EQ(log.Count(4, "cfg.yaml" + problem), 1) << problem;
   }
   load("push: {max_repository_size_mb: x, max_cached_studies: 3}\ndurability: 1");
@@ -88,10 +85,7 @@ TEST_F(Cfg, RefusedFilesChangeNothing) {
     deepest += "{a: ";
   EXPECT_EQ(load(deepest + std::string(64, '}')), 0); // only just
   ASSERT_EQ(load("push: {max_cached_studies: 4}\ndurability: relaxed"), 0);
-  struct {
-    std::string text;
-    std::string problem;
-  } const cases[] = {
+  std::pair<std::string, std::string> const cases[] = {
       {"push: {max_cached_studies: 5", ":1: "},
       {"- a\n", ":1: a mapping is expected"},
       {"push: {}\n---\npush: {}\n", ":0: more than one document"},
@@ -101,10 +95,10 @@ TEST_F(Cfg, RefusedFilesChangeNothing) {
       {std::string((1 << 20) - 1, '['), ":1: "},
       {"#" + std::string(1 << 20, 'x'), ":0: larger than 1 MiB"},
   };
-  for (auto const& c : cases) {
-    EXPECT_EQ(load(c.text), -1) << c.problem;
+  for (auto const& [text, problem] : cases) {
+    EXPECT_EQ(load(text), -1) << problem;
     ASSERT_EQ(problems_.size(), 1U);
-    EXPECT_TRUE(problems_[0].starts_with(c.problem)) << problems_[0] << " not " << c.problem;
+    EXPECT_TRUE(problems_[0].starts_with(problem)) << problems_[0] << " not " << problem;
     EXPECT_EQ(integer("max_cached_studies"), 4);
     EXPECT_EQ(Util_FileSystem::GetDurability(), Util_Durability::Relaxed);
     EXPECT_NE(CFG_Factory::GetRepositoryServices(), nullptr);

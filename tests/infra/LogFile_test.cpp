@@ -16,22 +16,19 @@ std::string text_of(std::string const& line) {
 
 TEST(LogFile, TextIsEscapedAndComplete) {
   std::string const longest(100000, 'x');
-  struct {
-    std::string text;
-    std::string expected;
-  } const cases[] = {
+  std::pair<std::string, std::string> const cases[] = {
       {"a\n2024-01-01 00:00:00.000 error forged", "a\\x0A2024-01-01 00:00:00.000 error forged"},
       {"\r\t\x1b[31m\x7f", "\\x0D\\x09\\x1B[31m\\x7F"},
       {"ends\n", "ends\\x0A"},
       {longest, longest},
   };
-  for (auto const& c : cases) {
+  for (auto const& [text, expected] : cases) {
     LogCapture log;
-    DISK_LOG(3, "%s\n", c.text.c_str());
-    DISK_LOG(3, "%s", c.text.c_str()); // its newline isn't ours
+    DISK_LOG(3, "%s\n", text.c_str());
+    DISK_LOG(3, "%s", text.c_str()); // its newline isn't ours
     ASSERT_EQ(log.Lines().size(), 2U);
-    EXPECT_EQ(text_of(log.Lines()[0].second), c.expected);
-    EXPECT_EQ(text_of(log.Lines()[1].second), c.expected);
+    EXPECT_EQ(text_of(log.Lines()[0].second), expected);
+    EXPECT_EQ(text_of(log.Lines()[1].second), expected);
   }
 }
 

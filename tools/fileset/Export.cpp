@@ -15,7 +15,6 @@
 #include <cstring>
 #include <dicom/Dicom_UIDic.h>
 #include <dicom/Util_File.h>
-#include <infra/Util_FileSystem.h>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -138,10 +137,7 @@ public:
       file = std::make_unique<Util_File>(object, &status, Dicom_UIDic::NATIVE_TRANSFER_SYNTAX, 2, &problem);
       bytes = file->Bytes();
     }
-    // without waiting for the disk; the file-set that is read from notes its access in the usual way
-    Util_FileSystem::SetDurability(Util_Durability::Relaxed);
     if (problem.empty()) problem = medium_->Add(object, bytes);
-    Util_FileSystem::SetDurability(Util_Durability::Full);
     if (!problem.empty()) report_.Fail(uid, problem);
     return problem.empty();
   }

@@ -76,7 +76,9 @@ std::string Obstacle(Contents contents, Access access, bool standard) {
 std::unique_ptr<Disk_RootDirectoryFile> Open(std::string const& directory, Disk_StoreParams params) {
   int status = 0;
   auto root = std::make_unique<Disk_RootDirectoryFile>(directory.c_str(), params, 0, &status, nullptr);
-  return status == 0 ? std::move(root) : nullptr;
+  if (status != 0) return nullptr;
+  root->SetDeletesCineFiles(false); // objects come from anywhere, and they would name files anywhere
+  return root;
 }
 
 } // namespace

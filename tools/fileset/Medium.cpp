@@ -66,6 +66,8 @@ std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
                            "|" + object.GetSOPInstanceUID().GetText();
   if (added_.count(uids) != 0) return "the series holds two objects of this UID: the first is copied";
   log_.Begin();
+  Util_FileSystem::DurabilityScope folders; // as of the file-set
+  folders.Begin(Util_Durability::Relaxed);
   std::string const path = PathFor(object, set_.directory);
   Dicom_UI syntax;
   if (path.empty() || WriteNew(path, bytes, &syntax) == -1) {

@@ -13,7 +13,9 @@ class EngineLog;
 
 class Medium {
 public:
-  Medium(FileSet set, EngineLog& log) : set_(std::move(set)), log_(log) {}
+  Medium(FileSet set, EngineLog& log) : set_(std::move(set)), log_(log) {
+    set_.root->SetDurability(Util_Durability::Relaxed); // until Sync
+  }
 
   // Makes a file of these bytes, which are the object's. Empty when it is part of the file-set, else the cause.
   std::string Add(IOD_Msg& object, std::string_view bytes);

@@ -147,7 +147,7 @@ void StoreFiles(SourceFiles const& files, Target const& target, Report& report, 
 Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& report) {
   SourceFiles const files = FindSourceFiles(options.sources, options.directory, report);
   bool const full = WantsFullDurability(options);
-  Util_FileSystem::SetDurability(full ? Util_Durability::Full : Util_Durability::Relaxed);
+  set.root->SetDurability(full ? Util_Durability::Full : Util_Durability::Relaxed);
   WatchForInterruption();
   auto const start = std::chrono::steady_clock::now();
   Outcome outcome{0, 0, 0, 0, "each object was on the disk before the next"};

@@ -15,7 +15,6 @@
 #include "Store.h"
 #include "Text.h"
 
-#include <Disk/Disk_Removal.h>
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
@@ -96,7 +95,6 @@ int main(int argc, char** argv) {
   try {
     SpareAddressSpace();
     std::signal(SIGXFSZ, SIG_IGN);       // a file that would grow beyond `ulimit -f` is an error of that file
-    Disk_SetDeletesCineFiles(false);     // objects come from anywhere, and they would name files anywhere
     std::setlocale(LC_CTYPE, "C.UTF-8"); // what text is in, whatever the user's locale
     CLI::App app(kDescription, "fileset");
     app.footer(kFooter)->require_subcommand(1)->fallthrough();
