@@ -12,10 +12,7 @@
 namespace {
 
 TEST(Dicom_Types, EqualityIsThatOfTextWithoutPadding) {
-  struct {
-    std::unique_ptr<Dicom_Type> a, b;
-    bool equal;
-  } const cases[] = {
+  std::tuple<std::unique_ptr<Dicom_Type>, std::unique_ptr<Dicom_Type>, bool> const cases[] = {
       {Dicom_LO("A  ").Clone(), Dicom_LO("A").Clone(), true},
       {Dicom_UI(std::string_view("1.2\0", 4)).Clone(), Dicom_UI("1.2").Clone(), true},
       {Dicom_LO(" A").Clone(), Dicom_LO("A").Clone(), false},
@@ -36,11 +33,9 @@ TEST(Dicom_Types, EqualityIsThatOfTextWithoutPadding) {
 }
 
 TEST(Dicom_Types, DatesAndTimesHaveFieldsAndOrder) {
-  struct {
-    char const* text;
-    int year, month, day;
-  } const dates[] = {{"19930822", 1993, 8, 22}, {"1993.08.22", 1993, 8, 22}, {"1993", 1993, 0, 0}, {"", 0, 0, 0},
-                     {"19x30822", 0, 8, 22},    {"1993082", 1993, 8, 0},     {"-", 0, 0, 0}};
+  std::tuple<char const*, int, int, int> const dates[] = {
+      {"19930822", 1993, 8, 22}, {"1993.08.22", 1993, 8, 22}, {"1993", 1993, 0, 0}, {"", 0, 0, 0},
+      {"19x30822", 0, 8, 22},    {"1993082", 1993, 8, 0},     {"-", 0, 0, 0}};
   for (auto const& [text, year, month, day] : dates) {
     Dicom_DA const date(text);
     EXPECT_EQ(std::vector({date.Year(), date.Month(), date.Day()}), std::vector({year, month, day})) << text;
@@ -63,10 +58,7 @@ TEST(Dicom_Types, DatesAndTimesHaveFieldsAndOrder) {
 }
 
 TEST(Dicom_Types, NumbersInTextSaturate) {
-  struct {
-    char const* text;
-    int number;
-  } const integers[] = {
+  std::pair<char const*, int> const integers[] = {
       {"7", 7},     {" +7 ", 7}, {"-7\\9", -7}, {"2147483648", INT_MAX}, {"-99999999999999999999999", INT_MIN},
       {"seven", 0}, {"", 0}};
   for (auto const& [text, number] : integers)
@@ -85,9 +77,7 @@ TEST(Dicom_Types, NumbersInTextSaturate) {
 }
 
 TEST(Dicom_Types, UnionOfCodes) {
-  struct {
-    char const *a, *b, *both;
-  } const cases[] = {
+  std::tuple<char const*, char const*, char const*> const cases[] = {
       {"CT", "MR", "CT\\MR"}, {"CT\\MR", "MR\\PR\\CT", "CT\\MR\\PR"}, {"", "CT", "CT"},           {"CT", "", "CT"},
       {"", "", ""},           {"CT\\\\MR ", "\\PR", "CT\\MR\\PR"},    {"CT \\MR", "CT", "CT\\MR"}};
   for (auto const& [a, b, both] : cases)

@@ -9,6 +9,7 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 #include <chrono>
 #include <csignal>
+#include <dicom/IOD_Image.h>
 #include <fcntl.h>
 #include <fstream>
 #include <future>
@@ -100,6 +101,14 @@ TEST_F(MaintenanceTest, ProtectedStudiesStay) {
   EXPECT_EQ(dry.err, "fileset: 1.2.3: no such study in the file-set\n");
   EXPECT_EQ(Line("delete set --image " + image).out, "1 image deleted, 0 failed\n");
   EXPECT_EQ(Line("delete set --study " + first_study).out, "3 images deleted, 0 failed\n");
+  WriteChanged("in/cine", [this](IOD_Msg& object) {
+    object.SetImageType(IOD_Image::DERIVED | IOD_Image::SECONDARY | IOD_Image::ITINERARY | IOD_Image::CINE);
+    object.SetInputFileName(Dicom_ST(temp.Write("cine", "x")));
+  });
+  for (std::string const command : {"", "cache "}) {
+    EXPECT_EQ(Line(command + "store set in/cine").code | Line(command + "delete set --study " + first_study).code, 0);
+    EXPECT_TRUE(fs::exists(temp / "cine")) << "whoever made the object may name any file";
+  }
 }
 
 // A delete is killed at each of its calls that write; then the program is told the same.
