@@ -4,6 +4,7 @@
 
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Names.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 
@@ -15,11 +16,7 @@
 
 namespace {
 
-constexpr char kDirectoryFile[] = "/DIRFILE";
-
 bool AnyFolder(std::string const&) { return true; }
-
-std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind('/')); }
 
 } // namespace
 
@@ -58,7 +55,7 @@ bool Disk_CheckPrivate::load(std::string const& path, Records* records) {
 }
 
 int Disk_CheckPrivate::Walk() {
-  std::string const root = Prefix() + "/DICOMDIR";
+  std::string const root = Disk_Names::In(Prefix(), Disk_Names::kDicomdir);
   Records records;
   struct stat status {};
   if (Util_FileSystemInterface::Current().Stat(root.c_str(), &status) == -1) {
@@ -69,12 +66,13 @@ int Disk_CheckPrivate::Walk() {
   if (!load(root, &records)) return 0;
   records.ForEach([this](IOD_Msg const& record) { check_root(record); });
   EndPatient();
-  CompareFolder(Prefix(), {"DICOMDIR", "VERSION", "LOCKFILE", Disk_RelaxedEpoch::kFolder}, false, AnyFolder);
+  CompareFolder(Prefix(), {Disk_Names::kDicomdir, Disk_Names::kVersion, Disk_Names::kLockFile, Disk_Names::kRelaxed},
+                false, AnyFolder);
   return 0;
 }
 
 void Disk_CheckPrivate::check_root(IOD_Msg const& record) {
-  std::string const type = record.Text(kRecordType), root = Prefix() + "/DICOMDIR";
+  std::string const type = record.Text(kRecordType), root = Disk_Names::In(Prefix(), Disk_Names::kDicomdir);
   if (type == "PATIENT") {
     EndPatient();
     return BeginPatient(record);
@@ -90,11 +88,11 @@ std::string Disk_CheckPrivate::find_folder(IOD_Msg const& record, std::string co
   std::string const path =
       NamedPath(Disk_FileID(Prefix().c_str(), record.Value<Dicom_CS>(kReferencedFileID), 0), directory_file);
   if (path.empty()) return {};
-  if (!path.ends_with(kDirectoryFile)) {
+  if (Disk_Names::NameOf(path) != Disk_Names::kDirectoryFile) {
     Find("file-id-illegal", Disk_Finding::Damage, path, std::string("a ") + level + " record names no DIRFILE");
     return {};
   }
-  std::string const folder = FolderOf(path);
+  std::string const folder = Disk_Names::FolderOf(path);
   struct stat status {};
   if (Util_FileSystemInterface::Current().Stat(folder.c_str(), &status) == 0) {
     CompareWith(folder);
@@ -105,24 +103,25 @@ std::string Disk_CheckPrivate::find_folder(IOD_Msg const& record, std::string co
 }
 
 void Disk_CheckPrivate::check_study(IOD_Msg const& record) {
-  std::string const root = Prefix() + "/DICOMDIR";
+  std::string const root = Disk_Names::In(Prefix(), Disk_Names::kDicomdir);
   BeginStudy(record, root);
   std::string const folder = find_folder(record, root, "study");
   if (folder.empty()) return;
   Disk_LockManager lock;
   Disk_Hold<Klb_LockFile> held;
   if (lock.Init(folder.c_str(), 1) == -1 || held.Shared(lock) == -1)
-    return Find("study-lock", Disk_Finding::Damage, folder + "/LOCKFILE", "the study can't be locked");
+    return Find("study-lock", Disk_Finding::Damage, Disk_Names::In(folder, Disk_Names::kLockFile),
+                "the study can't be locked");
   CheckVersion(folder, true);
   Records records;
-  std::string const path = folder + kDirectoryFile;
+  std::string const path = Disk_Names::In(folder, Disk_Names::kDirectoryFile);
   if (!load(path, &records)) return;
   records.ForEach([&](IOD_Msg const& series) {
     if (series.Text(kRecordType) == "SERIES") return check_series(series, path);
     Find("record-type", Disk_Finding::Damage, path, "a record of type " + series.Text(kRecordType) + " in a study");
   });
   EndStudy(record, root);
-  CompareFolder(folder, {"DIRFILE", "VERSION", "LOCKFILE"}, false, AnyFolder);
+  CompareFolder(folder, {Disk_Names::kDirectoryFile, Disk_Names::kVersion, Disk_Names::kLockFile}, false, AnyFolder);
 }
 
 void Disk_CheckPrivate::check_series(IOD_Msg const& record, std::string const& study_file) {
@@ -131,7 +130,7 @@ void Disk_CheckPrivate::check_series(IOD_Msg const& record, std::string const& s
   if (folder.empty()) return LeaveSeriesOut();
   CheckVersion(folder, true);
   Records records;
-  std::string const path = folder + kDirectoryFile;
+  std::string const path = Disk_Names::In(folder, Disk_Names::kDirectoryFile);
   if (!load(path, &records)) return LeaveSeriesOut();
   records.ForEach([&](IOD_Msg const& image) {
     std::string const type = image.Text(kRecordType);
@@ -141,5 +140,6 @@ void Disk_CheckPrivate::check_series(IOD_Msg const& record, std::string const& s
     CheckInstance(image, path, id, id.Path());
   });
   EndSeries(record, study_file);
-  CompareFolder(folder, {"DIRFILE", "VERSION"}, true, [](std::string const&) { return false; });
+  CompareFolder(folder, {Disk_Names::kDirectoryFile, Disk_Names::kVersion}, true,
+                [](std::string const&) { return false; });
 }

@@ -2,6 +2,7 @@
 
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Names.h"
 #include "Disk/Disk_Redo.h"
 #include "dicom/Dicom_DataSetReader.h"
 
@@ -101,7 +102,7 @@ public:
   /// For the folders below a study's.
   Names Below(Dicom_UI const& uid) const {
     Disk_FileID id = GenerateFileID(uid);
-    std::ignore = id.AddComponent("DIRFILE"); // two short names always make a file ID
+    std::ignore = id.AddComponent(Disk_Names::kDirectoryFile); // two short names always make a file ID
     return {id, standard_dicomdir};
   }
   Disk_FileID Folder() const { return directory(); }
@@ -123,13 +124,16 @@ int Disk_CheckStandard::Walk() {
   study_folders_.clear();
   last_of_root_ = n_chains_ = 0;
   dicomdir_ = std::make_unique<Disk_DicomDir>();
-  bool const upper = Util_FileSystemInterface::Current().Access((Prefix() + "/DICOMDIR").c_str(), F_OK) == 0;
-  path_ = Prefix() + (upper ? "/DICOMDIR" : "/dicomdir");
-  if (Util_FileSystemInterface::Current().Access(path_.c_str(), F_OK) == -1) {
+  auto const exists = [](std::string const& path) {
+    return Util_FileSystemInterface::Current().Access(path.c_str(), F_OK) == 0;
+  };
+  path_ = Disk_Names::In(Prefix(), Disk_Names::kDicomdir);
+  if (!exists(path_)) path_ = Disk_Names::In(Prefix(), Disk_Names::kDicomdirOfMedia);
+  if (!exists(path_)) {
     DISK_LOG(3, "Check: %s: %s\n", path_.c_str(), std::strerror(errno));
     return -1;
   }
-  names_ = std::make_unique<Names>(Disk_FileID(Prefix().c_str(), Dicom_CS("DICOMDIR"), 0), dicomdir_.get());
+  names_ = std::make_unique<Names>(Disk_FileID(Prefix().c_str(), Dicom_CS(Disk_Names::kDicomdir), 0), dicomdir_.get());
   check_redo();
   CheckVersion(Prefix(), false);
   errno = 0;
@@ -142,7 +146,7 @@ int Disk_CheckStandard::Walk() {
   std::uint32_t const first = dicomdir_->GetOffsetOfTheFirstDirectoryRecord();
   if (first != 0 && !(items_.empty() && first == dicomdir_->RecordsEnd())) walk_chain(first, 0, nullptr);
   check_unreached();
-  bool const made_here = Util_FileSystemInterface::Current().Access((Prefix() + "/VERSION").c_str(), F_OK) == 0;
+  bool const made_here = exists(Disk_Names::In(Prefix(), Disk_Names::kVersion));
   CompareFolder(Prefix(), study_folders_, false, made_here ? LooksLikeOurs : NoFolder);
   return 0;
 }
@@ -154,7 +158,7 @@ void Disk_CheckStandard::damaged(char const* kind, std::string text) {
 /// What a killed process had begun to commit counts: whoever comes next completes it.
 void Disk_CheckStandard::check_redo() {
   Disk_Redo redo;
-  std::string const path = path_ + ".redo";
+  std::string const path = path_ + Disk_Names::kRedo;
   switch (redo.Load(path)) {
   case Disk_Redo::Found::None:
     break;
@@ -353,7 +357,7 @@ void Disk_CheckStandard::compare_folders(IOD_Msg const& study, IOD_Msg const* se
   }
   Disk_FileID const folder = below.Below(series->GetSeriesInstanceUID()).Folder();
   std::string const path = folder.Path();
-  series_folders_.insert(path.substr(path.rfind('/') + 1));
+  series_folders_.insert(Disk_Names::NameOf(path));
   CheckVersion(path, false);
-  CompareFolder(path, {"VERSION"}, true, NoFolder);
+  CompareFolder(path, {Disk_Names::kVersion}, true, NoFolder);
 }

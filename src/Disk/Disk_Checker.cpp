@@ -1,6 +1,7 @@
 #include "Disk/Disk_Checker.h"
 
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Names.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_VersionFile.h"
 
@@ -78,16 +79,18 @@ int Disk_Checker::Run() {
 /// All records and folders, under the lock.
 int Disk_Checker::walk() {
   reset();
-  version_ = Disk_ReadVersion(prefix_ + "/VERSION");
+  version_ = Disk_ReadVersion(Disk_Names::In(prefix_, Disk_Names::kVersion));
   if (Walk() == -1) return -1;
   find_unnamed();
   if (Disk_RelaxedEpoch::NeedsRecovery(prefix_) != 0)
-    Find("recovery-pending", Disk_Finding::InterruptedStore, prefix_ + "/" + Disk_RelaxedEpoch::kFolder,
+    Find("recovery-pending", Disk_Finding::InterruptedStore, Disk_Names::In(prefix_, Disk_Names::kRelaxed),
          "files that weren't synced before the machine went down are looked at by the next operation");
   return 0;
 }
 
-bool Disk_Checker::has_moved() const { return Disk_ReadVersion(prefix_ + "/VERSION") != version_; }
+bool Disk_Checker::has_moved() const {
+  return Disk_ReadVersion(Disk_Names::In(prefix_, Disk_Names::kVersion)) != version_;
+}
 
 void Disk_Checker::reset() {
   *result_ = {};
@@ -265,7 +268,7 @@ std::string Disk_Checker::NamedPath(Disk_FileID const& id, std::string const& di
 
 void Disk_Checker::CheckVersion(std::string const& folder, bool required) {
   if (folder.empty()) return; // one that can't be, which was told
-  std::string const path = folder + "/VERSION";
+  std::string const path = Disk_Names::In(folder, Disk_Names::kVersion);
   struct stat status {};
   bool const exists = System().Stat(path.c_str(), &status) == 0;
   // a power cut can leave the size of the first number without it, and 0 is none
@@ -286,9 +289,11 @@ void Disk_Checker::CompareFolder(std::string const& folder, std::set<std::string
   if (System().List(folder.c_str(), entries) == -1) return;
   for (Entry const& entry : entries) {
     bool const is_folder = entry.type == Entry::Directory;
-    bool const temporary = !is_folder && entry.name.ends_with(".tmp");
+    bool const temporary = !is_folder && Disk_Names::IsTemporary(entry.name);
     if (own.count(entry.name) || (!is_folder && !files_count && !temporary)) continue;
-    if (temporary && !files_count && !own.count(entry.name.substr(0, entry.name.size() - 4))) continue;
+    if (temporary && !files_count &&
+        !own.count(entry.name.substr(0, entry.name.size() - std::string_view(Disk_Names::kTemporary).size())))
+      continue;
     if (is_folder && !is_ours(entry.name)) continue;
     unnamed_.push_back({where_, folder + "/" + entry.name, is_folder});
   }
@@ -305,7 +310,7 @@ void Disk_Checker::find_unnamed() {
   for (Unnamed const& entry : unnamed_) {
     if (is_named(entry)) continue;
     where_ = entry.where;
-    if (entry.path.ends_with(".tmp"))
+    if (Disk_Names::IsTemporary(entry.path))
       Find("temporary-file", Disk_Finding::InterruptedStore, entry.path, "a write was interrupted; it has no meaning");
     else if (entry.is_folder)
       Find("folder-unnamed", Disk_Finding::InterruptedStore, entry.path, "no record names the folder");

@@ -4,6 +4,7 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_LookAgain.h"
+#include "Disk/Disk_Names.h"
 #include "Disk/Disk_Redo.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_VersionFile.h"
@@ -64,11 +65,13 @@ Presence CertainPresenceOf(std::string const& path) {
 /// The DICOMDIR of a directory: "dicomdir" only if that alone is there.
 std::string NameIn(std::string const& directory, Presence* presence, int* lowercase) {
   *lowercase = 0;
-  std::string const upper = directory + "/DICOMDIR", lower = directory + "/dicomdir";
+  std::string const upper = Disk_Names::In(directory, Disk_Names::kDicomdir);
+  std::string const lower = Disk_Names::In(directory, Disk_Names::kDicomdirOfMedia);
   *presence = PresenceOf(upper);
   if (*presence != Presence::Absent) return upper;
   *presence = PresenceOf(lower);
-  if (*presence == Presence::Absent && Disk_ReadVersion(directory + "/VERSION") != kNoVersion) {
+  if (*presence == Presence::Absent &&
+      Disk_ReadVersion(Disk_Names::In(directory, Disk_Names::kVersion)) != kNoVersion) {
     *presence = CertainPresenceOf(upper);
     if (*presence != Presence::Absent) return upper;
     *presence = CertainPresenceOf(lower);
@@ -158,7 +161,7 @@ bool Disk_DicomDir::is_behind() const { return current_strategy && current_strat
 int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
   Presence presence{};
   file_name = NameIn(file_set_prefix, &presence, &lowercase_name);
-  redo_file = std::make_unique<Disk_RedoFile>(file_name + ".redo");
+  redo_file = std::make_unique<Disk_RedoFile>(file_name + Disk_Names::kRedo);
   if (presence == Presence::Unknown) return -1;
   bool const exists = presence == Presence::Present;
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
@@ -201,7 +204,7 @@ int Disk_DicomDir::FollowPath(bool for_reading, Disk_StorageStrategy* strategy) 
   if (is_there && status.st_dev == device && status.st_ino == inode) return 0;
   if (is_there && !KeepsImage(strategy)) {
     DISK_LOG(4, "%s is another file than before.\n", file_name.c_str());
-    if (Init(std::string(file_name, 0, file_name.rfind('/')).c_str(), for_reading, strategy) == 0) return 1;
+    if (Init(Disk_Names::FolderOf(file_name).c_str(), for_reading, strategy) == 0) return 1;
     device = inode = 0; // what was read of it isn't the whole: the next operation opens it again
     return -1;
   }
@@ -216,7 +219,7 @@ int Disk_DicomDir::FollowPath(bool for_reading, Disk_StorageStrategy* strategy) 
 int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   if (new_dicomdir() == -1 || make_prefix() == -1) return Failed("Init: Failed initiate new DICOMDIR.\n");
   patch_prefix();
-  std::string const temporary = file_name + ".tmp";
+  std::string const temporary = file_name + Disk_Names::kTemporary;
   std::string_view const parts[] = {prefix};
   constexpr auto kFull = Util_Durability::Full;
   if (Util_FileSystem::WriteNewFile(temporary.c_str(), parts, true, kFull) == -1 ||
@@ -458,7 +461,7 @@ void Disk_DicomDir::Discard() {
 int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
   Disk_Redo& redo = gather->redo;
   is_gathering = false;
-  std::string const directory = file_name.substr(0, file_name.rfind('/'));
+  std::string const directory = Disk_Names::FolderOf(file_name);
   auto const fail = [&](char const* what) {
     int const cause = errno;
     DISK_LOG(3, "Commit: %s %s (errno=%d).\n", what, file_name.c_str(), cause);
@@ -495,7 +498,7 @@ bool Disk_DicomDir::UsesRedoFile() const { return redo_file && redo_file->IsOpen
 int Disk_DicomDir::Replay(char const* file_set_prefix) {
   Presence presence{};
   int lowercase = 0;
-  std::string const name = NameIn(file_set_prefix, &presence, &lowercase), path = name + ".redo";
+  std::string const name = NameIn(file_set_prefix, &presence, &lowercase), path = name + Disk_Names::kRedo;
   if (presence == Presence::Unknown) return -1;
   Disk_Redo redo;
   Disk_Redo::Found const found = presence == Presence::Present ? redo.Load(path) : Disk_Redo::Found::None;

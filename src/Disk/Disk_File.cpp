@@ -1,6 +1,7 @@
 // Writes a DICOM file under a temporary name and renames it, so that a crash leaves the old file or the new one; and
 // reads one back.
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Names.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
 #include "dicom/Util_EncodedFile.h"
@@ -32,7 +33,7 @@ int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_R
     DISK_LOG(3, "Write: %s: %s\n", path.c_str(), encoded.error.c_str());
     return -1;
   }
-  std::string const temporary = path + ".tmp";
+  std::string const temporary = path + Disk_Names::kTemporary;
   Util_FileDescriptor file = new_content(temporary, encoded.pieces.Views(), synced);
   if (!file) return cant_write(temporary);
   if (synced == Synced::File || synced == Synced::FileAndEntry) {
@@ -92,7 +93,7 @@ int Disk_File::replace(std::string const& temporary, std::string const& path) {
 }
 
 int Disk_File::sync_directory_of(std::string const& path, Util_Durability durability) {
-  std::string const directory = path.substr(0, path.rfind('/'));
+  std::string const directory = Disk_Names::FolderOf(path);
   if (Util_FileSystem::SyncDirectory(directory.empty() ? "/" : directory.c_str(), durability) == 0) return 0;
   int const cause = errno;
   DISK_LOG(3, "Write: Can't sync the directory %s (errno=%d).\n", directory.c_str(), cause);

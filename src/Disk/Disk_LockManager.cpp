@@ -1,10 +1,13 @@
 // A lock on the LOCKFILE of a folder.
 #include <Disk/Disk_LockManager.h>
+
+#include "Disk/Disk_Names.h"
+
 #include <infra/Klb_LogFile.h>
 
 int Disk_LockManager::Init(char const* directory, int read_only) {
   std::string const folder = directory ? std::string(directory) + "/" : std::string();
-  std::string const file = folder + "LOCKFILE";
+  std::string const file = folder + Disk_Names::kLockFile;
   int const result = Klb_LockFile::Init(folder.c_str(), file.c_str(), read_only);
   if (result == -1) DISK_LOG(3, "Init: Cannot open %s\n", file.c_str());
   return result;

@@ -1,6 +1,8 @@
 // Looks for a file or folder by listing the folder above it, since a single call may say falsely that it is missing.
 #include "Disk/Disk_LookAgain.h"
 
+#include "Disk/Disk_Names.h"
+
 #include <infra/Util_FileSystemInterface.h>
 
 #include <algorithm>
@@ -9,9 +11,8 @@
 Disk_Sight Disk_LookAgain(std::string path) {
   while (path.size() > 1 && path.back() == '/')
     path.pop_back();
-  std::size_t const slash = path.rfind('/');
-  std::string const name = path.substr(slash + 1); // npos + 1 is 0
-  std::string const folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  std::string const name = Disk_Names::NameOf(path), above_it = Disk_Names::FolderOf(path);
+  std::string const folder = name == path ? "." : above_it.empty() ? "/" : above_it;
   std::vector<Util_FileSystemInterface::Entry> entries;
   auto const list = [&] { return Util_FileSystemInterface::Current().List(folder.c_str(), entries) == 0; };
   if (!list()) {

@@ -4,6 +4,7 @@
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_LookAgain.h"
+#include "Disk/Disk_Names.h"
 #include "Disk/Disk_RecordIO.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 
@@ -25,39 +26,41 @@ Util_FileSystemInterface& System() { return Util_FileSystemInterface::Current();
 bool Exists(std::string const& path) { return System().Access(path.c_str(), F_OK) == 0; }
 
 /// A copy that may not have got its final name yet.
-std::string CopyIn(std::string const& folder, std::string const& name, std::string const& unfinished) {
-  std::string const copy = folder + "/" + name;
-  return Exists(copy) || !Exists(copy + unfinished) ? copy : copy + unfinished;
+std::string CopyIn(std::string const& folder, std::string const& name) {
+  std::string const copy = Disk_Names::In(folder, name), unfinished = copy + Disk_Names::kUnfinished;
+  return Exists(copy) || !Exists(unfinished) ? copy : unfinished;
 }
 
 /// Whether there is certainly no copy: then a torn file is dropped. False with errno.
-bool IsWithoutCopy(std::string const& folder, std::string const& name, std::string const& unfinished) {
+bool IsWithoutCopy(std::string const& folder, std::string const& name) {
+  std::string const copy = Disk_Names::In(folder, name);
   errno = EIO; // unless one is there and can't be read
-  return Disk_IsGone(folder + "/" + name) && Disk_IsGone(folder + "/" + name + unfinished);
+  return Disk_IsGone(copy) && Disk_IsGone(copy + Disk_Names::kUnfinished);
 }
 
 struct PrivateFiles {
-  std::string prefix, folder, unfinished;
+  std::string prefix, folder;
 
   /// The file, if it is torn, gives way to its copy; or, where there was none before, to nothing.
   int Mend(Disk_FileID const& id) const {
     std::string const path = id.Path();
     std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(path.c_str());
     if (!file || Disk_RelaxedEpoch::IsWhole({file->data(), file->size()})) return 0; // what can't be read stays
-    std::string const copy = CopyIn(folder, id.GetID().GetText(), unfinished);
+    std::string const copy = CopyIn(folder, id.GetID().GetText());
     std::shared_ptr<Util_Buffer const> const kept = Util_FileSystem::ReadWholeFile(copy.c_str());
-    if (!kept && !IsWithoutCopy(folder, id.GetID().GetText(), unfinished)) return -1;
+    if (!kept && !IsWithoutCopy(folder, id.GetID().GetText())) return -1;
     bool const is_kept = kept && Disk_RelaxedEpoch::IsWhole({kept->data(), kept->size()});
     DISK_LOG(3, "Recover: %s was torn by a power cut; %s.\n", path.c_str(),
              is_kept ? "it is now what it was when it was last synced" : "it held nothing that was synced before");
-    return System().Rename(is_kept ? copy.c_str() : path.c_str(), is_kept ? path.c_str() : (path + ".tmp").c_str());
+    return System().Rename(is_kept ? copy.c_str() : path.c_str(),
+                           is_kept ? path.c_str() : (path + Disk_Names::kTemporary).c_str());
   }
 
   /// A folder that a relaxed store made can be gone while the record above, in `parent`, names it. The next store there
   /// needs it.
   static void RestoreFolder(Disk_FileID id, std::string const& parent) {
     std::string const folder = id.RemoveLastComponent() == 0 ? id.Path() : std::string();
-    if (folder.empty() || folder.substr(0, folder.rfind('/')) != parent || Exists(folder)) return;
+    if (folder.empty() || Disk_Names::FolderOf(folder) != parent || Exists(folder)) return;
     int const made = System().Mkdir(folder.c_str(), 0775);
     int const cause = made == -1 ? errno : 0;
     DISK_LOG(4, "Recover: %s is gone; made anew (errno=%d).\n", folder.c_str(), cause);
@@ -76,7 +79,7 @@ struct PrivateFiles {
     if (file.Read(&sequence, &found, &msg) == -1) return 0; // logged, and left as it is
     std::unique_ptr<IOD_Msg> const owner(msg);
     if (!found) return 0;
-    std::string const path = id.Path(), folder = path.substr(0, path.rfind('/'));
+    std::string const path = id.Path(), folder = Disk_Names::FolderOf(path);
     bool const restores = level == 0 || file.RefuseLink() == 0;
     return Disk_TakeItems(*sequence, [&](std::unique_ptr<Dicom_Msg> item) {
       if (item->Text(kRecordType) != kBelow[level]) return 0;
@@ -101,18 +104,19 @@ std::size_t DamageOf(std::string const& folder, std::string const& dicomdir, std
   }));
 }
 
-int MendStandard(std::string const& prefix, std::string const& folder, std::string const& unfinished) {
+int MendStandard(std::string const& prefix, std::string const& folder) {
   if (Disk_DicomDir::Replay(prefix.c_str()) == -1) return -1;
-  std::string const upper = prefix + "/DICOMDIR";
-  std::string const name = Exists(upper) || !Disk_IsGone(upper) ? "DICOMDIR" : "dicomdir", file = prefix + "/" + name;
-  std::string const copy = folder + "/" + name;
+  std::string const upper = Disk_Names::In(prefix, Disk_Names::kDicomdir);
+  bool const is_upper = Exists(upper) || !Disk_IsGone(upper);
+  std::string const name = is_upper ? Disk_Names::kDicomdir : Disk_Names::kDicomdirOfMedia;
+  std::string const file = Disk_Names::In(prefix, name), copy = Disk_Names::In(folder, name);
   struct stat status {};
-  bool const has_copy = System().Stat(CopyIn(folder, name, unfinished).c_str(), &status) == 0;
+  bool const has_copy = System().Stat(CopyIn(folder, name).c_str(), &status) == 0;
   std::size_t const damage = DamageOf(prefix, file, has_copy ? std::uint32_t(status.st_size) : UINT32_MAX);
   if (damage == 0) return 0;
-  bool const may_be_torn = CopyIn(folder, name, unfinished) != copy;
-  if (may_be_torn && System().Rename((copy + unfinished).c_str(), copy.c_str()) == -1) return -1;
-  if (!Exists(copy) && !IsWithoutCopy(folder, name, unfinished)) return -1;
+  bool const may_be_torn = CopyIn(folder, name) != copy;
+  if (may_be_torn && System().Rename((copy + Disk_Names::kUnfinished).c_str(), copy.c_str()) == -1) return -1;
+  if (!Exists(copy) && !IsWithoutCopy(folder, name)) return -1;
   std::size_t const kept = Exists(copy) ? DamageOf(folder, copy) : SIZE_MAX;
   if (kept >= damage || (may_be_torn && kept > 0)) return 0; // it is not the power cut's
   DISK_LOG(3, "Recover: %s was torn by a power cut; it is now what it was when it was last synced.\n", file.c_str());
@@ -123,10 +127,10 @@ int Mend(std::string const& prefix, bool standard) {
   Disk_LockManager lock;
   Disk_Hold<Klb_LockFile> held;
   if (lock.Init(prefix.c_str(), 0) == -1 || held.Exclusive(lock) == -1) return -1;
-  std::string const folder = prefix + "/" + Disk_RelaxedEpoch::kFolder;
-  int const mended = standard ? MendStandard(prefix, folder, Disk_RelaxedEpoch::kUnfinished)
-                              : PrivateFiles{prefix, folder, Disk_RelaxedEpoch::kUnfinished}.MendTree(
-                                    Disk_FileID(prefix.c_str(), Dicom_CS("DICOMDIR"), 0));
+  std::string const folder = Disk_Names::In(prefix, Disk_Names::kRelaxed);
+  int const mended =
+      standard ? MendStandard(prefix, folder)
+               : PrivateFiles{prefix, folder}.MendTree(Disk_FileID(prefix.c_str(), Dicom_CS(Disk_Names::kDicomdir), 0));
   // what was renamed lasts before the copies go
   return mended == -1 ? -1 : Util_FileSystem::SyncFileSystem(prefix.c_str());
 }
@@ -143,7 +147,8 @@ int Disk_Recover(std::string const& prefix) {
     return -1;
   };
   if (needed == -1) return failed();
-  std::string const folder = prefix + "/" + Disk_RelaxedEpoch::kFolder, boot = folder + "/" + Disk_RelaxedEpoch::kBoot;
+  std::string const folder = Disk_Names::In(prefix, Disk_Names::kRelaxed);
+  std::string const boot = Disk_Names::In(folder, Disk_Names::kBoot);
   Klb_LockFile turn;
   if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
     return Disk_RelaxedEpoch::NeedsRecovery(prefix) != 0 ? failed() : 0; // another did it

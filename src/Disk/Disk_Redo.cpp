@@ -1,5 +1,6 @@
 #include "Disk/Disk_Redo.h"
 
+#include "Disk/Disk_Names.h"
 #include "Disk/Disk_VersionFile.h"
 
 #include <Disk/Disk_FileID.h>
@@ -65,8 +66,6 @@ private:
 std::uint32_t Checksum(std::string_view bytes) {
   return std::uint32_t(crc32_z(crc32_z(0, nullptr, 0), reinterpret_cast<Bytef const*>(bytes.data()), bytes.size()));
 }
-
-std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind('/')); }
 
 } // namespace
 
@@ -164,7 +163,7 @@ int Disk_Redo::Apply(Disk_StorageStrategy& strategy, Disk_Extents& written) cons
 int Disk_Redo::MoveVersions(char const* file_set_prefix) const {
   for (Version const& version : versions_) {
     Disk_FileID id(file_set_prefix, Dicom_CS(version.directory), 0);
-    std::string const path = id.AddComponent("VERSION") == 0 ? id.Path() : std::string();
+    std::string const path = id.AddComponent(Disk_Names::kVersion) == 0 ? id.Path() : std::string();
     if (path.empty() || Disk_WriteVersion(path, version.number, true) == -1) return -1;
   }
   return 0;
@@ -206,9 +205,10 @@ int Disk_RedoFile::Save(Disk_Redo const& redo, Util_Durability durability) {
     return -1;
   }
   bool const is_open = file_ || open() == 0;
-  bool const lasts = is_open && Util_FileSystem::PwriteAll(file_.Get(), bytes.data(), bytes.size(), 0) == 0 &&
-                     Util_FileSystem::SyncFile(file_.Get(), durability) == 0 &&
-                     (entry_lasts_ || Util_FileSystem::SyncDirectory(FolderOf(path_).c_str(), durability) == 0);
+  bool const lasts =
+      is_open && Util_FileSystem::PwriteAll(file_.Get(), bytes.data(), bytes.size(), 0) == 0 &&
+      Util_FileSystem::SyncFile(file_.Get(), durability) == 0 &&
+      (entry_lasts_ || Util_FileSystem::SyncDirectory(Disk_Names::FolderOf(path_).c_str(), durability) == 0);
   if (lasts) {
     entry_lasts_ = entry_lasts_ || durability == Util_Durability::Full;
     return 0;
@@ -228,7 +228,7 @@ void Disk_RedoFile::Clear() {
 int Disk_RedoFile::Forget() {
   file_ = {};
   if (Util_FileSystemInterface::Current().Unlink(path_.c_str()) == -1 && errno != ENOENT) return -1;
-  return Util_FileSystem::SyncDirectory(FolderOf(path_).c_str(), Util_Durability::Full);
+  return Util_FileSystem::SyncDirectory(Disk_Names::FolderOf(path_).c_str(), Util_Durability::Full);
 }
 
 void Disk_RedoFile::Remove() {

@@ -26,9 +26,7 @@ std::string ContentOf(std::string const& boot) {
   return file ? std::string(file->data(), file->size()) : std::string();
 }
 
-std::string FolderOf(std::string const& path) { return path.substr(0, path.rfind('/')); }
-
-std::string FolderIn(std::string const& prefix) { return prefix + "/" + Disk_RelaxedEpoch::kFolder; }
+std::string FolderIn(std::string const& prefix) { return Disk_Names::In(prefix, Disk_Names::kRelaxed); }
 
 /// Of a directory file of the private structure: named by its ID, which holds no `/` if it makes a path. Empty if not.
 std::string CopyOf(Disk_FileID const& id) {
@@ -36,7 +34,7 @@ std::string CopyOf(Disk_FileID const& id) {
 }
 
 std::string CopyOf(std::string const& dicomdir) {
-  return FolderIn(FolderOf(dicomdir)) + dicomdir.substr(dicomdir.rfind('/'));
+  return Disk_Names::In(FolderIn(Disk_Names::FolderOf(dicomdir)), Disk_Names::NameOf(dicomdir));
 }
 
 /// 1 if the folder is there. 0 with ENOENT if nothing is, or with ENOTDIR if a file or a link is. -1 with errno.
@@ -50,7 +48,7 @@ int IsFolder(std::string const& path) {
 
 int ForgetCopy(std::string const& copy) {
   if (copy.empty()) return 0;
-  int const folder = IsFolder(FolderOf(copy));
+  int const folder = IsFolder(Disk_Names::FolderOf(copy));
   if (folder != 1) return folder;
   return System().Unlink(copy.c_str()) == 0 || errno == ENOENT ? 0 : -1;
 }
@@ -73,7 +71,7 @@ int CopyFile(std::string const& from, std::string const& to) {
 /// The copy lasts before it gets the name that says so: under `.new` recovery takes it as well, and the next writer,
 /// who can't know whether it lasts, makes it anew.
 int Establish(std::string const& unfinished, std::string const& copy) {
-  if (Util_FileSystem::SyncDirectory(FolderOf(copy).c_str(), kFull) == -1) return -1;
+  if (Util_FileSystem::SyncDirectory(Disk_Names::FolderOf(copy).c_str(), kFull) == -1) return -1;
   return System().Rename(unfinished.c_str(), copy.c_str());
 }
 
@@ -139,7 +137,7 @@ std::string Disk_RelaxedEpoch::boot_id() {
 
 int Disk_RelaxedEpoch::LockShared() {
   constexpr int kMostTries = 100; // as others may end the epoch again and again
-  std::string const folder = FolderIn(prefix_), boot = folder + "/" + kBoot;
+  std::string const folder = FolderIn(prefix_), boot = Disk_Names::In(folder, Disk_Names::kBoot);
   std::string const& wanted = content();
   for (int i = 0; i < kMostTries; ++i) {
     if (!initialised_ || !Exists(boot)) {
@@ -193,7 +191,7 @@ int Disk_RelaxedEpoch::look_at_boot(FileState* state) const {
 }
 
 int Disk_RelaxedEpoch::Keep(Disk_FileID const& id, bool is_new) {
-  std::string const path = id.Path(), copy = CopyOf(id), fresh = copy + kUnfinished;
+  std::string const path = id.Path(), copy = CopyOf(id), fresh = copy + Disk_Names::kUnfinished;
   if (copy.empty()) return -1;
   if (Exists(copy)) return 0;
   int linked = System().Link(path.c_str(), fresh.c_str());
@@ -205,7 +203,8 @@ int Disk_RelaxedEpoch::Keep(Disk_FileID const& id, bool is_new) {
     if (!is_new && !Disk_IsGone(path)) return -1; // an empty copy would say that it held nothing durable
     // BOOT's entry must last before a record leads to an unsynced file: the copy of the file with that record sees to
     // it
-    if (id.GetID().GetNValues() == 1 && Util_FileSystem::SyncDirectory(FolderOf(copy).c_str(), kFull) == -1) return -1;
+    if (id.GetID().GetNValues() == 1 && Util_FileSystem::SyncDirectory(Disk_Names::FolderOf(copy).c_str(), kFull) == -1)
+      return -1;
     // nothing was there before: an empty copy, which needn't last, says so
     return Util_FileSystem::WriteNewFile(copy.c_str(), {}, false);
   }
@@ -214,7 +213,7 @@ int Disk_RelaxedEpoch::Keep(Disk_FileID const& id, bool is_new) {
 }
 
 int Disk_RelaxedEpoch::Keep(std::string const& dicomdir) {
-  std::string const copy = CopyOf(dicomdir), fresh = copy + kUnfinished;
+  std::string const copy = CopyOf(dicomdir), fresh = copy + Disk_Names::kUnfinished;
   if (Exists(copy)) return 0;
   return CopyFile(dicomdir, fresh) == -1 ? -1 : Establish(fresh, copy);
 }
@@ -232,7 +231,8 @@ int Disk_RelaxedEpoch::End(std::string const& prefix) {
   std::string const folder = FolderIn(prefix);
   int open = IsOpen(prefix);
   Klb_LockFile lock;
-  if (open == 1 && (lock.Init(folder.c_str(), (folder + "/" + kBoot).c_str(), 0) == -1 || lock.LockExclusive() == -1))
+  if (open == 1 && (lock.Init(folder.c_str(), Disk_Names::In(folder, Disk_Names::kBoot).c_str(), 0) == -1 ||
+                    lock.LockExclusive() == -1))
     open = errno == ENOENT ? 0 : -1;
   if (open == -1 || Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;
   return open == 1 ? RemoveCopies(folder) : 0;
@@ -261,10 +261,10 @@ int Disk_RelaxedEpoch::RemoveCopies(std::string const& folder) {
   std::vector<Util_FileSystemInterface::Entry> entries;
   if (System().List(folder.c_str(), entries) == -1) return -1;
   for (auto const& entry : entries) // a durable write forgets its copy whoever holds the epoch
-    if (entry.type != entry.Directory && entry.name != kBoot &&
+    if (entry.type != entry.Directory && entry.name != Disk_Names::kBoot &&
         System().Unlink((folder + "/" + entry.name).c_str()) == -1 && errno != ENOENT)
       return -1;
-  if (System().Unlink((folder + "/" + kBoot).c_str()) == -1) return -1;
+  if (System().Unlink(Disk_Names::In(folder, Disk_Names::kBoot).c_str()) == -1) return -1;
   return System().Rmdir(folder.c_str()) == -1 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT ? -1 : 0;
 }
 
@@ -272,5 +272,6 @@ int Disk_RelaxedEpoch::NeedsRecovery(std::string const& prefix) {
   int const open = IsOpen(prefix);
   if (open != 1) return open;
   std::string const boot = boot_id();
-  return boot.empty() || !ContentOf(prefix + "/" + kFolder + "/" + kBoot).starts_with(boot + "\n") ? 1 : 0;
+  return boot.empty() || !ContentOf(Disk_Names::In(FolderIn(prefix), Disk_Names::kBoot)).starts_with(boot + "\n") ? 1
+                                                                                                                  : 0;
 }

@@ -1,4 +1,6 @@
 #pragma once
+#include "Disk/Disk_Names.h"
+
 #include <Disk/Disk_FileID.h>
 #include <infra/Klb_LockFile.h>
 
@@ -50,9 +52,7 @@ public:
   /// Whether a file is as it was written: always true for one that was synced.
   static bool IsWhole(std::string_view file);
 
-  static constexpr char kFolder[] = "RELAXED";
-  static constexpr char kBoot[] = "BOOT";
-  static constexpr char kUnfinished[] = ".new"; // behind the name of a copy
+  static constexpr char const* kFolder = Disk_Names::kRelaxed;
 
 private:
   std::string const& content();

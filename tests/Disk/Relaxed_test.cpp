@@ -90,8 +90,8 @@ TEST_P(RelaxedTest, EachRootHasADurabilityOfItsOwn) {
     root->SetDurability(Util_Durability::Relaxed);
     root->SetObjectDone([&] { EXPECT_EQ(cache.Store(Example().get(), true), 0); });
     EXPECT_EQ(cache.Construct(), 0);
-    EXPECT_EQ(root->ChangePatientsName(Example()->GetPatientID(), LO_NULL, Dicom_PN("Other"), LO_NULL, LO_NULL),
-              structure ? -1 : 0);
+    Dicom_LO const id = Example()->GetPatientID(), issuer = Example()->GetIssuerOfPatientID();
+    EXPECT_EQ(root->ChangePatientsName(id, issuer, Dicom_PN("Other"), LO_NULL, LO_NULL), structure ? -1 : 0);
     EXPECT_EQ(fs::exists(third / "DICOMDIR"), !structure);
     EXPECT_FALSE(fs::exists(third / "RELAXED"));
     Clear();
