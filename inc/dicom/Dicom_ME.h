@@ -3,6 +3,7 @@
 #include <dicom/Dicom_StringTypes.h>
 #include <dicom/Dicom_Tag.h>
 #include <infra/Disk_Export.h>
+#include <infra/Util_OnDemand.h>
 
 #include <cstdint>
 #include <memory>
@@ -19,8 +20,12 @@ class Dicom_TransferSyntax;
 ///
 /// An element that came from a file is a slice of the file's bytes, kept alive by its message; its value is made
 /// when somebody asks for it, and dumping it copies the bytes. A copy of an element stands alone: it owns its value.
+///
+/// Any number of threads may read one element at once.
 class DISK_EXPORT Dicom_ME {
 public:
+  /// No element: tag 0 and an empty value.
+  Dicom_ME() = default;
   /// A private tag has to be resolved (Dicom_Tag::ResolveIfFound): an element knows its number only.
   /// With `copy` 0 the element takes `value` over, also when it fails; otherwise it keeps a clone of its own.
   /// `*status` (may be null) is -1 for a null value.
@@ -83,28 +88,36 @@ public:
   static unsigned FindLenFromBuffer(void const* buffer, Dicom_TransferSyntax const& syntax, Dicom_VR vr,
                                     unsigned* consumed);
 
+  // For the sources of this library
+
+  /// Makes this element a slice: `raw` in the bytes of `origin`, which are to live longer than the element.
+  void Slice(Dicom_RawElement const& raw, Dicom_Origin const* origin);
+  /// The same slice of an element that is one. Its value is made anew when it is asked for.
+  Dicom_ME SameSlice() const;
+  bool IsSlice() const { return bytes_ != nullptr; }
+  /// The value's bytes as they were read, for a slice.
+  std::string_view SliceBytes() const { return {bytes_, length_}; }
+  /// Where a slice comes from; null for other elements.
+  Dicom_Origin const* Origin() const { return origin_; }
+  bool HasUndefinedLength() const { return undefined_length_; }
+  /// Gives the element another number.
+  void Renumber(std::uint32_t tag) { tag_ = tag; }
+  /// The VR by which the value is understood: some writers know no better than UN for attributes that we know.
+  Dicom_VR Meaning() const;
+  /// Whether the value is a sequence that was read and changed since.
+  bool HasChanged() const;
+  /// The text in UTF-8 if it can be told without making a value; false otherwise.
+  bool PlainText(std::string_view* text) const;
+
 private:
-  friend class Dicom_Msg;
-  friend class Dicom_DataSetWriter;
-  friend class Dicom_Packer;
-  friend class Dicom_ElementCursor;
-  Dicom_ME() = default;
   /// Takes over an element of bytes that are about to go.
   void own(Dicom_RawElement const& raw, Dicom_TransferSyntax const& syntax, Dicom_Msg const* home);
-  /// Makes this element a slice of the origin's bytes.
-  void slice(Dicom_RawElement const& raw, Dicom_Origin const* origin);
-  Dicom_ME same_slice() const;
-  /// The VR by which the value is understood: some writers know no better than UN for attributes that we know.
-  Dicom_VR meaning() const;
   std::unique_ptr<Dicom_Type> make_value() const;
+  std::unique_ptr<Dicom_Type> make_sequence(bool is_unknown) const;
   /// The value by another VR, text or numbers, when its own can't be told; null otherwise.
   std::unique_ptr<Dicom_Type> unknown_as(Dicom_VR vr) const;
   /// The element's text as a number; 0 for what is none.
   double number() const;
-  /// Whether the value is a sequence that was read and changed since.
-  bool has_changed() const;
-  /// The bytes as UTF-8 text, if they can be told without making a value.
-  bool plain_text(std::string_view* text) const;
 
   std::uint32_t tag_ = 0;
   Dicom_VR vr_ = Dicom_VR::None;
@@ -113,5 +126,5 @@ private:
   /// The value's bytes in the origin's buffer; null for an element that was made here.
   char const* bytes_ = nullptr;
   Dicom_Origin const* origin_ = nullptr;
-  mutable std::unique_ptr<Dicom_Type> value_;
+  Util_OnDemand<Dicom_Type> value_;
 };

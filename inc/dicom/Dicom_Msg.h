@@ -1,4 +1,5 @@
 #pragma once
+#include <dicom/Dicom_Elements.h>
 #include <dicom/Dicom_ME.h>
 #include <dicom/Dicom_NumberTypes.h>
 #include <dicom/Dicom_OtherTypes.h>
@@ -10,22 +11,21 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
-class Dicom_CharacterSet;
-class Util_Buffer;
-struct Dicom_Origin;
+class Dicom_OpenElements;
 
 /// A data set: elements in ascending order of their tags.
 ///
-/// A message that was read holds its bytes, checked, and takes them apart into elements when it has to; until then
-/// values are found by a walk over the bytes, and a copy of the message shares them, which is safe as they never
-/// change. Elements that nobody sets are dumped as they were read.
+/// A message that was read keeps its bytes, checked. While nobody changes it, values are found by a walk over the
+/// bytes, and copies share them, as they never change. Who asks for an element or a value to keep gets it from an open
+/// form, which is made beside the bytes once. The first change leaves the open form alone. Elements that nobody sets
+/// are dumped as they were read.
 ///
-/// Private attributes (tags with an implementor) are found in, and put into, whatever block their implementor has
-/// reserved in this message; Set reserves one where there is none.
+/// A private attribute (a tag with an implementor) is found in the block that its implementor has reserved in this
+/// message. Set puts it there too, and reserves a block where there is none.
 ///
-/// One object serves one thread at a time, reading included.
+/// Threads: any number of threads may read one message at once, that is call const functions of it, of its elements
+/// and values, and of the items of its sequences. Who changes a message, or an item of it, must be alone with it.
 class DISK_EXPORT Dicom_Msg {
 public:
   Dicom_Msg();
@@ -48,8 +48,11 @@ public:
   /// `neighbour`, a data set that was read from the same one and didn't change; null when there is none.
   Dicom_Msg(std::shared_ptr<Util_Buffer const> const& buffer, char const* bytes, std::size_t length,
             Dicom_TransferSyntax const& syntax, Dicom_Msg const* neighbour, int* error);
+  explicit Dicom_Msg(Dicom_PackedElements elements);
   /// A copy for the caller to own.
   Dicom_Msg* Clone() const { return new Dicom_Msg(*this); }
+  /// A copy with bytes of its own, so that it doesn't keep a whole file alive.
+  Dicom_Msg Detached() const;
 
   /// The value of an attribute, or null. It stays the message's and is good until the message changes.
   Dicom_Type const* Get(Dicom_Tag const& tag) const;
@@ -108,6 +111,8 @@ public:
   /// The file that the message was read from, as far as its reader bound it (Util_File::SetOriginalBuffer); empty
   /// otherwise, and after a change.
   std::string_view GetOriginalBuffer() const { return HasChanged() ? std::string_view() : original_; }
+  /// Binds the bytes of the file that the message was read from. No effect if it was read from others.
+  void SetOriginalBuffer(std::shared_ptr<Util_Buffer const> const& file);
   /// Whether elements were set or removed, in nested items too, since the message was made or read.
   bool HasChanged() const;
   /// Makes one that was read, and has its elements in another order or in a form that has to be taken apart, hold bytes
@@ -117,59 +122,39 @@ public:
   /// was got from it are gone afterwards.
   void Condense();
 
-protected:
-  /// The block number's tag for `tag` in this message, 0 when its implementor has none here.
+  /// The number of `tag` in this message: that of a private attribute is in the block of its implementor, 0 without
+  /// one.
   std::uint32_t Resolve(Dicom_Tag const& tag) const;
 
-private:
-  friend class Dicom_DataSetWriter;
-  friend class Dicom_Packer;
-  friend class Dicom_ElementCursor;
-  friend class Dicom_Sequence;
-  friend class Dicom_SQ;
-  friend class Dicom_ME;
-  friend class Dicom_Tag;
-  friend class Util_File;
-  using Elements = std::vector<Dicom_ME>;
+  // For the sources of this library
 
-  /// Bytes that were checked already.
-  Dicom_Msg(std::shared_ptr<Dicom_Origin const> origin, char const* bytes, std::size_t length);
-  /// Checks the bytes and takes them; -1, with the reason in `*error`, when they are no data set. A null `buffer`
-  /// stands for bytes that a caller keeps.
-  int take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,
-           std::size_t length, Dicom_Msg const* neighbour, std::string* error);
-  /// Takes the bytes apart; afterwards elements_ alone holds the data set.
-  void parse() const;
-  /// Whether values are found by a walk over the bytes.
-  bool is_in_order() const;
-  Dicom_Origin const* own_origin() const;
-  /// The character set that the message's own (0008,0005) declares; null without one.
-  std::shared_ptr<Dicom_CharacterSet const> declared_set() const;
-  std::size_t position(std::uint32_t tag) const;
-  /// The element of that number, in `storage` when the message hasn't been taken apart; null when absent.
+  /// The elements as they were read; null when the message was built or changed. A caller who knows that it didn't
+  /// change spares the look at nested items.
+  Dicom_PackedElements const* AsRead(bool is_unchanged = false) const;
+  /// The same if elements can be found by a walk and nobody has asked for the open form yet; null otherwise.
+  Dicom_PackedElements const* ToWalk() const;
+  Dicom_OpenElements const& Opened() const;
+
+private:
+  Dicom_Elements const& elements() const;
+  /// Takes bytes, and logs why they can't be taken. 0, or -1.
+  int read(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,
+           std::size_t length, Dicom_Elements const* neighbour = nullptr);
+  /// The element of that number, in `storage` or the message's own; null when absent.
   Dicom_ME const* lookup(std::uint32_t tag, Dicom_ME& storage) const;
+  /// The open form, which alone holds the data set from now on.
+  Dicom_OpenElements& open();
   /// The number for an attribute that is about to be put in, in the block that its implementor has; without one a
   /// free block is reserved, `wanted` (0x10 to 0xFF) where that is free. 0 when none is.
   std::uint32_t reserve(Dicom_Tag const& tag, std::uint32_t wanted = 0x10);
-  bool is_free_block(std::uint32_t creator) const;
-  void put(Dicom_ME element);
   /// Settles the nested items that have character sets of their own, and tells whether the rest of the text fits
   /// into `surrounding`.
   bool settle(Dicom_CharacterSet const& surrounding);
   bool has_nested_fragments() const;
-  /// A copy with bytes of its own, so that it doesn't keep a whole file alive.
-  std::unique_ptr<Dicom_Msg> detached() const;
 
-  std::shared_ptr<Dicom_Origin const> origin_;
-  mutable char const* bytes_ = nullptr; // not null: not taken apart yet
-  std::size_t length_ = 0;
-  mutable Elements elements_;
-  mutable std::shared_ptr<Dicom_Origin const> own_origin_;     // origin_ with what the message itself says
-  mutable std::shared_ptr<Dicom_CharacterSet const> declared_; // what GetCharacterSet gave last
+  Dicom_PackedElements packed_; // as they were read; holds nothing when the message was built or changed
+  Util_OnDemand<Dicom_OpenElements> open_;
   std::string_view original_;
-  mutable int walks_left_ = 0; // until it is worth taking the bytes apart; 0: it never is
-  bool changed_ = false;
-  bool has_header_ = false; // in front of the bytes stands their header as an item
 };
 
 template <class V>
@@ -179,7 +164,8 @@ V Dicom_Msg::Value(Dicom_Tag const& tag) const {
   return element ? element->ValueAs<V>() : V();
 }
 
-/// A walk over the elements of a message in ascending order, without taking it apart.
+/// A walk over the elements of a message in ascending order, where they stand if it can. The message stays as it is
+/// meanwhile.
 ///
 ///     for (Dicom_ElementCursor c(msg); !c.AtEnd(); c.Next())
 ///       if (c.Element().Match(key)) ...
@@ -199,10 +185,10 @@ public:
 private:
   void read(std::uint32_t first);
 
-  Dicom_Msg const& msg_;
+  Dicom_PackedElements const* packed_;
+  char const* place_ = nullptr;    // behind the current element, if the elements are packed
+  Dicom_ME const* next_ = nullptr; // that of the open form otherwise
+  Dicom_ME const* end_ = nullptr;
   Dicom_ME const* current_ = nullptr;
-  std::size_t index_ = 0;
-  char const* next_ = nullptr;
-  char const* end_ = nullptr;
   Dicom_ME raw_;
 };

@@ -1,9 +1,9 @@
 #pragma once
 #include <dicom/Dicom_OtherTypes.h>
 #include <infra/Disk_Export.h>
+#include <infra/Util_OnDemand.h>
 
 #include <memory>
-#include <utility>
 #include <vector>
 
 struct Dicom_Origin;
@@ -14,6 +14,9 @@ class Dicom_TransferSyntax;
 ///
 /// A sequence that came from a file knows where its items lie and makes the message of one when it is asked for, as
 /// an IOD_Msg. Taking items off the front costs the same however many there are.
+///
+/// Any number of threads may read one sequence and its items at once: call const functions, and of an item those of a
+/// const message.
 class DISK_EXPORT Dicom_Sequence {
 public:
   Dicom_Sequence();
@@ -24,6 +27,8 @@ public:
   /// Items in native transfer syntax that fill `length` bytes, as the dump of a sequence gives them. `*consumed`, which
   /// may be null, becomes their length, `*error` -1 when they can't be parsed. `copy` 0 borrows the bytes.
   Dicom_Sequence(char const* buffer, unsigned length, int copy, unsigned* consumed, int* error);
+  /// For the sources of this library: the items in checked bytes of `origin`.
+  Dicom_Sequence(std::shared_ptr<Dicom_Origin const> origin, char const* begin, char const* end);
   Dicom_Sequence(Dicom_Sequence const&) = delete;
   Dicom_Sequence& operator=(Dicom_Sequence const&) = delete;
   ~Dicom_Sequence();
@@ -35,7 +40,7 @@ public:
   /// 0, or -1 when there is no such item.
   int Remove(int i, int destroy);
   /// Makes room for `count` items, so that appending them doesn't take it bit by bit.
-  void Reserve(std::size_t count) { items_.reserve(count); }
+  void Reserve(std::size_t count);
   /// Appends `msg`; with `own` the sequence is its owner from now on. 0, or -1 for a null message.
   int Append(Dicom_Msg* msg, bool own);
   /// Takes out and destroys all items for which `unwanted` holds, in one pass.
@@ -44,7 +49,7 @@ public:
     int kept = 0;
     for (int i = 0; i < GetNItems(); ++i) {
       if (unwanted(*Get(i))) continue;
-      std::swap(items_[head_ + std::size_t(kept++)], items_[head_ + std::size_t(i)]);
+      swap(kept++, i);
     }
     changed_ = changed_ || kept < GetNItems();
     truncate(kept);
@@ -55,21 +60,22 @@ public:
   bool HasChanged() const;
 
 private:
-  friend class Dicom_SQ;
   friend class Dicom_DataSetWriter;
-  friend class Dicom_ME;
   struct Item {
-    Dicom_Msg* msg = nullptr; // made on demand for an item of a file
+    Dicom_Msg* Msg() const { return borrowed ? borrowed : own.Get(); } // null: not made yet
+
+    Util_OnDemand<Dicom_Msg> own; // made when it is asked for where the item came from a file
+    Dicom_Msg* borrowed = nullptr;
     char const* bytes = nullptr;
     std::size_t length = 0;
-    bool own = true;
   };
-  Dicom_Sequence(std::shared_ptr<Dicom_Origin const> origin, char const* begin, char const* end);
   Dicom_Sequence& operator=(Dicom_Sequence&& other) noexcept;
+  Item const& item(int i) const { return items_[head_ + std::size_t(i)]; }
+  void swap(int i, int j);
   void truncate(int count);
 
   std::shared_ptr<Dicom_Origin const> origin_;
-  mutable std::vector<Item> items_;
+  std::vector<Item> items_;
   std::size_t head_ = 0; // items before it were taken off the front
   bool changed_ = false;
 };
@@ -116,7 +122,6 @@ public:
   int Dump(char* buffer, unsigned length) const;
 
 private:
-  friend class Dicom_ME;
   std::unique_ptr<Dicom_Sequence> owned_;
   Dicom_Sequence* sequence_ = nullptr;
 };

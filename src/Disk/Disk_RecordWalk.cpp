@@ -136,7 +136,7 @@ bool Disk_RecordWalk::pack(Dicom_Msg const& record, bool* matches) const {
     if (cursor.AtEnd()) break;
     Dicom_ME const& element = cursor.Element();
     if (element.GetTag().Number() != key.tag.Number()) continue;
-    if (!Dicom_Packer::Takes(element)) return false;
+    if (!packer_.Takes(element)) return false;
     if (!key.wanted.empty() && !element.MatchText(key.wanted)) {
       trace_mismatch(element, key);
       return true;

@@ -51,6 +51,11 @@ struct Dicom_RawItem {
 /// Reads the item at `p` of a sequence that ends at `end`; false at the end of the items.
 bool Dicom_ReadItem(char const* p, char const* end, Dicom_Encoding encoding, Dicom_RawItem* item,
                     Dicom_Extents const* extents = nullptr);
+/// Whether an element (0008,0005) of this form declares the character set: its bytes don't depend on the byte order,
+/// and nothing is nested in it.
+inline bool Dicom_MayDeclareCharacterSet(Dicom_VR vr, bool undefined_length) {
+  return Dicom_UnitSize(vr) == 1 && vr != Dicom_VR::SQ && !undefined_length;
+}
 /// The VR that an element without its own is read by.
 Dicom_VR Dicom_ImplicitVR(std::uint32_t tag, bool undefined_length);
 

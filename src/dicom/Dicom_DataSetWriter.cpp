@@ -1,6 +1,7 @@
 #include "dicom/Dicom_DataSetWriter.h"
 
 #include "dicom/Dicom_DataSetReader.h"
+#include "dicom/Dicom_OpenElements.h"
 
 #include <dicom/Dicom_DataDictionary.h>
 
@@ -54,10 +55,16 @@ bool Dicom_DataSetWriter::is_shallow(Dicom_Origin const& origin) const {
   return depth_ + origin.depth - 1 <= kMaximalDepth + 1;
 }
 
+Dicom_PackedElements const* Dicom_DataSetWriter::whole(Dicom_Msg const& msg, Dicom_CharacterSet const& set) const {
+  Dicom_PackedElements const* const packed = msg.AsRead(as_read_);
+  return packed && can_copy(*packed->Origin(), set) ? packed : nullptr;
+}
+
 void Dicom_DataSetWriter::message(Dicom_Msg const& msg, Dicom_CharacterSet const& surrounding) {
-  if (msg.bytes_ && can_copy(*msg.origin_, surrounding)) return refer(msg.bytes_, msg.length_);
-  std::shared_ptr<Dicom_CharacterSet const> const declared = msg.declared_set();
-  for (Dicom_ME const& e : msg.elements_)
+  if (auto const* const packed = whole(msg, surrounding)) return refer(packed->Bytes(), packed->Length());
+  Dicom_OpenElements const& opened = msg.Opened();
+  Dicom_CharacterSet const* const declared = opened.Declared();
+  for (Dicom_ME const& e : opened.All())
     element(e, declared ? *declared : surrounding);
 }
 
@@ -69,15 +76,16 @@ void Dicom_DataSetWriter::Items(Dicom_Sequence const& sequence, Dicom_CharacterS
   ++depth_;
   for (std::size_t i = sequence.head_; i < sequence.items_.size(); ++i) {
     Dicom_Sequence::Item const& item = sequence.items_[i];
-    if (item.msg && copy_with_header(*item.msg, surrounding)) continue;
+    Dicom_Msg const* const msg = item.Msg();
+    if (msg && copy_with_header(*msg, surrounding)) continue;
     put_header(kItemTag, Dicom_VR::None, 0);
     Place const place = last_length();
-    if (item.msg) {
-      message(*item.msg, surrounding);
+    if (msg) {
+      message(*msg, surrounding);
     } else if (can_copy(*sequence.origin_, surrounding)) {
       refer(item.bytes, item.length);
     } else {
-      message(Dicom_Msg(sequence.origin_, item.bytes, item.length), surrounding);
+      message(Dicom_Msg(Dicom_PackedElements(sequence.origin_, item.bytes, item.length)), surrounding);
     }
     patch_length(place);
   }
@@ -87,73 +95,80 @@ void Dicom_DataSetWriter::Items(Dicom_Sequence const& sequence, Dicom_CharacterS
 /// Of neighbours whose headers stand between them the writer makes one piece.
 bool Dicom_DataSetWriter::copy_with_header(Dicom_Msg const& item, Dicom_CharacterSet const& surrounding) {
   constexpr std::size_t kHeader = 8;
-  if (!pieces_ || !item.bytes_ || !item.has_header_ || !can_copy(*item.origin_, surrounding)) return false;
-  refer(item.bytes_ - kHeader, kHeader + item.length_);
+  Dicom_PackedElements const* const packed = pieces_ ? whole(item, surrounding) : nullptr;
+  if (!packed || !packed->HasHeader()) return false;
+  refer(packed->Bytes() - kHeader, kHeader + packed->Length());
   return true;
 }
 
 void Dicom_DataSetWriter::element(Dicom_ME const& element, Dicom_CharacterSet const& set) {
-  if ((element.tag_ & 0xFFFF) == 0 && element.tag_ >> 16 != 2) return; // a group length
-  if (element.bytes_) {
+  Dicom_Tag const tag = element.GetTag();
+  if (tag.Element() == 0 && tag.Group() != 2) return; // a group length
+  if (element.IsSlice()) {
     raw(element, set);
   } else {
-    typed(element, *element.value_, set);
+    typed(element, *element.GetValue(), set);
   }
 }
 
 void Dicom_DataSetWriter::raw(Dicom_ME const& element, Dicom_CharacterSet const& set) {
-  std::string_view const bytes(element.bytes_, element.length_);
-  Dicom_Origin const& origin = *element.origin_;
+  std::string_view const bytes = element.SliceBytes();
+  std::uint32_t const tag = element.GetTag().Number();
+  Dicom_Origin const& origin = *element.Origin();
   bool const same_set = Dicom_SameSet(*origin.character_set, set);
-  bool const changed = !as_read_ && element.has_changed();
-  Dicom_VR const vr = same_set && !changed ? element.vr_ : element.meaning();
+  bool const changed = !as_read_ && element.HasChanged();
+  Dicom_VR const vr = same_set && !changed ? element.GetVR() : element.Meaning();
   if (element.IsEncapsulated()) {
-    fragments(element.tag_, vr, bytes);
+    fragments(tag, vr, bytes);
   } else if (vr == Dicom_VR::SQ) {
     if (changed || !can_copy(origin, set)) {
       bool const around = std::exchange(as_read_, !changed);
       sequence(element, set);
       as_read_ = around;
-    } else if (element.undefined_length_) {
-      with_delimiter(element.tag_, vr, bytes);
+    } else if (element.HasUndefinedLength()) {
+      with_delimiter(tag, vr, bytes);
     } else {
-      put_header(element.tag_, vr, bytes.size());
+      put_header(tag, vr, bytes.size());
       refer(bytes.data(), bytes.size());
     }
-  } else if (element.undefined_length_) { // of unknown VR: items whose encoding is always the same
+  } else if (element.HasUndefinedLength()) { // of unknown VR: items whose encoding is always the same
     if (!is_shallow(origin)) {
       char const* const end = bytes.data() + bytes.size();
       failed_ |= !Dicom_CheckItems(bytes.data(), end, false, kUnknownVREncoding, depth_).ok;
     }
-    with_delimiter(element.tag_, vr, bytes);
-  } else if (Dicom_IsText(vr) && element.tag_ != kCharacterSetTag && !same_set && !Dicom_IsPlainAscii(bytes)) {
+    with_delimiter(tag, vr, bytes);
+  } else if (Dicom_IsText(vr) && tag != kCharacterSetTag && !same_set && !Dicom_IsPlainAscii(bytes)) {
     std::string storage;
-    leaf(element.tag_, vr, Dicom_EncodeText(element.GetText(), vr, set, storage), 0, false);
+    leaf(tag, vr, Dicom_EncodeText(element.GetText(), vr, set, storage), 0, false);
   } else {
-    leaf(element.tag_, element.vr_, bytes, 0, origin.encoding.big_endian, true);
+    leaf(tag, element.GetVR(), bytes, 0, origin.encoding.big_endian, true);
   }
 }
 
 void Dicom_DataSetWriter::typed(Dicom_ME const& element, Dicom_Type const& value, Dicom_CharacterSet const& set) {
-  if (element.vr_ == Dicom_VR::SQ) return sequence(element, set);
-  auto const* const other = Dicom_HasLongLength(element.vr_) ? dynamic_cast<Dicom_OtherType const*>(&value) : nullptr;
-  if (other && element.IsEncapsulated()) return fragments(element.tag_, element.vr_, other->Bytes());
-  if (other) return leaf(element.tag_, element.vr_, other->Bytes(), 0, false, true);
+  std::uint32_t const tag = element.GetTag().Number();
+  if (element.GetVR() == Dicom_VR::SQ) return sequence(element, set);
+  auto const* const other =
+      Dicom_HasLongLength(element.GetVR()) ? dynamic_cast<Dicom_OtherType const*>(&value) : nullptr;
+  if (other && element.IsEncapsulated()) return fragments(tag, element.GetVR(), other->Bytes());
+  if (other) return leaf(tag, element.GetVR(), other->Bytes(), 0, false, true);
   std::string bytes;
-  if (Dicom_StringType const* const text = Dicom_IsText(element.vr_) ? value.AsString() : nullptr) {
-    bool const declares = element.tag_ == kCharacterSetTag;
-    std::string_view const written = declares ? text->View() : Dicom_EncodeText(text->View(), element.vr_, set, bytes);
-    return leaf(element.tag_, element.vr_, written, text->Width(), false);
+  if (Dicom_StringType const* const text = Dicom_IsText(element.GetVR()) ? value.AsString() : nullptr) {
+    bool const declares = tag == kCharacterSetTag;
+    std::string_view const written =
+        declares ? text->View() : Dicom_EncodeText(text->View(), element.GetVR(), set, bytes);
+    return leaf(tag, element.GetVR(), written, text->Width(), false);
   }
   value.AppendBytes(bytes);
-  leaf(element.tag_, element.vr_, bytes, 0, false);
+  leaf(tag, element.GetVR(), bytes, 0, false);
 }
 
 /// In implicit VR a sequence that the dictionary doesn't know shows itself by its undefined length.
 void Dicom_DataSetWriter::sequence(Dicom_ME const& element, Dicom_CharacterSet const& set) {
-  bool const known = encoding_.explicit_vr || Dicom_ImplicitVR(element.tag_, false) == Dicom_VR::SQ;
-  if (!known && element.tag_ == kPixelDataTag) failed_ = true; // would pass for fragments
-  put_header(element.tag_, Dicom_VR::SQ, known ? 0 : kUndefinedLength);
+  std::uint32_t const tag = element.GetTag().Number();
+  bool const known = encoding_.explicit_vr || Dicom_ImplicitVR(tag, false) == Dicom_VR::SQ;
+  if (!known && tag == kPixelDataTag) failed_ = true; // would pass for fragments
+  put_header(tag, Dicom_VR::SQ, known ? 0 : kUndefinedLength);
   Place const place = last_length();
   auto const* value = dynamic_cast<Dicom_SQ const*>(element.GetValue());
   if (value && value->GetSequence()) Items(*value->GetSequence(), set);

@@ -29,6 +29,8 @@ public:
 private:
   bool fits() const { return !out_ || length_ <= capacity_; }
   void message(Dicom_Msg const& msg, Dicom_CharacterSet const& surrounding);
+  /// The bytes of a message, if they can be copied as they are.
+  Dicom_PackedElements const* whole(Dicom_Msg const& msg, Dicom_CharacterSet const& set) const;
   bool copy_with_header(Dicom_Msg const& item, Dicom_CharacterSet const& surrounding);
   void element(Dicom_ME const& element, Dicom_CharacterSet const& set);
   void raw(Dicom_ME const& element, Dicom_CharacterSet const& set);

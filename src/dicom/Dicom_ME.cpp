@@ -132,8 +132,8 @@ std::unique_ptr<Dicom_Type> MakeBinary(Dicom_VR vr, std::string_view bytes, Dico
 
 Dicom_ME::Dicom_ME(Dicom_Tag const& tag, std::unique_ptr<Dicom_Type> value)
     : tag_(tag.IsUnresolved() ? tag.Number() | kNoBlock : tag.Number()), value_(std::move(value)) {
-  if (!value_) value_ = std::make_unique<Dicom_UN>();
-  vr_ = value_->GetVR();
+  if (!value_.Get()) value_.Reset(std::make_unique<Dicom_UN>());
+  vr_ = GetValue()->GetVR();
   undefined_length_ = IsEncapsulated();
 }
 
@@ -144,11 +144,11 @@ Dicom_ME::Dicom_ME(Dicom_Tag const& tag, Dicom_Type* value, int copy, int* statu
 
 Dicom_ME::Dicom_ME(Dicom_ME const& other)
     : tag_(other.tag_), vr_(other.vr_), undefined_length_(other.undefined_length_), value_(other.GetValue()->Clone()) {
-  if (vr_ == Dicom_VR::UN) vr_ = value_->GetVR();
+  if (vr_ == Dicom_VR::UN) vr_ = GetValue()->GetVR();
 }
 
 Dicom_ME::Dicom_ME(int fd, unsigned* consumed, Dicom_TransferSyntax const& syntax, Dicom_Msg const* home, int* error) {
-  value_ = std::make_unique<Dicom_UN>();
+  value_.Reset(std::make_unique<Dicom_UN>());
   std::string bytes;
   Dicom_RawElement found;
   *error = Dicom_ReadElementFrom(fd, {syntax.IsExplicitVR(), syntax.IsBigEndian()}, &bytes, &found);
@@ -168,7 +168,7 @@ Dicom_ME::Dicom_ME(int fd, unsigned length, unsigned* read_length, Dicom_Transfe
 }
 
 Dicom_ME::Dicom_ME(char const* buffer, unsigned length, int, unsigned* consumed, int* error) {
-  value_ = std::make_unique<Dicom_UN>();
+  value_.Reset(std::make_unique<Dicom_UN>());
   Dicom_RawElement found;
   *error = buffer && Dicom_ReadElement(buffer, buffer + length, {}, &found) ? 0 : -1;
   if (consumed) *consumed = *error == 0 ? unsigned(found.next - buffer) : 0;
@@ -182,11 +182,11 @@ void Dicom_ME::own(Dicom_RawElement const& raw, Dicom_TransferSyntax const& synt
       Dicom_CharacterSet::Make(home && !home->IsEmpty() ? home->GetCharacterSet().Terms() : std::string_view());
   origin->syntax_uid = syntax.GetUID().View();
   Dicom_ME sliced;
-  sliced.slice(raw, origin.get());
+  sliced.Slice(raw, origin.get());
   *this = Dicom_ME(sliced);
 }
 
-void Dicom_ME::slice(Dicom_RawElement const& raw, Dicom_Origin const* origin) {
+void Dicom_ME::Slice(Dicom_RawElement const& raw, Dicom_Origin const* origin) {
   tag_ = raw.tag;
   vr_ = raw.vr;
   if (vr_ == Dicom_VR::US && origin->signed_pixels &&
@@ -196,23 +196,23 @@ void Dicom_ME::slice(Dicom_RawElement const& raw, Dicom_Origin const* origin) {
   length_ = raw.length;
   bytes_ = raw.value;
   origin_ = origin;
-  value_.reset();
+  value_.Reset();
 }
 
-Dicom_ME Dicom_ME::same_slice() const {
+Dicom_ME Dicom_ME::SameSlice() const {
   Dicom_ME copy;
-  copy.slice({tag_, vr_, undefined_length_, bytes_, length_, nullptr}, origin_);
+  copy.Slice({tag_, vr_, undefined_length_, bytes_, length_, nullptr}, origin_);
   return copy;
 }
 
 bool Dicom_ME::IsEncapsulated() const {
   if (bytes_) return undefined_length_ && (vr_ == Dicom_VR::OB || vr_ == Dicom_VR::OW);
   if (Dicom_IsText(vr_)) return false;
-  auto const* other = dynamic_cast<Dicom_OtherType const*>(value_.get());
+  auto const* other = dynamic_cast<Dicom_OtherType const*>(value_.Get());
   return other && other->IsEncapsulated();
 }
 
-Dicom_VR Dicom_ME::meaning() const {
+Dicom_VR Dicom_ME::Meaning() const {
   if (!bytes_ || vr_ != Dicom_VR::UN) return vr_;
   if (undefined_length_) return Dicom_VR::SQ;
   Dicom_VR const known = Dicom_DataDictionary::VROf(std::uint16_t(tag_ >> 16), std::uint16_t(tag_));
@@ -223,14 +223,13 @@ Dicom_VR Dicom_ME::meaning() const {
 }
 
 Dicom_Type const* Dicom_ME::GetValue() const {
-  if (!value_) value_ = make_value();
-  return value_.get();
+  return &value_.GetOr([this] { return make_value(); });
 }
 
 std::unique_ptr<Dicom_Type> Dicom_ME::make_value() const {
   std::string_view const bytes(bytes_, length_);
   if (IsEncapsulated()) return std::make_unique<Dicom_OB>(bytes_, length_, 0, nullptr, origin_->syntax_uid);
-  Dicom_VR const vr = meaning();
+  Dicom_VR const vr = Meaning();
   if (Dicom_IsText(vr)) {
     auto const& set = tag_ == kCharacterSetTag ? Dicom_UndeclaredSet() : origin_->character_set;
     return MakeTextOf(vr, Dicom_DecodeText(bytes, vr, *set));
@@ -238,20 +237,21 @@ std::unique_ptr<Dicom_Type> Dicom_ME::make_value() const {
   // what UN stands for is encoded as in implicit VR little endian, whatever the file's syntax
   bool const big_endian = vr == vr_ && origin_->encoding.big_endian;
   if (vr != Dicom_VR::SQ) return MakeBinary(vr, bytes, big_endian ? Dicom_Endianity::Big : Dicom_Endianity::Little);
+  return make_sequence(vr != vr_);
+}
+
+std::unique_ptr<Dicom_Type> Dicom_ME::make_sequence(bool is_unknown) const {
   std::shared_ptr<Dicom_Origin const> origin = origin_->shared_from_this();
-  if (vr != vr_) {
+  if (is_unknown) {
     auto const inner = std::make_shared<Dicom_Origin>(*origin);
     inner->encoding = kUnknownVREncoding;
     origin = inner;
   }
-  auto value = std::make_unique<Dicom_SQ>();
-  value->owned_.reset(new Dicom_Sequence(origin, bytes_, bytes_ + length_));
-  value->sequence_ = value->owned_.get();
-  return value;
+  return std::make_unique<Dicom_SQ>(new Dicom_Sequence(origin, bytes_, bytes_ + length_));
 }
 
 std::unique_ptr<Dicom_Type> Dicom_ME::unknown_as(Dicom_VR vr) const {
-  if (vr_ != Dicom_VR::UN || undefined_length_ || meaning() != Dicom_VR::UN) return nullptr;
+  if (vr_ != Dicom_VR::UN || undefined_length_ || Meaning() != Dicom_VR::UN) return nullptr;
   std::string bytes;
   GetValue()->AppendBytes(bytes);
   auto const& set = origin_ ? *origin_->character_set : *Dicom_UndeclaredSet();
@@ -262,14 +262,16 @@ std::unique_ptr<Dicom_Type> Dicom_ME::unknown_as(Dicom_VR vr) const {
   return is_number ? MakeBinary(vr, bytes, Dicom_Endianity::Little) : nullptr;
 }
 
-bool Dicom_ME::has_changed() const {
-  if (!bytes_ || !value_ || value_->GetVR() != Dicom_VR::SQ) return false;
-  auto const* value = dynamic_cast<Dicom_SQ const*>(value_.get());
-  return value && value->sequence_->HasChanged();
+bool Dicom_ME::HasChanged() const {
+  Dicom_Type const* const known = bytes_ ? value_.Get() : nullptr;
+  if (!known || known->GetVR() != Dicom_VR::SQ) return false;
+  auto const* value = dynamic_cast<Dicom_SQ const*>(known);
+  return value && value->GetSequence()->HasChanged();
 }
 
-bool Dicom_ME::plain_text(std::string_view* text) const {
-  if (auto const* value = value_ ? value_->AsString() : nullptr) {
+bool Dicom_ME::PlainText(std::string_view* text) const {
+  Dicom_Type const* const known = value_.Get();
+  if (auto const* value = known ? known->AsString() : nullptr) {
     *text = value->View();
     return true;
   }
@@ -283,14 +285,14 @@ bool Dicom_ME::plain_text(std::string_view* text) const {
 
 bool Dicom_ME::IsEmpty() const {
   std::string_view text;
-  if (plain_text(&text)) return text.empty();
+  if (PlainText(&text)) return text.empty();
   if (bytes_ && vr_ != Dicom_VR::SQ && !undefined_length_) return length_ == 0;
   return GetValue()->IsEmpty();
 }
 
 std::string Dicom_ME::GetText() const {
   std::string_view text;
-  return plain_text(&text) ? std::string(text) : GetValue()->GetText();
+  return PlainText(&text) ? std::string(text) : GetValue()->GetText();
 }
 
 double Dicom_ME::number() const {
@@ -301,13 +303,13 @@ double Dicom_ME::number() const {
 
 bool Dicom_ME::Match(Dicom_ME const& key) const {
   std::string_view text, wanted;
-  if (vr_ != Dicom_VR::UN && plain_text(&text) && key.plain_text(&wanted)) return Dicom_MatchText(vr_, text, wanted);
+  if (vr_ != Dicom_VR::UN && PlainText(&text) && key.PlainText(&wanted)) return Dicom_MatchText(vr_, text, wanted);
   return GetValue()->Match(*key.GetValue()) != 0;
 }
 
 bool Dicom_ME::MatchText(std::string_view wanted) const {
   std::string_view text;
-  return plain_text(&text) ? Dicom_MatchText(vr_, text, wanted) : Dicom_MatchText(vr_, GetText(), wanted);
+  return PlainText(&text) ? Dicom_MatchText(vr_, text, wanted) : Dicom_MatchText(vr_, GetText(), wanted);
 }
 
 unsigned Dicom_ME::FindLenFromBuffer(void const* buffer, Dicom_TransferSyntax const& syntax, Dicom_VR vr,

@@ -5,6 +5,7 @@
 #include "dicom/Dicom_DescriptorReader.h"
 #include "dicom/Dicom_Fragments.h"
 #include "dicom/Dicom_ImagePixel.h"
+#include "dicom/Dicom_OpenElements.h"
 
 #include <infra/Klb_LogFile.h>
 
@@ -14,170 +15,119 @@
 
 Dicom_Msg::Dicom_Msg() = default;
 Dicom_Msg::~Dicom_Msg() = default;
-Dicom_Msg::Dicom_Msg(Dicom_Msg&& other) noexcept { *this = std::move(other); }
+Dicom_Msg::Dicom_Msg(Dicom_PackedElements elements) : packed_(std::move(elements)) {}
 
 /// The other one is empty afterwards.
+Dicom_Msg::Dicom_Msg(Dicom_Msg&& other) noexcept
+    : packed_(std::move(other.packed_)), open_(std::move(other.open_)), original_(std::exchange(other.original_, {})) {}
+
 Dicom_Msg& Dicom_Msg::operator=(Dicom_Msg&& other) noexcept {
   if (this == &other) return *this;
-  origin_ = std::move(other.origin_);
-  bytes_ = std::exchange(other.bytes_, nullptr);
-  length_ = std::exchange(other.length_, 0);
-  elements_ = std::move(other.elements_);
-  other.elements_.clear();
-  own_origin_ = std::move(other.own_origin_);
-  declared_ = std::move(other.declared_);
+  packed_ = std::move(other.packed_);
+  open_ = std::move(other.open_);
   original_ = std::exchange(other.original_, {});
-  walks_left_ = std::exchange(other.walks_left_, 0);
-  changed_ = std::exchange(other.changed_, false);
-  has_header_ = std::exchange(other.has_header_, false);
   return *this;
 }
 
-Dicom_Msg::Dicom_Msg(std::shared_ptr<Dicom_Origin const> origin, char const* bytes, std::size_t length)
-    : origin_(std::move(origin)), bytes_(bytes), length_(length) {}
-
 Dicom_Msg::Dicom_Msg(Dicom_Msg const& other) {
-  if (other.origin_ && !other.origin_->buffer) { // bytes that a caller keeps, for as long as `other` lives
-    *this = std::move(*other.detached());
-    return;
+  Dicom_Origin const* const origin = other.elements().Origin().get();
+  Dicom_OpenElements const* const open = other.open_.Get();
+  if (origin && !origin->buffer) { // bytes that a caller keeps, for as long as `other` lives
+    *this = other.Detached();
+  } else if (open && !other.AsRead()) {
+    open_.Reset(std::make_unique<Dicom_OpenElements>(*open));
+    original_ = other.original_;
+  } else {
+    packed_ = other.packed_;
+    original_ = other.original_;
   }
-  origin_ = other.origin_;
-  bytes_ = other.bytes_;
-  length_ = other.length_;
-  own_origin_ = other.own_origin_;
-  original_ = other.original_;
-  has_header_ = other.has_header_;
-  walks_left_ = other.walks_left_;
-  changed_ = other.HasChanged();
-  elements_.reserve(other.elements_.size());
-  // slices stay slices, as this message keeps their bytes alive too
-  for (Dicom_ME const& e : other.elements_)
-    elements_.push_back(e.bytes_ && !e.has_changed() ? e.same_slice() : Dicom_ME(e));
 }
 
 Dicom_Msg& Dicom_Msg::operator=(Dicom_Msg const& other) { return *this = Dicom_Msg(other); }
 
+Dicom_Msg Dicom_Msg::Detached() const {
+  Dicom_PackedElements const* const packed = AsRead();
+  if (packed) return Dicom_Msg(packed->Detached());
+  Dicom_Msg copy;
+  if (open_.Get()) copy.open_.Reset(open_.Get()->Detached());
+  return copy;
+}
+
+// Reading
+
+int Dicom_Msg::read(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,
+                    std::size_t length, Dicom_Elements const* neighbour) {
+  std::string why;
+  if (packed_.Read(std::move(buffer), syntax, bytes, length, neighbour, &why) == 0) return 0;
+  DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
+  return -1;
+}
+
 Dicom_Msg::Dicom_Msg(char const* buffer, unsigned length, int copy, int* error, int) {
-  *error = -1;
   std::shared_ptr<Util_Buffer const> own;
   buffer = Dicom_TakeBytes(buffer, length, copy, &own);
-  if (!buffer) return;
-  std::string why;
-  *error = take(std::move(own), Dicom_TransferSyntax::Native(), buffer, length, nullptr, &why);
-  if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
+  *error = buffer ? read(std::move(own), Dicom_TransferSyntax::Native(), buffer, length) : -1;
 }
 
 Dicom_Msg::Dicom_Msg(int fd, unsigned length, unsigned* read_length, Dicom_TransferSyntax const& syntax, int* error,
                      int) {
-  *error = -1;
-  if (read_length) *read_length = 0;
-  std::shared_ptr<Util_Buffer const> buffer = Dicom_ReadBytesFrom(fd, length);
-  if (!buffer) return;
-  *this = Dicom_Msg(std::move(buffer), syntax, error);
-  if (*error == 0 && read_length) *read_length = length;
+  std::shared_ptr<Util_Buffer const> const buffer = Dicom_ReadBytesFrom(fd, length);
+  *error = buffer ? read(buffer, syntax, buffer->data(), length) : -1;
+  if (read_length) *read_length = *error == 0 ? length : 0;
 }
 
 Dicom_Msg::Dicom_Msg(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, int* error) {
   char const* const bytes = buffer->data();
   std::size_t const length = buffer->size();
-  std::string why;
-  *error = take(std::move(buffer), syntax, bytes, length, nullptr, &why);
-  if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
+  *error = read(std::move(buffer), syntax, bytes, length);
 }
 
 Dicom_Msg::Dicom_Msg(std::shared_ptr<Util_Buffer const> const& buffer, char const* bytes, std::size_t length,
                      Dicom_TransferSyntax const& syntax, Dicom_Msg const* neighbour, int* error) {
-  std::string why;
-  *error = take(buffer, syntax, bytes, length, neighbour, &why);
-  if (*error == -1) DISK_LOG(3, "Dicom_Msg: %s\n", why.c_str());
+  *error = read(buffer, syntax, bytes, length, neighbour ? &neighbour->elements() : nullptr);
 }
 
-int Dicom_Msg::take(std::shared_ptr<Util_Buffer const> buffer, Dicom_TransferSyntax const& syntax, char const* bytes,
-                    std::size_t length, Dicom_Msg const* neighbour, std::string* error) {
-  Dicom_Check check = Dicom_CheckDataSet(bytes, bytes + length, {syntax.IsExplicitVR(), syntax.IsBigEndian()});
-  if (!check.ok) {
-    *error = check.error;
-    return -1;
-  }
-  bytes_ = bytes;
-  length_ = check.length;
-  has_header_ = false;
-  Dicom_Origin const* const known = neighbour ? neighbour->origin_.get() : nullptr;
-  bool const alike = known && known->buffer == buffer && known->canonical && check.canonical && !known->extents &&
-                     check.extents.empty() && known->depth == check.depth && !known->nested_fragments &&
-                     !check.nested_fragments;
-  origin_ = alike ? neighbour->origin_ : Dicom_MakeOrigin(std::move(buffer), syntax, std::move(check));
-  return 0;
+void Dicom_Msg::SetOriginalBuffer(std::shared_ptr<Util_Buffer const> const& file) {
+  // the origin keeps the bytes alive
+  Dicom_Origin const* const origin = elements().Origin().get();
+  if (file && origin && origin->buffer == file) original_ = {file->data(), file->size()};
 }
 
-namespace {
+// The two forms
 
-/// A value whose bytes depend on the byte order, or a nested one, declares nothing, whatever it holds.
-bool MayDeclareCharacterSet(Dicom_VR vr, bool undefined_length) {
-  return Dicom_UnitSize(vr) == 1 && vr != Dicom_VR::SQ && !undefined_length;
+/// The form that tells the whole truth: items that were got from the open form may have been changed.
+Dicom_Elements const& Dicom_Msg::elements() const {
+  if (Dicom_OpenElements const* const open = open_.Get()) return *open;
+  return packed_;
 }
 
-} // namespace
-
-/// The origin with what the message itself says about its elements: the character set of text, and in implicit VR
-/// whether pixel attributes are signed. Nested items inherit it.
-Dicom_Origin const* Dicom_Msg::own_origin() const {
-  if (own_origin_ || !bytes_) return own_origin_ ? own_origin_.get() : origin_.get();
-  constexpr std::uint32_t kPixelRepresentation = 0x00280103;
-  bool const implicit = !origin_->encoding.explicit_vr;
-  std::uint32_t const last = implicit ? kPixelRepresentation : kCharacterSetTag;
-  std::shared_ptr<Dicom_Origin> own;
-  bool has_set = false, has_sign = false; // of two elements with one tag the first counts
-  Dicom_RawElement e;
-  char const* const end = bytes_ + length_;
-  for (char const* p = bytes_; p < end && Dicom_ReadElement(p, end, origin_->encoding, &e, origin_->extents.get());
-       p = e.next) {
-    if (e.tag > last && origin_->canonical) break;
-    bool const set = e.tag == kCharacterSetTag && !has_set && MayDeclareCharacterSet(e.vr, e.undefined_length);
-    bool const sign = implicit && e.tag == kPixelRepresentation && !has_sign && e.length >= 2;
-    if ((set || sign) && !own) own = std::make_shared<Dicom_Origin>(*origin_);
-    if (set) own->character_set = Dicom_CharacterSet::Make({e.value, e.length});
-    if (sign) own->signed_pixels = Dicom_Load16(e.value, false) == 1;
-    has_set |= set;
-    has_sign |= sign;
-  }
-  own_origin_ = own ? std::move(own) : origin_;
-  return own_origin_.get();
+Dicom_PackedElements const* Dicom_Msg::AsRead(bool is_unchanged) const {
+  return packed_.Holds() && (is_unchanged || !HasChanged()) ? &packed_ : nullptr;
 }
 
-void Dicom_Msg::parse() const {
-  if (!bytes_) return;
-  Dicom_Origin const* const origin = own_origin();
-  char const* const end = bytes_ + length_;
-  bool sorted = true;
-  Dicom_RawElement raw;
-  for (char const* p = bytes_; p < end && Dicom_ReadElement(p, end, origin->encoding, &raw, origin->extents.get());
-       p = raw.next) {
-    if (raw.tag >> 16 == 0xFFFE) continue; // a stray delimiter
-    Dicom_ME e;
-    e.slice(raw, origin);
-    sorted = sorted && (elements_.empty() || elements_.back().tag_ < e.tag_);
-    elements_.push_back(std::move(e));
-  }
-  bytes_ = nullptr;
-  if (!sorted) { // of two elements with one tag the first counts
-    auto const lower = [](Dicom_ME const& a, Dicom_ME const& b) { return a.tag_ < b.tag_; };
-    auto const equal = [](Dicom_ME const& a, Dicom_ME const& b) { return a.tag_ == b.tag_; };
-    std::stable_sort(elements_.begin(), elements_.end(), lower);
-    elements_.erase(std::unique(elements_.begin(), elements_.end(), equal), elements_.end());
-  }
+Dicom_PackedElements const* Dicom_Msg::ToWalk() const {
+  return open_.Get() || !packed_.IsInOrder() ? nullptr : &packed_;
 }
 
-/// Otherwise the elements are out of order perhaps, or to be looked at as a whole before their VRs are known.
-bool Dicom_Msg::is_in_order() const { return bytes_ && origin_->canonical && origin_->encoding.explicit_vr; }
+Dicom_OpenElements const& Dicom_Msg::Opened() const {
+  return open_.GetOr([this] { return std::make_unique<Dicom_OpenElements>(packed_); });
+}
+
+Dicom_OpenElements& Dicom_Msg::open() {
+  Opened();
+  if (packed_.Holds()) packed_.Drop();
+  return *open_.Get();
+}
 
 void Dicom_Msg::BringInOrder() {
-  if (origin_ && !HasChanged()) Condense();
+  if (elements().Origin() && !HasChanged()) Condense();
 }
 
 void Dicom_Msg::Condense() {
+  if (!HasChanged() && packed_.Holds() && packed_.IsInOrder()) return open_.Reset();
+  Dicom_Origin const* const origin = elements().Origin().get();
   // text by a declaration around the message would lose it
-  if (is_in_order() || (origin_ && !Dicom_SameSet(*origin_->character_set, *Dicom_UndeclaredSet()))) return;
+  if (origin && !Dicom_SameSet(*origin->character_set, *Dicom_UndeclaredSet())) return;
   if (GetEncapsulatedSyntax() != UI_NULL) return; // which the bytes alone don't tell
   // behind the header of an item, so that a directory file is written from here
   constexpr unsigned kHeader = 8;
@@ -186,66 +136,35 @@ void Dicom_Msg::Condense() {
   if (!bytes || Dump(bytes->data() + kHeader, length) == -1) return;
   Dicom_PutItemHeader(bytes->data(), length);
   std::string why;
-  Dicom_Msg ordered;
-  if (ordered.take(bytes, Dicom_TransferSyntax::Native(), bytes->data() + kHeader, length, nullptr, &why) == -1) return;
-  ordered.has_header_ = true;
-  *this = std::move(ordered);
+  Dicom_PackedElements ordered;
+  char const* const start = bytes->data() + kHeader;
+  if (ordered.Read(bytes, Dicom_TransferSyntax::Native(), start, length, nullptr, &why) == -1) return;
+  *this = Dicom_Msg(Dicom_PackedElements(ordered.Origin(), start, ordered.Length(), true));
 }
 
-std::size_t Dicom_Msg::position(std::uint32_t tag) const {
-  auto const lower = [](Dicom_ME const& e, std::uint32_t number) { return e.tag_ < number; };
-  return std::size_t(std::lower_bound(elements_.begin(), elements_.end(), tag, lower) - elements_.begin());
-}
+bool Dicom_Msg::HasChanged() const { return elements().HasChanged(); }
+
+bool Dicom_Msg::IsEmpty() const { return elements().IsEmpty(); }
+
+// Finding
 
 Dicom_ME const* Dicom_Msg::lookup(std::uint32_t tag, Dicom_ME& storage) const {
   if (tag == 0) return nullptr;
-  if (!bytes_) {
-    std::size_t const i = position(tag);
-    return i < elements_.size() && elements_[i].tag_ == tag ? &elements_[i] : nullptr;
-  }
-  if (walks_left_ > 0 && --walks_left_ == 0) {
-    parse();
-    return lookup(tag, storage);
-  }
-  Dicom_ElementCursor cursor(*this, tag);
-  if (!bytes_) return lookup(tag, storage); // its order had to be made sure of
-  if (cursor.AtEnd() || cursor.Element().tag_ != tag) return nullptr;
-  storage = cursor.Element().same_slice();
-  return &storage;
+  if (!open_.Get() && packed_.IsWorthOpening()) return Opened().Find(tag, storage);
+  return elements().Find(tag, storage);
 }
 
 std::uint32_t Dicom_Msg::Resolve(Dicom_Tag const& tag) const {
   if (tag.implementor_.empty()) return tag.number_;
   std::uint32_t const group = tag.number_ & 0xFFFF0000;
-  for (Dicom_ElementCursor c(*this, group | 0x10); !c.AtEnd() && c.Element().tag_ <= (group | 0xFF); c.Next()) {
+  for (Dicom_ElementCursor c(*this, group | 0x10); !c.AtEnd(); c.Next()) {
+    std::uint32_t const creator = c.Element().GetTag().Number();
+    if (creator > (group | 0xFF)) break;
     std::string_view text;
-    std::uint32_t const creator = c.Element().tag_;
-    if (c.Element().plain_text(&text) ? text == tag.implementor_ : c.Element().GetText() == tag.implementor_)
+    if (c.Element().PlainText(&text) ? text == tag.implementor_ : c.Element().GetText() == tag.implementor_)
       return tag.creator_ ? creator : group | (creator & 0xFF) << 8 | (tag.number_ & 0xFF);
   }
   return 0;
-}
-
-std::uint32_t Dicom_Msg::reserve(Dicom_Tag const& tag, std::uint32_t wanted) {
-  std::uint32_t const found = Resolve(tag);
-  if (found || tag.implementor_.empty()) return found;
-  parse();
-  std::uint32_t const group = tag.number_ & 0xFFFF0000;
-  std::uint32_t block = wanted;
-  if (!is_free_block(group | block)) block = 0x10;
-  while (block <= 0xFF && !is_free_block(group | block))
-    ++block;
-  if (block > 0xFF) return 0;
-  put(Dicom_ME(Dicom_Tag(group | block), std::make_unique<Dicom_LO>(tag.implementor_)));
-  return tag.creator_ ? group | block : group | block << 8 | (tag.number_ & 0xFF);
-}
-
-/// Neither the creator element nor elements that have lost theirs.
-bool Dicom_Msg::is_free_block(std::uint32_t creator) const {
-  std::uint32_t const first = (creator & 0xFFFF0000) | (creator & 0xFF) << 8;
-  std::size_t const i = position(creator), j = position(first);
-  return (i == elements_.size() || elements_[i].tag_ != creator) &&
-         (j == elements_.size() || elements_[j].tag_ > (first | 0xFF));
 }
 
 Dicom_Type const* Dicom_Msg::Get(Dicom_Tag const& tag) const {
@@ -254,9 +173,10 @@ Dicom_Type const* Dicom_Msg::Get(Dicom_Tag const& tag) const {
 }
 
 Dicom_ME const* Dicom_Msg::Find(Dicom_Tag const& tag) const {
-  parse();
   Dicom_ME unused;
-  return lookup(Resolve(tag), unused);
+  Dicom_OpenElements const& opened = Opened();
+  std::uint32_t const number = Resolve(tag);
+  return number == 0 ? nullptr : opened.Find(number, unused);
 }
 
 bool Dicom_Msg::Has(Dicom_Tag const& tag) const {
@@ -275,18 +195,30 @@ bool Dicom_Msg::TextEquals(Dicom_Tag const& tag, std::string_view text) const {
   Dicom_ME const* element = lookup(Resolve(tag), storage);
   std::string_view own;
   if (!element) return false;
-  return element->plain_text(&own) ? own == text : element->GetText() == text;
+  return element->PlainText(&own) ? own == text : element->GetText() == text;
 }
 
-void Dicom_Msg::put(Dicom_ME element) {
-  parse();
-  changed_ = true;
-  std::size_t const i = position(element.tag_);
-  if (i < elements_.size() && elements_[i].tag_ == element.tag_) {
-    elements_[i] = std::move(element);
-  } else {
-    elements_.insert(elements_.begin() + std::ptrdiff_t(i), std::move(element));
-  }
+int Dicom_Msg::GetNElements() const { return int(Opened().All().size()); }
+
+Dicom_ME const* Dicom_Msg::GetElement(int i) const {
+  auto const& all = Opened().All();
+  return i >= 0 && std::size_t(i) < all.size() ? &all[std::size_t(i)] : nullptr;
+}
+
+// Changing
+
+std::uint32_t Dicom_Msg::reserve(Dicom_Tag const& tag, std::uint32_t wanted) {
+  std::uint32_t const found = Resolve(tag);
+  if (found || tag.implementor_.empty()) return found;
+  Dicom_OpenElements const& known = Opened();
+  std::uint32_t const group = tag.number_ & 0xFFFF0000;
+  std::uint32_t block = wanted;
+  if (!known.IsFreeBlock(group | block)) block = 0x10;
+  while (block <= 0xFF && !known.IsFreeBlock(group | block))
+    ++block;
+  if (block > 0xFF) return 0;
+  open().Put(Dicom_ME(Dicom_Tag(group | block), std::make_unique<Dicom_LO>(tag.implementor_)));
+  return tag.creator_ ? group | block : group | block << 8 | (tag.number_ & 0xFF);
 }
 
 namespace {
@@ -304,72 +236,53 @@ int Dicom_Msg::Set(Dicom_Tag const& tag, Dicom_Type const* value) {
   if (!value || (tag.implementor_.empty() && !IsElementTag(tag.number_))) return -1;
   std::uint32_t const number = reserve(tag);
   if (number == 0) return -1;
-  put(Dicom_ME(Dicom_Tag(number), value->Clone()));
+  open().Put(Dicom_ME(Dicom_Tag(number), value->Clone()));
   return 0;
 }
 
 int Dicom_Msg::Remove(Dicom_Tag const& tag) {
-  parse();
   std::uint32_t const number = Resolve(tag);
-  std::size_t const i = position(number);
-  if (number == 0 || i == elements_.size() || elements_[i].tag_ != number) return 0;
-  elements_.erase(elements_.begin() + std::ptrdiff_t(i));
-  changed_ = true;
+  if (number != 0 && Opened().Has(number)) open().Remove(number);
   return 0;
 }
 
 int Dicom_Msg::Add(Dicom_ME* element, int copy) {
-  if (!element || !IsElementTag(element->tag_)) return -1;
+  if (!element || !IsElementTag(element->GetTag().Number())) return -1;
   if (copy) {
-    put(Dicom_ME(*element));
+    open().Put(Dicom_ME(*element));
   } else {
     std::unique_ptr<Dicom_ME> const taken(element);
-    put(std::move(*taken));
+    open().Put(std::move(*taken));
   }
   return 0;
 }
 
 int Dicom_Msg::Add(Dicom_ME element) {
-  if (!IsElementTag(element.tag_)) return -1;
-  put(std::move(element));
+  if (!IsElementTag(element.GetTag().Number())) return -1;
+  open().Put(std::move(element));
   return 0;
-}
-
-int Dicom_Msg::GetNElements() const {
-  parse();
-  return int(elements_.size());
-}
-
-Dicom_ME const* Dicom_Msg::GetElement(int i) const {
-  parse();
-  return i >= 0 && std::size_t(i) < elements_.size() ? &elements_[std::size_t(i)] : nullptr;
 }
 
 int Dicom_Msg::Update(Dicom_Msg const& other, bool replace, bool only_existing) {
   int result = 0;
-  for (int i = 0; i < other.GetNElements(); ++i) {
-    Dicom_ME const& e = *other.GetElement(i);
-    Dicom_Tag tag = e.GetTag();
+  for (Dicom_ME const& e : other.Opened().All()) {
+    std::uint32_t const place = e.GetTag().Number();
+    Dicom_Tag tag(place);
     tag.Unresolve(other);
-    if (other.Resolve(tag) != e.tag_) tag = e.GetTag(); // a creator's second block; its attributes stay in it
+    if (other.Resolve(tag) != place) tag = Dicom_Tag(place); // a creator's second block; its attributes stay in it
     bool const known = Has(tag);
     if ((known && (!replace || tag.creator_)) || (!known && only_existing)) continue;
     Dicom_ME copy(e);
-    copy.tag_ = reserve(tag, (tag.creator_ ? e.tag_ : e.tag_ >> 8) & 0xFF);
-    if (copy.tag_) {
-      put(std::move(copy));
+    std::uint32_t const number = reserve(tag, (tag.creator_ ? place : place >> 8) & 0xFF);
+    if (number) {
+      copy.Renumber(number);
+      open().Put(std::move(copy));
     } else {
       result = -1;
     }
   }
   return result;
 }
-
-bool Dicom_Msg::HasChanged() const {
-  return changed_ || std::any_of(elements_.begin(), elements_.end(), [](Dicom_ME const& e) { return e.has_changed(); });
-}
-
-bool Dicom_Msg::IsEmpty() const { return bytes_ ? length_ == 0 : elements_.empty(); }
 
 unsigned Dicom_Msg::GetDumpLen() const { return GetDumpLen(Dicom_TransferSyntax::Native(), 0, {}); }
 
@@ -390,78 +303,42 @@ int Dicom_Msg::Dump(char* buffer, unsigned length, Dicom_TransferSyntax const& s
   return writer.Ok() && writer.Length() == length && length <= INT_MAX ? int(length) : -1;
 }
 
-std::unique_ptr<Dicom_Msg> Dicom_Msg::detached() const {
-  auto copy = std::make_unique<Dicom_Msg>();
-  auto origin = std::make_shared<Dicom_Origin>();
-  if (origin_) *origin = *origin_;
-  origin->extents = nullptr;
-  origin->buffer = Util_Buffer::Make(0);
-  if (!bytes_) {
-    copy->origin_ = std::move(origin);
-    copy->elements_.reserve(elements_.size());
-    for (Dicom_ME const& e : elements_)
-      copy->elements_.push_back(Dicom_ME(e));
-    return copy;
-  }
-  std::shared_ptr<Util_Buffer> const own = Util_Buffer::Make(length_);
-  if (!own) return copy;
-  std::copy(bytes_, bytes_ + length_, own->data());
-  Dicom_Check check = Dicom_CheckDataSet(own->data(), own->data() + length_, origin->encoding);
-  origin->extents = std::make_shared<Dicom_Extents const>(std::move(check.extents));
-  origin->canonical = check.canonical;
-  origin->depth = check.depth;
-  origin->buffer = own;
-  copy->origin_ = std::move(origin);
-  copy->bytes_ = own->data();
-  copy->length_ = check.length;
-  return copy;
-}
-
 // Character sets
 
-Dicom_CharacterSet const& Dicom_Msg::GetCharacterSet() const {
-  if (bytes_) return *own_origin()->character_set;
-  declared_ = declared_set();
-  if (declared_) return *declared_;
-  return origin_ ? *origin_->character_set : *Dicom_UndeclaredSet();
+Dicom_CharacterSet const& Dicom_Msg::GetCharacterSet() const { return elements().CharacterSet(); }
+
+namespace {
+
+Dicom_ME Utf8Declaration() { return Dicom_ME(Dicom_Tag(kCharacterSetTag), std::make_unique<Dicom_CS>("ISO_IR 192")); }
+
+bool IsAsRead(Dicom_ME const& e, Dicom_CharacterSet const& set) {
+  return e.IsSlice() && !e.HasChanged() && Dicom_SameSet(*e.Origin()->character_set, set);
 }
 
-std::shared_ptr<Dicom_CharacterSet const> Dicom_Msg::declared_set() const {
-  parse();
-  std::size_t const i = position(kCharacterSetTag);
-  if (i == elements_.size() || elements_[i].tag_ != kCharacterSetTag) return nullptr;
-  Dicom_ME const& e = elements_[i];
-  if (!MayDeclareCharacterSet(e.vr_, e.undefined_length_)) return nullptr;
-  return e.bytes_ ? e.origin_->character_set : Dicom_CharacterSet::Make(e.GetText());
-}
+} // namespace
 
 void Dicom_Msg::SettleCharacterSet() {
-  if (!HasChanged() || settle(*Dicom_UndeclaredSet())) return;
-  put(Dicom_ME(Dicom_Tag(kCharacterSetTag), std::make_unique<Dicom_CS>("ISO_IR 192")));
+  if (HasChanged() && !settle(*Dicom_UndeclaredSet())) open().Put(Utf8Declaration());
 }
 
 bool Dicom_Msg::settle(Dicom_CharacterSet const& surrounding) {
   // what nobody changed is written as it was read, whatever its text
-  if (bytes_ && Dicom_SameSet(*origin_->character_set, surrounding)) return true;
-  parse();
-  std::shared_ptr<Dicom_CharacterSet const> const own = declared_set();
+  Dicom_PackedElements const* const as_read = AsRead();
+  if (as_read && Dicom_SameSet(*as_read->Origin()->character_set, surrounding)) return true;
+  Dicom_CharacterSet const* const own = Opened().Declared();
   Dicom_CharacterSet const& set = own ? *own : surrounding;
   bool fits = true;
-  for (Dicom_ME const& e : elements_) {
-    bool const as_read = e.bytes_ && !e.has_changed() && Dicom_SameSet(*e.origin_->character_set, set);
-    Dicom_VR const vr = e.meaning();
-    if (as_read) continue;
-    if (Dicom_IsText(vr)) {
-      if (e.tag_ == kCharacterSetTag) continue;
+  for (Dicom_ME const& e : Opened().All()) {
+    if (IsAsRead(e, set)) continue;
+    Dicom_VR const vr = e.Meaning();
+    if (Dicom_IsText(vr) && e.GetTag().Number() != kCharacterSetTag)
       fits = fits && Dicom_CanEncodeText(e.GetText(), vr, set);
-    } else if (vr == Dicom_VR::SQ) {
-      auto const* value = dynamic_cast<Dicom_SQ const*>(e.GetValue());
-      for (int i = 0; value && i < value->GetNValues(); ++i)
-        fits = value->GetSequence()->Get(i)->settle(set) && fits;
-    }
+    auto const* const value = vr == Dicom_VR::SQ ? dynamic_cast<Dicom_SQ const*>(e.GetValue()) : nullptr;
+    for (int i = 0; value && i < value->GetNValues(); ++i)
+      fits = value->GetSequence()->Get(i)->settle(set) && fits;
   }
   if (fits || !own) return fits;
-  put(Dicom_ME(Dicom_Tag(kCharacterSetTag), std::make_unique<Dicom_CS>("ISO_IR 192")));
+  open().Put(Utf8Declaration());
   return true;
 }
 
@@ -483,10 +360,11 @@ bool IsCompressedSyntax(std::string_view uid) { return Dicom_TransferSyntax(Dico
 
 /// In items, as those of an icon.
 bool Dicom_Msg::has_nested_fragments() const {
-  if (!origin_ || !origin_->nested_fragments) return false;
-  parse();
-  return std::any_of(elements_.begin(), elements_.end(), [](Dicom_ME const& e) {
-    auto const* const items = e.meaning() == Dicom_VR::SQ ? dynamic_cast<Dicom_SQ const*>(e.GetValue()) : nullptr;
+  std::shared_ptr<Dicom_Origin const> const& origin = elements().Origin();
+  if (!origin || !origin->nested_fragments) return false;
+  auto const& all = Opened().All();
+  return std::any_of(all.begin(), all.end(), [](Dicom_ME const& e) {
+    auto const* const items = e.Meaning() == Dicom_VR::SQ ? dynamic_cast<Dicom_SQ const*>(e.GetValue()) : nullptr;
     for (int i = 0; items && i < items->GetNValues(); ++i) {
       Dicom_Msg const& item = *items->GetSequence()->Get(i);
       Dicom_ME const* const pixels = item.Find(Dicom_Tag(kPixelDataTag));
@@ -498,14 +376,16 @@ bool Dicom_Msg::has_nested_fragments() const {
 
 Dicom_UI Dicom_Msg::GetEncapsulatedSyntax() const {
   constexpr Dicom_Tag kPixelDataProvider{0x0028, std::uint16_t(0x7FE0)};
-  Dicom_ME const* pixels = Find(Dicom_Tag(kPixelDataTag));
+  Dicom_ME storage;
+  Dicom_ME const* const pixels = lookup(kPixelDataTag, storage);
   if (pixels) {
     auto const* value = pixels->IsEncapsulated() ? dynamic_cast<Dicom_OtherType const*>(pixels->GetValue()) : nullptr;
     return value ? Dicom_UI(value->EncapsulatedSyntax()) : UI_NULL;
   }
-  if (!origin_) return UI_NULL;
-  if (has_nested_fragments()) return Dicom_UI(origin_->syntax_uid);
-  return Has(kPixelDataProvider) ? ReferenceSyntax(origin_->syntax_uid) : UI_NULL;
+  std::shared_ptr<Dicom_Origin const> const& origin = elements().Origin();
+  if (!origin) return UI_NULL;
+  if (has_nested_fragments()) return Dicom_UI(origin->syntax_uid);
+  return Has(kPixelDataProvider) ? ReferenceSyntax(origin->syntax_uid) : UI_NULL;
 }
 
 char const* Dicom_Msg::GetPixelContradiction() const {
@@ -514,21 +394,22 @@ char const* Dicom_Msg::GetPixelContradiction() const {
     return IsCompressedSyntax(syntax.View()) ? nullptr : "its pixels are in fragments, its transfer syntax has none";
   if (has_nested_fragments()) return "its icon is compressed, its own pixels aren't";
   // of defined length they are native, whatever the syntax says, unless their length shows that they aren't
-  Dicom_ME const* pixels = Find(Dicom_Tag(kPixelDataTag));
-  bool const doubtful = pixels && pixels->bytes_ && IsCompressedSyntax(pixels->origin_->syntax_uid);
-  if (!doubtful || Dicom_ImagePixel(*this).IsLengthOfPixels(pixels->length_)) return nullptr;
+  Dicom_ME storage;
+  Dicom_ME const* const pixels = lookup(kPixelDataTag, storage);
+  bool const doubtful = pixels && pixels->IsSlice() && IsCompressedSyntax(pixels->Origin()->syntax_uid);
+  if (!doubtful || Dicom_ImagePixel(*this).IsLengthOfPixels(pixels->SliceBytes().size())) return nullptr;
   return "its transfer syntax is a compressed one, its pixels are neither in fragments nor of native length";
 }
 
 // Cursor
 
-Dicom_ElementCursor::Dicom_ElementCursor(Dicom_Msg const& msg, std::uint32_t first) : msg_(msg) {
-  if (msg.bytes_ && !msg.is_in_order()) msg.parse();
-  if (msg.bytes_) {
-    next_ = msg.bytes_;
-    end_ = msg.bytes_ + msg.length_;
+Dicom_ElementCursor::Dicom_ElementCursor(Dicom_Msg const& msg, std::uint32_t first) : packed_(msg.ToWalk()) {
+  if (packed_) {
+    place_ = packed_->Bytes();
   } else {
-    index_ = first == 0 ? 0 : msg.position(first);
+    Dicom_OpenElements const& open = msg.Opened();
+    next_ = open.All().data() + (first == 0 ? 0 : open.Position(first));
+    end_ = open.All().data() + open.All().size();
   }
   read(first);
 }
@@ -536,27 +417,16 @@ Dicom_ElementCursor::Dicom_ElementCursor(Dicom_Msg const& msg, std::uint32_t fir
 void Dicom_ElementCursor::Next() { read(0); }
 
 void Dicom_ElementCursor::Seek(std::uint32_t tag) {
-  if (current_ && current_->tag_ < tag) read(tag);
+  if (current_ && current_->GetTag().Number() < tag) read(tag);
 }
 
 /// Goes on to the next element from `first` on; those before it aren't looked at closely.
 void Dicom_ElementCursor::read(std::uint32_t first) {
-  current_ = nullptr;
-  if (!next_) {
-    while (index_ < msg_.elements_.size() && msg_.elements_[index_].tag_ < first)
-      ++index_;
-    if (index_ < msg_.elements_.size()) current_ = &msg_.elements_[index_++];
+  if (packed_) {
+    current_ = packed_->Next(&place_, first, raw_) ? &raw_ : nullptr;
     return;
   }
-  Dicom_RawElement raw;
-  Dicom_Origin const& origin = *msg_.origin_;
-  next_ = Dicom_SkipElements(next_, end_, origin.encoding, first);
-  do {
-    if (next_ >= end_ || !Dicom_ReadElement(next_, end_, origin.encoding, &raw, origin.extents.get())) return;
-    next_ = raw.next;
-  } while (raw.tag < first);
-  bool const may_hold_text = raw.vr == Dicom_VR::SQ || raw.vr == Dicom_VR::UN ||
-                             (Dicom_IsText(raw.vr) && !Dicom_IsPlainAscii({raw.value, raw.length}));
-  raw_.slice(raw, may_hold_text ? msg_.own_origin() : &origin);
-  current_ = &raw_;
+  while (next_ != end_ && next_->GetTag().Number() < first)
+    ++next_;
+  current_ = next_ == end_ ? nullptr : next_++;
 }

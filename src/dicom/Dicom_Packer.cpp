@@ -16,19 +16,21 @@ constexpr std::string_view kUnicode("\x08\0\x05\0CS\x0A\0ISO_IR 192", 18);
 } // namespace
 
 bool Dicom_Packer::Takes(Dicom_ME const& element) {
-  if (!element.bytes_ || element.value_ || !Dicom_IsText(element.vr_)) return false;
-  Dicom_Origin const& origin = *element.origin_;
+  if (!element.IsSlice() || !Dicom_IsText(element.GetVR())) return false;
+  Dicom_Origin const& origin = *element.Origin();
   if (!origin.canonical || !(origin.encoding == Dicom_Encoding())) return false;
-  std::string_view const bytes(element.bytes_, element.length_);
-  if (Dicom_IsPlainAscii(bytes)) return true;
+  std::string_view const bytes = element.SliceBytes();
+  next_is_plain_ = Dicom_IsPlainAscii(bytes);
+  if (next_is_plain_) return true;
   bool const is_unicode = origin.character_set->IsAscii() || origin.character_set->IsUtf8();
   return is_unicode && Dicom_IsValidUtf8(bytes);
 }
 
 void Dicom_Packer::Add(Dicom_ME const& element) {
-  std::size_t const header = Dicom_HasLongLength(element.vr_) ? 12 : 8;
-  elements_.append(element.bytes_ - header, header + element.length_);
-  is_plain_ = is_plain_ && Dicom_IsPlainAscii({element.bytes_, element.length_});
+  std::size_t const header = Dicom_HasLongLength(element.GetVR()) ? 12 : 8;
+  std::string_view const bytes = element.SliceBytes();
+  elements_.append(bytes.data() - header, header + bytes.size());
+  is_plain_ = is_plain_ && next_is_plain_;
 }
 
 std::string Dicom_Packer::Encoded(Dicom_Tag const& tag, Dicom_UI const& uid) {
@@ -60,7 +62,7 @@ Dicom_Msg Dicom_Packer::Finish() {
   char* const place = block_->data() + used_;
   std::memcpy(place, elements_.data(), elements_.size());
   used_ += elements_.size();
-  Dicom_Msg msg(origin_, place, elements_.size());
+  Dicom_Msg msg(Dicom_PackedElements(origin_, place, elements_.size()));
   Drop();
   return msg;
 }

@@ -10,8 +10,9 @@
 class Dicom_Packer {
 public:
   /// Whether an element's bytes can be taken as they are: text in ASCII or UTF-8 of a message whose bytes are in order.
-  static bool Takes(Dicom_ME const& element);
-  /// Adds such an element to the message that is being made. The tags ascend, from (0008,0006) on.
+  bool Takes(Dicom_ME const& element);
+  /// Adds the element that was just found to be such a one to the message that is being made. The tags ascend, from
+  /// (0008,0006) on.
   void Add(Dicom_ME const& element);
   /// The same for one that is added to many messages, as Encoded gave it.
   void Add(std::string_view encoded) { elements_.append(encoded); }
@@ -24,6 +25,7 @@ public:
 private:
   std::string elements_;
   bool is_plain_ = true;
+  bool next_is_plain_ = true; // of the element that Takes was asked about last
   std::shared_ptr<Util_Buffer> block_;
   std::shared_ptr<Dicom_Origin const> origin_; // of what stands in the block
   std::size_t used_ = 0, block_size_ = 512;

@@ -4,6 +4,7 @@
 #include "dicom/Dicom_DataSetWriter.h"
 #include "dicom/Dicom_DescriptorReader.h"
 
+#include <dicom/Dicom_Elements.h>
 #include <dicom/IOD_Msg.h>
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystemInterface.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <climits>
 #include <unistd.h>
+#include <utility>
 
 Dicom_Sequence::Dicom_Sequence() = default;
 
@@ -25,7 +27,7 @@ Dicom_Sequence::Dicom_Sequence(std::shared_ptr<Dicom_Origin const> origin, char 
     ++count;
   items_.reserve(count);
   for (char const* p = begin; read(p); p = item.next)
-    items_.push_back({nullptr, item.value, item.length, true});
+    items_.push_back({.own = {}, .bytes = item.value, .length = item.length});
 }
 
 Dicom_Sequence::Dicom_Sequence(int fd, long length, unsigned* parsed_length, Dicom_TransferSyntax const& syntax,
@@ -80,23 +82,23 @@ Dicom_Sequence& Dicom_Sequence::operator=(Dicom_Sequence&& other) noexcept {
   return *this;
 }
 
-Dicom_Sequence::~Dicom_Sequence() { truncate(0); }
+Dicom_Sequence::~Dicom_Sequence() = default;
 
 Dicom_Msg* Dicom_Sequence::Get(int i) const {
   if (i < 0 || i >= GetNItems()) return nullptr;
-  Item& item = items_[head_ + std::size_t(i)];
-  if (!item.msg) {
-    Dicom_Msg msg(origin_, item.bytes, item.length);
-    msg.has_header_ = Dicom_Load32(item.bytes - 4, origin_->encoding.big_endian) == item.length;
-    item.msg = new IOD_Msg(std::move(msg));
-  }
-  return item.msg;
+  Item const& found = item(i);
+  if (Dicom_Msg* const known = found.Msg()) return known;
+  return &found.own.GetOr([&] {
+    bool const has_header = Dicom_Load32(found.bytes - 4, origin_->encoding.big_endian) == found.length;
+    return std::make_unique<IOD_Msg>(Dicom_Msg(Dicom_PackedElements(origin_, found.bytes, found.length, has_header)));
+  });
 }
 
 int Dicom_Sequence::Remove(int i, int destroy) {
   if (i < 0 || i >= GetNItems()) return -1;
   std::size_t const position = head_ + std::size_t(i);
-  if (destroy && items_[position].own) delete items_[position].msg;
+  std::unique_ptr<Dicom_Msg> taken = items_[position].own.Release();
+  if (!destroy) taken.release(); // the caller's
   changed_ = true;
   if (i > 0) {
     items_.erase(items_.begin() + std::ptrdiff_t(position));
@@ -107,34 +109,41 @@ int Dicom_Sequence::Remove(int i, int destroy) {
   return 0;
 }
 
-/// Destroys the items from `count` on.
-void Dicom_Sequence::truncate(int count) {
-  for (int i = GetNItems(); i > count; --i) {
-    if (items_.back().own) delete items_.back().msg;
-    items_.pop_back();
-  }
+void Dicom_Sequence::Reserve(std::size_t count) { items_.reserve(count); }
+
+void Dicom_Sequence::swap(int i, int j) {
+  if (i != j) std::swap(items_[head_ + std::size_t(i)], items_[head_ + std::size_t(j)]);
 }
+
+/// Destroys the items from `count` on.
+void Dicom_Sequence::truncate(int count) { items_.erase(items_.begin() + std::ptrdiff_t(head_) + count, items_.end()); }
 
 int Dicom_Sequence::Append(Dicom_Msg* msg, bool own) {
   if (!msg) return -1;
-  items_.push_back({msg, nullptr, 0, own});
+  items_.emplace_back();
+  if (own) {
+    items_.back().own.Reset(std::unique_ptr<Dicom_Msg>(msg));
+  } else {
+    items_.back().borrowed = msg;
+  }
   changed_ = true;
   return 0;
 }
 
 bool Dicom_Sequence::HasChanged() const {
   return changed_ || std::any_of(items_.begin() + std::ptrdiff_t(head_), items_.end(),
-                                 [](Item const& item) { return item.msg && item.msg->HasChanged(); });
+                                 [](Item const& item) { return item.Msg() && item.Msg()->HasChanged(); });
 }
 
 std::unique_ptr<Dicom_Sequence> Dicom_Sequence::Clone() const {
   auto copy = std::make_unique<Dicom_Sequence>();
-  copy->items_.reserve(std::size_t(GetNItems())); // so that no message is lost when its place can't be made
+  copy->items_.resize(std::size_t(GetNItems()));
   for (int i = 0; i < GetNItems(); ++i) {
-    Item const& item = items_[head_ + std::size_t(i)];
-    std::unique_ptr<Dicom_Msg> msg =
-        item.msg ? item.msg->detached() : Dicom_Msg(origin_, item.bytes, item.length).detached();
-    copy->items_.push_back({new IOD_Msg(std::move(*msg)), nullptr, 0, true});
+    Item const& from = item(i);
+    Dicom_Msg const* const msg = from.Msg();
+    Dicom_Msg detached =
+        msg ? msg->Detached() : Dicom_Msg(Dicom_PackedElements(origin_, from.bytes, from.length).Detached());
+    copy->items_[std::size_t(i)].own.Reset(std::make_unique<IOD_Msg>(std::move(detached)));
   }
   return copy;
 }

@@ -126,18 +126,16 @@ Util_File::operator IOD_Msg*() {
     fail("unknown transfer syntax " + syntax_.GetText());
     return nullptr;
   }
-  auto msg = std::make_unique<IOD_Msg>();
-  std::size_t const length = data_set_->size() - data_set_start_;
-  if (msg->take(data_set_, transfer, data_set_->data() + data_set_start_, length, nullptr, &error_) == -1)
+  Dicom_PackedElements elements;
+  char const* const start = data_set_->data() + data_set_start_;
+  if (elements.Read(data_set_, transfer, start, data_set_->size() - data_set_start_, nullptr, &error_) == -1)
     return nullptr;
-  constexpr int kWalks = 8; // an object is asked for many attributes, or for hardly any
-  msg->walks_left_ = kWalks;
-  return msg.release();
+  elements.ExpectManyAsked();
+  return new IOD_Msg(Dicom_Msg(std::move(elements)));
 }
 
 void Util_File::SetOriginalBuffer(Dicom_Msg* msg) const {
-  // the message's origin keeps the bytes alive
-  if (msg && msg->origin_ && msg->origin_->buffer == file_) msg->original_ = Bytes();
+  if (msg) msg->SetOriginalBuffer(file_);
 }
 
 Dicom_Msg* Util_File::BuildMetaInformation(Dicom_UI const& syntax, Dicom_UI const& sop_class,

@@ -3,8 +3,10 @@
 
 #include <dicom/Dicom_CharacterSet.h>
 
+#include <barrier>
 #include <chrono>
 #include <optional>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -178,6 +180,51 @@ TEST(Dicom_Msg, WhoAsksKnowsMoreThanUnknown) {
   EXPECT_EQ(msg->Value<Dicom_UL>(tag(2)), UL_NULL) << "two bytes are none";
   EXPECT_EQ(msg->Value<Dicom_OB>(tag(3)), OB_NULL) << "bytes are asked for as such only";
   EXPECT_EQ(msg->Find(tag(3))->GetVR(), Dicom_VR::UN);
+}
+
+/// All that const members tell of a message, in an order that differs with `turn`: what is made on demand is to be made
+/// by two threads at once.
+std::string Told(Dicom_Msg const& msg, int turn) {
+  std::string found[6];
+  for (int step = 0; step < 6; ++step) {
+    int const what = (step + turn) % 6;
+    std::string& told = found[what];
+    if (what == 0) told = msg.Text(kName) + msg.Value<Dicom_LO>(kID).GetText();
+    if (what == 1) told = std::string(msg.GetCharacterSet().Terms());
+    if (what == 2) told = Tags(msg) + msg.GetElement(0)->GetValue()->GetText();
+    if (what == 3) told = Dumped(msg) + Dumped(Dicom_Msg(msg)) + (msg.HasChanged() ? "changed" : "");
+    if (what == 4) told = msg.Text(kOurs) + msg.GetEncapsulatedSyntax().GetText();
+    Dicom_Sequence const* const items = what == 5 ? SequenceOf(msg) : nullptr;
+    for (int i = 0; items && i < items->GetNItems(); ++i)
+      told += Told(*items->Get(i), turn + i);
+  }
+  return found[0] + found[1] + found[2] + found[3] + found[4] + found[5];
+}
+
+TEST(Dicom_Msg, ThreadsMayReadOneMessage) {
+  std::string const name = kBytes.Text(0x00100010, "PN", "\xC4") + kBytes.Text(0x00100020, "LO", "ID");
+  std::string const data_set = kBytes.Text(0x00080005, "CS", "ISO_IR 100") +
+                               kBytes.Sequence(0x00081115, kBytes.Item(name) + kBytes.Item(name)) +
+                               kBytes.Text(0x00090010, "LO", "OURS") + kBytes.Text(0x00091010, "LO", "ours") + name;
+  auto const changed = [&] {
+    Dicom_Msg msg = Unparsed(data_set);
+    msg.Set(Dicom_Tag(0x0008, 0x0005), Dicom_CS("ISO_IR 101"));
+    return msg;
+  };
+  for (int round = 0; round < 30; ++round)
+    for (Dicom_Msg const& msg : {Unparsed(data_set), Dicom_Msg(*Read(data_set)), changed()}) {
+      std::barrier start(2);
+      std::string told[2];
+      auto const read = [&](int i) {
+        start.arrive_and_wait();
+        told[i] = Told(msg, i * (round % 5 + 1));
+      };
+      std::thread other(read, 1);
+      read(0);
+      other.join();
+      EXPECT_EQ(told[0], told[1]);
+      EXPECT_EQ(told[0], Told(Dicom_Msg(msg), 0));
+    }
 }
 
 TEST(Dicom_Sequence, ItemsComeAndGo) {
