@@ -104,3 +104,8 @@ inline void Dicom_StoreTag(char* p, std::uint32_t tag, bool big_endian) {
   Dicom_Store16(p, std::uint16_t(tag >> 16), big_endian);
   Dicom_Store16(p + 2, std::uint16_t(tag), big_endian);
 }
+/// Writes the header of an item of `length` bytes: 8 bytes, in little endian order.
+inline void Dicom_PutItemHeader(char* p, std::uint32_t length) {
+  Dicom_StoreTag(p, kItemTag, false);
+  Dicom_Store32(p + 4, length, false);
+}

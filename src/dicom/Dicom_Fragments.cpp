@@ -80,8 +80,3 @@ std::string_view Dicom_FrameBytes(std::string_view frame, std::string& storage) 
     storage.append(item.value, item.length);
   return storage;
 }
-
-void Dicom_PutItemHeader(char* out, std::uint32_t length) {
-  Dicom_StoreTag(out, kItemTag, false);
-  Dicom_Store32(out + 4, length, false);
-}

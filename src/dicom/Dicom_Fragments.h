@@ -15,6 +15,3 @@ std::vector<std::string_view> Dicom_FindFrames(std::string_view items, std::uint
 
 /// The bytes of a frame without the item headers; joined in `storage` when there is more than one fragment.
 std::string_view Dicom_FrameBytes(std::string_view frame, std::string& storage);
-
-/// Writes the header of an item of `length` bytes: 8 bytes, in little endian order.
-void Dicom_PutItemHeader(char* out, std::uint32_t length);

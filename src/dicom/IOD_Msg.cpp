@@ -1,5 +1,3 @@
-#include "dicom/Dicom_ImagePixel.h"
-
 #include <dicom/IOD_Msg.h>
 #include <dicom/SCL_Identifier.h>
 
@@ -53,11 +51,6 @@ std::string_view Dicom_Dictionary::KeywordOf(Dicom_Tag const& tag) {
                (named.tag.Element() & 0xFF) == (tag.Element() & 0xFF);
       });
   return found == std::end(kPrivateAttributes) ? std::string_view() : found->keyword;
-}
-
-Dicom_OtherType const& IOD_Msg::GetPixelData() const {
-  Dicom_OtherType const* const pixels = Dicom_PixelData(*this);
-  return pixels ? *pixels : OW_NULL;
 }
 
 int IOD_Msg::AddKolbaExeVersion(Dicom_LO const& version) {
