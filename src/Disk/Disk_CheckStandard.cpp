@@ -4,7 +4,7 @@
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_Names.h"
 #include "Disk/Disk_Redo.h"
-#include "dicom/Dicom_DataSetReader.h"
+#include "dicom/encoding/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_DirectoryFile.h>
 #include <infra/Util_FileSystem.h>

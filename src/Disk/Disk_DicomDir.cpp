@@ -9,7 +9,7 @@
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_VersionFile.h"
 #include "Disk/Disk_WriteGather.h"
-#include "dicom/Dicom_DataSetReader.h"
+#include "dicom/encoding/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_RecordList.h>

@@ -2,7 +2,7 @@
 
 #include "Disk/Disk_FileSetTags.h"
 #include "Disk/Disk_Guard.h"
-#include "dicom/Dicom_DataSetReader.h"
+#include "dicom/encoding/Dicom_DataSetReader.h"
 
 #include <dicom/Util_TransferSyntax.h>
 #include <infra/Klb_LogFile.h>

@@ -4,7 +4,7 @@
 #include "Disk/Disk_Names.h"
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Replacements.h"
-#include "dicom/Util_EncodedFile.h"
+#include "dicom/files/Util_EncodedFile.h"
 
 #include <Disk/Disk_File.h>
 #include <dicom/Dicom_UIDic.h>

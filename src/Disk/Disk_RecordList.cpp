@@ -2,7 +2,7 @@
 
 #include "Disk/Disk_Guard.h"
 #include "Disk/Disk_RecordWindow.h"
-#include "dicom/Dicom_DataSetReader.h"
+#include "dicom/encoding/Dicom_DataSetReader.h"
 
 #include <Disk/Disk_StorageStrategy.h>
 #include <dicom/IOD_Image.h>

@@ -1,5 +1,5 @@
 #pragma once
-#include "dicom/Dicom_Packer.h"
+#include "dicom/datasets/Dicom_Packer.h"
 
 #include <dicom/SCL_Identifier.h>
 

@@ -1,6 +1,6 @@
 #include "Disk/Disk_RecordWindow.h"
 
-#include "dicom/Dicom_DataSetReader.h"
+#include "dicom/encoding/Dicom_DataSetReader.h"
 
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_Buffer.h>

@@ -1,4 +1,4 @@
-#include "dicom/GDS_IconModule.h"
+#include "dicom/pixels/GDS_IconModule.h"
 
 #include "GDS_Silence.h"
 

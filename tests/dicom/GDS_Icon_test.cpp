@@ -1,4 +1,4 @@
-#include "dicom/Dicom_JpegHeader.h"
+#include "dicom/pixels/Dicom_JpegHeader.h"
 #include "support/TestImage.h"
 
 #include <dicom/Dicom_Compressor.h>

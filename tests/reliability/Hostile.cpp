@@ -3,7 +3,7 @@
 #include "Campaign.h"
 
 #include "Measure.h"
-#include "dicom/Util_Inflate.h"
+#include "dicom/files/Util_Inflate.h"
 #include "support/DataSetBytes.h"
 #include "support/DicomdirWalk.h"
 #include "support/FileSetExercise.h"
