@@ -1,10 +1,10 @@
 // Attributes as people write them for the tool, a line each, asked of a file-set at the level that the first byte
 // tells; what is found is printed, and the first of it fetched.
 #include "Fail.h"
-#include "fileset/EngineLog.h"
-#include "fileset/Json.h"
-#include "fileset/Report.h"
-#include "fileset/Search.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "sets/EngineLog.h"
+#include "sets/Search.h"
 #include "support/FileSetExercise.h"
 
 #include <sstream>

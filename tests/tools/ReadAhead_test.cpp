@@ -1,7 +1,8 @@
 // Objects that are read ahead in threads: what is stored and what is told must be as if there were none.
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "ReadAhead.h"
+#include "objects/ReadAhead.h"
+
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
 #include "support/ProgramFixture.h"
 
 #include <csignal>

@@ -1,19 +1,8 @@
 // The program: stores, finds, copies, deletes and maintains the objects of a file-set from the command line.
-#include "AddressSpace.h"
-#include "AutoDelete.h"
-#include "Cache.h"
-#include "Check.h"
-#include "Correct.h"
-#include "Delete.h"
-#include "Export.h"
-#include "Fetch.h"
-#include "Info.h"
-#include "Query.h"
-#include "Scan.h"
-#include "Setup.h"
-#include "Status.h"
-#include "Store.h"
-#include "Text.h"
+#include "commands/Commands.h"
+#include "commands/Setup.h"
+#include "output/Text.h"
+#include "program/AddressSpace.h"
 
 #include <algorithm>
 #include <cerrno>

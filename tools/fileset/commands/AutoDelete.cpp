@@ -1,11 +1,11 @@
-#include "AutoDelete.h"
+#include "commands/Commands.h"
 
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Leftovers.h"
-#include "Report.h"
-#include "Search.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/Leftovers.h"
+#include "sets/Search.h"
 
 #include <algorithm>
 #include <cstdint>

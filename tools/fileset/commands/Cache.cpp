@@ -1,17 +1,12 @@
-#include "Cache.h"
+#include "commands/Commands.h"
 
-#include "CacheClean.h"
-#include "CacheStatus.h"
-#include "CacheView.h"
-#include "Delete.h"
-#include "EngineLog.h"
-#include "Fetch.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Query.h"
-#include "Report.h"
-#include "SourceFiles.h"
-#include "StoreObject.h"
+#include "objects/SourceFiles.h"
+#include "objects/StoreObject.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/CacheView.h"
+#include "sets/EngineLog.h"
 
 #include <cstdio>
 #include <ctime>
@@ -157,34 +152,6 @@ Command AddCacheStore(CLI::App& app) {
   line->add_flag("--strict", options->strict, "A file in a folder that is no object is a failure too");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return RunStore(*options); }};
-}
-
-Command AddCacheClean(CLI::App& app) {
-  auto const options = std::make_shared<CacheCleanOptions>();
-  CLI::App* line = app.add_subcommand("clean", "Gives up studies, from the lowest grade upward, below the threshold");
-  line->add_option("DIR", options->directory, "The cache")->required();
-  CLI::Range const number(0, 2147483647);
-  line->add_option("--mb", options->mb, "Until so many MB are free")->option_text("N")->check(number);
-  line->add_option("--percent", options->percent, "Until so much of its size is free")
-      ->option_text("N")
-      ->check(CLI::Range(0, 100));
-  line->add_option("--studies", options->studies, "So many studies")->option_text("N")->check(number);
-  line->add_option("--for-study", options->for_study, "Room for a study of so many images of a modality")
-      ->option_text("IMAGES MODALITY")
-      ->check(Choice::IsNotEmpty())
-      ->expected(2);
-  Choice::AddAll(*line, options->all, "All studies, whatever their grade, after asking");
-  line->add_flag("--dry-run", options->dry_run, "Only tell which would go");
-  line->add_flag("--json", options->json, "Print the outcome as JSON");
-  return {line, [options] { return RunCacheClean(*options); }};
-}
-
-Command AddCacheStatus(CLI::App& app) {
-  auto const options = std::make_shared<CacheStatusOptions>();
-  CLI::App* line = app.add_subcommand("status", "Shows how full the cache is, and its studies as they would go");
-  line->add_option("DIR", options->directory, "The cache")->required();
-  line->add_flag("--json", options->json, "Print the same as JSON");
-  return {line, [options] { return RunCacheStatus(*options); }};
 }
 
 } // namespace

@@ -1,17 +1,25 @@
-#include "CacheClean.h"
+#include "commands/Commands.h"
 
-#include "CacheView.h"
-#include "Command.h"
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Report.h"
+#include "commands/Choice.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/CacheView.h"
+#include "sets/EngineLog.h"
 
 #include <algorithm>
 #include <functional>
 #include <infra/Tree.h>
 
 namespace {
+
+struct Options {
+  std::string directory;
+  int mb = -1, percent = -1, studies = -1; // -1: not wanted
+  std::vector<std::string> for_study;      // a number of images, and a modality
+  Choice::All all;
+  bool dry_run = false, json = false;
+};
 
 // Which of the studies a cleaning would take: as long as this says so, and their grade lets them go.
 using Wanted = std::function<bool(std::vector<Disk_StudyMetaData> const& gone)>;
@@ -37,7 +45,7 @@ std::vector<Disk_StudyMetaData> Foretell(CacheView const& cache, std::vector<Dis
   return gone;
 }
 
-int Clean(CacheView& cache, CacheCleanOptions const& options, int images) {
+int Clean(CacheView& cache, Options const& options, int images) {
   if (options.all.wanted) return cache.CleanAll();
   if (options.studies >= 0) return cache.AutoCleanNStudies(options.studies);
   if (options.percent >= 0) return cache.AutoCleanPercentage(options.percent);
@@ -46,7 +54,7 @@ int Clean(CacheView& cache, CacheCleanOptions const& options, int images) {
   return cache.AutoCleanForStudy(images, &modality);
 }
 
-void Print(std::vector<Disk_StudyMetaData> const& gone, CacheCleanOptions const& options, CacheView& cache) {
+void Print(std::vector<Disk_StudyMetaData> const& gone, Options const& options, CacheView& cache) {
   CacheView::Space const space = cache.Measure();
   if (options.json) {
     nlohmann::json studies = nlohmann::json::array();
@@ -68,7 +76,7 @@ void Print(std::vector<Disk_StudyMetaData> const& gone, CacheCleanOptions const&
 }
 
 // That a cleaning doesn't reach what was wanted.
-void Tell(CacheCleanOptions const& options, bool all_gone, CacheView const& cache, Report& report) {
+void Tell(Options const& options, bool all_gone, CacheView const& cache, Report& report) {
   std::string const grade = std::to_string(cache.GetThreshold());
   report.Fail(options.directory,
               options.all.wanted ? "not all studies can be deleted"
@@ -77,7 +85,7 @@ void Tell(CacheCleanOptions const& options, bool all_gone, CacheView const& cach
 }
 
 // -1 (reported) when the options make no sense.
-int CheckOptions(CacheCleanOptions const& options, int* images, Report& report) {
+int CheckOptions(Options const& options, int* images, Report& report) {
   int const ways = (options.mb >= 0) + (options.percent >= 0) + (options.studies >= 0) + options.all.wanted +
                    !options.for_study.empty();
   if (ways != 1) {
@@ -91,9 +99,7 @@ int CheckOptions(CacheCleanOptions const& options, int* images, Report& report) 
   return -1;
 }
 
-} // namespace
-
-int RunCacheClean(CacheCleanOptions const& options) {
+int Run(Options const& options) {
   Report report;
   EngineLog log(options.directory);
   int images = 0;
@@ -141,4 +147,26 @@ int RunCacheClean(CacheCleanOptions const& options) {
   else if (result == -1 || stay)
     Tell(options, gone.size() == before.size(), *cache, report);
   return report.Result();
+}
+
+} // namespace
+
+Command AddCacheClean(CLI::App& app) {
+  auto const options = std::make_shared<Options>();
+  CLI::App* line = app.add_subcommand("clean", "Gives up studies, from the lowest grade upward, below the threshold");
+  line->add_option("DIR", options->directory, "The cache")->required();
+  CLI::Range const number(0, 2147483647);
+  line->add_option("--mb", options->mb, "Until so many MB are free")->option_text("N")->check(number);
+  line->add_option("--percent", options->percent, "Until so much of its size is free")
+      ->option_text("N")
+      ->check(CLI::Range(0, 100));
+  line->add_option("--studies", options->studies, "So many studies")->option_text("N")->check(number);
+  line->add_option("--for-study", options->for_study, "Room for a study of so many images of a modality")
+      ->option_text("IMAGES MODALITY")
+      ->check(Choice::IsNotEmpty())
+      ->expected(2);
+  Choice::AddAll(*line, options->all, "All studies, whatever their grade, after asking");
+  line->add_flag("--dry-run", options->dry_run, "Only tell which would go");
+  line->add_flag("--json", options->json, "Print the outcome as JSON");
+  return {line, [options] { return Run(*options); }};
 }

@@ -1,18 +1,22 @@
-#include "CacheStatus.h"
+#include "commands/Commands.h"
 
-#include "CacheView.h"
-#include "Command.h"
-#include "EngineLog.h"
-#include "Json.h"
-#include "Report.h"
-#include "Search.h"
-#include "Text.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "output/Text.h"
+#include "sets/CacheView.h"
+#include "sets/EngineLog.h"
+#include "sets/Search.h"
 
 #include <algorithm>
 #include <array>
 #include <map>
 
 namespace {
+
+struct Options {
+  std::string directory;
+  bool json = false;
+};
 
 // In the order of the graders.
 constexpr std::array<char const*, 3> kGraders = {"access", "store", "size"};
@@ -117,9 +121,7 @@ void PrintJson(CacheView& cache, CacheView::Space const& space, std::vector<Disk
                           .c_str());
 }
 
-} // namespace
-
-int RunCacheStatus(CacheStatusOptions const& options) {
+int Run(Options const& options) {
   Report report;
   EngineLog log(options.directory);
   auto const cache = CacheView::Open(options.directory, Access::Change, log, report);
@@ -137,4 +139,14 @@ int RunCacheStatus(CacheStatusOptions const& options) {
     PrintStudies(*cache, studies, Patients(options.directory, log, report));
   }
   return report.Result();
+}
+
+} // namespace
+
+Command AddCacheStatus(CLI::App& app) {
+  auto const options = std::make_shared<Options>();
+  CLI::App* line = app.add_subcommand("status", "Shows how full the cache is, and its studies as they would go");
+  line->add_option("DIR", options->directory, "The cache")->required();
+  line->add_flag("--json", options->json, "Print the same as JSON");
+  return {line, [options] { return Run(*options); }};
 }

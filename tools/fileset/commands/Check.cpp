@@ -1,11 +1,11 @@
-#include "Check.h"
+#include "commands/Commands.h"
 
-#include "EngineLog.h"
-#include "FileSet.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Report.h"
-#include "Text.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "output/Text.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/FileSet.h"
 
 #include <Disk/Disk_Check.h>
 #include <algorithm>

@@ -1,6 +1,6 @@
-#include "Choice.h"
+#include "commands/Choice.h"
 
-#include "Report.h"
+#include "output/Report.h"
 
 #include <cstdio>
 #include <poll.h>

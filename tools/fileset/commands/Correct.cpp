@@ -1,12 +1,12 @@
-#include "Correct.h"
+#include "commands/Commands.h"
 
-#include "Choice.h"
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Report.h"
-#include "Search.h"
-#include "Text.h"
+#include "commands/Choice.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "output/Text.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/Search.h"
 
 #include <algorithm>
 #include <memory>

@@ -1,12 +1,12 @@
-#include "Delete.h"
+#include "commands/Commands.h"
 
-#include "Choice.h"
-#include "DeleteRequests.h"
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Leftovers.h"
-#include "Report.h"
+#include "commands/Choice.h"
+#include "commands/DeleteRequests.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/Leftovers.h"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
-#include "DeleteRequests.h"
+#include "commands/DeleteRequests.h"
 
-#include "EngineLog.h"
-#include "Leftovers.h"
-#include "Report.h"
+#include "output/Report.h"
+#include "sets/EngineLog.h"
+#include "sets/Leftovers.h"
 
 #include <Disk/Disk_Check.h>
 #include <algorithm>

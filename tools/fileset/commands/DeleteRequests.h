@@ -5,8 +5,8 @@
 // interrupted delete left becomes a request as well: the same command, repeated, completes it.
 #pragma once
 
-#include "FileSet.h"
-#include "Search.h"
+#include "sets/FileSet.h"
+#include "sets/Search.h"
 
 #include <string>
 #include <vector>

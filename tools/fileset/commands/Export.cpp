@@ -1,14 +1,14 @@
-#include "Export.h"
+#include "commands/Commands.h"
 
-#include "Choice.h"
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Medium.h"
-#include "ObjectWriter.h"
-#include "OwnFiles.h"
-#include "Report.h"
-#include "Search.h"
+#include "commands/Choice.h"
+#include "objects/Medium.h"
+#include "objects/ObjectWriter.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/OwnFiles.h"
+#include "sets/Search.h"
 
 #include <Disk/Disk_Access.h>
 #include <cerrno>

@@ -1,12 +1,12 @@
-#include "Fetch.h"
+#include "commands/Commands.h"
 
-#include "Choice.h"
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "ObjectWriter.h"
-#include "Report.h"
-#include "Search.h"
+#include "commands/Choice.h"
+#include "objects/ObjectWriter.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/Search.h"
 
 #include <cerrno>
 #include <chrono>

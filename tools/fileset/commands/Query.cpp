@@ -1,10 +1,10 @@
-#include "Query.h"
+#include "commands/Commands.h"
 
-#include "EngineLog.h"
-#include "Json.h"
-#include "Report.h"
-#include "Search.h"
-#include "Text.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "output/Text.h"
+#include "sets/EngineLog.h"
+#include "sets/Search.h"
 
 #include <algorithm>
 #include <memory>

@@ -1,14 +1,14 @@
-#include "Scan.h"
+#include "commands/Commands.h"
 
-#include "Choice.h"
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "OwnFiles.h"
-#include "Report.h"
-#include "StoreObject.h"
-#include "Text.h"
-#include "Zombies.h"
+#include "commands/Choice.h"
+#include "objects/StoreObject.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "output/Text.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/OwnFiles.h"
+#include "sets/Zombies.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
-#include "Setup.h"
+#include "commands/Setup.h"
 
-#include "Text.h"
+#include "output/Text.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,11 +1,11 @@
-#include "Status.h"
+#include "commands/Commands.h"
 
-#include "Choice.h"
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "Report.h"
-#include "Search.h"
+#include "commands/Choice.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/Search.h"
 
 #include <memory>
 

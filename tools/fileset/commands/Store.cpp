@@ -1,13 +1,13 @@
-#include "Store.h"
+#include "commands/Commands.h"
 
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "Json.h"
-#include "ObjectWriter.h"
-#include "ReadAhead.h"
-#include "Report.h"
-#include "SourceFiles.h"
-#include "StoreObject.h"
+#include "objects/ObjectWriter.h"
+#include "objects/ReadAhead.h"
+#include "objects/SourceFiles.h"
+#include "objects/StoreObject.h"
+#include "output/Json.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
 
 #include <cerrno>
 #include <chrono>

@@ -1,7 +1,7 @@
-#include "Medium.h"
+#include "objects/Medium.h"
 
-#include "EngineLog.h"
-#include "StoreObject.h"
+#include "objects/StoreObject.h"
+#include "sets/EngineLog.h"
 
 #include <cerrno>
 #include <dicom/Util_TransferSyntax.h>

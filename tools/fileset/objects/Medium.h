@@ -3,7 +3,7 @@
 // leave a file that no record names.
 #pragma once
 
-#include "FileSet.h"
+#include "sets/FileSet.h"
 
 #include <set>
 #include <string>

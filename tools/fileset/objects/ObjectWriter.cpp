@@ -1,7 +1,7 @@
-#include "ObjectWriter.h"
+#include "objects/ObjectWriter.h"
 
-#include "Report.h"
-#include "StoreObject.h"
+#include "objects/StoreObject.h"
+#include "output/Report.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,7 +1,7 @@
-#include "ReadAhead.h"
+#include "objects/ReadAhead.h"
 
-#include "Interruption.h"
-#include "StoreObject.h"
+#include "objects/StoreObject.h"
+#include "program/Interruption.h"
 
 #include <algorithm>
 #include <dicom/Dicom_Compressor.h>

@@ -1,8 +1,8 @@
-#include "SourceFiles.h"
+#include "objects/SourceFiles.h"
 
-#include "FileSet.h"
-#include "Report.h"
-#include "StoreObject.h"
+#include "objects/StoreObject.h"
+#include "output/Report.h"
+#include "sets/FileSet.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
-#include "StoreObject.h"
+#include "objects/StoreObject.h"
 
-#include "EngineLog.h"
+#include "sets/EngineLog.h"
 
 #include <Disk/Disk_Error.h>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // What commands share that make objects part of a file-set.
 #pragma once
 
-#include "FileSet.h"
+#include "sets/FileSet.h"
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
-#include "Json.h"
+#include "output/Json.h"
 
-#include "Report.h"
+#include "output/Report.h"
 
 #include <charconv>
 #include <cmath>

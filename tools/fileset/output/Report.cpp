@@ -1,8 +1,8 @@
-#include "Report.h"
+#include "output/Report.h"
 
-#include "Command.h"
-#include "Text.h"
+#include "output/Text.h"
 #include "phantom/Progress.h"
+#include "program/Exit.h"
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include "AddressSpace.h"
+#include "program/AddressSpace.h"
 
 #include <cstddef>
 #include <malloc.h>

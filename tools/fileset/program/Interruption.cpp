@@ -1,4 +1,4 @@
-#include "Interruption.h"
+#include "program/Interruption.h"
 
 #include <atomic>
 #include <csignal>

@@ -1,4 +1,4 @@
-#include "Attribute.h"
+#include "sets/Attribute.h"
 
 #include <algorithm>
 #include <array>

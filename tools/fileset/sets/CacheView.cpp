@@ -1,7 +1,7 @@
-#include "CacheView.h"
+#include "sets/CacheView.h"
 
-#include "EngineLog.h"
-#include "Report.h"
+#include "output/Report.h"
+#include "sets/EngineLog.h"
 
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
 #include <algorithm>

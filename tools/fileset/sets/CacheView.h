@@ -1,8 +1,8 @@
 // A file-set seen as a bounded cache: what limits it, and who would go.
 #pragma once
 
-#include "FileSet.h"
-#include "Leftovers.h"
+#include "sets/FileSet.h"
+#include "sets/Leftovers.h"
 
 #include <Disk/Disk_CacheRepository.h>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "EngineLog.h"
+#include "sets/EngineLog.h"
 
 #include <algorithm>
 #include <charconv>

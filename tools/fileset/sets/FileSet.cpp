@@ -1,9 +1,9 @@
-#include "FileSet.h"
+#include "sets/FileSet.h"
 
-#include "Command.h"
-#include "EngineLog.h"
-#include "OwnFiles.h"
-#include "Report.h"
+#include "output/Report.h"
+#include "program/Exit.h"
+#include "sets/EngineLog.h"
+#include "sets/OwnFiles.h"
 
 #include <algorithm>
 #include <cerrno>

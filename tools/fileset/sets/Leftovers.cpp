@@ -1,7 +1,7 @@
-#include "Leftovers.h"
+#include "sets/Leftovers.h"
 
-#include "EngineLog.h"
-#include "Report.h"
+#include "output/Report.h"
+#include "sets/EngineLog.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -2,8 +2,8 @@
 // gone. Patient data must not stay there unnoticed, so commands look afterwards.
 #pragma once
 
-#include "FileSet.h"
-#include "Search.h"
+#include "sets/FileSet.h"
+#include "sets/Search.h"
 
 #include <map>
 #include <string>

@@ -1,4 +1,4 @@
-#include "OwnFiles.h"
+#include "sets/OwnFiles.h"
 
 #include <algorithm>
 #include <cerrno>

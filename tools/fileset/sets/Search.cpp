@@ -1,7 +1,7 @@
-#include "Search.h"
+#include "sets/Search.h"
 
-#include "EngineLog.h"
-#include "Report.h"
+#include "output/Report.h"
+#include "sets/EngineLog.h"
 
 #include <algorithm>
 #include <unordered_map>

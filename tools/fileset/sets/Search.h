@@ -5,8 +5,8 @@
 // patient say, is added to the responses below.
 #pragma once
 
-#include "Attribute.h"
-#include "FileSet.h"
+#include "sets/Attribute.h"
+#include "sets/FileSet.h"
 
 #include <memory>
 #include <set>

@@ -1,10 +1,10 @@
-#include "Zombies.h"
+#include "sets/Zombies.h"
 
-#include "EngineLog.h"
-#include "Interruption.h"
-#include "OwnFiles.h"
-#include "Report.h"
-#include "Search.h"
+#include "output/Report.h"
+#include "program/Interruption.h"
+#include "sets/EngineLog.h"
+#include "sets/OwnFiles.h"
+#include "sets/Search.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // Files and folders of a file-set that no record names: what crashes, other programs and lost records left.
 #pragma once
 
-#include "FileSet.h"
+#include "sets/FileSet.h"
 
 #include <cstdint>
 #include <set>

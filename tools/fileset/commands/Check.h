@@ -1,4 +1,0 @@
-#pragma once
-#include "Command.h"
-
-Command AddCheck(CLI::App& app);

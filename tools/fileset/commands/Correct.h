@@ -1,5 +1,0 @@
-#pragma once
-
-#include "Command.h"
-
-Command AddCorrect(CLI::App& app);
