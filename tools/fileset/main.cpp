@@ -22,19 +22,16 @@ char const kDescription[] = "Keeps DICOM objects in a file-set: a directory with
                             "in it. Several programs may work on one file-set at the same time.\n";
 
 char const kFooter[] = R"(
-Example: a new file-set, what is in it, and a study out of it again, also onto a medium
+Example: make a file-set, list it, copy a study out of it, and make a medium with the study
   fileset store /data/set /media/cdrom/images
   fileset query /data/set
   fileset fetch /data/set --study 1.2.840.4711 --out /tmp/study
   fileset export /data/set --study 1.2.840.4711 --out /tmp/medium --standard
 
-Studies are protected, completed and deleted, patients corrected, room is made (auto-delete), and what
-crashes left is found (scan), as is what is damaged (check).
-
 `fileset COMMAND --help` tells more about a command.
 
-Ends with 0 when all is done, 1 when something failed (a line on standard error for each failure), 2 when
-the command line is wrong, 3 when there is no file-set, or it can't be opened or made.)";
+Ends with 0 when all is done; 1 when something failed; 2 when the command line is wrong; 3 when there is no
+file-set, or it can't be opened or made. Each failure has a line on standard error.)";
 
 int RunCommand(std::vector<Command> const& commands) {
   for (Command const& command : commands)
@@ -42,7 +39,7 @@ int RunCommand(std::vector<Command> const& commands) {
   return kUsage;
 }
 
-// In how many places the letters of two words differ, one that is missing counting as one.
+// The number of letters to change, add or drop to make one word the other.
 std::size_t Distance(std::string const& a, std::string const& b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t(0));
@@ -57,7 +54,7 @@ std::size_t Distance(std::string const& a, std::string const& b) {
   return row.back();
 }
 
-// Tells that a word is no command, and which may be meant. False when it is one, or an option.
+// Tells that a word is no command, and which command may be meant. False if it is a command or an option.
 bool TellUnknown(std::vector<Command> const& commands, std::string const& word) {
   constexpr std::size_t kLike = 2;
   std::string meant = "`fileset --help` tells them";
@@ -71,7 +68,7 @@ bool TellUnknown(std::vector<Command> const& commands, std::string const& word) 
   return true;
 }
 
-// A result that nobody got isn't one.
+// Output that couldn't be written is a failure of the command.
 int Finished(int result) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return result;
   std::fprintf(stderr, "fileset: standard output: %s\n", std::strerror(errno));

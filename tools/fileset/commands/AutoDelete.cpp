@@ -19,19 +19,19 @@ namespace {
 char const kDescription[] = "Deletes the least recently updated studies until enough of the disk is free";
 
 char const kFooter[] = R"(
-Studies go one by one, the least recently updated first, until more than the wanted space is free.
-Protected studies stay (`fileset protect`), and so do those updated within the last days. Ctrl-C ends it
-between two studies. A file that can't be removed is told.
+Studies are deleted one by one, the least recently updated first, until more than the wanted space is free.
+Protected studies stay (`fileset protect`), and so do those that were updated within the last days. A file that
+can't be removed is a failure. Ctrl-C ends the command between two studies.
 
-A megabyte counts as 1000 KB here, a KB as 1024 bytes.
+A megabyte is 1000 KB here, and a KB is 1024 bytes.
 Only file-sets of the private structure can do this.
 
-Examples: see what would go, and let it go
+Examples: see what would be deleted, and delete it
   fileset auto-delete /data/set --free-mb 50000 --min-age-days 30 --dry-run
   fileset auto-delete /data/set --free-mb 50000 --min-age-days 30
 
-Ends with 0 when the wanted space is free, 1 when it isn't (a line on standard error says what stood in
-the way), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+Ends with 0 when the wanted space is free; 1 when it isn't, and a line on standard error says why; 2 for a wrong
+command line; 3 when the file-set can't be opened.)";
 
 constexpr Dicom_Tag kProtection = Dicom_Dictionary::KOLBA_PROTECTION_FLAG;
 
@@ -50,13 +50,13 @@ struct Went {
 
 struct Outcome {
   long free_before = 0, free_after = 0; // KB; estimated in a dry run
-  std::vector<Went> went;               // of a dry run, in this order
+  std::vector<Went> went;               // in a dry run, in the order of deletion
   std::size_t deleted = 0;
 };
 
 std::string Studies(std::size_t count) { return std::to_string(count) + (count == 1 ? " study" : " studies"); }
 
-// What keeps the space from being free.
+// Why no more space can be made.
 std::string Obstacles(std::size_t studies, std::size_t is_protected, std::size_t refused, Options const& options) {
   std::string text = studies == 0 ? "no study is left" : "";
   auto const add = [&](std::size_t count, std::string const& why) {
@@ -69,7 +69,7 @@ std::string Obstacles(std::size_t studies, std::size_t is_protected, std::size_t
   return text;
 }
 
-// Studies and the number of protected ones. 0, or -1 (reported) when the file-set can't be read.
+// Finds all studies, and the number of protected ones. 0, or -1 (reported) if the file-set can't be read.
 int FindStudies(FileSet& set, EngineLog& log, Report& report, StudyFolders* all, std::size_t* is_protected) {
   Search::Rows rows;
   std::vector<Key> const keys = {{kProtection, ""}, {Attributes::kReferencedFileId, ""}};
@@ -77,7 +77,7 @@ int FindStudies(FileSet& set, EngineLog& log, Report& report, StudyFolders* all,
   *all = FoldersOf(rows, set.directory);
   *is_protected = std::size_t(std::count_if(rows.begin(), rows.end(), [](auto const& row) {
     std::string const flag = row->Text(kProtection);
-    return flag.empty() || flag == "Y"; // a study that doesn't say isn't deleted either
+    return flag.empty() || flag == "Y"; // a study without the flag isn't deleted either
   }));
   return 0;
 }
@@ -206,12 +206,15 @@ Command AddAutoDelete(CLI::App& app) {
   CLI::App* line = app.add_subcommand("auto-delete", kDescription)->footer(kFooter);
   CLI::Range const range(0, std::numeric_limits<std::int32_t>::max());
   line->add_option("DIR", options->directory, "The file-set")->required();
-  line->add_option("--free-mb", options->free_mb, "Free space to reach")->option_text("N")->required()->check(range);
-  line->add_option("--min-age-days", options->min_age_days, "Studies not older than this stay")
+  line->add_option("--free-mb", options->free_mb, "The free space that is wanted")
       ->option_text("N")
       ->required()
       ->check(range);
-  line->add_flag("--dry-run", options->dry_run, "Only tell what would go, in which order");
+  line->add_option("--min-age-days", options->min_age_days, "Keep studies that are not older")
+      ->option_text("N")
+      ->required()
+      ->check(range);
+  line->add_flag("--dry-run", options->dry_run, "Only tell what would be deleted, in which order");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

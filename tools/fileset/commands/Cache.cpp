@@ -19,27 +19,28 @@
 
 namespace {
 
-char const kDescription[] = "Uses a file-set as a bounded cache that gives up the least wanted studies";
+char const kDescription[] = "Uses a file-set as a bounded cache, which deletes the least wanted studies to make room";
 
 char const kFooter[] = R"(
-The configuration (fileset --config FILE) says how much of the disk the cache may take, and how many
-studies it may hold. When an object doesn't fit, studies are graded, by size, by the age of the last store and by
-the age of the last access, and go from the lowest grade upward.
+The configuration (fileset --config FILE) says how much of the disk the cache may take, and how many studies it may
+hold. When a new object doesn't fit, the studies get grades by their size, the age of their last store and the age
+of their last access. Then they are deleted, the lowest grade first, until there is room.
 
-`cache query`, `fetch` and `delete` are those of any file-set, but that protected studies are deleted too.
-Ctrl-C ends a cleaning between two studies; the same command goes on. `cache clean --all` asks on a terminal,
-and wants --yes elsewhere. A file that can't be removed is told.
---now says what time it is, to try how a cache grows old.
+`cache query`, `fetch` and `delete` work as those of any file-set, except that protected studies are deleted too.
+`cache clean --all` asks on a terminal; elsewhere it needs --yes. A file that can't be removed is a failure. Ctrl-C
+ends a cleaning between two studies; the same command goes on.
 
-Examples: a cache of 200 MB, how full it is, and what a cleaning would take
+--now sets the time that the command goes by, to try how a cache ages.
+
+Examples: a cache of 200 MB, how full it is, and what a cleaning would delete
   echo 'push: {max_repository_size_mb: 200}' > cache.yaml
   fileset --config cache.yaml cache store /data/cache images/
   fileset --config cache.yaml cache status /data/cache
   fileset --config cache.yaml cache clean /data/cache --mb 50 --dry-run
 
-Ends with 0 when all was done, 1 when something failed (a line on standard error for each): an object that
-was refused or had to go again for others, a cleaning that can't reach what was wanted, tried or not; 2 for
-a wrong command line, 3 when the cache can't be opened.)";
+Ends with 0 when all was done; 1 when something failed; 2 for a wrong command line; 3 when the cache can't be
+opened. Each failure has a line on standard error. Failures are also: an object that was refused, or was stored and
+deleted again to make room for others; and a cleaning, or its dry run, that can't reach what was wanted.)";
 
 struct StoreOptions {
   std::string directory;
@@ -66,9 +67,9 @@ int SetNow(std::string const& text) {
   return 0;
 }
 
-// What a store into a cache has brought, by study, and what had to make room for it.
+// What a store into a cache has stored, by study, and which studies had to make room.
 struct Kept {
-  std::map<std::string, std::size_t> stored, lost; // numbers of objects; lost: stored, and given up afterwards
+  std::map<std::string, std::size_t> stored, lost; // numbers of objects; lost: stored, and deleted afterwards
   std::set<std::string> given_up;
 
   void GiveUp(std::string const& study) {
@@ -81,7 +82,7 @@ struct Kept {
   }
 };
 
-// Empty when the object is stored, else the cause.
+// Stores a file. Returns the cause of a failure, else an empty text.
 std::string StoreFile(std::string const& path, StoreOptions const& options, CacheView& cache, EngineLog& log,
                       std::string* study) {
   std::string problem;
@@ -144,12 +145,13 @@ int RunStore(StoreOptions const& options) {
 
 Command AddCacheStore(CLI::App& app) {
   auto const options = std::make_shared<StoreOptions>();
-  CLI::App* line = app.add_subcommand("store", "Stores objects, and makes room for them if need be");
-  line->add_option("DIR", options->directory, "The cache; made if it isn't there")->required();
+  CLI::App* line = app.add_subcommand("store", "Stores objects, and makes room for them if necessary");
+  line->add_option("DIR", options->directory, "The cache; made if it doesn't exist")->required();
   line->add_option("FILES", options->sources, "Files and folders")->required();
-  line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
+  line->add_flag("--accept-mismatch", options->accept_mismatch,
+                 "Store objects that contradict their study or series too");
   line->add_flag("--init", options->init, "Make a new cache although DIR holds other things");
-  line->add_flag("--strict", options->strict, "A file in a folder that is no object is a failure too");
+  line->add_flag("--strict", options->strict, "Count files in folders that are no objects as failures");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return RunStore(*options); }};
 }
@@ -160,7 +162,7 @@ Command AddCache(CLI::App& app) {
   CLI::App* const line = app.add_subcommand("cache", kDescription)->footer(kFooter);
   line->require_subcommand(1);
   auto const now = std::make_shared<std::string>();
-  line->add_option("--now", *now, "What time it is: 2026-01-31, or 2026-01-31T17:30")
+  line->add_option("--now", *now, "The time to go by: 2026-01-31, or 2026-01-31T17:30")
       ->option_text("TIME")
       ->check(
           [](std::string const& text) { return SetNow(text) == 0 ? "" : text + " is no date like 2026-01-31T17:30"; });

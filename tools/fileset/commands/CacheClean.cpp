@@ -21,7 +21,7 @@ struct Options {
   bool dry_run = false, json = false;
 };
 
-// Which of the studies a cleaning would take: as long as this says so, and their grade lets them go.
+// Whether a cleaning that has deleted `gone` wants another study. A dry run goes by it.
 using Wanted = std::function<bool(std::vector<Disk_StudyMetaData> const& gone)>;
 
 Wanted Until(long mb, CacheView::Space const& space) {
@@ -75,7 +75,7 @@ void Print(std::vector<Disk_StudyMetaData> const& gone, Options const& options, 
               double(space.free_kb) / 1024, options.dry_run ? "are" : "are now");
 }
 
-// That a cleaning doesn't reach what was wanted.
+// Reports that a cleaning doesn't reach what was wanted.
 void Tell(Options const& options, bool all_gone, CacheView const& cache, Report& report) {
   std::string const grade = std::to_string(cache.GetThreshold());
   report.Fail(options.directory,
@@ -140,7 +140,7 @@ int Run(Options const& options) {
   for (Disk_StudyMetaData const& study : gone)
     ReportLeft({}, folders[study.m_studyUID.GetText()], log, report);
   Print(gone, options, *cache);
-  // a study whose deletion ended half-way may count as deleted
+  // a study that is only half deleted may count as deleted
   bool const stay = options.all.wanted ? gone.size() < before.size() : int(gone.size()) < options.studies;
   if (IsInterrupted() && (result == -1 || stay))
     report.Fail(options.directory, "interrupted before all was deleted; the same command goes on");
@@ -153,20 +153,20 @@ int Run(Options const& options) {
 
 Command AddCacheClean(CLI::App& app) {
   auto const options = std::make_shared<Options>();
-  CLI::App* line = app.add_subcommand("clean", "Gives up studies, from the lowest grade upward, below the threshold");
+  CLI::App* line = app.add_subcommand("clean", "Deletes studies below the threshold, the lowest grade first");
   line->add_option("DIR", options->directory, "The cache")->required();
   CLI::Range const number(0, 2147483647);
-  line->add_option("--mb", options->mb, "Until so many MB are free")->option_text("N")->check(number);
-  line->add_option("--percent", options->percent, "Until so much of its size is free")
+  line->add_option("--mb", options->mb, "Until N MB are free")->option_text("N")->check(number);
+  line->add_option("--percent", options->percent, "Until N percent of the cache's size are free")
       ->option_text("N")
       ->check(CLI::Range(0, 100));
-  line->add_option("--studies", options->studies, "So many studies")->option_text("N")->check(number);
-  line->add_option("--for-study", options->for_study, "Room for a study of so many images of a modality")
+  line->add_option("--studies", options->studies, "N studies")->option_text("N")->check(number);
+  line->add_option("--for-study", options->for_study, "Until a study of this many images of a modality has room")
       ->option_text("IMAGES MODALITY")
       ->check(Choice::IsNotEmpty())
       ->expected(2);
   Choice::AddAll(*line, options->all, "All studies, whatever their grade, after asking");
-  line->add_flag("--dry-run", options->dry_run, "Only tell which would go");
+  line->add_flag("--dry-run", options->dry_run, "Only tell which would be deleted");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

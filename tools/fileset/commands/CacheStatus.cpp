@@ -145,8 +145,9 @@ int Run(Options const& options) {
 
 Command AddCacheStatus(CLI::App& app) {
   auto const options = std::make_shared<Options>();
-  CLI::App* line = app.add_subcommand("status", "Shows how full the cache is, and its studies as they would go");
+  CLI::App* line = app.add_subcommand(
+      "status", "Shows how full the cache is, and its studies in the order in which they would be deleted");
   line->add_option("DIR", options->directory, "The cache")->required();
-  line->add_flag("--json", options->json, "Print the same as JSON");
+  line->add_flag("--json", options->json, "Print JSON");
   return {line, [options] { return Run(*options); }};
 }

@@ -16,19 +16,19 @@ namespace {
 char const kDescription[] = "Compares records, files, counters and links of a file-set, and tells what is wrong";
 
 char const kFooter[] = R"(
-Nothing is changed, and others can work on the file-set meanwhile. With --deep every object is read, its
+Nothing is changed, and other programs can work on the file-set meanwhile. With --deep every object is read, its
 UIDs are compared with its record, and JPEG-LS pixels are decoded.
 
-Each finding has a kind, a word that stays the same, and names patient, study, series and instance. What an
-interrupted store or delete leaves is told apart from damage: the same store or delete, or `fileset scan`,
-mends it. docs/check.md says what each kind means and what to do.
+Each finding has a kind, a word that stays the same between versions, and names patient, study, series and
+instance. Damage is told apart from what an interrupted store or delete leaves; the same store or delete, or
+`fileset scan`, mends that. docs/check.md says what each kind means and what to do.
 
 Examples:
   fileset check /data/set
   fileset check /data/set --deep --json
 
-Ends with 0 when the file-set is sound, 1 when something was found, 2 for a wrong command line, 3 when there
-is no file-set or it can't be looked at.)";
+Ends with 0 when the file-set is sound; 1 when something was found; 2 for a wrong command line; 3 when there is no
+file-set or it can't be read.)";
 
 struct Options {
   std::string directory;

@@ -41,7 +41,7 @@ CLI::Validator Choice::IsNotEmpty() {
 
 CLI::Option* Choice::AddAll(CLI::App& line, All& all, char const* what_happens) {
   CLI::Option* const option = line.add_flag("--all", all.wanted, what_happens);
-  line.add_flag("--yes", all.yes, "Don't ask before that")->needs(option);
+  line.add_flag("--yes", all.yes, "Don't ask before it")->needs(option);
   return option;
 }
 

@@ -17,23 +17,25 @@ namespace {
 char const kDescription[] = "Corrects attributes of a patient, in the records and in every object";
 
 char const kFooter[] = R"(
-What can be corrected: PatientName, PatientID, IssuerOfPatientID, Manufacturer, ManufacturerModelName,
-by keyword or tag. A value can't be blanked. Values are given in UTF-8; an object whose character set
-lacks a character of the new value is rewritten in Unicode.
+These attributes can be corrected, by keyword or tag: PatientName, PatientID, IssuerOfPatientID, Manufacturer,
+ManufacturerModelName. A value can't be made empty. Values are given in UTF-8. If the character set of an object
+lacks a character of the new value, the object is rewritten in Unicode.
 
-The patient is told by ID and issuer; without --issuer it is the one without an issuer. Each object is
-rewritten, compressed without loss unless --native is given, and the records last. An object that can't
-be read stops the correction, and so does Ctrl-C, between two objects: those before it have the new values
-already, the records the old ones. The same command run again finishes the work, with the object put
-right or deleted.
+The patient is the one with this ID and issuer; without --issuer, the one without an issuer. Every object is
+rewritten, compressed without loss unless --native is given. The records are written last.
+
+An object that can't be read stops the correction. So does Ctrl-C, between two objects. The objects before it have
+the new values then, the records the old ones. Put the object right or delete it, and run the same command again:
+it finishes the work.
+
 Only file-sets of the private structure can do this.
 
 Examples:
   fileset correct /data/set --patient 4711 --set 'PatientName=Miller^Joan' --set PatientID=4712
   fileset correct /data/set --patient 4711 --issuer CITY --set 0008,0070=ACME
 
-Ends with 0 when all is corrected, 1 when there is no such patient or something failed (a line on standard
-error for each), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+Ends with 0 when everything is corrected; 1 when there is no such patient or something failed; 2 for a wrong
+command line; 3 when the file-set can't be opened. Each failure has a line on standard error.)";
 
 constexpr Dicom_Tag kPatientName{0x0010, std::uint16_t(0x0010)};
 constexpr Dicom_Tag kManufacturer{0x0008, std::uint16_t(0x0070)};
@@ -45,7 +47,7 @@ struct Options {
   bool native = false, json = false;
 };
 
-// What the options set; empty is what stays.
+// The new values; an empty one leaves its attribute alone.
 struct Values {
   std::string name, id, issuer, manufacturer, model;
 };
@@ -59,9 +61,9 @@ struct Correctable {
                           {kManufacturer, &Values::manufacturer},
                           {kModelName, &Values::model}};
 
-// Why this can't be the value of the attribute; empty if it can.
+// Why the attribute can't have this value; empty if it can.
 std::string ValueProblem(Dicom_Tag const& tag, std::string const& value) {
-  constexpr std::size_t kLongest = 64; // characters; of a name, in each of its groups
+  constexpr std::size_t kLongest = 64; // characters, in each group of a name
   constexpr std::ptrdiff_t kMostGroups = 3;
   if (value.find_first_not_of(' ') == std::string::npos) return "a value can't be blanked";
   if (value.find('\\') != std::string::npos || Printable(value) != value)
@@ -112,7 +114,7 @@ std::string Listed(Values const& values, std::initializer_list<std::string Value
   return names;
 }
 
-// The equipment first: the other may change what the patient is told by.
+// The equipment comes first, because the other correction may change the ID by which the patient is found.
 std::vector<Pass> Passes(Options const& options, Values const& values, Disk_RootDirectoryFile& root) {
   auto const lo = [](std::string const& text) { return text.empty() ? LO_NULL : Dicom_LO(text); };
   Dicom_LO const patient = lo(options.patient), issuer = lo(options.issuer);
@@ -127,7 +129,7 @@ std::vector<Pass> Passes(Options const& options, Values const& values, Disk_Root
   return passes;
 }
 
-// The objects of a patient. Keys of a search may match more than one ID.
+// Keeps the objects of this patient. The keys of a search may match more than one ID.
 Search::Rows Only(Search::Rows rows, std::string const& patient, std::string const& issuer) {
   std::erase_if(rows, [&](auto const& row) {
     return row->Text(Attributes::kPatientId) != patient || row->Text(Attributes::kIssuerOfPatientId) != issuer;
@@ -135,7 +137,7 @@ Search::Rows Only(Search::Rows rows, std::string const& patient, std::string con
   return rows;
 }
 
-// kDone, or (reported) what to end with: the file-set can't be read or has no such patient.
+// kDone; or what to end with (reported) if the file-set can't be read or has no such patient.
 int FindObjects(Options const& options, Search& search, Report& report, std::size_t* objects) {
   using namespace Attributes;
   Search::Rows rows;
@@ -145,7 +147,7 @@ int FindObjects(Options const& options, Search& search, Report& report, std::siz
   for (auto const& row : rows)
     if (row->Text(kPatientId) == options.patient) issuers.insert(row->Text(kIssuerOfPatientId));
   *objects = Only(std::move(rows), options.patient, options.issuer).size();
-  if (*objects > 0 || issuers.empty()) return kDone; // without objects the library decides whether there is a patient
+  if (*objects > 0 || issuers.empty()) return kDone; // the library decides whether a patient without objects exists
   std::string known;
   for (std::string const& issuer : issuers)
     known += (known.empty() ? "" : ", ") + (issuer.empty() ? "none" : issuer);
@@ -153,7 +155,7 @@ int FindObjects(Options const& options, Search& search, Report& report, std::siz
   return kFailed;
 }
 
-// Two patients under one ID stay two: a later correction finds only one of them.
+// Warns if the new ID belongs to another patient: the two keep separate records, and a later correction finds only one.
 void WarnOfNamesake(Options const& options, Values const& values, Search& search, Report const& report) {
   using namespace Attributes;
   std::string const id = values.id.empty() ? options.patient : values.id;

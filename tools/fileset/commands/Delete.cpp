@@ -15,25 +15,27 @@ namespace {
 char const kDescription[] = "Deletes studies, series or images: their files and their records";
 
 char const kWhatGoes[] = R"(
-A series whose last image goes is deleted too, and so is a study whose last series goes, and a patient
-without studies.)";
+When the last image of a series is deleted, its series is deleted too; likewise a study with its last series, and
+a patient with the last study.)";
 
-char const kOfProtection[] = R"( In the private structure a protected study is refused unless --force is given; the
-standard structure knows no protection.)";
+char const kOfProtection[] = R"(
+In the private structure a protected study is refused unless --force is given. The standard structure knows no
+protection.)";
 
-char const kOfCaches[] = R"( Protected studies are deleted too.)";
+char const kOfCaches[] = R"(
+Protected studies are deleted too.)";
 
 char const kEnd[] = R"(
 
-A file that can't be removed is told. Its record goes with its study or series; that of an image that was
-named stays. A delete that was interrupted is completed by the same command. If what was named has no
-record any more, the file-set is checked for what such a delete left, which takes some time.
+A file that can't be removed is a failure. Its record is deleted with its study or series; the record of an image
+that was named stays. After an interruption the same command completes the delete: for what was named and has no
+record any more, it checks the file-set for what the first one left. That takes some time.
 
-UIDs have digits and dots; wildcards aren't taken. --all asks on a terminal, and wants --yes elsewhere.
+UIDs are whole; wildcards are refused. --all asks on a terminal; elsewhere it needs --yes.
 )";
 
 char const kExamples[] = R"(
-Examples: see what would go, and let it go
+Examples: see what would be deleted, and delete it
   fileset delete /data/set --study 1.2.840.4711 --dry-run
   fileset delete /data/set --study 1.2.840.4711 1.2.840.4712
   fileset delete /data/set --study 1.2.840.4711 --series 1.2.840.4711.1
@@ -41,14 +43,14 @@ Examples: see what would go, and let it go
 )";
 
 char const kCacheExamples[] = R"(
-Examples: see what would go, and let it go
+Examples: see what would be deleted, and delete it
   fileset --config cache.yaml cache delete /data/cache --study 1.2.840.4711 --dry-run
   fileset --config cache.yaml cache delete /data/cache --study 1.2.840.4711
 )";
 
 char const kResults[] = R"(
-Ends with 0 when all that was named is gone, 1 when something isn't there, can't be deleted or stays on
-the disk (a line on standard error for each), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+Ends with 0 when everything named is deleted; 1 when something doesn't exist, can't be deleted or stays on the
+disk; 2 for a wrong command line; 3 when the file-set can't be opened. Each failure has a line on standard error.)";
 
 std::string Footer(bool is_cache) {
   return std::string(kWhatGoes) + (is_cache ? kOfCaches : kOfProtection) + kEnd +
@@ -172,7 +174,7 @@ Command AddDelete(CLI::App& app, bool is_cache) {
   for (CLI::Option* const option : named)
     option->check(Choice::IsUid())->excludes(all);
   if (!is_cache) line->add_flag("--force", options->force, "Delete protected studies too");
-  line->add_flag("--dry-run", options->dry_run, "Only tell what would go");
+  line->add_flag("--dry-run", options->dry_run, "Only tell what would be deleted");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

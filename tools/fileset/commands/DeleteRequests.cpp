@@ -19,8 +19,8 @@ bool Contains(std::vector<std::string> const& list, std::string const& text) {
   return std::find(list.begin(), list.end(), text) != list.end();
 }
 
-// What an interrupted delete left where the choice looks. The records of objects whose files are gone aren't meant:
-// they are found by a query.
+// Finds what an interrupted delete left within the choice. It leaves out records of objects whose files are gone: a
+// query finds those.
 std::vector<Disk_Finding> FindRests(DeleteChoice const& choice, FileSet const& set, EngineLog& log, Report& report) {
   if (set.structure != Structure::Private) return {}; // in the standard structure all records go together
   Disk_CheckResult result;
@@ -94,7 +94,7 @@ private:
 
   void find_rests(std::vector<std::string> const& missing) {
     std::vector<Disk_Finding> const rests = FindRests(choice_, set_, log_, report_);
-    // a series that isn't there makes the library bring the study's record up to date
+    // deleting a series without a record makes the library update the record of the study
     std::string const no_series = choice_.series.empty() ? missing.front() : choice_.series;
     for (Disk_Finding const& rest : rests) {
       DeleteRequest& request = at(rest.study_uid, rest.series_uid.empty() ? no_series : rest.series_uid);
@@ -144,7 +144,7 @@ int FindDeleteRequests(DeleteChoice const& choice, FileSet& set, EngineLog& log,
 void ListFiles(DeleteRequest& request, FileSet& set, EngineLog& log, Report& report) {
   if (request.level == Level::IMAGE || request.is_rest) return;
   Search::Rows rows;
-  Failures unreadable; // the delete tells
+  Failures unreadable; // the delete tells them
   Search search(set, log, report);
   search.CollectUnreadable(&unreadable);
   std::vector<Key> const keys = {

@@ -1,4 +1,4 @@
-// What a delete was asked for, as requests to the library.
+// Turns what a delete was asked for into requests to the library.
 //
 // The records tell where a series or an image is. A delete that was interrupted may have removed them already, and left
 // folders and counters above them. So when something that was named has no record, the file-set is checked, and what an
@@ -14,7 +14,7 @@
 class EngineLog;
 class Report;
 
-// What the command line names; nothing stands for all studies.
+// What the command line names. An empty choice means all studies.
 struct DeleteChoice {
   std::vector<std::string> studies, images;
   std::string series;
@@ -27,10 +27,10 @@ struct DeleteRequest {
   Level level = Level::STUDY;
   std::string study, series;
   std::vector<std::string> images;
-  std::size_t missing = 0;        // of the images: those without a record
-  bool is_rest = false;           // nothing but what an interrupted delete left
+  std::size_t missing = 0;        // how many of the images have no record
+  bool is_rest = false;           // names only what an interrupted delete left
   std::string folder;             // of a study or series of the private structure
-  std::vector<std::string> files; // of the objects that go; by ListFiles, but for images
+  std::vector<std::string> files; // of the objects to delete; ListFiles adds those of a study or series
 };
 
 using DeleteRequests = std::vector<DeleteRequest>;

@@ -24,32 +24,32 @@ namespace {
 char const kDescription[] = "Copies a study, a series or an object into a folder, or into a new file-set to burn";
 
 char const kFooter[] = R"(
-The files are named FOLDER/SOPINSTANCEUID.dcm. A file that is there already is left alone, which counts
-as a failure, unless --force is given. FOLDER is made if need be.
+The copy of an object is named FOLDER/SOPINSTANCEUID.dcm. FOLDER is made if it doesn't exist. If the file exists
+already it is left alone, which counts as a failure; with --force it is replaced. Compressed pixels stay
+compressed unless --decompress is given.
 
-With --standard FOLDER becomes a file-set of the standard structure, with a DICOMDIR that other DICOM
-software reads. It must be empty or not exist. One sync at the end makes it survive a power cut. Its
-objects are decompressed, so that any reader can show them, unless --as-stored is given; the DICOMDIR
-tells of each file how it is encoded.
+With --standard FOLDER becomes a file-set of the standard structure, with a DICOMDIR that other DICOM software
+reads. FOLDER must be empty or not exist. The objects are decompressed, so that any reader can show them, unless
+--as-stored is given; the DICOMDIR says how each file is encoded. One sync at the end makes the file-set survive a
+power cut.
 
-Into a folder without DICOMDIR compressed pixels stay compressed unless --decompress is given. An object
-that can't be copied, or read, is told, and the others are copied; nothing is taken back. Ctrl-C ends it
-between two objects.
+If an object can't be read or copied, the others are copied all the same, and nothing is taken back. Ctrl-C ends
+the export between two objects.
 
 Examples:
   fileset export /data/set --study 1.2.840.4711 --out /tmp/study
   fileset export /data/set --study 1.2.840.4711 --out /tmp/medium --standard
 
-Ends with 0 when every object was copied, 1 when nothing was found or something failed (a line on
-standard error for each), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+Ends with 0 when every object was copied; 1 when nothing was found or something failed; 2 for a wrong command
+line; 3 when the file-set can't be opened. Each failure has a line on standard error.)";
 
 struct Options {
   std::string directory, study, series, image, out;
   bool standard = false, as_stored = false, decompress = false, force = false, json = false;
 };
 
-// A list each for the library: one, but for a series or an image that stands in several places.
-// 0, or -1 (reported) when the file-set can't be read.
+// Makes the queries whose answers are copied: one, or several if the series or image stands in several places. 0, or -1
+// (reported) if the file-set can't be read.
 int FindLists(Options const& options, Search& search, std::vector<SCL_QueryIdentifier>* lists) {
   if (!options.study.empty()) {
     lists->emplace_back(Level::STUDY);
@@ -72,15 +72,15 @@ int FindLists(Options const& options, Search& search, std::vector<SCL_QueryIdent
   return 0;
 }
 
-// Where objects go.
+// Where the objects are copied to.
 class Target {
 public:
   virtual ~Target() = default;
   // 0, or -1 (reported).
   virtual int Open() = 0;
-  // Whether the object is there now. If not, or not as wanted, that is reported.
+  // Copies an object. Returns whether it was copied. Reports a failure, and pixels that can't be decompressed.
   virtual bool Add(IOD_Msg& object, std::string const& uid) = 0;
-  // Whether that failed as there is no more space for any.
+  // Whether Add failed because the disk is full.
   virtual bool IsFull() const = 0;
   virtual void Finish() {}
 };
@@ -174,7 +174,7 @@ std::size_t CopyList(Disk_Access& access, Target& target, EngineLog& log, Report
   return copied;
 }
 
-// The list of what there is; of a damaged file-set, which is reported, what can be read.
+// Opens the list of objects. Of a damaged file-set, which is reported, it holds what can be read.
 std::unique_ptr<Disk_Access> OpenList(SCL_QueryIdentifier const& list, Options const& options, FileSet& set,
                                       Search& search, EngineLog& log, Report& report) {
   auto access = std::make_unique<Disk_Access>(*set.root);
@@ -260,14 +260,14 @@ Command AddExport(CLI::App& app) {
     option->option_text("UID")->check(Choice::IsOneUid());
   study->excludes(series)->excludes(image);
   series->excludes(image);
-  line->add_option("--out", options->out, "Folder to copy to")->option_text("FOLDER")->required();
-  CLI::Option* standard = line->add_flag("--standard", options->standard, "Make a file-set with a DICOMDIR of FOLDER");
+  line->add_option("--out", options->out, "The folder to copy to")->option_text("FOLDER")->required();
+  CLI::Option* standard = line->add_flag("--standard", options->standard, "Make FOLDER a file-set with a DICOMDIR");
   CLI::Option* decompress =
       line->add_flag("--decompress", options->decompress, "Write uncompressed pixels, as explicit little endian");
   line->add_flag("--as-stored", options->as_stored, "With --standard: leave compressed pixels as they are")
       ->needs(standard)
       ->excludes(decompress);
-  line->add_flag("--force", options->force, "Write over files that are there")->excludes(standard);
+  line->add_flag("--force", options->force, "Replace files that exist")->excludes(standard);
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

@@ -19,28 +19,29 @@ namespace {
 char const kDescription[] = "Copies objects out of a file-set, as they are stored, into files of a folder";
 
 char const kFooter[] = R"(
-A study or series is copied with all that it holds. The study notes when it was last accessed.
+A study or series is copied with all its objects. In the private structure the study's access date is set to now.
 
-Of a damaged file-set what can be read is copied; what can't be is told, and counts as a failure.
+The copy of an object is named FOLDER/SOPINSTANCEUID.dcm. FOLDER is made if it doesn't exist. If the file exists
+already it is left alone, which counts as a failure; with --force it is replaced.
 
-The files are named FOLDER/SOPINSTANCEUID.dcm. A file that is there already is left alone, which counts
-as a failure, unless --force is given. FOLDER is made if need be.
-UIDs and file IDs are what `fileset query` shows.
+From a damaged file-set what can be read is copied. What can't be read is a failure.
+
+`fileset query` shows UIDs and file IDs.
 
 Examples:
   fileset fetch /data/set --study 1.2.840.4711 --out /tmp/study
   fileset fetch /data/set --image 1.2.840.4711.1.7 --out . --decompress
   fileset fetch /data/set --file-id 'SA100000\S1000000\I1000000' --out .
 
-Ends with 0 when every object was copied, 1 when nothing was found or something failed (a line on
-standard error for each), 2 for a wrong command line, 3 when the file-set can't be opened.)";
+Ends with 0 when every object was copied; 1 when nothing was found or something failed; 2 for a wrong command
+line; 3 when the file-set can't be opened. Each failure has a line on standard error.)";
 
 struct Options {
   std::string directory, study, series, image, file_id, out;
   bool has_file_id = false, all = false, decompress = false, force = false, json = false;
 };
 
-// What is asked for: requests to the library, one per object, and the name of each in a report.
+// One request to the library for each object, and the name of the object in a report.
 struct Wanted {
   SCL_MoveIdentifier identifier;
   std::string name;
@@ -71,7 +72,7 @@ bool IsMissing(Wanted const& wanted, FileSet const& set) {
   return !path.empty() && access(path.c_str(), F_OK) == -1;
 }
 
-// The path of the copy; empty (reported) when there is none.
+// Copies one object. Returns the path of the copy; empty (reported) after a failure.
 std::string FetchOne(Wanted const& wanted, Options const& options, FileSet& set, EngineLog& log, Report& report,
                      ObjectWriter& writer) {
   IOD_Msg* found = nullptr;
@@ -147,7 +148,7 @@ Command AddFetch(CLI::App& app) {
   auto const options = std::make_shared<Options>();
   CLI::App* line = app.add_subcommand("fetch", kDescription)->footer(kFooter);
   line->add_option("DIR", options->directory, "The file-set")->required();
-  CLI::Option* all = line->add_flag("--all", options->all, "Everything");
+  CLI::Option* all = line->add_flag("--all", options->all, "All objects");
   CLI::Option* file_id = line->add_option("--file-id", options->file_id, "The object with this Referenced File ID")
                              ->option_text("ID")
                              ->check(Choice::IsNotEmpty());
@@ -165,9 +166,9 @@ Command AddFetch(CLI::App& app) {
         ->check(Choice::IsOneUid())
         ->excludes(file_id)
         ->excludes(all);
-  line->add_option("--out", options->out, "Folder for the files")->option_text("FOLDER")->required();
+  line->add_option("--out", options->out, "The folder to copy to")->option_text("FOLDER")->required();
   line->add_flag("--decompress", options->decompress, "Write uncompressed pixels, as explicit little endian");
-  line->add_flag("--force", options->force, "Write over files that are there");
+  line->add_flag("--force", options->force, "Replace files that exist");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

@@ -16,17 +16,16 @@
 
 namespace {
 
-char const kDescription[] = "Tells what a file-set holds: how many of what, from when, and how much disk it takes";
+char const kDescription[] =
+    "Tells what a file-set holds: the numbers of its records, their dates, and its size on disk";
 
 char const kFooter[] = R"(
-The version counts the writes of the root directory file; other processes see by it that their records
-are out of date.
+The version counts the writes of the root directory file. When it changes, other processes read their records again.
 
 Example:
   fileset info /data/set
 
-Ends with 0, with 1 when a study can't be read, 2 for a wrong command line, 3 when the file-set can't be
-opened.)";
+Ends with 0; 1 when a study can't be read; 2 for a wrong command line; 3 when the file-set can't be opened.)";
 
 constexpr Dicom_Tag kRecordType{0x0004, std::uint16_t(0x1430)};
 constexpr Dicom_Tag kStudyDate{0x0008, std::uint16_t(0x0020)};

@@ -18,12 +18,14 @@ char const kDescription[] = "Finds studies, series or images in a file-set by th
 char const kFooter[] = R"(
 The records of the file-set answer; no object is opened.
 
-Keys: an attribute by its DICOM keyword or tag, and the value that it must have. * stands for any
-characters and ? for one; dates and times take ranges (20240101-20241231, 20240101-, -20241231); UIDs
-take lists (1.2.3\1.2.4). Names are compared without regard to case. A key without a value asks for the
-attribute to be shown; without any such key the usual ones of the level are shown.
-Keys may belong to any level: a patient's name finds images too. A key that no record keeps is told on
-standard error.
+A key names an attribute, by its DICOM keyword or tag, and the value that it must have:
+  *    any characters
+  ?    any one character
+  -    a range of dates or times: 20240101-20241231, 20240101-, -20241231
+  \    a list of UIDs: 1.2.3\1.2.4
+Names are compared without regard to case. A key without a value shows the attribute. Without any such key the
+usual attributes of the level are shown. A key may belong to another level: a patient's name finds images too. An
+attribute that no record keeps is neither found nor shown, and a line on standard error says so.
 
 This system's own attributes have names as well: StudyStoreDate, StudyAccessDate, ProtectionFlag.
 
@@ -32,9 +34,8 @@ Examples:
   fileset query /data/set --level series --key PatientID=4711 --key Modality --key SeriesDescription
   fileset query /data/set --level image --key Modality=CT --json
 
-Ends with 0 also when nothing is found, with 1 when something can't be read (what can be is shown, the
-rest is told), 2 for an unknown keyword or level, or a date that is none, 3 when there is no file-set or
-it can't be opened.)";
+Ends with 0, also when nothing is found; 1 when something can't be read, which is told, and the rest is shown; 2
+for a wrong command line, keyword, level or date; 3 when there is no file-set or it can't be opened.)";
 
 // Wider cells are cut on a terminal; a UID has 64 characters at most.
 constexpr std::size_t kWidest = 64;
@@ -102,7 +103,7 @@ int ParseKeys(Options const& options, std::vector<Key>* keys, Report& report) {
   return 0;
 }
 
-// Unless the user chose what to see: the usual attributes and those that are compared.
+// Adds the usual attributes of the level, unless the user chose what to see.
 void AddDefaultKeys(Level level, std::vector<Key>* keys) {
   if (std::any_of(keys->begin(), keys->end(), [](Key const& key) { return key.value.empty(); })) return;
   std::vector<Key> all = Attributes::DefaultKeys(level);
@@ -116,14 +117,14 @@ void AddDefaultKeys(Level level, std::vector<Key>* keys) {
   *keys = std::move(all);
 }
 
-// A key that nothing at this level can match looks like a file-set without such objects.
+// Warns of keys that nothing at this level can match: the empty answer would look like a file-set without such objects.
 void WarnOfLowerKeys(std::vector<Key> const& keys, Level level, bool standard, Report const& report) {
   for (Key const& key : keys)
     if (!key.value.empty() && Attributes::LevelOf(key.tag) > level && Attributes::IsKept(key.tag, standard))
       report.Warn(Attributes::Name(key.tag), "kept at a lower level, try --level series or --level image");
 }
 
-// A key that this system never keeps. Records of other systems may hold it.
+// Warns of keys that this system's records never hold. Records of other systems may.
 void WarnOfUnkept(std::vector<Key> const& keys, bool standard, Search::Rows const& rows, Report const& report) {
   for (Key const& key : keys) {
     bool const is_there = std::any_of(rows.begin(), rows.end(), [&key](auto const& row) {
@@ -172,7 +173,7 @@ Command AddQuery(CLI::App& app) {
       ->expected(1)
       ->take_all()
       ->allow_extra_args(false);
-  line->add_option("--limit", options->limit, "No more than so many")
+  line->add_option("--limit", options->limit, "Show no more than N")
       ->option_text("N")
       ->check(CLI::Range(0, 2147483647));
   line->add_flag("--json", options->json, "DICOM JSON model instead of a table");

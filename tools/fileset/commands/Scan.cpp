@@ -22,17 +22,19 @@ namespace {
 char const kDescription[] = "Lists files and folders of a file-set that no record names; removes or adopts them";
 
 char const kFooter[] = R"(
-A killed program, a disk that was full or records that were lost leave such files. A folder is listed
-with all that it holds.
+Such files are left by a killed program, a full disk or lost records. A folder is listed with everything in it.
 
---adopt stores those that are whole DICOM objects and whose SOP Instance UID the file-set doesn't know, or
-knows of a file that is gone: the file is renamed to its place. An object that the file-set has already is
-left where it is, and told.
---remove deletes what is listed, after asking; where nobody can be asked it takes --yes. Before, it drops the
-records of studies that a killed delete has left without a folder. Only what a file-set makes itself is
-deleted: files and folders with its names, that hold nothing else; symbolic links and all other things stay,
-and are told. With both, what can be adopted is, and the rest is removed, but for what holds an
-object that can't be adopted, or a file that can't be read. Neither is done while records can't be read.
+--adopt stores whole DICOM objects that the file-set lacks: it doesn't know their SOP Instance UID, or the file
+that it knows for it is gone. The file is renamed to its place. An object that the file-set has already is left
+where it is, and told.
+
+--remove deletes what is listed. It asks on a terminal; elsewhere it needs --yes. Only files and folders with names
+that a file-set gives are deleted, and folders only if they hold nothing else. Symbolic links and all other things
+stay, and are told. Before that, --remove drops the records of studies whose folders a killed delete has removed.
+
+With both, what can be adopted is adopted, and the rest is removed. A folder stays if it holds an object that can't
+be adopted or a file that can't be read. Nothing is adopted or removed while some records can't be read.
+
 Ctrl-C ends a scan between two studies, an adoption or removal between two files.
 Only file-sets of the private structure can do this.
 
@@ -41,8 +43,8 @@ Examples: look, bring lost objects back, and clean up
   fileset scan /data/set --adopt
   fileset scan /data/set --remove --yes
 
-Ends with 0 when there are none, or none any more; 1 when some are left, or something failed (a line on
-standard error for each); 2 for a wrong command line, 3 when the file-set can't be opened.)";
+Ends with 0 when no such file is there, or none any more; 1 when some are left or something failed; 2 for a wrong
+command line; 3 when the file-set can't be opened. Each failure has a line on standard error.)";
 
 struct Options {
   std::string directory;
@@ -54,12 +56,12 @@ struct Adopted {
 };
 
 struct Outcome {
-  Zombies zombies; // that were left by an adoption
+  Zombies zombies; // those that no adoption has taken
   std::vector<Adopted> adopted;
   std::vector<std::string> known, removed;
 };
 
-// Marks what must not be removed as a whole because of a file in it.
+// Marks zombies that must not be removed because of a file in them.
 void Keep(Zombies& zombies, std::set<std::string> const& paths, char const* why) {
   for (Zombie& zombie : zombies) {
     auto const below = paths.lower_bound(zombie.path + "/");
@@ -77,14 +79,14 @@ bool IsObjectFile(std::string const& path) {
          S_ISREG(status.st_mode);
 }
 
-// Marks what somebody else has put there.
+// Marks zombies that the file-set can't have made.
 void KeepForeign(Zombies& zombies, std::string const& directory) {
   for (Zombie& zombie : zombies)
     if (zombie.stays.empty() && !CanBeOwn(zombie.path, directory)) zombie.stays = "nothing that a file-set makes";
 }
 
-// Stores the file if it is an object that the file-set lacks. False (reported) if it is one and can't be stored, or
-// nobody can tell.
+// Stores the file if it is an object that the file-set lacks. False (reported) if that fails, or if the file can't be
+// read and so may be an object.
 bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, EngineLog& log, Report& report,
            Outcome* outcome) {
   if (recorded.paths.count(path) != 0 || !IsObjectFile(path)) return true;
@@ -114,7 +116,7 @@ bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, EngineLog&
   return true;
 }
 
-// 0, or -1 (reported): the file-set can't be scanned or read.
+// 0, or -1 (reported) if the file-set can't be scanned or read.
 int AdoptAll(FileSet& set, EngineLog& log, Report& report, Recorded& recorded, Outcome* outcome) {
   std::set<std::string> refused;
   report.Begin(outcome->zombies.size());
@@ -125,7 +127,7 @@ int AdoptAll(FileSet& set, EngineLog& log, Report& report, Recorded& recorded, O
     report.Step();
   }
   report.End();
-  if (IsInterrupted()) { // the list stays, without what has gone from it
+  if (IsInterrupted()) { // the list of zombies stays, without those that were adopted
     for (Adopted const& one : outcome->adopted)
       std::erase_if(outcome->zombies, [&one](Zombie const& zombie) { return zombie.path == one.path; });
     return 0;
@@ -195,7 +197,7 @@ int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report,
   bool const handles = wanted && ReadRecorded(set, log, report, &recorded) == 0;
   if (wanted && !handles) report.Fail(set.directory, "nothing is adopted or removed while not all records can be read");
   if (handles && options.adopt && AdoptAll(set, log, report, recorded, outcome) == -1) return -1;
-  // a record may name what is further down than the scan looks
+  // records may name files further down than the scan looks
   Keep(outcome->zombies, recorded.paths, "what a record names");
   KeepForeign(outcome->zombies, set.directory);
   if (!options.json) PrintZombies(*outcome);
@@ -230,9 +232,9 @@ Command AddScan(CLI::App& app) {
   auto const options = std::make_shared<Options>();
   CLI::App* line = app.add_subcommand("scan", kDescription)->footer(kFooter);
   line->add_option("DIR", options->directory, "The file-set")->required();
-  line->add_flag("--adopt", options->adopt, "Store those that are objects which the file-set lacks");
+  line->add_flag("--adopt", options->adopt, "Store the listed objects that the file-set lacks");
   CLI::Option* remove = line->add_flag("--remove", options->remove, "Delete what is listed");
-  line->add_flag("--yes", options->yes, "Don't ask before that")->needs(remove);
+  line->add_flag("--yes", options->yes, "Don't ask before it")->needs(remove);
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

@@ -22,7 +22,7 @@ int LoadConfiguration(std::string const& path) {
   return result;
 }
 
-// What the configuration says about the log, where the command line says nothing.
+// Fills in what the configuration says about the log and the command line doesn't.
 Setup WithLogOfConfiguration(Setup setup) {
   Util_CfgHandle const* const handle = Util_Cfg::GetHandle();
   Tree_Node const* const log = handle ? handle->GetLog() : nullptr;

@@ -11,17 +11,17 @@
 
 namespace {
 
-// A mark in the records of studies, set or taken away.
+// A command that sets or removes a mark in study records.
 struct Mark {
   char const* command;
-  char const* done; // 2 studies …
+  char const* done; // as in "2 studies protected"
   char const* description;
   char const* what_it_does;
   int (*set)(Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& study);
 };
 
 constexpr Mark kProtect{"protect", "protected", "Protects studies from being deleted",
-                        "A protected study is neither deleted (unless by `delete --force`) nor goes with auto-delete.\n"
+                        "A protected study is deleted neither by `delete`, unless with --force, nor by `auto-delete`.\n"
                         "Objects can still be stored into it.",
                         [](Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& study) {
                           return root.ProtectImages(study, 1, nullptr);
@@ -32,8 +32,8 @@ constexpr Mark kUnprotect{"unprotect", "unprotected", "Lets protected studies be
                             return root.UnprotectImages(study, 1, nullptr);
                           }};
 constexpr Mark kComplete{"complete", "completed", "Marks studies as completely loaded",
-                         "Whoever brings a study says by it that nothing more is to come. `query --key\n"
-                         "StudyLoadCompleted` shows it.",
+                         "The program that brings a study says by this mark that nothing more will come.\n"
+                         "`query --key StudyLoadCompleted` shows it.",
                          [](Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& study) {
                            return root.SetStudyCompleted(study.GetStudyInstanceUID());
                          }};
@@ -42,10 +42,9 @@ std::string Footer(Mark const& mark) {
   return "\n" + std::string(mark.what_it_does) +
          "\nOnly file-sets of the private structure can do this.\n\nExample:\n  fileset " + mark.command +
          " /data/set --study 1.2.840.4711 1.2.840.4712\n\n" +
-         "--all asks on a terminal, and wants --yes elsewhere.\n\nEnds with 0 when all studies are " + mark.done +
-         ", 1 when one isn't there or can't be (a line on standard\nerror for each), 2 for a wrong command line, 3 "
-         "when "
-         "the file-set can't be opened.";
+         "--all asks on a terminal; elsewhere it needs --yes.\n\nEnds with 0 when all studies are " + mark.done +
+         "; 1 when one doesn't exist or can't be changed; 2 for a\nwrong command line; 3 when the file-set can't be "
+         "opened. Each failure has a line on standard error.";
 }
 
 struct Options {

@@ -24,38 +24,38 @@ namespace {
 char const kDescription[] = "Stores DICOM objects in a file-set: files, and all files in folders and below";
 
 char const kFooter[] = R"(
-DIR is made if it isn't there (the folder above it must be). One that is there and holds something else
-becomes a file-set with --init only, and nothing in it is touched. An object that is there already is
-replaced.
+If DIR doesn't exist it is made; the folder above it must exist. If DIR is empty, it becomes a file-set. If it
+holds something else, it becomes one only with --init, and nothing in it is touched. An object that the file-set
+has already is replaced.
 
-A new file-set gets the private structure, which is the faster one to store into, or with --standard the
-standard one, whose DICOMDIR other DICOM software reads. An existing file-set keeps its structure.
+A new file-set gets the private structure, which is faster to store into. With --standard it gets the standard
+one, whose DICOMDIR other DICOM software reads. An existing file-set keeps its structure.
 
-In the private structure an object is compressed without loss unless --native is given, and what comes
-compressed stays so. In the standard one, which others read, an object is decompressed; with --compress it
-is treated as in the private structure.
+In the private structure objects are compressed without loss. With --native they are written uncompressed; pixels
+that come compressed stay so in both cases. In the standard structure, which other software reads, objects are
+decompressed. With --compress they are treated as in the private structure.
 
-An object whose Patient's Name, Patient ID, Study ID or Series Number contradicts what the file-set knows
-of its study or series is refused unless --accept-mismatch is given. In the standard structure the Issuer
-of Patient ID counts as a part of the ID.
+An object is refused if its Patient's Name, Patient ID, Study ID or Series Number contradicts its study or series
+in the file-set. With --accept-mismatch it is stored. In the standard structure the Issuer of Patient ID is a part
+of the ID.
 
-A study or series whose directory file (DIRFILE) is gone, while its objects are there, is not stored into:
-`fileset scan --adopt` gives the objects new records; with --init the store goes on without them.
+An object is refused if the directory file (DIRFILE) of its study or series is lost while objects of it are there.
+`fileset scan --adopt` gives those objects new records; with --init the store goes on without them.
 
-What a folder holds besides DICOM objects (a DICOMDIR, programs, a readme) is skipped and counted; with
---strict that is a failure. So is a file that is named itself and is no object.
+Files in a folder that are no DICOM objects (a DICOMDIR, programs, a readme) are skipped and counted. With --strict
+they are failures. A file that is named itself and is no object is always a failure.
 
-Durability: the files are written without waiting for the disk, and one sync at the end makes all of
-them survive a power cut. With --durable, or `durability: full` in the configuration, each object has
-reached the disk before the next one is begun, which takes several times as long.
+Durability: the files are written without waiting for the disk. One sync at the end makes all of them survive a
+power cut. With --durable, or `durability: full` in the configuration, each object reaches the disk before the next
+one is begun. That takes several times as long.
 
 Example: store a folder, and see what came
   fileset store /data/set /media/cdrom/images report.dcm
   fileset query /data/set
 
-Ends with 0 when every object was stored, 1 when some weren't (a line on standard error for each; all
-others are stored, but that a full disk ends the store) or there was none, 2 for a wrong command line, 3
-when the file-set can't be opened, or one can't be made in DIR.)";
+Ends with 0 when every object was stored; 1 when an object wasn't, or there was none; 2 for a wrong command line;
+3 when the file-set can't be opened or made. Each failure has a line on standard error. The store goes on after a
+failure, unless the disk is full.)";
 
 struct Options {
   std::string directory;
@@ -79,20 +79,20 @@ bool WantsFullDurability(Options const& options) {
   return options.durable || (wish && wish->GetValue() == "full");
 }
 
-// What each object is stored with.
+// What the store of each object needs.
 struct Target {
   Options const& options;
   FileSet& set;
   EngineLog& log;
   Report const& report;
 
-  // The records of a standard file-set say that its files are native, so they had better be.
+  // The records of a standard file-set say that its files are native.
   bool Decompresses() const {
     return options.IsStandard(set.structure) && !options.Compresses(set.structure) && !options.move;
   }
 };
 
-// Empty when the object that `read` gives is stored, else the cause.
+// Stores the object that `read` gives. Returns the cause of a failure, else an empty text.
 std::string Attempt(ReadAhead& objects, ReadAhead::Object (ReadAhead::*read)(), std::string const& path,
                     Target const& target) {
   Options const& options = target.options;
@@ -113,18 +113,18 @@ std::string Attempt(ReadAhead& objects, ReadAhead::Object (ReadAhead::*read)(), 
   }
 }
 
-// The same for the next one. If memory doesn't suffice for it beside those read ahead, it may without them.
+// The same for the next object. If memory runs out, it drops those read ahead and tries again.
 std::string StoreNext(ReadAhead& objects, std::string const& path, Target const& target) {
   std::string cause = Attempt(objects, &ReadAhead::Next, path, target);
   if (cause.empty() || !RanOutOfMemory() || !objects.DropOthers()) return cause;
   std::string again = Attempt(objects, &ReadAhead::Again, path, target);
-  // a file may have been moved before memory ran out
+  // the first cause counts: the file may have been moved before memory ran out
   return target.options.move && !again.empty() ? cause : again;
 }
 
 void StoreFiles(SourceFiles const& files, Target const& target, Report& report, Outcome* outcome) {
   Options const& options = target.options;
-  // an icon is made of pixels that aren't compressed yet
+  // an icon is made from uncompressed pixels
   ReadAhead objects(files.paths, options.Compresses(target.set.structure) && !options.move && !options.icon);
   for (std::size_t i = 0; i < files.paths.size() && !IsInterrupted(); ++i) {
     std::string const& file = files.paths[i];
@@ -214,11 +214,12 @@ Command AddStore(CLI::App& app) {
   line->add_flag("--init", options->init,
                  "Make a new file-set although DIR holds other things, or go on without lost records");
   line->add_flag("--icon", options->icon, "Put an icon of each new image into its record");
-  line->add_flag("--accept-mismatch", options->accept_mismatch, "Store what contradicts its study or series too");
+  line->add_flag("--accept-mismatch", options->accept_mismatch,
+                 "Store objects that contradict their study or series too");
   line->add_flag("--move", options->move, "Move the files, as they are, into the file-set instead of writing new ones")
       ->excludes(native);
-  line->add_flag("--durable", options->durable, "Bring each object to the disk before the next");
-  line->add_flag("--strict", options->strict, "A file in a folder that is no object is a failure too");
+  line->add_flag("--durable", options->durable, "Sync each object before the next one is begun");
+  line->add_flag("--strict", options->strict, "Count files in folders that are no objects as failures");
   line->add_flag("--json", options->json, "Print the outcome as JSON");
   return {line, [options] { return Run(*options); }};
 }

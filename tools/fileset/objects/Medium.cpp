@@ -12,18 +12,18 @@
 
 namespace {
 
-// A folder of the standard structure.
+// Makes the names of a folder of the standard structure, as the library does.
 class Folder : public Disk_DirectoryFile {
 public:
   explicit Folder(Disk_FileID const& file_in_it) : Disk_DirectoryFile(file_in_it, Disk_StoreParams(), nullptr) {}
 
-  // That of a study or series. An ID without components when it can't be made; errno tells why.
+  // Makes the folder of a study or series below this one. Empty with errno if it can't be made.
   Disk_FileID Make(Dicom_UI const& uid) const {
     Disk_FileID id = GenerateFileID(uid);
     if (make_directory(id.FolderPath()) == -1 && errno != EEXIST) return {};
     return id.AddComponent("DIRFILE") == 0 ? id : Disk_FileID();
   }
-  // A name that is free; empty when there is none.
+  // The path of a free name; empty if there is none.
   std::string FreePath(Dicom_IS const& image_number) const {
     constexpr std::size_t kNumberLength = 4;
     int status = 0;
@@ -32,7 +32,7 @@ public:
   }
 };
 
-// The path of a new file for the object; empty with errno, or 0 where no name can be found.
+// The path of a new file for the object. Empty after a failure, with errno; that is 0 if no name is free.
 std::string PathFor(IOD_Msg const& object, std::string const& directory) {
   errno = 0;
   Folder const root(Disk_FileID(directory.c_str(), Dicom_CS("DICOMDIR"), 0));
@@ -41,7 +41,7 @@ std::string PathFor(IOD_Msg const& object, std::string const& directory) {
   return series.View().empty() ? "" : Folder(series).FreePath(object.GetImageNumber());
 }
 
-// 0, or -1 with errno; no file is left then.
+// Writes a new file. 0; or -1 with errno, and no file is left.
 int WriteNew(std::string const& path, std::string_view bytes, Dicom_UI* syntax) {
   Util_FileDescriptor file = Util_FileSystem::Open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
   if (!file) return -1;

@@ -1,6 +1,6 @@
-// A new file-set of the standard structure for an exchange medium, whose records tell of each file the syntax that it
-// is in. The file is placed first, where the library would, and then stored in place. An interruption or a failure can
-// leave a file that no record names.
+// A new file-set of the standard structure, for an exchange medium. Its records say in which transfer syntax each file
+// is. To that end a file is written first, where the library would put it, and then stored in place. An interruption or
+// a failure can leave a file that no record names.
 #pragma once
 
 #include "sets/FileSet.h"
@@ -17,11 +17,11 @@ public:
     set_.root->SetDurability(Util_Durability::Relaxed); // until Sync
   }
 
-  // Makes a file of these bytes, which are the object's. Empty when it is part of the file-set, else the cause.
+  // Adds a file of `bytes`, which are the object's. Returns the cause of a failure, else an empty text.
   std::string Add(IOD_Msg& object, std::string_view bytes);
-  // Whether that failed as the disk is full.
+  // Whether Add failed because the disk is full.
   bool IsFull() const { return is_full_; }
-  // Brings all to the disk. 0, or -1 with errno.
+  // Syncs the file-set. 0, or -1 with errno.
   int Sync() { return set_.root->Sync(); }
 
 private:

@@ -17,7 +17,7 @@
 
 namespace {
 
-// Letters, digits, dots and hyphens; not beginning with a dot, and short enough for a name.
+// A file name of letters, digits, dots and hyphens that doesn't begin with a dot and isn't too long.
 std::string SafeName(std::string_view uid) {
   constexpr std::size_t kLongest = 128;
   std::string name(uid.substr(0, kLongest));
@@ -31,12 +31,12 @@ std::string SafeName(std::string_view uid) {
   return name;
 }
 
-// Brings the finished file to its name; over an older one only with `force`.
+// Renames the finished file to its name. An older file is replaced only with `force`.
 int Place(char const* temporary, char const* path, bool force) {
   if (force) return std::rename(temporary, path);
   if (renameat2(AT_FDCWD, temporary, AT_FDCWD, path, RENAME_NOREPLACE) == 0) return 0;
   if (errno != EINVAL && errno != ENOSYS) return -1;
-  if (access(path, F_OK) == 0) { // a file system that can't tell by itself
+  if (access(path, F_OK) == 0) { // the file system can't refuse by itself
     errno = EEXIST;
     return -1;
   }
@@ -49,7 +49,7 @@ int WriteNew(char const* path, std::string_view bytes) {
   return Util_FileSystem::WriteAll(file.Get(), bytes.data(), bytes.size()) == 0 ? file.Close() : -1;
 }
 
-// The bytes of the object's file; empty with a cause when there are none. `file` holds them if they are new.
+// The bytes of the object's file. Empty after a failure, and `*cause` says why. `*file` holds bytes that are new.
 std::string_view ObjectBytes(IOD_Msg& object, bool decompress, std::unique_ptr<Util_File>* file, std::string* cause) {
   bool const decompressed = decompress && Decompress(object, cause);
   if (!decompressed && !object.GetOriginalBuffer().empty()) return object.GetOriginalBuffer();

@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kMostWorkers = 8, kAhead = 4;        // objects for each worker
 constexpr std::size_t kMostBytes = std::size_t(256) << 20; // of files that wait; one alone may be larger
 
-// A single file leaves nothing to read ahead.
+// No worker for a single file: there is nothing to read ahead.
 std::size_t WorkersFor(std::size_t files) {
   std::size_t const most = std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, kMostWorkers);
   return files > 0 ? std::min(most, files - 1) : 0;
@@ -77,7 +77,7 @@ void ReadAhead::work() {
     lock.lock();
     bytes_ += slot.bytes - size;
     slot.ready = true;
-    stops_ = stops_ || slot.given_back; // more would only take what memory there is
+    stops_ = stops_ || slot.given_back; // memory is short, so no more is read ahead
     changed_.notify_all();
   }
 }
@@ -85,9 +85,9 @@ void ReadAhead::work() {
 void ReadAhead::fill(Slot& slot, std::string const& file) const noexcept {
   try {
     slot.object = read(file);
-    // a deflated one has become longer
+    // a deflated object is longer than its file
     if (slot.object.object) slot.bytes = std::max<std::size_t>(slot.bytes, slot.object.object->GetDumpLen());
-  } catch (...) { // whatever it is comes again when the file is read alone, and can be told there
+  } catch (...) { // the failure comes again, and is told, when the file is read alone
     slot.object = {};
     slot.given_back = true;
   }

@@ -1,4 +1,4 @@
-// Objects that are read, and compressed where that is wanted, while those before them are stored.
+// Reads the next objects, and compresses them if that is wanted, in threads, while those before them are stored.
 #pragma once
 
 #include <condition_variable>
@@ -14,30 +14,30 @@ class ReadAhead {
 public:
   struct Object {
     std::unique_ptr<IOD_Msg> object;
-    std::string problem; // why there is none
+    std::string problem; // why there is no object
   };
 
-  /// Where threads can't be made, nothing is read ahead. After an interruption nothing more is either.
+  /// Nothing is read ahead where threads can't be made, and nothing more after an interruption.
   ReadAhead(std::vector<std::string> const& files, bool compress);
-  /// What was read and not asked for is dropped.
+  /// Drops what was read and not asked for.
   ~ReadAhead();
   ReadAhead(ReadAhead const&) = delete;
   ReadAhead& operator=(ReadAhead const&) = delete;
 
   /// The object of the next file; each is asked for once. Throws std::bad_alloc without memory.
   Object Next();
-  /// Ends the reading ahead and drops what was read. False: that was done before, or never anything read ahead.
+  /// Ends the reading ahead and drops what was read. False if that was done before, or nothing was ever read ahead.
   bool DropOthers();
-  /// The object that Next gave last, or couldn't, read again.
+  /// Reads the object again that Next gave last, or failed to give.
   Object Again();
 
 private:
-  // What becomes of a file that was begun and not taken.
+  // A file whose reading has begun and that Next hasn't taken yet.
   struct Slot {
     Object object;
     std::size_t bytes = 0;
     bool ready = false;
-    bool given_back = false; // there wasn't the memory for it beside the others
+    bool given_back = false; // memory ran out; Next reads the file again
   };
 
   void start(std::size_t workers);
@@ -52,7 +52,7 @@ private:
   bool const compress_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Slot> slots_; // a file's is that of its number, modulo their count
+  std::vector<Slot> slots_; // file i has slot i modulo their number
   std::size_t begun_ = 0, taken_ = 0;
   std::size_t bytes_ = 0; // of all slots
   bool stops_ = false;

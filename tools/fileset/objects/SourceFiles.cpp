@@ -33,9 +33,8 @@ std::vector<fs::path> EntriesBackwards(fs::path const& folder, std::error_code& 
 
 SourceFiles FindSourceFiles(std::vector<std::string> const& sources, std::string const& file_set, Report& report) {
   SourceFiles files;
-  std::vector<fs::path> open(sources.rbegin(),
-                             sources.rend()); // what is still to be looked at, the next one last
-  std::size_t named = sources.size();         // of these the ones from the command line
+  std::vector<fs::path> open(sources.rbegin(), sources.rend()); // still to be looked at; the next one is the last
+  std::size_t named = sources.size();                           // of them, those from the command line
   std::error_code ignored;
   while (!open.empty()) {
     fs::path const path = std::move(open.back());
@@ -48,7 +47,7 @@ SourceFiles FindSourceFiles(std::vector<std::string> const& sources, std::string
     if ((is_folder || is_link || !from_folder) && IsInside(path.string(), file_set)) {
       report.Fail(path.string(), "lies inside of the file-set: left out");
     } else if (!is_folder) {
-      files.paths.push_back(path.string()); // whatever is wrong with it comes out when it is read
+      files.paths.push_back(path.string()); // what is wrong with it shows when it is read
       files.from_folder.push_back(from_folder);
     } else if (from_folder && is_link) {
       report.Fail(path.string(), "a symbolic link to a folder: not followed");

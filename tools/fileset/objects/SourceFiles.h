@@ -8,14 +8,13 @@ class Report;
 
 struct SourceFiles {
   std::vector<std::string> paths;
-  std::vector<bool> from_folder; // of each: it wasn't named itself
+  std::vector<bool> from_folder; // for each path: whether it was found in a folder
 };
 
-// In the order in which they are named, a folder's by name. What can't be reached, a link to a folder inside
-// a folder (which could lead round in circles), and what lies inside of the file-set is reported and left
-// out.
+// Lists the files in the order of `sources`, and those of a folder by name. It reports and leaves out what can't be
+// read, what lies inside the file-set, and a link to a folder inside a folder, which could lead round in circles.
 SourceFiles FindSourceFiles(std::vector<std::string> const& sources, std::string const& file_set, Report& report);
 
-// Whether a file that can't be read as an object, for this cause, is none and doesn't pretend to be: it has no DICM and
-// doesn't begin as a data set does, or it is a DICOMDIR. A disc with images holds programs and a readme as well.
+// Whether a file that couldn't be read as an object, for this cause, isn't meant to be one. That is so if it is a
+// DICOMDIR, or has no DICM and doesn't begin like a data set. A disc with images holds programs and a readme as well.
 bool IsNoObject(std::string const& path, std::string const& cause);

@@ -1,4 +1,4 @@
-// What commands share that make objects part of a file-set.
+// Reads and stores one object, for all commands that store.
 #pragma once
 
 #include "sets/FileSet.h"
@@ -6,23 +6,24 @@
 #include <memory>
 #include <string>
 
-// The object in a file; or null, and `*problem` tells why: also for a DICOMDIR, which is no object. `*was_read`, which
-// may be null, tells whether the file could be read, whatever is in it.
+// Reads the object in a file. Null after a failure, and `*problem` says why; a DICOMDIR is no object. `*was_read`,
+// which may be null, becomes whether the file could be read, whatever is in it.
 std::unique_ptr<IOD_Msg> ReadObject(std::string const& path, std::string* problem, bool* was_read = nullptr);
 
 inline constexpr char kIsDicomDir[] = "a DICOMDIR: a directory of objects, not an object";
 
-// Whether that is why the last operation of this thread failed; its code has to have been 0 before.
+// Whether the last operation of this thread failed for lack of memory. The error code must have been 0 before it.
 bool RanOutOfMemory();
-// The same for the space on the disk, or what the user may have of it; so will what comes behind.
+// The same for space on the disk or in the user's quota. Further operations will fail too.
 bool RanOutOfDisk();
 inline constexpr char kDiskIsFull[] = ": the disk is full, so it ends here";
 
 struct StoreHow {
   bool icon = false, accept_mismatch = false;
-  std::string file_to_move; // not empty: the object's file, which is renamed to its place instead of a new one written
+  std::string file_to_move; // if not empty, this file of the object is renamed to its place, and none written
 };
 
-// Empty when the object is stored, else the cause. `*stored_as`, which may be null, becomes the place of a moved file.
+// Stores an object. Returns the cause of a failure, else an empty text. `*stored_as`, which may be null, becomes the
+// path of a moved file.
 std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log,
                         std::string* stored_as = nullptr);

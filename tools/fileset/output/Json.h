@@ -10,5 +10,5 @@ class Report;
 nlohmann::json DicomJson(Dicom_Msg const& msg);
 // One line, whatever bytes a text holds.
 std::string JsonText(nlohmann::json const& json);
-// An object for each failure: what failed by the name `what`, and its "cause".
+// An object for each failure: what failed, under the name `what`, and its "cause".
 nlohmann::json FailuresJson(Report const& report, char const* what);

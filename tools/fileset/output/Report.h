@@ -1,5 +1,4 @@
-// What a command tells on standard error while it works: a line for each failure, and a bar for those who
-// watch.
+// What a command tells on standard error while it works: a line for each failure, and a progress bar on a terminal.
 #pragma once
 
 #include <memory>
@@ -24,10 +23,10 @@ public:
   // The same for what isn't a failure.
   void Warn(std::string_view what, std::string_view note) const;
   std::vector<Failure> const& Failures() const { return failures_; }
-  // The command's result, if it came to its end.
+  // kDone, or kFailed after a failure.
   int Result() const;
 
-  // A bar for so many steps, from now until End.
+  // Shows a bar of this many steps until End.
   void Begin(std::size_t steps);
   void Step();
   void End();

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-// The text with control characters, bytes that are no UTF-8 and marks that turn the writing direction around
-// as \x1B: what comes from an object can't move the cursor, forge a line or hide what it says.
+// Shows control characters, bytes that are no UTF-8, and marks that turn the writing direction around in the form \x1B.
+// So text from an object can't move the cursor, forge a line or hide what it says.
 std::string Printable(std::string_view text);
 
 // The columns of a terminal that printable text takes; Chinese, Japanese and Korean characters take two.

@@ -1,5 +1,6 @@
+// Keeps address space free for large objects where it is limited (`ulimit -v`). Otherwise the stacks and heaps of ended
+// threads stay reserved, and so do freed blocks between others.
 #pragma once
 
-// Stacks and heaps of threads that have ended stay reserved, and so does what was freed between others: where address
-// space is limited, that may be the room for a large object. Before the first thread, and before objects are read.
+// Call it before the first thread is made and the first object read.
 void SpareAddressSpace();

@@ -1,7 +1,7 @@
-// Ctrl-C and the like end a long command between two objects or studies, so that it still says how far it came, and
-// ends with 1. A second one ends it at once, which a file-set survives too.
+// Ctrl-C and the like end a long command between two objects or studies. The command then says how far it came, and
+// ends with 1. A second Ctrl-C ends it at once; a file-set survives that too.
 #pragma once
 
-// From here on; writing to a pipe that nobody reads doesn't end the process any more either.
+// Begins to watch. From then on, writing to a pipe that nobody reads doesn't end the process either.
 void WatchForInterruption();
 bool IsInterrupted();

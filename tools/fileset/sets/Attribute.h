@@ -24,12 +24,12 @@ inline constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
 inline constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
 inline constexpr Dicom_Tag kReferencedFileId{0x0004, std::uint16_t(0x1500)};
 
-// "PatientName", the name of an attribute of this system ("StudyAccessDate"), or "0010,0010". 0, or -1 for
-// what is none or can't be a key.
+// Finds an attribute by its keyword ("PatientName"), by the name of one of this system's own ("StudyAccessDate"), or by
+// its tag ("0010,0010"). 0; or -1 if there is none, or it can't be a key.
 int Find(std::string_view name, Dicom_Tag* tag);
-// The keyword; a tag without one as "0010,0010".
+// The keyword, or the tag as "0010,0010" if it has none.
 std::string Name(Dicom_Tag const& tag);
-// The uppermost level whose records hold the attribute; IMAGE for all that the upper ones don't know.
+// The uppermost level whose records hold the attribute; IMAGE if study and series records don't.
 Level LevelOf(Dicom_Tag const& tag);
 
 // Whether the records that this system writes hold the attribute.
@@ -37,7 +37,7 @@ bool IsKept(Dicom_Tag const& tag, bool standard);
 
 // Takes "PatientName=Miller*" or "PatientName" apart. 0, or -1 and why in `*problem`.
 int ParseKey(std::string const& text, Key* key, std::string* problem);
-// The keys of a level's table when nobody asks for others.
+// The keys of a level's table if the user names none to show.
 std::vector<Key> DefaultKeys(Level level);
 
 } // namespace Attributes

@@ -23,7 +23,7 @@ std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, Access 
   auto cache = std::make_unique<CacheView>();
   cache->SetPath(FromUTF8(directory.c_str()));
   cache->SetDeletesCineFiles(false); // as for other file-sets
-  Disk_StudyMetaData none;           // the tables are read now: what they lack is no reason why an object is refused
+  Disk_StudyMetaData none; // reads the grade tables now, so that what they lack isn't taken for the cause of a refusal
   Disk_CacheRepositoryCleanGradeFactory::GetInstance()->GradeStudies(&none, 1);
   log.Begin();
   if (cache->Construct() == 0) return cache;

@@ -27,7 +27,7 @@ constexpr char kNoDirectory[] = "not a directory";
 constexpr char kOrder[] = "the file-set is named first, and what is to be stored behind it";
 constexpr char kStandard[] = "a file-set of the standard structure; only one of the private structure can do this";
 
-// Whether both offsets are 0; nothing unless the file begins as a directory file does.
+// Whether the offsets of the first and last record are 0. No value if the file doesn't begin like a directory file.
 std::optional<bool> HasNoOffsets(int fd) {
   constexpr int kMostElements = 32; // before the offsets
   Util_TransferSyntax start;
@@ -46,7 +46,7 @@ std::optional<bool> HasNoOffsets(int fd) {
   return {};
 }
 
-// By the folders of a private file-set, which hold directory files of their own.
+// A file-set is private if its folders hold directory files of their own.
 Structure GuessStructure(std::string const& directory) {
   std::error_code error;
   for (auto const& entry : std::filesystem::directory_iterator(directory, error))
@@ -106,14 +106,14 @@ FoundFileSet RecogniseFileSet(std::string const& directory) {
 FoundFileSet FindFileSet(std::string const& directory, Access access, bool standard) {
   bool const makes = access == Access::Make || access == Access::MakeAmong;
   if (makes && MakeDirectory(directory) == -1) return {{}, std::string("can't be made: ") + std::strerror(errno)};
-  std::ignore = Disk_RootDirectoryFile::Recover(directory.c_str()); // what fails there shows next
+  std::ignore = Disk_RootDirectoryFile::Recover(directory.c_str()); // a failure shows in the next step
   FoundFileSet found = RecogniseFileSet(directory);
   if (makes && found.problem == kNoDirectory) found.problem += std::string("; ") + kOrder;
   if (found.problem != kNoFileSet) return found;
   Contents const contents = ContentsOf(directory);
   std::string problem = Obstacle(contents, access, standard);
   if (problem.empty() && makes) return {};
-  // another program may have made one meanwhile, and its VERSION was seen
+  // another program may have made a file-set meanwhile, whose VERSION was seen
   found = RecogniseFileSet(directory);
   bool const is_lost = contents == Contents::LostPrivate || contents == Contents::LostStandard;
   if (found.problem == kNoFileSet && (makes || is_lost)) found.problem = std::move(problem);
@@ -123,7 +123,7 @@ FoundFileSet FindFileSet(std::string const& directory, Access access, bool stand
 bool IsInside(std::string const& path, std::string const& directory) {
   namespace fs = std::filesystem;
   std::error_code error, no_directory;
-  fs::path const full = fs::absolute(path, error); // else one whose first part isn't there would stay relative
+  fs::path const full = fs::absolute(path, error); // or a path whose first part doesn't exist would stay relative
   if (error) return false;
   fs::path const real = fs::weakly_canonical(full, error), above = fs::canonical(directory, no_directory);
   return !error && !no_directory &&

@@ -16,10 +16,10 @@ enum class Structure {
 
 enum class Access {
   Read,     // nothing is written
-  Visit,    // reading, which leaves the access date behind where that can be written
-  Change,   // of a file-set that is there
-  Make,     // a file-set is made in a folder that isn't there or is empty
-  MakeAmong // the same whatever stands in the folder
+  Visit,    // reading that notes the access date, if the file-set can be written
+  Change,   // writes to a file-set that exists
+  Make,     // makes a file-set in a folder that doesn't exist or is empty
+  MakeAmong // makes a file-set in any folder
 };
 
 struct FileSet {
@@ -37,23 +37,23 @@ struct FoundFileSet {
   bool has_records = true;
 };
 
-// What stands in a directory. A DICOMDIR that can't be understood is a problem, and its structure is guessed from what
-// is beside it; without one it is a problem that there is none.
+// Finds out what stands in a directory. It is a problem if there is no DICOMDIR. It is one too if the DICOMDIR can't be
+// understood; the structure is then guessed from what stands beside it.
 FoundFileSet RecogniseFileSet(std::string const& directory);
 
-// The same for an access that may make a file-set, which a directory that isn't there is made for. It is no problem
-// then that there is none, unless one would hide or claim what stands in the directory.
+// The same for an access that may make a file-set. It makes the directory if that doesn't exist. That there is no
+// file-set is a problem only if a new one would hide or claim what stands in the directory.
 FoundFileSet FindFileSet(std::string const& directory, Access access, bool standard);
 
-// Whether `path`, which needn't be there, is the directory or below it, symbolic links followed.
+// Whether `path` is the directory or below it. It needn't exist; symbolic links are followed.
 bool IsInside(std::string const& path, std::string const& directory);
 
-// Whether files of the file-set may be copied to `folder`. If not, because it is inside, that is reported.
+// Whether files of the file-set may be copied to `folder`. A folder inside the file-set may not, which is reported.
 bool MayReceive(std::string const& folder, std::string const& directory, Report& report);
 
 FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                     Report& report);
 
-// The same for what only the private structure can do: -1, reported, for another. `*result` is the command's then.
+// The same for a command of the private structure alone. 0; or -1 (reported), and `*result` is the command's Exit.
 int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
                        Report& report, FileSet* set, int* result);

@@ -1,5 +1,5 @@
-// What a delete leaves on the disk. For the library an object whose file can't be removed is deleted, as its record is
-// gone. Patient data must not stay there unnoticed, so commands look afterwards.
+// Files that a delete leaves on the disk. The library counts an object as deleted when its record is gone, even if its
+// file can't be removed. Patient data must not stay unnoticed, so commands look afterwards.
 #pragma once
 
 #include "sets/FileSet.h"
@@ -12,7 +12,7 @@
 class EngineLog;
 class Report;
 
-// The path of what a record names; empty if it names nothing.
+// The path of the file that a record names; empty if it names none.
 std::string PathOf(Dicom_Msg const& record, std::string const& directory);
 // The folder of a study's or series' record; empty in the standard structure, whose records name none.
 std::string FolderOf(Dicom_Msg const& record, std::string const& directory);
@@ -22,6 +22,6 @@ using StudyFolders = std::map<std::string, std::string>;
 // From rows with Referenced File IDs.
 StudyFolders FoldersOf(Search::Rows const& studies, std::string const& directory);
 
-// Reports each of these files that is still there, and each file in the folder of a deleted study or series, or below.
-// There needn't be a folder.
+// Reports each of these files that still exists, and each file in or below the folder of a deleted study or series.
+// `folder` may be empty.
 void ReportLeft(std::vector<std::string> const& files, std::string const& folder, EngineLog const& log, Report& report);

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kNameLength = 8;
 constexpr std::uintmax_t kVersionLength = 4;
 
-enum class Kind { File, Folder, Other, Gone }; // a link is something else, wherever it leads
+enum class Kind { File, Folder, Other, Gone }; // a link is Other, wherever it leads
 
 Kind KindOf(fs::path const& path) {
   struct stat status {};
@@ -31,7 +31,8 @@ int List(fs::path const& folder, std::vector<fs::path>* entries) {
 
 bool IsDigitOrUpper(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z'); }
 
-// A letter, a part of a number or ID, and a counter of three places. The letter goes up when the counter is through.
+// A generated name: a letter, a part of a number or ID, and a counter of three places. When the counter has run out,
+// the next letter is taken.
 bool IsGenerated(std::string const& name, char first) {
   return name.size() == kNameLength && name[0] >= first && name[0] <= 'Z' &&
          std::all_of(name.end() - 3, name.end(), IsDigitOrUpper);
@@ -42,7 +43,7 @@ bool IsStudyName(std::string const& name) {
          std::all_of(name.begin(), name.end(), [](char c) { return IsDigitOrUpper(c) || c == '_'; });
 }
 
-// Of a file at the depth of a study's or a series' files.
+// Whether a file may have this name: at depth 2 in a study's folder, at depth 3 in a series'.
 bool IsFileName(std::string name, int depth) {
   if (name.ends_with(".tmp")) name.resize(name.size() - 4);
   return name == "DIRFILE" || name == "VERSION" || (depth == 2 && name == "LOCKFILE") ||
@@ -62,8 +63,8 @@ bool CanBeOwn(fs::path const& path, int depth) {
          });
 }
 
-// What counts for nothing in the folder of a file-set to be. A first store that was killed, or is under way, leaves
-// files and the folder of its study.
+// Whether this is what a first store leaves that was killed or is under way: temporary files, and the folder of its
+// study. It doesn't make a folder count as used.
 bool IsUnfinished(fs::path const& path) {
   std::string const name = path.filename();
   Kind const kind = KindOf(path);

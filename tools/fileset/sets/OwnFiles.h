@@ -4,15 +4,15 @@
 #include <string>
 
 enum class Contents {
-  Nothing,      // but `lost+found`, and what a first store leaves that was killed
-  LostPrivate,  // a file-set whose DICOMDIR is gone: there is its VERSION, and folders with directory files
-  LostStandard, // the same of the standard structure: folders without directory files
-  Other         // something that isn't a file-set's
+  Nothing,      // at most `lost+found`, and what a killed first store leaves
+  LostPrivate,  // of a private file-set without its DICOMDIR: VERSION, and folders with directory files
+  LostStandard, // of a standard one: VERSION, and folders without directory files
+  Other         // anything else
 };
 
-// What is in the directory besides a DICOMDIR. One that can't be listed counts as Other.
+// What the directory holds besides a DICOMDIR. A directory that can't be listed holds Other.
 Contents ContentsOf(std::string const& directory);
 
-// Whether this library can have made the file or folder in a private file-set, by its kind, its name, and the names of
-// all that a folder holds. Object files have generated names: I7000000.
+// Whether this library may have made the file or folder in a private file-set. Its kind and name tell that, and for a
+// folder the names of all that it holds. Object files have generated names: I7000000.
 bool CanBeOwn(std::string const& path, std::string const& file_set);

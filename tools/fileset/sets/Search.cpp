@@ -11,16 +11,16 @@ namespace {
 using Attributes::kSeriesInstanceUid;
 using Attributes::kStudyInstanceUid;
 
-// More than so many UIDs aren't compared with every record; what they don't name is dropped afterwards.
+// A longer list of UIDs isn't compared with every record: all are asked for, and the others dropped afterwards.
 constexpr std::size_t kLongestList = 64;
 
-// What tells a study or series from all others.
+// The UIDs that identify a study or series.
 std::string Identity(Dicom_Msg const& row, Level level) {
   std::string const study = row.Text(kStudyInstanceUid);
   return level == Level::STUDY ? study : study + "|" + row.Text(kSeriesInstanceUid);
 }
 
-// The UIDs of the rows as a key; `any` when there are too many.
+// The UIDs of the rows as a key; `any` if there are more than kLongestList.
 Dicom_UI UidList(Search::Rows const& rows, Dicom_Tag const& tag, char const* any) {
   std::set<std::string> uids;
   for (auto const& row : rows) {
@@ -33,7 +33,7 @@ Dicom_UI UidList(Search::Rows const& rows, Dicom_Tag const& tag, char const* any
   return Dicom_UI(list);
 }
 
-// Adds what the upper row holds and the lower one doesn't.
+// Adds the attributes that only the upper row has.
 void AddFrom(Dicom_Msg const& upper, Dicom_Msg& row) {
   for (int i = 0; i < upper.GetNElements(); ++i) {
     Dicom_ME const& element = *upper.GetElement(i);
@@ -83,7 +83,7 @@ SCL_QueryIdentifier Search::identifier(Level level, Level from, Level to) const 
   if (level >= Level::SERIES) result.SetSeriesInstanceUID(UI_NULL);
   if (level == Level::IMAGE) result.SetSOPInstanceUID(UI_NULL);
   for (Key const& key : keys_) {
-    // an attribute that several levels have is asked of the lowest
+    // of several levels that have an attribute the lowest is asked
     Level const of = std::min(Attributes::LevelOf(key.tag), level_);
     if (of >= from && of <= to) result.Set(key.tag, Dicom_UC(key.value));
   }
@@ -107,14 +107,14 @@ Disk_RootDirectoryFile* Search::Lenient() {
   return lenient_.get();
 }
 
-// After a failure, which is told under `name`: finds what can be read all the same. 0, or -1.
+// Tells a failure under `name`, then finds what can be read all the same. 0, or -1.
 int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows) {
   std::string const cause = log_.Cause();
   tell(name, cause);
   return passes_over_damage_ && Lenient() ? ask_lenient(identifier, name, cause, rows) : -1;
 }
 
-// Reports all that is damaged, but for what was `told` already.
+// Reports each damaged place, except the one that was `told` already.
 int Search::ask_lenient(SCL_QueryIdentifier const& identifier, std::string const& name, std::string const& told,
                         Rows* rows) {
   log_.Begin();
@@ -152,7 +152,7 @@ Search::Rows Search::below(Rows const& parents, SCL_QueryIdentifier identifier, 
   return kept;
 }
 
-// One damaged study fails a query over all; so that the others are found, each is asked by itself.
+// Asks each study by itself, because one damaged study fails a query over all of them.
 void Search::ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier, Rows* rows) {
   std::set<std::string> asked;
   for (auto const& parent : parents) {

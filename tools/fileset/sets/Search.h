@@ -1,8 +1,8 @@
 // A query whose keys may belong to any level.
 //
-// The records of a level hold the attributes of that level only, so a search asks the study records first,
-// with the keys that they know, and goes down with the UIDs of what it found. What it found above, an image's
-// patient say, is added to the responses below.
+// The records of a level hold the attributes of that level only. So a search asks the study records first, with the
+// keys that they know, and goes down with the UIDs that it found. What it found above, such as an image's patient, is
+// added to the responses below.
 #pragma once
 
 #include "sets/Attribute.h"
@@ -21,16 +21,16 @@ public:
   // All three are the caller's and must outlive the search.
   Search(FileSet& set, EngineLog& log, Report& report) : set_(set), log_(log), report_(report) {}
 
-  // What can be read of a study that can't be read whole is found too. For who only shows or copies.
+  // Finds also what can be read of a damaged study. For commands that only show or copy.
   Search& PassOverDamage() {
     passes_over_damage_ = true;
     return *this;
   }
 
-  // The file-set opened so that damage is passed over; null when it can't be.
+  // The file-set, opened so that damage is passed over; null if it can't be opened.
   Disk_RootDirectoryFile* Lenient();
 
-  // From now on, what can't be read ("study UID") is put there, with the cause, instead of being reported.
+  // From now on, studies that can't be read ("study UID") are put there with the cause, and not reported.
   void CollectUnreadable(std::vector<std::pair<std::string, std::string>>* studies) { unreadable_ = studies; }
 
   // Every row holds the UIDs down to its level. 0, or -1 (reported) when the file-set can't be read. A study
@@ -60,6 +60,6 @@ private:
 
 // A list of UIDs as a key's value.
 std::string JoinedUids(std::vector<std::string> const& uids);
-// Reports the wanted UIDs that weren't found; `what` is a study, say.
+// Reports the wanted UIDs that weren't found. `what` names their kind: "study".
 void FailMissing(std::vector<std::string> const& wanted, std::set<std::string> const& found, char const* what,
                  Report& report);

@@ -41,7 +41,7 @@ public:
 
 bool IsBelow(std::string const& path, std::string const& folder) { return path.starts_with(folder + "/"); }
 
-// Collects. The scan hands over what stands in a zombie folder and then the folder.
+// Collects zombies. The scan hands over the content of a zombie folder before the folder.
 class Collection : public CToolParseDICOMReport {
 public:
   explicit Collection(Report& report) : report_(report) {}
@@ -85,7 +85,7 @@ private:
   Report& report_;
 };
 
-// Removes, while the scan holds the locks, what was listed before and still is a zombie.
+// Removes what was listed before and still is a zombie, while the scan holds the locks.
 class Removal : public CToolParseDICOMReport {
 public:
   Removal(Zombies const& zombies, std::string directory, Report& report)
@@ -94,7 +94,7 @@ public:
       if (zombie.stays.empty()) listed_.insert(zombie.path);
   }
 
-  // The results stay 0: the scan would end.
+  // The result is always 0: -1 would end the scan.
   int ProcessFile(RWCString path) override {
     if (may_go(path.str())) note(path.str(), FolderRemoval(report_).ProcessFile(path));
     return 0;
@@ -102,7 +102,7 @@ public:
   int ProcessFolder(RWCString path) override {
     if (!may_go(path.str())) return 0;
     FolderRemoval removal(report_);
-    std::ignore = removal.ParseDirectory(path, kDeepest); // what fails in it keeps the folder from going
+    std::ignore = removal.ParseDirectory(path, kDeepest); // a file that stays keeps its folder too, and is reported
     note(path.str(), removal.ProcessFolder(path));
     return 0;
   }
@@ -153,7 +153,7 @@ void DropLostStudies(FileSet& set, EngineLog& log, Report& report) {
     struct stat status {};
     if (id.RemoveLastComponent() == -1 || System().Stat(id.Path().c_str(), &status) == 0 || errno != ENOENT) continue;
     std::string const uid = row->Text(kStudyInstanceUid);
-    // the folder may be there all the same, or again: of such a study a series that it can't have takes nothing along
+    // the folder may exist again by now. So a series is deleted that no study has: that takes nothing of it along
     SCL_MoveIdentifier identifier(Level::SERIES);
     identifier.SetStudyInstanceUID(Dicom_UI(uid));
     identifier.SetSeriesInstanceUID(Dicom_UIDGenerator().Generate());
