@@ -86,9 +86,9 @@ void SevenHundredStudies(Scope const& scope) {
   Warm("700 studies", 700, *root, Studies(), 700);
   Warm("by Study Instance UID", 700, *root, OneStudy(last), 1);
   Warm("images of a series of 50", 700, *root, Images({}), kImages);
-  std::vector<double> times;
-  for (int i = 0; i < 9; ++i)
-    times.push_back(Afresh(folder.Path()));
+  std::vector<double> times(9);
+  for (double& time : times)
+    time = Afresh(folder.Path());
   Report("query", "700 studies, new process", "ours", 700, Median(times));
 }
 

@@ -40,9 +40,9 @@ private:
 void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, bool in_memory,
              std::function<Phantom::Object()> const& next_place) {
   for (Util_Durability const durability : {Util_Durability::Relaxed, Util_Durability::Full}) {
-    std::vector<std::unique_ptr<IOD_Msg>> next;
-    for (int i = 0; i < kTurns + 2; ++i)
-      next.push_back(Phantom::Make(next_place()));
+    std::vector<std::unique_ptr<IOD_Msg>> next(kTurns + 2);
+    for (auto& object : next)
+      object = Phantom::Make(next_place());
     Util_FileSystem::SetDurability(durability);
     Store(root, *next[0]); // the first relaxed one keeps a copy of the DICOMDIR
     auto recorder = std::make_unique<Recorder>();

@@ -3,9 +3,11 @@
 #include "Bench.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
 #include <map>
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::pair<std::string, void (*)(Bench::Scope const&)> const areas[] = {{"directory", Bench::DirectoryFiles},
                                                                          {"store", Bench::PrivateStores},
                                                                          {"standard", Bench::StandardStores},
@@ -38,4 +40,7 @@ int main(int argc, char** argv) {
     measure(scope);
   }
   return 0;
+} catch (std::exception const& error) {
+  std::fprintf(stderr, "disk_bench: %s\n", error.what());
+  return 1;
 }

@@ -18,7 +18,8 @@ Mutex s_count_mutex;
 int NeededMb(IOD_Msg const& msg) {
   Dicom_Type const* const compressed = msg.Get(Dicom_Dictionary::KOLBA_COMPRESSED_PIXEL_DATA);
   std::size_t const bytes = (compressed ? compressed->GetLength() : 0) + msg.GetPixelData().GetLength();
-  return std::max(int(double(bytes / 1024) * kOverhead) / kKbPerMb, 1);
+  std::size_t const whole_kb = bytes / 1024;
+  return std::max(int(double(whole_kb) * kOverhead) / kKbPerMb, 1);
 }
 
 } // namespace

@@ -92,7 +92,7 @@ std::string Disk_CheckPrivate::find_folder(IOD_Msg const& record, std::string co
     Find("file-id-illegal", Disk_Finding::Damage, path, std::string("a ") + level + " record names no DIRFILE");
     return {};
   }
-  std::string const folder = Disk_Names::FolderOf(path);
+  std::string folder = Disk_Names::FolderOf(path);
   struct stat status {};
   if (Util_FileSystemInterface::Current().Stat(folder.c_str(), &status) == 0) {
     CompareWith(folder);

@@ -65,8 +65,8 @@ Presence CertainPresenceOf(std::string const& path) {
 /// The DICOMDIR of a directory: "dicomdir" only if that alone is there.
 std::string NameIn(std::string const& directory, Presence* presence, int* lowercase) {
   *lowercase = 0;
-  std::string const upper = Disk_Names::In(directory, Disk_Names::kDicomdir);
-  std::string const lower = Disk_Names::In(directory, Disk_Names::kDicomdirOfMedia);
+  std::string upper = Disk_Names::In(directory, Disk_Names::kDicomdir);
+  std::string lower = Disk_Names::In(directory, Disk_Names::kDicomdirOfMedia);
   *presence = PresenceOf(upper);
   if (*presence != Presence::Absent) return upper;
   *presence = PresenceOf(lower);

@@ -229,7 +229,7 @@ int Disk_DirectoryFile::UpdateFileVersion() {
 // Clock
 
 Dicom_DA Disk_DirectoryFile::GetCurrentDate() {
-  Dicom_DA const date = Dicom_DA::GetCurrentDate();
+  Dicom_DA date = Dicom_DA::GetCurrentDate();
   if (date != DA_NULL) return date;
   DISK_LOG(3, "GetCurrentTime(): Error in localtime() (errno=%d).\n", errno);
   KlbGError.Set(DISK_ERROR_SYSTEM + errno);
@@ -237,7 +237,7 @@ Dicom_DA Disk_DirectoryFile::GetCurrentDate() {
 }
 
 Dicom_TM Disk_DirectoryFile::GetTickCount() {
-  Dicom_TM const time = Dicom_TM::GetTickCount();
+  Dicom_TM time = Dicom_TM::GetTickCount();
   if (time != TM_NULL) return time;
   DISK_LOG(3, "GetCurrentTime(): Error in localtime (errno=%d).\n", errno);
   KlbGError.Set(DISK_ERROR_SYSTEM + errno);

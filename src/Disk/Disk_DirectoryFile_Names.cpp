@@ -85,7 +85,8 @@ char* Disk_DirectoryFile::FindUniqueFileName(char* path) const {
   std::string const unique = path ? unique_path(path) : std::string();
   if (unique.empty()) return nullptr;
   char* const copy = new (std::nothrow) char[std::max(unique.size() + 1, Disk_FileID::kPathSize)];
-  return copy ? std::strcpy(copy, unique.c_str()) : nullptr;
+  if (copy) std::memcpy(copy, unique.c_str(), unique.size() + 1);
+  return copy;
 }
 
 std::string Disk_DirectoryFile::unique_path(std::string path) const {
@@ -219,9 +220,9 @@ Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* sta
 
 /// Media that other software has written can have lower-case names for upper-case IDs; what is stored here doesn't.
 Disk_FileID Disk_DirectoryFile::object_id(Dicom_CS const& referenced_file_id) const {
-  Disk_FileID const exact(GetFileSetPrefix(), referenced_file_id, 0);
+  Disk_FileID exact(GetFileSetPrefix(), referenced_file_id, 0);
   if (!Lowercase() || Util_FileSystemInterface::Current().Access(exact.Path().c_str(), 0) == 0) return exact;
-  Disk_FileID const lower(GetFileSetPrefix(), referenced_file_id, 1);
+  Disk_FileID lower(GetFileSetPrefix(), referenced_file_id, 1);
   return Util_FileSystemInterface::Current().Access(lower.Path().c_str(), 0) == 0 ? lower : exact;
 }
 

@@ -35,7 +35,7 @@ bool AnyPart(std::string_view text, Visit visit) {
 
 /// Lower case by the rules of Unicode, whatever locale the program runs in.
 std::string Folded(std::string_view text) {
-  static locale_t const s_unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t(0));
+  static locale_t const s_unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
   std::string result;
   result.reserve(text.size());
   for (std::size_t i = 0; i < text.size();) {

@@ -278,6 +278,7 @@ Dicom_OtherType::Dicom_OtherType(Dicom_OtherType const& other)
     : Dicom_Type(other), owned_(other.Bytes()), syntax_(other.syntax_) {}
 
 Dicom_OtherType& Dicom_OtherType::operator=(Dicom_OtherType const& other) {
+  if (this == &other) return *this;
   owned_ = other.Bytes();
   borrowed_ = nullptr;
   syntax_ = other.syntax_;
