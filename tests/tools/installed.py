@@ -2,7 +2,7 @@
 """What `cmake --install` leaves serves a stranger: the examples build outside the source tree, with find_package and with
 pkg-config, and run, wherever the installed tree is moved to; every operation can be called with the types of its callers;
 the headers need nothing that isn't installed; the library exports what these declare and nothing else; the manual page
-knows every command.
+knows every command; all tell one version.
 
 usage: installed.py CMAKE BUILD SOURCE COMPILER
 
@@ -33,10 +33,18 @@ def declared(prefix):
         names.update(re.findall(r"^DICOM_\w+_CLASS\((\w+)", text, re.M))
     return names
 
-def check_symbols(prefix):
-    library = prefix + "/lib/libDisk.so"
-    if not os.path.exists(library):
-        library = glob.glob(prefix + "/lib/*/libDisk.so")[0]
+def check_version(prefix, library, pc, source):
+    """The soname and the CMake package go by the minor version; program, pkg-config and documents tell the whole."""
+    version = run(prefix + "/bin/fileset", "--version").split()[1]
+    minor = version.rsplit(".", 1)[0]
+    texts = {pc: f"Version: {version}\n", source + "/docs/fileset.1": f'"fileset {version}"',
+             source + "/docs/Doxyfile": f"= {version}\n", source + "/CHANGELOG.md": f"\n## {version} - ",
+             source + "/examples/CMakeLists.txt": f"find_package(Disk {minor} REQUIRED)"}
+    wrong = [path for path, text in texts.items() if text not in open(path).read()]
+    if wrong or f"[libDisk.so.{minor}]" not in run("readelf", "-dW", library):
+        sys.exit(f"fileset is {version}; another version is told by {wrong or 'the soname'}")
+
+def check_symbols(prefix, library):
     known = declared(prefix)
     exported = [line.split(maxsplit=2)[2] for line in run("nm", "-DC", "--defined-only", library).splitlines()]
     strange = [name for name in exported if not known & set(re.findall(r"[A-Za-z_]\w*", name.split("(")[0] or name))]
@@ -66,7 +74,9 @@ def main(cmake, build, source, compiler):
         prefix = work + "/moved"
         run(cmake, "--install", build, "--prefix", work + "/prefix")
         os.rename(work + "/prefix", prefix)
-        check_symbols(prefix)
+        library, pc = (glob.glob(f"{prefix}/lib/**/{name}", recursive=True)[0] for name in ("libDisk.so", "disk.pc"))
+        check_version(prefix, library, pc, source)
+        check_symbols(prefix, library)
         run(build + "/bin/phantom", work + "/objects", "--patients", "2", "--studies", "1", "--series", "4",
             "--images", "2", "--kind", "mix", "--size", "16", "--charset", "utf8")
         objects = [os.path.join(where, name) for where, _, names in os.walk(work + "/objects") for name in names]
@@ -79,7 +89,6 @@ def main(cmake, build, source, compiler):
         run(cmake, "--build", work + "/cmake")
         check_examples(work + "/cmake", objects, work, None)
 
-        pc = glob.glob(prefix + "/lib/**/disk.pc", recursive=True)[0]
         environment = dict(os.environ, PKG_CONFIG_PATH=os.path.dirname(pc))
         flags = run("pkg-config", "--cflags", "--libs", "disk", env=environment).split()
         libdir = run("pkg-config", "--variable=libdir", "disk", env=environment).strip()

@@ -9,28 +9,22 @@ Ends with 0, with 1 when a check fails, 77 when there are no samples or no dcmdu
 import hashlib
 import json
 import os
+import pathlib
 import shutil
-import subprocess
 import sys
 import tempfile
 
 from dicomdir_walk import instances, walk
+from samples_roundtrip import run
 
 # Damaged: what is refused, and what takes a new patient although a part of it can't be read.
 REFUSED = ("DICOMDIR-empty.dcm", "DICOMDIR-nopatient") # no offset of a first record, and one that leads to no patient
 TAKEN = {"DICOMDIR-nooffset": [6, 13, 30, 30]} # one of 31 image records is cut
 LINKS = ("00041200", "00041202", "00041220", "00041400", "00041420", "00201206", "00201208", "00201209")
 
-def run(*command):
-    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, errors="replace")
-
 def digest(folder):
-    found = {}
-    for where, _, names in os.walk(folder):
-        for name in names:
-            with open(os.path.join(where, name), "rb") as file:
-                found[os.path.relpath(os.path.join(where, name), folder)] = hashlib.sha256(file.read()).hexdigest()
-    return found
+    return {str(path.relative_to(folder)): hashlib.sha256(path.read_bytes()).hexdigest()
+            for path in pathlib.Path(folder).rglob("*") if path.is_file()}
 
 def rows(binary, folder, level):
     told = run(binary + "/fileset", "query", folder, "--level", level, "--json")
@@ -87,8 +81,7 @@ def check_appending(binary, folder, name, failures):
     of_study = {**of_patient, "0020,000d": study.values["0020,000d"], "0020,0010": study.values.get("0020,0010", "")}
     of_series = {**of_study, "0020,000e": series.values["0020,000e"], "0020,0011": series.values.get("0020,0011", ""),
                  "0008,0060": series.values["0008,0060"]}
-    with open(folder + "/DICOMDIR", "rb") as file:
-        old = file.read()
+    old = pathlib.Path(folder, "DICOMDIR").read_bytes()
     old_uids = {image.values.get("0004,1511") for image in instances(patients)}
     new_uids = set()
     for number, values in enumerate((of_series, of_study, of_patient, {})):
@@ -108,9 +101,7 @@ def check_appending(binary, folder, name, failures):
             failures.append(f"{name}: a new object's file is missing")
     if run("gdcmdump", folder + "/DICOMDIR").returncode != 0:
         failures.append(f"{name}: gdcmdump can't read it")
-    with open(folder + "/DICOMDIR", "rb") as file:
-        new = file.read()
-    changed = other_bytes_changed(old, new, "bigEnd" in name)
+    changed = other_bytes_changed(old, pathlib.Path(folder, "DICOMDIR").read_bytes(), "bigEnd" in name)
     # the delimiter of a sequence of undefined length gives way to records
     tail = len(old) - 8 if name == "dangling" else len(old)
     if [place for place in changed if place < tail]:

@@ -14,6 +14,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import types
 
 def run(*command):
     return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, errors="replace")
@@ -57,10 +58,6 @@ def equal(original, other, work):
         if x != y:
             return f"{x[:100]!r} became {y[:100]!r}"
     return f"{len(a)} elements became {len(b)}"
-
-class Report:
-    def __init__(self):
-        self.refused, self.failures = {}, []
 
 def check_set(binary, files, mode, report, structure):
     with tempfile.TemporaryDirectory(prefix="disk_samples_") as work:
@@ -139,7 +136,7 @@ def main():
                 groups[tag_value(path, "SOPInstanceUID") or path].append(path)
     sets = [[paths[0] for paths in groups.values()]]
     sets += [[path] for paths in groups.values() for path in paths[1:]]
-    report = Report()
+    report = types.SimpleNamespace(refused={}, failures=[])
     for mode in ("compressed",) if structure else ("native", "compressed"): # how objects are written is the same in both
         for files in sets:
             check_set(binary, files, mode, report, structure)
