@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <map>
 
 namespace {
@@ -54,7 +55,7 @@ std::string Megabytes(long kb) {
 
 void PrintBar(char const* what, double part, std::string const& text) {
   constexpr int kWidth = 30;
-  int const filled = int(std::clamp(part, 0.0, 1.0) * kWidth + 0.5);
+  int const filled = int(std::lround(std::clamp(part, 0.0, 1.0) * kWidth));
   std::printf("%-10s[%s%s] %3.0f %%  %s\n", what, std::string(std::size_t(filled), '#').c_str(),
               std::string(std::size_t(kWidth - filled), '.').c_str(), part * 100, Printable(text).c_str());
 }
