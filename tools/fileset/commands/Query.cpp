@@ -66,11 +66,13 @@ std::string CellText(Dicom_Msg const& row, Dicom_Tag const& tag) {
 
 void PrintTable(Search::Rows const& rows, std::vector<Key> const& columns, LevelName const& level) {
   std::vector<std::string> headers;
+  headers.reserve(columns.size());
   for (Key const& column : columns)
     headers.push_back(Attributes::Name(column.tag));
   Table table(headers);
   for (auto const& row : rows) {
     std::vector<std::string> cells;
+    cells.reserve(columns.size());
     for (Key const& column : columns)
       cells.push_back(CellText(*row, column.tag));
     table.AddRow(std::move(cells));
