@@ -53,7 +53,7 @@ public:
     return 0;
   }
   int ProcessFolder(RWCString path) override {
-    std::string const folder = path.str();
+    std::string const& folder = path.str();
     std::erase_if(zombies, [&](Zombie const& zombie) { return IsBelow(zombie.path, folder); });
     Contents contents;
     if (contents.ParseDirectory(path, kDeepest) == -1)
