@@ -59,7 +59,8 @@ void Ours(std::string const& folder, int n) {
   Disk_RecordList<Disk_InstanceDirectoryRecord> records;
   File file(folder);
   file.Load(records);
-  Bench::Require(Disk_FindRecord(records, false, kSopInstanceUid, Uid(n - 1)) != nullptr, "finding");
+  auto const any = [](Disk_InstanceDirectoryRecord const&) { return true; };
+  Bench::Require(records.Find(kSopInstanceUid, Uid(n - 1), any) != nullptr, "finding");
   file.Save(records);
 }
 
@@ -83,7 +84,7 @@ void ToolkitsWork(std::string const& folder, int n) {
   OFString uid;
   for (DcmObject* item = nullptr; (item = sequence->nextInContainer(item)) != nullptr;) {
     auto* record = dynamic_cast<DcmItem*>(item);
-    if (record && record->findAndGetOFString(DCM_SOPInstanceUID, uid).good() && uid == wanted.c_str()) found = true;
+    if (record && record->findAndGetOFString(DCM_SOPInstanceUID, uid).good() && uid == wanted) found = true;
   }
   Bench::Require(found, "the toolkit's finding");
   Bench::Require(file.saveFile(temporary.c_str(), EXS_LittleEndianExplicit).good(), "the toolkit's writing");
