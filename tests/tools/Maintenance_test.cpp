@@ -144,7 +144,7 @@ TEST_F(MaintenanceTest, AKilledDeleteIsCompletedByTheSameCommand) {
       MXL_SubOperationsReport told;
       SCL_ResponseStatus response;
       for (Phantom::Object const& object : c.objects.empty() ? std::vector{sr} : c.objects)
-        root.Delete(Named(c.level, object), 1, &told, response);
+        (void)root.Delete(Named(c.level, object), 1, &told, response);
       return 0;
     };
     Copy(temp / "set", set);
