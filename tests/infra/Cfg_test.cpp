@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
 #include <infra/CFG_Factory.h>
 #include <infra/Util_Cfg.h>
 #include <infra/Util_FileSystem.h>
-#include <memory>
 #include <support/LogCapture.h>
 #include <support/TempDirectory.h>
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -49,7 +49,7 @@ TEST_F(Cfg, ValuesAreFoundByKeyAndPath) {
 }
 
 TEST_F(Cfg, ProblemsNameTheirLineAndLeaveTheRest) {
-  std::pair<char const*, std::vector<std::string>> const cases[] = {
+  std::pair<std::string, std::vector<std::string>> const cases[] = {
       {"# nothing\npush:\n", {}},
       {"push:\n  max_cached_studies: 700\n  max_studies: 3\n", {":3: unknown key push\\max_studies"}},
       {"push:\n  max_cached_studies: 2147483648\n", {":2: push\\max_cached_studies must be an integer"}},

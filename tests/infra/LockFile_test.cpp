@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
 #include <infra/Klb_LockFile.h>
-#include <support/FaultyFileSystem.h>
 #include <support/Kill.h>
 #include <support/LogCapture.h>
 #include <support/TempDirectory.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,8 +1,9 @@
-#include <cerrno>
-#include <gtest/gtest.h>
 #include <stdexcept>
 #include <support/LogCapture.h>
 #include <support/TempDirectory.h>
+
+#include <cerrno>
+#include <gtest/gtest.h>
 #include <thread>
 
 namespace {
@@ -27,8 +28,8 @@ TEST(LogFile, TextIsEscapedAndComplete) {
     DISK_LOG(3, "%s\n", text.c_str());
     DISK_LOG(3, "%s", text.c_str()); // its newline isn't ours
     ASSERT_EQ(log.Lines().size(), 2U);
-    EXPECT_EQ(text_of(log.Lines()[0].second), expected);
-    EXPECT_EQ(text_of(log.Lines()[1].second), expected);
+    for (auto const& [level, line] : log.Lines())
+      EXPECT_EQ(text_of(line), expected);
   }
 }
 

@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <infra/I18n.h>
+
+#include <gtest/gtest.h>
 
 namespace {
 
