@@ -26,10 +26,9 @@ void ReadBytes(std::string const& path) {
   int const fd = open(path.c_str(), O_RDONLY);
   struct stat status {};
   Require(fd != -1 && fstat(fd, &status) == 0, "opening bytes");
-  void* const bytes = std::malloc(std::size_t(status.st_size));
-  Require(read(fd, bytes, std::size_t(status.st_size)) == status.st_size, "reading bytes");
+  auto const bytes = std::make_unique_for_overwrite<char[]>(std::size_t(status.st_size));
+  Require(read(fd, bytes.get(), std::size_t(status.st_size)) == status.st_size, "reading bytes");
   close(fd);
-  std::free(bytes);
 }
 
 void Native(Scope const& scope) {
@@ -55,8 +54,8 @@ void Native(Scope const& scope) {
   for (auto const& [name, identifiers] : {std::pair{"by file ID", &by_id}, std::pair{"by UIDs", &by_uids}}) {
     Pair const took = MedianOfTurns(
         kManyTurns,
-        [&] {
-          for (SCL_MoveIdentifier const& identifier : *identifiers)
+        [&, wanted = identifiers] { // Clang 14 captures no structured binding
+          for (SCL_MoveIdentifier const& identifier : *wanted)
             Fetch(*root, identifier);
         },
         [&] {

@@ -12,9 +12,9 @@ using Place = std::function<Phantom::Object(int)>;
 /// Turns of our next store, of the objects at `place`, and of the bare writing of what it writes at that moment.
 void Measure(std::string const& what, long n, Disk_RootDirectoryFile& root, Place place) {
   for (Util_Durability const durability : {Util_Durability::Relaxed, Util_Durability::Full}) {
-    std::vector<std::unique_ptr<IOD_Msg>> next;
-    for (int i = 0; i < kTurns + 2; ++i)
-      next.push_back(Phantom::Make(place(i)));
+    std::vector<std::unique_ptr<IOD_Msg>> next(kTurns + 2);
+    for (int i = 0; auto& object : next)
+      object = Phantom::Make(place(i++));
     Util_FileSystem::SetDurability(durability);
     Store(root, *next[0]);
     PrivateLimit limit(root.GetFileSetPrefix(), PathOf(root, place(0)));
