@@ -49,7 +49,9 @@ int CheckIncludes(std::filesystem::path const& path, int floor, int room, bool i
     if (other == -1) continue;
     ++lines;
     EXPECT_LE(other, floor) << what;
-    if (is_private && other == floor) EXPECT_LE(RoomOf(kFloors[std::size_t(floor)], match[3]), room) << what;
+    if (is_private && other == floor) {
+      EXPECT_LE(RoomOf(kFloors[std::size_t(floor)], match[3]), room) << what;
+    }
   }
   return lines;
 }
