@@ -9,7 +9,6 @@
 #include <Disk/Disk_CacheRepositoryCleanGraders.h>
 #include <infra/I18n.h>
 #include <infra/Util_Cfg.h>
-#include <set>
 #include <sys/mount.h>
 
 namespace {
@@ -44,12 +43,9 @@ public:
 // The repository with its protected parts.
 class Cache : public Disk_CacheRepository {
 public:
-  using Disk_CacheRepository::GetCfgInteger;
-  using Disk_CacheRepository::GetStudiesMetaData;
-  using Disk_CacheRepository::m_maxStudies;
-  using Disk_CacheRepository::m_quotaMB;
-  using Disk_CacheRepository::m_spaceFactor;
-  using Disk_CacheRepository::m_userQuotaMB;
+  using Base = Disk_CacheRepository;
+  using Base::GetCfgInteger, Base::GetStudiesMetaData, Base::m_maxStudies, Base::m_quotaMB, Base::m_spaceFactor,
+      Base::m_userQuotaMB;
 };
 
 class CacheTest : public FileSetTest {
@@ -76,7 +72,7 @@ protected:
     msg->Set(kPixelData, Dicom_OW(pixels.data(), pixels.size(), 1, nullptr));
     return msg;
   }
-  static std::string Uid(int study) { return Phantom::StudyUid({.study = study}).GetText(); }
+  static std::string Uid(int study) { return StudyOf({.study = study}); }
   static std::set<std::string> Studies(Cache& cache) {
     Disk_StudyMetaData* array = nullptr;
     int count = 0;
@@ -97,14 +93,14 @@ TEST_F(CacheTest, GradesAndThresholds) {
   EXPECT_EQ(factory.CalculateThreshold(5), 56);
   EXPECT_EQ(factory.CalculateThreshold(4), 85);
   Util_Clock::SetNow(kStart);
-  auto const make = [](int kb, int stored_days_ago, int read_days_ago) {
+  auto const ago = [](int days) { return days == -1 ? DT_NULL : Dicom_DT(AsDateTime(kStart - days * kDay)); };
+  auto const make = [&](int kb, int stored_days_ago, int read_days_ago) { // -1: no such date
     Disk_StudyMetaData study;
     study.m_sizeKB = kb;
-    if (stored_days_ago != -1) study.m_storeDate = Dicom_DT(AsDateTime(kStart - stored_days_ago * kDay));
-    if (read_days_ago != -1) study.m_accessDate = Dicom_DT(AsDateTime(kStart - read_days_ago * kDay));
+    study.m_storeDate = ago(stored_days_ago);
+    study.m_accessDate = ago(read_days_ago);
     return study;
   };
-  // -1: no such date
   Disk_StudyMetaData studies[] = {make(300, 20, 20), make(100, 0, -1),  make(200, 1, 7),  make(100, -1, -1),
                                   make(100, 8, 15),  make(100, -3, -3), make(100, 14, 14)};
   factory.GradeStudies(studies, int(std::size(studies)));
@@ -214,9 +210,8 @@ TEST_F(CacheTest, TheSpaceFactorFollowsThePressure) {
   EXPECT_EQ(log.Count(6, "Found 0 Studies in DICOMDIR:"), 1);
   Util_Clock::SetNow(kStart);
   std::string course;
-  int const steps[] = {1, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 1, 1}; // whether there is space
   int image = 0;
-  for (int const has_space : steps) {
+  for (int const has_space : {1, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 1, 1}) {
     disk.free_mb = has_space ? 1000 : 0;
     EXPECT_EQ(cache->Store(Object(1, ++image).get(), false), has_space ? 0 : -1);
     EXPECT_EQ(cache->GetThreshold(), 56) << "restored, whatever came of the cleaning";
@@ -365,12 +360,12 @@ TEST_F(CacheTest, AFullDiskIsCleaned) {
   EXPECT_EQ(cache->Store(Object(100, 1, kKb).get(), false), -1);
   EXPECT_EQ(Store(*Open(), *Object(100, 1, kKb)), -1);
   EXPECT_EQ(Studies(*cache).size(), std::size_t(kStudies));
-  ExpectNoDamage();
+  ExpectSound(true);
   cache->SetThreshold(100);
   EXPECT_EQ(cache->AutoCleanMB(2), 0);
   EXPECT_EQ(cache->Store(Object(101, 1, kKb).get(), false), 0);
   EXPECT_LT(Studies(*cache).size(), std::size_t(kStudies - 5));
-  ExpectNoDamage();
+  ExpectSound(true);
   umount2(Prefix().c_str(), MNT_DETACH);
 }
 

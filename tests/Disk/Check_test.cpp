@@ -1,10 +1,9 @@
 // The check finds each kind of damage, and nothing in a sound file-set. Every row breaks a copy of a small one.
-#include "support/DicomdirWalk.h"
 #include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
-#include "support/Kill.h"
 
-#include <functional>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -19,14 +18,14 @@ public:
   explicit Broken(unsigned with_structure = 0) { structure = with_structure; }
   void TestBody() override {}
   void StoreAll() {
-    auto root = Open(0);
-    int const objects[][4] = {{1, 1, 1, 1}, {1, 1, 1, 2}, {1, 1, 2, 1}, {1, 1, 2, 2}, {1, 2, 1, 1}, {2, 1, 1, 1}};
-    for (auto const& [patient, study, series, image] : objects) {
-      auto msg = Phantom::Make({.patient = patient, .study = study, .series = series, .image = image, .size = 16});
-      ASSERT_EQ(Store(*root, *msg), 0);
-    }
+    for (Phantom::Object const& object :
+         {Phantom::Object{}, {.image = 2}, {.series = 2}, {.series = 2, .image = 2}, {.study = 2}, {.patient = 2}})
+      StoreOne(object);
   }
-  int StoreImage(int image) { return Store(*Open(), *Phantom::Make({.image = image, .size = 16})); }
+  void StoreOne(Phantom::Object object) {
+    object.size = 16;
+    ASSERT_EQ(Store(*Open(0), *Phantom::Make(object)), 0);
+  }
   std::string Path(std::string const& name = {}) const { return name.empty() ? Prefix() : At(name); }
 
   // The `number`th of the files whose relative name ends so, in alphabetical order.
@@ -44,28 +43,13 @@ public:
   std::string RootFile() const { return At("DICOMDIR"); }
 
   // Private: the records of a directory file are changed.
-  using Messages = std::vector<std::unique_ptr<IOD_Msg>>;
-  void Edit(std::string const& path, std::function<void(Messages&)> const& change) const {
-    std::string const name = fs::relative(path, Prefix());
-    Messages records = Records(name);
-    change(records);
-    Dicom_Sequence sequence;
-    for (auto& record : records)
-      sequence.Append(record.get(), false);
-    std::string id = name;
-    std::replace(id.begin(), id.end(), '/', '\\');
-    EXPECT_EQ(Disk_DirectoryFile(Disk_FileID(Prefix().c_str(), Dicom_CS(id), 0), 0, nullptr).Write(sequence), 0);
-  }
-  static auto SetFirst(Dicom_Tag tag, std::string const& text) {
-    return [tag, text](Messages& records) { EXPECT_EQ(records[0]->Set(tag, Dicom_CS(text)), 0); };
-  }
-  static auto TakeFromSecond(Dicom_Tag tag) {
-    return [tag](Messages& records) { EXPECT_EQ(records[0]->Set(tag, records[1]->Get(tag)), 0); };
+  void Edit(std::string const& path, std::function<void(Answers&)> const& change) const {
+    ChangeRecords(fs::relative(path, Prefix()), change);
   }
   // The study's counters and modalities stand in the root, behind the record of the patient.
   template <class Value>
   void EditStudy(Dicom_Tag tag, Value value) const {
-    Edit(RootFile(), [&](Messages& records) { EXPECT_EQ(records[1]->Set(tag, value), 0); });
+    Edit(RootFile(), [&](Answers& records) { EXPECT_EQ(records[1]->Set(tag, value), 0); });
   }
 
   // Standard: bytes are changed in their place.
@@ -91,22 +75,32 @@ public:
     fs::rename(b, a);
     fs::rename(At("swap"), b);
   }
-  using FileSetTest::Answers, FileSetTest::Ask, FileSetTest::Check, FileSetTest::Delete, FileSetTest::directory,
-      FileSetTest::Fetch, FileSetTest::Files, FileSetTest::IMAGE, FileSetTest::Keys, FileSetTest::kSopUid,
-      FileSetTest::kStudyUid, FileSetTest::Open, FileSetTest::Store, FileSetTest::Uids;
+  void Grow(std::string const& path, int bytes) const { fs::resize_file(path, fs::file_size(path) + bytes); }
+  using FileSetTest::Ask, FileSetTest::Check, FileSetTest::Delete, FileSetTest::directory, FileSetTest::Fetch,
+      FileSetTest::Files, FileSetTest::Open, FileSetTest::Uids;
 };
+
+using Damage = std::function<void(Broken&)>;
+using File = std::string (Broken::*)() const;
+
+// Of the first record in a file.
+Damage Set(File file, Dicom_Tag tag, char const* text) {
+  return [=](Broken& b) { b.Edit((b.*file)(), [=](auto& records) { records[0]->Set(tag, Dicom_CS(text)); }); };
+}
+Damage Without(File file, Dicom_Tag tag) {
+  return [=](Broken& b) { b.Edit((b.*file)(), [=](auto& records) { records[0]->Remove(tag); }); };
+}
+Damage AsTheSecond(Dicom_Tag tag) {
+  return [=](Broken& b) { b.Edit(b.SeriesFile(), [=](auto& records) { records[0]->Set(tag, records[1]->Get(tag)); }); };
+}
 
 struct Row {
   char const* kind;
   unsigned structure;
   Disk_Finding::Cause cause;
-  std::function<void(Broken&)> damage;
+  Damage damage;
 };
 
-constexpr Dicom_Tag kType{0x0004, std::uint16_t(0x1430)}, kFileId{0x0004, std::uint16_t(0x1500)};
-constexpr Dicom_Tag kModalities{0x0008, std::uint16_t(0x0061)}, kInstance{0x0008, std::uint16_t(0x0018)};
-constexpr Dicom_Tag kStudySeries{0x0020, std::uint16_t(0x1206)}, kStudyImages{0x0020, std::uint16_t(0x1208)};
-constexpr Dicom_Tag kSeriesImages{0x0020, std::uint16_t(0x1209)};
 constexpr std::uint32_t kFirst = 0x00041200, kLast = 0x00041202, kFlag = 0x00041212;
 constexpr std::uint32_t kNext = 0x00041400, kInUse = 0x00041410, kLower = 0x00041420;
 
@@ -116,13 +110,11 @@ Row const kRows[] = {
     {"object-missing", kStandard, kDelete, [](Broken& b) { fs::remove(b.Object()); }},
     {"object-not-a-file", kPrivate, kDamage,
      [](Broken& b) {
-       std::string const object = b.Object();
-       fs::remove(object);
-       fs::create_directory(object);
+       std::string const o = b.Object();
+       fs::remove(o), fs::create_directory(o);
      }},
     {"object-empty", kPrivate, kDamage, [](Broken& b) { fs::resize_file(b.Object(), 0); }},
-    {"object-unreadable", kPrivate, kDamage,
-     [](Broken& b) { fs::resize_file(b.Object(), fs::file_size(b.Object()) - 100); }},
+    {"object-unreadable", kPrivate, kDamage, [](Broken& b) { b.Grow(b.Object(), -100); }},
     {"object-pixels", kPrivate, kDamage,
      [](Broken& b) {
        std::fstream(b.Object(), std::ios::in | std::ios::out | std::ios::binary).seekp(-40, std::ios::end)
@@ -148,27 +140,21 @@ Row const kRows[] = {
     // private records
     {"study-image-count", kPrivate, kStore, [](Broken& b) { b.EditStudy(kStudyImages, Dicom_IS(3)); }},
     {"study-series-count", kPrivate, kDelete, [](Broken& b) { b.EditStudy(kStudySeries, Dicom_IS(3)); }},
-    {"series-image-count", kPrivate, kDelete,
-     [](Broken& b) { b.Edit(b.StudyFile(), Broken::SetFirst(kSeriesImages, "9")); }},
+    {"series-image-count", kPrivate, kDelete, Set(&Broken::StudyFile, kSeriesImages, "9")},
     {"counter-invalid", kPrivate, kDamage, [](Broken& b) { b.EditStudy(kStudyImages, Dicom_LO("four")); }},
     {"modality-missing", kPrivate, kStore, [](Broken& b) { b.EditStudy(kModalities, Dicom_CS("US")); }},
     {"modality-extra", kPrivate, kDelete, [](Broken& b) { b.EditStudy(kModalities, Dicom_CS("CT\\MR\\US")); }},
-    {"record-type", kPrivate, kDamage, [](Broken& b) { b.Edit(b.SeriesFile(), Broken::SetFirst(kType, "STUDY")); }},
-    {"record-type", kPrivate, kDamage, [](Broken& b) { b.Edit(b.SeriesFile(), Broken::SetFirst(kType, "IMAGX")); }},
+    {"record-type", kPrivate, kDamage, Set(&Broken::SeriesFile, kRecordType, "STUDY")},
+    {"record-type", kPrivate, kDamage, Set(&Broken::SeriesFile, kRecordType, "IMAGX")},
     {"record-type", kStandard, kDamage, [](Broken& b) { b.Patch(b.ValueAt(b.Place(0), 0x00041430), "PATIENX "); }},
-    {"record-type", kPrivate, kDamage, [](Broken& b) { b.EditStudy(kType, Dicom_CS("SERIES")); }},
-    {"patient-missing", kPrivate, kDamage,
-     [](Broken& b) { b.Edit(b.RootFile(), [](auto& records) { std::swap(records[0], records[1]); }); }},
-    {"patient-empty", kPrivate, kDamage,
-     [](Broken& b) { b.Edit(b.RootFile(), [](auto& records) { records.pop_back(); }); }},
-    {"uid-missing", kPrivate, kDamage,
-     [](Broken& b) { b.Edit(b.SeriesFile(), [](auto& records) { records[0]->Remove(kInstance); }); }},
-    {"uid-twice", kPrivate, kDamage, [](Broken& b) { b.Edit(b.SeriesFile(), Broken::TakeFromSecond(kInstance)); }},
-    {"file-id-missing", kPrivate, kDamage,
-     [](Broken& b) { b.Edit(b.SeriesFile(), [](auto& records) { records[0]->Remove(kFileId); }); }},
-    {"file-id-illegal", kPrivate, kDamage,
-     [](Broken& b) { b.Edit(b.SeriesFile(), Broken::SetFirst(kFileId, "..\\PASSWD")); }},
-    {"file-id-shared", kPrivate, kDamage, [](Broken& b) { b.Edit(b.SeriesFile(), Broken::TakeFromSecond(kFileId)); }},
+    {"record-type", kPrivate, kDamage, [](Broken& b) { b.EditStudy(kRecordType, Dicom_CS("SERIES")); }},
+    {"patient-missing", kPrivate, kDamage, [](Broken& b) { b.Edit(b.RootFile(), [](auto& r) { r[0].swap(r[1]); }); }},
+    {"patient-empty", kPrivate, kDamage, [](Broken& b) { b.Edit(b.RootFile(), [](auto& r) { r.pop_back(); }); }},
+    {"uid-missing", kPrivate, kDamage, Without(&Broken::SeriesFile, kSopUid)},
+    {"uid-twice", kPrivate, kDamage, AsTheSecond(kSopUid)},
+    {"file-id-missing", kPrivate, kDamage, Without(&Broken::SeriesFile, kFileId)},
+    {"file-id-illegal", kPrivate, kDamage, Set(&Broken::SeriesFile, kFileId, "..\\PASSWD")},
+    {"file-id-shared", kPrivate, kDamage, AsTheSecond(kFileId)},
     {"study-empty", kPrivate, kDelete, [](Broken& b) { b.Edit(b.StudyFile(), [](auto& r) { r.clear(); }); }},
     {"series-empty", kPrivate, kDelete, [](Broken& b) { b.Edit(b.SeriesFile(), [](auto& r) { r.clear(); }); }},
     // chains
@@ -181,10 +167,8 @@ Row const kRows[] = {
     {"record-unreadable", kStandard, kDamage, [](Broken& b) { b.Patch(b.Place(3) + 8 + 6, "\xF0\xFF"); }},
     {"hole", kStandard, kDamage, [](Broken& b) { b.Patch(b.Place(3, 1), std::string(8, '\0')); }},
     {"record-cut", kStandard, kDamage, [](Broken& b) { b.Patch(b.Place(3, 5) + 4, Broken::Bytes(0x00FFFFFF)); }},
-    {"length-beyond-file", kStandard, kDamage,
-     [](Broken& b) { fs::resize_file(b.RootFile(), fs::file_size(b.RootFile()) - 20); }},
-    {"bytes-behind-records", kStandard, kDamage,
-     [](Broken& b) { fs::resize_file(b.RootFile(), fs::file_size(b.RootFile()) + 20); }},
+    {"length-beyond-file", kStandard, kDamage, [](Broken& b) { b.Grow(b.RootFile(), -20); }},
+    {"bytes-behind-records", kStandard, kDamage, [](Broken& b) { b.Grow(b.RootFile(), 20); }},
     {"first-record-offset", kStandard, kDamage, [](Broken& b) { b.SetNumber(0, kFirst, 0); }},
     {"last-record-offset", kStandard, kDamage, [](Broken& b) { b.SetNumber(0, kLast, b.Place(0)); }},
     {"consistency-flag", kStandard, kDamage, [](Broken& b) { b.Patch(b.ValueAt(0, kFlag), "\xFF\xFF"); }},
@@ -252,30 +236,27 @@ TEST(CheckTest, ShortageOfMemoryIsNoDamage) {
 
 // A damaged part fails a query as before, and takes nothing else away from who asks for what can be read.
 TEST(CheckTest, WhatCanBeReadIsGiven) {
-  struct {
-    unsigned structure;
-    std::size_t left; // of six images
-    std::function<void(Broken&)> damage;
-  } const cases[] = {
+  std::tuple<unsigned, std::size_t, Damage> const cases[] = {
+      // of six images so many are left
       {kPrivate, 4, [](Broken& b) { fs::resize_file(b.SeriesFile(), fs::file_size(b.SeriesFile()) / 2); }},
-      {kPrivate, 5, [](Broken& b) { b.Edit(b.SeriesFile(), Broken::SetFirst(kType, "IMAGX")); }},
+      {kPrivate, 5, Set(&Broken::SeriesFile, kRecordType, "IMAGX")},
       {kPrivate, 2, [](Broken& b) { fs::resize_file(b.StudyFile(), 400); }},
-      {kPrivate, 2, [](Broken& b) { b.EditStudy(kType, Dicom_CS("IMAGX")); }},
+      {kPrivate, 2, [](Broken& b) { b.EditStudy(kRecordType, Dicom_CS("IMAGX")); }},
       {kStandard, 5, [](Broken& b) { b.Patch(b.Place(3, 1) + 4, Broken::Bytes(0x00FFFFFF)); }},
       {kStandard, 5, [](Broken& b) { b.SetNumber(b.Place(1), kNext, 0x7FFFFFFF); }},
       {kStandard, 5, [](Broken& b) { b.SetNumber(b.Place(3), kNext, b.Place(3)); }},
   };
   for (auto const& [structure, left, damage] : cases) {
-    SCOPED_TRACE(&left - &cases[0].left);
+    SCOPED_TRACE(left);
     Broken broken(structure);
     broken.StoreAll();
     damage(broken);
-    Broken::Keys const keys = {{Broken::kStudyUid, "*"}, {Broken::kSopUid, ""}};
+    Keys const keys = {{kStudyUid, "*"}, {kSopUid, ""}};
     constexpr unsigned kLenient = Disk_StoreParams::READ_ONLY | Disk_StoreParams::PASS_OVER_DAMAGE;
     for (unsigned const flags : {unsigned(Disk_StoreParams::READ_ONLY), unsigned(Disk_StoreParams::PASS_OVER_DAMAGE)})
-      Broken::Ask(*broken.Open(flags), Broken::IMAGE, keys, -1);
+      Broken::Ask(*broken.Open(flags), IMAGE, keys, -1);
     auto root = broken.Open(kLenient);
-    Broken::Answers const found = Broken::Ask(*root, Broken::IMAGE, keys);
+    Answers const found = Broken::Ask(*root, IMAGE, keys);
     EXPECT_EQ(found.size(), left);
     for (auto const& image : found)
       EXPECT_TRUE(Broken::Fetch(*root, Broken::Uids(*image)));
@@ -287,7 +268,7 @@ TEST(CheckTest, AnObjectThatGetsAnotherNameMeanwhileIsNoDamage) {
   for (unsigned const structure : {kPrivate, kStandard}) {
     Broken set(structure);
     for (int image = 1; image <= 20; ++image)
-      ASSERT_EQ(set.StoreImage(image), 0);
+      set.StoreOne({.image = image});
     Disk_CheckOptions options;
     options.deep = true;
     bool changed = false;
@@ -295,10 +276,10 @@ TEST(CheckTest, AnObjectThatGetsAnotherNameMeanwhileIsNoDamage) {
       if (done == all || changed) return true;
       changed = true;
       auto root = set.Open();
-      EXPECT_EQ(Broken::Delete(*root, Broken::IMAGE, {.image = 20}), 0);
+      EXPECT_EQ(Broken::Delete(*root, IMAGE, {.image = 20}), 0);
       auto msg = Phantom::Make({.image = 21, .size = 16});
       msg->SetImageNumber(Dicom_IS(20)); // which names its file
-      EXPECT_EQ(Broken::Store(*root, *msg), 0);
+      EXPECT_EQ(StoreObject(*root, msg.get()), 0);
       return true;
     };
     Disk_CheckResult result;
@@ -312,17 +293,16 @@ TEST(CheckTest, AnObjectThatGetsAnotherNameMeanwhileIsNoDamage) {
 TEST(CheckTest, WhatIsUnderWayIsNoFinding) {
   for (unsigned const structure : {kPrivate, kStandard}) {
     Broken set(structure);
-    ASSERT_EQ(set.StoreImage(1), 0);
+    set.StoreOne({});
     pid_t const writer = fork();
     if (writer == 0) {
       FaultyFileSystem const slow([](std::string_view call, char const*) {
         if (call == "Fdatasync" || call == "Fsync") usleep(10000);
         return 0;
       });
-      bool stored = true;
       for (int image = 2; image <= 12; ++image)
-        stored = stored && set.StoreImage(image) == 0;
-      _exit(stored ? 0 : 1);
+        set.StoreOne({.image = image});
+      _exit(testing::Test::HasFailure());
     }
     int status = 0, checks = 0;
     for (; waitpid(writer, &status, WNOHANG) == 0; ++checks) {

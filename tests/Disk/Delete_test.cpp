@@ -1,4 +1,5 @@
-// Deletes, in both structures. Those at random, of several at once, are the campaign `processes`.
+// Deletes, in both structures. Those at random, of several at once, are the campaign `processes`, and those beside what
+// an interrupted one has left `kill`.
 #include "support/FileSetFixture.h"
 
 #include <dicom/IOD_Image.h>
@@ -9,97 +10,62 @@ namespace fs = std::filesystem;
 
 class DeleteTest : public BothStructuresTest {
 protected:
-  using Outcome = std::tuple<int, int, int, int>; // result, status, and how many were completed and failed
-  static Outcome Delete(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, std::string const& studies,
-                        std::string const& series = {}, std::string const& images = {}) {
+  static Deletion Delete(Disk_RootDirectoryFile& root, QueryLevel level, std::string const& studies,
+                         std::string const& series = {}, std::string const& images = {}) {
     int error = 0;
     SCL_MoveIdentifier identifier(level, &error);
     if (!studies.empty()) identifier.SetStudyInstanceUID(Dicom_UI(studies));
     if (!series.empty()) identifier.SetSeriesInstanceUID(Dicom_UI(series));
     if (!images.empty()) identifier.SetSOPInstanceUID(Dicom_UI(images));
-    MXL_SubOperationsReport report;
-    SCL_ResponseStatus status;
-    int const result = root.Delete(identifier, 1, &report, status);
-    return {result, int(status), int(report.Get(MXL_SubOperationsReport::Completed)),
-            int(report.Get(MXL_SubOperationsReport::Failed))};
+    return DeleteObjects(root, identifier);
   }
-  static std::string Study(Phantom::Object const& o) { return Phantom::StudyUid(o).GetText(); }
-  static std::string Series(Phantom::Object const& o) { return Phantom::SeriesUid(o).GetText(); }
-  static std::string Image(Phantom::Object const& o) { return Phantom::InstanceUid(o).GetText(); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Structures, DeleteTest, kBothStructures, StructureName);
+FOR_BOTH_STRUCTURES(DeleteTest);
 
 } // namespace
-
-// A delete that was interrupted left records of what is gone: new objects get other names, and stay when it is
-// repeated.
-TEST_P(DeleteTest, NamesOfWhatIsGoneAreNotGivenAgain) {
-  std::set<std::string> const others{"DICOMDIR", "LOCKFILE"};
-  for (auto const level : {STUDY, SERIES, IMAGE}) {
-    SCOPED_TRACE(level);
-    Clear();
-    auto root = OpenForDeletes();
-    Phantom::Object const o{}, other{.study = level == STUDY ? 2 : 1, .series = level == IMAGE ? 1 : 2, .image = 2};
-    auto const first = Example(o), next = Example(other); // alike in all that names are made from
-    ASSERT_EQ(Store(*root, *first), 0);
-    fs::path gone;
-    for (auto const& [name, size] : Files())
-      if (fs::path(name).filename().string().size() == 8 && others.count(fs::path(name).filename()) == 0)
-        gone = At(name);
-    for (int i = level; i < IMAGE; ++i)
-      gone = gone.parent_path();
-    ASSERT_NE(gone, fs::path(Prefix()));
-    fs::remove_all(gone);
-    ASSERT_EQ(Store(*root, *next), 0);
-    Delete(*root, level, Study(o), level == STUDY ? "" : Series(o), level == IMAGE ? Image(o) : "");
-    EXPECT_TRUE(Fetch(*root, Uids(*next)));
-    ExpectNoDamage();
-  }
-}
 
 TEST_P(DeleteTest, RequestsThatAreRefusedChangeNothing) {
   auto root = OpenForDeletes();
   Phantom::Object const o{}, second{.study = 2};
   ASSERT_EQ(Store(*root, *Example(o)) | Store(*root, *Example(second)), 0);
   auto const files = Files();
-  EXPECT_EQ(std::get<0>(Delete(*Open(), STUDY, Study(o))), -1) << "off until it is allowed";
-  Outcome const refused{-1, 4, 0, 0};
+  EXPECT_EQ(Delete(*Open(), STUDY, StudyOf(o)).result, -1) << "off until it is allowed";
+  Deletion const refused{-1, 4, 0, 0};
   EXPECT_EQ(Delete(*root, STUDY, ""), refused);
   EXPECT_EQ(Delete(*root, STUDY, "1.2.3"), refused);
-  EXPECT_EQ(Delete(*root, SERIES, Study(o) + "\\" + Study(second), Series(o)), refused);
-  EXPECT_EQ(Delete(*root, SERIES, "1.2.3", Series(o)), refused);
-  EXPECT_EQ(Delete(*root, SCL_QueryRetrieveLevel::Value(7), Study(o)), refused);
+  EXPECT_EQ(Delete(*root, SERIES, StudyOf(o) + "\\" + StudyOf(second), SeriesOf(o)), refused);
+  EXPECT_EQ(Delete(*root, SERIES, "1.2.3", SeriesOf(o)), refused);
+  EXPECT_EQ(Delete(*root, SCL_QueryRetrieveLevel::Value(7), StudyOf(o)), refused);
   LogCapture log;
-  EXPECT_EQ(Delete(*root, SERIES, Study(o)), refused) << "not the whole study";
-  EXPECT_EQ(Delete(*root, IMAGE, Study(o), Series(o)), refused) << "not the whole series";
-  EXPECT_EQ(Delete(*root, IMAGE, Study(o), "", Image(o)), refused);
+  EXPECT_EQ(Delete(*root, SERIES, StudyOf(o)), refused) << "not the whole study";
+  EXPECT_EQ(Delete(*root, IMAGE, StudyOf(o), SeriesOf(o)), refused) << "not the whole series";
+  EXPECT_EQ(Delete(*root, IMAGE, StudyOf(o), "", ImageOf(o)), refused);
   EXPECT_EQ(log.Count(3, "Instance UID says what is to go"), 3);
   EXPECT_EQ(Files(), files);
-  EXPECT_EQ(Delete(*root, SERIES, Study(o), "1.2.3"), (Outcome{-1, 0, 0, 0})) << "the root is written all the same";
+  EXPECT_EQ(Delete(*root, SERIES, StudyOf(o), "1.2.3"), (Deletion{-1, 0, 0, 0})) << "the root is written all the same";
   // of two studies the first goes, although the second isn't there
-  EXPECT_EQ(Delete(*root, STUDY, Study(o) + "\\1.2.3"), (Outcome{-1, 4, 1, 0}));
+  EXPECT_EQ(Delete(*root, STUDY, StudyOf(o) + "\\1.2.3"), (Deletion{-1, 4, 1, 0}));
   EXPECT_EQ(Studies(*root), 1);
-  EXPECT_EQ(Images(*root, Dicom_UI(Study(second))), std::set<std::string>{Image(second)});
+  EXPECT_EQ(Images(*root, Dicom_UI(StudyOf(second))), std::set<std::string>{ImageOf(second)});
 }
 
 TEST_P(DeleteTest, SomeImagesOfASeries) {
   auto root = OpenForDeletes();
   Phantom::Object const o{};
-  std::string const images = "1.2.3\\" + Image(o) + "\\" + Image({.image = 2});
+  std::string const images = "1.2.3\\" + ImageOf(o) + "\\" + ImageOf({.image = 2});
   for (int image = 1; image <= 4; ++image)
     ASSERT_EQ(Store(*root, *Example({.image = image})), 0);
   for (auto const& [name, size] : Files()) // one file is gone already: that is only a warning
     if (name.ends_with("/I7000000")) fs::remove(At(name));
-  EXPECT_EQ(Delete(*root, IMAGE, Study(o), Series(o), images), (Outcome{0, 0, 2, 1}));
-  EXPECT_EQ(Delete(*root, IMAGE, Study(o), Series(o), images), (Outcome{0, 0, 0, 3}));
-  Dicom_Tag const counter(0x0020, 0x1208);
-  EXPECT_EQ(Ask(*root, STUDY, {{kStudyUid, Study(o)}, {counter, ""}}).at(0)->Text(counter), "2");
+  EXPECT_EQ(Delete(*root, IMAGE, StudyOf(o), SeriesOf(o), images), (Deletion{0, 0, 2, 1}));
+  EXPECT_EQ(Delete(*root, IMAGE, StudyOf(o), SeriesOf(o), images), (Deletion{0, 0, 0, 3}));
+  EXPECT_EQ(Ask(*root, STUDY, {{kStudyUid, StudyOf(o)}, {kStudyImages, ""}}).at(0)->Text(kStudyImages), "2");
   auto other = OpenForDeletes(); // knows of what is left as well
   ASSERT_EQ(Store(*root, *Example({.kind = Phantom::Kind::MR, .series = 2})), 0);
-  EXPECT_EQ(Delete(*other, SERIES, Study(o), Series({.series = 2})), (Outcome{0, 0, 1, 0}));
+  EXPECT_EQ(Delete(*other, SERIES, StudyOf(o), SeriesOf({.series = 2})), (Deletion{0, 0, 1, 0}));
   ExpectSound(); // no modality of its own is left
-  EXPECT_EQ(Delete(*other, SERIES, Study(o), Series(o)), (Outcome{0, 0, 2, 0}));
+  EXPECT_EQ(Delete(*other, SERIES, StudyOf(o), SeriesOf(o)), (Deletion{0, 0, 2, 0}));
   EXPECT_EQ(Studies(*root) + Studies(*other), 0);
   ExpectSound(); // no folders are left
   if (structure) ExpectMedium(Prefix(), {});
@@ -119,7 +85,7 @@ TEST_P(DeleteTest, CineFilesGoUnlessThatIsSwitchedOff) {
     TempDirectory outside;
     msg->SetInputFileName(Dicom_ST(outside.Write("cine", "x")));
     ASSERT_EQ(Store(*root, *msg), 0);
-    EXPECT_EQ(Delete(*root, STUDY, Study({})), (Outcome{0, 0, 1, 0}));
+    EXPECT_EQ(Delete(*root, STUDY, StudyOf({})), (Deletion{0, 0, 1, 0}));
     EXPECT_EQ(fs::exists(outside / "cine"), !wanted);
   }
 }

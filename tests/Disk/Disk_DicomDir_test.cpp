@@ -10,8 +10,11 @@
 #include <infra/Util_FileSystem.h>
 
 #include <fcntl.h>
+
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <optional>
+#include <tuple>
 
 namespace {
 
@@ -33,12 +36,6 @@ std::string Prefix(Syntax const& s, std::uint32_t first, std::uint32_t last, std
 }
 
 std::string Meta(char const* uid) { return DataSetBytes::File(uid, ""); }
-
-std::string RecordBytes(DataSetBytes const& b, std::uint32_t next, std::uint32_t below, std::string const& type,
-                        std::string const& rest) {
-  return b.Element(0x00041400, "UL", b.Number(next, 4)) + b.Element(0x00041410, "US", b.Number(0xFFFF, 2)) +
-         b.Element(0x00041420, "UL", b.Number(below, 4)) + b.Text(0x00041430, "CS", type) + rest;
-}
 
 class DicomDirTest : public testing::Test {
 protected:
@@ -107,7 +104,7 @@ TEST_F(DicomDirTest, BytesInEverySyntax) {
       DataSetBytes const& b = s.bytes;
       std::string const meta = Meta(s.uid);
       auto const first = std::uint32_t(meta.size() + Prefix(s, 0, 0, 0, "OLD_ID").size());
-      std::string const body = RecordBytes(b, 0, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"));
+      std::string const body = b.Record(0, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"));
       std::string const item = b.Item(body);
       std::string const before =
           meta + Prefix(s, first, first, form == 0 ? std::uint32_t(item.size()) : DataSetBytes::undefined, "OLD_ID");
@@ -138,7 +135,7 @@ TEST_F(DicomDirTest, BytesInEverySyntax) {
       added->GetRecordMsg()->Dump(added_bytes.data(), length, dicomdir->Syntax(), 0, nullptr);
       std::string const expected =
           meta + Prefix(s, first, first, std::uint32_t(item.size()) + length + 8, "NEW   ", 0xFFFF) +
-          b.Item(RecordBytes(b, end, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"))) + b.Item(added_bytes);
+          b.Item(b.Record(end, 0, "IMAGE", b.Text(0x00041511, "UI", "1.2.3"))) + b.Item(added_bytes);
       EXPECT_EQ(Content(), expected);
       EXPECT_TRUE(b.Item("").starts_with(b.big_endian ? "\xFF\xFE\xE0" : std::string("\xFE\xFF\0\xE0", 4)));
     }
@@ -148,18 +145,17 @@ TEST_F(DicomDirTest, ChainsThatCantBeReadFail) {
   DataSetBytes const b;
   std::string const meta = Meta(kSyntaxes[0].uid);
   auto const first = std::uint32_t(meta.size() + Prefix(kSyntaxes[0], 0, 0, 0).size());
-  auto const size = std::uint32_t(b.Item(RecordBytes(b, 0, 0, "IMAGE", "")).size());
-  std::tuple<char const*, std::string, char const*> const cases[] = {
-      {"a record that is its own next", b.Item(RecordBytes(b, first, 0, "IMAGE", "")), "is reached twice"},
-      {"beyond the end", b.Item(RecordBytes(b, first + size, 0, "IMAGE", "")), "Failed reading item tag from file."},
-      {"before the records", b.Item(RecordBytes(b, 100, 0, "IMAGE", "")), "is not an item tag."},
-      {"an upper level", b.Item(RecordBytes(b, 0, 0, "SERIES", "")), "can't stand below its own level."},
-      {"a length past the end", b.Claiming(0xFFFEE000, "", 5000, RecordBytes(b, 0, 0, "IMAGE", "")),
-       "Failed constructing the record."},
-      {"half a header", std::string("\xFE\xFF\x00\xE0\x10", 5), "Failed reading from file."},
+  auto const size = std::uint32_t(b.Item(b.Record(0, 0, "IMAGE")).size());
+  std::pair<std::string, char const*> const cases[] = {
+      {b.Item(b.Record(first, 0, "IMAGE")), "is reached twice"}, // it is its own next
+      {b.Item(b.Record(first + size, 0, "IMAGE")), "Failed reading item tag from file."},
+      {b.Item(b.Record(100, 0, "IMAGE")), "is not an item tag."}, // before the records
+      {b.Item(b.Record(0, 0, "SERIES")), "can't stand below its own level."},
+      {b.Claiming(0xFFFEE000, "", 5000, b.Record(0, 0, "IMAGE")), "Failed constructing the record."},
+      {std::string("\xFE\xFF\x00\xE0\x10", 5), "Failed reading from file."}, // half a header
   };
-  for (auto const& [name, items, message] : cases) {
-    SCOPED_TRACE(name);
+  for (auto const& [items, message] : cases) {
+    SCOPED_TRACE(message);
     std::string const content = meta + Prefix(kSyntaxes[0], first, first, std::uint32_t(items.size())) + items;
     directory.Write("DICOMDIR", content);
     auto const dicomdir = Init();
@@ -170,7 +166,7 @@ TEST_F(DicomDirTest, ChainsThatCantBeReadFail) {
     EXPECT_EQ(Content(), content);
   }
   // an item of undefined length is read, and an unknown type passed on
-  std::string const items = b.OpenItem(RecordBytes(b, 0, 0, "NEW KIND", ""));
+  std::string const items = b.OpenItem(b.Record(0, 0, "NEW KIND"));
   directory.Write("DICOMDIR", meta + Prefix(kSyntaxes[0], first, first, std::uint32_t(items.size())) + items);
   InstanceList list;
   EXPECT_EQ(list.ReadRecords(*Init(), first), 0);

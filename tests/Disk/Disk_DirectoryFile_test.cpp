@@ -3,8 +3,6 @@
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_StorageStrategy.h>
 
-#include <thread>
-
 namespace {
 
 /// Opens what the derived classes use.
@@ -12,10 +10,8 @@ class OpenedFile : public Disk_DirectoryFile {
 public:
   OpenedFile(std::string const& prefix, char const* name = "DIRFILE", unsigned flags = 0)
       : Disk_DirectoryFile(Disk_FileID(prefix.c_str(), Dicom_CS(name), 0), Disk_StoreParams(flags), nullptr) {}
-  using Disk_DirectoryFile::file_version;
-  using Disk_DirectoryFile::IsUpToDate;
-  using Disk_DirectoryFile::MarkDirty;
-  using Disk_DirectoryFile::UpdateFileVersion;
+  using Disk_DirectoryFile::file_version, Disk_DirectoryFile::IsUpToDate, Disk_DirectoryFile::MarkDirty,
+      Disk_DirectoryFile::UpdateFileVersion;
 
   std::string FindUniqueFileName(std::string const& path) const {
     std::unique_ptr<char[]> const name(

@@ -1,10 +1,11 @@
 #include <Disk/Disk_Bits.h>
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_FileID.h>
-#include <gtest/gtest.h>
 #include <infra/Klb_GError.h>
 
-#include <memory>
+#include <gtest/gtest.h>
+
+#include <tuple>
 
 namespace {
 
@@ -16,11 +17,7 @@ std::string PathOf(char const* prefix, char const* id, int lowercase = 0) {
 } // namespace
 
 TEST(Disk_FileID, FormsPathsBelowThePrefixOnly) {
-  struct Case {
-    char const *prefix, *id;
-    int lowercase;
-    std::string path;
-  } const cases[] = {
+  std::tuple<char const*, char const*, int, std::string> const cases[] = {
       {"/d", "A\\B", 0, "/d/A/B"},
       {"/d", "", 0, "/d"},
       {nullptr, "", 0, ""},
@@ -34,8 +31,8 @@ TEST(Disk_FileID, FormsPathsBelowThePrefixOnly) {
       {"/d", "A/../../etc", 0, "(none)"},
       {"/d", "/etc", 0, "(none)"},
   };
-  for (Case const& c : cases)
-    EXPECT_EQ(PathOf(c.prefix, c.id, c.lowercase), c.path) << c.id;
+  for (auto const& [prefix, id, lowercase, path] : cases)
+    EXPECT_EQ(PathOf(prefix, id, lowercase), path) << id;
   std::string const longest(Disk_FileID::kPathSize - 4, 'A'); // with "/d/" before it one byte short of the buffer
   EXPECT_EQ(PathOf("/d", longest.c_str()).size(), Disk_FileID::kPathSize - 1);
   EXPECT_EQ(PathOf("/d", (longest + "A").c_str()), "(none)");
@@ -49,11 +46,10 @@ TEST(Disk_FileID, TakesPathsApart) {
   EXPECT_EQ(id.Path(), "/d/A/B");
   EXPECT_EQ(id.AddComponent("DIRFILE"), 0);
   EXPECT_EQ(id.GetID().GetText(), "A\\B\\DIRFILE");
-  EXPECT_EQ(id.RemoveLastComponent(), 0);
-  EXPECT_EQ(id.RemoveLastComponent(), 0);
-  EXPECT_EQ(id.GetID().GetText(), "A");
-  EXPECT_EQ(id.RemoveLastComponent(), 0);
-  EXPECT_EQ(id.RemoveLastComponent(), 0);
+  for (char const* left : {"A\\B", "A", "", ""}) {
+    EXPECT_EQ(id.RemoveLastComponent(), 0);
+    EXPECT_EQ(id.GetID().GetText(), left);
+  }
   EXPECT_EQ(id.AddComponent("DIRFILE"), 0);
   EXPECT_EQ(id.Path(), "/d/DIRFILE");
 

@@ -3,7 +3,6 @@
 
 #include <Disk/Disk_Error.h>
 #include <Disk/Disk_ObjectFile.h>
-#include <dicom/Dicom_UIDic.h>
 
 namespace {
 
@@ -44,7 +43,6 @@ TEST_F(FetchTest, WhatIsntThereIsToldApart) {
   auto root = Open();
   auto msg = Example();
   ASSERT_EQ(Store(*root, *msg), 0);
-  constexpr Dicom_Tag kSeriesUid{0x0020, std::uint16_t(0x000E)};
   for (auto const& [tag, line] : {std::pair(kStudyUid, "GetOne(): Can't find study."),
                                   {kSeriesUid, "GetOne(): Can't find series."},
                                   {kSopUid, "GetOne(): Can't find image with SOPInstanceUID = 1.2"}}) {
@@ -83,7 +81,6 @@ TEST_F(FetchTest, AccessDateOncePerChangeOfStudy) {
   Util_Clock::SetNow(1600000000);
   ASSERT_TRUE(Fetch(*Open(), Uids(*msg)));
   EXPECT_GT(AccessDate(), first) << "a later date stays";
-
   LogCapture log;
   EXPECT_TRUE(Fetch(*Open(), ByFile("SA100000\\S3000000\\I7000000", Dicom_UI("1.2.3"))));
   EXPECT_EQ(log.Count(3, "Study not found (uid: <1.2.3>)."), 1);

@@ -16,12 +16,11 @@ protected:
   static std::set<std::string> Images(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
     return FileSetTest::Images(root, Phantom::StudyUid(of));
   }
-  static std::string Uid(Phantom::Object const& of) { return Phantom::InstanceUid(of).GetText(); }
   static int Delete(Disk_RootDirectoryFile& root, Phantom::Object const& of) {
     return FileSetTest::Delete(root, STUDY, of);
   }
 };
-INSTANTIATE_TEST_SUITE_P(Structures, MeanwhileTest, kBothStructures, StructureName);
+FOR_BOTH_STRUCTURES(MeanwhileTest);
 
 class PrivateMeanwhileTest : public MeanwhileTest {};
 INSTANTIATE_TEST_SUITE_P(Structures, PrivateMeanwhileTest, testing::Values(0u), StructureName);
@@ -50,10 +49,10 @@ TEST_P(PrivateMeanwhileTest, AStoreFindsItsStudyAgainThoughItsFolderIsAnothers) 
     };
     EXPECT_EQ(Store(*root, *Example(Of(1, 2))), 0);
     EXPECT_TRUE(done);
-    std::set<std::string> expected{Uid(Of(1, 2))};
-    if (comes_back) expected.insert(Uid(Of(1, 3)));
+    std::set<std::string> expected{ImageOf(Of(1, 2))};
+    if (comes_back) expected.insert(ImageOf(Of(1, 3)));
     EXPECT_EQ(Images(*root, Of(1)), expected);
-    EXPECT_EQ(Images(*root, Of(2)), std::set<std::string>{Uid(Of(2, 1))});
+    EXPECT_EQ(Images(*root, Of(2)), std::set<std::string>{ImageOf(Of(2, 1))});
     ExpectSound();
     ASSERT_EQ(Delete(*root, Of(2)) | Delete(*root, Of(1)), 0);
     ASSERT_EQ(Store(*root, *Example(Of(1, 1))), 0);

@@ -5,7 +5,7 @@
 #include <Disk/Disk_Error.h>
 
 using MemoryTest = BothStructuresTest;
-INSTANTIATE_TEST_SUITE_P(Structures, MemoryTest, kBothStructures, StructureName);
+FOR_BOTH_STRUCTURES(MemoryTest);
 
 TEST_P(MemoryTest, WhatCantBeMadeHasItsLine) {
   using Step = std::function<int()>;

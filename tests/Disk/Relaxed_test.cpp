@@ -45,12 +45,12 @@ TEST_P(RelaxedTest, WhatIsGoneTakesNoStoreAlong) {
       EXPECT_TRUE(structure || Ask(*Open(), IMAGE, {{kSopUid, ""}}).empty());
       EXPECT_TRUE(Fetch(*Open(), Uids(*StoreNew(1, Util_Durability::Full))));
       EXPECT_TRUE(log.Count(4, At(name)) > 0) << "nothing tells what is gone";
-      ExpectNoDamage();
+      ExpectSound(true);
       Clear();
     }
 }
 
-TEST_P(RelaxedTest, AnEpochSyncsOnceAndEndsWithASyncOrAReboot) {
+TEST_P(RelaxedTest, AnEpochEndsWithASyncOrAReboot) {
   StoreNew(1, Util_Durability::Full);
   StoreNew(2, Util_Durability::Relaxed);
   auto const last = StoreNew(4, Util_Durability::Full);
@@ -98,4 +98,4 @@ TEST_P(RelaxedTest, EachRootHasADurabilityOfItsOwn) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, RelaxedTest, kBothStructures, StructureName);
+FOR_BOTH_STRUCTURES(RelaxedTest);

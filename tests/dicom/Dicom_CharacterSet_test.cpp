@@ -1,9 +1,7 @@
 #include <dicom/Dicom_CharacterSet.h>
 
-#include <utility>
-#include <vector>
-
 #include <gtest/gtest.h>
+#include <utility>
 
 namespace {
 

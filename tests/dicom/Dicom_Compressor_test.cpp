@@ -3,10 +3,9 @@
 #include "support/TempDirectory.h"
 #include "support/TestImage.h"
 
-#include <cstdlib>
 #include <dicom/Dicom_Compressor.h>
 
-#include <gtest/gtest.h>
+#include <tuple>
 
 namespace {
 
@@ -87,16 +86,13 @@ void ExpectLeftAlone(IOD_Msg msg, char const* why) {
 
 TEST(Dicom_Compressor, LeavesAloneWhatItCannotBringBack) {
   IOD_Msg const good = TestImage().Make();
-  struct Case {
-    char const* why;
-    uint16_t element, number;
-  };
-  Case const cases[] = {{"no rows", 0x0010, 0},    {"neither 8 nor 16", 0x0100, 1}, {"neither 1 nor 3", 0x0002, 4},
-                        {"length", 0x0010, 65535}, {"length", 0x0008, 65535},       {"no frames", 0x0008, 0}};
-  for (Case const& c : cases) {
+  std::tuple<char const*, uint16_t, uint16_t> const cases[] = {
+      {"no rows", 0x0010, 0},    {"neither 8 nor 16", 0x0100, 1}, {"neither 1 nor 3", 0x0002, 4},
+      {"length", 0x0010, 65535}, {"length", 0x0008, 65535},       {"no frames", 0x0008, 0}};
+  for (auto const& [why, element, number] : cases) {
     IOD_Msg msg = good;
-    msg.Set(Dicom_Tag(0x0028, c.element), Dicom_US(c.number));
-    ExpectLeftAlone(msg, c.why);
+    msg.Set(Dicom_Tag(0x0028, element), Dicom_US(number));
+    ExpectLeftAlone(msg, why);
   }
   ExpectLeftAlone(TestImage{.rows = 3, .columns = 3, .bits_allocated = 8}.Make("123456789x"), "behind its pixels");
   IOD_Msg msg = good;
@@ -142,12 +138,10 @@ TEST(Dicom_Compressor, RefusesWhatIsDamaged) {
   std::string const good = PixelsOf(msg), stream = good.substr(20);
   std::string lying = stream; // 65535 x 65535
   lying.replace(7, 4, "\xFF\xFF\xFF\xFF");
-  struct Case {
+  struct {
     std::string items;
-    char const* text;
-    char const* syntax = "1.2.840.10008.1.2.4.80";
-  };
-  Case const cases[] = {
+    char const *text, *syntax = "1.2.840.10008.1.2.4.80";
+  } const cases[] = {
       {good, "no codec for transfer syntax 1.2.840.10008.1.2.4.90", "1.2.840.10008.1.2.4.90"},
       {"", "told apart"},
       {Item(""), "told apart"},
@@ -157,7 +151,7 @@ TEST(Dicom_Compressor, RefusesWhatIsDamaged) {
       {Item("") + Item(stream.substr(0, 100) + "\xFF\xD9"), "frame 1"},
       {Item("") + Item(lying), "65535 rows"},
   };
-  for (Case const& c : cases) {
+  for (auto const& c : cases) {
     SetItems(msg, c.items, c.syntax);
     LogCapture log;
     Dicom_DecodingFailure failure, tried;

@@ -1,18 +1,15 @@
 #include <dicom/Dicom_DataDictionary.h>
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 namespace {
 
 TEST(Dicom_DataDictionary, FindsVRAndKeyword) {
-  struct Case {
+  struct {
     uint16_t group, element;
     Dicom_VR vr;
     char const* keyword; // null: no entry
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {0x0000, 0x0000, Dicom_VR::UL, "CommandGroupLength"}, // the first
       {0xFFFE, 0xE0DD, Dicom_VR::None, "SequenceDelimitationItem"},
       {0x0004, 0x1400, Dicom_VR::UL, "OffsetOfTheNextDirectoryRecord"}, // "up"

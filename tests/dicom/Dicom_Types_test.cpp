@@ -2,12 +2,13 @@
 #include <dicom/Dicom_Msg.h>
 #include <dicom/Dicom_UIDGenerator.h>
 
+#include <array>
 #include <climits>
 #include <cmath>
-#include <set>
-#include <vector>
 
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 namespace {
 
@@ -89,11 +90,9 @@ TEST(Dicom_Types, UnionOfCodes) {
 }
 
 TEST(Dicom_Match, Rules) {
-  struct {
-    Dicom_VR vr;
-    char const* value;
-    std::vector<char const*> matching, others; // keys
-  } const cases[] = {
+  using Texts = std::vector<char const*>;
+  std::tuple<Dicom_VR, char const*, Texts, Texts> const cases[] = {
+      // keys that match, and others
       {Dicom_VR::LO, "A", {""}, {"a"}},
       {Dicom_VR::LO, "", {"", "**"}, {"A"}},
       {Dicom_VR::LO, "HEAD", {"HEAD*", "H?AD", "*E*D"}, {"H?D", "HEAD*?"}},

@@ -3,11 +3,9 @@
 
 #include <dicom/Dicom_Compressor.h>
 #include <dicom/GDS_Icon.h>
-#include <memory>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace {
 
@@ -48,13 +46,12 @@ TEST(GDS_Icon, KeepsTheAspect) {
 }
 
 TEST(GDS_Icon, ShowsWhatTheImageShows) {
-  struct Case {
+  struct {
     TestImage image;
     unsigned left, right;
     char const *center, *width;
     std::vector<int> expected;
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {{}, 100, 3000, "", "", {0, 255}}, // from the lowest to the highest value
       {{.photometric = "MONOCHROME1"}, 100, 3000, "", "", {255, 0}},
       {{}, 1000, 3000, "2000\\500", "4000\\2", {64, 191}}, // the first of two windows
@@ -62,7 +59,7 @@ TEST(GDS_Icon, ShowsWhatTheImageShows) {
       {{.bits_allocated = 8, .bits_stored = 8}, 40, 200, "128", "256", {40, 200}},
       {{.samples = 3, .bits_allocated = 8, .bits_stored = 8}, 40, 200, "", "", {40, 200}},
   };
-  for (Case const& c : cases) {
+  for (auto const& c : cases) {
     SCOPED_TRACE(&c - cases);
     IOD_Msg msg = c.image.Make(Halves(c.image, c.left, c.right));
     msg.Set(Dicom_Tag(0x0028, uint16_t(0x1050)), Dicom_DS(c.center));
@@ -83,14 +80,14 @@ TEST(GDS_Icon, ComparesJpegWithTheAttributes) {
     return Dicom_CheckJpeg(Dicom_ImagePixel(image.Make({})), stream);
   };
   EXPECT_TRUE(agrees({}, start + frame));
-  EXPECT_FALSE(agrees({.rows = 17}, start + frame));
-  EXPECT_FALSE(agrees({.columns = 4096}, start + frame));
-  EXPECT_FALSE(agrees({.samples = 3}, start + frame));
-  EXPECT_FALSE(agrees({.bits_allocated = 8, .bits_stored = 8}, start + frame));
-  EXPECT_FALSE(agrees({.bits_allocated = 32}, start + frame));
-  EXPECT_FALSE(agrees({}, start + scan + frame));
-  EXPECT_FALSE(agrees({}, start + frame.substr(0, 9)));
-  EXPECT_FALSE(agrees({}, frame));
+  for (TestImage const& other : {TestImage{.rows = 17},
+                                 {.columns = 4096},
+                                 {.samples = 3},
+                                 {.bits_allocated = 8, .bits_stored = 8},
+                                 {.bits_allocated = 32}})
+    EXPECT_FALSE(agrees(other, start + frame));
+  for (std::string const& stream : {start + scan + frame, start + frame.substr(0, 9), frame})
+    EXPECT_FALSE(agrees({}, stream));
 }
 
 TEST(GDS_Icon, IsSilentAboutWhatItCannotShow) {

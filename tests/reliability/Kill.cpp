@@ -13,7 +13,7 @@ int Act(Case const& c, Site const& site) {
 
 // What comes after a kill: the next open, and the operation again.
 int OpenAndAct(Case const& c, Site const& site) {
-  { OpenSet(site.Set(), site.Structure()); }
+  { OpenForAll(site.Set(), site.Structure()); }
   c.BringBack(site);
   Act(c, site);
   return 0;

@@ -1,15 +1,13 @@
 // What a file-set is believed to hold, and what it turns out to hold when it is asked.
 #pragma once
 
-#include "Phantom.h"
+#include "support/FileSet.h"
 
-#include <Disk/Disk_Check.h>
-#include <Disk/Disk_RootDirectoryFile.h>
+#include <algorithm>
 #include <map>
-#include <memory>
+#include <optional>
 #include <set>
 #include <stdexcept>
-#include <string>
 
 /// What is wrong, in one line.
 struct Complaint : std::runtime_error {
@@ -64,10 +62,14 @@ Content ContentOf(IOD_Msg const& object);
 /// The objects of all operations: small ones.
 std::unique_ptr<IOD_Msg> MakeObject(Phantom::Object object);
 
-std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, unsigned flags);
+/// For operations of all kinds; null when it can't be opened.
+std::unique_ptr<Disk_RootDirectoryFile> OpenForAll(std::string const& path, unsigned flags);
 
 /// What the check finds, objects included.
 Disk_CheckResult CheckAll(std::string const& path, bool standard);
+
+/// The studies, with these attributes. Throws when it can't be asked.
+Answers AllStudies(Disk_RootDirectoryFile& root, std::vector<Dicom_Tag> const& tags);
 
 /// Asks for everything in the file-set: each study, each object of it by a query, and fetches that.
 Model Ask(Disk_RootDirectoryFile& root, bool standard);

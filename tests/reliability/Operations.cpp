@@ -1,12 +1,11 @@
 #include "Operations.h"
 
-#include "support/Identifiers.h"
+#include "support/FileSet.h"
 #include "support/Kill.h"
 
 #include <Disk/Disk_Access.h>
 #include <Disk/Disk_CacheRepository.h>
 #include <dicom/IOD_Image.h>
-#include <filesystem>
 #include <infra/I18n.h>
 #include <infra/Util_Clock.h>
 #include <infra/Util_FileSystem.h>
@@ -14,8 +13,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-using Level = SCL_QueryRetrieveLevel;
 
 Phantom::Object const kKnown{}; // of every state but the empty one
 constexpr char kInPlace[] = "/STUDY/SERIES/OBJECT";
@@ -73,9 +70,7 @@ Operation StoreInPlace() {
   operation.act = [object](Session& session) {
     std::string path = session.site.Set() + kInPlace;
     auto const msg = MakeObject(object);
-    return WithRoot(session, [&](auto& root) {
-      return root.Store({.msg = msg.get(), .in_place = 1, .existing_file = path.c_str()});
-    });
+    return WithRoot(session, [&](auto& root) { return ::StoreInPlace(root, msg.get(), path); });
   };
   return operation;
 }
@@ -106,7 +101,7 @@ namespace {
 
 // Deletes
 
-int Delete(Session& session, Level::Value level, Phantom::Object const& object = kKnown) {
+int Delete(Session& session, QueryLevel level, Phantom::Object const& object = kKnown) {
   MXL_SubOperationsReport report;
   SCL_ResponseStatus status;
   SCL_MoveIdentifier const identifier = Named(level, object);
@@ -114,16 +109,16 @@ int Delete(Session& session, Level::Value level, Phantom::Object const& object =
   return result == 0 && int(report.Get(MXL_SubOperationsReport::Failed)) == 0 ? 0 : -1;
 }
 
-Operation DeleteOf(std::string name, Level::Value level) {
+Operation DeleteOf(std::string name, QueryLevel level) {
   Operation operation{.name = std::move(name), .act = {}, .effect = {}, .again = -1};
   operation.act = [level](Session& session) { return Delete(session, level); };
   operation.effect = [level](Model& model, bool) {
-    std::string const study = Phantom::StudyUid(kKnown).GetText(), series = Phantom::SeriesUid(kKnown).GetText();
-    std::string const image = Phantom::InstanceUid(kKnown).GetText();
+    std::string const study = StudyOf(kKnown), series = SeriesOf(kKnown);
+    std::string const image = ImageOf(kKnown);
     model.Remove([&](auto const& object) {
-      return level == Level::STUDY    ? object.second.study == study
-             : level == Level::SERIES ? object.second.series == series
-                                      : object.first == image;
+      return level == STUDY    ? object.second.study == study
+             : level == SERIES ? object.second.series == series
+                               : object.first == image;
     });
     auto const is_left = [&](auto const& object) { return object.second.study == study; };
     if (std::none_of(model.objects.begin(), model.objects.end(), is_left)) model.studies.erase(study);
@@ -141,9 +136,7 @@ void RemoveUnprotected(Model& model, bool) {
 
 // What is passed over is a failure for us, though not for the engine: it logs it, and gives 0.
 int IsAllGone(Session& session, std::function<int(SCL_QueryIdentifier const&, Dicom_Sequence*)> const& query) {
-  SCL_QueryIdentifier all(Level::STUDY);
-  all.SetStudyInstanceUID(UI_NULL);
-  all.SetProtectionFlag(CS_NULL);
+  auto const all = Asking(STUDY, {{kStudyUid, ""}, {Dicom_Dictionary::KOLBA_PROTECTION_FLAG, ""}});
   Dicom_Sequence left;
   if (session.Call([&] { return query(all, &left); }) == -1) return -1;
   for (int i = 0; i < left.GetNItems(); ++i)
@@ -160,8 +153,7 @@ int CleanCache(Session& session) {
   Disk_CacheRepository cache;
   cache.SetPath(FromUTF8(session.site.Set().c_str()));
   if (session.Call([&] { return cache.Construct(); }) == -1) return -1;
-  SCL_QueryIdentifier all(Level::STUDY);
-  all.SetStudyInstanceUID(UI_NULL);
+  auto const all = Asking(STUDY, {{kStudyUid, ""}});
   Dicom_Sequence answers;
   if (session.Call([&] { return cache.Query(all, 1, &answers); }) == -1) return -1;
   constexpr int kAnyGrade = 100;
@@ -177,7 +169,7 @@ Operation ChangeOf(std::string name, std::string Study::*attribute, std::string 
   Operation operation{.name = std::move(name), .is_standard = false, .act = {}, .effect = {}};
   operation.act = [change](Session& session) { return WithRoot(session, change); };
   operation.effect = [attribute, value](Model& model, bool) {
-    if (attribute) model.studies[Phantom::StudyUid(kKnown).GetText()].*attribute = value;
+    if (attribute) model.studies[StudyOf(kKnown)].*attribute = value;
   };
   return operation;
 }
@@ -208,15 +200,14 @@ Operation Export() {
   Operation operation{.name = "export", .is_private = false, .needs_study = false, .act = {}, .effect = {}};
   operation.bring = [](Site const& site) {
     fs::create_directories(site.Source());
-    auto const root = OpenSet(site.Source(), Disk_StoreParams::STORE_NATIVE);
+    auto const root = OpenForAll(site.Source(), Disk_StoreParams::STORE_NATIVE);
     for (auto const& object : s_objects)
-      Require(root->Store({.msg = MakeObject(object).get()}) == 0, "no source to export");
+      Require(StoreObject(*root, MakeObject(object).get()) == 0, "no source to export");
   };
   operation.act = [](Session& session) {
-    auto const source = OpenSet(session.site.Source(), 0);
+    auto const source = OpenForAll(session.site.Source(), 0);
     if (!source) return -1;
-    SCL_QueryIdentifier study(Level::STUDY);
-    study.SetStudyInstanceUID(Phantom::StudyUid(s_objects[0]));
+    auto const study = Asking(STUDY, {{kStudyUid, StudyOf(s_objects[0])}});
     Disk_Access access(*source);
     if (session.Call([&] { return access.OpenQuery(study, 1); }) == -1) return -1;
     while (access.HasMore()) {
@@ -238,8 +229,7 @@ Operation Export() {
 Operation Recovery() {
   Operation operation{.name = "recovery", .needs_study = false, .act = {}, .effect = [](Model&, bool) {}};
   operation.act = [](Session& session) {
-    SCL_QueryIdentifier all(Level::STUDY);
-    all.SetStudyInstanceUID(UI_NULL);
+    auto const all = Asking(STUDY, {{kStudyUid, ""}});
     Dicom_Sequence answers;
     return WithRoot(session, [&](auto& root) { return root.Query(all, 1, &answers); });
   };
@@ -249,7 +239,7 @@ Operation Recovery() {
 std::vector<Operation> MakeOperations() {
   Operation auto_delete{.name = "auto-delete", .is_standard = false, .act = AutoDelete, .effect = RemoveUnprotected};
   Operation clean{.name = "cache clean", .is_standard = false, .act = CleanCache, .effect = RemoveAll};
-  static SCL_MoveIdentifier const s_study = Named(Level::STUDY, kKnown);
+  static SCL_MoveIdentifier const s_study = Named(STUDY, kKnown);
   static Dicom_UI const s_uid = Phantom::StudyUid(kKnown);
   auto const protect = [](auto& root) { return root.ProtectImages(s_study, 1, nullptr); };
   auto const unprotect = [](auto& root) { return root.UnprotectImages(s_study, 1, nullptr); };
@@ -268,9 +258,9 @@ std::vector<Operation> MakeOperations() {
           StoreInPlace(),
           CompressedStore(),
           SyncedStore(10),
-          DeleteOf("delete image", Level::IMAGE),
-          DeleteOf("delete series", Level::SERIES),
-          DeleteOf("delete study", Level::STUDY),
+          DeleteOf("delete image", IMAGE),
+          DeleteOf("delete series", SERIES),
+          DeleteOf("delete study", STUDY),
           ChangeOf("protect", &Study::is_protected, "Y", protect),
           ChangeOf("unprotect", &Study::is_protected, "N", unprotect),
           ChangeOf("complete", &Study::is_completed, "Y", complete),
@@ -302,23 +292,22 @@ std::vector<State> States() {
                                              {.study = 2}, {.patient = 2}, {.patient = 2, .image = 2}};
   Phantom::Object const stored{.image = 6};
   auto const store = [stored](Session& session) { return Store(session, *MakeObject(stored)); };
-  auto const remove = [](Level::Value level, Phantom::Object const& object) {
+  auto const remove = [](QueryLevel level, Phantom::Object const& object) {
     return [=](Session& session) { return Delete(session, level, object); };
   };
-  std::string const uid = Phantom::InstanceUid(stored).GetText();
-  std::set<std::string> const removed{Phantom::InstanceUid({.patient = 2}).GetText(),
-                                      Phantom::InstanceUid({.patient = 2, .image = 2}).GetText()};
+  std::string const uid = ImageOf(stored);
+  std::set<std::string> const removed{ImageOf({.patient = 2}), ImageOf({.patient = 2, .image = 2})};
   std::set<std::string> all_of_study;
   for (Phantom::Object const& object : {kKnown, Phantom::Object{.image = 2}, Phantom::Object{.series = 2}})
-    all_of_study.insert(Phantom::InstanceUid(object).GetText());
+    all_of_study.insert(ImageOf(object));
   return {{"empty", {}},
           {"one object", one},
           {"several studies", several},
           {"a store was killed", several, store, {}, -1, {uid}},
-          {"a delete was killed", several, remove(Level::STUDY, {.patient = 2}), {}, -1, removed},
+          {"a delete was killed", several, remove(STUDY, {.patient = 2}), {}, -1, removed},
           // before the records above are replaced
-          {"a study has no folder", several, remove(Level::STUDY, kKnown), "Rename", 0, all_of_study, true, false},
-          {"a series has no folder", several, remove(Level::SERIES, kKnown), "Rename", 1, all_of_study, true, false},
+          {"a study has no folder", several, remove(STUDY, kKnown), "Rename", 0, all_of_study, true, false},
+          {"a series has no folder", several, remove(SERIES, kKnown), "Rename", 1, all_of_study, true, false},
           {"a bulk store was killed", several, SyncedStore(6).act, "Rename", 1, {uid}}, // half a copy of a file is left
           {"a redo record is pending", several, store, "Pwrite", -1, {uid}, false}};
 }
@@ -365,7 +354,7 @@ Model Prepare(State const& state, Site const& site) {
   Util_Clock::SetNow(kNow);
   Model found;
   if (!state.objects.empty())
-    found = Ask(*OpenSet(site.Copy(site.directory + ".copy").Set(), site.Structure()), site.standard);
+    found = Ask(*OpenForAll(site.Copy(site.directory + ".copy").Set(), site.Structure()), site.standard);
   for (auto const& [uid, content] : stored.objects)
     Require(state.in_flight.count(uid) != 0 || (found.objects.count(uid) != 0 && found.objects[uid] == content),
             state.name + ": lost " + uid);
@@ -375,7 +364,7 @@ Model Prepare(State const& state, Site const& site) {
 } // namespace
 
 int Store(Session& session, IOD_Msg& object) {
-  return WithRoot(session, [&](auto& root) { return root.Store({.msg = &object}); });
+  return WithRoot(session, [&](auto& root) { return StoreObject(root, &object); });
 }
 
 Site Site::Copy(std::string const& to) const {

@@ -33,7 +33,7 @@ public:
   Session(Site const& where, unsigned flags) : site(where), flags_(flags) {}
   /// Null when it can't be opened.
   Disk_RootDirectoryFile* Root() {
-    if (!root_) root_ = OpenSet(site.Set(), flags_ | site.Structure());
+    if (!root_) root_ = OpenForAll(site.Set(), flags_ | site.Structure());
     return root_.get();
   }
   bool IsOpen() const { return root_ != nullptr; }

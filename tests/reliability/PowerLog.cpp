@@ -3,10 +3,11 @@
 #include "Caller.h"
 #include "support/Files.h"
 
-#include <algorithm>
 #include <fcntl.h>
-#include <filesystem>
 #include <unistd.h>
+
+#include <algorithm>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -50,11 +51,6 @@ Tree Tree::Load(std::string const& place) {
   return tree;
 }
 
-// The recorder
-
-Recorder::Recorder(std::string place, Tree start, Before before)
-    : FaultyFileSystem(std::move(before)), place_(std::move(place)), tree_(std::move(start)) {}
-
 Step::Entry Recorder::find(std::string const& path) const {
   if (!path.starts_with(place_ + "/")) return {kNone, {}, kNone};
   Inode directory = kRoot;
@@ -97,29 +93,23 @@ int Recorder::Open(char const* path, int flags, mode_t mode) {
   return fd;
 }
 
-int Recorder::Close(int fd) {
-  open_.erase(fd);
-  return Faulty::Close(fd);
+/// Of a file that is open: `step`, if it was made.
+int Recorder::changed(int fd, int result, Step step) {
+  auto const file = open_.find(fd);
+  if (result == -1 || file == open_.end()) return result;
+  step.inode = file->second;
+  steps.push_back(std::move(step));
+  Change(tree_.files[file->second], steps.back());
+  return result;
 }
 
 ssize_t Recorder::wrote(int fd, void const* data, ssize_t count, off_t offset) {
-  auto const file = open_.find(fd);
-  if (count <= 0 || file == open_.end()) return count;
-  steps.push_back({.kind = Step::Write,
-                   .inode = file->second,
-                   .offset = std::size_t(offset),
-                   .data = {static_cast<char const*>(data), std::size_t(count)}});
-  Change(tree_.files[file->second], steps.back());
+  if (count > 0)
+    changed(fd, 0,
+            {.kind = Step::Write,
+             .offset = std::size_t(offset),
+             .data = {static_cast<char const*>(data), std::size_t(count)}});
   return count;
-}
-
-ssize_t Recorder::Write(int fd, void const* data, size_t size) {
-  off_t const offset = Faulty::Lseek(fd, 0, SEEK_CUR);
-  return wrote(fd, data, Faulty::Write(fd, data, size), offset);
-}
-
-ssize_t Recorder::Pwrite(int fd, void const* data, size_t size, off_t offset) {
-  return wrote(fd, data, Faulty::Pwrite(fd, data, size, offset), offset);
 }
 
 ssize_t Recorder::Writev(int fd, iovec const* parts, int count) {
@@ -157,42 +147,16 @@ int Recorder::entered(int result, char const* path, Inode inode, bool is_directo
   return enter({entry}), result;
 }
 
-int Recorder::Link(char const* from, char const* to) { return entered(Faulty::Link(from, to), to, find(from).inode); }
-
-int Recorder::Unlink(char const* path) { return entered(Faulty::Unlink(path), path, kNone); }
-
-int Recorder::Rmdir(char const* path) { return entered(Faulty::Rmdir(path), path, kNone); }
-
-int Recorder::Mkdir(char const* path, mode_t mode) {
-  int const result = Faulty::Mkdir(path, mode);
-  return result == -1 ? result : entered(result, path, tree_.next++, true);
-}
-
-int Recorder::Ftruncate(int fd, off_t size) {
-  int const result = Faulty::Ftruncate(fd, size);
+int Recorder::synced(int fd, Step::Kind kind) {
   auto const file = open_.find(fd);
-  if (result == -1 || file == open_.end()) return result;
-  steps.push_back({.kind = Step::Truncate, .inode = file->second, .offset = std::size_t(size)});
-  Change(tree_.files[file->second], steps.back());
-  return result;
+  if (file == open_.end()) return 0;
+  bool const is_directory = kind != Step::SyncAll && tree_.directories.count(file->second) != 0;
+  steps.push_back({.kind = is_directory ? Step::SyncDirectory : kind,
+                   .inode = file->second,
+                   .data = fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).string().substr(place_.size()),
+                   .caller = Caller()});
+  return 0;
 }
-
-int Recorder::synced(int fd, Step::Kind kind, int result) {
-  auto const file = open_.find(fd);
-  if (result == 0 && file != open_.end())
-    steps.push_back({.kind = kind == Step::SyncAll                        ? kind
-                             : tree_.directories.count(file->second) != 0 ? Step::SyncDirectory
-                                                                          : Step::SyncFile,
-                     .inode = file->second,
-                     .data = fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).string().substr(place_.size()),
-                     .caller = Caller()});
-  return result;
-}
-
-// What is on a disk in memory needs no sync itself.
-int Recorder::Fsync(int fd) { return synced(fd, Step::SyncFile, 0); }
-int Recorder::Fdatasync(int fd) { return synced(fd, Step::SyncFile, 0); }
-int Recorder::Syncfs(int fd) { return synced(fd, Step::SyncAll, 0); }
 
 // The disk
 

@@ -44,35 +44,49 @@ struct Tree {
 
 /// Current for its scope.
 class Recorder : public FaultyFileSystem {
+  using Faulty = FaultyFileSystem;
+
 public:
   /// Of what happens below `place`, which is as `start`.
-  Recorder(std::string place, Tree start, Before before = {});
+  Recorder(std::string place, Tree start, Before before = {})
+      : Faulty(std::move(before)), place_(std::move(place)), tree_(std::move(start)) {}
 
   std::vector<Step> steps;
 
   int Open(char const* path, int flags, mode_t mode) override;
-  int Close(int fd) override;
-  ssize_t Write(int fd, void const* data, size_t size) override;
-  ssize_t Pwrite(int fd, void const* data, size_t size, off_t offset) override;
+  int Close(int fd) override { return open_.erase(fd), Faulty::Close(fd); }
+  ssize_t Write(int fd, void const* data, size_t size) override {
+    off_t const offset = Faulty::Lseek(fd, 0, SEEK_CUR);
+    return wrote(fd, data, Faulty::Write(fd, data, size), offset);
+  }
+  ssize_t Pwrite(int fd, void const* data, size_t size, off_t offset) override {
+    return wrote(fd, data, Faulty::Pwrite(fd, data, size, offset), offset);
+  }
   ssize_t Writev(int fd, iovec const* parts, int count) override;
   int Rename(char const* from, char const* to) override;
   int Exchange(char const* a, char const* b) override;
-  int Link(char const* from, char const* to) override;
-  int Unlink(char const* path) override;
-  int Mkdir(char const* path, mode_t mode) override;
-  int Rmdir(char const* path) override;
-  int Ftruncate(int fd, off_t size) override;
-  int Fsync(int fd) override;
-  int Fdatasync(int fd) override;
-  int Syncfs(int fd) override;
+  int Link(char const* from, char const* to) override { return entered(Faulty::Link(from, to), to, find(from).inode); }
+  int Unlink(char const* path) override { return entered(Faulty::Unlink(path), path, kNone); }
+  int Rmdir(char const* path) override { return entered(Faulty::Rmdir(path), path, kNone); }
+  int Mkdir(char const* path, mode_t mode) override {
+    return entered(Faulty::Mkdir(path, mode), path, tree_.next++, true);
+  }
+  int Ftruncate(int fd, off_t size) override {
+    return changed(fd, Faulty::Ftruncate(fd, size), {.kind = Step::Truncate, .offset = std::size_t(size)});
+  }
+  // What is on a disk in memory needs no sync itself.
+  int Fsync(int fd) override { return synced(fd, Step::SyncFile); }
+  int Fdatasync(int fd) override { return synced(fd, Step::SyncFile); }
+  int Syncfs(int fd) override { return synced(fd, Step::SyncAll); }
 
 private:
   /// The directory and the name of a path; a directory of kNone is outside.
   Step::Entry find(std::string const& path) const;
   void enter(std::vector<Step::Entry> entries);
-  ssize_t wrote(int fd, void const* data, ssize_t count, off_t offset);
   int entered(int result, char const* path, Inode inode, bool is_directory = false);
-  int synced(int fd, Step::Kind kind, int result);
+  ssize_t wrote(int fd, void const* data, ssize_t count, off_t offset);
+  int changed(int fd, int result, Step step);
+  int synced(int fd, Step::Kind kind);
 
   std::string place_;
   Tree tree_; // as it is for who doesn't lose power

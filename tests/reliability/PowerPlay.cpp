@@ -1,18 +1,6 @@
 #include "Power.h"
 
-#include <algorithm>
-#include <optional>
-#include <set>
 #include <thread>
-#include <utility>
-
-Play::Play(Case const& first, std::vector<Act> wanted, bool one_root_for_all)
-    : c(&first), acts(std::move(wanted)), one_root(one_root_for_all), models{first.before} {
-  for (Act const& act : acts) {
-    models.push_back(models.back());
-    act.operation->effect(models.back(), c->standard);
-  }
-}
 
 bool Play::IsDurable(std::size_t first) const {
   return (c->state == "one object" || c->state == "several studies") &&
@@ -40,6 +28,10 @@ Operation const& StoreOverInPlace() {
   return s_store;
 }
 
+Operation const& Known(std::string_view name) {
+  return *std::find_if(Operations().begin(), Operations().end(), [&](Operation const& o) { return o.name == name; });
+}
+
 std::vector<Play> Mixed(std::vector<Case> const& cases) {
   std::vector<Play> plays;
   std::set<std::string> const names{"store new study",   "store new series", "store image",
@@ -48,11 +40,10 @@ std::vector<Play> Mixed(std::vector<Case> const& cases) {
     if (first.state != "several studies") continue;
     if (first.operation->name == "store in place")
       plays.push_back({first, {{first.operation, kDurable}, {&StoreOverInPlace(), kDurable}}});
-    for (Operation const& second : Operations()) // what is protected stays
-      if (first.operation->name == "protect" && second.name == "auto-delete")
-        for (Util_Durability const durability : {kDurable, kRelaxed})
-          plays.push_back({first, {{first.operation, kDurable}, {&second, durability}}});
     if (names.count(first.operation->name) == 0) continue;
+    for (Util_Durability const durability : {kDurable, kRelaxed}) // what is protected stays
+      if (first.operation->name == "protect")
+        plays.push_back({first, {{first.operation, kDurable}, {&Known("auto-delete"), durability}}});
     for (Operation const& second : Operations()) {
       bool const served = first.standard ? second.is_standard : second.is_private;
       bool const undone = first.operation->name == "delete series" || second.name == first.operation->name;
@@ -61,9 +52,8 @@ std::vector<Play> Mixed(std::vector<Case> const& cases) {
       plays.push_back({first, {{first.operation, kDurable}, {&second, kRelaxed}}});
       for (Util_Durability const durability : {kDurable, kRelaxed})
         plays.push_back({first, {{first.operation, durability}, {&second, kDurable}}, true});
-      for (Operation const& third : Operations())
-        if (third.name == "store new patient")
-          plays.push_back({first, {{first.operation, kRelaxed}, {&second, kDurable}, {&third, kRelaxed}}});
+      Play::Act const third{&Known("store new patient"), kRelaxed};
+      plays.push_back({first, {{first.operation, kRelaxed}, {&second, kDurable}, third}});
     }
   }
   return plays;

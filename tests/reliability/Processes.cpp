@@ -2,23 +2,23 @@
 // stopped at random. What they may rely on stands on a board in memory that outlives them: an object's owner says there
 // what it is about to do and what has been acknowledged, and everybody else holds the file-set to that.
 #include "Campaign.h"
-#include "support/Identifiers.h"
+#include "support/FileSet.h"
 
 #include <Disk/Disk_CacheRepository.h>
-#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <infra/I18n.h>
 #include <infra/Util_Clock.h>
 #include <infra/Util_FileSystem.h>
 #include <random>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <thread>
 #include <tuple>
 #include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
 
 namespace {
 
@@ -63,7 +63,7 @@ public:
   /// What worker `number` does until it is told to stop, or killed.
   void Work(int number, unsigned life) {
     std::minstd_rand random(seed_ * 1000 + life * kWorkers + unsigned(number));
-    auto root = OpenSet(path_, Flags() | (number % 2 ? unsigned(Disk_StoreParams::STORE_NATIVE) : 0));
+    auto root = OpenForAll(path_, Flags() | (number % 2 ? unsigned(Disk_StoreParams::STORE_NATIVE) : 0));
     if (!root) return Violation("worker " + std::to_string(number) + " can't open the file-set");
     Role const role = RoleOf(number);
     if (IsBulk(number)) Util_FileSystem::SetDurability(Util_Durability::Relaxed);
@@ -90,7 +90,7 @@ public:
         Require(!calm && finding.cause != Disk_Finding::Damage,
                 finding.kind + ": " + finding.path + ": " + finding.text);
       if (calm) Require(result.instances == Acknowledged(), "it holds more than is acknowledged, or less");
-      auto const root = OpenSet(path_, Flags());
+      auto const root = OpenForAll(path_, Flags());
       Require(root != nullptr, "it can't be opened");
       for (int owner = 0; owner < kWorkers; ++owner)
         for (int index = 0; index < kObjects; ++index)
@@ -141,31 +141,26 @@ private:
     if (what < (role == Role::Writer ? 7 : 6)) return Put(root, number, index);
     if (role == Role::Cleaner) return Clean(root, number);
     if (!standard_ && role == Role::Deleter && what == 7 && index < 4) return CorrectMaker(root);
-    auto const level = SCL_QueryRetrieveLevel::Value(role == Role::Writer ? 2 : random() % 3);
+    auto const level = QueryLevel(role == Role::Writer ? 2 : random() % 3);
     Delete(root, number, index, level);
   }
 
   void Put(Disk_RootDirectoryFile& root, int owner, int index) {
     Set(owner, index, Storing);
     auto const object = Phantom::Make(At(owner, index));
-    Require(root.Store({.msg = object.get()}) == 0, "a store fails");
+    Require(StoreObject(root, object.get()) == 0, "a store fails");
     Set(owner, index, Stored);
   }
 
-  void Delete(Disk_RootDirectoryFile& root, int owner, int index, SCL_QueryRetrieveLevel::Value level) {
-    int const size = level == SCL_QueryRetrieveLevel::STUDY    ? kImages * kSeries
-                     : level == SCL_QueryRetrieveLevel::SERIES ? kImages
-                                                               : 1;
+  void Delete(Disk_RootDirectoryFile& root, int owner, int index, QueryLevel level) {
+    int const size = level == STUDY ? kImages * kSeries : level == SERIES ? kImages : 1;
     int const first = index / size * size;
     bool any = false;
     for (int i = first; i < first + size; ++i) {
       any = any || (Load(owner, i) & 3) == Stored;
       Set(owner, i, Deleting);
     }
-    MXL_SubOperationsReport report;
-    SCL_ResponseStatus response;
-    int const result = root.Delete(Named(level, At(owner, index)), 1, &report, response);
-    Require(!any || result == 0, "a delete fails");
+    Require(DeleteObjects(root, Named(level, At(owner, index))).result == 0 || !any, "a delete fails");
     for (int i = first; i < first + size; ++i)
       Set(owner, i, Absent);
   }
@@ -199,23 +194,21 @@ private:
     for (int index = 0; index < kObjects; ++index) {
       auto const state = State(Load(owner, index) & 3);
       if (state == Storing) Put(root, owner, index);
-      if (state == Deleting) Delete(root, owner, index, SCL_QueryRetrieveLevel::IMAGE);
+      if (state == Deleting) Delete(root, owner, index, IMAGE);
     }
   }
 
   void FetchOne(Disk_RootDirectoryFile& root, int owner, int index) {
     std::uint32_t const before = Load(owner, index);
     auto const wanted = Phantom::Make(At(owner, index));
-    IOD_Msg* fetched = nullptr;
-    int const result = root.GetOne(Named(SCL_QueryRetrieveLevel::IMAGE, At(owner, index)), 1, &fetched, nullptr);
-    std::unique_ptr<IOD_Msg> const object(fetched);
+    auto const object = FetchObject(root, Named(IMAGE, At(owner, index)));
     std::string const uid = wanted->GetSOPInstanceUID().GetText();
-    if (result == 0 && object)
+    if (object)
       Require(object->GetSOPInstanceUID() == wanted->GetSOPInstanceUID() && ContentOf(*object) == ContentOf(*wanted),
               "fetched is another object than " + uid);
     if (before != Load(owner, index)) return;
-    if ((before & 3) == Stored) Require(result == 0 && object, "an acknowledged object is lost: " + uid);
-    if ((before & 3) == Absent) Require(result == -1 || !object, "a deleted object is back: " + uid);
+    if ((before & 3) == Stored) Require(object != nullptr, "an acknowledged object is lost: " + uid);
+    if ((before & 3) == Absent) Require(!object, "a deleted object is back: " + uid);
   }
 
   void QuerySeries(Disk_RootDirectoryFile& root, int owner, int index) {
@@ -224,19 +217,15 @@ private:
     for (int i = 0; i < kImages; ++i)
       before[i] = Load(owner, first + i);
     Phantom::Object const place = At(owner, first);
-    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
-    identifier.SetStudyInstanceUID(Phantom::StudyUid(place));
-    identifier.SetSeriesInstanceUID(Phantom::SeriesUid(place));
-    identifier.SetSOPInstanceUID(UI_NULL);
-    Dicom_Sequence answers;
-    bool const answered = root.Query(identifier, 1, &answers) == 0; // not when the study goes meanwhile
+    auto const identifier = Asking(IMAGE, {{kStudyUid, StudyOf(place)}, {kSeriesUid, SeriesOf(place)}, {kSopUid, ""}});
+    int result = 0; // not 0 when the study goes meanwhile
     std::set<std::string> found;
-    for (int i = 0; i < answers.GetNItems(); ++i)
-      found.insert(IOD_Msg(*answers.Get(i)).GetSOPInstanceUID().GetText());
+    for (auto const& answer : AnswersOf(root, identifier, &result))
+      found.insert(answer->Text(kSopUid));
     for (int i = 0; i < kImages; ++i) {
       if (before[i] != Load(owner, first + i)) continue;
-      std::string const uid = Phantom::InstanceUid(At(owner, first + i)).GetText();
-      if ((before[i] & 3) == Stored) Require(answered && found.count(uid) == 1, "a query misses " + uid);
+      std::string const uid = ImageOf(At(owner, first + i));
+      if ((before[i] & 3) == Stored) Require(result == 0 && found.count(uid) == 1, "a query misses " + uid);
       if ((before[i] & 3) == Absent) Require(found.count(uid) == 0, "a query finds the deleted " + uid);
     }
   }

@@ -1,7 +1,6 @@
 // Puts data sets together byte by byte, so that tests don't read with the code that wrote.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -48,6 +47,13 @@ struct DataSetBytes {
     return Claiming(tag, vr, undefined, items) + SequenceEnd();
   }
 
+  // A directory record, without the header of its item.
+  std::string Record(std::uint32_t next, std::uint32_t below, std::string const& type,
+                     std::string const& rest = {}) const {
+    return Element(0x00041400, "UL", Number(next, 4)) + Element(0x00041410, "US", Number(0xFFFF, 2)) +
+           Element(0x00041420, "UL", Number(below, 4)) + Text(0x00041430, "CS", type) + rest;
+  }
+
   // Sequences within sequences; `depth` of them.
   std::string Nested(int depth, bool defined, std::string const& inner = {}) const {
     std::string front, back;
@@ -60,40 +66,6 @@ struct DataSetBytes {
       if (!defined) back += ItemEnd() + SequenceEnd();
     }
     return front + inner + back;
-  }
-
-  // A value given in little endian order, of units of `size` bytes.
-  std::string Units(std::string value, std::size_t size) const {
-    for (std::size_t i = 0; big_endian && i + size <= value.size(); i += size)
-      std::reverse(value.begin() + static_cast<std::ptrdiff_t>(i),
-                   value.begin() + static_cast<std::ptrdiff_t>(i + size));
-    return value;
-  }
-
-  // An element of each VR, as a writer without peculiarities has them: ascending, even, of defined length.
-  std::string AllVRs() const {
-    using namespace std::string_literals;
-    return Text(0x00080005, "CS", "ISO_IR 100") + Text(0x00080008, "CS", "ORIGINAL\\PRIMARY") +
-           Text(0x00080018, "UI", "1.2.3") + Text(0x00080020, "DA", "20240229") +
-           Text(0x0008002A, "DT", "20240229102030-0500") + Text(0x00080030, "TM", "102030.5") +
-           Text(0x00080050, "SH", "ACC") + Text(0x00080054, "AE", "STORE") + Text(0x00080081, "ST", "A\\B") +
-           Text(0x00080119, "UC", "LONG") + Text(0x00080120, "UR", "urn:x") + Text(0x00081030, "LO", "K\xF6pfe") +
-           Sequence(0x00081115, Item(Text(0x00100020, "LO", "\xC4")) + Item("")) +
-           Element(0x00081163, "FD", Units("\0\0\0\0\0\0\xF8\x3F"s, 8)) +
-           Element(0x00089459, "FL", Units("\0\0\xC0\xBF"s, 4)) + Text(0x00090010, "LO", "OURS") +
-           Element(0x00091001, "UN", "\x01\x02\x03\x04") + Text(0x00100010, "PN", "Buc^J\xE9r\xF4me") +
-           Text(0x00101010, "AS", "042Y") + Text(0x00104000, "LT", "one\r\ntwo") +
-           Element(0x00142210, "OB", "\x01\x02") + Element(0x00181638, "OF", Units("\x01\x02\x03\x04"s, 4)) +
-           Element(0x00186020, "SL", Units("\xFE\xFF\xFF\xFF"s, 4)) +
-           Element(0x00186050, "UL", Units("\x01\x02\x03\x04"s, 4)) + Element(0x00189219, "SS", Units("\xFE\xFF"s, 2)) +
-           Text(0x00200013, "IS", "-12") + Text(0x00200032, "DS", "1.5\\-2e3\\0") +
-           Element(0x00209165, "AT", Units("\x20\0\x13\0"s, 2)) + Element(0x00280010, "US", Units("\0\x02\x01\0"s, 2)) +
-           Text(0x0040A160, "UT", "A\\B") + Element(0x00660022, "OD", Units("\x01\x02\x03\x04\x05\x06\x07\x08"s, 8)) +
-           Element(0x00660040, "OL", Units("\x01\x02\x03\x04"s, 4)) +
-           Element(0x00720081, "OV", Units("\x01\x02\x03\x04\x05\x06\x07\x08"s, 8)) +
-           Element(0x00720082, "SV", Units("\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s, 8)) +
-           Element(0x00720083, "UV", Units("\x01\0\0\0\0\0\0\x80"s, 8)) + Element(0x00880140, "UI", "") +
-           Element(0x00880906, "ST", "") + Element(0x7FE00010, "OW", Units("\x01\x02\x03\x04"s, 2));
   }
 
   // A file with this data set, whose syntax has this UID.

@@ -8,14 +8,15 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 class DicomdirWalk {
 public:
   struct Record {
-    std::uint32_t place = 0, next = 0, below = 0, in_use = 0;
-    std::map<std::uint32_t, std::string> values; // by tag; texts without padding
+    std::uint32_t place = 0, next = 0, below = 0, in_use = 0, images = 0; // images: of a study or series
+    std::map<std::uint32_t, std::string> values;                          // by tag; texts without padding
     std::vector<Record> children;
     std::string Text(std::uint32_t tag) const {
       auto const found = values.find(tag);
@@ -121,6 +122,14 @@ private:
       record.below = Load(record.Text(0x00041420), 0, 4);
       if (level < 3 && record.Text(0x00041430) != types[level]) Problem("a record of another level");
       record.children = Chain(record.below, level + 1);
+      for (Record const& child : record.children)
+        record.images += child.in_use == 0 ? 0 : level == 2 ? 1 : child.images;
+      bool const counts = record.in_use != 0 && (level == 1 || level == 2);
+      if (counts && record.Number(level == 1 ? 0x00201208 : 0x00201209) != int(record.images))
+        Problem("the images at " + std::to_string(record.place) + " are counted wrong");
+      for (std::uint32_t const tag : {0x00041500u, 0x00041511u}) // a file, an object
+        if (level == 3 && record.in_use != 0 && !named_.insert(record.Text(tag)).second)
+          Problem("two records name " + record.Text(tag));
       place = record.next;
       records.push_back(std::move(record));
     }
@@ -129,4 +138,5 @@ private:
 
   std::string bytes_;
   std::map<std::uint32_t, std::uint32_t> unreached_; // place and length of items
+  std::set<std::string> named_;
 };

@@ -3,18 +3,76 @@
 // change what it only reads. Used by tests and by the fuzzers.
 #pragma once
 
-#include "Phantom.h"
-#include "support/FencedFileSystem.h"
+#include "support/FaultyFileSystem.h"
+#include "support/FileSet.h"
 #include "support/TempDirectory.h"
 
-#include <Disk/Disk_Check.h>
-#include <Disk/Disk_RootDirectoryFile.h>
 #include <infra/CToolParse.h>
 #include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
-#include <array>
+#include <cstdlib>
+#include <fcntl.h>
 #include <memory>
+#include <set>
+
+/// The real file system with a fence around one directory, current for its scope: notes each call that changes
+/// something outside of it, whichever links lead there, and each whose path names something outside.
+class FencedFileSystem : public FaultyFileSystem {
+  using Base = FaultyFileSystem;
+
+public:
+  explicit FencedFileSystem(std::string const& directory)
+      : FaultyFileSystem([this](std::string_view call, char const* path) { return Pass(call, path), 0; }),
+        inside_(Real(directory)) {}
+
+  std::vector<std::string> escapes;
+
+  int Open(char const* path, int flags, mode_t mode) override {
+    if ((flags & (O_ACCMODE | O_CREAT | O_TRUNC)) == O_RDONLY)
+      Look("Open", path);
+    else
+      Change("Open", path, !(flags & O_NOFOLLOW));
+    return Base::Open(path, flags, mode);
+  }
+  int Rename(char const* from, char const* to) override { return Change("Rename", from), Base::Rename(from, to); }
+  int Exchange(char const* a, char const* b) override { return Change("Exchange", a), Base::Exchange(a, b); }
+  int Link(char const* from, char const* to) override { return Change("Link", from), Base::Link(from, to); }
+
+private:
+  static std::string Real(std::string const& path) {
+    char resolved[PATH_MAX];
+    return realpath(path.c_str(), resolved) ? resolved : "";
+  }
+  bool Holds(std::string_view path) const {
+    return path.starts_with(inside_) && (path.size() == inside_.size() || path[inside_.size()] == '/');
+  }
+  void Note(std::string_view call, std::string const& path) { escapes.push_back(std::string(call) + " " + path); }
+
+  void Pass(std::string_view call, char const* path) {
+    static std::set<std::string_view> const s_looks{"Stat", "Lstat", "Access", "List"},
+        s_changes{"Rename", "Exchange", "Link", "Unlink", "Mkdir", "Rmdir"};
+    if (s_looks.count(call) != 0) Look(call, path);
+    if (s_changes.count(call) != 0) Change(call, path);
+  }
+  void Look(std::string_view call, std::string const& path) {
+    if (path.empty() || path == "/proc/sys/kernel/random/boot_id") return; // names nothing, or the machine
+    if (!Holds(path) || (path + "/").find("/../") != std::string::npos) Note(call, path);
+  }
+  void Change(std::string_view call, std::string const& path, bool follows = false) {
+    if (path.empty()) return;
+    Look(call, path);
+    std::size_t const cut = path.rfind('/');
+    std::string const parent = Real(path.substr(0, cut));
+    if (!parent.empty() && !Holds(parent)) Note(call, path + " in " + parent);
+    struct stat status {};
+    if (!follows || Util_FileSystemInterface::Lstat(path.c_str(), &status) == -1 || !S_ISLNK(status.st_mode)) return;
+    std::string const target = Real(path); // empty when it is to be made
+    if (!Holds(target)) Note(call, path + " to " + target);
+  }
+
+  std::string const inside_;
+};
 
 class FileSetExercise {
 public:
@@ -41,25 +99,20 @@ public:
   std::string At(std::string const& name) const { return prefix + "/" + name; }
 
   std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE) {
-    int status = 0;
-    auto root = std::make_unique<Disk_RootDirectoryFile>(prefix.c_str(), Disk_StoreParams(flags | structure_), 0,
-                                                         &status, nullptr);
-    Expect(status, "open");
-    if (status != 0) return nullptr;
-    root->SetSupportPar({0, 1, 0});
+    auto root = OpenSet(prefix, flags | structure_);
+    Expect(root ? 0 : -1, "open");
+    if (root) root->SetSupportPar({0, 1, 0});
     return root;
   }
   /// All images, from a root of its own: 0 or -1.
   int Query() {
     auto const root = Open();
     Dicom_Sequence rows;
-    return root ? root->Query(All(SCL_QueryRetrieveLevel::IMAGE), 1, &rows) : -1;
+    return root ? root->Query(All(IMAGE), 1, &rows) : -1;
   }
   int Check(bool deep) {
     Disk_CheckResult result;
-    Disk_CheckOptions options;
-    options.deep = deep;
-    return Disk_Check(prefix.c_str(), Disk_StoreParams(structure_), options, &result);
+    return CheckSet(prefix, structure_, deep, &result);
   }
   /// Somebody has changed it.
   void MarkDirty() { is_dirty_ = true; }
@@ -115,14 +168,11 @@ public:
   }
 
 private:
-  static SCL_QueryIdentifier All(SCL_QueryRetrieveLevel::Value level) {
-    SCL_QueryIdentifier identifier(level);
-    identifier.SetStudyInstanceUID(UI_NULL);
-    if (level >= SCL_QueryRetrieveLevel::SERIES) identifier.SetSeriesInstanceUID(UI_NULL);
-    if (level < SCL_QueryRetrieveLevel::IMAGE) return identifier;
-    identifier.SetSOPInstanceUID(UI_NULL);
-    identifier.Set(Dicom_Tag(0x0004, std::uint16_t(0x1500)), Dicom_CS(""));
-    return identifier;
+  static SCL_QueryIdentifier All(QueryLevel level) {
+    Keys keys{{kStudyUid, ""}};
+    if (level >= SERIES) keys.push_back({kSeriesUid, ""});
+    if (level >= IMAGE) keys.insert(keys.end(), {{kSopUid, ""}, {kFileId, ""}});
+    return Asking(level, keys);
   }
   /// A failure tells why.
   void Expect(int result, char const* what) {
@@ -136,19 +186,20 @@ private:
     root_ = Open();
     if (!root_) return;
     if (also_) TakeAlso();
-    for (auto const level : kLevels) {
-      Dicom_Sequence rows;
-      Expect(root_->Query(All(level), 1, &rows), "query");
-      for (int i = 0; i < rows.GetNItems() && i < 6; ++i)
-        found_.emplace_back(level, std::make_unique<SCL_MoveIdentifier>(*rows.Get(i)));
+    for (auto const level : {STUDY, SERIES, IMAGE}) {
+      int result = 0;
+      Answers const rows = AnswersOf(*root_, All(level), &result);
+      Expect(result, "query");
+      for (std::size_t i = 0; i < rows.size() && i < 6; ++i)
+        found_.emplace_back(level, std::make_unique<SCL_MoveIdentifier>(*rows[i]));
     }
   }
   void Change() {
     if (!root_) return;
     for (auto const& [level, row] : found_) {
-      if (level != SCL_QueryRetrieveLevel::IMAGE) continue;
+      if (level != IMAGE) continue;
       Fetch(*row);
-      row->Remove(Dicom_Tag(0x0004, std::uint16_t(0x1500)));
+      row->Remove(kFileId);
       Fetch(*row);
     }
     for (Phantom::Object const& object :
@@ -164,47 +215,39 @@ private:
     if (Open()) Expect(Check(false), "check");
   }
   void TakeAlso() {
-    Expect(root_->Store({.msg = also_, .store_unmatching_images = 1}), "store");
+    Expect(StoreObject(*root_, also_, true), "store");
     SCL_MoveIdentifier const own(*also_);
-    SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::IMAGE);
-    for (auto const& tag : {kStudyUid, kSeriesUid, kInstanceUid})
+    SCL_QueryIdentifier identifier(IMAGE);
+    for (auto const& tag : {kStudyUid, kSeriesUid, kSopUid})
       identifier.Set(tag, own.Get(tag));
     Dicom_Sequence rows;
     Expect(root_->Query(identifier, 1, &rows), "query");
     Fetch(own);
-    for (auto const level : kLevels)
+    for (auto const level : {STUDY, SERIES, IMAGE})
       found_.emplace_back(level, std::make_unique<SCL_MoveIdentifier>(own));
   }
   void Fetch(SCL_MoveIdentifier const& identifier) {
-    IOD_Msg* object = nullptr;
-    Expect(root_->GetOne(identifier, 1, &object, nullptr), "fetch");
-    delete object;
+    int told = 0;
+    auto const object = FetchObject(*root_, identifier, &told);
+    Expect(told, "fetch");
   }
   void Store(Disk_RootDirectoryFile& root, Phantom::Object const& object) {
-    std::unique_ptr<IOD_Msg> const msg = Phantom::Make(object);
-    Expect(root.Store({.msg = msg.get()}), "store");
+    Expect(StoreObject(root, Phantom::Make(object).get()), "store");
   }
-  void Delete(SCL_MoveIdentifier& identifier, SCL_QueryRetrieveLevel::Value level) {
-    identifier.Set(Dicom_Tag(0x0008, std::uint16_t(0x0052)), SCL_QueryRetrieveLevel::TextOf(level));
-    MXL_SubOperationsReport report;
-    SCL_ResponseStatus status;
-    Expect(root_->Delete(identifier, 1, &report, status), "delete");
+  void Delete(SCL_MoveIdentifier& identifier, QueryLevel level) {
+    identifier.Set(Dicom_Tag(0x0008, 0x0052), SCL_QueryRetrieveLevel::TextOf(level));
+    Expect(DeleteObjects(*root_, identifier).result, "delete");
   }
-  static constexpr std::array kLevels{SCL_QueryRetrieveLevel::STUDY, SCL_QueryRetrieveLevel::SERIES,
-                                      SCL_QueryRetrieveLevel::IMAGE};
   struct Report : CToolParseDICOMReport {
     int ProcessFile(RWCString) override { return 0; }
     int ProcessFolder(RWCString) override { return 0; }
   };
 
-  static constexpr Dicom_Tag kStudyUid{0x0020, std::uint16_t(0x000D)}, kSeriesUid{0x0020, std::uint16_t(0x000E)},
-      kInstanceUid{0x0008, std::uint16_t(0x0018)};
-
   unsigned const structure_;
   TempDirectory const home_{true};
   std::string problem_;
   std::unique_ptr<Disk_RootDirectoryFile> root_;
-  std::vector<std::pair<SCL_QueryRetrieveLevel::Value, std::unique_ptr<SCL_MoveIdentifier>>> found_;
+  std::vector<std::pair<QueryLevel, std::unique_ptr<SCL_MoveIdentifier>>> found_;
   bool is_dirty_ = false;
   int lines_ = 0;
   IOD_Msg* also_ = nullptr;

@@ -1,22 +1,23 @@
 // A file-set in a directory of its own, and what the tests of the engine ask about it.
 #pragma once
 
-#include "Phantom.h"
-#include "support/Identifiers.h"
+#include "support/FileSet.h"
 #include "support/LogCapture.h"
 #include "support/Objects.h"
 #include "support/TempDirectory.h"
 
-#include <Disk/Disk_Check.h>
-#include <Disk/Disk_RootDirectoryFile.h>
 #include <infra/Klb_GError.h>
 #include <infra/Util_Clock.h>
 #include <infra/Util_FileSystem.h>
 
-#include <filesystem>
-#include <fstream>
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <functional>
 #include <gtest/gtest.h>
-#include <map>
+#include <optional>
+#include <thread>
+#include <tuple>
 
 class FileSetTest : public testing::Test {
 protected:
@@ -25,20 +26,14 @@ protected:
     Util_FileSystem::SetDurability(Util_Durability::Full);
   }
 
-  static constexpr auto STUDY = SCL_QueryRetrieveLevel::STUDY, SERIES = SCL_QueryRetrieveLevel::SERIES,
-                        IMAGE = SCL_QueryRetrieveLevel::IMAGE;
-  static constexpr Dicom_Tag kStudyUid{0x0020, std::uint16_t(0x000D)}, kSopUid{0x0008, std::uint16_t(0x0018)};
-
   std::string Prefix() const { return directory.Path(); }
-  std::string At(std::string const& relative) const { return Prefix() + "/" + relative; }
+  std::string At(std::string const& relative) const { return directory / relative; }
 
   std::unique_ptr<Disk_RootDirectoryFile> Open(unsigned flags = Disk_StoreParams::STORE_NATIVE,
                                                Disk_StorageStrategy* strategy = nullptr) {
-    int status = 0;
-    auto root = std::make_unique<Disk_RootDirectoryFile>(Prefix().c_str(), Disk_StoreParams(flags | structure), 0,
-                                                         &status, strategy);
-    EXPECT_EQ(status, 0);
-    return status == 0 ? std::move(root) : nullptr;
+    auto root = OpenSet(Prefix(), flags | structure, strategy);
+    EXPECT_TRUE(root);
+    return root;
   }
 
   /// Deletes of all kinds.
@@ -62,7 +57,7 @@ protected:
   }
 
   static int Store(Disk_RootDirectoryFile& root, IOD_Msg& msg, bool tolerate = false, bool icon = false) {
-    return root.Store({.msg = &msg, .add_icon = icon, .store_unmatching_images = tolerate});
+    return StoreObject(root, &msg, tolerate, icon);
   }
 
   /// The files below the prefix by their relative names.
@@ -75,37 +70,42 @@ protected:
   }
 
   int Version(std::string const& folder) const {
-    std::string const bytes = ReadFile(folder.empty() ? At("VERSION") : At(folder + "/VERSION"));
+    std::string const bytes = ReadFile(At(folder + "/VERSION"));
     return bytes.size() < 4 ? -1 : int(DicomdirWalk::Load(bytes, 0, 4));
   }
 
   /// The records of a private directory file.
-  std::vector<std::unique_ptr<IOD_Msg>> Records(std::string const& file) const {
-    std::vector<std::unique_ptr<IOD_Msg>> records;
+  Answers Records(std::string const& file) const {
+    Answers records;
     auto const msg = ReadObject(At(file));
-    auto const* sq = msg ? dynamic_cast<Dicom_SQ const*>(msg->Get(Dicom_Tag(0x0004, 0x1220))) : nullptr;
+    auto const* sq = msg ? dynamic_cast<Dicom_SQ const*>(msg->Get(kRecords)) : nullptr;
     for (int i = 0; sq && i < sq->GetNValues(); ++i)
       records.push_back(std::make_unique<IOD_Msg>(*sq->GetSequence()->Get(i)));
     return records;
   }
 
   /// In a directory file, behind the engine's back.
-  void ChangeRecords(std::string const& file, std::function<void(Dicom_Msg&)> const& change) const {
-    Dicom_Tag const records(0x0004, 0x1220);
+  void ChangeRecords(std::string const& file, std::function<void(Answers&)> const& change) const {
     auto const msg = ReadObject(At(file));
+    Answers records = Records(file);
+    change(records);
     auto sequence = std::make_unique<Dicom_Sequence>();
-    for (auto const& record : Records(file)) {
-      change(*record);
-      sequence->Append(new Dicom_Msg(*record), true);
-    }
-    msg->Set(records, Dicom_SQ(sequence.release()));
+    for (auto& record : records)
+      sequence->Append(record.release(), true);
+    msg->Set(kRecords, Dicom_SQ(sequence.release()));
     SaveObject(*msg, At(file));
+  }
+  void ChangeEachRecord(std::string const& file, std::function<void(Dicom_Msg&)> const& change) const {
+    ChangeRecords(file, [&](Answers& records) {
+      for (auto const& record : records)
+        change(*record);
+    });
   }
 
   /// The one record of a kind in the root file.
   std::unique_ptr<IOD_Msg> RootRecord(char const* type) const {
     for (auto& record : Records("DICOMDIR"))
-      if (record->Text(Dicom_Tag(0x0004, 0x1430)) == type) return std::move(record);
+      if (record->Text(kRecordType) == type) return std::move(record);
     ADD_FAILURE() << "no " << type << " record";
     return std::make_unique<IOD_Msg>();
   }
@@ -117,39 +117,25 @@ protected:
     identifier.SetSOPInstanceUID(msg.GetSOPInstanceUID());
     return identifier;
   }
-
   static std::unique_ptr<IOD_Msg> Fetch(Disk_RootDirectoryFile& root, SCL_MoveIdentifier const& identifier) {
-    IOD_Msg* object = nullptr;
-    int const result = root.GetOne(identifier, 1, &object, nullptr);
-    return std::unique_ptr<IOD_Msg>(result == 0 ? object : nullptr);
+    return FetchObject(root, identifier);
   }
-
-  static int Delete(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, Phantom::Object const& object) {
+  static int Delete(Disk_RootDirectoryFile& root, QueryLevel level, Phantom::Object const& object) {
     Allow(root);
-    MXL_SubOperationsReport report;
-    SCL_ResponseStatus status;
-    return root.Delete(Named(level, object), 1, &report, status);
+    return DeleteObjects(root, Named(level, object)).result;
   }
 
-  /// The answers to a query.
-  using Keys = std::vector<std::pair<Dicom_Tag, std::string>>;
-  using Answers = std::vector<std::unique_ptr<IOD_Msg>>;
-  static Answers Ask(Disk_RootDirectoryFile& root, SCL_QueryRetrieveLevel::Value level, Keys const& keys = {},
-                     int expected = 0) {
-    SCL_QueryIdentifier identifier(level);
-    for (auto const& [tag, value] : keys)
-      identifier.Set(tag, Dicom_UT(value));
-    Dicom_Sequence results;
-    EXPECT_EQ(root.Query(identifier, 1, &results), expected);
-    Answers answers;
-    for (int i = 0; i < results.GetNItems(); ++i)
-      answers.push_back(std::make_unique<IOD_Msg>(*results.Get(i)));
+  static Answers Ask(Disk_RootDirectoryFile& root, QueryLevel level, Keys const& keys = {}, int expected = 0) {
+    int result = 0;
+    Answers answers = AnswersOf(root, Asking(level, keys), &result);
+    EXPECT_EQ(result, expected);
     return answers;
   }
   /// How many there are, or -1.
   static int Studies(Disk_RootDirectoryFile& root) {
-    Dicom_Sequence results;
-    return root.Query(SCL_QueryIdentifier(STUDY), 1, &results) == 0 ? results.GetNItems() : -1;
+    int result = 0;
+    std::size_t const count = AnswersOf(root, Asking(STUDY), &result).size();
+    return result == 0 ? int(count) : -1;
   }
   /// The SOP Instance UIDs in a study.
   static std::set<std::string> Images(Disk_RootDirectoryFile& root, Dicom_UI const& study) {
@@ -166,21 +152,29 @@ protected:
   /// What the check finds, objects included.
   Disk_CheckResult Check() const {
     Disk_CheckResult result;
-    Disk_CheckOptions options;
-    options.deep = true;
-    EXPECT_EQ(Disk_Check(Prefix().c_str(), structure, options, &result), 0);
+    EXPECT_EQ(CheckSet(Prefix(), structure, true, &result), 0);
     return result;
   }
-  void ExpectSound() const {
+  /// `is_interrupted`: there may be what an interrupted operation leaves and repeating it mends, and no damage.
+  void ExpectSound(bool is_interrupted = false) const {
     for (Disk_Finding const& finding : Check().findings)
-      ADD_FAILURE() << finding.path << ": " << finding.kind << ": " << finding.text;
-  }
-  /// Interrupted operations may leave what repeating them mends, and nothing else.
-  void ExpectNoDamage() const {
-    for (Disk_Finding const& finding : Check().findings)
-      EXPECT_NE(finding.cause, Disk_Finding::Damage) << finding.path << ": " << finding.kind << ": " << finding.text;
+      EXPECT_TRUE(is_interrupted && finding.cause != Disk_Finding::Damage)
+          << finding.path << ": " << finding.kind << ": " << finding.text;
   }
 
+  /// It gives -1, tells why in one line of the log, sets this code, and changes nothing.
+  template <class Call>
+  void ExpectRefused(Call call, std::string const& line, int code) const {
+    auto const files = ReadFiles(Prefix());
+    LogCapture log;
+    KlbGError.Set(0);
+    EXPECT_EQ(call(), -1) << line;
+    EXPECT_EQ(KlbGError.Get(), code) << line;
+    EXPECT_EQ(log.Count(3, line), 1) << line;
+    EXPECT_TRUE(ReadFiles(Prefix()) == files) << line;
+  }
+
+  static constexpr Dicom_Tag kRecords{0x0004, 0x1220};
   TempDirectory directory;
   unsigned structure = 0; // STANDARD_STRUCTURE for file-sets of that kind
 };
@@ -195,3 +189,4 @@ inline auto const kBothStructures = testing::Values(0u, unsigned(Disk_StoreParam
 inline std::string StructureName(testing::TestParamInfo<unsigned> const& info) {
   return info.param ? "Standard" : "Private";
 }
+#define FOR_BOTH_STRUCTURES(Suite) INSTANTIATE_TEST_SUITE_P(Structures, Suite, kBothStructures, StructureName)
