@@ -1,7 +1,7 @@
 // The program, driven as a user does: command lines in; exit codes, text and files out.
 #pragma once
 
-#include "Phantom.h"
+#include "support/FileSet.h"
 #include "support/Objects.h"
 #include "support/TempDirectory.h"
 
@@ -56,10 +56,16 @@ protected:
     std::istringstream words(line);
     return Run({std::istream_iterator<std::string>(words), {}}, before);
   }
-  void ExpectFailure(std::string const& line, int code, std::string const& cause) const {
-    Result const result = Line(line);
+  // It ends so, and what it prints holds these texts.
+  Result Expect(std::string const& line, int code, std::string const& out = "", std::string const& err = "") const {
+    Result result = Line(line);
     EXPECT_EQ(result.code, code) << line << "\n" << result.err;
-    EXPECT_NE(result.err.find("fileset: " + cause), std::string::npos) << cause << "\n" << result.err;
+    EXPECT_NE(result.out.find(out), std::string::npos) << line << "\n" << out << "\n" << result.out << result.err;
+    EXPECT_NE(result.err.find(err), std::string::npos) << line << "\n" << err << "\n" << result.err;
+    return result;
+  }
+  void ExpectFailure(std::string const& line, int code, std::string const& cause) const {
+    Expect(line, code, "", "fileset: " + cause);
   }
 
   json RunJson(std::vector<std::string> arguments) const {
@@ -118,6 +124,6 @@ protected:
     return values;
   }
 
-  std::string first_study = Phantom::StudyUid(Small(Phantom::Kind::CT)).GetText();
+  std::string first_study = StudyOf(Small(Phantom::Kind::CT));
   TempDirectory temp;
 };

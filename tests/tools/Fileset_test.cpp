@@ -2,7 +2,7 @@
 #include "support/ProgramFixture.h"
 #include "support/Readers.h"
 
-#include <algorithm>
+#include <tuple>
 
 namespace {
 
@@ -18,12 +18,8 @@ TEST_F(FilesetTest, CommandLines) {
   fs::create_directories(temp / "empty");
   temp.Write("damaged/DICOMDIR", temp.Read("set/DICOMDIR").substr(0, 150));
   temp.Write("standard/DICOMDIR", temp.Read("set/DICOMDIR")); // no VERSION beside it, and offsets of 0
-  struct Case {
-    char const* line;
-    int code;
-    char const* out; // a part of it
-    char const* err;
-  } const cases[] = {
+  std::tuple<char const*, int, char const*, char const*> const cases[] = {
+      // parts of what it prints
       {"", 2, "", "subcommand is required"},
       {"--version", 0, "fileset ", ""},
       {"--help", 0, "Example", ""},
@@ -81,12 +77,9 @@ TEST_F(FilesetTest, CommandLines) {
       {"--log . info set", 2, "", "can't be opened for the log"},
       {"--log no/log info set", 2, "", "fileset: --log: no: No such file"},
   };
-  for (Case const& c : cases) {
-    Result const result = Line(c.line);
-    EXPECT_EQ(result.code, c.code) << c.line;
-    EXPECT_NE(result.out.find(c.out), std::string::npos) << c.line << "\n" << result.out;
-    EXPECT_NE(result.err.find(c.err), std::string::npos) << c.line << "\n" << result.err;
-    EXPECT_EQ(result.err.empty(), *c.err == '\0' && c.code != 2) << c.line << "\n" << result.err;
+  for (auto const& [line, code, out, err] : cases) {
+    Result const result = Expect(line, code, out, err);
+    EXPECT_EQ(result.err.empty(), *err == '\0' && code != 2) << line << "\n" << result.err;
   }
   EXPECT_TRUE(fs::is_empty(temp / "empty")); // asking makes nothing
   for (char const* nothing : {"no", "new", "in/LOCKFILE"})
@@ -95,7 +88,7 @@ TEST_F(FilesetTest, CommandLines) {
 
 TEST_F(FilesetTest, MakesAFileSetOnlyWhereNothingElseStands) {
   ASSERT_EQ(Line("store medium in --standard").code, 0);
-  struct Case {
+  struct {
     std::string setup, options;
     char const* err; // empty: it is made
   } const cases[] = {
@@ -112,7 +105,7 @@ TEST_F(FilesetTest, MakesAFileSetOnlyWhereNothingElseStands) {
       {"cp -r medium/* new && rm new/DICOMDIR", "--init", "its DICOMDIR is gone"},
       {"cp -r medium/* new && rm new/DICOMDIR", "--init --standard", ""},
   };
-  for (Case const& c : cases) {
+  for (auto const& c : cases)
     for (std::string const command : {"store new in ", "cache store new in "}) {
       if (command[0] == 'c' && c.options.ends_with("standard")) continue;
       Result const result =
@@ -121,7 +114,6 @@ TEST_F(FilesetTest, MakesAFileSetOnlyWhereNothingElseStands) {
       EXPECT_NE(result.err.find(c.err), std::string::npos) << command << c.setup << result.err;
       EXPECT_EQ(RunTool("cd " + temp.Path() + " && find new | cmp - before").code, *c.err ? 0 : 1) << c.setup;
     }
-  }
 }
 
 // What doesn't fit ends neither the program nor, but for a full disk, the store.
@@ -167,20 +159,17 @@ TEST_F(FilesetTest, RefusesEachBadFileInALineOfItsOwn) {
   EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 9) << result.err;
   EXPECT_EQ(Run({"store", "set", "bad/c.dcm", "--accept-mismatch"}).code, 0);
   // a disc holds other things too; what is named or damaged, and a store of nothing, are failures all the same
-  struct Case {
-    char const *what, *out;
-    int code;
-  } const cases[] = {{"disc", "1 stored, 0 refused, 2 skipped", 0},
-                     {"bad/DICOMDIR disc", "1 stored, 1 refused, 2 skipped", 1},
-                     {"bad", "1 stored, 4 refused, 3 skipped", 1},
-                     {"nothing", "0 stored, 0 refused, 1 skipped", 1}};
+  std::tuple<std::string, std::string, int> const cases[] = {{"disc", "1 stored, 0 refused, 2 skipped", 0},
+                                                             {"bad/DICOMDIR disc", "1 stored, 1 refused, 2 skipped", 1},
+                                                             {"bad", "1 stored, 4 refused, 3 skipped", 1},
+                                                             {"nothing", "0 stored, 0 refused, 1 skipped", 1}};
   std::string const setup = "mkdir -p disc nothing && echo no >nothing/readme && cp nothing/readme bad/DICOMDIR "
                             "bad/e.dcm disc && rm -f bad/f && ";
   for (std::string const command : {"store set ", "cache store set "})
-    for (Case const& c : cases) {
-      Result const told = Line(command + c.what, setup);
-      EXPECT_EQ(told.code, c.code) << command << c.what << told.err;
-      EXPECT_EQ(told.out.substr(0, std::strlen(c.out)), c.out) << command << c.what << told.err;
+    for (auto const& [what, out, code] : cases) {
+      Result const told = Line(command + what, setup);
+      EXPECT_EQ(told.code, code) << command << what << told.err;
+      EXPECT_EQ(told.out.substr(0, out.size()), out) << command << what << told.err;
     }
 }
 
@@ -240,21 +229,19 @@ TEST_F(FilesetTest, FetchesWhatWasStored) {
   constexpr Dicom_Tag kPixels(0x7FE0, std::uint16_t(0x0010));
   json const fetched = RunJson({"fetch", "set", "--study", first_study, "--out", "out/deep", "--decompress"});
   EXPECT_EQ(fetched["fetched"], 4);
-  std::string const uid = Phantom::InstanceUid(Small(Phantom::Kind::CT)).GetText();
+  std::string const uid = ImageOf(Small(Phantom::Kind::CT));
   auto const copy = ReadObject(temp / "out/deep/" + uid + ".dcm"), original = Phantom::Make(Small(Phantom::Kind::CT));
   EXPECT_TRUE(*copy->Get(kPixels) == *original->Get(kPixels));
   // as stored: the bytes of the file-set's own file
   std::string const path = PathOf("image", "SOPInstanceUID=" + uid);
   std::string id = path.substr(sizeof "set");
   std::replace(id.begin(), id.end(), '/', '\\');
-  EXPECT_EQ(Run({"fetch", "set", "--image", uid, "--out", "out"}).code, 0);
+  Expect("fetch set --out out --image " + uid, 0);
   EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), temp.Read(path));
   temp.Write("out/" + uid + ".dcm", "mine");
-  Result const refused = Run({"fetch", "set", "--file-id", id, "--out", "out"});
-  EXPECT_EQ(refused.code, 1);
-  EXPECT_EQ(refused.err, "fileset: out/" + uid + ".dcm: File exists\n");
+  EXPECT_EQ(Expect("fetch set --out out --file-id " + id, 1).err, "fileset: out/" + uid + ".dcm: File exists\n");
   EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), "mine");
-  EXPECT_EQ(Run({"fetch", "set", "--file-id", id, "--out", "out", "--force"}).code, 0);
+  Expect("fetch set --out out --force --file-id " + id, 0);
   EXPECT_EQ(temp.Read("out/" + uid + ".dcm"), temp.Read(path));
   // no temporary file stays: `deep` and the copy
   EXPECT_EQ(std::distance(fs::directory_iterator(temp / "out"), {}), 2);
@@ -263,9 +250,9 @@ TEST_F(FilesetTest, FetchesWhatWasStored) {
 TEST_F(FilesetTest, FetchKeepsHostileNamesInTheFolder) {
   for (char const* name : {"../../../escaped", ".hidden", "a/b"}) {
     WriteChanged("hostile.dcm", [name](IOD_Msg& msg) { msg.SetSOPInstanceUID(Dicom_UI(name)); });
-    ASSERT_EQ(Run({"store", "hostile", "hostile.dcm"}).code, 0);
+    Expect("store hostile hostile.dcm", 0);
   }
-  EXPECT_EQ(Run({"fetch", "hostile", "--all", "--out", "out"}).code, 0);
+  Expect("fetch hostile --all --out out", 0);
   std::set<std::string> found;
   for (auto const& entry : fs::directory_iterator(temp / "out"))
     found.insert(entry.path().filename());
@@ -276,11 +263,11 @@ TEST_F(FilesetTest, MovesFilesAsTheyAre) {
   Phantom::Object const object = Small(Phantom::Kind::CT);
   std::string const source = "in/" + Phantom::FileName(object), bytes = temp.Read(source);
   fs::create_symlink(temp / source, temp / "link");
-  EXPECT_EQ(Run({"store", "moved", "link", "--move"}).code, 1);
-  EXPECT_EQ(Run({"store", "moved", source, "--move", "--durable"}).code, 0);
+  Expect("store moved link --move", 1);
+  Expect("store moved --move --durable " + source, 0);
   EXPECT_FALSE(fs::exists(temp / source));
-  EXPECT_EQ(Run({"fetch", "moved", "--all", "--out", "out"}).code, 0);
-  EXPECT_EQ(temp.Read("out/" + Phantom::InstanceUid(object).GetText() + ".dcm"), bytes);
+  Expect("fetch moved --all --out out", 0);
+  EXPECT_EQ(temp.Read("out/" + ImageOf(object) + ".dcm"), bytes);
 }
 
 } // namespace

@@ -1,20 +1,21 @@
 // Drives the commands that maintain a file-set: what they refuse, change, find, remove, and leave alone.
+#include "support/FileSet.h"
 #include "support/Files.h"
-#include "support/Identifiers.h"
 #include "support/Kill.h"
 #include "support/ProgramFixture.h"
 #include "support/Readers.h"
 
 #include <Disk/Disk_Check.h>
 #include <Disk/Disk_RootDirectoryFile.h>
-#include <chrono>
 #include <csignal>
 #include <dicom/IOD_Image.h>
 #include <fcntl.h>
-#include <fstream>
 #include <future>
 #include <sys/file.h>
+
+#include <chrono>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -49,8 +50,8 @@ protected:
   }
 
   Dicom_UI const kNative{"1.2.840.10008.1.2.1"}, kJpegLs{"1.2.840.10008.1.2.4.80"};
-  std::string image = Phantom::InstanceUid(Small(Phantom::Kind::CT)).GetText();
-  std::string other = Phantom::InstanceUid(Small(Phantom::Kind::CT, 1, 1, 2)).GetText();
+  std::string image = ImageOf(Small(Phantom::Kind::CT));
+  std::string other = ImageOf(Small(Phantom::Kind::CT, 1, 1, 2));
   std::string patient = Phantom::PatientId(Small(Phantom::Kind::CT)).GetText();
 };
 
@@ -93,58 +94,54 @@ TEST_F(MaintenanceTest, WhatChoosesIsWhole) {
 TEST_F(MaintenanceTest, ProtectedStudiesStay) {
   ExpectFailure("protect set --study 1.2.3 " + first_study, 1, "1.2.3: no such study in the file-set\n");
   ExpectFailure("delete set --study " + first_study, 1, "study " + first_study + ": protected");
-  EXPECT_EQ(Line("complete set --study " + first_study).code, 0);
-  EXPECT_EQ(RunJson({"query", "set", "--key", "StudyLoadCompleted=Y", "--key", "ProtectionFlag=Y"}).size(), 1u);
-  EXPECT_EQ(Line("unprotect set --study " + first_study).code, 0);
-  Result const dry = Line("delete set --dry-run --study 1.2.3 " + first_study);
-  EXPECT_EQ(dry.out, "would delete study " + first_study + ", 4 images\n");
-  EXPECT_EQ(dry.err, "fileset: 1.2.3: no such study in the file-set\n");
-  EXPECT_EQ(Line("delete set --image " + image).out, "1 image deleted, 0 failed\n");
-  EXPECT_EQ(Line("delete set --study " + first_study).out, "3 images deleted, 0 failed\n");
+  Expect("complete set --study " + first_study, 0);
+  Expect("query set --key StudyLoadCompleted=Y --key ProtectionFlag=Y", 0, "\n1 study\n");
+  Expect("unprotect set --study " + first_study, 0);
+  Expect("delete set --dry-run --study 1.2.3 " + first_study, 1, "would delete study " + first_study + ", 4 images\n",
+         "fileset: 1.2.3: no such study in the file-set\n");
+  Expect("delete set --image " + image, 0, "1 image deleted, 0 failed\n");
+  Expect("delete set --study " + first_study, 0, "3 images deleted, 0 failed\n");
   WriteChanged("in/cine", [this](IOD_Msg& object) {
     object.SetImageType(IOD_Image::DERIVED | IOD_Image::SECONDARY | IOD_Image::ITINERARY | IOD_Image::CINE);
     object.SetInputFileName(Dicom_ST(temp.Write("cine", "x")));
   });
   for (std::string const command : {"", "cache "}) {
-    EXPECT_EQ(Line(command + "store set in/cine").code | Line(command + "delete set --study " + first_study).code, 0);
+    Expect(command + "store set in/cine", 0);
+    Expect(command + "delete set --study " + first_study, 0);
     EXPECT_TRUE(fs::exists(temp / "cine")) << "whoever made the object may name any file";
   }
 }
 
 // A delete is killed at each of its calls that write; then the program is told the same.
 TEST_F(MaintenanceTest, AKilledDeleteIsCompletedByTheSameCommand) {
-  using L = SCL_QueryRetrieveLevel;
   Phantom::Object const ct[] = {Small(Phantom::Kind::CT), Small(Phantom::Kind::CT, 1, 1, 2),
                                 Small(Phantom::Kind::CT, 1, 1, 3)};
   Phantom::Object const sr = Small(Phantom::Kind::SR, 1, 2);
-  struct Case {
-    L::Value level;
+  struct {
+    QueryLevel level;
     std::vector<Phantom::Object> objects;
     bool names_study;
     std::size_t left; // of 8 objects
-  } const cases[] = {{L::IMAGE, {ct[1]}, false, 7},  {L::IMAGE, {ct[0], ct[1], ct[2]}, false, 5},
-                     {L::IMAGE, {sr}, true, 7},      {L::IMAGE, {ct[0], ct[1], ct[2], sr}, false, 4},
-                     {L::SERIES, {ct[0]}, false, 5}, {L::SERIES, {sr}, true, 7},
-                     {L::STUDY, {}, true, 4}};
+  } const cases[] = {{IMAGE, {ct[1]}, false, 7},  {IMAGE, {ct[0], ct[1], ct[2]}, false, 5},
+                     {IMAGE, {sr}, true, 7},      {IMAGE, {ct[0], ct[1], ct[2], sr}, false, 4},
+                     {SERIES, {ct[0]}, false, 5}, {SERIES, {sr}, true, 7},
+                     {STUDY, {}, true, 4}};
   TempDirectory const fast(true);
   std::string const set = fast / "copy";
   auto const has = [&set](std::size_t objects) {
     Disk_CheckResult result;
-    return Disk_Check(set.c_str(), {}, {}, &result) == 0 && result.n_findings == 0 && result.instances == objects;
+    return CheckSet(set, 0, false, &result) == 0 && result.n_findings == 0 && result.instances == objects;
   };
-  for (Case const& c : cases) {
+  for (auto const& c : cases) {
     std::string line = "delete " + set + (c.names_study ? " --study " + first_study : "");
-    if (c.level != L::STUDY) line += c.level == L::IMAGE ? " --image" : " --series";
+    if (c.level != STUDY) line += c.level == IMAGE ? " --image" : " --series";
     for (Phantom::Object const& object : c.objects)
-      line += " " + (c.level == L::IMAGE ? Phantom::InstanceUid(object) : Phantom::SeriesUid(object)).GetText();
+      line += " " + (c.level == IMAGE ? Phantom::InstanceUid(object) : Phantom::SeriesUid(object)).GetText();
     auto const remove = [&] {
-      int status = 0;
-      Disk_RootDirectoryFile root(set.c_str(), Disk_StoreParams(), 0, &status, nullptr);
-      root.SetSupportPar({0, 1, 0});
-      MXL_SubOperationsReport told;
-      SCL_ResponseStatus response;
+      auto const root = OpenSet(set, 0);
+      root->SetSupportPar({0, 1, 0});
       for (Phantom::Object const& object : c.objects.empty() ? std::vector{sr} : c.objects)
-        (void)root.Delete(Named(c.level, object), 1, &told, response);
+        DeleteObjects(*root, Named(c.level, object));
       return 0;
     };
     Copy(temp / "set", set);
@@ -170,9 +167,9 @@ TEST_F(MaintenanceTest, CorrectionIsCompletedAfterAnObjectIsPutRight) {
   std::string const path = FirstImage(), bytes = temp.Read(path);
   temp.Write(path, bytes.substr(0, 200));
   ExpectFailure(correct, 1, patient + ": " + path + ": ");
-  EXPECT_EQ(RunJson({"query", "set", "--key", "PatientID=NEW"}).size(), 0u);
+  Expect("query set --key PatientID=NEW", 0, "\n0 studies\n");
   temp.Write(path, bytes);
-  EXPECT_EQ(Line(correct).code, 0);
+  Expect(correct, 0);
   json const rows = RunJson({"query", "set", "--key", "PatientID=NEW", "--key", "PatientName"});
   EXPECT_EQ(rows.at(0).at("00100010").at("Value").at(0).at("Alphabetic"), "Müller^Жанна");
   ASSERT_EQ(Fetched(), 8u);
@@ -190,7 +187,7 @@ TEST_F(MaintenanceTest, CorrectionIsCompletedAfterAnObjectIsPutRight) {
 TEST_F(MaintenanceTest, InterruptionsEndAtASafePoint) {
   Copy(temp / "set", temp / "whole");
   std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // no study is of this second
-  struct Case {
+  struct {
     std::string line;
     int lock; // that is held; who reads takes a shared one
     std::string told;
@@ -204,15 +201,14 @@ TEST_F(MaintenanceTest, InterruptionsEndAtASafePoint) {
       {"auto-delete set --free-mb 2147483647 --min-age-days 0", LOCK_SH, "set: interrupted", 1, 1},
       {"cache clean set --all --yes", LOCK_SH, "set: interrupted", 1, 0},
   };
-  for (Case const& c : cases) {
+  for (auto const& c : cases) {
     Copy(temp / "whole", temp / "set");
     Result const result = Interrupted(c.line, c.lock);
     EXPECT_EQ(result.code, 1) << c.line;
     EXPECT_NE(result.err.find("fileset: " + c.told), std::string::npos) << c.line << "\n" << result.err;
     EXPECT_EQ(RunJson({"query", "set"}).size(), c.studies) << c.line;
-    EXPECT_EQ(Line("check set --deep").code, 0);
-    Result const again = Line(c.line);
-    EXPECT_EQ(again.code, c.again) << c.line << "\n" << again.err;
+    Expect("check set --deep", 0);
+    Expect(c.line, c.again);
     EXPECT_EQ(RunJson({"query", "set"}).size(), c.studies / 2 * 2) << c.line;
   }
 }
@@ -234,7 +230,7 @@ TEST_F(MaintenanceTest, WhatCantBeRemovedIsTold) {
 }
 
 TEST_F(MaintenanceTest, ScanRemovesWhatNoRecordNamesAndNothingElse) {
-  EXPECT_EQ(Line("scan set").code, 0);
+  Expect("scan set", 0);
   std::string const series = fs::path(FirstImage()).parent_path();
   std::string const lost = "set/SLOST000", left = series + "/I9000000.tmp", documents = "set/Documents";
   // what no file-set has made: by its name, by what it holds, a link
@@ -246,15 +242,14 @@ TEST_F(MaintenanceTest, ScanRemovesWhatNoRecordNamesAndNothingElse) {
     temp.Write(file, "mine");
   for (std::string const& link : {foreign[3] + "/S2000000", foreign[4]})
     fs::create_directory_symlink(temp / documents, temp / link);
-  std::string const listed = Line("scan set").out, kept = "; stays, as it is or holds nothing that a file-set makes)\n";
-  EXPECT_NE(listed.find(lost + " (folder, 5 in it, 1 KB)\n"), listed.npos) << listed;
+  std::string const listed = Expect("scan set", 1, lost + " (folder, 5 in it, 1 KB)\n").out;
+  std::string const kept = "; stays, as it is or holds nothing that a file-set makes)\n";
   EXPECT_NE(listed.find(left + " (file, 1 KB)\n"), listed.npos) << listed;
   for (std::string const& path : foreign)
     EXPECT_NE(listed.find(kept, listed.find(path + " (")), listed.npos) << path << "\n" << listed;
-  EXPECT_EQ(Line("scan set --remove").code, 2);
+  Expect("scan set --remove", 2);
   EXPECT_TRUE(fs::exists(temp / lost));
-  Result const removed = Line("scan set --remove --yes");
-  EXPECT_NE(removed.out.find("\n0 adopted, 2 removed, 6 left, 0 failed\n"), std::string::npos) << removed.out;
+  Expect("scan set --remove --yes", 1, "\n0 adopted, 2 removed, 6 left, 0 failed\n");
   EXPECT_FALSE(fs::exists(temp / lost) || fs::exists(temp / left));
   EXPECT_EQ(temp.Read(documents + "/LOCKFILE"), "mine");
   EXPECT_EQ(Fetched(), 8u);
@@ -270,13 +265,9 @@ TEST_F(MaintenanceTest, ScanRemovesNothingItCantBeSureOf) {
   std::string const deep = temp / "set/other/study/series/object";
   fs::create_directories(fs::path(deep).parent_path());
   ASSERT_EQ(Phantom::Write(Small(Phantom::Kind::CT, 3), deep), 0);
-  int status = 0;
-  Disk_RootDirectoryFile root((temp / "set").c_str(), Disk_StoreParams(), 0, &status, nullptr);
-  auto const msg = Phantom::Make(Small(Phantom::Kind::CT, 3));
-  ASSERT_EQ(root.Store({.msg = msg.get(), .in_place = 1, .existing_file = deep.c_str()}), 0);
-  Result const kept = Line("scan set --remove --yes");
-  EXPECT_EQ(kept.code, 1);
-  EXPECT_NE(kept.out.find("stays, as it is or holds what a record names"), std::string::npos) << kept.out;
+  auto const root = OpenSet(temp / "set", 0);
+  ASSERT_EQ(StoreInPlace(*root, Phantom::Make(Small(Phantom::Kind::CT, 3)).get(), deep), 0);
+  Expect("scan set --remove --yes", 1, "stays, as it is or holds what a record names");
   EXPECT_EQ(Fetched(), 9u);
   // a study behind a link
   std::string const study = PathOf("study", "StudyInstanceUID=" + first_study);
@@ -296,12 +287,12 @@ TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   // a study whose record is lost, and an image of another
   std::string const lost = PathOf("study", "StudyInstanceUID=" + first_study);
   Copy(temp / lost, temp / "lost");
-  ASSERT_EQ(Line("delete set --study " + first_study).code, 0);
+  Expect("delete set --study " + first_study, 0);
   fs::rename(temp / "lost", temp / "set/SAAA0000");
-  std::string const uid = Phantom::InstanceUid(Small(Phantom::Kind::CT, 2, 1, 2)).GetText();
+  std::string const uid = ImageOf(Small(Phantom::Kind::CT, 2, 1, 2));
   std::string const path = PathOf("image", "SOPInstanceUID=" + uid), bytes = temp.Read(path);
   std::string const series = fs::path(path).parent_path();
-  ASSERT_EQ(Line("delete set --image " + uid).code, 0);
+  Expect("delete set --image " + uid, 0);
   for (char const* name : {"/IA000000", "/IB000000", "/IC000000.tmp"}) // B is known by then
     temp.Write(series + name, bytes);
   temp.Write(series + "/ID000000", bytes.substr(0, bytes.size() - 10));
@@ -310,15 +301,13 @@ TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   });
   temp.Write(series + "/F", "");
   fs::resize_file(temp / (series + "/F"), std::uintmax_t(5) << 30); // too much to be read
-  std::string const renamed = Phantom::InstanceUid(Small(Phantom::Kind::CT, 2, 1, 3)).GetText();
+  std::string const renamed = ImageOf(Small(Phantom::Kind::CT, 2, 1, 3));
   fs::rename(temp / PathOf("image", "SOPInstanceUID=" + renamed), temp / (series + "/G"));
-  Result const result = Line("scan set --adopt");
-  EXPECT_EQ(result.code, 1);
-  EXPECT_NE(result.err.find("fileset: " + series + "/E: can't be adopted: "), std::string::npos) << result.err;
+  Result const result = Expect("scan set --adopt", 1, "6 adopted, 0 removed, 6 left, 2 failed\n",
+                               "fileset: " + series + "/E: can't be adopted: ");
   EXPECT_NE(result.err.find("fileset: " + series + "/F: can't be read: "), std::string::npos) << result.err;
   EXPECT_NE(result.out.find(series + "/IB000000: an object that the file-set has already\n"), std::string::npos);
-  EXPECT_NE(result.out.find("6 adopted, 0 removed, 6 left, 2 failed\n"), std::string::npos) << result.out;
-  EXPECT_EQ(Line("scan set --adopt --remove --yes").code, 1); // E and F stay: nobody else has them
+  Expect("scan set --adopt --remove --yes", 1); // E and F stay: nobody else has them
   std::string const left = Line("scan set").out;
   EXPECT_TRUE(left.starts_with(series + "/E (file") && left.ends_with(")\n2 that no record names\n")) << left;
   EXPECT_EQ(Fetched(), 8u);
@@ -329,28 +318,24 @@ TEST_F(MaintenanceTest, ScanAdoptsObjectsWithoutRecords) {
   ExpectFailure("store set in", 1, "in/pt0002/st001/se001/im00001.dcm" + gone);
   ExpectFailure("correct set --patient PH1-00002 --issuer PHANTOM --set PatientName=New", 1, "PH1-00002" + gone);
   EXPECT_FALSE(fs::exists(temp / (series + "/DIRFILE")));
-  EXPECT_EQ(Line("scan set --adopt").code, 0);
-  EXPECT_EQ(Line("store set in").code, 0);
-  EXPECT_TRUE(Line("query set --level image").out.ends_with("\n8 images\n"));
+  Expect("scan set --adopt", 0);
+  Expect("store set in", 0);
+  Expect("query set --level image", 0, "\n8 images\n");
 }
 
 TEST_F(MaintenanceTest, AutoDeleteTakesTheLeastRecentlyUpdatedFirst) {
   auto const pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1100)); }; // dates have seconds
   pause();
-  ASSERT_EQ(Line("store set in/" + Phantom::FileName(Small(Phantom::Kind::CT))).code, 0);
+  Expect("store set in/" + Phantom::FileName(Small(Phantom::Kind::CT)), 0);
   pause();
-  std::string const second_study = Phantom::StudyUid(Small(Phantom::Kind::CT, 2)).GetText();
+  std::string const second_study = StudyOf(Small(Phantom::Kind::CT, 2));
   std::string const command = "auto-delete set --free-mb 2147483647 --min-age-days 0";
-  std::string const dry = Line(command + " --dry-run").out;
+  std::string const dry = Expect(command + " --dry-run", 1, "\n2 studies would go; ").out;
   EXPECT_LT(dry.find("would delete study " + second_study), dry.find("would delete study " + first_study)) << dry;
-  EXPECT_NE(dry.find("\n2 studies would go; "), std::string::npos) << dry;
-  ASSERT_EQ(Line("protect set --study " + second_study).code, 0);
-  Result const result = Line(command);
-  EXPECT_EQ(result.code, 1);
-  EXPECT_EQ(result.out.substr(0, 16), "1 study deleted;");
-  EXPECT_NE(result.err.find(": 1 study protected\n"), std::string::npos) << result.err;
+  Expect("protect set --study " + second_study, 0);
+  Expect(command, 1, "1 study deleted;", ": 1 study protected\n");
   EXPECT_EQ(Fetched(), 4u);
-  EXPECT_EQ(Line("auto-delete set --free-mb 0 --min-age-days 0").code, 0);
+  Expect("auto-delete set --free-mb 0 --min-age-days 0", 0);
 }
 
 TEST_F(MaintenanceTest, ExportsWhatIsThere) {
@@ -372,19 +357,16 @@ TEST_F(MaintenanceTest, ExportsWhatIsThere) {
     json const rows =
         RunJson({"query", set, "--level", "image", "--key", "SOPInstanceUID=" + other, "--key", "0004,1512"});
     EXPECT_EQ(rows.at(0).at("00041512").at("Value").at(0), record.GetText()) << set;
-    EXPECT_EQ(Line(std::string("fetch ") + set + " --force --out one --image " + other).code, 0);
+    Expect(std::string("fetch ") + set + " --force --out one --image " + other, 0);
     EXPECT_EQ(ReadObject(temp / ("one/" + other + ".dcm"))->GetEncapsulatedSyntax(), file) << set;
   }
-  EXPECT_EQ(Line(command + "folder --force").out.substr(0, 10), "3 exported");
+  Expect(command + "folder --force", 1, "3 exported");
   // what is damaged elsewhere is told, and keeps nothing from being found and copied
-  std::string const sound = Phantom::SeriesUid(Small(Phantom::Kind::CT, 2)).GetText();
+  std::string const sound = SeriesOf(Small(Phantom::Kind::CT, 2));
   std::string const study = PathOf("study", "StudyInstanceUID=" + first_study) + "/DIRFILE";
   temp.Write(study, temp.Read(study).substr(0, 400));
-  Result const part = Line("export set --out part --series " + sound);
-  EXPECT_EQ(part.code, 1);
-  EXPECT_EQ(part.out.substr(0, 10), "3 exported") << part.err;
-  ExpectFailure("query set --level image", 1, "study " + first_study + ": " + study);
-  EXPECT_NE(temp.Read("stdout").find("\n4 images\n"), std::string::npos);
+  Expect("export set --out part --series " + sound, 1, "3 exported");
+  Expect("query set --level image", 1, "\n4 images\n", "fileset: study " + first_study + ": " + study);
   ExpectFailure("export set --out none --study " + first_study, 1, "set: ");
   ExpectMedium(temp / "native", UidsBelow(temp / "in"));
   if (!HasReaders()) GTEST_SKIP() << "dcmdump (dcmtk) and gdcmdump (libgdcm-tools) aren't installed";
@@ -397,47 +379,43 @@ TEST_F(MaintenanceTest, ExportsWhatIsThere) {
 TEST_F(MaintenanceTest, CheckTellsWhatIsWrongAndWhere) {
   EXPECT_EQ(Line("check set --deep").out,
             "2 patients, 2 studies, 4 series, 8 images, 8 objects read, 6 decoded: sound\n");
-  ASSERT_EQ(Line("export set --out standard --standard --study " + first_study).code, 0);
-  EXPECT_EQ(Line("check standard").code, 0);
+  Expect("export set --out standard --standard --study " + first_study, 0);
+  Expect("check standard", 0);
   ExpectFailure("protect standard --study 1", 1, "standard: a file-set of the standard structure");
   std::string const path = FirstImage();
   fs::remove(temp / path);
-  Result const result = Line("check set");
-  EXPECT_EQ(result.code, 1);
-  EXPECT_TRUE(result.out.starts_with(path +
-                                     ": object-missing: the object's file doesn't exist (left by an interrupted"
-                                     " delete, or damage)\n    patient " +
-                                     patient + "\n    study " + first_study + "\n"))
-      << result.out;
+  Result const result =
+      Expect("check set", 1,
+             path +
+                 ": object-missing: the object's file doesn't exist (left by an interrupted delete, or damage)\n"
+                 "    patient " +
+                 patient + "\n    study " + first_study + "\n");
   EXPECT_NE(result.out.find("    instance " + image + "\n"), std::string::npos);
   // the structure of one that can't be read is told from what is beside it
   for (char const* set : {"set", "standard"}) {
     fs::resize_file(temp / (std::string(set) + "/DICOMDIR"), 100);
-    Result const cut = Run({"check", set, "--json"});
-    EXPECT_EQ(cut.code, 1);
-    EXPECT_NE(cut.out.find("\"directory-file-unreadable\""), std::string::npos) << cut.out;
+    Expect(std::string("check --json ") + set, 1, "\"directory-file-unreadable\"");
   }
 }
 
 TEST_F(MaintenanceTest, ACacheTellsWhoGoesAndLetsThemGo) {
   temp.Write("cache.yaml", "push: {max_cached_studies: 5, modality_image_size: {ct: 2000000}}\n");
-  auto const cache = [this](std::string const& line) { return Line("--config cache.yaml cache " + line); };
-  ASSERT_EQ(cache("store kept in --now 2026-01-01").code, 0);
-  EXPECT_EQ(cache("fetch kept --study " + first_study + " --out out --now 2026-01-02").code, 0);
-  std::string const status = cache("status kept --now 2026-03-01").out;
-  EXPECT_NE(status.find("]  40 %  2 of 5\n"), std::string::npos) << status;
+  auto const cache = [this](std::string const& line, int code, std::string const& out = "") {
+    return Expect("--config cache.yaml cache " + line, code, out);
+  };
+  cache("store kept in --now 2026-01-01", 0);
+  cache("fetch kept --study " + first_study + " --out out --now 2026-01-02", 0);
+  cache("status kept --now 2026-03-01", 0, "]  40 %  2 of 5\n");
   std::string const uid = first_study, expected = "study " + uid + ", grade ";
-  for (auto const& [how, goes] : {std::pair("--studies 1", true), {"--for-study 3 CT", true}, {"--mb 4000", false}}) {
-    std::string const dry = cache(std::string("clean kept --dry-run --now 2026-03-01 ") + how).out;
-    EXPECT_TRUE(dry.starts_with(goes ? "would delete " + expected : "0 studies would go")) << how << dry;
-  }
-  Result const clean = cache("clean kept --studies 2 --now 2026-03-01");
-  EXPECT_EQ(clean.code, 1); // the other was never read, and stays
-  EXPECT_TRUE(clean.out.starts_with("deleted " + expected)) << clean.out;
-  EXPECT_NE(clean.err.find("not as much as was wanted"), std::string::npos);
-  EXPECT_EQ(cache("clean kept --dry-run --studies 2").code, 1);
-  EXPECT_EQ(cache("clean kept --all --yes").out.substr(0, 8), "deleted ");
-  EXPECT_NE(cache("status kept").out.find("  0 of 5\n"), std::string::npos);
+  for (auto const& [how, code, told] : {std::tuple("--studies 1", 0, "would delete " + expected),
+                                        {"--for-study 3 CT", 1, "would delete " + expected},
+                                        {"--mb 4000", 0, "0 studies would go"}})
+    cache(std::string("clean kept --dry-run --now 2026-03-01 ") + how, code, told);
+  Result const clean = cache("clean kept --studies 2 --now 2026-03-01", 1, "deleted " + expected);
+  EXPECT_NE(clean.err.find("not as much as was wanted"), std::string::npos) << "the other was never read, and stays";
+  cache("clean kept --dry-run --studies 2", 1);
+  cache("clean kept --all --yes", 0, "deleted ");
+  cache("status kept", 0, "  0 of 5\n");
 }
 
 // What is told as stored is there, whatever had to make room.
@@ -447,7 +425,7 @@ TEST_F(MaintenanceTest, ACacheTellsWhatItGaveUpAgain) {
   temp.Write("cache.yaml", "push: {max_repository_size_mb: 5, max_repository_hd_percentage: 100}\n");
   Result const result = Line("--config cache.yaml cache store kept large --json");
   EXPECT_EQ(result.code, 1);
-  std::string const gone = Phantom::StudyUid(Small(Phantom::Kind::CT, 12)).GetText();
+  std::string const gone = StudyOf(Small(Phantom::Kind::CT, 12));
   json const told = json::parse(result.out, nullptr, false);
   EXPECT_EQ(told["given_up"], json({gone}));
   EXPECT_NE(result.err.find("study " + gone + ": 1 of the objects just stored had to go again"), std::string::npos);

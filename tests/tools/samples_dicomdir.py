@@ -10,17 +10,75 @@ import hashlib
 import json
 import os
 import pathlib
+import re
 import shutil
 import sys
 import tempfile
 
-from dicomdir_walk import instances, walk
 from samples_roundtrip import run
 
 # Damaged: what is refused, and what takes a new patient although a part of it can't be read.
 REFUSED = ("DICOMDIR-empty.dcm", "DICOMDIR-nopatient") # no offset of a first record, and one that leads to no patient
 TAKEN = {"DICOMDIR-nooffset": [6, 13, 30, 30]} # one of 31 image records is cut
 LINKS = ("00041200", "00041202", "00041220", "00041400", "00041420", "00201206", "00201208", "00201209")
+
+class Record:
+    def __init__(self, kind):
+        self.kind, self.place, self.values, self.children = kind, None, {}, []
+
+    def number(self, tag):
+        return int(self.values.get(tag) or 0)
+
+def records_of(path):
+    """The records by their places, and the offset of the first."""
+    shown = run("dcmdump", "-q", "+L", "+U8", path)
+    if shown.returncode != 0 or shown.stderr:
+        raise ValueError(f"dcmdump: {shown.stderr[:200]}")
+    first, records, current = 0, {}, None
+    for line in shown.stdout.splitlines():
+        item = re.match(r'  \(fffe,e000\) na "Directory Record" (.*) #=', line)
+        place = re.match(r"  #  offset=\$(\d+)", line)
+        element = re.match(r"(    )?\((\w{4},\w{4})\) \S\S (.*?) +#\s+\d+,", line)
+        if item:
+            current = Record(item.group(1))
+        elif place:
+            current.place = int(place.group(1))
+            records[current.place] = current
+        elif element:
+            value = re.sub(r"^[\[=]?(.*?)\]?$", r"\1", element.group(3)).strip("\0 ")
+            if element.group(1) and current:
+                current.values[element.group(2)] = "" if value.startswith("(no value") else value
+            elif element.group(2) == "0004,1200":
+                first = int(value)
+    return first, records
+
+def walk(path):
+    """The patients, with what is below them, along the offsets, as dcmdump tells of them; records that aren't in use are left
+    out. ValueError tells a fault."""
+    first, records = records_of(path)
+    reached = set()
+
+    def chain(place):
+        found = []
+        while place:
+            if place not in records or place in reached:
+                raise ValueError(f"a link leads to {place}")
+            reached.add(place)
+            record = records[place]
+            record.children = chain(record.number("0004,1420"))
+            if record.number("0004,1410") != 0:
+                found.append(record)
+            place = record.number("0004,1400")
+        return found
+
+    patients = chain(first)
+    if len(reached) != len(records):
+        raise ValueError(f"{len(records) - len(reached)} records are reached by no link")
+    return patients
+
+def instances(patients):
+    return [image for patient in patients for study in patient.children for series in study.children
+            for image in series.children]
 
 def digest(folder):
     return {str(path.relative_to(folder)): hashlib.sha256(path.read_bytes()).hexdigest()
@@ -48,12 +106,12 @@ def check_reading(binary, folder, name, failures):
     expected = [len(studies), sum(len(study.children) for study in studies), len(instances(patients))]
     if counts != expected:
         failures.append(f"{name}: {counts} are told, {expected} are there")
-    there = sum(os.path.isfile(path_of(folder, image)) for image in instances(patients))
+    there = sum(is_there(folder, image) for image in instances(patients))
     if objects != there:
         failures.append(f"{name}: {objects} objects fetched, {there} are there: {fetched.stderr[:200]}")
 
-def path_of(folder, image):
-    return os.path.join(folder, *image.values["0004,1500"].split("\\"))
+def is_there(folder, image):
+    return os.path.isfile(os.path.join(folder, *image.values["0004,1500"].split("\\")))
 
 def new_object(binary, work, number, values):
     """A phantom object with some of its values replaced."""
@@ -97,7 +155,7 @@ def check_appending(binary, folder, name, failures):
     if uids != old_uids | new_uids:
         failures.append(f"{name}: {len(uids)} objects after appending, {len(old_uids | new_uids)} wanted")
     for image in instances(after):
-        if image.values.get("0004,1511") in new_uids and not os.path.isfile(path_of(folder, image)):
+        if image.values.get("0004,1511") in new_uids and not is_there(folder, image):
             failures.append(f"{name}: a new object's file is missing")
     if run("gdcmdump", folder + "/DICOMDIR").returncode != 0:
         failures.append(f"{name}: gdcmdump can't read it")
