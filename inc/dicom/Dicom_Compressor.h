@@ -27,10 +27,10 @@ public:
   /// 0 when the object is compressed or was left alone (a log line of level 6 says why), -1 when the codec failed or
   /// `type` isn't one; the object is unchanged then.
   [[nodiscard]] int Compress(Dicom_Msg* msg, int type) const;
-  /// Brings encapsulated JPEG-LS pixels back, byte for byte what Compress was given. 0 also for native pixels; -1
-  /// when they are compressed by another codec, damaged, or don't have the size that the attributes tell; the
-  /// object is unchanged then, and `*failure`, which may be null, tells why. An icon that is compressed too is brought
-  /// back with them, or leaves the object when that fails.
+  /// Decodes encapsulated JPEG-LS pixels to the bytes that Compress was given, and a compressed icon with them. Returns
+  /// 0, also for native pixels. Returns -1 when another codec compressed them, when they are damaged, or when the
+  /// attributes tell another size; the object is unchanged then, and `*failure`, which may be null, tells why. An icon
+  /// that can't be decoded is removed.
   [[nodiscard]] int Decompress(Dicom_Msg* msg, Dicom_DecodingFailure* failure = nullptr) const;
   /// Decodes the pixels as Decompress does, a frame at a time, and keeps nothing. The same result; nothing is logged.
   [[nodiscard]] int TryDecompress(Dicom_Msg const& msg, Dicom_DecodingFailure* failure) const;

@@ -18,8 +18,8 @@ class Dicom_TransferSyntax;
 
 /// One element of a data set: tag, VR and value.
 ///
-/// An element that came from a file is a slice of the file's bytes, kept alive by its message; its value is made
-/// when somebody asks for it, and dumping it copies the bytes. A copy of an element stands alone: it owns its value.
+/// An element that came from a file is a slice of the file's bytes, which its message keeps alive. Its value is made
+/// when somebody asks for it, and a dump copies the bytes. A copy of an element stands alone: it owns its value.
 ///
 /// Any number of threads may read one element at once.
 class DISK_EXPORT Dicom_ME {

@@ -117,15 +117,13 @@ TEST(Dicom_CharacterSet, UnderstandsTermsInManySpellings) {
   std::pair<char const*, std::vector<std::string_view>> const cases[] = {
       {"", {"", " ", "\\", "FOO"}},
       {"ISO_IR 6", {"ISO_IR 6"}},
-      {"ISO_IR 13", {"ISO_IR 13"}},
       {"ISO_IR 100", {"ISO_IR 100 ", "ISO-IR 100", "ISO_IR_100", "ISO IR 100", "iso_ir 100", "ISO_IR 100\\ISO_IR 100"}},
       {"ISO 2022 IR 100\\ISO 2022 IR 144", {"ISO 2022-IR 100\\ISO_IR 144"}},
       {"\\ISO 2022 IR 87", {"\\ISO2022IR87", "FOO\\ISO_2022_IR 87\\BAR"}},
       {"ISO 2022 IR 6\\ISO 2022 IR 149", {"ISO_IR 6\\ISO 2022 IR 149"}},
       {"ISO 2022 IR 149", {"ISO_IR 149"}},
       {"ISO_IR 192", {"ISO_IR 192\0"sv, "UTF-8", "utf8", "\\ISO_IR 192"}},
-      {"GB18030", {"gb18030"}},
-      {"GBK", {"ISO 2022 GBK"}},
+      {"GBK", {"ISO 2022 GBK", "gbk"}},
   };
   for (auto const& [terms, values] : cases)
     for (std::string_view value : values) {

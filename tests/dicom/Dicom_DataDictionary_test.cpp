@@ -16,7 +16,6 @@ TEST(Dicom_DataDictionary, FindsVRAndKeyword) {
       {0x0028, 0x0106, Dicom_VR::xs, "SmallestImagePixelValue"},
       {0x0028, 0x3006, Dicom_VR::lt, "LUTData"},
       {0x7FE0, 0x0010, Dicom_VR::px, "PixelData"},
-      {0x0008, 0x0001, Dicom_VR::UL, "LengthToEnd"}, // retired
       {0x6000, 0x3000, Dicom_VR::ox, "OverlayData"},
       {0x60FE, 0x0010, Dicom_VR::US, "OverlayRows"},
       {0x6100, 0x0010, Dicom_VR::UN, nullptr}, // above the repeating group
@@ -26,8 +25,7 @@ TEST(Dicom_DataDictionary, FindsVRAndKeyword) {
       {0x0020, 0x3200, Dicom_VR::UN, nullptr},
       {0x0014, 0x3050, Dicom_VR::ox, "DarkCurrentCounts"}, // of another industry
       {0x0008, 0x0000, Dicom_VR::UL, nullptr},             // group length
-      {0x0029, 0x0000, Dicom_VR::UL, nullptr},
-      {0x0029, 0x000F, Dicom_VR::UN, nullptr}, // creators are 10 to FF
+      {0x0029, 0x000F, Dicom_VR::UN, nullptr},             // creators are 10 to FF
       {0x0029, 0x0010, Dicom_VR::LO, nullptr},
       {0x0029, 0x00FF, Dicom_VR::LO, nullptr},
       {0x0029, 0x1010, Dicom_VR::UN, nullptr},

@@ -4,8 +4,8 @@
 
 #include <dicom/Dicom_Msg.h>
 
-/// Encodes data sets: counts the bytes when it has no place to write to, and writes the same bytes when it has one, or
-/// gathers them in pieces, which refer to the messages that are written.
+/// Encodes data sets. With a place to write to it writes the bytes; without one it only counts them. It can also gather
+/// them as pieces, which refer to the messages' own bytes.
 ///
 /// Bytes that were read and not changed are copied as they are, whole messages at once where nothing about them
 /// differs from what is asked for. What is written anew has even lengths, sequences and items of defined length and

@@ -39,8 +39,8 @@ struct Dicom_RawElement {
 bool Dicom_ReadElement(char const* p, char const* end, Dicom_Encoding encoding, Dicom_RawElement* element,
                        Dicom_Extents const* extents = nullptr);
 
-/// Passes over elements before that of number `first`, as far as that takes no more than a look at their headers: where
-/// it ends, Dicom_ReadElement goes on.
+/// Skips elements with numbers below `first` by their headers alone. Returns where it stopped; Dicom_ReadElement goes
+/// on from there.
 char const* Dicom_SkipElements(char const* p, char const* end, Dicom_Encoding encoding, std::uint32_t first);
 
 struct Dicom_RawItem {

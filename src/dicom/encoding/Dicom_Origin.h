@@ -34,8 +34,8 @@ struct Dicom_Origin : std::enable_shared_from_this<Dicom_Origin> {
   /// The bytes are what this library would write: even lengths, ascending tags, no group lengths, no stray
   /// delimiters. Such bytes are copied whole.
   bool canonical = false;
-  /// The values of undefined length, in ascending order, as the check of the bytes found them: whoever took them
-  /// apart level by level would otherwise walk over them again at each level.
+  /// The values of undefined length, in ascending order, as the check found them. Without this list a reader would walk
+  /// over a nested value again at each level.
   std::shared_ptr<Dicom_Extents const> extents;
   /// Implicit VR: the Pixel Representation says that the pixel attributes are signed.
   bool signed_pixels = false;

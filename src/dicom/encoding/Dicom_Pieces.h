@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-/// Bytes that are about to be written: what was encoded for it, and in between long runs of bytes where they stand
-/// already, which nobody has to copy.
+/// Bytes that are about to be written, as a list of pieces. A piece holds what was encoded anew, or refers to a long
+/// run of bytes that stays where it is and isn't copied.
 class Dicom_Pieces {
 public:
   void Copy(void const* bytes, std::size_t length) {
