@@ -86,6 +86,7 @@ public:
 
 protected:
   bool IsDicomDirValid() const { return m_root != nullptr; }
+  static int not_open(); ///< notes that failure
   /// All studies, ungraded. 0 and a new array for the caller to delete[], unless there are none; or -1.
   int GetStudiesMetaData(Disk_StudyMetaData*& studies, int& count);
   void FindUserQuotaSize();

@@ -1,7 +1,8 @@
 #pragma once
 
-/// The codes that KlbGError holds after a failure with a meaning for the caller. A failed system call gives
-/// DISK_ERROR_SYSTEM plus its errno.
+/// The codes of failures. Those below 212000 stand in KlbGError as well, where they have a meaning for the caller. A
+/// failed system call gives DISK_ERROR_SYSTEM plus its errno. Disk_LastFailure (Disk_Failure.h) tells the code of every
+/// failure and its cause in words.
 enum Disk_Error {
   DISK_ERROR_SYSTEM = 210000,
   DISK_ERROR_MEMORY = 211001,
@@ -17,4 +18,13 @@ enum Disk_Error {
   DISK_ERROR_SERIES_NUMBER_MISMATCH = 211019,
   DISK_ERROR_RENAME = 211020,     ///< a temporary file can't be brought to its name
   DISK_ERROR_NEW_RECORD = 211023, ///< a new record can't be allocated on the store road
+
+  // Only in Disk_LastFailure: failures that set no code in KlbGError.
+  DISK_FAILURE_UNTOLD = 212000, ///< nothing is known but the text
+  DISK_FAILURE_NOT_FOUND,       ///< a study, series, image or patient isn't in the file-set
+  DISK_FAILURE_DAMAGED,         ///< a file of the file-set can't be understood
+  DISK_FAILURE_ARGUMENT,        ///< the identifier or the object lacks something, or can't be encoded
+  DISK_FAILURE_UNSUPPORTED,     ///< not in this structure, or not at this level
+  DISK_FAILURE_PROTECTED,       ///< a delete of a protected study
+  DISK_FAILURE_NO_ROOM,         ///< a cache can't make room, or a DICOMDIR is full
 };

@@ -8,11 +8,6 @@ namespace {
 constexpr Dicom_Tag kReferencedSopInstanceUid{0x0004, std::uint16_t(0x1511)};
 constexpr Dicom_Tag kLevel{0x0008, std::uint16_t(0x0052)};
 
-int Failed(char const* text) {
-  DISK_LOG_TEXT(3, text);
-  return -1;
-}
-
 /// An entry of a list that is made from the identifier alone.
 int FillImageEntry(SCL_MoveIdentifier& entry, SCL_QueryIdentifier const& identifier, Dicom_UI const& image) {
   if (Disk_Try("create_list: Error setting study instance uid.\n",
@@ -32,7 +27,8 @@ int ListImages(SCL_QueryIdentifier const& identifier, Dicom_Sequence& list) {
   DISK_LOG(7, "create_list(): IMAGE level.\n");
   Dicom_UI images = identifier.GetSOPInstanceUID();
   if (images == UI_NULL) images = identifier.Value<Dicom_UI>(kReferencedSopInstanceUid);
-  if (images == UI_NULL) return Failed("create_list(): Failed to create list - no SOPInstanceUID specified.\n");
+  if (images == UI_NULL)
+    return DISK_FAIL(DISK_FAILURE_ARGUMENT, "create_list(): Failed to create list - no SOPInstanceUID specified.\n");
   for (int i = 0; i < images.GetNValues(); ++i) {
     std::unique_ptr<SCL_MoveIdentifier> entry;
     if (Disk_Try("create_list: Error creating Move Identifier.\n", [&] {
@@ -65,7 +61,7 @@ int ListByQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel mode
         return images.SetSOPInstanceUID(UI_NULL) == -1 ? -1 : images.Set(kReferencedFileID, CS_NULL);
       }) == -1)
     return -1;
-  return root.Query(images, model, &list) == 0 ? 0 : Failed("create_list: DICOMDIR.Query() Failed.\n");
+  return root.Query(images, model, &list) == 0 ? 0 : DISK_FAIL("create_list: DICOMDIR.Query() Failed.\n");
 }
 
 } // namespace
@@ -75,7 +71,7 @@ int Disk_Access::OpenQuery(SCL_QueryIdentifier const& identifier, SCL_Informatio
     model_ = model;
     list_.reset();
     Dicom_Sequence* list = nullptr;
-    if (create_list(identifier, model, *root_, &list) == -1) return Failed("Query: Error creating result list.\n");
+    if (create_list(identifier, model, *root_, &list) == -1) return DISK_FAIL("Query: Error creating result list.\n");
     list_.reset(list);
     if (!HasMore()) DISK_LOG(7, "Query: Null or empty result list.\n");
     return 0;
@@ -100,7 +96,7 @@ int Disk_Access::create_list(SCL_QueryIdentifier const& identifier, SCL_Informat
     result = ListByQuery(identifier, model, level == SCL_QueryRetrieveLevel::STUDY, root, *made);
     break;
   default:
-    DISK_LOG(3, "create_list: Query/Retrieve level %d isn't supported.\n", int(level));
+    DISK_FAIL(DISK_FAILURE_ARGUMENT, "create_list: Query/Retrieve level %d isn't supported.\n", int(level));
   }
   if (result == 0) *list = made.release();
   return result;
@@ -121,7 +117,7 @@ int Disk_Access::FetchNext(IOD_Msg** object) {
     list_->Remove(0, 0);
     IOD_Msg* fetched = nullptr;
     if (root_->GetOne(SCL_MoveIdentifier(*entry), model_, &fetched, nullptr) == -1)
-      return Failed("FetchNext: Failed to fetch instance from DICOMDIR.\n");
+      return DISK_FAIL("FetchNext: Failed to fetch instance from DICOMDIR.\n");
     *object = fetched;
     return 0;
   });

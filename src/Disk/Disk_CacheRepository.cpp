@@ -181,31 +181,33 @@ long Disk_CacheRepository::FreeSpaceKB() {
 
 // What the root does
 
+int Disk_CacheRepository::not_open() {
+  return Klb_Note(Klb_Cause(DISK_FAILURE_ARGUMENT).Because("the cache isn't open"));
+}
+
 int Disk_CacheRepository::Query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
                                 Dicom_Sequence* results) {
-  return IsDicomDirValid() ? m_root->Query(identifier, model, results) : -1;
+  return IsDicomDirValid() ? m_root->Query(identifier, model, results) : not_open();
 }
 
 int Disk_CacheRepository::GetOne(SCL_MoveIdentifier const& identifier, SCL_InformationModel model, IOD_Msg** object) {
-  return IsDicomDirValid() ? m_root->GetOne(identifier, model, object, nullptr) : -1;
+  return IsDicomDirValid() ? m_root->GetOne(identifier, model, object, nullptr) : not_open();
 }
 
 int Disk_CacheRepository::Delete(SCL_MoveIdentifier const& identifier, SCL_InformationModel model,
                                  MXL_SubOperationsReport* report, SCL_ResponseStatus& status) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   m_sizeStale = true;
   return m_root->Delete(identifier, model, report, status);
 }
 
 int Disk_CacheRepository::DeleteStudyByInstanceUID(Dicom_UI study_uid) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   return Disk_Guarded("DeleteStudyByInstanceUID", [&] {
     int error = 0;
     SCL_MoveIdentifier identifier(SCL_QueryRetrieveLevel::STUDY, &error);
-    if (error == -1 || identifier.SetStudyInstanceUID(study_uid) == -1) {
-      DISK_LOG(3, "Failed to create Move Identifier.\n");
-      return -1;
-    }
+    if (error == -1 || identifier.SetStudyInstanceUID(study_uid) == -1)
+      return DISK_FAIL("Failed to create Move Identifier.\n");
     MXL_SubOperationsReport report;
     SCL_ResponseStatus status = SCL_ResponseStatus::Failed;
     std::ignore = Delete(identifier, 1, &report, status); // the status tells whether the study has gone
@@ -214,15 +216,15 @@ int Disk_CacheRepository::DeleteStudyByInstanceUID(Dicom_UI study_uid) {
 }
 
 int Disk_CacheRepository::MarkStudyAsFullyLoaded(Dicom_UI const& study_uid) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
+  Klb_Operation const scope;
   if (m_root->SetStudyCompleted(study_uid) == 0) return 0;
-  DISK_LOG(3, "Disk_CacheRepository::MarkStudyAsFullyLoaded() - Study status cannot be updated.\n");
-  return -1;
+  return DISK_FAIL("Disk_CacheRepository::MarkStudyAsFullyLoaded() - Study status cannot be updated.\n");
 }
 
 int Disk_CacheRepository::MarkStudyAsAccessed(Dicom_UI const& study_uid) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
+  Klb_Operation const scope;
   if (m_root->SetStudyAccessed(study_uid) == 0) return 0;
-  DISK_LOG(3, "Disk_CacheRepository::MarkStudyAsAccessed() - Study status cannot be updated.\n");
-  return -1;
+  return DISK_FAIL("Disk_CacheRepository::MarkStudyAsAccessed() - Study status cannot be updated.\n");
 }

@@ -21,6 +21,7 @@
 namespace {
 
 constexpr int kKbPerMb = 1024, kDefaultImageKb = 500;
+constexpr char kNoRoom[] = "there is no room for it, and no study may go";
 constexpr char kRule[] = "=============================\n";
 
 char const* TextOr(Dicom_Type const& value, std::string& text) {
@@ -33,10 +34,8 @@ int FillStudyQuery(SCL_QueryIdentifier& identifier) {
       identifier.SetStudyInstanceUID(UI_NULL) == -1 || identifier.Set(kReferencedFileID, CS_NULL) == -1 ||
       identifier.SetStudyID(SH_NULL) == -1 || identifier.SetStudyDescription(LO_NULL) == -1 ||
       identifier.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, DT_NULL) == -1 ||
-      identifier.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_STORE_DATE, DT_NULL) == -1) {
-    DISK_LOG(3, "Failed to create Query Identifier.\n");
-    return -1;
-  }
+      identifier.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_STORE_DATE, DT_NULL) == -1)
+    return DISK_FAIL("Failed to create Query Identifier.\n");
   return 0;
 }
 
@@ -70,14 +69,11 @@ struct Disk_CacheRepository::Cleaning {
 };
 
 int Disk_CacheRepository::GetStudiesMetaData(Disk_StudyMetaData*& studies, int& count) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   SCL_QueryIdentifier identifier(SCL_QueryRetrieveLevel::STUDY);
   if (FillStudyQuery(identifier) == -1) return -1;
   Dicom_Sequence answers;
-  if (m_root->Query(identifier, 1, &answers) == -1) {
-    DISK_LOG(3, "DICOMDIR.Query Failed\n");
-    return -1;
-  }
+  if (m_root->Query(identifier, 1, &answers) == -1) return DISK_FAIL("DICOMDIR.Query Failed\n");
   count = answers.GetNItems();
   auto made = count == 0 ? nullptr : std::make_unique<Disk_StudyMetaData[]>(std::size_t(count));
   DISK_LOG(6, "Found %d Studies in DICOMDIR:\n", count);
@@ -118,7 +114,9 @@ int Disk_CacheRepository::clean(Cleaning& cleaning) {
   DISK_LOG(6, "Will try to delete all studies with grade less than %d\n", m_threshold);
   for (int i = 0; i < count && !cleaning.is_done() && array[i].GetGrade() < m_threshold; ++i) {
     if (Disk_IsStopped(m_stop)) break;
+    Klb_Attempt const attempt;
     bool const deleted = DeleteStudyByInstanceUID(array[i].m_studyUID) == 0;
+    if (!deleted) attempt.PassOver();
     cleaning.deleted += deleted;
     if (!deleted)
       DISK_LOG(3, "Auto-Clean: Tried to delete study with instance uid <%s>, but failed\n", array[i].m_studyUID.CStr());
@@ -129,7 +127,7 @@ int Disk_CacheRepository::clean(Cleaning& cleaning) {
 }
 
 int Disk_CacheRepository::AutoCleanMB(long mb) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   mb = std::clamp<long>(mb, INT32_MIN, INT32_MAX); // as wide as quotas are
   return Disk_Guarded("AutoCleanMB", [&] {
     Disk_CleaningMutex const mutex;
@@ -157,7 +155,7 @@ int Disk_CacheRepository::AutoCleanMB(long mb) {
     DISK_LOG(5, "Total Studies Deleted: %d\n", cleaning.deleted);
     if (missing > 0) {
       DISK_LOG(5, "Could not free enough space. Free space is %dMB. still missing %dMB\n", int(free), int(missing));
-      return -1;
+      return Klb_Note(Klb_Cause(DISK_FAILURE_NO_ROOM).Because(kNoRoom));
     }
     DISK_LOG(5, "Free space after deletion is %dMB\n", int(free));
     return 0;
@@ -165,7 +163,7 @@ int Disk_CacheRepository::AutoCleanMB(long mb) {
 }
 
 int Disk_CacheRepository::AutoCleanNStudies(int count) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   return Disk_Guarded("AutoCleanNStudies", [&] {
     Disk_CleaningMutex const mutex;
     LogBanner();
@@ -180,22 +178,22 @@ int Disk_CacheRepository::AutoCleanNStudies(int count) {
     DISK_LOG(5, "Total Studies Deleted: %d\n", cleaning.deleted);
     if (cleaning.deleted >= count) return 0;
     DISK_LOG(5, "Could not free enough studies.\n");
-    return -1;
+    return Klb_Note(Klb_Cause(DISK_FAILURE_NO_ROOM).Because(kNoRoom));
   });
 }
 
 int Disk_CacheRepository::AutoCleanPercentage(int percentage) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   if (percentage < 0 || percentage > 100) {
     DISK_LOG(4, "Auto-Clean: Invalid Percentage to clean - <%d>\n", percentage);
-    return -1;
+    return Klb_Note(Klb_Cause(DISK_FAILURE_ARGUMENT).Because("the percentage isn't one from 0 to 100"));
   }
   return Disk_Guarded("AutoCleanPercentage",
                       [&] { return AutoCleanMB(FindRepositorySizeKB() / kKbPerMb * percentage / 100); });
 }
 
 int Disk_CacheRepository::AutoCleanForStudy(int images, Dicom_CS const* modality) {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   return Disk_Guarded("AutoCleanForStudy", [&] {
     std::string text;
     std::string const name = modality ? TextOr(*modality, text) : "(null string)";
@@ -209,7 +207,7 @@ long Disk_CacheRepository::EstimateMB(int images, std::string const& modality) {
 }
 
 int Disk_CacheRepository::CleanAll() {
-  if (!IsDicomDirValid()) return -1;
+  if (!IsDicomDirValid()) return not_open();
   return Disk_Guarded("CleanAll", [&] {
     DISK_LOG(5, "IMPORTANT NOTICE: Cleaning all the repository. all studies will be deleted\n");
     Disk_StudyMetaData* array = nullptr;

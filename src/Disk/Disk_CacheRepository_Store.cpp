@@ -29,18 +29,16 @@ int Disk_CacheRepository::s_studyCount = 0;
 RWWString Disk_CacheRepository::s_countedIn;
 
 int Disk_CacheRepository::Store(IOD_Msg* msg, bool store_unmatching_images) {
-  if (!IsDicomDirValid() || !msg) return -1;
+  if (!IsDicomDirValid()) return not_open();
+  if (!msg) return Klb_Note(Klb_Cause(DISK_FAILURE_ARGUMENT).Because("an argument is NULL"));
   return Disk_Guarded("Store", [&] {
-    if (m_deIdentifier.Process_for_Push(msg) == -1) {
-      DISK_LOG(3, "Instance requested to be stored failed de-identification. Store operation blocked.\n");
-      return -1;
-    }
+    if (m_deIdentifier.Process_for_Push(msg) == -1)
+      return DISK_FAIL(DISK_FAILURE_ARGUMENT,
+                       "Instance requested to be stored failed de-identification. Store operation blocked.\n");
     if (make_room(*msg) == -1) return -1;
     Dicom_UI const study_uid = msg->GetStudyInstanceUID();
-    if (study_uid == UI_NULL) {
-      DISK_LOG(3, "Failed to get study instance UID. Store Canceled!\n");
-      return -1;
-    }
+    if (study_uid == UI_NULL)
+      return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Failed to get study instance UID. Store Canceled!\n");
     if (limit_studies(study_uid) == -1) return -1;
     m_sizeStale = true;
     return m_root->Store(msg, false, store_unmatching_images, 0, nullptr, 0, nullptr, nullptr, nullptr);
@@ -77,8 +75,7 @@ int Disk_CacheRepository::limit_studies(Dicom_UI const& study_uid) {
   int const excess = count - m_maxStudies + 1, result = AutoCleanNStudies(excess);
   note_cleaned(study_uid, result == 0 ? excess : 0);
   if (result == 0) return 0;
-  DISK_LOG(3, "Failed to clean enough studies. The store will be canceled!\n");
-  return -1;
+  return DISK_FAIL(DISK_FAILURE_NO_ROOM, "Failed to clean enough studies. The store will be canceled!\n");
 }
 
 /// How many studies there were when the study to store into changed last, which may be now.

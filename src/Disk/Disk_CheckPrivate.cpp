@@ -58,10 +58,8 @@ int Disk_CheckPrivate::Walk() {
   std::string const root = Disk_Names::In(Prefix(), Disk_Names::kDicomdir);
   Records records;
   struct stat status {};
-  if (Util_FileSystemInterface::Current().Stat(root.c_str(), &status) == -1) {
-    DISK_LOG(3, "Check: %s: %s\n", root.c_str(), std::strerror(errno));
-    return -1;
-  }
+  if (Util_FileSystemInterface::Current().Stat(root.c_str(), &status) == -1)
+    return DISK_FAIL(Klb_System(errno, "look at", root).Unset(), "Check: %s: %s\n", root.c_str(), std::strerror(errno));
   CheckVersion(Prefix(), true);
   if (!load(root, &records)) return 0;
   records.ForEach([this](IOD_Msg const& record) { check_root(record); });

@@ -129,10 +129,9 @@ int Disk_CheckStandard::Walk() {
   };
   path_ = Disk_Names::In(Prefix(), Disk_Names::kDicomdir);
   if (!exists(path_)) path_ = Disk_Names::In(Prefix(), Disk_Names::kDicomdirOfMedia);
-  if (!exists(path_)) {
-    DISK_LOG(3, "Check: %s: %s\n", path_.c_str(), std::strerror(errno));
-    return -1;
-  }
+  if (!exists(path_))
+    return DISK_FAIL(Klb_System(errno, "look at", path_).Unset(), "Check: %s: %s\n", path_.c_str(),
+                     std::strerror(errno));
   names_ = std::make_unique<Names>(Disk_FileID(Prefix().c_str(), Dicom_CS(Disk_Names::kDicomdir), 0), dicomdir_.get());
   check_redo();
   CheckVersion(Prefix(), false);

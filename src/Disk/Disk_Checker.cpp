@@ -80,7 +80,9 @@ int Disk_Checker::Run() {
 int Disk_Checker::walk() {
   reset();
   version_ = Disk_ReadVersion(Disk_Names::In(prefix_, Disk_Names::kVersion));
+  Klb_Attempt const attempt;
   if (Walk() == -1) return -1;
+  attempt.Forget(); // what can't be read is a finding
   find_unnamed();
   if (Disk_RelaxedEpoch::NeedsRecovery(prefix_) != 0)
     Find("recovery-pending", Disk_Finding::InterruptedStore, Disk_Names::In(prefix_, Disk_Names::kRelaxed),

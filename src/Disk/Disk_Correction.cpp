@@ -47,25 +47,20 @@ constexpr Disk_Correction::Texts kManufacturerParms{
     "Disk_ObjectFile::ChangeManufacturerParms() - operation cannot be performed on a read-only access object.\n",
     "ChangeManufacturerParms: Can't write object file.\n"};
 
-int Failed(char const* text) {
-  DISK_LOG_TEXT(3, text);
-  return -1;
-}
-
 /// At the root already, so that nothing is locked or read.
 int RefuseReadOnly(Disk_Correction const& correction) {
-  KlbGError.Set(DISK_ERROR_SYSTEM + EROFS);
-  return Failed(correction.texts.read_only);
+  return DISK_FAIL_TEXT(Klb_Cause(DISK_ERROR_SYSTEM + EROFS), correction.texts.read_only);
 }
 
 } // namespace
 
 Disk_Correction Disk_Correction::PatientsName(Dicom_PN const& name, Dicom_LO const& id, Dicom_LO const& issuer) {
   auto const set = [name, id, issuer](IOD_Msg& msg) {
-    if (name != PN_NULL && msg.SetPatientsName(name) == -1) return Failed("ChangePatientsName: Can't set new name.\n");
-    if (id != LO_NULL && msg.SetPatientID(id) == -1) return Failed("ChangePatientsName: Can't set new ID.\n");
+    if (name != PN_NULL && msg.SetPatientsName(name) == -1)
+      return DISK_FAIL("ChangePatientsName: Can't set new name.\n");
+    if (id != LO_NULL && msg.SetPatientID(id) == -1) return DISK_FAIL("ChangePatientsName: Can't set new ID.\n");
     if (issuer != LO_NULL && msg.SetIssuerOfPatientID(issuer) == -1)
-      return Failed("ChangePatientsName: Can't set new Issuer.\n");
+      return DISK_FAIL("ChangePatientsName: Can't set new Issuer.\n");
     return 0;
   };
   return {kPatientsName, true, set};
@@ -74,9 +69,9 @@ Disk_Correction Disk_Correction::PatientsName(Dicom_PN const& name, Dicom_LO con
 Disk_Correction Disk_Correction::ManufacturerParms(Dicom_LO const& manufacturer, Dicom_LO const& model) {
   auto const set = [manufacturer, model](IOD_Msg& msg) {
     if (manufacturer != LO_NULL && msg.SetManufacturer(manufacturer) == -1)
-      return Failed("ChangeManufacturerParms: Can't set manufacturer.\n");
+      return DISK_FAIL("ChangeManufacturerParms: Can't set manufacturer.\n");
     if (model != LO_NULL && msg.SetManufacturersModelName(model) == -1)
-      return Failed("ChangeManufacturerParms: Can't set manufacturers_model_name.\n");
+      return DISK_FAIL("ChangeManufacturerParms: Can't set manufacturers_model_name.\n");
     return 0;
   };
   return {kManufacturerParms, false, set};
@@ -107,13 +102,11 @@ int Disk_RootDirectoryFile::CorrectionRoad::correct(Dicom_LO const& patient_id, 
   if (root.structure->RequirePrivate(correction.texts.root_structure) == -1) return -1;
   if (root.params.read_only) return RefuseReadOnly(correction);
   Disk_FileSetHold file_set;
-  if (root.lock(file_set, false) == -1) return Failed(correction.texts.cant_lock);
-  if (root.Read() == -1) return Failed(correction.texts.cant_read_root);
+  if (root.lock(file_set, false) == -1) return DISK_FAIL_TEXT(correction.texts.cant_lock);
+  if (root.Read() == -1) return DISK_FAIL_TEXT(correction.texts.cant_read_root);
   Disk_PatientDirectoryRecord* const patient = root.GetPatientRecord(patient_id, issuer);
-  if (!patient) {
-    DISK_LOG(3, correction.texts.no_such_patient, patient_id.CStr(), issuer.CStr());
-    return -1;
-  }
+  if (!patient)
+    return DISK_FAIL(DISK_FAILURE_NOT_FOUND, correction.texts.no_such_patient, patient_id.CStr(), issuer.CStr());
   root.MarkDirty(); // after a failure the records in memory are ahead of the file
   int result = correction.changes_records ? correction.set(*patient->GetRecordMsg()) : 0;
   for (auto study = patient->GetStudyRecords().begin(); study != patient->GetStudyRecords().end() && result == 0;
@@ -121,20 +114,24 @@ int Disk_RootDirectoryFile::CorrectionRoad::correct(Dicom_LO const& patient_id, 
     result = correct_study(*study, correction);
   root.ResetStudyFile();
   if (result == -1) return -1;
-  if (root.Write() == -1) return Failed("Write(): Can't update the file.\n");
+  if (root.Write() == -1) return DISK_FAIL("Write(): Can't update the file.\n");
   if (correction.changes_records) root.MarkDirty(); // patients are found by the IDs that they were read with
-  return file_set.Release() == 0 ? 0 : Failed(correction.texts.cant_unlock);
+  return file_set.Release() == 0 ? 0 : DISK_FAIL_TEXT(correction.texts.cant_unlock);
 }
 
 int Disk_RootDirectoryFile::CorrectionRoad::correct_study(Disk_StudyDirectoryRecord* study,
                                                           Disk_Correction const& correction) {
   if (correction.changes_records && correction.set(*study->GetRecordMsg()) == -1) return -1;
   root.ResetStudyFile();
+  Klb_Attempt const attempt;
   root.GetStudyFile(study);
   if (!root.study_file) return -1;
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (held.Exclusive(*root.study_file) == -1) // a store may be in it
-    return root.has_lost_folder(*study) ? 0 : Failed(correction.texts.cant_lock_study);
+  if (held.Exclusive(*root.study_file) == -1) { // a store may be in it
+    if (!root.has_lost_folder(*study)) return DISK_FAIL_TEXT(correction.texts.cant_lock_study);
+    attempt.Forget();
+    return 0;
+  }
   if (root.study_file->correct(correction) == -1) return -1;
   return held.Release(); // logs
 }
@@ -155,12 +152,12 @@ int Disk_StudyDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufacture
 int Disk_StudyDirectoryFile::correct(Disk_Correction const& correction) {
   if (structure->RequirePrivate(correction.texts.study_structure) == -1) return -1;
   if (params.read_only) return RefuseReadOnly(correction);
-  if (RefuseLink() == -1 || Read() == -1) return Failed("Can't read study directory file.\n");
+  if (RefuseLink() == -1 || Read() == -1) return DISK_FAIL("Can't read study directory file.\n");
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     Disk_FileID const id(GetFileSetPrefix(), series->GetReferencedFileID(), 0);
     if (Disk_SeriesDirectoryFile(id, params, nullptr, 0).correct(correction) == -1) return -1;
   }
-  return Write() == 0 ? 0 : Failed("Write(): Can't update the file.\n");
+  return Write() == 0 ? 0 : DISK_FAIL("Write(): Can't update the file.\n");
 }
 
 // Series
@@ -178,14 +175,14 @@ int Disk_SeriesDirectoryFile::ChangeManufacturerParms(Dicom_LO const& manufactur
 
 int Disk_SeriesDirectoryFile::correct(Disk_Correction const& correction) {
   if (params.read_only) return RefuseReadOnly(correction);
-  if (RefuseLink() == -1 || Read() == -1) return Failed(correction.texts.cant_read_series);
+  if (RefuseLink() == -1 || Read() == -1) return DISK_FAIL_TEXT(correction.texts.cant_read_series);
   if (is_folder_gone) return 0;
   for (Disk_InstanceDirectoryRecord* image : image_records) {
     if (correction.stop && Disk_IsStopped(*correction.stop)) return -1;
     Disk_FileID const id = object_id(image->GetReferencedFileID());
     if (Disk_ObjectFile(id, params).correct(correction, !is_synced_with(id)) == -1) return -1;
   }
-  return Write() == 0 ? 0 : Failed(correction.texts.cant_write_series);
+  return Write() == 0 ? 0 : DISK_FAIL_TEXT(correction.texts.cant_write_series);
 }
 
 // Object
@@ -203,13 +200,11 @@ int Disk_ObjectFile::ChangeManufacturerParms(Dicom_LO const& manufacturer, Dicom
 int Disk_ObjectFile::correct(Disk_Correction const& correction, bool sync_directory) {
   if (params.read_only) return RefuseReadOnly(correction);
   IOD_Msg* read = nullptr;
-  if (Read(&read, nullptr) == -1) {
-    DISK_LOG(3, "%s: the object can't be read, so it isn't corrected.\n", file_id.Path().c_str());
-    return -1;
-  }
+  if (Read(&read, nullptr) == -1)
+    return DISK_FAIL("%s: the object can't be read, so it isn't corrected.\n", file_id.Path().c_str());
   std::unique_ptr<IOD_Msg> const msg(read);
   if (correction.set(*msg) == -1) return -1;
-  if (Write(msg.get(), sync_directory) == -1) return Failed(correction.texts.cant_write_object);
+  if (Write(msg.get(), sync_directory) == -1) return DISK_FAIL_TEXT(correction.texts.cant_write_object);
   if (correction.object_done && *correction.object_done) (*correction.object_done)();
   return 0;
 }

@@ -25,16 +25,12 @@
 #include <limits>
 #include <typeinfo>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 constexpr unsigned kPreamble = 132; // with the magic
 constexpr unsigned kItemHeader = 8;
-
-int Failed(char const* text) {
-  DISK_LOG_TEXT(3, text);
-  return -1;
-}
 
 enum class Presence { Absent, Present, Unknown };
 
@@ -43,8 +39,7 @@ Presence PresenceOf(std::string const& path) {
   if (Util_FileSystemInterface::Current().Access(path.c_str(), F_OK) == 0) return Presence::Present;
   if (errno == ENOENT) return Presence::Absent;
   int const cause = errno;
-  DISK_LOG(3, "Can't tell whether %s is there (errno=%d).\n", path.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  DISK_FAIL(Klb_System(cause, "look for", path), "Can't tell whether %s is there (errno=%d).\n", path.c_str(), cause);
   return Presence::Unknown;
 }
 
@@ -55,7 +50,8 @@ Presence CertainPresenceOf(std::string const& path) {
   case Disk_Sight::There:
     return Presence::Present;
   case Disk_Sight::Unknown:
-    DISK_LOG(3, "Can't tell whether %s is there (errno=%d).\n", path.c_str(), errno);
+    DISK_FAIL(Klb_System(errno, "look for", path).Unset(), "Can't tell whether %s is there (errno=%d).\n", path.c_str(),
+              errno);
     return Presence::Unknown;
   default:
     return Presence::Absent;
@@ -104,7 +100,7 @@ int Disk_DicomDir::Init(char const* file_set_prefix, bool for_reading, Disk_Stor
 }
 
 int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_StorageStrategy* strategy) {
-  if (!file_set_prefix) return Failed("Read: file_set_prefix is NULL.\n");
+  if (!file_set_prefix) return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Read: file_set_prefix is NULL.\n");
   if (file_descriptor != -1) Util_FileSystemInterface::Current().Close(file_descriptor);
   file_descriptor = -1;
   device = inode = 0;
@@ -116,9 +112,13 @@ int Disk_DicomDir::init(char const* file_set_prefix, bool for_reading, Disk_Stor
   if (is_new) return create(strategy);
   if (strategy) strategy->InitFD(file_descriptor);
   if (LayRedoOver() == -1) return -1;
-  if (read_until_records() == -1 || read_prefix() == -1)
-    return Failed("Init: Failed reading until the records sequence.\n");
-  if (find_end_offset() == -1) return Failed("Init: Failed finding the end offset.\n");
+  int const before = std::exchange(errno, 0); // that it can't be written, for instance
+  bool const is_read = read_until_records() == 0 && read_prefix() == 0;
+  if (errno == 0) errno = before;
+  if (!is_read)
+    return DISK_FAIL(Klb_System(errno, "read", file_name).Unset(),
+                     "Init: Failed reading until the records sequence.\n");
+  if (find_end_offset() == -1) return DISK_FAIL("Init: Failed finding the end offset.\n");
   return take_strategy(strategy);
 }
 
@@ -129,7 +129,8 @@ int Disk_DicomDir::take_strategy(Disk_StorageStrategy* strategy) {
   pending_writes->Clear();
   // it writes without a redo record: one that a power cut brought back would undo what it has flushed
   if (!read_only && KeepsImage(strategy) && redo_file->Forget() == -1)
-    return Failed("Init: Can't remove the redo record.\n");
+    return DISK_FAIL(Klb_System(errno, "remove the redo record of", file_name).Unset(),
+                     "Init: Can't remove the redo record.\n");
   current_strategy = strategy;
   holds_more = KeepsImage(strategy) && strategy->HasPendingData();
   if (!strategy || holds_more) return 0;
@@ -149,9 +150,8 @@ int Disk_DicomDir::GoBy(Disk_StorageStrategy* strategy) {
   bool const is_another = was_flushed || !GoesBy(strategy);
   if (is_another && take_strategy(strategy) == -1) return -1;
   if (!holds_more) return is_another ? 1 : 0;
-  DISK_LOG(3, "%s: the strategy holds what was pending before: flush it first.\n", file_name.c_str());
-  KlbGError.Set(DISK_ERROR_SYSTEM + EBUSY);
-  return -1;
+  return DISK_FAIL(Klb_Cause(DISK_ERROR_SYSTEM + EBUSY).At(file_name),
+                   "%s: the strategy holds what was pending before: flush it first.\n", file_name.c_str());
 }
 
 /// Whether the file lacks what the strategy was given.
@@ -167,7 +167,8 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   if (exists && system.Access(file_name.c_str(), W_OK) == -1) {
     if (errno != EACCES && errno != EROFS && errno != EPERM)
-      return Failed("Init: Can't tell whether it can be written.\n");
+      return DISK_FAIL(Klb_System(errno, "look at", file_name).Unset(),
+                       "Init: Can't tell whether it can be written.\n");
     read_only = true;
   }
   *is_new = !read_only && !exists;
@@ -182,8 +183,7 @@ int Disk_DicomDir::open(char const* file_set_prefix, bool* is_new) {
 }
 
 int Disk_DicomDir::cant_open(int cause) const {
-  DISK_LOG(3, "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+  DISK_FAIL(Klb_System(cause, "open", file_name), "Init: Can't open file %s (errno=%d).\n", file_name.c_str(), cause);
   errno = cause;
   return -1;
 }
@@ -191,7 +191,8 @@ int Disk_DicomDir::cant_open(int cause) const {
 int Disk_DicomDir::take_file(int descriptor) {
   file_descriptor = descriptor;
   struct stat status {};
-  if (Util_FileSystemInterface::Current().Fstat(descriptor, &status) == -1) return Failed("Init: Can't look at it.\n");
+  if (Util_FileSystemInterface::Current().Fstat(descriptor, &status) == -1)
+    return DISK_FAIL(Klb_System(errno, "look at", file_name).Unset(), "Init: Can't look at it.\n");
   device = status.st_dev;
   inode = status.st_ino;
   return 0;
@@ -209,15 +210,14 @@ int Disk_DicomDir::FollowPath(bool for_reading, Disk_StorageStrategy* strategy) 
     return -1;
   }
   int const cause = is_there ? ESTALE : errno;
-  DISK_LOG(3, "%s isn't the file that was opened (errno=%d).\n", file_name.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "find the opened file again at", file_name),
+                   "%s isn't the file that was opened (errno=%d).\n", file_name.c_str(), cause);
 }
 
 /// A new file comes to its name whole, so that neither a kill nor, whatever the durability, a power cut leaves the
 /// beginning of one. Its entry is synced with that of the first redo record, or here when a strategy does without.
 int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
-  if (new_dicomdir() == -1 || make_prefix() == -1) return Failed("Init: Failed initiate new DICOMDIR.\n");
+  if (new_dicomdir() == -1 || make_prefix() == -1) return DISK_FAIL("Init: Failed initiate new DICOMDIR.\n");
   patch_prefix();
   std::string const temporary = file_name + Disk_Names::kTemporary;
   std::string_view const parts[] = {prefix};
@@ -226,9 +226,9 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
       Util_FileSystemInterface::Current().Rename(temporary.c_str(), file_name.c_str()) == -1) {
     int const cause = errno;
     if (!Util_FileSystem::MayExist(temporary.c_str())) return cant_open(cause);
-    DISK_LOG(3, "Init: %s (errno=%d).\n", temporary.c_str(), cause);
+    DISK_FAIL(Klb_System(cause, "write", temporary).Unset(), "Init: %s (errno=%d).\n", temporary.c_str(), cause);
     errno = cause;
-    return Failed("Init: Failed write the new dicomdir.\n");
+    return DISK_FAIL("Init: Failed write the new dicomdir.\n");
   }
   Util_FileDescriptor file = Util_FileSystem::Open(file_name.c_str(), O_RDWR | O_NOFOLLOW);
   if (!file) return cant_open(errno);
@@ -236,27 +236,27 @@ int Disk_DicomDir::create(Disk_StorageStrategy* strategy) {
   if (strategy) strategy->InitFD(file_descriptor);
   holds_more = false; // nothing of a new file is pending
   if (!KeepsImage(strategy)) return 0;
-  return Write(strategy) == -1 ? Failed("Init: Failed write the new dicomdir.\n") : 0;
+  return Write(strategy) == -1 ? DISK_FAIL("Init: Failed write the new dicomdir.\n") : 0;
 }
 
 // What stands before the records
 
 /// The elements go in with dummy offsets first: the offsets depend on the length, which doesn't depend on them.
 int Disk_DicomDir::new_dicomdir() {
-  if (SetFileSetID(Dicom_CS("")) == -1) return Failed("new_dicomdir: Failed settitng the file set id.\n");
+  if (SetFileSetID(Dicom_CS("")) == -1) return DISK_FAIL("new_dicomdir: Failed settitng the file set id.\n");
   if (SetOffsetOfTheFirstDirectoryRecord(Dicom_UL(0)) == -1)
-    return Failed("new_dicomdir: Failed settitng the dummy offset of the first directory record.\n");
+    return DISK_FAIL("new_dicomdir: Failed settitng the dummy offset of the first directory record.\n");
   if (SetOffsetOfTheLastDirectoryRecord(Dicom_UL(0)) == -1)
-    return Failed("new_dicomdir: Failed settitng the dummy offset of the last directory record.\n");
+    return DISK_FAIL("new_dicomdir: Failed settitng the dummy offset of the last directory record.\n");
   if (SetFileSetConsistencyFlag(Dicom_US(0)) == -1)
-    return Failed("new_dicomdir: Failed settitng the file consistency flag.\n");
+    return DISK_FAIL("new_dicomdir: Failed settitng the file consistency flag.\n");
   std::unique_ptr<Dicom_Msg> const meta(meta_information());
-  if (!meta) return Failed("Failed to create Meta Information\n.");
+  if (!meta) return DISK_FAIL("Failed to create Meta Information\n.");
   offset_end = kPreamble + meta->GetDumpLen() + GetDumpLen(transfer_syntax, 0, SCompressionParms()) + header_length();
   if (SetOffsetOfTheFirstDirectoryRecord(Dicom_UL(offset_end)) == -1)
-    return Failed("new_dicomdir: Failed settitng the offset of the first directory record.\n");
+    return DISK_FAIL("new_dicomdir: Failed settitng the offset of the first directory record.\n");
   if (SetOffsetOfTheLastDirectoryRecord(Dicom_UL(offset_end)) == -1)
-    return Failed("new_dicomdir: Failed settitng the offset of the last directory record.\n");
+    return DISK_FAIL("new_dicomdir: Failed settitng the offset of the last directory record.\n");
   return 0;
 }
 
@@ -273,7 +273,7 @@ int Disk_DicomDir::make_prefix() {
   };
   bool const whole = meta && append(*meta, Dicom_TransferSyntax::Native());
   data_set_begin = unsigned(prefix.size());
-  if (!whole || !append(*this, transfer_syntax)) return Failed("Write: Failed dumping the msg into buffer.\n");
+  if (!whole || !append(*this, transfer_syntax)) return DISK_FAIL("Write: Failed dumping the msg into buffer.\n");
   std::uint16_t const tag[] = {kRecordSequence.Group(), kRecordSequence.Element()};
   char bytes[4];
   Dicom_Copy(tag, bytes, 2, 2, transfer_syntax.GetEndianity());
@@ -336,26 +336,24 @@ int Disk_DicomDir::write_prefix(Disk_StorageStrategy* strategy) {
   if (prefix.empty() && make_prefix() == -1) return -1;
   patch_prefix();
   if (strategy && strategy == current_strategy && !is_behind()) pending_writes->Clear();
+  auto const cant_write = [&] { return Klb_System(errno, "write", file_name).Unset(); };
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   long const start = strategy ? strategy->LSeek(0, 0) : long(system.Lseek(file_descriptor, 0, SEEK_SET));
-  if (start != 0) return Failed("Write: Failed setting the file pointer to zero.\n");
+  if (start != 0) return DISK_FAIL(cant_write(), "Write: Failed setting the file pointer to zero.\n");
   auto const write = [&](char const* data, unsigned size) {
     return strategy ? strategy->Write(data, size) == int(size)
                     : Util_FileSystem::WriteAll(file_descriptor, data, size) == 0;
   };
   unsigned const before = records_begin - header_length();
-  if (!write(prefix.data(), before)) return Failed("Write: Failed writing the msg.\n");
-  if (!write(prefix.data() + before, header_length())) {
-    DISK_LOG(3, "Write: Can't write the buffer (errno=%d).\n", errno);
-    return -1;
-  }
+  if (!write(prefix.data(), before)) return DISK_FAIL(cant_write(), "Write: Failed writing the msg.\n");
+  if (!write(prefix.data() + before, header_length()))
+    return DISK_FAIL(cant_write(), "Write: Can't write the buffer (errno=%d).\n", errno);
   if (strategy == current_strategy && is_behind()) pending_writes->Add(0, prefix);
   return 0;
 }
 
 int Disk_DicomDir::no_room(char const* what) {
-  DISK_LOG(3, "The DICOMDIR has no room for %s.\n", what);
-  return -1;
+  return DISK_FAIL(DISK_FAILURE_NO_ROOM, "The DICOMDIR has no room for %s.\n", what);
 }
 
 int Disk_DicomDir::SetFileSetID(Dicom_CS const& id) {
@@ -388,7 +386,8 @@ int Disk_DicomDir::SetOffsetOfTheLastDirectoryRecord(Dicom_UL const& offset) { r
 int Disk_DicomDir::Reserve(Dicom_Msg const& record) {
   std::uint64_t const end =
       std::uint64_t(offset_end) + kItemHeader + record.GetDumpLen(transfer_syntax, 0, SCompressionParms());
-  if (end >= std::numeric_limits<std::uint32_t>::max()) return Failed("Reserve: the DICOMDIR is full.\n");
+  if (end >= std::numeric_limits<std::uint32_t>::max())
+    return DISK_FAIL(DISK_FAILURE_NO_ROOM, "Reserve: the DICOMDIR is full.\n");
   offset_end = unsigned(end);
   return 0;
 }
@@ -419,9 +418,9 @@ int Disk_DicomDir::Begin() {
   errno = 0;
   if (char const* const why = unfit_for_writing()) {
     if (read_only) errno = EROFS;
-    if (errno != 0) KlbGError.Set(DISK_ERROR_SYSTEM + errno);
-    DISK_LOG(3, "Begin: %s can't be written: %s.\n", file_name.c_str(), why);
-    return -1;
+    int const code = errno != 0 ? DISK_ERROR_SYSTEM + errno : int(DISK_FAILURE_DAMAGED);
+    return DISK_FAIL(Klb_Cause(code).At(file_name).Because(why), "Begin: %s can't be written: %s.\n", file_name.c_str(),
+                     why);
   }
   gather->redo.Clear();
   is_gathering = true;
@@ -462,10 +461,9 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
   Disk_Redo& redo = gather->redo;
   is_gathering = false;
   std::string const directory = Disk_Names::FolderOf(file_name);
-  auto const fail = [&](char const* what) {
+  auto const fail = [&](char const* what, char const* verb) {
     int const cause = errno;
-    DISK_LOG(3, "Commit: %s %s (errno=%d).\n", what, file_name.c_str(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
+    DISK_FAIL(Klb_System(cause, verb, file_name), "Commit: %s %s (errno=%d).\n", what, file_name.c_str(), cause);
     redo.Clear();
     return -1;
   };
@@ -475,13 +473,15 @@ int Disk_DicomDir::Commit(Disk_StorageStrategy* strategy) {
                        Disk_RelaxedEpoch::Keep(file_name) == 0;
   Util_Durability const durability = relaxed ? Util_Durability::Relaxed : Util_Durability::Full;
   if (!is_behind()) pending_writes->Clear();
-  if (writes_through && redo_file->Save(redo, durability) == -1) return fail("Can't write the redo record of");
+  if (writes_through && redo_file->Save(redo, durability) == -1)
+    return fail("Can't write the redo record of", "write the redo record of");
   bool const applied = !strategy ? redo.Apply(file_descriptor, durability) == 0
                                  : redo.Apply(*strategy, *pending_writes) == 0 &&
                                        (!writes_through || Util_FileSystem::SyncFile(file_descriptor, durability) == 0);
-  if (!applied) return fail("Can't write");
-  if (writes_through && !relaxed && Disk_RelaxedEpoch::Forget(file_name) == -1) return fail("Can't forget a copy of");
-  if (redo.MoveVersions(directory.c_str()) == -1) return fail("Can't move the versions of");
+  if (!applied) return fail("Can't write", "write");
+  if (writes_through && !relaxed && Disk_RelaxedEpoch::Forget(file_name) == -1)
+    return fail("Can't forget a copy of", "forget a copy of");
+  if (redo.MoveVersions(directory.c_str()) == -1) return fail("Can't move the versions of", "move the versions of");
   redo.Clear();
   if (writes_through) redo_file->Clear();
   return 0;
@@ -524,19 +524,17 @@ int Disk_DicomDir::Replay(char const* file_set_prefix) {
   if (result == 0) result = Util_FileSystemInterface::Current().Unlink(path.c_str());
   if (result == 0) return 0;
   int const cause = errno;
-  DISK_LOG(3, "Replay: Can't complete what %s holds (errno=%d).\n", path.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "complete what was begun by", path),
+                   "Replay: Can't complete what %s holds (errno=%d).\n", path.c_str(), cause);
 }
 
 int Disk_DicomDir::LayRedoOver() {
   if (!read_only) return 0;
   Disk_Redo redo;
   Disk_Redo::Found const found = redo.Load(redo_file->Path());
-  if (found == Disk_Redo::Found::Unreadable) {
-    DISK_LOG(3, "LayRedoOver: Can't read %s (errno=%d).\n", redo_file->Path().c_str(), errno);
-    return -1;
-  }
+  if (found == Disk_Redo::Found::Unreadable)
+    return DISK_FAIL(Klb_System(errno, "read", redo_file->Path()).Unset(), "LayRedoOver: Can't read %s (errno=%d).\n",
+                     redo_file->Path().c_str(), errno);
   struct stat status {};
   bool const is_sized =
       file_descriptor != -1 && Util_FileSystemInterface::Current().Fstat(file_descriptor, &status) == 0;

@@ -29,10 +29,7 @@ namespace {
 int FillDirectory(IOD_Msg& msg, Dicom_Sequence& sequence) {
   int status = 0;
   Dicom_CS const no_id("", &status);
-  if (status == -1) {
-    DISK_LOG(3, "Write(): Can't create Dicom_CS.\n");
-    return -1;
-  }
+  if (status == -1) return DISK_FAIL("Write(): Can't create Dicom_CS.\n");
   auto const add = [&msg](Dicom_Tag tag, std::unique_ptr<Dicom_Type> value) {
     return msg.Add(Dicom_ME(tag, std::move(value)));
   };
@@ -41,8 +38,7 @@ int FillDirectory(IOD_Msg& msg, Dicom_Sequence& sequence) {
       add(kConsistencyFlag, std::make_unique<Dicom_US>(std::uint16_t(0))) == 0 &&
       add(kRecordSequence, std::make_unique<Dicom_SQ>(&sequence, 0)) == 0)
     return 0;
-  DISK_LOG(3, "Write(): Can't add element to message.\n");
-  return -1;
+  return DISK_FAIL("Write(): Can't add element to message.\n");
 }
 
 std::string VersionPath(std::string const& folder) { return folder.empty() ? folder : folder + "/VERSION"; }
@@ -62,25 +58,25 @@ int Disk_DirectoryFile::Read(Dicom_Sequence** sequence, int* found, IOD_Msg** ms
   long const version = GetFileVersion();
   // a root's file that was never written has no VERSION; below the root a record names the file
   bool const is_expected = version != kNoVersion || file_id.GetID().GetNValues() > 1;
-  if (read_file(msg, found, is_expected) == -1) {
-    DISK_LOG(3, "Read(): Can't read directory file.\n");
-    return -1;
-  }
+  if (read_file(msg, found, is_expected) == -1) return DISK_FAIL("Read(): Can't read directory file.\n");
   if (!*found) return 0;
   std::unique_ptr<IOD_Msg> owner(*msg);
   Dicom_Type const* value = owner->Get(kRecordSequence);
   auto const* records = dynamic_cast<Dicom_SQ const*>(value);
   if (!records || !records->GetSequence()) {
-    DISK_LOG_TEXT(3, !value             ? "Read(): Can't find sequence of directory records.\n"
-                     : value->IsEmpty() ? "Read(): Can't retrieve data from element.\n"
-                                        : "Read(): No sequence of directory records.\n");
+    constexpr char kNoRecords[] = "it has no directory records";
+    DISK_FAIL_TEXT(Klb_Cause(DISK_FAILURE_DAMAGED).At(file_id.Path()).Because(kNoRecords),
+                   !value             ? "Read(): Can't find sequence of directory records.\n"
+                   : value->IsEmpty() ? "Read(): Can't retrieve data from element.\n"
+                                      : "Read(): No sequence of directory records.\n");
     *msg = nullptr;
     return -1;
   }
   auto const count = std::size_t(records->GetSequence()->GetNItems());
   auto const fit = [count](std::size_t bytes) { return Disk_RecordClaims::AreMeaningful(count, bytes); };
   if (!fit(0) && !fit(owner->GetDumpLen())) {
-    DISK_LOG(3, "Read(): %zu records are too many for %u bytes.\n", count, owner->GetDumpLen());
+    DISK_FAIL(Klb_Cause(DISK_FAILURE_DAMAGED).At(file_id.Path()), "Read(): %zu records are too many for %u bytes.\n",
+              count, owner->GetDumpLen());
     *msg = nullptr;
     return -1;
   }
@@ -102,11 +98,9 @@ int Disk_DirectoryFile::read_file(IOD_Msg** msg, int* found, bool is_expected) {
   int const cause = sight == Disk_Sight::Unknown ? errno : ENOENT;
   if (Disk_File::Read(msg, found, 1, nullptr) == -1) return -1;
   if (*found) return 0;
-  if (sight == Disk_Sight::Unknown || sight == Disk_Sight::There) {
-    DISK_LOG(3, "Read(): Can't tell whether %s is there (errno=%d).\n", own_path.c_str(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
-  }
+  if (sight == Disk_Sight::Unknown || sight == Disk_Sight::There)
+    return DISK_FAIL(Klb_System(cause, "look for", own_path), "Read(): Can't tell whether %s is there (errno=%d).\n",
+                     own_path.c_str(), cause);
   is_folder_gone = sight == Disk_Sight::FolderGone;
   if (!params.refuse_lost || is_folder_gone || !holds_content()) {
     DISK_LOG(4,
@@ -114,9 +108,8 @@ int Disk_DirectoryFile::read_file(IOD_Msg** msg, int* found, bool is_expected) {
              own_path.c_str());
     return 0;
   }
-  DISK_LOG(3, "Read(): %s is gone; adopting its object files brings its records back.\n", own_path.c_str());
-  KlbGError.Set(DISK_ERROR_SYSTEM + ENOENT);
-  return -1;
+  return DISK_FAIL(Klb_Cause(DISK_ERROR_SYSTEM + ENOENT).At(own_path),
+                   "Read(): %s is gone; adopting its object files brings its records back.\n", own_path.c_str());
 }
 
 /// Whether the folder holds more than what a killed delete removes last.
@@ -153,9 +146,8 @@ int Disk_DirectoryFile::rewrite(IOD_Msg* msg, Disk_Replacements* together) {
 int Disk_DirectoryFile::forget_copy() const {
   if (Disk_RelaxedEpoch::Forget(file_id) == 0) return 0;
   int const cause = errno;
-  DISK_LOG(3, "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "forget the copy of", file_id.Path()),
+                   "Write(): Can't forget the copy of %s (errno=%d).\n", file_id.Path().c_str(), cause);
 }
 
 /// The records in memory are those of the file now.
@@ -222,8 +214,7 @@ void Disk_DirectoryFile::ReadFileVersion() {
 int Disk_DirectoryFile::UpdateFileVersion() {
   read_state = file_state();
   if (structure->CountVersion(*this, &file_version) == 0) return 0;
-  DISK_LOG(3, "UpdateFileVersion: Failed setting the file version.\n");
-  return -1;
+  return DISK_FAIL("UpdateFileVersion: Failed setting the file version.\n");
 }
 
 // Clock
@@ -231,15 +222,13 @@ int Disk_DirectoryFile::UpdateFileVersion() {
 Dicom_DA Disk_DirectoryFile::GetCurrentDate() {
   Dicom_DA date = Dicom_DA::GetCurrentDate();
   if (date != DA_NULL) return date;
-  DISK_LOG(3, "GetCurrentTime(): Error in localtime() (errno=%d).\n", errno);
-  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  DISK_FAIL(Klb_System(errno, "tell the time"), "GetCurrentTime(): Error in localtime() (errno=%d).\n", errno);
   return DA_NULL;
 }
 
 Dicom_TM Disk_DirectoryFile::GetTickCount() {
   Dicom_TM time = Dicom_TM::GetTickCount();
   if (time != TM_NULL) return time;
-  DISK_LOG(3, "GetCurrentTime(): Error in localtime (errno=%d).\n", errno);
-  KlbGError.Set(DISK_ERROR_SYSTEM + errno);
+  DISK_FAIL(Klb_System(errno, "tell the time"), "GetCurrentTime(): Error in localtime (errno=%d).\n", errno);
   return TM_NULL;
 }

@@ -108,8 +108,7 @@ std::string Disk_DirectoryFile::unique_path(std::string path) const {
   };
   while (taken.Has(path) || has_record(path)) {
     if (!CountUp(path, component)) {
-      DISK_LOG(3, "FindUniqueFileName(): Out of resources.\n");
-      KlbGError.Set(DISK_ERROR_OUT_OF_NAMES);
+      DISK_FAIL(DISK_ERROR_OUT_OF_NAMES, "FindUniqueFileName(): Out of resources.\n");
       return {};
     }
   }
@@ -159,9 +158,8 @@ Disk_FileID Disk_DirectoryFile::directory() const {
 
 int Disk_DirectoryFile::refuse_read_only(char const* operation) const {
   if (!params.read_only) return 0;
-  DISK_LOG(3, "%s: the file-set is open for reading only.\n", operation);
-  KlbGError.Set(DISK_ERROR_SYSTEM + EROFS);
-  return -1;
+  return DISK_FAIL(Klb_Cause(DISK_ERROR_SYSTEM + EROFS).Because("the file-set is open for reading only"),
+                   "%s: the file-set is open for reading only.\n", operation);
 }
 
 int Disk_DirectoryFile::RefuseLink() const {
@@ -170,14 +168,12 @@ int Disk_DirectoryFile::RefuseLink() const {
   if (Util_FileSystemInterface::Current().Lstat(folder.c_str(), &status) == -1) {
     if (errno == ENOENT) return 0; // there is nothing that it could lead to
     int const cause = errno;
-    DISK_LOG(3, "%s can't be looked at (errno=%d).\n", folder.c_str(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "look at", folder), "%s can't be looked at (errno=%d).\n", folder.c_str(),
+                     cause);
   }
   if (!S_ISLNK(status.st_mode)) return 0;
-  DISK_LOG(3, "%s is a link: what it leads to isn't changed.\n", folder.c_str());
-  KlbGError.Set(DISK_ERROR_FILE_NAME);
-  return -1;
+  return DISK_FAIL(Klb_Cause(DISK_ERROR_FILE_NAME).At(folder), "%s is a link: what it leads to isn't changed.\n",
+                   folder.c_str());
 }
 
 std::string Disk_DirectoryFile::sanitized(std::string_view text) {
@@ -198,21 +194,19 @@ Disk_FileID Disk_DirectoryFile::unique_file_id(std::string const& name, int* sta
   if (folder.empty())
     DISK_LOG(cant_remove_level, "GenerateReferencedFileID(): Can't remove last component from file id.\n");
   if (folder.empty() || !IsComponent(name)) {
-    DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", name.c_str());
-    KlbGError.Set(DISK_ERROR_FILE_NAME);
+    DISK_FAIL(DISK_ERROR_FILE_NAME, "Disk_FileID(): Illegal file name (%s).\n", name.c_str());
     return {};
   }
   constexpr char kNoName[] = "GenerateReferencedFileID(): Can't create a unique file name.\n";
   std::string path;
   auto const find = [&] {
     path = unique_path(folder + "/" + AsCode(name));
-    if (path.empty()) DISK_LOG_TEXT(3, kNoName);
+    if (path.empty()) DISK_FAIL_TEXT(kNoName);
     return path.empty() ? -1 : 0;
   };
   if (Disk_Allocating(kNoName, find) == -1) return {};
   if (path.size() >= Disk_FileID::kPathSize) {
-    DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", path.c_str());
-    KlbGError.Set(DISK_ERROR_FILE_NAME);
+    DISK_FAIL(DISK_ERROR_FILE_NAME, "Disk_FileID(): Illegal file name (%s).\n", path.c_str());
     return {};
   }
   return Disk_FileID(GetFileSetPrefix(), path.c_str(), status, 0);

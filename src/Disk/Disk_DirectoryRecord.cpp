@@ -21,10 +21,7 @@ int Disk_DirectoryRecord::ValidateDirectoryRecord() const {
 }
 
 int Disk_DirectoryRecord::start_filling(char const* has_data, char const* cant_allocate) {
-  if (record_msg) {
-    DISK_LOG_TEXT(3, has_data);
-    return -1;
-  }
+  if (record_msg) return DISK_FAIL_TEXT(has_data);
   return Disk_Allocating(cant_allocate, [this] {
     record_msg = std::make_unique<IOD_Msg>();
     return 0;

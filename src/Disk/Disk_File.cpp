@@ -14,6 +14,14 @@
 #include <cstring>
 #include <memory>
 
+namespace {
+
+Klb_Cause CantReplace(std::string const& path) {
+  return Klb_System(errno, "rename the new file to", path).As(DISK_ERROR_RENAME);
+}
+
+} // namespace
+
 int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI const& syntax, bool) {
   if (Disk_RefuseNull("Write", msg) == -1) return -1;
   bool const full = Util_FileSystem::GetDurability() == Util_Durability::Full;
@@ -23,15 +31,12 @@ int Disk_File::Write(IOD_Msg* msg, Dicom_UI const&, Dicom_UI const&, Dicom_UI co
 int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_Replacements* together) {
   msg->AddKolbaExeVersion(LO_NULL);
   std::string const path = file_id.Path();
-  if (path.empty()) {
-    DISK_LOG(3, "Write(): Illegal file name.\n");
-    return -1;
-  }
+  if (path.empty()) return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Write(): Illegal file name.\n");
   Util_EncodedFile const encoded(*msg, syntax);
   if (!encoded.error.empty()) {
     DISK_LOG(3, "Write: Failed Dumping the msg into a buffer.\n");
-    DISK_LOG(3, "Write: %s: %s\n", path.c_str(), encoded.error.c_str());
-    return -1;
+    return DISK_FAIL(Klb_Cause(DISK_FAILURE_ARGUMENT).At(path).Because(encoded.error), "Write: %s: %s\n", path.c_str(),
+                     encoded.error.c_str());
   }
   std::string const temporary = path + Disk_Names::kTemporary;
   Util_FileDescriptor file = new_content(temporary, encoded.pieces.Views(), synced);
@@ -50,9 +55,7 @@ int Disk_File::write(IOD_Msg* msg, Dicom_UI const& syntax, Synced synced, Disk_R
 int Disk_File::cant_write(std::string const& temporary) {
   int const cause = errno;
   DISK_LOG(3, "Write: Failed writing the buffer into the temporary file %s.\n", temporary.c_str());
-  DISK_LOG(3, "Write: %s: %s\n", temporary.c_str(), std::strerror(cause));
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "write", temporary), "Write: %s: %s\n", temporary.c_str(), std::strerror(cause));
 }
 
 Util_FileDescriptor Disk_File::new_content(std::string const& temporary, std::vector<std::string_view> parts,
@@ -78,16 +81,12 @@ int Disk_File::replace(std::string const& temporary, std::string const& path) {
   Util_FileSystemInterface& system = Util_FileSystemInterface::Current();
   int result = system.Rename(temporary.c_str(), path.c_str());
   if (result == -1 && errno == EEXIST) { // a platform that doesn't replace a target
-    if (system.Unlink(path.c_str()) == -1) {
-      DISK_LOG(3, "Write: can't remove file %s (errno=%d).\n", path.c_str(), errno);
-      KlbGError.Set(DISK_ERROR_RENAME);
-      return -1;
-    }
+    if (system.Unlink(path.c_str()) == -1)
+      return DISK_FAIL(CantReplace(path), "Write: can't remove file %s (errno=%d).\n", path.c_str(), errno);
     result = system.Rename(temporary.c_str(), path.c_str());
   }
   if (result == -1) {
-    DISK_LOG(3, "Write(): Can't rename file (errno=%d).\n", errno);
-    KlbGError.Set(DISK_ERROR_RENAME);
+    DISK_FAIL(CantReplace(path), "Write(): Can't rename file (errno=%d).\n", errno);
   }
   return result;
 }
@@ -96,9 +95,8 @@ int Disk_File::sync_directory_of(std::string const& path, Util_Durability durabi
   std::string const directory = Disk_Names::FolderOf(path);
   if (Util_FileSystem::SyncDirectory(directory.empty() ? "/" : directory.c_str(), durability) == 0) return 0;
   int const cause = errno;
-  DISK_LOG(3, "Write: Can't sync the directory %s (errno=%d).\n", directory.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "sync", directory), "Write: Can't sync the directory %s (errno=%d).\n",
+                   directory.c_str(), cause);
 }
 
 int Disk_File::Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_AsyncFile*) {
@@ -108,11 +106,7 @@ int Disk_File::Read(IOD_Msg** msg, int* found, int no_original_buffer, Disk_Asyn
 
 int Disk_File::read(IOD_Msg** msg, int* found, int no_original_buffer) const {
   std::string const path = file_id.Path();
-  if (path.empty()) {
-    DISK_LOG(3, "Read(): Illegal file name.\n");
-    KlbGError.Set(DISK_ERROR_FILE_NAME);
-    return -1;
-  }
+  if (path.empty()) return DISK_FAIL(DISK_ERROR_FILE_NAME, "Read(): Illegal file name.\n");
   DISK_LOG(7, "Disk_File::Read. file %s\n", path.c_str());
   Util_File file;
   file.no_original_buffer = no_original_buffer;
@@ -134,17 +128,15 @@ int Disk_File::read(IOD_Msg** msg, int* found, int no_original_buffer) const {
     }
     int const cause = errno;
     DISK_LOG(3, "Read: Failed getting the File.\n");
-    DISK_LOG(3, "Read: %s: %s\n", name.c_str(), std::strerror(cause));
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "read", name), "Read: %s: %s\n", name.c_str(), std::strerror(cause));
   }
   if (file.GetTransferSyntax() != Dicom_UIDic::NATIVE_TRANSFER_SYNTAX)
     DISK_LOG(5, "Read(): Transfer Syntax should be native for file %s.\n", name.c_str());
   std::unique_ptr<IOD_Msg> decoded(file.operator IOD_Msg*());
   if (!decoded) {
     DISK_LOG(3, "Read(): Can't create message from buffer.\n");
-    DISK_LOG(3, "Read: %s: %s\n", name.c_str(), file.GetError().c_str());
-    return -1;
+    return DISK_FAIL(Klb_Cause(DISK_FAILURE_DAMAGED).At(name).Because(file.GetError()), "Read: %s: %s\n", name.c_str(),
+                     file.GetError().c_str());
   }
   if (no_original_buffer == 0) file.SetOriginalBuffer(decoded.get());
   *msg = decoded.release();

@@ -27,8 +27,7 @@ Disk_FileID::Disk_FileID(char const* prefix, char const* file_name, int* status,
   std::size_t const cut = prefix ? file_set_prefix->size() + 1 : 0; // the prefix and its separator
   *status = 0;
   if (path.size() <= cut) {
-    DISK_LOG(3, "Disk_FileID(): Illegal file name (%s).\n", file_name ? file_name : "");
-    KlbGError.Set(DISK_ERROR_FILE_NAME);
+    DISK_FAIL(DISK_ERROR_FILE_NAME, "Disk_FileID(): Illegal file name (%s).\n", file_name ? file_name : "");
     *status = -1;
     return;
   }

@@ -1,7 +1,7 @@
 #pragma once
+#include "infra/Klb_Failure.h"
+
 #include <Disk/Disk_Error.h>
-#include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 
 #include <cerrno>
 #include <exception>
@@ -11,28 +11,39 @@
 /// How often a step of this thread failed for the lack of memory.
 inline thread_local unsigned Disk_shortages = 0;
 
-/// Makes a success of a failure where damage is to be passed over. A shortage of memory is no damage: it stays a
-/// failure.
-struct Disk_PassingOver {
-  bool wanted;
-  unsigned before = Disk_shortages;
-  int Failed() const { return wanted && before == Disk_shortages ? 0 : -1; }
+/// Makes a success of a failure where damage is to be passed over, and tells of it. A shortage of memory is no damage:
+/// it stays a failure.
+class Disk_PassingOver {
+public:
+  explicit Disk_PassingOver(bool wanted) : wanted_(wanted) {}
+  bool IsDamage() const { return before_ == Disk_shortages; }
+  int Failed() const {
+    if (!wanted_ || !IsDamage()) return -1;
+    attempt_.PassOver();
+    return 0;
+  }
+
+private:
+  bool const wanted_;
+  unsigned const before_ = Disk_shortages;
+  Klb_Attempt const attempt_;
 };
 
-/// Runs a public operation: what it throws, which is nothing but the lack of memory, becomes a log line, an error
-/// code and -1.
+/// Runs a public operation. The only exception it can throw is `std::bad_alloc`; that becomes a log line, error 211001
+/// and -1.
 template <class Operation>
 int Disk_Guarded(char const* name, Operation operation) noexcept {
+  Klb_Operation const scope;
+  int result = -1;
   try {
-    return operation();
+    result = operation();
   } catch (std::bad_alloc const&) {
     ++Disk_shortages;
-    DISK_LOG(3, "%s: out of memory.\n", name);
-    KlbGError.Set(DISK_ERROR_MEMORY);
+    DISK_FAIL(Klb_Cause(DISK_ERROR_MEMORY).Because("out of memory"), "%s: out of memory.\n", name);
   } catch (std::exception const& e) {
-    DISK_LOG(3, "%s: %s\n", name, e.what());
+    DISK_FAIL("%s: %s\n", name, e.what());
   }
-  return -1;
+  return scope.End(result);
 }
 
 /// Runs a step that ends with 0 or -1. The lack of memory in it is a failure like others: this line, this code, and -1.
@@ -42,9 +53,7 @@ int Disk_Allocating(char const* text, Step step, int code = DISK_ERROR_MEMORY) {
     return step();
   } catch (std::bad_alloc const&) {
     ++Disk_shortages;
-    DISK_LOG_TEXT(3, text);
-    KlbGError.Set(code);
-    return -1;
+    return DISK_FAIL_TEXT(Klb_Cause(code).Because("out of memory"), text);
   }
 }
 
@@ -53,7 +62,7 @@ template <class Step>
 int Disk_Try(char const* text, Step step) {
   return Disk_Allocating(text, [&] {
     int const result = step();
-    if (result == -1) DISK_LOG_TEXT(3, text);
+    if (result == -1) DISK_FAIL_TEXT(text);
     return result;
   });
 }
@@ -62,27 +71,26 @@ int Disk_Try(char const* text, Step step) {
 template <class... Pointers>
 int Disk_RefuseNull(char const* name, Pointers... pointers) {
   if ((... && (pointers != nullptr))) return 0;
-  DISK_LOG(3, "%s: an argument is NULL.\n", name);
-  KlbGError.Set(DISK_ERROR_SYSTEM + EINVAL);
-  return -1;
+  return DISK_FAIL(Klb_Cause(DISK_ERROR_SYSTEM + EINVAL), "%s: an argument is NULL.\n", name);
 }
 
 /// Whether the caller of a long operation wants it to end here. Sets the error 210000 + EINTR then.
 inline bool Disk_IsStopped(std::function<bool()> const& stop) {
   if (!stop || !stop()) return false;
   DISK_LOG(5, "Stopped by the caller.\n");
-  KlbGError.Set(DISK_ERROR_SYSTEM + EINTR);
+  Klb_Note(Klb_Cause(DISK_ERROR_SYSTEM + EINTR).Because("stopped by the caller"));
   return true;
 }
 
 /// Runs a step that ends with 0 or -1; the system call that failed in it, or the lack of memory, gives the error code.
 template <class Step>
 int Disk_WithCause(Step step) {
+  Klb_Operation const scope;
   errno = 0;
   int const result = Disk_Allocating("The cause: out of memory.\n", step);
-  if (result == 0 || errno == 0) return result;
-  KlbGError.Set(errno == ENOMEM ? int(DISK_ERROR_MEMORY) : DISK_ERROR_SYSTEM + errno);
-  DISK_LOG(3, "The cause: errno=%d.\n", errno);
+  if (result == 0 || errno == 0) return scope.End(result);
+  int const code = errno == ENOMEM ? int(DISK_ERROR_MEMORY) : DISK_ERROR_SYSTEM + errno;
+  DISK_FAIL(Klb_Cause(code).Because(Klb_SystemText(errno)), "The cause: errno=%d.\n", errno);
   return result;
 }
 

@@ -3,6 +3,7 @@
 #include <Disk/Disk_InstanceDirectoryRecord.h>
 
 #include "Disk/Disk_Attributes.h"
+#include "infra/Klb_Failure.h"
 
 #include <dicom/GDS_Icon.h>
 #include <dicom/IOD_Image.h>
@@ -65,10 +66,8 @@ int Disk_InstanceDirectoryRecord::FillInstanceRecord(IOD_Msg const& msg, bool st
   if (start_filling("Disk_InstanceDirectoryRecord::FillInstanceRecord - Instance record already has data!\n",
                     "Failed allocating memory for instance record.\n") == -1)
     return -1;
-  if (AddGeneralAttributes(msg, standard) == -1) {
-    DISK_LOG(3, "Disk_InstanceDirectoryRecord::FillInstanceRecord - Failed setting record general attributes.\n");
-    return -1;
-  }
+  if (AddGeneralAttributes(msg, standard) == -1)
+    return DISK_FAIL("Disk_InstanceDirectoryRecord::FillInstanceRecord - Failed setting record general attributes.\n");
   is_new = true;
   Dicom_CS modality;
   auto const get_modality = [&] {
@@ -139,10 +138,8 @@ Dicom_SQ NativeIcon(Dicom_SQ brought) {
 } // namespace
 
 int Disk_InstanceDirectoryRecord::AddIconImage(IOD_Msg const* msg) {
-  if (GetDirectoryRecordType() != IOD_Image::IMAGE) {
-    DISK_LOG(3, "AddIconImage: Can't add Icon for this type of instance.\n");
-    return -1;
-  }
+  if (GetDirectoryRecordType() != IOD_Image::IMAGE)
+    return DISK_FAIL("AddIconImage: Can't add Icon for this type of instance.\n");
   std::unique_ptr<IOD_Msg> icon;
   auto const make = [&] {
     icon.reset(GDS_Icon(msg).GetImagePixelModule(1));

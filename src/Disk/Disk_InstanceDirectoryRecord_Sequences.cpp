@@ -1,4 +1,5 @@
 #include "Disk/Disk_Attributes.h"
+#include "infra/Klb_Failure.h"
 
 #include <Disk/Disk_InstanceDirectoryRecord.h>
 #include <dicom/IOD_Image.h>
@@ -36,10 +37,8 @@ std::unique_ptr<Dicom_Msg> CopyByValue(Dicom_Msg const& item) {
 } // namespace
 
 int Disk_InstanceDirectoryRecord::AddReferencedSeriesSequence(IOD_Msg const* msg) {
-  if (GetDirectoryRecordType() != IOD_Image::PRESENTATION) {
-    DISK_LOG(3, "AddReferencedSeriesSequence: Can't add ReferencedImageSequence for this type of instance.\n");
-    return -1;
-  }
+  if (GetDirectoryRecordType() != IOD_Image::PRESENTATION)
+    return DISK_FAIL("AddReferencedSeriesSequence: Can't add ReferencedImageSequence for this type of instance.\n");
   std::unique_ptr<Dicom_Sequence> series = NewSequence("AddReferencedSeriesSequence: Can't create sequence.\n");
   if (!series) return -1;
   bool present = false;
@@ -63,7 +62,7 @@ int Disk_InstanceDirectoryRecord::AddReferencedSeriesSequence(IOD_Msg const* msg
     entry.release();
   }
   int const result = record_msg->SetReferencedSeriesSequence(Dicom_SQ(series.get(), 1));
-  if (result == -1) DISK_LOG(3, "AddReferencedSeriesSequence: Error in building sequence.\n");
+  if (result == -1) DISK_FAIL("AddReferencedSeriesSequence: Error in building sequence.\n");
   return result;
 }
 
@@ -100,10 +99,8 @@ int Disk_InstanceDirectoryRecord::add_concept_name(IOD_Msg const& msg) {
 }
 
 int Disk_InstanceDirectoryRecord::AddVerificationDateTime(IOD_Msg const* msg) {
-  if (GetDirectoryRecordType() != IOD_Image::SR_DOCUMENT) {
-    DISK_LOG(3, "AddVerificationDateTime: can't add Verification Date Time for this type of instance.\n");
-    return -1;
-  }
+  if (GetDirectoryRecordType() != IOD_Image::SR_DOCUMENT)
+    return DISK_FAIL("AddVerificationDateTime: can't add Verification Date Time for this type of instance.\n");
   bool present = false;
   Dicom_Sequence const* observers = SequenceOf(*msg, Dicom_Tag(0x0040, 0xA073), &present);
   if (!present) return 0;
@@ -117,15 +114,13 @@ int Disk_InstanceDirectoryRecord::AddVerificationDateTime(IOD_Msg const* msg) {
     if (date != DA_NULL && (latest == DA_NULL || latest < date)) latest = date;
   }
   int const result = record_msg->SetVerificationDateTime(latest);
-  if (result == -1) DISK_LOG(3, "AddVerificationDateTime: can't add VerificationDateTime tag.\n");
+  if (result == -1) DISK_FAIL("AddVerificationDateTime: can't add VerificationDateTime tag.\n");
   return result;
 }
 
 int Disk_InstanceDirectoryRecord::AddContentSequence(IOD_Msg const* msg) {
-  if (GetDirectoryRecordType() != IOD_Image::SR_DOCUMENT) {
-    DISK_LOG(3, "AddContentSequence: can't add Content Sequence for this type of instance.\n");
-    return -1;
-  }
+  if (GetDirectoryRecordType() != IOD_Image::SR_DOCUMENT)
+    return DISK_FAIL("AddContentSequence: can't add Content Sequence for this type of instance.\n");
   Dicom_Tag const tag(0x0040, 0xA730);
   bool present = false;
   Dicom_Sequence const* content = SequenceOf(*msg, tag, &present);
@@ -143,7 +138,7 @@ int Disk_InstanceDirectoryRecord::AddContentSequence(IOD_Msg const* msg) {
     std::unique_ptr<Dicom_Msg> copy;
     auto const copy_item = [&] {
       copy = CopyByValue(item);
-      if (!copy) DISK_LOG(3, "failed in dumping content sequence\n");
+      if (!copy) DISK_FAIL("failed in dumping content sequence\n");
       return copy ? 0 : -1;
     };
     if (Disk_Allocating("AddContentSequence: failed in dumping to buffer\n", copy_item) == -1) return -1;

@@ -2,13 +2,11 @@
 #include <Disk/Disk_LockManager.h>
 
 #include "Disk/Disk_Names.h"
-
-#include <infra/Klb_LogFile.h>
+#include "infra/Klb_Failure.h"
 
 int Disk_LockManager::Init(char const* directory, int read_only) {
   std::string const folder = directory ? std::string(directory) + "/" : std::string();
   std::string const file = folder + Disk_Names::kLockFile;
-  int const result = Klb_LockFile::Init(folder.c_str(), file.c_str(), read_only);
-  if (result == -1) DISK_LOG(3, "Init: Cannot open %s\n", file.c_str());
-  return result;
+  if (Klb_LockFile::Init(folder.c_str(), file.c_str(), read_only) == 0) return 0;
+  return DISK_FAIL("Init: Cannot open %s\n", file.c_str());
 }

@@ -11,39 +11,32 @@
 #include <unistd.h>
 
 int Disk_ObjectFile::Get(IOD_Msg** msg, Disk_AsyncFile* async) {
+  Klb_Operation const scope;
   if (Read(msg, async) == 0) return 0;
-  DISK_LOG(3, "Get(): Can't read object file.\n");
-  return -1;
+  return DISK_FAIL("Get(): Can't read object file.\n");
 }
 
 int Disk_ObjectFile::Read(IOD_Msg** msg, Disk_AsyncFile* async) {
+  Klb_Operation const scope;
   int found = 0;
   if (Disk_File::Read(msg, &found, 0, async) == 0 && found) return 0;
-  DISK_LOG(3, "Can't read object file.\n");
-  return -1;
+  return DISK_FAIL(Klb_Cause(DISK_FAILURE_NOT_FOUND).At(file_id.Path()).Because("the file of the object is missing"),
+                   "Can't read object file.\n");
 }
 
 int Disk_ObjectFile::Store(IOD_Msg* msg, bool sync_directory, Disk_Replacements* together) {
+  Klb_Operation const scope;
   if (Disk_RefuseNull("Store", msg) == -1) return -1;
-  if (params.read_only) {
-    DISK_LOG(3, "Disk_ObjectFile::Store() - operation cannot be performed on a read-only access object.\n");
-    KlbGError.Set(DISK_ERROR_SYSTEM + EROFS);
-    return -1;
-  }
+  if (params.read_only)
+    return DISK_FAIL(Klb_Cause(DISK_ERROR_SYSTEM + EROFS),
+                     "Disk_ObjectFile::Store() - operation cannot be performed on a read-only access object.\n");
   if (Disk_Guarded("Write", [&] { return Write(msg, sync_directory, together); }) == 0) return 0;
-  DISK_LOG(3, "Store(): Can't write object file.\n");
-  return -1;
+  return DISK_FAIL("Store(): Can't write object file.\n");
 }
 
 int Disk_ObjectFile::Write(IOD_Msg* msg, bool sync_directory, Disk_Replacements* together) {
-  if (msg->GetSOPClassUID() == UI_NULL) {
-    DISK_LOG(3, "Can't get SOP Class UID.\n");
-    return -1;
-  }
-  if (msg->GetSOPInstanceUID() == UI_NULL) {
-    DISK_LOG(3, "Can't get SOP Instance UID.\n");
-    return -1;
-  }
+  if (msg->GetSOPClassUID() == UI_NULL) return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Can't get SOP Class UID.\n");
+  if (msg->GetSOPInstanceUID() == UI_NULL) return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Can't get SOP Instance UID.\n");
   Dicom_UI syntax = Dicom_UIDic::NATIVE_TRANSFER_SYNTAX;
   if (!params.store_native) {
     Dicom_Compressor const compressor;

@@ -1,9 +1,9 @@
 // The patient record, which owns the list of its study records.
 #include "Disk/Disk_Attributes.h"
+#include "infra/Klb_Failure.h"
 
 #include <Disk/Disk_PatientDirectoryRecord.h>
 #include <dicom/IOD_Image.h>
-#include <infra/Klb_LogFile.h>
 
 namespace {
 
@@ -29,8 +29,7 @@ int CheckStudyOffset(unsigned offset) {
     DISK_LOG(7, "PatientDirectoryRecord: the study offset is %d\n", int(offset));
     return 0;
   }
-  DISK_LOG(3, "Disk_PatientDirectoryRecord: no Offset Of Referenced Lower Level Directory Entity.\n");
-  return -1;
+  return DISK_FAIL("Disk_PatientDirectoryRecord: no Offset Of Referenced Lower Level Directory Entity.\n");
 }
 
 } // namespace

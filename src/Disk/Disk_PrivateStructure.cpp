@@ -17,7 +17,7 @@ namespace {
 constexpr Dicom_Tag kSopInstanceUid{0x0008, std::uint16_t(0x0018)};
 
 int Logged(int result) {
-  if (result == -1) DISK_LOG(3, "Store: Can't update study directory record.\n");
+  if (result == -1) DISK_FAIL("Store: Can't update study directory record.\n");
   return result;
 }
 
@@ -66,25 +66,24 @@ int KeepModalities(IOD_Msg& record, Disk_Removal const& removal) {
   return record.SetModalitiesInStudy(kept(record.GetModalitiesInStudy()));
 }
 
-int ReadRootRecord(std::unique_ptr<Dicom_Msg> item, Disk_RootRecords& records, Disk_PatientDirectoryRecord** patient) {
+int ReadRootRecord(std::unique_ptr<Dicom_Msg> item, std::string const& path, Disk_RootRecords& records,
+                   Disk_PatientDirectoryRecord** patient) {
   if (item->TextEquals(kRecordType, IOD_Image::PATIENT.View())) {
     constexpr char kCantCreate[] = "Read(): Can't create patient directory record.\n";
-    if (Disk_TakeRecord(std::move(item), records.patients, kCantCreate, DISK_ERROR_MEMORY) == -1) return -1;
+    if (Disk_TakeRecord(std::move(item), records.patients, kCantCreate, DISK_ERROR_MEMORY) == -1)
+      return Klb_Note(Klb_Cause(DISK_FAILURE_DAMAGED).At(path).Because("a patient record can't be read"));
     *patient = static_cast<Disk_PatientDirectoryRecord*>(records.patients.last());
     return 0;
   }
-  if (!item->TextEquals(kRecordType, IOD_Image::STUDY.View())) {
-    DISK_LOG(3, "Read(): Illegal directory record type in root directory.\n");
-    KlbGError.Set(DISK_ERROR_RECORD_TYPE);
-    return -1;
-  }
+  if (!item->TextEquals(kRecordType, IOD_Image::STUDY.View()))
+    return DISK_FAIL(Klb_Cause(DISK_ERROR_RECORD_TYPE).At(path).Because("a record is of no type that is kept"),
+                     "Read(): Illegal directory record type in root directory.\n");
   constexpr char kCantCreate[] = "Read(): Can't create study directory record.\n";
-  if (!*patient) DISK_LOG_TEXT(3, kCantCreate);
+  if (!*patient) DISK_FAIL_TEXT(kCantCreate);
   if (*patient &&
       Disk_TakeRecord(std::move(item), (*patient)->GetStudyRecords(), kCantCreate, DISK_ERROR_STUDY_RECORD) == 0)
     return 0;
-  KlbGError.Set(DISK_ERROR_STUDY_RECORD);
-  return -1;
+  return Klb_Note(Klb_Cause(DISK_ERROR_STUDY_RECORD).At(path).Because("a study record can't be read"));
 }
 
 } // namespace
@@ -124,17 +123,14 @@ int Disk_PrivateStructure::LoadRoot(Disk_DirectoryFile& root, Disk_RootRecords& 
   Dicom_Sequence* sequence = nullptr;
   IOD_Msg* msg = nullptr;
   int found = 0;
-  if (root.Read(&sequence, &found, &msg) == -1) {
-    DISK_LOG(3, "Read(): Can't read root directory file.\n");
-    return -1;
-  }
+  if (root.Read(&sequence, &found, &msg) == -1) return DISK_FAIL("Read(): Can't read root directory file.\n");
   std::unique_ptr<IOD_Msg> const owner(msg);
   if (!found) return 0;
   long const version = std::exchange(root.file_version, 0);
   Disk_PatientDirectoryRecord* patient = nullptr;
   auto const take = [&](std::unique_ptr<Dicom_Msg> item) {
     Disk_PassingOver const damage{root.passes_over_damage()};
-    return ReadRootRecord(std::move(item), records, &patient) == 0 ? 0 : damage.Failed();
+    return ReadRootRecord(std::move(item), root.own_path, records, &patient) == 0 ? 0 : damage.Failed();
   };
   if (Disk_TakeItems(*sequence, take) == -1) return -1;
   root.file_version = version;
@@ -160,7 +156,7 @@ int Disk_PrivateStructure::Load(Disk_DirectoryFile& level, Disk_RecordChain& rec
   int found = 0;
   Disk_PassingOver const damage{level.passes_over_damage()};
   if (level.Read(&sequence, &found, &msg) == -1) {
-    DISK_LOG_TEXT(3, texts.cant_read_file);
+    DISK_FAIL_TEXT(texts.cant_read_file);
     return damage.Failed();
   }
   std::unique_ptr<IOD_Msg> const owner(msg);
@@ -308,10 +304,7 @@ int Disk_PrivateStructure::TakeOut(Disk_RecordChain& records, Disk_DirectoryReco
 
 int Disk_PrivateStructure::TakeOut(Disk_RootRecords& records, Disk_PatientDirectoryRecord* patient,
                                    Disk_StudyDirectoryRecord* study) const {
-  if (!patient) {
-    DISK_LOG(3, "DeleteStudy(): Can't find patient directory record.\n");
-    return -1;
-  }
+  if (!patient) return DISK_FAIL(DISK_FAILURE_DAMAGED, "DeleteStudy(): Can't find patient directory record.\n");
   records.ForgetIndex();
   delete patient->GetStudyRecords().remove(study);
   if (patient->GetStudyRecords().isEmpty()) delete records.patients.remove(patient);
@@ -346,8 +339,7 @@ int Disk_PrivateStructure::UpdateStudy(Disk_StudyDirectoryRecord& study, IOD_Msg
   Dicom_PN const physician = msg.GetReferringPhysiciansName();
   DISK_LOG(7, "Store: Setting study's refering physician's name to \"%s\".\n", physician.CStr());
   if (record.SetReferringPhysiciansName(physician.Duplicate()) == 0) return 0;
-  DISK_LOG(3, "Store: Can't set the refering physician's name.\n");
-  return -1;
+  return DISK_FAIL("Store: Can't set the refering physician's name.\n");
 }
 
 int Disk_PrivateStructure::DropModalities(IOD_Msg& study, Disk_Removal const& removal, bool mends) const {

@@ -17,14 +17,8 @@ template <class Take>
 int Disk_TakeItems(Dicom_Sequence& sequence, Take take) {
   for (int left = sequence.GetNItems(); left > 0; --left) {
     std::unique_ptr<Dicom_Msg> item(sequence.Get(0));
-    if (!item) {
-      DISK_LOG(3, "Read(): Can't get message from sequence.\n");
-      return -1;
-    }
-    if (sequence.Remove(0, 0) == -1) {
-      DISK_LOG(3, "Read(): Can't remove message from sequence.\n");
-      return -1;
-    }
+    if (!item) return DISK_FAIL("Read(): Can't get message from sequence.\n");
+    if (sequence.Remove(0, 0) == -1) return DISK_FAIL("Read(): Can't remove message from sequence.\n");
     if (take(std::move(item)) == -1) return -1;
   }
   return 0;
@@ -47,19 +41,16 @@ inline int Disk_TakeRecords(Dicom_Sequence& sequence, Disk_RecordChain& records,
   return Disk_TakeItems(sequence, [&](std::unique_ptr<Dicom_Msg> item) {
     Disk_PassingOver const damage{pass_over_damage};
     if (Disk_TakeRecord(std::move(item), records, failure, DISK_ERROR_MEMORY) == 0) return 0;
-    bool const is_damaged = damage.before == Disk_shortages;
-    if (is_damaged) DISK_LOG(3, "Read: %s: a record is of no type that is kept\n", path.c_str());
+    if (damage.IsDamage())
+      DISK_FAIL(Klb_Cause(DISK_FAILURE_DAMAGED).At(path), "Read: %s: a record is of no type that is kept\n",
+                path.c_str());
     return damage.Failed();
   });
 }
 
 /// Appends the message of `record` to `sequence`, which doesn't own it.
 inline int Disk_AppendRecord(Disk_DirectoryRecord* record, Dicom_Sequence& sequence, char const* null_entry) {
-  if (!record) {
-    DISK_LOG_TEXT(3, null_entry);
-    KlbGError.Set(DISK_ERROR_NULL_RECORD);
-    return -1;
-  }
+  if (!record) return DISK_FAIL_TEXT(DISK_ERROR_NULL_RECORD, null_entry);
   return Disk_Allocating("Write(): Can't add message to sequence.\n", [&] {
     record->GetRecordMsg()->Condense(); // one that stays as it is from now on is copied whole by each write
     return sequence.Append(record->GetRecordMsg(), false);

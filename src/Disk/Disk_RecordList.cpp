@@ -125,7 +125,7 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
   unsigned remembered = 0;
   for (std::size_t steps = 1, next_move = 1; offset != 0; ++steps) {
     if (offset == remembered) {
-      DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice.\n", offset);
+      DISK_FAIL(DISK_FAILURE_DAMAGED, "ReadRecords: the record at offset %u is reached twice.\n", offset);
       return damage.Failed();
     }
     if (steps == next_move) {
@@ -141,41 +141,36 @@ int Disk_RecordChain::read_chain(Disk_RecordSource const& source, unsigned offse
 
 int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWindow& window, unsigned offset,
                                   unsigned owner) {
-  if (source.Seek(offset) == -1) {
-    DISK_LOG(3, "ReadRecords: Failed setting the offset. errno %d.\n", errno);
-    return -1;
-  }
+  if (source.Seek(offset) == -1)
+    return DISK_FAIL(Klb_System(errno, "seek in the directory records").Unset(),
+                     "ReadRecords: Failed setting the offset. errno %d.\n", errno);
   unsigned const end = source.RecordsEnd();
   bool const outside = offset < source.RecordsBegin() || offset >= end;
-  if (outside) DISK_LOG(3, "ReadRecords: offset %u in the chain of %u is outside of the records.\n", offset, owner);
-  if (offset >= end) {
-    DISK_LOG(3, "ReadRecords: Failed reading item tag from file. errno %d.\n", errno);
-    return -1;
-  }
+  if (outside)
+    DISK_FAIL(DISK_FAILURE_DAMAGED, "ReadRecords: offset %u in the chain of %u is outside of the records.\n", offset,
+              owner);
+  if (offset >= end)
+    return DISK_FAIL(DISK_FAILURE_DAMAGED, "ReadRecords: Failed reading item tag from file. errno %d.\n", errno);
   Dicom_Msg msg;
   unsigned length = 0;
   if (window.Read(offset, &msg, &length) == -1 || outside) return -1;
   msg.BringInOrder();
   std::unique_ptr<Disk_DirectoryRecord> record = make();
   record->record_msg = std::make_unique<IOD_Msg>(std::move(msg));
-  if (!source.Claim(offset, length, owner)) {
-    DISK_LOG(3, "ReadRecords: the record at offset %u is reached twice, stands in another, or is one of too many.\n",
-             offset);
-    return -1;
-  }
+  if (!source.Claim(offset, length, owner))
+    return DISK_FAIL(
+        DISK_FAILURE_DAMAGED,
+        "ReadRecords: the record at offset %u is reached twice, stands in another, or is one of too many.\n", offset);
   Dicom_CS const type = record->GetDirectoryRecordType();
-  if (int const its = LevelOf(type); its != -1 && its < level()) {
-    DISK_LOG(3, "ReadRecords: a %s record can't stand below its own level. offset is %u\n", type.CStr(), offset);
-    return -1;
-  }
+  if (int const its = LevelOf(type); its != -1 && its < level())
+    return DISK_FAIL(DISK_FAILURE_DAMAGED, "ReadRecords: a %s record can't stand below its own level. offset is %u\n",
+                     type.CStr(), offset);
   record->place_at(offset, length - kHeader);
   record->keep_lookup_uid();
   record->enlist_in(&unwritten_);
   Disk_PassingOver const damage{source.PassesOverDamage()};
-  if (LevelOf(type) == level() && read_below(*record, source, offset) == -1 && damage.Failed() == -1) {
-    DISK_LOG_TEXT(3, kCantConstruct);
-    return -1;
-  }
+  if (LevelOf(type) == level() && read_below(*record, source, offset) == -1 && damage.Failed() == -1)
+    return DISK_FAIL_TEXT(kCantConstruct);
   append(record.get());
   record.release();
   return 0;
@@ -185,10 +180,8 @@ int Disk_RecordChain::read_record(Disk_RecordSource const& source, Disk_RecordWi
 
 int Disk_RecordChain::add_new_record(Disk_DirectoryRecord* record, unsigned offset) {
   if (auto* const before = static_cast<Disk_DirectoryRecord*>(last())) {
-    if (before->SetOffsetOfTheNextDirectoryRecord(Dicom_UL(offset)) == -1) {
-      DISK_LOG(3, "AddNewRecord: Failed update the last record.\n");
-      return -1;
-    }
+    if (before->SetOffsetOfTheNextDirectoryRecord(Dicom_UL(offset)) == -1)
+      return DISK_FAIL("AddNewRecord: Failed update the last record.\n");
     before->SetChanged(true);
   }
   record->place_at(offset, Disk_DirectoryRecord::kUnknownLength);
@@ -231,11 +224,8 @@ struct Disk_RecordChain::Output {
     return Failed(texts);
   }
   int Failed(Texts const& texts) const {
-    if (strategy)
-      DISK_LOG_TEXT(3, texts.through_strategy);
-    else
-      DISK_LOG(3, texts.to_descriptor, errno);
-    return -1;
+    Klb_Cause const cause = Klb_System(errno, "write the directory records").Unset();
+    return strategy ? DISK_FAIL_TEXT(cause, texts.through_strategy) : DISK_FAIL(cause, texts.to_descriptor, errno);
   }
 };
 
@@ -275,8 +265,8 @@ bool Disk_RecordChain::fits(Disk_DirectoryRecord const& record, Dicom_TransferSy
   if (record.length() == Disk_DirectoryRecord::kUnknownLength) return true;
   unsigned const length = record.dump_length(syntax);
   if (length == record.length()) return true;
-  DISK_LOG(3, "WriteRecords: the record at offset %u takes %u bytes and would become %u.\n", record.place(),
-           record.length(), length);
+  DISK_FAIL(DISK_FAILURE_ARGUMENT, "WriteRecords: the record at offset %u takes %u bytes and would become %u.\n",
+            record.place(), record.length(), length);
   return false;
 }
 
@@ -284,14 +274,10 @@ int Disk_RecordChain::write_record(Output& output, Dicom_TransferSyntax const& s
                                    Disk_DirectoryRecord const& record, unsigned offset) const {
   unsigned length = record.dump_length(syntax);
   std::shared_ptr<Util_Buffer> const buffer = Util_Buffer::Make(length);
-  if (!buffer) {
-    DISK_LOG(3, "WriteRecords: Failed allocate %d bytes.\n", int(length));
-    return -1;
-  }
-  if (record.dump(buffer->data(), length, syntax) == -1) {
-    DISK_LOG(3, "WriteRecords: Failed dumping the record.\n");
-    return -1;
-  }
+  if (!buffer)
+    return DISK_FAIL(Klb_Cause(DISK_ERROR_MEMORY).Because("out of memory").Unset(),
+                     "WriteRecords: Failed allocate %d bytes.\n", int(length));
+  if (record.dump(buffer->data(), length, syntax) == -1) return DISK_FAIL("WriteRecords: Failed dumping the record.\n");
   if (record.IsNew()) {
     std::uint16_t const tag[] = {kItemTag >> 16, kItemTag & 0xFFFF};
     char tag_bytes[4], length_bytes[4];

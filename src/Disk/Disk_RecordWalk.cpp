@@ -168,10 +168,7 @@ int Disk_RecordWalk::make_response(std::unique_ptr<SCL_QueryRspIdentifier>* resp
 }
 
 int Disk_RecordWalk::run(Dicom_Msg const& record, std::unique_ptr<SCL_QueryRspIdentifier>* response) const {
-  if (failure_) {
-    DISK_LOG_TEXT(3, failure_);
-    return -1;
-  }
+  if (failure_) return DISK_FAIL_TEXT(DISK_FAILURE_ARGUMENT, failure_);
   bool matches = false;
   if (can_pack_ && pack(record, &matches))
     return !matches
@@ -181,10 +178,7 @@ int Disk_RecordWalk::run(Dicom_Msg const& record, std::unique_ptr<SCL_QueryRspId
   int status = 0;
   if (make_response(&answer, [&] { return std::make_unique<SCL_QueryRspIdentifier>(level_.level, &status); }) == -1)
     return -1;
-  if (status == -1) {
-    DISK_LOG_TEXT(3, level_.cant_create_response);
-    return -1;
-  }
+  if (status == -1) return DISK_FAIL_TEXT(level_.cant_create_response);
   Dicom_ElementCursor cursor(record);
   std::uint32_t reached = 0;
   for (Key const& key : keys_) {
@@ -240,6 +234,6 @@ Disk_RecordWalk::Found Disk_RecordWalk::compare(Dicom_ME const& element, Key con
   if (result == 0 && creator.IsPrivateCreator() && !response.Has(creator))
     if (Dicom_ME const* reserved = record.Find(creator)) result = response.Add(Dicom_ME(*reserved));
   if (result == 0) return Found::Match;
-  DISK_LOG_TEXT(3, level_.cant_add);
+  DISK_FAIL_TEXT(level_.cant_add);
   return Found::Failure;
 }

@@ -1,8 +1,9 @@
 #include "Disk/Disk_RecordWindow.h"
+#include "infra/Klb_Failure.h"
 
 #include "dicom/encoding/Dicom_DataSetReader.h"
 
-#include <infra/Klb_LogFile.h>
+#include <Disk/Disk_Error.h>
 #include <infra/Util_Buffer.h>
 
 #include <algorithm>
@@ -15,6 +16,11 @@ constexpr unsigned kHeader = 8; // tag and length of an item
 constexpr unsigned kMostAhead = 1 << 16;
 
 Dicom_Encoding EncodingOf(Dicom_TransferSyntax const& syntax) { return {syntax.IsExplicitVR(), syntax.IsBigEndian()}; }
+
+/// errno is that of a call since the reading began, or 0.
+Klb_Cause CantRead() {
+  return errno == 0 ? Klb_Cause(DISK_FAILURE_DAMAGED) : Klb_System(errno, "read the directory records").Unset();
+}
 
 /// The body of the item at `offset`, whose length is left open. Null when no delimiter ends it.
 std::shared_ptr<Util_Buffer const> ReadOpenItem(Disk_RecordSource const& source, unsigned offset) {
@@ -58,19 +64,13 @@ int Disk_RecordWindow::read_header(unsigned offset, std::uint32_t* length) const
     std::copy_n(bytes_->data() + (offset - begin_), kHeader, header);
   else
     got = source_.ReadAt(header, std::min(kHeader, source_.RecordsEnd() - offset), offset);
-  if (got < 4) {
-    DISK_LOG(3, "ReadRecords: Failed reading item tag from file. errno %d.\n", errno);
-    return -1;
-  }
+  if (got < 4) return DISK_FAIL(CantRead(), "ReadRecords: Failed reading item tag from file. errno %d.\n", errno);
   std::uint32_t const tag = Dicom_LoadTag(header, big_endian);
-  if (tag != kItemTag) {
-    DISK_LOG(3, "ReadRecords: (%04x,%04x) is not an item tag. offset is %d\n", tag >> 16, tag & 0xFFFF, int(offset));
-    return -1;
-  }
-  if (got < long(kHeader)) {
-    DISK_LOG(3, "ConstructFromFile: Failed reading from file. errno %d.\n", errno);
-    return -1;
-  }
+  if (tag != kItemTag)
+    return DISK_FAIL(DISK_FAILURE_DAMAGED, "ReadRecords: (%04x,%04x) is not an item tag. offset is %d\n", tag >> 16,
+                     tag & 0xFFFF, int(offset));
+  if (got < long(kHeader))
+    return DISK_FAIL(CantRead(), "ConstructFromFile: Failed reading from file. errno %d.\n", errno);
   *length = Dicom_Load32(header + 4, big_endian);
   return 0;
 }
@@ -99,8 +99,7 @@ int Disk_RecordWindow::Read(unsigned offset, Dicom_Msg* record, unsigned* length
   }
   if (error == -1) {
     DISK_LOG(3, "ReadRecords: Failed constructing the record.\n");
-    DISK_LOG(3, "ReadRecords: no whole record stands at offset %u.\n", offset);
-    return -1;
+    return DISK_FAIL(CantRead(), "ReadRecords: no whole record stands at offset %u.\n", offset);
   }
   *length = kHeader + unsigned(size);
   run_ = offset == next_ ? run_ + *length : *length;

@@ -76,7 +76,11 @@ struct PrivateFiles {
     IOD_Msg* msg = nullptr;
     int found = 0;
     Disk_DirectoryFile file(id, Disk_StoreParams::READ_ONLY, nullptr);
-    if (file.Read(&sequence, &found, &msg) == -1) return 0; // logged, and left as it is
+    Klb_Attempt const attempt;
+    if (file.Read(&sequence, &found, &msg) == -1) { // logged, and left as it is
+      attempt.Forget();
+      return 0;
+    }
     std::unique_ptr<IOD_Msg> const owner(msg);
     if (!found) return 0;
     std::string const path = id.Path(), folder = Disk_Names::FolderOf(path);
@@ -142,16 +146,19 @@ int Disk_Recover(std::string const& prefix) {
   if (needed == 0) return 0;
   auto const failed = [&] {
     int const cause = errno;
-    DISK_LOG(3, "Recover: %s can't be brought in order after a power cut (errno=%d).\n", prefix.c_str(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "bring in order after a power cut", prefix),
+                     "Recover: %s can't be brought in order after a power cut (errno=%d).\n", prefix.c_str(), cause);
   };
   if (needed == -1) return failed();
   std::string const folder = Disk_Names::In(prefix, Disk_Names::kRelaxed);
   std::string const boot = Disk_Names::In(folder, Disk_Names::kBoot);
   Klb_LockFile turn;
-  if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1)
-    return Disk_RelaxedEpoch::NeedsRecovery(prefix) != 0 ? failed() : 0; // another did it
+  Klb_Attempt const attempt;
+  if (turn.Init(folder.c_str(), boot.c_str(), 0) == -1 || turn.LockExclusive() == -1) {
+    if (Disk_RelaxedEpoch::NeedsRecovery(prefix) != 0) return failed();
+    attempt.Forget(); // another did it
+    return 0;
+  }
   if (Disk_RelaxedEpoch::NeedsRecovery(prefix) == 0) return 0;
   std::shared_ptr<Util_Buffer const> const file = Util_FileSystem::ReadWholeFile(boot.c_str(), 256);
   if (!file) return failed(); // an empty one has another meaning

@@ -1,6 +1,7 @@
 #include "Disk/Disk_RelaxedEpoch.h"
 
 #include "Disk/Disk_LookAgain.h"
+#include "infra/Klb_Failure.h"
 
 #include <infra/Util_FileSystem.h>
 
@@ -139,7 +140,9 @@ int Disk_RelaxedEpoch::LockShared() {
   constexpr int kMostTries = 100; // as others may end the epoch again and again
   std::string const folder = FolderIn(prefix_), boot = Disk_Names::In(folder, Disk_Names::kBoot);
   std::string const& wanted = content();
+  Klb_Attempt const attempt;
   for (int i = 0; i < kMostTries; ++i) {
+    attempt.Forget();
     if (!initialised_ || !Exists(boot)) {
       if (Util_FileSystem::MakeDirectory(folder.c_str()) == -1) return -1;
       int const open = IsOpen(prefix_);
@@ -231,9 +234,11 @@ int Disk_RelaxedEpoch::End(std::string const& prefix) {
   std::string const folder = FolderIn(prefix);
   int open = IsOpen(prefix);
   Klb_LockFile lock;
+  Klb_Attempt const attempt;
   if (open == 1 && (lock.Init(folder.c_str(), Disk_Names::In(folder, Disk_Names::kBoot).c_str(), 0) == -1 ||
                     lock.LockExclusive() == -1))
     open = errno == ENOENT ? 0 : -1;
+  if (open == 0) attempt.Forget();
   if (open == -1 || Util_FileSystem::SyncFileSystem(prefix.c_str()) == -1) return -1;
   return open == 1 ? RemoveCopies(folder) : 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
-#include <infra/Klb_LogFile.h>
+#include "infra/Klb_Failure.h"
+
 #include <infra/Util_FileSystem.h>
 
 #include <algorithm>
@@ -9,16 +10,20 @@
 /// What deletes share. A file or directory that can't be removed is logged with `text`, which takes its path and errno,
 /// and never stops a delete.
 
+inline int Disk_CantRemove(std::string const& path, int level, char const* text) {
+  DISK_LOG(level, text, path.c_str(), errno);
+  if (errno != ENOENT) Klb_PassOver(Klb_System(errno, "delete", path));
+  return -1;
+}
+
 inline int Disk_RemoveFile(std::string const& path, int level, char const* text) {
   int const result = path.empty() ? -1 : Util_FileSystemInterface::Current().Unlink(path.c_str());
-  if (result == -1) DISK_LOG(level, text, path.c_str(), errno);
-  return result;
+  return result == 0 ? 0 : Disk_CantRemove(path, level, text);
 }
 
 inline int Disk_RemoveDirectory(std::string const& path, int level, char const* text) {
   int const result = Util_FileSystemInterface::Current().Rmdir(path.c_str());
-  if (result == -1) DISK_LOG(level, text, path.c_str(), errno);
-  return result;
+  return result == 0 ? 0 : Disk_CantRemove(path, level, text);
 }
 
 /// A counter that an interrupted store left below the number of records is raised to it: what it leads to removing

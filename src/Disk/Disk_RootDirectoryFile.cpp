@@ -31,6 +31,7 @@ Disk_RootDirectoryFile::Disk_RootDirectoryFile(wchar_t const* file_set_prefix, D
 
 Disk_RootDirectoryFile::~Disk_RootDirectoryFile() {
   int const code = KlbGError.Get();
+  Klb_Quiet const quiet;
   Disk_Guarded("~Disk_RootDirectoryFile", [&] {
     structure->Close(lock_manager);
     return 0;
@@ -40,7 +41,7 @@ Disk_RootDirectoryFile::~Disk_RootDirectoryFile() {
 
 void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status) {
   if (*status == -1) {
-    DISK_LOG(3, "Disk_RootDirectoryFile: Failed init the Dicom_CS.\n");
+    DISK_FAIL(DISK_FAILURE_ARGUMENT, "Disk_RootDirectoryFile: Failed init the Dicom_CS.\n");
     return;
   }
   *status = Disk_RefuseNull("Disk_RootDirectoryFile", file_set_prefix);
@@ -49,10 +50,8 @@ void Disk_RootDirectoryFile::Construct(char const* file_set_prefix, int* status)
 
 int Disk_RootDirectoryFile::construct(char const* file_set_prefix) {
   if ((!params.read_only && Recover(file_set_prefix) == -1) ||
-      lock_manager.Init(file_set_prefix, params.read_only) == -1) {
-    DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init the lock.\n");
-    return -1;
-  }
+      lock_manager.Init(file_set_prefix, params.read_only) == -1)
+    return DISK_FAIL("Disk_RootDirectoryFile: Failed Init the lock.\n");
   if (leave_epoch() == -1) return -1;
   epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, params.standard_structure != 0, Disk_Recover);
   int const result = structure->Open(file_set_prefix, params, writing_strategy, lock_manager);
@@ -75,7 +74,9 @@ int Disk_RootDirectoryFile::lock(Disk_FileSetHold& hold, bool shared, bool write
 void Disk_RootDirectoryFile::begin_durability(Disk_FileSetHold& hold) {
   Util_Durability durability = own_durability.value_or(Util_FileSystem::GetProcessDurability());
   bool const needs_epoch = epoch && !params.read_only && !structure->KeepsImage(writing_strategy);
+  Klb_Attempt const attempt;
   if (durability == Util_Durability::Relaxed && needs_epoch && hold.epoch.Shared(*epoch) == -1) {
+    attempt.Forget();
     DISK_LOG(4, "No relaxed operation is possible here (errno=%d), so this one is durable.\n", errno);
     durability = Util_Durability::Full;
   }
@@ -94,9 +95,8 @@ int Disk_RootDirectoryFile::Sync() {
     if (refuse_read_only("Sync") == -1) return -1;
     if (Disk_RelaxedEpoch::End(GetFileSetPrefix()) == 0) return 0;
     int const cause = errno;
-    DISK_LOG(3, "Sync: Can't sync %s (errno=%d).\n", GetFileSetPrefix(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "sync", GetFileSetPrefix()), "Sync: Can't sync %s (errno=%d).\n",
+                     GetFileSetPrefix(), cause);
   });
 }
 

@@ -75,15 +75,10 @@ void MergeSort(Iterator first, Iterator last, Before before) {
 
 /// -1 on failure.
 long FreeKb(std::string const& folder, long reserved_kb) {
-  if (folder.empty()) {
-    DISK_LOG(3, "FreeSpace(): Can't remove component from file-id.\n");
-    return -1;
-  }
+  if (folder.empty()) return DISK_FAIL("FreeSpace(): Can't remove component from file-id.\n");
   double bytes = 0;
-  if (Klb_FileSystemUtils::GetFreeSpace(folder.c_str(), &bytes) == -1) {
-    KlbGError.Set(DISK_ERROR_SYSTEM + errno);
-    return -1;
-  }
+  if (Klb_FileSystemUtils::GetFreeSpace(folder.c_str(), &bytes) == -1)
+    return Klb_Note(Klb_System(errno, "tell the free space of", folder));
   long left = 0;
   bool const beyond = __builtin_sub_overflow(long(bytes * kKbPerByte), reserved_kb, &left); // of a negative reserve
   return beyond ? std::numeric_limits<long>::max() : std::max(left, 0L);
@@ -95,7 +90,7 @@ long Disk_RootDirectoryFile::FreeSpace() {
   long free = -1;
   Disk_Guarded("FreeSpace", [&] {
     free = FreeKb(directory().FolderPath(), reserved_kb);
-    return 0;
+    return free == -1 ? -1 : 0;
   });
   return free;
 }
@@ -116,7 +111,7 @@ int Disk_RootDirectoryFile::AutoDelete() {
 int Disk_RootDirectoryFile::AutoDeleteRoad::auto_delete() {
   if (!root.support_par.auto_delete_supported) {
     DISK_LOG(5, "AutoDelete: auto-delete is not supported\n");
-    return -1;
+    return Klb_Note(Klb_Cause(DISK_FAILURE_UNSUPPORTED).Because("SetSupportPar hasn't allowed it"));
   }
   if (root.structure->RequirePrivate(kPrivateOnly) == -1) return -1;
   if (root.refuse_read_only("AutoDelete") == -1) return -1;
@@ -130,10 +125,7 @@ int Disk_RootDirectoryFile::AutoDeleteRoad::auto_delete() {
   if (read_by_update(file_set, false, &dated) == -1) return -1;
   root.MarkDirty();
   std::time_t const now = Util_Clock::Now();
-  if (now == std::time_t(-1)) {
-    DISK_LOG(3, "AutoDelete: Can't detect current time.\n");
-    return -1;
-  }
+  if (now == std::time_t(-1)) return DISK_FAIL("AutoDelete: Can't detect current time.\n");
   bool reached = false;
   for (auto entry = dated.begin(); entry != dated.end() && !reached && !Disk_IsStopped(root.stop_wanted); ++entry) {
     if (!may_auto_delete(*entry, std::int64_t(now))) continue;
@@ -143,13 +135,9 @@ int Disk_RootDirectoryFile::AutoDeleteRoad::auto_delete() {
   }
   if (!reached)
     DISK_LOG(7, "AutoDelete: it's impossible to clean up to %d MBytes\n", int(root.auto_delete_par.wanted_free_mb));
-  if (root.Write() == -1) {
-    DISK_LOG(3, "AutoDelete: Can't update the file.\n");
-    return -1;
-  }
+  if (root.Write() == -1) return DISK_FAIL("AutoDelete: Can't update the file.\n");
   if (file_set.Release() == 0) return 0;
-  DISK_LOG(3, "AutoDelete: Can't unlock file-set.\n");
-  return -1;
+  return DISK_FAIL("AutoDelete: Can't unlock file-set.\n");
 }
 
 int Disk_RootDirectoryFile::ListAutoDelete(std::vector<Disk_AutoDeleteCandidate>* candidates) {
@@ -177,17 +165,10 @@ int Disk_RootDirectoryFile::AutoDeleteRoad::list_auto_delete(std::vector<Disk_Au
 /// All studies as they stand, the least recently updated first, under the lock.
 int Disk_RootDirectoryFile::AutoDeleteRoad::read_by_update(Disk_FileSetHold& file_set, bool shared,
                                                            std::vector<DatedStudy>* dated) {
-  if (root.lock(file_set, shared) == -1) {
-    DISK_LOG(3, "AutoDelete: Can't lock file-set.\n");
-    return -1;
-  }
-  if (root.Read() == -1) {
-    DISK_LOG(3, "AutoDelete: Can't read root directory file.\n");
-    return -1;
-  }
+  if (root.lock(file_set, shared) == -1) return DISK_FAIL("AutoDelete: Can't lock file-set.\n");
+  if (root.Read() == -1) return DISK_FAIL("AutoDelete: Can't read root directory file.\n");
   if (sort_by_update(dated) == 0) return 0;
-  DISK_LOG(3, "AutoDelete: Can't sort studies.\n");
-  return -1;
+  return DISK_FAIL("AutoDelete: Can't sort studies.\n");
 }
 
 int Disk_RootDirectoryFile::AutoDeleteRoad::sort_by_update(std::vector<DatedStudy>* dated) const {
@@ -215,17 +196,21 @@ bool Disk_RootDirectoryFile::AutoDeleteRoad::may_auto_delete(DatedStudy const& e
 /// A study that can't be locked is passed over. 0, also when not all of it could be deleted, or -1.
 int Disk_RootDirectoryFile::AutoDeleteRoad::auto_delete_study(Disk_StudyDirectoryRecord* study, bool* passed_over) {
   root.ResetStudyFile();
+  Klb_Attempt const attempt;
   root.GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held; // until the study's files are gone
   if (!root.study_file || held.Exclusive(*root.study_file) == -1) {
-    DISK_LOG(3, "AutoDelete: Can't lock study file-set.\n");
+    DISK_FAIL("AutoDelete: Can't lock study file-set.\n");
     root.DeleteCorruptedEntry(study);
+    attempt.PassOver();
     *passed_over = true;
     return 0;
   }
   Disk_Removal removal;
   if (root.study_file->Delete(&removal) == -1) {
     DISK_LOG(4, "AutoDelete: Can't delete study.\n");
+    attempt.PassOver();
+    attempt.PassOver();
   } else {
     int const known = Disk_Counted(*study->GetRecordMsg(), kSeriesOfStudy).value_or(0);
     if (known != removal.series_removed)
@@ -233,8 +218,7 @@ int Disk_RootDirectoryFile::AutoDeleteRoad::auto_delete_study(Disk_StudyDirector
     if (root.DeleteStudy(study) == -1) DISK_LOG(4, "AutoDelete: Can't delete study record.\n");
   }
   if (held.Release() == 0) return 0;
-  DISK_LOG(3, "Delete: Can't unlock study file-set.\n");
-  return -1;
+  return DISK_FAIL("Delete: Can't unlock study file-set.\n");
 }
 
 /// The folder that a study's record names; empty when it names none.
@@ -264,12 +248,9 @@ int Disk_RootDirectoryFile::DeleteCorruptedEntry(Disk_StudyDirectoryRecord* stud
   if (errno != ENOENT || !Disk_IsGone(folder)) {
     int const cause = errno;
     DISK_LOG(3, "DeleteCorruptedEntry: unexpected error accessing study's directory, entry not deleted\n");
-    DISK_LOG(3, "The cause: errno=%d.\n", cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "look at", folder), "The cause: errno=%d.\n", cause);
   }
   if (!params.read_only) Disk_RelaxedEpoch::Forget(Disk_FileID(GetFileSetPrefix(), study->GetReferencedFileID(), 0));
   if (DeleteStudyFromList(study) == 0) return 0;
-  DISK_LOG(3, "DeleteCorruptedEntry: could not remove entry from DICOMDIR.\n");
-  return -1;
+  return DISK_FAIL("DeleteCorruptedEntry: could not remove entry from DICOMDIR.\n");
 }

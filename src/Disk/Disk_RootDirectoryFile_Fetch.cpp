@@ -36,17 +36,10 @@ int Disk_RootDirectoryFile::FetchRoad::get_one(SCL_MoveIdentifier const& identif
                                                IOD_Msg** object, Disk_AsyncFile* async) {
   DISK_LOG(7, "GetOne: [%d]\n", ++s_fetches);
   Dicom_UI const study_uid = identifier.GetStudyInstanceUID();
-  if (model != 1) {
-    DISK_LOG(3, "GetOne(): Unsupported information model.\n");
-    KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
-    return -1;
-  }
+  if (model != 1) return DISK_FAIL(DISK_ERROR_INFORMATION_MODEL, "GetOne(): Unsupported information model.\n");
   Disk_FileSetHold file_set;
   bool const may_write = root.structure->NotesAccess() && is_another_study(study_uid);
-  if (root.lock(file_set, true, may_write) == -1) {
-    DISK_LOG(3, "GetOne(): Can't lock file-set.\n");
-    return -1;
-  }
+  if (root.lock(file_set, true, may_write) == -1) return DISK_FAIL("GetOne(): Can't lock file-set.\n");
   int result = -1;
   if (identifier.Has(kFileId)) {
     Disk_FileID const id = root.object_id(identifier.Value<Dicom_CS>(kFileId));
@@ -57,10 +50,7 @@ int Disk_RootDirectoryFile::FetchRoad::get_one(SCL_MoveIdentifier const& identif
     if (!reached) return -1;
   }
   note_access(study_uid);
-  if (file_set.Release() == -1) {
-    DISK_LOG(3, "GetOne(): Can't unlock file-set.\n");
-    return -1;
-  }
+  if (file_set.Release() == -1) return DISK_FAIL("GetOne(): Can't unlock file-set.\n");
   return result;
 }
 
@@ -91,21 +81,12 @@ int Disk_RootDirectoryFile::FetchRoad::fetch_by_uids(Dicom_UI const& study_uid, 
     *reached = true;
     return again;
   }
-  if (root.Read() == -1) {
-    DISK_LOG(3, "GetOne(): Can't read root directory file.\n");
-    return -1;
-  }
+  if (root.Read() == -1) return DISK_FAIL("GetOne(): Can't read root directory file.\n");
   Disk_StudyDirectoryRecord* study = root.GetStudyRecord(study_uid);
-  if (!study) {
-    DISK_LOG(3, "GetOne(): Can't find study.\n");
-    return -1;
-  }
+  if (!study) return DISK_FAIL(DISK_FAILURE_NOT_FOUND, "GetOne(): Can't find study.\n");
   root.GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held;
-  if (!root.study_file || held.Shared(*root.study_file) == -1) {
-    DISK_LOG(3, "GetOne(): Can't lock study.\n");
-    return -1;
-  }
+  if (!root.study_file || held.Shared(*root.study_file) == -1) return DISK_FAIL("GetOne(): Can't lock study.\n");
   *reached = true;
   int const result = root.study_file->GetOne(identifier.GetSeriesInstanceUID(), identifier.GetSOPInstanceUID(), object);
   if (held.Release() == -1)

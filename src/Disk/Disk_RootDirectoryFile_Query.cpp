@@ -48,26 +48,13 @@ int Disk_RootDirectoryFile::Query(SCL_QueryIdentifier const& identifier, SCL_Inf
 int Disk_RootDirectoryFile::QueryRoad::query(SCL_QueryIdentifier const& identifier, SCL_InformationModel model,
                                              Dicom_Sequence* results) {
   root.ResetStudyFile();
-  if (model != 1) {
-    DISK_LOG(3, "Query(): Unsupported information model.\n");
-    KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
-    return -1;
-  }
+  if (model != 1) return DISK_FAIL(DISK_ERROR_INFORMATION_MODEL, "Query(): Unsupported information model.\n");
   Disk_FileSetHold file_set;
-  if (root.lock(file_set, true) == -1) {
-    DISK_LOG(3, "Query(): Can't lock file-set.\n");
-    return -1;
-  }
-  if (root.Read() == -1) {
-    DISK_LOG(3, "Query(): Can't read root directory file.\n");
-    return -1;
-  }
+  if (root.lock(file_set, true) == -1) return DISK_FAIL("Query(): Can't lock file-set.\n");
+  if (root.Read() == -1) return DISK_FAIL("Query(): Can't read root directory file.\n");
   Disk_RecordWalk walk(identifier, identifier.GetQueryRetrieveLevel());
   if (query_patients(walk, results) == -1) return -1;
-  if (file_set.Release() == -1) {
-    DISK_LOG(3, "Query(): Can't unlock file-set.\n");
-    return -1;
-  }
+  if (file_set.Release() == -1) return DISK_FAIL("Query(): Can't unlock file-set.\n");
   Disk_FilterMissingTags(identifier, results);
   return 0;
 }
@@ -105,8 +92,7 @@ int Disk_RootDirectoryFile::QueryRoad::query_patient(Disk_RecordWalk const& walk
   if (!Disk_IsLive(*root.structure, patient)) return 0;
   if (!root.structure->AsksPatients() || walk.Level() != SCL_QueryRetrieveLevel::STUDY) return 1;
   if (query_record(walk, patient, response) == 0) return *response ? 1 : 0;
-  DISK_LOG(3, "Query: Failed query the patient record.\n");
-  return -1;
+  return DISK_FAIL("Query: Failed query the patient record.\n");
 }
 
 int Disk_RootDirectoryFile::QueryRoad::query_below(Disk_RecordWalk& walk, Disk_StudyDirectoryRecord* study,
@@ -119,9 +105,7 @@ int Disk_RootDirectoryFile::QueryRoad::query_below(Disk_RecordWalk& walk, Disk_S
   case SCL_QueryRetrieveLevel::IMAGE:
     return query_lower(walk, study, results);
   default:
-    DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
-    KlbGError.Set(DISK_ERROR_LEVEL);
-    return -1;
+    return DISK_FAIL(DISK_ERROR_LEVEL, "Query(): unknown Query/Retrieve Level.\n");
   }
 }
 
@@ -135,16 +119,11 @@ int Disk_RootDirectoryFile::QueryRoad::query_record(Disk_RecordWalk const& walk,
 int Disk_RootDirectoryFile::QueryRoad::query_study(Disk_RecordWalk const& walk, Disk_StudyDirectoryRecord const& study,
                                                    Dicom_Msg const* patient_response, Dicom_Sequence* results) const {
   std::unique_ptr<SCL_QueryRspIdentifier> response;
-  if (query_record(walk, study, &response) == -1) {
-    DISK_LOG(3, "Query: FAiled query the study record.\n");
-    return -1;
-  }
+  if (query_record(walk, study, &response) == -1) return DISK_FAIL("Query: FAiled query the study record.\n");
   if (!response) return 0;
   if (patient_response) {
-    if (response->Update(*patient_response, false, false) == -1) {
-      DISK_LOG(3, "Query: Failed update the patient result.\n");
-      return -1;
-    }
+    if (response->Update(*patient_response, false, false) == -1)
+      return DISK_FAIL("Query: Failed update the patient result.\n");
     Disk_DeclareCharacterSet(*response);
   }
   return Disk_AppendResponse(std::move(response), results, "Query: Can't add a result to the sequence of results.\n");
@@ -158,32 +137,23 @@ int Disk_RootDirectoryFile::QueryRoad::query_lower(Disk_RecordWalk& walk, Disk_S
   case Choice::PassedOver:
     return 0;
   case Choice::Impossible:
-    DISK_LOG(3, "Query: Can't get study instance UID nor Accession Number.\n");
-    return -1;
+    return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Query: Can't get study instance UID nor Accession Number.\n");
   }
   Disk_LowerResponses responses(*results);
   Dicom_UI const uid = study->GetRecordMsg()->GetStudyInstanceUID();
   if (walk.StampStudy(uid) == -1) return -1;
+  Klb_Attempt const attempt;
   root.GetStudyFile(study);
   Disk_Hold<Disk_StudyDirectoryFile> held;
   if (!root.study_file || held.Shared(*root.study_file) == -1) {
-    if (root.has_lost_folder(*study)) return 0;
-    DISK_LOG(3, "Query: Can't lock study .\n");
-    return -1;
+    if (!root.has_lost_folder(*study)) return DISK_FAIL("Query: Can't lock study .\n");
+    attempt.Forget();
+    return 0;
   }
-  if (root.study_file->Query(walk, results) == -1) {
-    DISK_LOG(3, "Query(): Can't query lower level.\n");
-    return -1;
-  }
-  if (held.Release() == -1) {
-    DISK_LOG(3, "Query(): Can't unlock study.\n");
-    return -1;
-  }
+  if (root.study_file->Query(walk, results) == -1) return DISK_FAIL("Query(): Can't query lower level.\n");
+  if (held.Release() == -1) return DISK_FAIL("Query(): Can't unlock study.\n");
   root.KeepStudyFile();
-  if (uid == UI_NULL && !responses.IsEmpty()) {
-    DISK_LOG(3, "Query(): Can't get Study instance UID.\n");
-    return -1;
-  }
+  if (uid == UI_NULL && !responses.IsEmpty()) return DISK_FAIL("Query(): Can't get Study instance UID.\n");
   responses.Keep();
   return 0;
 }

@@ -32,21 +32,17 @@ struct Disk_RootDirectoryFile::StatusRoad {
 template <class Change>
 int Disk_RootDirectoryFile::StatusRoad::change_study(Dicom_UI const& study_uid, StudyChangeTexts const& texts,
                                                      Change change) {
-  auto const failed = [](char const* text) {
-    DISK_LOG_TEXT(3, text);
-    return -1;
-  };
   if (root.refuse_read_only(texts.name) == -1) return -1;
   Disk_FileSetHold file_set;
-  if (root.lock(file_set, false) == -1) return failed(texts.cant_lock);
-  if (root.Read() == -1) return failed(texts.cant_read);
+  if (root.lock(file_set, false) == -1) return DISK_FAIL_TEXT(texts.cant_lock);
+  if (root.Read() == -1) return DISK_FAIL_TEXT(texts.cant_read);
   root.MarkDirty();
   Disk_StudyDirectoryRecord* const study = root.GetStudyRecord(study_uid);
-  if (!study) return failed(texts.no_study);
+  if (!study) return DISK_FAIL_TEXT(DISK_FAILURE_NOT_FOUND, texts.no_study);
   if (change(*study->GetRecordMsg()) == -1) return -1;
-  if (root.Write() == -1) return failed(texts.cant_write);
+  if (root.Write() == -1) return DISK_FAIL_TEXT(texts.cant_write);
   root.ResetStudyFile();
-  return file_set.Release() == 0 ? 0 : failed(texts.cant_unlock);
+  return file_set.Release() == 0 ? 0 : DISK_FAIL_TEXT(texts.cant_unlock);
 }
 
 // Protection
@@ -68,9 +64,7 @@ namespace {
 
 int CheckModel(SCL_InformationModel model, ProtectionTexts const& texts) {
   if (model == 1) return 0;
-  DISK_LOG_TEXT(3, texts.model);
-  KlbGError.Set(DISK_ERROR_INFORMATION_MODEL);
-  return -1;
+  return DISK_FAIL_TEXT(DISK_ERROR_INFORMATION_MODEL, texts.model);
 }
 
 } // namespace
@@ -99,14 +93,13 @@ int Disk_RootDirectoryFile::StatusRoad::set_protection(SCL_MoveIdentifier const&
     auto const level = identifier.GetQueryRetrieveLevel();
     if (level == SCL_QueryRetrieveLevel::STUDY) {
       if (record.SetProtectionFlag(flag) == 0) return 0;
-      DISK_LOG_TEXT(3, texts.cant_set);
+      DISK_FAIL_TEXT(texts.cant_set);
     } else if (level == SCL_QueryRetrieveLevel::IMAGE) {
-      DISK_LOG_TEXT(3, texts.image_level);
+      DISK_FAIL_TEXT(DISK_FAILURE_ARGUMENT, texts.image_level);
     } else if (level == SCL_QueryRetrieveLevel::SERIES) {
-      DISK_LOG_TEXT(3, texts.series_level);
+      DISK_FAIL_TEXT(DISK_FAILURE_ARGUMENT, texts.series_level);
     } else {
-      DISK_LOG_TEXT(3, texts.other_level);
-      KlbGError.Set(DISK_ERROR_LEVEL);
+      DISK_FAIL_TEXT(DISK_ERROR_LEVEL, texts.other_level);
     }
     return -1;
   });
@@ -129,8 +122,7 @@ int Disk_RootDirectoryFile::SetStudyCompleted(Dicom_UI const& study_uid) {
     if (structure->RequirePrivate(STATUS_PRIVATE_ONLY("SetStudyCompleted")) == -1) return -1;
     return StatusRoad{*this}.change_study(study_uid, kTexts, [](IOD_Msg& record) {
       if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_LOAD_COMPLETED, IOD_Image::Y) == 0) return 0;
-      DISK_LOG(3, STATUS_PREFIX("SetStudyCompleted") "Cannot update load status.\n");
-      return -1;
+      return DISK_FAIL(STATUS_PREFIX("SetStudyCompleted") "Cannot update load status.\n");
     });
   });
 }
@@ -142,8 +134,7 @@ int Disk_RootDirectoryFile::SetStudyAccessed(Dicom_UI const& study_uid) {
     return StatusRoad{*this}.change_study(study_uid, kTexts, [](IOD_Msg& record) {
       Dicom_DT const now(GetCurrentDate(), GetTickCount(), nullptr);
       if (record.Set(Dicom_Dictionary::KOLBA_DICOMDIR_STUDY_ACCESS_DATE, now) == 0) return 0;
-      DISK_LOG(3, STATUS_PREFIX("SetStudyAccessed") "Cannot update access date.\n");
-      return -1;
+      return DISK_FAIL(STATUS_PREFIX("SetStudyAccessed") "Cannot update access date.\n");
     });
   });
 }

@@ -50,18 +50,17 @@ int Disk_RootDirectoryFile::Store(IOD_Msg* msg, bool add_icon, int store_unmatch
 }
 
 int Disk_RootDirectoryFile::StoreRoad::store(Disk_StoreRequest const& request) {
-  if (!request.msg) {
-    DISK_LOG(3, "Disk_RootDirectoryFile::Store : StoredObject is NULL\n");
-    return -1;
-  }
+  if (!request.msg)
+    return DISK_FAIL(Klb_Cause(DISK_FAILURE_ARGUMENT).Because("there is no object"),
+                     "Disk_RootDirectoryFile::Store : StoredObject is NULL\n");
   IOD_Msg& msg = *request.msg;
   root.structure->TellStore("Store: standard DICOMDIR.\n");
   DISK_LOG_TEXT(6, root.Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
   if (check_identifiers(msg) == -1) return -1;
   if (!request.in_place && !request.move_store && msg.GetSOPClassUID() == UI_NULL) {
-    DISK_LOG(3, "Can't get SOP Class UID.\n"); // its file can't be written: better now than when directories are made
-    DISK_LOG(3, "Store: Can't store.\n");
-    return -1;
+    DISK_FAIL(DISK_FAILURE_ARGUMENT,
+              "Can't get SOP Class UID.\n"); // its file can't be written: better now than when directories are made
+    return DISK_FAIL("Store: Can't store.\n");
   }
   if (root.refuse_read_only("Store") == -1 || find_in_place(request) == -1) return -1;
   root.ResetStudyFile(); // one that a failure left may have no lock
@@ -69,10 +68,7 @@ int Disk_RootDirectoryFile::StoreRoad::store(Disk_StoreRequest const& request) {
   Disk_FileSetHold file_set;
   if (lock_for_store(file_set) == -1) return -1;
   if ((root.structure->LocksStudies() ? store_beside_others(request, file_set) : store_alone(request)) == -1) return -1;
-  if (file_set.Release() == -1) {
-    DISK_LOG(3, "Store: Can't unlock file-set.\n");
-    return -1;
-  }
+  if (file_set.Release() == -1) return DISK_FAIL("Store: Can't unlock file-set.\n");
   root.KeepStudyFile();
   return 0;
 }
@@ -87,21 +83,13 @@ int Disk_RootDirectoryFile::StoreRoad::find_in_place(Disk_StoreRequest const& re
   struct stat found {};
   if (file.empty() || Util_FileSystemInterface::Current().Stat(file.c_str(), &found) == 0) return 0;
   int const cause = errno;
-  DISK_LOG(3, "Store: Can't find %s (errno=%d).\n", file.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "find", file), "Store: Can't find %s (errno=%d).\n", file.c_str(), cause);
 }
 
 /// Takes the file-set's lock and brings the records up to date.
 int Disk_RootDirectoryFile::StoreRoad::lock_for_store(Disk_FileSetHold& file_set) {
-  if (root.lock(file_set, false) == -1) {
-    DISK_LOG(3, "Store: Can't lock file-set.\n");
-    return -1;
-  }
-  if (root.Read() == -1) {
-    DISK_LOG(3, "Store: Can't read root directory file.\n");
-    return -1;
-  }
+  if (root.lock(file_set, false) == -1) return DISK_FAIL("Store: Can't lock file-set.\n");
+  if (root.Read() == -1) return DISK_FAIL("Store: Can't read root directory file.\n");
   return 0;
 }
 
@@ -115,9 +103,7 @@ int Disk_RootDirectoryFile::StoreRoad::store_beside_others(Disk_StoreRequest con
     root.ResetStudyFile();
     if (lock_for_store(file_set) == -1) return -1;
   }
-  DISK_LOG(3, "Store: the study doesn't stay.\n");
-  KlbGError.Set(DISK_ERROR_SYSTEM + EAGAIN);
-  return -1;
+  return DISK_FAIL(Klb_Cause(DISK_ERROR_SYSTEM + EAGAIN), "Store: the study doesn't stay.\n");
 }
 
 /// 0; -1; or kStudyIsGone, with nothing done and no lock held.
@@ -125,10 +111,7 @@ int Disk_RootDirectoryFile::StoreRoad::try_beside_others(Disk_StoreRequest const
   Dicom_UI const study_uid = request.msg->GetStudyInstanceUID();
   Disk_StudyDirectoryRecord* study = root.GetStudyRecord(study_uid);
   // a known study has its own lock: other studies go on meanwhile
-  if (study && pin_study(&study) == -1) {
-    DISK_LOG(3, "Store: Can't lock study .\n");
-    return -1;
-  }
+  if (study && pin_study(&study) == -1) return DISK_FAIL("Store: Can't lock study .\n");
   bool const new_study = !study;
   Disk_PatientDirectoryRecord* patient = nullptr;
   if (new_study) {
@@ -138,10 +121,7 @@ int Disk_RootDirectoryFile::StoreRoad::try_beside_others(Disk_StoreRequest const
     DISK_LOG(7, "Store: locking the study.\n");
   }
   long const version = root.file_version;
-  if (!new_study && file_set.Release() == -1) {
-    DISK_LOG(3, "Store: Can't unlock file-set.\n");
-    return -1;
-  }
+  if (!new_study && file_set.Release() == -1) return DISK_FAIL("Store: Can't unlock file-set.\n");
   int new_series = 0, new_image = 0;
   if (int const result = store_below(request, study, !new_study, &new_series, &new_image); result != 0) return result;
   if (!new_study) {
@@ -150,21 +130,17 @@ int Disk_RootDirectoryFile::StoreRoad::try_beside_others(Disk_StoreRequest const
     study = root.study_file->IsInPlace() ? root.GetStudyRecord(study_uid)
                                          : nullptr; // one that was made anew lacks the object
     if (!study) {
-      KlbGError.Set(DISK_ERROR_SYSTEM + (errno == 0 ? ESTALE : errno));
-      DISK_LOG(3, "Problem reading study record of study <%s>\n", study_uid.CStr());
-      return -1;
+      Klb_Cause const cause = Klb_System(errno == 0 ? ESTALE : errno, "find the study's record again");
+      return DISK_FAIL(cause, "Problem reading study record of study <%s>\n", study_uid.CStr());
     }
   }
   bool const others_wrote = !new_study && (root.file_version != version || root.study_file->HasDropped());
   root.MarkDirty();
   if (root.structure->UpdateStudy(*study, *request.msg, new_series, new_image) == -1 ||
-      (others_wrote && limit_counts(*study) == -1)) {
-    DISK_LOG(3, "Store: Failed updating the zentara details.\n");
-    return -1;
-  }
+      (others_wrote && limit_counts(*study) == -1))
+    return DISK_FAIL("Store: Failed updating the zentara details.\n");
   if (root.Write() == 0) return 0;
-  DISK_LOG(3, "Store: Can't update the file.\n");
-  return -1;
+  return DISK_FAIL("Store: Can't update the file.\n");
 }
 
 /// A delete that came while the file-set was given up has counted what the study's file holds, with what a store had
@@ -175,7 +151,7 @@ int Disk_RootDirectoryFile::StoreRoad::limit_counts(Disk_StudyDirectoryRecord& s
   auto const limit = [&](Disk_Counter const& counter, int most) {
     if (Disk_Counted(*study.GetRecordMsg(), counter).value_or(0) <= most) return 0;
     int const result = root.structure->SetCounter(study, counter, most);
-    if (result == -1) DISK_LOG(3, "Store: Can't update study directory record.\n");
+    if (result == -1) DISK_FAIL("Store: Can't update study directory record.\n");
     return result;
   };
   return limit(kImagesOfStudy, images) == -1 ? -1 : limit(kSeriesOfStudy, series);
@@ -185,10 +161,12 @@ int Disk_RootDirectoryFile::StoreRoad::limit_counts(Disk_StudyDirectoryRecord& s
 /// nobody could ever store there again: such a record is dropped, and `*study` becomes null. 0 or -1.
 int Disk_RootDirectoryFile::StoreRoad::pin_study(Disk_StudyDirectoryRecord** study) {
   Dicom_UI const uid = (*study)->GetRecordMsg()->GetStudyInstanceUID();
+  Klb_Attempt const attempt;
   root.GetStudyFile(*study);
   DISK_LOG(7, "Store: locking the study.\n");
   if (root.study_file && root.study_file->Pin() == 0) return 0;
   if (!root.has_lost_folder(**study)) return -1;
+  attempt.Forget();
   root.ResetStudyFile();
   root.MarkDirty(); // the records may be older than what the folder looks like
   if (root.Read() == -1) return -1;
@@ -230,13 +208,10 @@ int Disk_RootDirectoryFile::StoreRoad::store_alone(Disk_StoreRequest const& requ
   DISK_LOG(7, "Store: locking the study.\n");
   int new_series = 0, new_image = 0;
   if (store_below(request, study, false, &new_series, &new_image) == -1) return -1;
-  if (root.structure->UpdateStudy(*study, msg, new_series, new_image) == -1) {
-    DISK_LOG(3, "Store: Failed updating the standard DICOMDIR details.\n");
-    return -1;
-  }
+  if (root.structure->UpdateStudy(*study, msg, new_series, new_image) == -1)
+    return DISK_FAIL("Store: Failed updating the standard DICOMDIR details.\n");
   if (root.Write() == 0 && operation.Commit() == 0) return 0;
-  DISK_LOG(3, "Store: Can't update the file.\n");
-  return -1;
+  return DISK_FAIL("Store: Can't update the file.\n");
 }
 
 /// The part of a store below the root, under the study's lock. A study that was pinned when the file-set was locked may
@@ -249,17 +224,12 @@ int Disk_RootDirectoryFile::StoreRoad::store_below(Disk_StoreRequest const& requ
                                       : held.Exclusive(*root.study_file);
   if (locked == -1) {
     if (root.study_file && is_pinned && errno == ESTALE) return kStudyIsGone;
-    DISK_LOG(3, "Store: Can't lock study .\n");
-    return -1;
+    return DISK_FAIL("Store: Can't lock study .\n");
   }
   if (is_pinned && check_match(request, study, *study) == -1) return -1;
-  if (root.study_file->Store(request, study, new_series, new_image) == -1) {
-    DISK_LOG(3, "Store: Can't store.\n");
-    return -1;
-  }
+  if (root.study_file->Store(request, study, new_series, new_image) == -1) return DISK_FAIL("Store: Can't store.\n");
   if (held.Release() == 0) return 0;
-  DISK_LOG(3, "Store: Can't unlock file-set.\n");
-  return -1;
+  return DISK_FAIL("Store: Can't unlock file-set.\n");
 }
 
 int Disk_RootDirectoryFile::StoreRoad::check_identifiers(IOD_Msg const& msg) const {
@@ -268,10 +238,7 @@ int Disk_RootDirectoryFile::StoreRoad::check_identifiers(IOD_Msg const& msg) con
                               : msg.GetSOPInstanceUID() == UI_NULL    ? "Store: Missing SOP Instance UID.\n"
                               : msg.GetPatientID() == LO_NULL         ? "Store: Missing Patient ID.\n"
                                                                       : nullptr;
-  if (missing) {
-    DISK_LOG_TEXT(3, missing);
-    return -1;
-  }
+  if (missing) return DISK_FAIL_TEXT(DISK_FAILURE_ARGUMENT, missing);
   DISK_LOG(6, "Store: Storing instance of study %s\n", msg.GetStudyInstanceUID().CStr());
   DISK_LOG(6, "Store: Storing instance of series %s\n", msg.GetSeriesInstanceUID().CStr());
   DISK_LOG(6, "Store: Instance UID %s\n", msg.GetSOPInstanceUID().CStr());
@@ -285,34 +252,22 @@ int Disk_RootDirectoryFile::StoreRoad::add_study(Disk_StoreRequest const& reques
   *patient = root.GetPatientRecord(msg.GetPatientID(), msg.GetIssuerOfPatientID());
   if (!*patient && new_patient_record(msg, patient) == -1) return -1;
   std::unique_ptr<Disk_StudyDirectoryRecord> record(new (std::nothrow) Disk_StudyDirectoryRecord());
-  if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
-  if (!record || root.structure->Fill(*record, msg) == -1) {
-    DISK_LOG(3, "Store: Can't create new study directory record.\n");
-    return -1;
-  }
-  if (root.NewStudy(*patient, record.get(), request.in_place, request.existing_file) == -1) {
-    DISK_LOG(3, "Store: Can't create new study.\n");
-    return -1;
-  }
+  if (!record) Klb_Note(Klb_Cause(DISK_ERROR_MEMORY).Because("out of memory"));
+  if (!record || root.structure->Fill(*record, msg) == -1)
+    return DISK_FAIL("Store: Can't create new study directory record.\n");
+  if (root.NewStudy(*patient, record.get(), request.in_place, request.existing_file) == -1)
+    return DISK_FAIL("Store: Can't create new study.\n");
   *study = record.release();
-  if (root.structure->MarkNew(**study) == -1) {
-    DISK_LOG(3, "Store: Can't set protection flag.\n");
-    return -1;
-  }
+  if (root.structure->MarkNew(**study) == -1) return DISK_FAIL("Store: Can't set protection flag.\n");
   return 0;
 }
 
 int Disk_RootDirectoryFile::StoreRoad::new_patient_record(IOD_Msg const& msg, Disk_PatientDirectoryRecord** patient) {
   std::unique_ptr<Disk_PatientDirectoryRecord> record(new (std::nothrow) Disk_PatientDirectoryRecord());
-  if (!record) KlbGError.Set(DISK_ERROR_MEMORY);
-  if (!record || root.structure->Fill(*record, msg) == -1) {
-    DISK_LOG(3, "Store: Can't create new patient directory record.\n");
-    return -1;
-  }
-  if (root.NewPatient(record.get()) == -1) {
-    DISK_LOG(3, "Store: Can't create new patient.\n");
-    return -1;
-  }
+  if (!record) Klb_Note(Klb_Cause(DISK_ERROR_MEMORY).Because("out of memory"));
+  if (!record || root.structure->Fill(*record, msg) == -1)
+    return DISK_FAIL("Store: Can't create new patient directory record.\n");
+  if (root.NewPatient(record.get()) == -1) return DISK_FAIL("Store: Can't create new patient.\n");
   *patient = record.release();
   return 0;
 }
@@ -333,16 +288,11 @@ int Disk_RootDirectoryFile::StoreRoad::new_study_directory(Disk_StudyDirectoryRe
                                                            char const* existing_file) {
   Disk_FileID id;
   if (study_directory(*study, in_place, existing_file, &id) == -1) return -1;
-  if (id.AddComponent("DIRFILE") == -1) {
-    DISK_LOG(3, "NewStudy(): Can't add component to file-id.\n");
-    return -1;
-  }
+  if (id.AddComponent("DIRFILE") == -1) return DISK_FAIL("NewStudy(): Can't add component to file-id.\n");
   Disk_StudyDirectoryFile file(id, root.params, root.standard_dicomdir, 0);
   file.MarkUnnamed();
-  if ((in_place && file.RefuseLink() == -1) || file.Write() == -1) {
-    DISK_LOG(3, "NewStudy(): Can't write new directory file.\n");
-    return -1;
-  }
+  if ((in_place && file.RefuseLink() == -1) || file.Write() == -1)
+    return DISK_FAIL("NewStudy(): Can't write new directory file.\n");
   return study->SetReferencedFileID(id.GetID());
 }
 
@@ -355,16 +305,12 @@ int Disk_RootDirectoryFile::StoreRoad::study_directory(Disk_StudyDirectoryRecord
     status = directory_in_place(existing_file, id);
   else
     *id = root.GenerateReferencedFileID(record.GetStudyID(), record.GetStudyInstanceUID(), &status);
-  if (status == -1) {
-    DISK_LOG(3, "NewStudy(): Can't generate a file ID.\n");
-    return -1;
-  }
+  if (status == -1) return DISK_FAIL("NewStudy(): Can't generate a file ID.\n");
   std::string const path = id->Path();
   if (in_place || root.make_directory(path) == 0) return 0;
   int const cause = errno;
-  DISK_LOG(3, "NewStudy(): Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "create the folder", path),
+                   "NewStudy(): Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
 }
 
 /// The folder two levels above an object. A directory file is written into it, so it must not be the file-set's own,
@@ -387,9 +333,7 @@ int Disk_RootDirectoryFile::StoreRoad::directory_in_place(char const* existing_f
     *id = Disk_FileID(prefix.c_str(), path.c_str(), &status, 0);
     return status;
   }
-  DISK_LOG(3, "%s can't be in place as the first object of a study.\n", existing_file);
-  KlbGError.Set(DISK_ERROR_FILE_NAME);
-  return -1;
+  return DISK_FAIL(DISK_ERROR_FILE_NAME, "%s can't be in place as the first object of a study.\n", existing_file);
 }
 
 bool Disk_RootDirectoryFile::is_named(std::string const& id) const {
@@ -414,18 +358,20 @@ struct Mismatch {
   char const* tolerated;
   char const* refused;
   char const* values; // the object's, then the stored one
+  char const* attribute;
   int code;
 };
 
 constexpr Mismatch kName{"Store: Patient's name doesn't match the study UID, but the image is stored\n",
                          "Store: Patient's name does not match the study UID.\n",
-                         "Patient Name is %s, but must be %s\n", DISK_ERROR_PATIENT_MISMATCH};
+                         "Patient Name is %s, but must be %s\n", "Patient's Name", DISK_ERROR_PATIENT_MISMATCH};
 constexpr Mismatch kId{"Store: Patient ID doesn't match the study UID, but the image is stored\n",
                        "Store: Patient ID does not match the study UID.\n", "Patient ID is %s, but must be %s\n",
-                       DISK_ERROR_PATIENT_MISMATCH};
+                       "Patient ID", DISK_ERROR_PATIENT_MISMATCH};
 constexpr Mismatch kStudyId{"Store: Study ID doesn't match the study UID, but the image is stored.\n",
                             "Store: Study ID does not match the study UID of old images of the same study.\n",
-                            "Study ID is %s, but must be %s. Store cant be done...\n", DISK_ERROR_STUDY_ID_MISMATCH};
+                            "Study ID is %s, but must be %s. Store cant be done...\n", "Study ID",
+                            DISK_ERROR_STUDY_ID_MISMATCH};
 
 /// Logs a mismatch. 0 when it is tolerated, otherwise -1.
 int Mismatched(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringType const& stored, bool tolerate) {
@@ -434,9 +380,9 @@ int Mismatched(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_Stri
     return 0;
   }
   DISK_LOG_TEXT(3, mismatch.refused);
-  DISK_LOG(3, mismatch.values, its.CStr(), stored.CStr());
-  KlbGError.Set(mismatch.code);
-  return -1;
+  std::string const why =
+      std::string(mismatch.attribute) + " is " + its.GetText() + ", but must be " + stored.GetText();
+  return DISK_FAIL(Klb_Cause(mismatch.code).Because(why), mismatch.values, its.CStr(), stored.CStr());
 }
 
 int Compare(Mismatch const& mismatch, Dicom_StringType const& its, Dicom_StringType const& stored, bool tolerate) {
@@ -456,11 +402,9 @@ int Disk_RootDirectoryFile::StoreRoad::check_match(Disk_StoreRequest const& requ
     if (Compare(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) return -1;
   } else { // no patient has the object's ID and issuer, so the study's doesn't
     IOD_Msg const& known = *root.GetPatientRecord(msg.GetStudyInstanceUID())->GetRecordMsg();
-    if (Mismatched(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1) {
-      DISK_LOG(3, "Issuer of Patient ID is '%s', and '%s' of the study's patient.\n", msg.GetIssuerOfPatientID().CStr(),
-               known.GetIssuerOfPatientID().CStr());
-      return -1;
-    }
+    if (Mismatched(kId, msg.GetPatientID(), known.GetPatientID(), tolerate) == -1)
+      return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Issuer of Patient ID is '%s', and '%s' of the study's patient.\n",
+                       msg.GetIssuerOfPatientID().CStr(), known.GetIssuerOfPatientID().CStr());
   }
   if (Compare(kStudyId, msg.GetStudyID(), study.GetRecordMsg()->GetStudyID(), tolerate) == 0) return 0;
   DISK_LOG(4, "Store can be more tolerant, if the parameter store_unmatching_images is TRUE within all_clients\n");

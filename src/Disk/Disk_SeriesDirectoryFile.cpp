@@ -52,10 +52,7 @@ int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_Serie
   DISK_LOG(7, "Entering Store\n");
   structure->TellStore("Store: standard_dicomdir.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
-  if (Read() == -1) {
-    DISK_LOG(3, "Store(): Can't read series directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("Store(): Can't read series directory file.\n");
   if (is_folder_gone) return kFolderIsGone;
   MarkDirty();
   Disk_InstanceDirectoryRecord* image = GetImageRecord(request.msg->GetSOPInstanceUID());
@@ -70,22 +67,16 @@ int Disk_SeriesDirectoryFile::Store(Disk_StoreRequest const& request, Disk_Serie
   }
   if (place_object(request, *image, together) == -1) return -1;
   if (Write(together) == 0) return 0;
-  DISK_LOG(3, "Store(): Can't update the series directory file.\n");
-  return -1;
+  return DISK_FAIL("Store(): Can't update the series directory file.\n");
 }
 
 int Disk_SeriesDirectoryFile::add_image(Disk_StoreRequest const& request, Disk_SeriesDirectoryRecord* series,
                                         Disk_InstanceDirectoryRecord** image) {
   std::unique_ptr<Disk_InstanceDirectoryRecord> record(new (std::nothrow) Disk_InstanceDirectoryRecord());
-  if (!record) KlbGError.Set(DISK_ERROR_NEW_RECORD);
-  if (!record || structure->Fill(*record, *request.msg, request.add_icon) == -1) {
-    DISK_LOG(3, "Store(): Can't create new image directory record.\n");
-    return -1;
-  }
-  if (NewImage(series, record.get(), request) == -1) {
-    DISK_LOG(3, "Store(): Can't create new image.\n");
-    return -1;
-  }
+  if (!record) Klb_Note(Klb_Cause(DISK_ERROR_NEW_RECORD).Because("out of memory"));
+  if (!record || structure->Fill(*record, *request.msg, request.add_icon) == -1)
+    return DISK_FAIL("Store(): Can't create new image directory record.\n");
+  if (NewImage(series, record.get(), request) == -1) return DISK_FAIL("Store(): Can't create new image.\n");
   *image = record.release();
   return 0;
 }
@@ -97,10 +88,7 @@ int Disk_SeriesDirectoryFile::NewImage(Disk_SeriesDirectoryRecord* series, Disk_
   Disk_FileID const id = request.in_place
                              ? Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0)
                              : GenerateReferencedFileID(record.GetImageNumber(), record.GetImageLabel(), &status);
-  if (status == -1) {
-    DISK_LOG(3, "NewImage(): Can't generate a file ID.\n");
-    return -1;
-  }
+  if (status == -1) return DISK_FAIL("NewImage(): Can't generate a file ID.\n");
   if (structure->RecordsSyntax() && set_syntax(image, request) == -1) return -1;
   if (image->SetReferencedFileID(id.GetID()) == -1) return -1;
   return structure->Add(image_records, series, image, &first_image_offset);
@@ -116,22 +104,20 @@ int Disk_SeriesDirectoryFile::set_syntax(Disk_InstanceDirectoryRecord* image, Di
     Util_FileDescriptor const file = Util_FileSystem::Open(request.existing_file, O_RDONLY | O_NONBLOCK);
     if (!file) {
       int const cause = errno;
-      DISK_LOG(3, "NewImage: Can't open file %s (errno=%d).\n", request.existing_file, cause);
-      KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-      return -1;
+      return DISK_FAIL(Klb_System(cause, "open", request.existing_file), "NewImage: Can't open file %s (errno=%d).\n",
+                       request.existing_file, cause);
     }
     Util_TransferSyntax start;
     errno = 0; // stays so when the file is no DICOM file
     if (start.GetDetails(file.Get()) == -1) {
-      if (errno != 0) KlbGError.Set(DISK_ERROR_SYSTEM + errno);
-      DISK_LOG(3, "NewImage: Failed getting the file (%s) transfer syntax.\n", request.existing_file);
-      return -1;
+      int const code = errno != 0 ? DISK_ERROR_SYSTEM + errno : int(DISK_FAILURE_ARGUMENT);
+      return DISK_FAIL(Klb_Cause(code).At(request.existing_file).Because("it is no DICOM file"),
+                       "NewImage: Failed getting the file (%s) transfer syntax.\n", request.existing_file);
     }
     syntax = start.GetTransferSyntax();
   }
   if (image->SetReferencedTransferSyntaxInFile(syntax) == 0) return 0;
-  DISK_LOG(3, "NewImage: Failed setting the transfer syntax.\n");
-  return -1;
+  return DISK_FAIL("NewImage: Failed setting the transfer syntax.\n");
 }
 
 bool Disk_SeriesDirectoryFile::is_named(std::string const& id) const {
@@ -159,8 +145,7 @@ int Disk_SeriesDirectoryFile::place_object(Disk_StoreRequest const& request, Dis
   if (request.move_store) return move_object(request, id);
   if (request.in_place) return sync_in_place(id.Path());
   if (Disk_ObjectFile(id, params).Store(request.msg, !is_synced_with(id), together) == 0) return 0;
-  DISK_LOG(3, "Store(): Can't store object.\n");
-  return -1;
+  return DISK_FAIL("Store(): Can't store object.\n");
 }
 
 bool Disk_SeriesDirectoryFile::is_synced_with(Disk_FileID const& object) const {
@@ -173,22 +158,14 @@ int Disk_SeriesDirectoryFile::sync_in_place(std::string const& path) {
   if (file && Util_FileSystem::GetDurability() == Util_Durability::Relaxed) return 0;
   if (file && Util_FileSystem::SyncFile(file.Get()) == 0) return sync_directory_of(path);
   int const cause = errno;
-  DISK_LOG(3, "Store(): Can't sync %s (errno=%d).\n", path.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "sync", path), "Store(): Can't sync %s (errno=%d).\n", path.c_str(), cause);
 }
 
 int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk_FileID const& id) {
-  if (!request.file_to_move) {
-    DISK_LOG(3, "Store(): move store was requested, no file name to move was given.\n");
-    return -1;
-  }
+  if (!request.file_to_move)
+    return DISK_FAIL(DISK_FAILURE_ARGUMENT, "Store(): move store was requested, no file name to move was given.\n");
   std::string const path = id.Path();
-  if (path.empty()) {
-    DISK_LOG(3, "Store(): Illegal file name.\n");
-    KlbGError.Set(DISK_ERROR_FILE_NAME);
-    return -1;
-  }
+  if (path.empty()) return DISK_FAIL(DISK_ERROR_FILE_NAME, "Store(): Illegal file name.\n");
   DISK_LOG(7, "Store(): a move store. db file name will be %s\n", path.c_str());
   Util_FileDescriptor const file = Util_FileSystem::Open(request.file_to_move, O_RDONLY | O_NONBLOCK);
   bool const replaces = Util_FileSystem::MayExist(path.c_str()); // what may be durable
@@ -196,9 +173,8 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
   bool const lasting = file && Util_FileSystem::SyncFile(file.Get(), durability) == 0;
   if (!lasting || Util_FileSystemInterface::Current().Rename(request.file_to_move, path.c_str()) == -1) {
     int const cause = errno;
-    DISK_LOG(3, "Store(): rename of %s to %s failed. errno=%d.\n", request.file_to_move, path.c_str(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "move", request.file_to_move), "Store(): rename of %s to %s failed. errno=%d.\n",
+                     request.file_to_move, path.c_str(), cause);
   }
   if (!is_synced_with(id) && sync_directory_of(path) == -1) return -1;
   if (request.stored_file_name) std::memcpy(request.stored_file_name, path.c_str(), path.size() + 1);
@@ -207,15 +183,11 @@ int Disk_SeriesDirectoryFile::move_object(Disk_StoreRequest const& request, Disk
 
 int Disk_SeriesDirectoryFile::GetOne(Dicom_UI const& sop_instance_uid, IOD_Msg** object) {
   if (Disk_RefuseNull("GetOne", object) == -1) return -1;
-  if (Read() == -1) {
-    DISK_LOG(3, "GetOne(): Can't read series directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("GetOne(): Can't read series directory file.\n");
   Disk_InstanceDirectoryRecord const* image = GetImageRecord(sop_instance_uid);
-  if (!image) {
-    DISK_LOG(3, "GetOne(): Can't find image with SOPInstanceUID = %s\n", sop_instance_uid.CStr());
-    return -1;
-  }
+  if (!image)
+    return DISK_FAIL(DISK_FAILURE_NOT_FOUND, "GetOne(): Can't find image with SOPInstanceUID = %s\n",
+                     sop_instance_uid.CStr());
   return Disk_ObjectFile(object_id(image->GetReferencedFileID()), params).Get(object, nullptr);
 }
 

@@ -34,10 +34,7 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
   if (Disk_RefuseNull("Delete", tally, records) == -1) return -1;
   DISK_LOG(7, "Delete:\n");
   if (refuse_read_only("Delete") == -1) return -1;
-  if (Read() == -1) {
-    DISK_LOG(3, "Delete(): Can't read series directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("Delete(): Can't read series directory file.\n");
   MarkDirty();
   std::vector<Disk_InstanceDirectoryRecord*> going = Disk_InUse(*structure, image_records);
   *records = int(going.size());
@@ -57,15 +54,17 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
     std::string const path = object_id(image->GetReferencedFileID()).Path();
     if (!path.empty()) folders[path.substr(0, path.rfind('/'))] = path;
     // a series that goes takes all its images with it, also one whose file can't be removed
-    if (DeleteImage(*image) == -1 && !all) {
+    Klb_Attempt const attempt;
+    int const deleted = DeleteImage(*image);
+    if (deleted == -1) attempt.PassOver();
+    if (deleted == -1 && !all) {
       ++tally->failed;
       continue;
     }
     ++tally->completed;
     if (structure->TakeOut(image_records, image) == 0) continue;
-    DISK_LOG_TEXT(3, all ? "Delete: Failed setting the record in use flag.\n"
-                         : "Delete: Faile setting the record in use flag.\n");
-    return -1;
+    return DISK_FAIL_TEXT(all ? "Delete: Failed setting the record in use flag.\n"
+                              : "Delete: Faile setting the record in use flag.\n");
   }
   // the files are gone for good before their records go, where these don't bring their own folder to the disk
   for (auto const& [folder, path] : folders)
@@ -73,8 +72,7 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
         Util_FileSystemInterface::Current().Access(folder.c_str(), F_OK) == 0 && sync_directory_of(path) == -1)
       return -1;
   if (Write() == 0) return 0;
-  DISK_LOG(3, "Delete(): Can't update the file.\n");
-  return -1;
+  return DISK_FAIL("Delete(): Can't update the file.\n");
 }
 
 int Disk_SeriesDirectoryFile::Delete(Dicom_UI image_uids, MXL_SubOperationsReport* report) {
@@ -91,20 +89,15 @@ int Disk_SeriesDirectoryFile::DeleteImage(Disk_InstanceDirectoryRecord const& im
   Disk_FileID const id = object_id(referenced);
   if (IsAccompanied(*image.GetRecordMsg())) DeleteCineFile(id, referenced);
   std::string const path = id.Path();
-  if (path.empty()) {
-    DISK_LOG(3, "DeleteImage(): Illegal file name.\n");
-    KlbGError.Set(DISK_ERROR_FILE_NAME);
-    return -1;
-  }
+  if (path.empty()) return DISK_FAIL(DISK_ERROR_FILE_NAME, "DeleteImage(): Illegal file name.\n");
   if (Util_FileSystemInterface::Current().Unlink(path.c_str()) == 0) return 0;
   if (errno == ENOENT) {
     DISK_LOG(4, "DeleteImage(): Warning: can't delete file %s (does not exist)\n", path.c_str());
     return 0;
   }
   int const cause = errno;
-  DISK_LOG(3, "DeleteImage(): Can't delete a file %s (errno=%d).\n", path.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "delete", path), "DeleteImage(): Can't delete a file %s (errno=%d).\n",
+                   path.c_str(), cause);
 }
 
 /// The object names the file, which may stand anywhere.
@@ -123,5 +116,5 @@ void Disk_SeriesDirectoryFile::DeleteCineFile(Disk_FileID const& id, Dicom_CS co
   if (errno == ENOENT)
     DISK_LOG(4, "DeleteImage(): Warning: Cannot delete unexisting file %s\n", name.c_str());
   else
-    DISK_LOG(3, "DeleteImage(): Can't delete a file %s (errno=%d).\n", name.c_str(), errno);
+    Disk_CantRemove(name, 3, "DeleteImage(): Can't delete a file %s (errno=%d).\n");
 }

@@ -17,10 +17,7 @@ int Disk_SeriesDirectoryFile::Query(Disk_RecordWalk const& walk, Dicom_Sequence*
 }
 
 int Disk_SeriesDirectoryFile::query(Disk_RecordWalk const& walk, Dicom_Sequence* results) {
-  if (Read() == -1) {
-    DISK_LOG(3, "Query(): Can't read series directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("Query(): Can't read series directory file.\n");
   for (Disk_InstanceDirectoryRecord* image : image_records)
     if (Disk_IsLive(*structure, *image) && Disk_QueryRecord(walk, *image, results) == -1) return -1;
   return 0;

@@ -1,4 +1,5 @@
 #include "Disk/Disk_StandardStructure.h"
+#include "infra/Klb_Failure.h"
 
 #include "Disk/Disk_RelaxedEpoch.h"
 #include "Disk/Disk_Remove.h"
@@ -25,13 +26,9 @@ template <class T, class Link>
 int AddToChain(Disk_DicomDir& dicomdir, Disk_RecordList<T>& records, T* record, Link link, char const* cant_link,
                char const* cant_add) {
   unsigned const offset = dicomdir.GetOffsetEnd();
-  if (records.isEmpty() && link(offset) == -1) {
-    DISK_LOG_TEXT(3, cant_link);
-    return -1;
-  }
+  if (records.isEmpty() && link(offset) == -1) return DISK_FAIL_TEXT(cant_link);
   if (dicomdir.Reserve(*record->GetRecordMsg()) == 0 && records.AddNewRecord(record, offset) == 0) return 0;
-  DISK_LOG_TEXT(3, cant_add);
-  return -1;
+  return DISK_FAIL_TEXT(cant_add);
 }
 
 /// Makes `offset` the start of the chain below a record.
@@ -94,18 +91,14 @@ Disk_StandardStructure::~Disk_StandardStructure() = default;
 int Disk_StandardStructure::Open(char const* prefix, Disk_StoreParams params, Disk_StorageStrategy* strategy,
                                  Klb_LockFile& lock) {
   Disk_Hold<Klb_LockFile> file_set;
-  if ((params.read_only ? file_set.Shared(lock) : file_set.Exclusive(lock)) == -1) {
-    DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init the lock.\n");
-    return -1;
-  }
+  if ((params.read_only ? file_set.Shared(lock) : file_set.Exclusive(lock)) == -1)
+    return DISK_FAIL("Disk_RootDirectoryFile: Failed Init the lock.\n");
   own_ = std::make_unique<Disk_DicomDir>();
   dicomdir_ = own_.get();
   dicomdir_->PassOverDamage(params.read_only && params.pass_over_damage);
   if ((!params.read_only && Disk_DicomDir::Replay(prefix) == -1) ||
-      dicomdir_->Init(prefix, params.read_only, strategy) == -1) {
-    DISK_LOG(3, "Disk_RootDirectoryFile: Failed Init standard_dicomdir.\n");
-    return -1;
-  }
+      dicomdir_->Init(prefix, params.read_only, strategy) == -1)
+    return DISK_FAIL("Disk_RootDirectoryFile: Failed Init standard_dicomdir.\n");
   return 0;
 }
 
@@ -136,11 +129,9 @@ int Disk_StandardStructure::complete_redo(char const* prefix, Disk_Hold<Klb_Lock
                                           bool shared, bool* stale) {
   constexpr int kMostTries = 100; // completing takes the lock exclusively, and others get in between
   for (int i = 0; dicomdir_->HasRedo(); ++i) {
-    if (i == kMostTries) {
-      DISK_LOG(3, "The redo record of %s doesn't go.\n", prefix);
-      KlbGError.Set(DISK_ERROR_SYSTEM + EAGAIN);
-      return -1;
-    }
+    if (i == kMostTries)
+      return DISK_FAIL(Klb_System(EAGAIN, "complete the redo record of", prefix), "The redo record of %s doesn't go.\n",
+                       prefix);
     if (shared && hold.Exclusive(lock) == -1) return -1;
     if (Disk_DicomDir::Replay(prefix) == -1) return -1;
     *stale = true;
@@ -161,8 +152,7 @@ bool Disk_StandardStructure::HasPending(Disk_StorageStrategy* strategy) const {
 int Disk_StandardStructure::Lowercase() const { return dicomdir_ && dicomdir_->IsLowercase() ? 1 : 0; }
 
 int Disk_StandardStructure::RequirePrivate(char const* text) const {
-  DISK_LOG_TEXT(3, text);
-  return -1;
+  return DISK_FAIL_TEXT(DISK_FAILURE_UNSUPPORTED, text);
 }
 void Disk_StandardStructure::TellStore(char const* text) const { DISK_LOG_TEXT(6, text); }
 
@@ -182,21 +172,12 @@ Disk_Replacements* Disk_StandardStructure::Together(Disk_Replacements&) const { 
 
 int Disk_StandardStructure::LoadRoot(Disk_DirectoryFile& root, Disk_RootRecords& records) {
   dicomdir_->ForgetClaims();
-  if (dicomdir_->RefreshOffsetEnd() == -1) {
-    DISK_LOG(3, "Read: Failed refreshing the end offset.\n");
-    return -1;
-  }
+  if (dicomdir_->RefreshOffsetEnd() == -1) return DISK_FAIL("Read: Failed refreshing the end offset.\n");
   unsigned const first = dicomdir_->GetOffsetOfTheFirstDirectoryRecord();
-  if (first == 0) {
-    DISK_LOG(3, "Read: the offset of the patient record doesn't exist.\n");
-    return -1;
-  }
+  if (first == 0) return DISK_FAIL(DISK_FAILURE_DAMAGED, "Read: the offset of the patient record doesn't exist.\n");
   if (first == dicomdir_->GetOffsetEnd()) return 0;
   DISK_LOG(7, "Read: the patient offset is %d.\n", int(first));
-  if (records.patients.ReadRecords(*dicomdir_, first) == -1) {
-    DISK_LOG(3, "Read: Failed reading the records.\n");
-    return -1;
-  }
+  if (records.patients.ReadRecords(*dicomdir_, first) == -1) return DISK_FAIL("Read: Failed reading the records.\n");
   records.reaches_patients = false;
   for (Disk_PatientDirectoryRecord* patient : records.patients)
     records.reaches_patients = records.reaches_patients || patient->GetDirectoryRecordType() == IOD_Image::PATIENT;
@@ -206,49 +187,34 @@ int Disk_StandardStructure::LoadRoot(Disk_DirectoryFile& root, Disk_RootRecords&
 
 int Disk_StandardStructure::SaveRoot(Disk_DirectoryFile& root, Disk_RootRecords& records) {
   int const result = write_root(root, records);
-  if (result == -1) DISK_LOG(3, "Write: Failed write to standard DICOMDIR.\n");
+  if (result == -1) DISK_FAIL("Write: Failed write to standard DICOMDIR.\n");
   return result;
 }
 
 int Disk_StandardStructure::write_root(Disk_DirectoryFile& root, Disk_RootRecords& records) {
   Disk_StorageStrategy* const strategy = root.GetWritingStrategy();
-  if (dicomdir_->Write(strategy) == -1) {
-    DISK_LOG(3, "Write: Failed writing the standard DICOMDIR prefix.\n");
-    return -1;
-  }
+  if (dicomdir_->Write(strategy) == -1) return DISK_FAIL("Write: Failed writing the standard DICOMDIR prefix.\n");
   unsigned const first = dicomdir_->GetOffsetOfTheFirstDirectoryRecord();
-  if (first == 0) {
-    DISK_LOG(3, "standard_write: the offset of the patient records doesn't exist.\n");
-    return -1;
-  }
-  if (dicomdir_->WriteRecords(records.patients, first, strategy) == -1) {
-    DISK_LOG(3, "standard_write: Failed writing the patient records.\n");
-    return -1;
-  }
+  if (first == 0)
+    return DISK_FAIL(DISK_FAILURE_DAMAGED, "standard_write: the offset of the patient records doesn't exist.\n");
+  if (dicomdir_->WriteRecords(records.patients, first, strategy) == -1)
+    return DISK_FAIL("standard_write: Failed writing the patient records.\n");
   for (Disk_PatientDirectoryRecord* patient : records.touched_patients) {
     unsigned const below = patient->GetOffsetOfReferencedLowerLevelDirectoryEntity();
-    if (below == 0) {
-      DISK_LOG(3, "standard_write: the offset of the study records doesn't exist.\n");
-      return -1;
-    }
-    if (dicomdir_->WriteRecords(patient->GetStudyRecords(), below, strategy) == -1) {
-      DISK_LOG(3, "standard_write: Failed writing the study records.\n");
-      return -1;
-    }
+    if (below == 0)
+      return DISK_FAIL(DISK_FAILURE_DAMAGED, "standard_write: the offset of the study records doesn't exist.\n");
+    if (dicomdir_->WriteRecords(patient->GetStudyRecords(), below, strategy) == -1)
+      return DISK_FAIL("standard_write: Failed writing the study records.\n");
   }
   records.touched_patients.clear();
   if (root.UpdateFileVersion() == 0) return 0;
-  DISK_LOG(3, "standard_write: Failed update the file version.\n");
-  return -1;
+  return DISK_FAIL("standard_write: Failed update the file version.\n");
 }
 
 int Disk_StandardStructure::Load(Disk_DirectoryFile& level, Disk_RecordChain& records, unsigned first,
                                  Disk_ReadTexts const& texts) {
   if (first == 0 || first == dicomdir_->GetOffsetEnd()) return 0;
-  if (records.ReadRecords(*dicomdir_, first) == -1) {
-    DISK_LOG_TEXT(3, texts.cant_read_chain);
-    return -1;
-  }
+  if (records.ReadRecords(*dicomdir_, first) == -1) return DISK_FAIL_TEXT(texts.cant_read_chain);
   level.ReadFileVersion();
   return 0;
 }
@@ -256,17 +222,11 @@ int Disk_StandardStructure::Load(Disk_DirectoryFile& level, Disk_RecordChain& re
 int Disk_StandardStructure::Save(Disk_DirectoryFile& level, Disk_RecordChain& records, unsigned first,
                                  Disk_WriteTexts const& texts, Disk_Replacements*) {
   if (level.refuse_read_only("Write") == -1) return -1;
-  if (first == 0) {
-    DISK_LOG_TEXT(3, texts.no_offset);
-    return -1;
-  }
-  if (dicomdir_->WriteRecords(records, first, level.GetWritingStrategy()) == -1) {
-    DISK_LOG(3, "Write: Failed writing the series records.\n");
-    return -1;
-  }
+  if (first == 0) return DISK_FAIL_TEXT(DISK_FAILURE_DAMAGED, texts.no_offset);
+  if (dicomdir_->WriteRecords(records, first, level.GetWritingStrategy()) == -1)
+    return DISK_FAIL("Write: Failed writing the series records.\n");
   if (level.UpdateFileVersion() == 0) return 0;
-  DISK_LOG(3, "Write: Failed update the file version.\n");
-  return -1;
+  return DISK_FAIL("Write: Failed update the file version.\n");
 }
 
 int Disk_StandardStructure::CountVersion(Disk_DirectoryFile& level, long* version) {
@@ -304,8 +264,7 @@ bool Disk_StandardStructure::AsksPatients() const { return true; }
 bool Disk_StandardStructure::NotesAccess() const { return false; }
 int Disk_StandardStructure::CheckPatients(Disk_RootRecords const& records) const {
   if (records.patients.isEmpty() || records.reaches_patients) return 0;
-  DISK_LOG(3, "Store: the first record of the DICOMDIR leads to no patient.\n");
-  return -1;
+  return DISK_FAIL(DISK_FAILURE_DAMAGED, "Store: the first record of the DICOMDIR leads to no patient.\n");
 }
 
 // New records
@@ -328,10 +287,7 @@ int Disk_StandardStructure::Add(Disk_RootRecords& records, Disk_PatientDirectory
   unsigned const offset = dicomdir_->GetOffsetEnd();
   DISK_LOG(7, "NewPatient: Patient offset is %d.\n", int(offset));
   constexpr char kCantLink[] = "NewPatient: Failed update standard_dicomdir.\n";
-  if (dicomdir_->SetOffsetOfTheLastDirectoryRecord(Dicom_UL(offset)) == -1) {
-    DISK_LOG_TEXT(3, kCantLink);
-    return -1;
-  }
+  if (dicomdir_->SetOffsetOfTheLastDirectoryRecord(Dicom_UL(offset)) == -1) return DISK_FAIL_TEXT(kCantLink);
   auto const link = [&](unsigned first) { return dicomdir_->SetOffsetOfTheFirstDirectoryRecord(Dicom_UL(first)); };
   return AddToChain(*dicomdir_, records.patients, patient, link, kCantLink,
                     "NewPatient: Failed adding the new record.\n");
@@ -399,9 +355,8 @@ int Disk_StandardStructure::PrepareFolder(Disk_DirectoryFile& level, Dicom_UI co
   }
   if (result == 0) return -1;
   int const cause = errno;
-  DISK_LOG(3, "Store: Can't create a new directory %s (errno=%d)\n", path.c_str(), cause);
-  KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "create the folder", path), "Store: Can't create a new directory %s (errno=%d)\n",
+                   path.c_str(), cause);
 }
 
 Disk_FileID Disk_StandardStructure::FileBelow(Disk_DirectoryFile const& level, Disk_DirectoryRecord const& record,
@@ -441,18 +396,11 @@ int Disk_StandardStructure::TakeOut(Disk_RecordChain&, Disk_DirectoryRecord* rec
 
 int Disk_StandardStructure::TakeOut(Disk_RootRecords&, Disk_PatientDirectoryRecord* patient,
                                     Disk_StudyDirectoryRecord* study) const {
-  if (!patient) {
-    DISK_LOG(3, "standard_delete_study: Can't find patient directory record.\n");
-    return -1;
-  }
-  if (study->SetOutOfUse() == -1) {
-    DISK_LOG(3, "standard_delete_study: Failed setting the Record In Use Flag in study.\n");
-    return -1;
-  }
-  if (patient->GetStudyRecords().CountRecordsInUse() == 0 && patient->SetOutOfUse() == -1) {
-    DISK_LOG(3, "standard_delete_study: Failed setting the Record In Use Flag in patient.\n");
-    return -1;
-  }
+  if (!patient) return DISK_FAIL(DISK_FAILURE_DAMAGED, "standard_delete_study: Can't find patient directory record.\n");
+  if (study->SetOutOfUse() == -1)
+    return DISK_FAIL("standard_delete_study: Failed setting the Record In Use Flag in study.\n");
+  if (patient->GetStudyRecords().CountRecordsInUse() == 0 && patient->SetOutOfUse() == -1)
+    return DISK_FAIL("standard_delete_study: Failed setting the Record In Use Flag in patient.\n");
   return 0;
 }
 
@@ -469,14 +417,11 @@ int Disk_StandardStructure::UpdateStudy(Disk_StudyDirectoryRecord& study, IOD_Ms
   if (new_series) {
     char const* failure = "update_standard_details: Can't update study directory record.\n";
     if (Disk_CountUp(*this, study, kSeriesOfStudy) == -1 ||
-        AddModality(*study.GetRecordMsg(), msg.GetModality(), &failure) == -1) {
-      DISK_LOG_TEXT(3, failure);
-      return -1;
-    }
+        AddModality(*study.GetRecordMsg(), msg.GetModality(), &failure) == -1)
+      return DISK_FAIL_TEXT(failure);
   }
   if (!new_image || Disk_CountUp(*this, study, kImagesOfStudy) == 0) return 0;
-  DISK_LOG(3, "Store: Can't update study directory record.\n");
-  return -1;
+  return DISK_FAIL("Store: Can't update study directory record.\n");
 }
 
 int Disk_StandardStructure::DropModalities(IOD_Msg&, Disk_Removal const&, bool) const { return 0; }

@@ -1,6 +1,9 @@
 #include <Disk/Disk_StorageStrategy.h>
+
+#include "infra/Klb_Failure.h"
+
+#include <Disk/Disk_Error.h>
 #include <dicom/Util_File.h>
-#include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
 #include <algorithm>
@@ -12,6 +15,8 @@
 namespace {
 
 char* Allocate(std::size_t size) { return new (std::nothrow) char[size]; }
+
+Klb_Cause NoRoom() { return Klb_Cause(DISK_ERROR_MEMORY).Because("memory can't hold what is written").Unset(); }
 
 } // namespace
 
@@ -38,13 +43,10 @@ Disk_MemoryStorageStrategy::~Disk_MemoryStorageStrategy() { delete[] buffer; }
 
 int Disk_MemoryStorageStrategy::Write(void const* data, unsigned size) {
   DISK_LOG(7, "Disk_MemoryWriterStrategy::Write().\n");
-  if (!healthy) {
-    DISK_LOG(3, "Disk_MemoryWriterStrategy is in error state.\n");
-    return -1;
-  }
+  if (!healthy) return DISK_FAIL(NoRoom(), "Disk_MemoryWriterStrategy is in error state.\n");
   std::uint64_t const end = std::uint64_t(position) + size;
   if (end >= capacity && !grow(end)) {
-    DISK_LOG(3, "Writing cannot be completed.\n");
+    DISK_FAIL(NoRoom(), "Writing cannot be completed.\n");
     unsigned const room = capacity == 0 ? 0 : capacity - position - 1;
     write_buffer(data, room);
     healthy = false;
@@ -58,7 +60,7 @@ int Disk_MemoryStorageStrategy::Write(void const* data, unsigned size) {
 
 bool Disk_MemoryStorageStrategy::Reserve(unsigned end) {
   if (healthy && (end < capacity || grow(end))) return true;
-  DISK_LOG(3, "Writing cannot be completed.\n");
+  DISK_FAIL(NoRoom(), "Writing cannot be completed.\n");
   return false;
 }
 
@@ -90,10 +92,8 @@ long Disk_MemoryStorageStrategy::LSeek(long offset, int whence) {
   if (whence < 0 || whence > 2) return -1;
   long const base = whence == 0 ? 0 : long(whence == 1 ? position : length);
   long target = 0;
-  if (__builtin_add_overflow(base, offset, &target) || target < 0 || target >= long(capacity)) {
-    DISK_LOG(3, "LSeek outside boundary cannot be performed.\n");
-    return -1;
-  }
+  if (__builtin_add_overflow(base, offset, &target) || target < 0 || target >= long(capacity))
+    return DISK_FAIL("LSeek outside boundary cannot be performed.\n");
   position = unsigned(target);
   return target;
 }
@@ -106,9 +106,10 @@ bool Disk_MemoryStorageStrategy::Flush() {
     pending = false;
     return true;
   }
+  Klb_Cause const cause = Klb_System(errno, "write what was pending").Unset();
   off_t const reached = sought ? std::max<off_t>(system.Lseek(GetFd(), 0, SEEK_CUR), 0) : 0;
-  DISK_LOG(3, "Disk_MemoryWriterStrategy::Flush() - not all data (%d out of %d) could be flushed.\n", int(reached),
-           int(length));
+  DISK_FAIL(cause, "Disk_MemoryWriterStrategy::Flush() - not all data (%d out of %d) could be flushed.\n", int(reached),
+            int(length));
   return false;
 }
 
@@ -118,7 +119,8 @@ int Disk_MemoryStorageStrategy::UpdateFromFile() {
   off_t const noted = system.Lseek(GetFd(), 0, SEEK_CUR);
   off_t const size = system.Lseek(GetFd(), 0, SEEK_END);
   if (noted == -1 || size == -1 || system.Lseek(GetFd(), 0, SEEK_SET) == -1 || !load(std::size_t(size))) {
-    DISK_LOG(3, "Disk_MemoryStorageStrategy::UpdateFromFile() - memory storage could not be updated!\n");
+    DISK_FAIL(Klb_System(errno, "read the file into memory").Unset(),
+              "Disk_MemoryStorageStrategy::UpdateFromFile() - memory storage could not be updated!\n");
     length = 0;
     healthy = false;
   }

@@ -42,12 +42,12 @@ Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_Sto
 int Disk_StudyDirectoryFile::with_lock(Lock operation, char const* failure) {
   if (!has_lock || (no_lock_cause == 0 && (lock_manager.*operation)() == 0)) return 0;
   if (no_lock_cause != 0) {
-    KlbGError.Set(DISK_ERROR_SYSTEM + no_lock_cause);
-    DISK_LOG(3, "The lock file in %s can't be opened (errno=%d).\n", directory().FolderPath().c_str(), no_lock_cause);
+    DISK_FAIL(Klb_System(no_lock_cause, "open the lock file in", directory().FolderPath()),
+              "The lock file in %s can't be opened (errno=%d).\n", directory().FolderPath().c_str(), no_lock_cause);
     errno = no_lock_cause;
   }
   int const cause = errno;
-  DISK_LOG_TEXT(3, failure);
+  DISK_FAIL_TEXT(failure);
   errno = cause;
   return -1;
 }
@@ -126,10 +126,7 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
   dropped_id.clear();
   structure->TellStore("Store: standard DICOMDIR.\n");
   if (refuse_read_only("Store") == -1 || RefuseLink() == -1) return -1;
-  if (Read() == -1) {
-    DISK_LOG(3, "Store(): Can't read the study directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("Store(): Can't read the study directory file.\n");
   MarkDirty();
   Dicom_UI const series_uid = request.msg->GetSeriesInstanceUID();
   Disk_SeriesDirectoryRecord* series = GetSeriesRecord(series_uid);
@@ -149,18 +146,12 @@ int Disk_StudyDirectoryFile::Store(Disk_StoreRequest const& request, Disk_StudyD
       stored = series_file->Store(request, series, new_image, together);
     }
   }
-  if (stored != 0) {
-    DISK_LOG(3, "Store(): Can't store.\n");
-    return -1;
-  }
+  if (stored != 0) return DISK_FAIL("Store(): Can't store.\n");
   if (structure->MarkUpdated(*series->GetRecordMsg()) == -1 ||
-      (*new_image && Disk_CountUp(*structure, *series, kImagesOfSeries) == -1)) {
-    DISK_LOG(3, "Store(): Can't update series directory record.\n");
-    return -1;
-  }
+      (*new_image && Disk_CountUp(*structure, *series, kImagesOfSeries) == -1))
+    return DISK_FAIL("Store(): Can't update series directory record.\n");
   if (Write(together) == 0 && replacements.Finish() == 0) return 0;
-  DISK_LOG(3, "Store(): Can't update the study directory file.\n");
-  return -1;
+  return DISK_FAIL("Store(): Can't update the study directory file.\n");
 }
 
 /// A killed delete leaves a record whose folder is gone, and no object could ever be stored there. It is dropped, if
@@ -177,9 +168,8 @@ int Disk_StudyDirectoryFile::drop_lost_series(Dicom_UI const& uid) {
   errno = EAGAIN; // unless it can't be told: it is there again
   if (!Disk_IsGone(id.Path())) {
     int const cause = errno;
-    DISK_LOG(3, "Store: Can't tell whether %s is there (errno=%d).\n", id.Path().c_str(), cause);
-    KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "look for", id.Path()), "Store: Can't tell whether %s is there (errno=%d).\n",
+                     id.Path().c_str(), cause);
   }
   DISK_LOG(4, "Store: series %s had no folder any more; it is made anew.\n", uid.CStr());
   Disk_RelaxedEpoch::Forget(file);
@@ -190,15 +180,10 @@ int Disk_StudyDirectoryFile::drop_lost_series(Dicom_UI const& uid) {
 int Disk_StudyDirectoryFile::add_series(Disk_StoreRequest const& request, Disk_StudyDirectoryRecord* study,
                                         Disk_SeriesDirectoryRecord** series) {
   std::unique_ptr<Disk_SeriesDirectoryRecord> record(new (std::nothrow) Disk_SeriesDirectoryRecord());
-  if (!record) KlbGError.Set(DISK_ERROR_NEW_RECORD);
-  if (!record || structure->Fill(*record, *request.msg) == -1) {
-    DISK_LOG(3, "Store(): Can't create new series directory record.\n");
-    return -1;
-  }
-  if (NewSeries(study, record.get(), request) == -1) {
-    DISK_LOG(3, "Store(): Can't create new series.\n");
-    return -1;
-  }
+  if (!record) Klb_Note(Klb_Cause(DISK_ERROR_NEW_RECORD).Because("out of memory"));
+  if (!record || structure->Fill(*record, *request.msg) == -1)
+    return DISK_FAIL("Store(): Can't create new series directory record.\n");
+  if (NewSeries(study, record.get(), request) == -1) return DISK_FAIL("Store(): Can't create new series.\n");
   *series = record.release();
   return 0;
 }
@@ -216,30 +201,19 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
   if (request.in_place) Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0);
   Disk_FileID id =
       status == -1 ? Disk_FileID() : GenerateReferencedFileID(series->GetRecordMsg()->GetSeriesNumber(), &status);
-  if (status == -1) {
-    DISK_LOG(3, "NewSeries(): Can't generate a file ID.\n");
-    return -1;
-  }
+  if (status == -1) return DISK_FAIL("NewSeries(): Can't generate a file ID.\n");
   std::string const path = id.Path();
   if (make_directory(path) == -1) {
     int const cause = errno;
-    if (cause != EEXIST) {
-      DISK_LOG(3, "NewSeries(): Can't create a new directory (errno=%d)\n", cause);
-      KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-      return -1;
-    }
+    if (cause != EEXIST)
+      return DISK_FAIL(Klb_System(cause, "create the folder", path),
+                       "NewSeries(): Can't create a new directory (errno=%d)\n", cause);
     DISK_LOG(6, "NewSeries: directory %s already exist.\n", path.c_str());
   }
-  if (id.AddComponent("DIRFILE") == -1) {
-    DISK_LOG(3, "NewSeries(): Can't add component to file-id.\n");
-    return -1;
-  }
+  if (id.AddComponent("DIRFILE") == -1) return DISK_FAIL("NewSeries(): Can't add component to file-id.\n");
   Disk_SeriesDirectoryFile file(id, params, standard_dicomdir, 0);
   file.MarkUnnamed();
-  if (file.Write() == -1) {
-    DISK_LOG(3, "NewSeries(): Can't write new directory file.\n");
-    return -1;
-  }
+  if (file.Write() == -1) return DISK_FAIL("NewSeries(): Can't write new directory file.\n");
   return series->SetReferencedFileID(id.GetID());
 }
 
@@ -268,22 +242,14 @@ int Disk_StudyDirectoryFile::check_series_number(Disk_StoreRequest const& reques
     return 0;
   }
   DISK_LOG(3, "Store: Series number does not match the series UID.\n");
-  DISK_LOG(3, "Series number is %d, but must be %d.\n", int(its), int(mine));
-  KlbGError.Set(DISK_ERROR_SERIES_NUMBER_MISMATCH);
-  return -1;
+  return DISK_FAIL(DISK_ERROR_SERIES_NUMBER_MISMATCH, "Series number is %d, but must be %d.\n", int(its), int(mine));
 }
 
 int Disk_StudyDirectoryFile::GetOne(Dicom_UI const& series_uid, Dicom_UI const& sop_instance_uid, IOD_Msg** object) {
   if (Disk_RefuseNull("GetOne", object) == -1) return -1;
-  if (Read() == -1) {
-    DISK_LOG(3, "GetOne(): Can't read the study directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("GetOne(): Can't read the study directory file.\n");
   Disk_SeriesDirectoryRecord* series = GetSeriesRecord(series_uid);
-  if (!series) {
-    DISK_LOG(3, "GetOne(): Can't find series.\n");
-    return -1;
-  }
+  if (!series) return DISK_FAIL(DISK_FAILURE_NOT_FOUND, "GetOne(): Can't find series.\n");
   return Disk_Guarded("GetOne", [&] {
     GetSeriesFile(series);
     return series_file->GetOne(sop_instance_uid, object);

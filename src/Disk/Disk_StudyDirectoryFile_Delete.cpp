@@ -14,17 +14,14 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
   if (Disk_RefuseNull("Delete", removal) == -1) return -1;
   DISK_LOG(7, "Delete:\n");
   if (refuse_read_only("Delete") == -1 || RefuseLink() == -1) return -1;
-  if (Read() == -1) {
-    DISK_LOG(3, "Delete(): Can't read study directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("Delete(): Can't read study directory file.\n");
   MarkDirty();
   std::vector<Disk_SeriesDirectoryRecord*> going = Disk_InUse(*structure, series_records);
   removal->series_before = int(going.size());
   if (removal->series_uid != UI_NULL) {
     Disk_SeriesDirectoryRecord* const series = GetSeriesRecord(removal->series_uid);
     if (!series && !going.empty()) {
-      DISK_LOG(3, "Delete(): Can't find series.\n");
+      DISK_FAIL(DISK_FAILURE_NOT_FOUND, "Delete(): Can't find series.\n");
       removal->series_missing = !structure->IsAtomic();
       count_left(removal);
       return -1;
@@ -41,8 +38,7 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
   count_left(removal);
   if (structure->SyncRemoved(*this, *removal) == -1) return -1;
   if (Write() == 0) return 0;
-  DISK_LOG(3, "Delete(): Can't update the file.\n");
-  return -1;
+  return DISK_FAIL("Delete(): Can't update the file.\n");
 }
 
 int Disk_StudyDirectoryFile::Delete(Dicom_UI series_uid, Dicom_UI image_uids, MXL_SubOperationsReport* report,
@@ -84,10 +80,8 @@ int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* se
   if (result == -1) return -1;
   std::optional<int> const known = Disk_Counted(*series->GetRecordMsg(), kImagesOfSeries);
   // a record that another system wrote may count nothing: its list does
-  if (!known && structure->MustCount(kImagesOfSeries, Disk_Road::Delete)) {
-    DISK_LOG(3, "DeleteImagesOfSeries(): Can't update series directory record.\n");
-    return -1;
-  }
+  if (!known && structure->MustCount(kImagesOfSeries, Disk_Road::Delete))
+    return DISK_FAIL("DeleteImagesOfSeries(): Can't update series directory record.\n");
   // an image that has no record any more was counted until now, if its delete was interrupted
   int const before = own.missing > 0 ? records : Disk_Raised(known.value_or(0), records, "series");
   int const count = before - int(own.completed);

@@ -20,10 +20,7 @@ int Disk_StudyDirectoryFile::Query(Disk_RecordWalk& walk, Dicom_Sequence* result
 }
 
 int Disk_StudyDirectoryFile::query(Disk_RecordWalk& walk, Dicom_Sequence* results) {
-  if (Read() == -1) {
-    DISK_LOG(3, "Query(): Can't read study directory file.\n");
-    return -1;
-  }
+  if (Read() == -1) return DISK_FAIL("Query(): Can't read study directory file.\n");
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     if (!Disk_IsLive(*structure, *series)) continue;
     Disk_PassingOver const damage{passes_over_damage()};
@@ -33,8 +30,7 @@ int Disk_StudyDirectoryFile::query(Disk_RecordWalk& walk, Dicom_Sequence* result
     } else if (walk.Level() == SCL_QueryRetrieveLevel::IMAGE) {
       result = query_images(walk, series, results);
     } else {
-      DISK_LOG(3, "Query(): unknown Query/Retrieve Level.\n");
-      KlbGError.Set(DISK_ERROR_LEVEL);
+      DISK_FAIL(DISK_ERROR_LEVEL, "Query(): unknown Query/Retrieve Level.\n");
     }
     if (result == -1 && damage.Failed() == -1) return -1;
   }
@@ -44,18 +40,12 @@ int Disk_StudyDirectoryFile::query(Disk_RecordWalk& walk, Dicom_Sequence* result
 int Disk_StudyDirectoryFile::query_images(Disk_RecordWalk& walk, Disk_SeriesDirectoryRecord* series,
                                           Dicom_Sequence* results) {
   Dicom_UI const uid = series->GetRecordMsg()->GetSeriesInstanceUID();
-  if (uid == UI_NULL) {
-    DISK_LOG(3, "Query(): Can't get series instance UID.\n");
-    return -1;
-  }
+  if (uid == UI_NULL) return DISK_FAIL("Query(): Can't get series instance UID.\n");
   if (!uid.Match(walk.SeriesUid())) return 0;
   Disk_LowerResponses responses(*results);
   if (walk.StampSeries(uid) == -1) return -1;
   GetSeriesFile(series);
-  if (series_file->Query(walk, results) == -1) {
-    DISK_LOG(3, "Query(): Can't query lower level.\n");
-    return -1;
-  }
+  if (series_file->Query(walk, results) == -1) return DISK_FAIL("Query(): Can't query lower level.\n");
   responses.Keep();
   return 0;
 }

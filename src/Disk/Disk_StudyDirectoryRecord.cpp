@@ -1,10 +1,10 @@
 // The study record, filled from an object by a table of attributes. In the private structure it also counts and lists
 // what the study holds.
 #include "Disk/Disk_Attributes.h"
+#include "infra/Klb_Failure.h"
 
 #include <Disk/Disk_StudyDirectoryRecord.h>
 #include <dicom/IOD_Image.h>
-#include <infra/Klb_LogFile.h>
 
 namespace {
 
@@ -54,10 +54,8 @@ int Disk_StudyDirectoryRecord::FillStudyRecord(IOD_Msg const& msg, bool standard
   if (Disk_Try("Disk_StudyDirectoryRecord(): Can't set directory record type.\n",
                [&] { return SetDirectoryRecordType(IOD_Image::STUDY); }) == -1)
     return -1;
-  if (!standard && UpdatePatientDetails(msg) == -1) {
-    DISK_LOG(3, "Disk_StudyDirectoryRecord: Failed setting the patients attributes.\n");
-    return -1;
-  }
+  if (!standard && UpdatePatientDetails(msg) == -1)
+    return DISK_FAIL("Disk_StudyDirectoryRecord: Failed setting the patients attributes.\n");
   if (Disk_Try(kCantAdd, [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1) return -1;
   auto const set_body_part = [&] {
     Dicom_CS const body_part = msg.GetBodyPartExamined();

@@ -1,8 +1,8 @@
 #include "Disk/Disk_VersionFile.h"
+#include "infra/Klb_Failure.h"
 
 #include <dicom/Dicom_TransferSyntax.h>
 #include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 #include <infra/Util_FileSystem.h>
 
 #include <cerrno>
@@ -19,9 +19,7 @@ constexpr int kSafe = O_NOFOLLOW | O_NONBLOCK;
 int Failed(char const* text, std::string const& path) {
   int const cause = errno;
   DISK_LOG_TEXT(3, text);
-  DISK_LOG(3, "SetFileVersion(): %s (errno=%d).\n", path.c_str(), cause);
-  KlbGError.SetSystem(cause);
-  return -1;
+  return DISK_FAIL(Klb_System(cause, "write", path), "SetFileVersion(): %s (errno=%d).\n", path.c_str(), cause);
 }
 
 /// `count` of `bytes` were read from the start of the file; -1 stands for a failure.
@@ -41,9 +39,8 @@ long VersionIn(char const* bytes, ssize_t count) {
 int After(long version, std::string const& path, long* next) {
   if (version == kUnknownVersion) {
     int const cause = errno;
-    DISK_LOG(3, "UpdateFileVersion: Can't read %s (errno=%d).\n", path.c_str(), cause);
-    KlbGError.SetSystem(cause);
-    return -1;
+    return DISK_FAIL(Klb_System(cause, "read", path), "UpdateFileVersion: Can't read %s (errno=%d).\n", path.c_str(),
+                     cause);
   }
   bool const begins = version == kNoVersion || version == std::numeric_limits<std::int32_t>::max();
   *next = begins ? 1 : version + 1;
@@ -70,10 +67,7 @@ int Write(int fd, long version, std::string const& path) {
 }
 
 int CantOpen(std::string const& path, bool standard) {
-  if (path.empty()) {
-    DISK_LOG(3, "SetFileVersion(): Can't remove last component from file id.\n");
-    return -1;
-  }
+  if (path.empty()) return DISK_FAIL("SetFileVersion(): Can't remove last component from file id.\n");
   if (standard && errno == ENOENT) {
     DISK_LOG(7, "SetFileVersion: Failed open the file version.\n");
     return 0;

@@ -26,17 +26,12 @@ namespace {
 
 constexpr char kNotStandard[] = "ProcessZombieFiles: service is supported only for zentara Dicomdir structure.\n";
 
-int Failed(char const* text) {
-  DISK_LOG_TEXT(3, text);
-  return -1;
-}
-
 /// `cause` is the errno of a listing, or what a report left of one.
 int CantProcess(std::string const& folder, int cause) {
   DISK_LOG(3, "ProcessZombieFiles: unable to process content of folder: %s.\n", folder.c_str());
-  if (cause != 0) KlbGError.Set(DISK_ERROR_SYSTEM + cause);
-  DISK_LOG(3, cause != 0 ? "The cause: errno=%d.\n" : "The cause: the report refused it (errno=%d).\n", cause);
-  return -1;
+  if (cause != 0) return DISK_FAIL(Klb_System(cause, "list", folder), "The cause: errno=%d.\n", cause);
+  return DISK_FAIL(Klb_Cause(DISK_FAILURE_ARGUMENT).At(folder).Because("the report refused it"),
+                   "The cause: the report refused it (errno=%d).\n", cause);
 }
 
 std::string PathOf(char const* prefix, Disk_DirectoryRecord const& record) {
@@ -98,8 +93,8 @@ int Disk_RootDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
 int Disk_RootDirectoryFile::ScanRoad::process_zombies(CToolParseDICOMReport& report) {
   if (root.structure->RequirePrivate(kNotStandard) == -1) return -1;
   Disk_FileSetHold file_set;
-  if (root.lock(file_set, false) == -1) return Failed("ProcessZombieFiles: Can't lock file-set.\n");
-  if (root.Read() == -1) return Failed("ProcessZombieFiles: Can't read root directory file.\n");
+  if (root.lock(file_set, false) == -1) return DISK_FAIL("ProcessZombieFiles: Can't lock file-set.\n");
+  if (root.Read() == -1) return DISK_FAIL("ProcessZombieFiles: Can't read root directory file.\n");
   FolderComparison comparison;
   if (comparison.List(root.directory().FolderPath(), true) == -1) return -1;
   comparison.named.insert(root.directory().FolderPath() + "/" + Disk_RelaxedEpoch::kFolder);
@@ -110,20 +105,22 @@ int Disk_RootDirectoryFile::ScanRoad::process_zombies(CToolParseDICOMReport& rep
       comparison.NameFolder(PathOf(root.GetFileSetPrefix(), *study));
     }
   if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
-  if (file_set.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock file-set.\n");
+  if (file_set.Release() == -1) return DISK_FAIL("ProcessZombieFiles: Can't unlock file-set.\n");
   // from here on others can go on in other studies, and what they do to the root isn't seen
   for (Disk_StudyDirectoryRecord* study : to_scan) {
     if (Disk_IsStopped(root.stop_wanted)) return -1;
     root.ResetStudyFile();
+    Klb_Attempt const attempt;
     root.GetStudyFile(study);
     Disk_Hold<Disk_StudyDirectoryFile> held;
     if (!root.study_file || held.Exclusive(*root.study_file) == -1) {
-      DISK_LOG(3, "ProcessZombieFiles: Can't lock study file-set.\n");
+      DISK_FAIL("ProcessZombieFiles: Can't lock study file-set.\n");
       root.DeleteCorruptedEntry(study);
+      attempt.PassOver();
       continue;
     }
-    std::ignore = root.study_file->ProcessZombieFiles(report); // what fails there costs that study only
-    if (held.Release() == -1) return Failed("ProcessZombieFiles: Can't unlock study file-set.\n");
+    if (root.study_file->ProcessZombieFiles(report) == -1) attempt.PassOver(); // it costs that study only
+    if (held.Release() == -1) return DISK_FAIL("ProcessZombieFiles: Can't unlock study file-set.\n");
   }
   return 0;
 }
@@ -134,7 +131,7 @@ int Disk_StudyDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) {
 }
 
 int Disk_StudyDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
-  if (Read() == -1) return Failed("ProcessZombieFiles: Can't read study directory file.\n");
+  if (Read() == -1) return DISK_FAIL("ProcessZombieFiles: Can't read study directory file.\n");
   if (structure->RequirePrivate(kNotStandard) == -1) return -1;
   std::string const folder = directory().FolderPath();
   FolderComparison comparison;
@@ -142,7 +139,8 @@ int Disk_StudyDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   for (Disk_SeriesDirectoryRecord* series : series_records) {
     comparison.NameFolder(PathOf(GetFileSetPrefix(), *series));
     GetSeriesFile(series);
-    if (series_file) std::ignore = series_file->ProcessZombieFiles(report); // what fails there costs that series only
+    Klb_Attempt const attempt;
+    if (series_file && series_file->ProcessZombieFiles(report) == -1) attempt.PassOver(); // it costs that series only
   }
   if (HandOverFolders(comparison.Zombies(), report) == -1) return -1;
   series_records.clearAndDestroy();
@@ -157,7 +155,7 @@ int Disk_SeriesDirectoryFile::ProcessZombieFiles(CToolParseDICOMReport& report) 
 
 int Disk_SeriesDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (structure->RequirePrivate(kNotStandard) == -1) return -1;
-  if (Read() == -1) return Failed("ProcessZombieFiles: Can't read series directory file.\n");
+  if (Read() == -1) return DISK_FAIL("ProcessZombieFiles: Can't read series directory file.\n");
   std::string const folder = directory().FolderPath();
   FolderComparison comparison;
   if (comparison.List(folder, false) == -1) return -1;
@@ -166,7 +164,9 @@ int Disk_SeriesDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   comparison.named.insert(folder + "/VERSION");
   comparison.named.insert(folder + "/DIRFILE");
   for (RWCString const& path : comparison.Zombies())
-    if (report.ProcessFile(path) == -1)
+    if (report.ProcessFile(path) == -1) {
       DISK_LOG(3, "ProcessZombieFiles(): Warning: Can't Process a file %s (errno=%d).\n", path.data(), errno);
+      Klb_PassOver(Klb_System(errno, "process", path.str()));
+    }
   return 0;
 }

@@ -1,9 +1,9 @@
+#include "infra/Klb_Failure.h"
+
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
-#include <infra/Klb_GError.h>
 #include <infra/Klb_LockFile.h>
-#include <infra/Klb_LogFile.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -24,10 +24,8 @@ int this_process() {
 
 Util_FileSystemInterface& system_calls() { return Util_FileSystemInterface::Current(); }
 
-int fail(char const* what, std::string const& path) {
-  DISK_LOG(3, "%s %s: errno %d\n", what, path.c_str(), errno);
-  KlbGError.SetSystem();
-  return -1;
+int fail(char const* what, char const* verb, std::string const& path) {
+  return DISK_FAIL(Klb_System(errno, verb, path), "%s %s: errno %d\n", what, path.c_str(), errno);
 }
 
 // 0, 1 if somebody else holds the lock and the operation doesn't wait, or -1.
@@ -49,7 +47,7 @@ int Klb_LockFile::Init(char const* directory, char const* file_name, int read_on
   read_only_ = read_only != 0;
   if (path_.empty()) {
     errno = EINVAL;
-    return fail("No name for the lock file in", directory_);
+    return fail("No name for the lock file in", "lock", directory_);
   }
   if (open_file() == 0) return 0;
   int const error = errno;
@@ -65,7 +63,7 @@ int Klb_LockFile::LockExclusive() { return lock(LOCK_EX); }
 int Klb_LockFile::Pin() {
   if (path_.empty()) {
     errno = EBADF;
-    return fail("A lock without a lock file", path_);
+    return fail("A lock without a lock file", "lock", path_);
   }
   if (file_ && (process_ != this_process() || !stands_at_path())) close_file();
   return file_ ? 0 : open_file();
@@ -82,7 +80,7 @@ int Klb_LockFile::RelockShared() {
 bool Klb_LockFile::IsInPlace() const {
   errno = ESTALE;
   if (file_ && stands_at_path()) return true;
-  fail("Not the file that was locked:", path_);
+  fail("Not the file that was locked:", "find the locked file again at", path_);
   return false;
 }
 
@@ -100,8 +98,9 @@ int Klb_LockFile::open_file() {
   struct stat status;
   if (!file && read_only_ && errno == EACCES) return 0;
   if (!file && read_only_ && errno == ENOENT && system_calls().Access(directory_.c_str(), F_OK) == 0) return 0;
-  if (!file) return fail("Can't open lock file", path_);
-  if (system_calls().Fstat(file.Get(), &status) == -1) return fail("Can't look at lock file", path_);
+  if (!file) return fail("Can't open lock file", "open the lock file", path_);
+  if (system_calls().Fstat(file.Get(), &status) == -1)
+    return fail("Can't look at lock file", "look at the lock file", path_);
   device_ = status.st_dev;
   inode_ = status.st_ino;
   process_ = this_process();
@@ -117,7 +116,7 @@ bool Klb_LockFile::stands_at_path() const {
 int Klb_LockFile::lock(int operation) {
   if (path_.empty()) {
     errno = EBADF;
-    return fail("A lock without a lock file", path_);
+    return fail("A lock without a lock file", "lock", path_);
   }
   // A child of a fork has the parent's open file, on which the two don't exclude each other.
   if (process_ != this_process()) close_file();
@@ -127,7 +126,7 @@ int Klb_LockFile::lock(int operation) {
     if (result != -1 || errno != ESTALE) return result;
   }
   errno = EAGAIN;
-  return fail("The lock file doesn't stay", path_);
+  return fail("The lock file doesn't stay", "keep the lock file", path_);
 }
 
 // 0, 1 if somebody else holds the lock and the operation doesn't wait, or -1: with ESTALE, and nothing is logged, when
@@ -149,7 +148,7 @@ int Klb_LockFile::take(int operation) {
     return 0;
   }
   release();
-  return result == 1 ? 1 : fail("Can't lock", path_);
+  return result == 1 ? 1 : fail("Can't lock", "lock", path_);
 }
 
 int Klb_LockFile::unlock() {
@@ -157,7 +156,7 @@ int Klb_LockFile::unlock() {
   bool const ours = held_ && process_ == this_process();
   held_ = false;
   if (!ours || flock_file(file_.Get(), LOCK_UN) == 0) return 0;
-  fail("Can't unlock", path_);
+  fail("Can't unlock", "unlock", path_);
   file_ = Util_FileDescriptor(); // which ends the lock all the same
   return -1;
 }
@@ -165,6 +164,7 @@ int Klb_LockFile::unlock() {
 // Closing alone wouldn't do: a child of a fork that still has the file open would go on holding. What was tried in
 // vain keeps its cause.
 void Klb_LockFile::release() {
+  Klb_Quiet const quiet;
   int const error = errno;
   unlock();
   errno = error;
@@ -194,6 +194,7 @@ Klb_LockGuard& Klb_LockGuard::operator=(Klb_LockGuard&& other) noexcept {
 void Klb_LockGuard::Release() {
   Klb_LockFile* const file = std::exchange(file_, nullptr);
   if (!file) return;
+  Klb_Quiet const quiet;
   int const error = errno;
   if (mode_ == Shared)
     file->UnlockShared();

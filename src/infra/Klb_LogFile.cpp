@@ -1,4 +1,5 @@
 #include "NeverDestroyed.h"
+#include "infra/Klb_LogLine.h"
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -180,6 +181,8 @@ int Klb_LogFile::store_params(char const* file, int line, int level, int, int) n
   t_line.level = level;
   return 1;
 }
+
+void Klb_LogLine(char const* format, va_list args) noexcept { add_text(true, format, args); }
 
 void Klb_LogFile::Log(char const* format, ...) noexcept {
   va_list args;

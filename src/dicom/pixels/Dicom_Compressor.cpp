@@ -4,10 +4,9 @@
 #include "dicom/pixels/Dicom_Fragments.h"
 #include "dicom/pixels/Dicom_ImagePixel.h"
 #include "dicom/pixels/Dicom_JpegLs.h"
+#include "infra/Klb_Failure.h"
 
 #include <dicom/Dicom_UIDic.h>
-#include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 #include <infra/Util_Buffer.h>
 
 #include <algorithm>
@@ -54,9 +53,11 @@ int LeaveAlone(Dicom_Msg const& msg, char const* why) {
   return 0;
 }
 
-int Fail(Dicom_Msg const& msg, char const* what, std::string const& why) {
-  DISK_LOG(3, "Dicom_Compressor: can't %s object <%s>: %s\n", what, UidOf(msg).c_str(), why.c_str());
-  return -1;
+int Fail(Dicom_Msg const& msg, char const* what, Dicom_DecodingFailure const& why) {
+  bool const no_memory = why.kind == Dicom_DecodingFailure::NoMemory;
+  int const code = no_memory ? KLB_ERR_SYSTEM + ENOMEM : int(KLB_FAILURE_ARGUMENT);
+  return DISK_FAIL(Klb_Cause(code).Unset(), "Dicom_Compressor: can't %s object <%s>: %s\n", what, UidOf(msg).c_str(),
+                   why.text.c_str());
 }
 
 /// Room for noise, which grows by some percent. What isn't used is never touched.
@@ -108,10 +109,10 @@ int CompressPixels(Dicom_Msg& msg) {
   Dicom_ImagePixel const image(msg);
   if (char const* const why = WhyUnsuitable(image, *pixels)) return LeaveAlone(msg, why);
   std::shared_ptr<Util_Buffer> const items = Util_Buffer::Make(std::size_t(Capacity(image)));
-  if (!items) return Fail(msg, "compress", "out of memory");
+  if (!items) return Fail(msg, "compress", {Dicom_DecodingFailure::NoMemory, "out of memory"});
   std::string error;
   int const result = EncodeFrames(image, pixels->Bytes(), *items, &error);
-  if (result == -1) return Fail(msg, "compress", error);
+  if (result == -1) return Fail(msg, "compress", {Dicom_DecodingFailure::Damaged, error});
   if (result == 1) return LeaveAlone(msg, "it would become too long");
   if (!IsProportionate(pixels->Bytes().size(), items->size()))
     return LeaveAlone(msg, "it is too large for the little that its pixels hold");
@@ -260,22 +261,20 @@ int Dicom_Compressor::GetKolbaCompressionVersion(Dicom_Msg const& msg, int* flag
 }
 
 int Dicom_Compressor::Compress(Dicom_Msg* msg, int type) const {
-  if (!msg || type != 0) {
-    DISK_LOG(3, "Dicom_Compressor: there is no compression of type %d\n", type);
-    return -1;
-  }
+  if (!msg || type != 0)
+    return DISK_FAIL(KLB_FAILURE_ARGUMENT, "Dicom_Compressor: there is no compression of type %d\n", type);
   int result = -1;
   Failure const failure = Guarded([&]() -> Failure {
     result = CompressPixels(*msg);
     return {};
   });
-  return failure.kind == Failure::None ? result : Fail(*msg, "compress", failure.text);
+  return failure.kind == Failure::None ? result : Fail(*msg, "compress", failure);
 }
 
 int Dicom_Compressor::Decompress(Dicom_Msg* msg, Dicom_DecodingFailure* failure) const {
   if (!msg) return -1;
   Failure found = Guarded([&] { return DecompressAll(*msg); });
-  if (found.kind != Failure::None) Fail(*msg, "decompress", found.text);
+  if (found.kind != Failure::None) Fail(*msg, "decompress", found);
   return Result(std::move(found), failure);
 }
 
