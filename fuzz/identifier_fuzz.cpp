@@ -3,7 +3,6 @@
 #include "Fail.h"
 #include "output/Json.h"
 #include "output/Report.h"
-#include "sets/EngineLog.h"
 #include "sets/Search.h"
 #include "support/FileSetExercise.h"
 
@@ -15,7 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
   if (size == 0) return 0;
   FencedFileSystem fence(exercise.prefix);
   if (!set.root) set.root = exercise.Open(Disk_StoreParams::READ_ONLY);
-  EngineLog log(exercise.prefix);
   Report report;
   std::vector<Key> keys;
   std::istringstream text(std::string(reinterpret_cast<char const*>(data) + 1, size - 1));
@@ -30,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
   }
   Level const levels[] = {Level::STUDY, Level::SERIES, Level::IMAGE};
   Search::Rows rows;
-  Search(set, log, report).Run(levels[data[0] % 3], keys, &rows);
+  Search(set, report).Run(levels[data[0] % 3], keys, &rows);
   for (auto const& row : rows)
     FailIf(JsonText(DicomJson(*row)).empty() ? "a row without text" : "");
   IOD_Msg* object = nullptr;

@@ -3,7 +3,7 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/Leftovers.h"
 #include "sets/Search.h"
 
@@ -70,10 +70,10 @@ std::string Obstacles(std::size_t studies, std::size_t is_protected, std::size_t
 }
 
 // Finds all studies, and the number of protected ones. 0, or -1 (reported) if the file-set can't be read.
-int FindStudies(FileSet& set, EngineLog& log, Report& report, StudyFolders* all, std::size_t* is_protected) {
+int FindStudies(FileSet& set, Report& report, StudyFolders* all, std::size_t* is_protected) {
   Search::Rows rows;
   std::vector<Key> const keys = {{kProtection, ""}, {Attributes::kReferencedFileId, ""}};
-  if (Search(set, log, report).Run(Level::STUDY, keys, &rows) == -1) return -1;
+  if (Search(set, report).Run(Level::STUDY, keys, &rows) == -1) return -1;
   *all = FoldersOf(rows, set.directory);
   *is_protected = std::size_t(std::count_if(rows.begin(), rows.end(), [](auto const& row) {
     std::string const flag = row->Text(kProtection);
@@ -82,10 +82,9 @@ int FindStudies(FileSet& set, EngineLog& log, Report& report, StudyFolders* all,
   return 0;
 }
 
-int List(FileSet& set, EngineLog& log, Report& report, std::vector<Disk_AutoDeleteCandidate>* candidates) {
-  log.Begin();
+int List(FileSet& set, Report& report, std::vector<Disk_AutoDeleteCandidate>* candidates) {
   if (set.root->ListAutoDelete(candidates) == 0) return 0;
-  report.Fail(set.directory, log.Cause());
+  report.Fail(set.directory, LastCause());
   return -1;
 }
 
@@ -95,12 +94,11 @@ void FailUnreached(Outcome const& outcome, std::string const& obstacles, Options
                                      std::to_string(LimitKb(options)) + " KB: " + obstacles);
 }
 
-int DryRun(Options const& options, FileSet& set, EngineLog& log, Report& report, Outcome* outcome) {
+int DryRun(Options const& options, FileSet& set, Report& report, Outcome* outcome) {
   std::vector<Disk_AutoDeleteCandidate> candidates;
   StudyFolders studies;
   std::size_t is_protected = 0;
-  if (List(set, log, report, &candidates) == -1 || FindStudies(set, log, report, &studies, &is_protected) == -1)
-    return -1;
+  if (List(set, report, &candidates) == -1 || FindStudies(set, report, &studies, &is_protected) == -1) return -1;
   for (auto const& candidate : candidates) {
     if (outcome->free_after > LimitKb(options)) break;
     long size = Klb_FileSystemUtils::GetDirSize(candidate.folder.c_str());
@@ -117,22 +115,22 @@ int DryRun(Options const& options, FileSet& set, EngineLog& log, Report& report,
   return 0;
 }
 
-int Delete(Options const& options, FileSet& set, EngineLog& log, Report& report, Outcome* outcome) {
+int Delete(Options const& options, FileSet& set, Report& report, Outcome* outcome) {
   StudyFolders before, after;
   std::size_t is_protected = 0;
-  if (FindStudies(set, log, report, &before, &is_protected) == -1) return -1;
+  if (FindStudies(set, report, &before, &is_protected) == -1) return -1;
   WatchForInterruption();
   set.root->SetStop(IsInterrupted);
-  log.Begin();
+  Disk_PassedOver passed;
   bool const failed = set.root->AutoDelete() == -1;
-  std::string const cause = log.Cause();
+  std::string const cause = LastCause();
   if (failed) report.Fail(options.directory, cause);
   outcome->free_after = set.root->FreeSpace();
-  if (FindStudies(set, log, report, &after, &is_protected) == -1) return -1;
+  if (FindStudies(set, report, &after, &is_protected) == -1) return -1;
   for (auto const& [uid, folder] : before) {
     if (after.count(uid) > 0) continue;
     ++outcome->deleted;
-    ReportLeft({}, folder, log, report);
+    ReportLeft({}, folder, passed, report);
   }
   if (failed || outcome->free_after > LimitKb(options)) return 0;
   if (IsInterrupted()) {
@@ -140,7 +138,7 @@ int Delete(Options const& options, FileSet& set, EngineLog& log, Report& report,
     return 0;
   }
   std::vector<Disk_AutoDeleteCandidate> left;
-  if (List(set, log, report, &left) == -1) return 0;
+  if (List(set, report, &left) == -1) return 0;
   std::string const obstacles = Obstacles(after.size(), is_protected, left.size(), options);
   FailUnreached(*outcome, left.empty() ? obstacles : obstacles + " (" + cause + ")", options, report);
   return 0;
@@ -174,10 +172,9 @@ void PrintText(Outcome const& outcome, Options const& options) {
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   FileSet set;
   int result = kDone;
-  if (OpenPrivateFileSet(options.directory, options.dry_run ? Access::Read : Access::Change, {}, log, report, &set,
+  if (OpenPrivateFileSet(options.directory, options.dry_run ? Access::Read : Access::Change, {}, report, &set,
                          &result) == -1)
     return result;
   Disk_SupportPar support;
@@ -185,13 +182,12 @@ int Run(Options const& options) {
   set.root->SetSupportPar(support);
   set.root->SetAutoDeletePar({options.free_mb, options.min_age_days});
   Outcome outcome;
-  log.Begin();
   outcome.free_before = outcome.free_after = set.root->FreeSpace();
   if (outcome.free_before == -1) {
-    report.Fail(options.directory, "its free space can't be told: " + log.Cause());
+    report.Fail(options.directory, "its free space can't be told: " + LastCause());
     return kFailed;
   }
-  if ((options.dry_run ? DryRun : Delete)(options, set, log, report, &outcome) == -1) return kNotOpened;
+  if ((options.dry_run ? DryRun : Delete)(options, set, report, &outcome) == -1) return kNotOpened;
   if (options.json)
     PrintJson(outcome, options, report);
   else

@@ -6,7 +6,7 @@
 #include "output/Report.h"
 #include "program/Interruption.h"
 #include "sets/CacheView.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 
 #include <cstdio>
 #include <ctime>
@@ -83,22 +83,18 @@ struct Kept {
 };
 
 // Stores a file. Returns the cause of a failure, else an empty text.
-std::string StoreFile(std::string const& path, StoreOptions const& options, CacheView& cache, EngineLog& log,
-                      std::string* study) {
+std::string StoreFile(std::string const& path, StoreOptions const& options, CacheView& cache, std::string* study) {
   std::string problem;
   std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem);
   if (!object) return problem;
   *study = object->GetStudyInstanceUID().GetText();
-  log.Begin();
   if (cache.Store(object.get(), options.accept_mismatch) == 0) return "";
-  std::string const cause = log.Cause();
-  return cause == "no cause is known" ? "there is no room for it, and no study may go" : cause;
+  return LastCause();
 }
 
 int RunStore(StoreOptions const& options) {
   Report report;
-  EngineLog log(options.directory);
-  auto const cache = CacheView::Open(options.directory, options.init ? Access::MakeAmong : Access::Make, log, report);
+  auto const cache = CacheView::Open(options.directory, options.init ? Access::MakeAmong : Access::Make, report);
   if (!cache) return kNotOpened;
   SourceFiles const files = FindSourceFiles(options.sources, options.directory, report);
   Kept kept;
@@ -109,7 +105,7 @@ int RunStore(StoreOptions const& options) {
   for (std::size_t i = 0; i < files.paths.size() && !IsInterrupted(); ++i) {
     std::string const& file = files.paths[i];
     std::string study;
-    std::string const cause = StoreFile(file, options, *cache, log, &study);
+    std::string const cause = StoreFile(file, options, *cache, &study);
     if (cause.empty()) {
       ++kept.stored[study];
     } else if (!options.strict && files.from_folder[i] && IsNoObject(file, cause)) {

@@ -5,7 +5,7 @@
 #include "output/Report.h"
 #include "program/Interruption.h"
 #include "sets/CacheView.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 
 #include <algorithm>
 #include <functional>
@@ -101,14 +101,13 @@ int CheckOptions(Options const& options, int* images, Report& report) {
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   int images = 0;
   if (CheckOptions(options, &images, report) == -1) return kUsage;
-  auto const cache = CacheView::Open(options.directory, Access::Change, log, report);
+  auto const cache = CacheView::Open(options.directory, Access::Change, report);
   if (!cache) return kNotOpened;
   std::vector<Disk_StudyMetaData> before;
   if (cache->Studies(&before) == -1) {
-    report.Fail(options.directory, log.Cause());
+    report.Fail(options.directory, LastCause());
     return kNotOpened;
   }
   if (options.dry_run) {
@@ -134,11 +133,11 @@ int Run(Options const& options) {
   StudyFolders folders = cache->Folders();
   WatchForInterruption();
   cache->SetStop(IsInterrupted);
-  log.Begin();
+  Disk_PassedOver passed;
   int const result = Clean(*cache, options, images);
   std::vector<Disk_StudyMetaData> const gone = cache->Gone(before);
   for (Disk_StudyMetaData const& study : gone)
-    ReportLeft({}, folders[study.m_studyUID.GetText()], log, report);
+    ReportLeft({}, folders[study.m_studyUID.GetText()], passed, report);
   Print(gone, options, *cache);
   // a study that is only half deleted may count as deleted
   bool const stay = options.all.wanted ? gone.size() < before.size() : int(gone.size()) < options.studies;

@@ -4,7 +4,7 @@
 #include "output/Report.h"
 #include "output/Text.h"
 #include "sets/CacheView.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/Search.h"
 
 #include <algorithm>
@@ -27,13 +27,13 @@ struct Person {
 };
 
 // The patients of the studies, by Study Instance UID; what can't be read is left out.
-std::map<std::string, Person> Patients(std::string const& directory, EngineLog& log, Report& report) {
+std::map<std::string, Person> Patients(std::string const& directory, Report& report) {
   constexpr Dicom_Tag kPatientName(0x0010, std::uint16_t(0x0010));
   std::map<std::string, Person> patients;
-  FileSet set = OpenFileSet(directory, Access::Read, {}, log, report);
+  FileSet set = OpenFileSet(directory, Access::Read, {}, report);
   Search::Rows rows;
   if (!set.root ||
-      Search(set, log, report).Run(Level::STUDY, {{kPatientName, ""}, {Attributes::kPatientId, ""}}, &rows) == -1)
+      Search(set, report).Run(Level::STUDY, {{kPatientName, ""}, {Attributes::kPatientId, ""}}, &rows) == -1)
     return patients;
   for (auto const& row : rows)
     patients[row->Text(Attributes::kStudyInstanceUid)] = {row->Text(Attributes::kPatientId), row->Text(kPatientName)};
@@ -124,12 +124,11 @@ void PrintJson(CacheView& cache, CacheView::Space const& space, std::vector<Disk
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
-  auto const cache = CacheView::Open(options.directory, Access::Change, log, report);
+  auto const cache = CacheView::Open(options.directory, Access::Change, report);
   if (!cache) return kNotOpened;
   std::vector<Disk_StudyMetaData> studies;
   if (cache->Studies(&studies) == -1) {
-    report.Fail(options.directory, log.Cause());
+    report.Fail(options.directory, LastCause());
     return kNotOpened;
   }
   CacheView::Space const space = cache->Measure();
@@ -137,7 +136,7 @@ int Run(Options const& options) {
     PrintJson(*cache, space, studies);
   } else {
     PrintSpace(space, studies.size());
-    PrintStudies(*cache, studies, Patients(options.directory, log, report));
+    PrintStudies(*cache, studies, Patients(options.directory, report));
   }
   return report.Result();
 }

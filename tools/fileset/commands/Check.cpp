@@ -4,7 +4,7 @@
 #include "output/Report.h"
 #include "output/Text.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/FileSet.h"
 
 #include <Disk/Disk_Check.h>
@@ -106,7 +106,6 @@ void PrintJson(Disk_CheckResult const& result, bool deep, bool has_records) {
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   FoundFileSet const found = RecogniseFileSet(options.directory);
   if (found.structure == Structure::None) {
     report.Fail(options.directory, found.problem);
@@ -124,7 +123,6 @@ int Run(Options const& options) {
                                   return !IsInterrupted();
                                 }};
   Disk_CheckResult result;
-  log.Begin();
   int const outcome = Disk_Check(options.directory.c_str(), params, check, &result);
   report.End();
   if (IsInterrupted()) {
@@ -132,7 +130,7 @@ int Run(Options const& options) {
     return kFailed;
   }
   if (outcome == -1) {
-    report.Fail(options.directory, log.Cause());
+    report.Fail(options.directory, LastCause());
     return kNotOpened;
   }
   if (options.json)

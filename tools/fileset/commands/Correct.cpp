@@ -5,7 +5,7 @@
 #include "output/Report.h"
 #include "output/Text.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/Search.h"
 
 #include <algorithm>
@@ -167,8 +167,7 @@ void WarnOfNamesake(Options const& options, Values const& values, Search& search
     report.Warn(id, "another patient has this ID already; the two keep records of their own");
 }
 
-void Correct(Options const& options, std::vector<Pass>& passes, std::size_t objects, FileSet& set, EngineLog& log,
-             Report& report) {
+void Correct(Options const& options, std::vector<Pass>& passes, std::size_t objects, FileSet& set, Report& report) {
   Pass* current = nullptr;
   set.root->SetObjectDone([&] {
     ++current->corrected;
@@ -179,12 +178,11 @@ void Correct(Options const& options, std::vector<Pass>& passes, std::size_t obje
   report.Begin(objects * passes.size());
   for (Pass& pass : passes) {
     current = &pass;
-    log.Begin();
     if (pass.run() == -1) {
-      bool const interrupted = IsInterrupted() && !log.HasErrors();
+      bool const interrupted = IsInterrupted() && WasStopped();
       report.Fail(options.patient,
                   (interrupted ? "interrupted: the objects counted have the new values, the records the old ones"
-                               : log.Cause()) +
+                               : LastCause()) +
                       (objects > 0 ? "; the same command run again finishes the work" : ""));
       break;
     }
@@ -212,7 +210,6 @@ void PrintOutcome(std::vector<Pass> const& passes, std::size_t objects, bool as_
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   Values values;
   for (std::string const& setting : options.settings)
     if (std::string const problem = Take(setting, &values); !problem.empty()) {
@@ -224,14 +221,14 @@ int Run(Options const& options) {
   params.refuse_lost = 1;
   FileSet set;
   int result = kDone;
-  if (OpenPrivateFileSet(options.directory, Access::Change, params, log, report, &set, &result) == -1) return result;
-  Search search(set, log, report);
+  if (OpenPrivateFileSet(options.directory, Access::Change, params, report, &set, &result) == -1) return result;
+  Search search(set, report);
   std::size_t objects = 0;
   result = FindObjects(options, search, report, &objects);
   if (result != kDone) return result;
   if (objects > 0) WarnOfNamesake(options, values, search, report);
   std::vector<Pass> passes = Passes(options, values, *set.root);
-  Correct(options, passes, objects, set, log, report);
+  Correct(options, passes, objects, set, report);
   PrintOutcome(passes, objects, options.json, report);
   return report.Result();
 }

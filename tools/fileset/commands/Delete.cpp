@@ -5,7 +5,7 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/Leftovers.h"
 
 #include <memory>
@@ -67,7 +67,7 @@ struct Options {
 std::string Images(std::size_t count) { return std::to_string(count) + (count == 1 ? " image" : " images"); }
 
 // The number of images that went.
-std::size_t Delete(DeleteRequest const& request, FileSet& set, EngineLog& log, Report& report) {
+std::size_t Delete(DeleteRequest const& request, FileSet& set, Report& report) {
   int error = 0;
   SCL_MoveIdentifier identifier(request.level, &error);
   identifier.SetStudyInstanceUID(Dicom_UI(request.study));
@@ -75,17 +75,17 @@ std::size_t Delete(DeleteRequest const& request, FileSet& set, EngineLog& log, R
   identifier.SetSOPInstanceUID(Dicom_UI(JoinedUids(request.images)));
   MXL_SubOperationsReport told;
   SCL_ResponseStatus status;
-  log.Begin();
+  Disk_PassedOver passed;
   int const result = set.root->Delete(identifier, 1, &told, status);
   std::size_t const failed = unsigned(told.Get(MXL_SubOperationsReport::Failed)), failures = report.Failures().size();
   if (result == 0) {
-    ReportLeft(request.files, request.folder, log, report);
+    ReportLeft(request.files, request.folder, passed, report);
     if (failed > request.missing && report.Failures().size() == failures)
-      report.Fail(NameOf(request), "some of its images can't be deleted: " + log.Cause());
+      report.Fail(NameOf(request), "some of its images can't be deleted: " + FirstOf(passed));
   } else if (status == SCL_ResponseStatus::RefusedProtected) {
     report.Fail(NameOf(request), "protected; --force deletes it");
   } else if (!request.is_rest) { // what isn't mended of a rest is told in the end
-    report.Fail(NameOf(request), log.Cause());
+    report.Fail(NameOf(request), LastCause());
   }
   return unsigned(told.Get(MXL_SubOperationsReport::Completed));
 }
@@ -126,16 +126,15 @@ bool IsConfirmed(Options const& options, std::size_t studies) {
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   if (!CheckOptions(options, report)) return kUsage;
-  FileSet set = OpenFileSet(options.directory, options.dry_run ? Access::Read : Access::Change, {}, log, report);
+  FileSet set = OpenFileSet(options.directory, options.dry_run ? Access::Read : Access::Change, {}, report);
   if (!set.root) return kNotOpened;
   Disk_SupportPar par;
   par.delete_supported = 1;
   par.honour_protection = !options.is_cache && !options.force && set.structure == Structure::Private;
   set.root->SetSupportPar(par);
   DeleteRequests requests;
-  if (FindDeleteRequests(options.choice, set, log, report, &requests) == -1) return kNotOpened;
+  if (FindDeleteRequests(options.choice, set, report, &requests) == -1) return kNotOpened;
   if (!IsConfirmed(options, requests.size())) {
     report.Fail(options.directory, "nothing was deleted");
     return kFailed;
@@ -145,15 +144,15 @@ int Run(Options const& options) {
   report.Begin(requests.size());
   for (DeleteRequest& request : requests) {
     if (IsInterrupted()) break;
-    ListFiles(request, set, log, report);
-    if (!options.dry_run) deleted += Delete(request, set, log, report);
+    ListFiles(request, set, report);
+    if (!options.dry_run) deleted += Delete(request, set, report);
     report.Step();
   }
   report.End();
   if (IsInterrupted())
     report.Fail(options.directory, "interrupted before all was deleted; the same command completes it");
   else if (!options.dry_run)
-    CheckRests(options.choice, requests, set, log, report);
+    CheckRests(options.choice, requests, set, report);
   PrintOutcome(requests, deleted, options, report);
   return report.Result();
 }

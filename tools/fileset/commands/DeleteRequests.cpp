@@ -1,7 +1,7 @@
 #include "commands/DeleteRequests.h"
 
 #include "output/Report.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/Leftovers.h"
 
 #include <Disk/Disk_Check.h>
@@ -21,11 +21,10 @@ bool Contains(std::vector<std::string> const& list, std::string const& text) {
 
 // Finds what an interrupted delete left within the choice. It leaves out records of objects whose files are gone: a
 // query finds those.
-std::vector<Disk_Finding> FindRests(DeleteChoice const& choice, FileSet const& set, EngineLog& log, Report& report) {
+std::vector<Disk_Finding> FindRests(DeleteChoice const& choice, FileSet const& set, Report& report) {
   if (set.structure != Structure::Private) return {}; // in the standard structure all records go together
   Disk_CheckResult result;
-  log.Begin();
-  if (Disk_Check(set.directory.c_str(), {}, {}, &result) == -1) report.Fail(set.directory, log.Cause());
+  if (Disk_Check(set.directory.c_str(), {}, {}, &result) == -1) report.Fail(set.directory, LastCause());
   std::erase_if(result.findings, [&choice](Disk_Finding const& finding) {
     bool const of_series = !finding.series_uid.empty();
     bool const elsewhere =
@@ -40,8 +39,8 @@ std::vector<Disk_Finding> FindRests(DeleteChoice const& choice, FileSet const& s
 
 class Finder {
 public:
-  Finder(DeleteChoice const& choice, FileSet& set, EngineLog& log, Report& report)
-      : choice_(choice), level_(choice.GetLevel()), set_(set), log_(log), report_(report) {}
+  Finder(DeleteChoice const& choice, FileSet& set, Report& report)
+      : choice_(choice), level_(choice.GetLevel()), set_(set), report_(report) {}
 
   int Run(DeleteRequests* requests) {
     if (find_studies() == -1 || (level_ != Level::STUDY && find_below() == -1)) return -1;
@@ -56,7 +55,7 @@ private:
   int find_studies() {
     Search::Rows rows;
     std::vector<Key> const keys = {{kStudyInstanceUid, JoinedUids(choice_.studies)}, {kReferencedFileId, ""}};
-    if (Search(set_, log_, report_).Run(Level::STUDY, keys, &rows) == -1) return -1;
+    if (Search(set_, report_).Run(Level::STUDY, keys, &rows) == -1) return -1;
     std::set<std::string> uids;
     for (auto const& row : rows)
       uids.insert(row->Text(kStudyInstanceUid));
@@ -69,7 +68,7 @@ private:
 
   int find_below() {
     Search::Rows rows;
-    Search search(set_, log_, report_);
+    Search search(set_, report_);
     search.PassOverDamage().CollectUnreadable(&unreadable_);
     std::vector<Key> keys = {{kStudyInstanceUid, JoinedUids(choice_.studies)},
                              {kSeriesInstanceUid, choice_.series},
@@ -93,7 +92,7 @@ private:
   }
 
   void find_rests(std::vector<std::string> const& missing) {
-    std::vector<Disk_Finding> const rests = FindRests(choice_, set_, log_, report_);
+    std::vector<Disk_Finding> const rests = FindRests(choice_, set_, report_);
     // deleting a series without a record makes the library update the record of the study
     std::string const no_series = choice_.series.empty() ? missing.front() : choice_.series;
     for (Disk_Finding const& rest : rests) {
@@ -128,7 +127,6 @@ private:
   DeleteChoice const& choice_;
   Level level_;
   FileSet& set_;
-  EngineLog& log_;
   Report& report_;
   std::map<std::pair<std::string, std::string>, DeleteRequest> found_;
   Failures unreadable_;
@@ -136,16 +134,15 @@ private:
 
 } // namespace
 
-int FindDeleteRequests(DeleteChoice const& choice, FileSet& set, EngineLog& log, Report& report,
-                       DeleteRequests* requests) {
-  return Finder(choice, set, log, report).Run(requests);
+int FindDeleteRequests(DeleteChoice const& choice, FileSet& set, Report& report, DeleteRequests* requests) {
+  return Finder(choice, set, report).Run(requests);
 }
 
-void ListFiles(DeleteRequest& request, FileSet& set, EngineLog& log, Report& report) {
+void ListFiles(DeleteRequest& request, FileSet& set, Report& report) {
   if (request.level == Level::IMAGE || request.is_rest) return;
   Search::Rows rows;
   Failures unreadable; // the delete tells them
-  Search search(set, log, report);
+  Search search(set, report);
   search.CollectUnreadable(&unreadable);
   std::vector<Key> const keys = {
       {kStudyInstanceUid, request.study}, {kSeriesInstanceUid, request.series}, {kReferencedFileId, ""}};
@@ -154,12 +151,11 @@ void ListFiles(DeleteRequest& request, FileSet& set, EngineLog& log, Report& rep
     request.files.push_back(PathOf(*row, set.directory));
 }
 
-void CheckRests(DeleteChoice const& choice, DeleteRequests const& requests, FileSet& set, EngineLog& log,
-                Report& report) {
+void CheckRests(DeleteChoice const& choice, DeleteRequests const& requests, FileSet& set, Report& report) {
   bool const any = std::any_of(requests.begin(), requests.end(),
                                [](DeleteRequest const& request) { return request.is_rest || request.missing > 0; });
   if (!any) return;
-  for (Disk_Finding const& rest : FindRests(choice, set, log, report))
+  for (Disk_Finding const& rest : FindRests(choice, set, report))
     report.Fail(rest.path, rest.kind + ", which an interrupted delete left, isn't mended: " + rest.text);
 }
 

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-class EngineLog;
 class Report;
 
 // What the command line names. An empty choice means all studies.
@@ -36,14 +35,12 @@ struct DeleteRequest {
 using DeleteRequests = std::vector<DeleteRequest>;
 
 // 0, or -1 (reported) when the file-set can't be read. What isn't there is reported.
-int FindDeleteRequests(DeleteChoice const& choice, FileSet& set, EngineLog& log, Report& report,
-                       DeleteRequests* requests);
+int FindDeleteRequests(DeleteChoice const& choice, FileSet& set, Report& report, DeleteRequests* requests);
 
 // Finds out what a study or series holds.
-void ListFiles(DeleteRequest& request, FileSet& set, EngineLog& log, Report& report);
+void ListFiles(DeleteRequest& request, FileSet& set, Report& report);
 
 // Reports what an interrupted delete left and the requests haven't mended.
-void CheckRests(DeleteChoice const& choice, DeleteRequests const& requests, FileSet& set, EngineLog& log,
-                Report& report);
+void CheckRests(DeleteChoice const& choice, DeleteRequests const& requests, FileSet& set, Report& report);
 
 std::string NameOf(DeleteRequest const& request);

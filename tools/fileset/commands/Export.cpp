@@ -6,7 +6,7 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/OwnFiles.h"
 #include "sets/Search.h"
 
@@ -111,7 +111,7 @@ private:
 
 class StandardTarget : public FolderTarget {
 public:
-  StandardTarget(Options const& options, EngineLog& log, Report& report) : FolderTarget(options, report), log_(log) {}
+  StandardTarget(Options const& options, Report& report) : FolderTarget(options, report) {}
 
   int Open() override {
     if (FolderTarget::Open() == -1) return -1;
@@ -120,9 +120,9 @@ public:
       return -1;
     }
     Disk_StoreParams const params(Disk_StoreParams::STANDARD_STRUCTURE);
-    FileSet set = OpenFileSet(options_.out, Access::Make, params, log_, report_);
+    FileSet set = OpenFileSet(options_.out, Access::Make, params, report_);
     if (!set.root) return -1;
-    medium_.emplace(std::move(set), log_);
+    medium_.emplace(std::move(set));
     return 0;
   }
 
@@ -152,21 +152,19 @@ public:
   }
 
 private:
-  EngineLog& log_;
   std::optional<Medium> medium_;
 };
 
 // The number of objects copied from the list.
-std::size_t CopyList(Disk_Access& access, Target& target, EngineLog& log, Report& report) {
+std::size_t CopyList(Disk_Access& access, Target& target, Report& report) {
   std::size_t copied = 0;
   while (access.HasMore() && !IsInterrupted() && !target.IsFull()) {
     std::string const uid = access.GetNextUID().GetText();
     IOD_Msg* fetched = nullptr;
-    log.Begin();
     int const result = access.FetchNext(&fetched);
     std::unique_ptr<IOD_Msg> const object(fetched);
     if (result == -1 || !object)
-      report.Fail(uid, log.Cause());
+      report.Fail(uid, LastCause());
     else if (target.Add(*object, uid))
       ++copied;
     report.Step();
@@ -176,27 +174,26 @@ std::size_t CopyList(Disk_Access& access, Target& target, EngineLog& log, Report
 
 // Opens the list of objects. Of a damaged file-set, which is reported, it holds what can be read.
 std::unique_ptr<Disk_Access> OpenList(SCL_QueryIdentifier const& list, Options const& options, FileSet& set,
-                                      Search& search, EngineLog& log, Report& report) {
+                                      Search& search, Report& report) {
   auto access = std::make_unique<Disk_Access>(*set.root);
-  log.Begin();
   if (access->OpenQuery(list, 1) == 0) return access;
-  report.Fail(options.directory, log.Cause());
+  report.Fail(options.directory, LastCause());
   Disk_RootDirectoryFile* const lenient = search.Lenient();
   access = lenient ? std::make_unique<Disk_Access>(*lenient) : nullptr;
   return access && access->OpenQuery(list, 1) == 0 ? std::move(access) : nullptr;
 }
 
 void CopyAll(std::vector<SCL_QueryIdentifier> const& lists, Options const& options, FileSet& set, Search& search,
-             Target& target, EngineLog& log, Report& report, std::size_t* copied) {
+             Target& target, Report& report, std::size_t* copied) {
   std::size_t found = 0;
   for (SCL_QueryIdentifier const& list : lists) {
     if (IsInterrupted()) break;
-    std::unique_ptr<Disk_Access> const access = OpenList(list, options, set, search, log, report);
+    std::unique_ptr<Disk_Access> const access = OpenList(list, options, set, search, report);
     if (!access) continue;
     if (access->HasMore() && found == 0 && target.Open() == -1) return;
     found += std::size_t(access->GetNItems());
     report.Begin(std::size_t(access->GetNItems()));
-    *copied += CopyList(*access, target, log, report);
+    *copied += CopyList(*access, target, report);
     report.End();
   }
   if (found > 0)
@@ -222,23 +219,22 @@ void PrintOutcome(std::size_t copied, Options const& options, Report const& repo
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   if (int(!options.study.empty()) + int(!options.series.empty()) + int(!options.image.empty()) != 1) {
     report.Fail("export", "say what: --study, --series or --image");
     return kUsage;
   }
   if (!MayReceive(options.out, options.directory, report)) return kUsage;
-  FileSet set = OpenFileSet(options.directory, Access::Visit, {}, log, report);
+  FileSet set = OpenFileSet(options.directory, Access::Visit, {}, report);
   if (!set.root) return kNotOpened;
   std::unique_ptr<Target> target = std::make_unique<FolderTarget>(options, report);
-  if (options.standard) target = std::make_unique<StandardTarget>(options, log, report);
-  Search search(set, log, report);
+  if (options.standard) target = std::make_unique<StandardTarget>(options, report);
+  Search search(set, report);
   search.PassOverDamage();
   std::vector<SCL_QueryIdentifier> lists;
   if (FindLists(options, search, &lists) == -1) return kNotOpened;
   WatchForInterruption();
   std::size_t copied = 0;
-  if (set.has_records) CopyAll(lists, options, set, search, *target, log, report, &copied);
+  if (set.has_records) CopyAll(lists, options, set, search, *target, report, &copied);
   if (IsInterrupted())
     report.Fail(options.out, std::string("interrupted before all objects were copied; ") +
                                  (options.standard ? "remove it before it is exported again"

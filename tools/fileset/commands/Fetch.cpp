@@ -5,7 +5,7 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/Search.h"
 
 #include <cerrno>
@@ -48,7 +48,7 @@ struct Wanted {
 };
 
 // 0, or -1 (reported) when the file-set can't be read.
-int FindWanted(Options const& options, FileSet& set, EngineLog& log, Report& report, std::vector<Wanted>* wanted) {
+int FindWanted(Options const& options, FileSet& set, Report& report, std::vector<Wanted>* wanted) {
   using namespace Attributes;
   if (options.has_file_id) {
     wanted->push_back({{}, options.file_id});
@@ -60,7 +60,7 @@ int FindWanted(Options const& options, FileSet& set, EngineLog& log, Report& rep
                                  {kSeriesInstanceUid, options.series},
                                  {kSopInstanceUid, options.image},
                                  {kReferencedFileId, ""}};
-  if (Search(set, log, report).PassOverDamage().Run(Level::IMAGE, keys, &rows) == -1) return -1;
+  if (Search(set, report).PassOverDamage().Run(Level::IMAGE, keys, &rows) == -1) return -1;
   for (auto const& row : rows)
     wanted->push_back({SCL_MoveIdentifier(*row), row->Text(kSopInstanceUid)});
   return 0;
@@ -73,14 +73,12 @@ bool IsMissing(Wanted const& wanted, FileSet const& set) {
 }
 
 // Copies one object. Returns the path of the copy; empty (reported) after a failure.
-std::string FetchOne(Wanted const& wanted, Options const& options, FileSet& set, EngineLog& log, Report& report,
-                     ObjectWriter& writer) {
+std::string FetchOne(Wanted const& wanted, Options const& options, FileSet& set, Report& report, ObjectWriter& writer) {
   IOD_Msg* found = nullptr;
-  log.Begin();
   int const result = set.root->GetOne(wanted.identifier, 1, &found, nullptr);
   std::unique_ptr<IOD_Msg> const object(found);
   if (result == -1 || !object) {
-    report.Fail(wanted.name, IsMissing(wanted, set) ? "there is no such file in the file-set" : log.Cause());
+    report.Fail(wanted.name, IsMissing(wanted, set) ? "there is no such file in the file-set" : LastCause());
     return {};
   }
   return writer.Copy(*object, wanted.name, options.decompress, report);
@@ -101,17 +99,16 @@ void PrintOutcome(std::vector<std::string> const& files, double seconds, Options
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   if (options.study.empty() && options.series.empty() && options.image.empty() && !options.has_file_id &&
       !options.all) {
     report.Fail("fetch", "say what: --study, --series, --image, --file-id or --all");
     return kUsage;
   }
   if (!MayReceive(options.out, options.directory, report)) return kUsage;
-  FileSet set = OpenFileSet(options.directory, Access::Visit, {}, log, report);
+  FileSet set = OpenFileSet(options.directory, Access::Visit, {}, report);
   if (!set.root) return kNotOpened;
   std::vector<Wanted> wanted;
-  if (FindWanted(options, set, log, report, &wanted) == -1) return kNotOpened;
+  if (FindWanted(options, set, report, &wanted) == -1) return kNotOpened;
   if (wanted.empty()) {
     bool const whole = report.Failures().empty();
     if (set.has_records)
@@ -131,7 +128,7 @@ int Run(Options const& options) {
   report.Begin(wanted.size());
   for (Wanted const& one : wanted) {
     if (IsInterrupted() || writer.IsFull()) break;
-    std::string path = FetchOne(one, options, set, log, report, writer);
+    std::string path = FetchOne(one, options, set, report, writer);
     if (!path.empty()) files.push_back(std::move(path));
     report.Step();
   }

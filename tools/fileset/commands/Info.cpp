@@ -3,7 +3,6 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "output/Text.h"
-#include "sets/EngineLog.h"
 #include "sets/Search.h"
 
 #include <cstring>
@@ -65,8 +64,8 @@ long RootVersion(std::string const& directory) {
 }
 
 // 0, or -1 (reported) when the file-set can't be read.
-int Gather(FileSet& set, EngineLog& log, Report& report, Facts* facts) {
-  Search search(set, log, report);
+int Gather(FileSet& set, Report& report, Facts* facts) {
+  Search search(set, report);
   search.PassOverDamage();
   Search::Rows studies, series, instances;
   std::vector<Key> const study_keys = {
@@ -140,8 +139,7 @@ void PrintJson(Facts const& facts) {
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
-  FileSet set = OpenFileSet(options.directory, Access::Read, {}, log, report);
+  FileSet set = OpenFileSet(options.directory, Access::Read, {}, report);
   if (!set.root) return kNotOpened;
   Facts facts;
   facts.structure = set.structure;
@@ -149,7 +147,7 @@ int Run(Options const& options) {
   facts.size_kb = Klb_FileSystemUtils::GetDirSize(options.directory.c_str());
   if (facts.size_kb == -1)
     report.Fail(options.directory, std::string("its size can't be told: ") + std::strerror(errno));
-  if (Gather(set, log, report, &facts) == -1) return kNotOpened;
+  if (Gather(set, report, &facts) == -1) return kNotOpened;
   if (options.json)
     PrintJson(facts);
   else

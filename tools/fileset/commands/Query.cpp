@@ -3,7 +3,6 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "output/Text.h"
-#include "sets/EngineLog.h"
 #include "sets/Search.h"
 
 #include <algorithm>
@@ -140,17 +139,16 @@ void WarnOfUnkept(std::vector<Key> const& keys, bool standard, Search::Rows cons
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   std::vector<Key> keys;
   if (ParseKeys(options, &keys, report) == -1) return kUsage;
   LevelName const& level = *std::find_if(std::begin(kLevels), std::end(kLevels), [&](LevelName const& candidate) {
     return candidate.one == options.level_name;
   });
   AddDefaultKeys(level.level, &keys);
-  FileSet set = OpenFileSet(options.directory, Access::Read, {}, log, report);
+  FileSet set = OpenFileSet(options.directory, Access::Read, {}, report);
   if (!set.root) return kNotOpened;
   Search::Rows rows;
-  if (Search(set, log, report).PassOverDamage().Run(level.level, keys, &rows) == -1) return kNotOpened;
+  if (Search(set, report).PassOverDamage().Run(level.level, keys, &rows) == -1) return kNotOpened;
   WarnOfUnkept(keys, set.structure == Structure::Standard, rows, report);
   if (rows.empty()) WarnOfLowerKeys(keys, level.level, set.structure == Structure::Standard, report);
   if (rows.size() > options.limit) rows.resize(options.limit);

@@ -6,7 +6,6 @@
 #include "output/Report.h"
 #include "output/Text.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
 #include "sets/OwnFiles.h"
 #include "sets/Zombies.h"
 
@@ -14,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <infra/Klb_GError.h>
 #include <infra/Util_FileSystemInterface.h>
 #include <memory>
 
@@ -87,12 +87,11 @@ void KeepForeign(Zombies& zombies, std::string const& directory) {
 
 // Stores the file if it is an object that the file-set lacks. False (reported) if that fails, or if the file can't be
 // read and so may be an object.
-bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, EngineLog& log, Report& report,
-           Outcome* outcome) {
+bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, Report& report, Outcome* outcome) {
   if (recorded.paths.count(path) != 0 || !IsObjectFile(path)) return true;
   std::string problem, place;
   bool was_read = false;
-  log.Begin();
+  KlbGError.Set(0);
   std::unique_ptr<IOD_Msg> const object = ReadObject(path, &problem, &was_read);
   if (!object && (!was_read || RanOutOfMemory())) { // it may be one
     report.Fail(path, problem);
@@ -106,7 +105,7 @@ bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, EngineLog&
     outcome->known.push_back(path);
     return true;
   }
-  problem = StoreObject(*object, {false, false, path}, set, log, &place);
+  problem = StoreObject(*object, {false, false, path}, set, &place);
   if (!problem.empty()) {
     report.Fail(path, "can't be adopted: " + problem);
     return false;
@@ -117,13 +116,13 @@ bool Adopt(std::string const& path, Recorded& recorded, FileSet& set, EngineLog&
 }
 
 // 0, or -1 (reported) if the file-set can't be scanned or read.
-int AdoptAll(FileSet& set, EngineLog& log, Report& report, Recorded& recorded, Outcome* outcome) {
+int AdoptAll(FileSet& set, Report& report, Recorded& recorded, Outcome* outcome) {
   std::set<std::string> refused;
   report.Begin(outcome->zombies.size());
   for (Zombie const& zombie : outcome->zombies) {
     std::vector<std::string> const files = zombie.is_folder ? zombie.holds : std::vector<std::string>{zombie.path};
     for (std::string const& path : files)
-      if (!IsInterrupted() && !Adopt(path, recorded, set, log, report, outcome)) refused.insert(path);
+      if (!IsInterrupted() && !Adopt(path, recorded, set, report, outcome)) refused.insert(path);
     report.Step();
   }
   report.End();
@@ -132,7 +131,7 @@ int AdoptAll(FileSet& set, EngineLog& log, Report& report, Recorded& recorded, O
       std::erase_if(outcome->zombies, [&one](Zombie const& zombie) { return zombie.path == one.path; });
     return 0;
   }
-  if (FindZombies(set, log, report, &outcome->zombies) == -1) return -1;
+  if (FindZombies(set, report, &outcome->zombies) == -1) return -1;
   Keep(outcome->zombies, refused, "an object that can't be adopted");
   return 0;
 }
@@ -189,14 +188,14 @@ void PrintOutcome(Outcome const& outcome, Options const& options, Report const& 
 }
 
 // 0, or -1 (reported).
-int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report, Outcome* outcome) {
-  if (options.remove) DropLostStudies(set, log, report);
-  if (FindZombies(set, log, report, &outcome->zombies) == -1) return -1;
+int Handle(Options const& options, FileSet& set, Report& report, Outcome* outcome) {
+  if (options.remove) DropLostStudies(set, report);
+  if (FindZombies(set, report, &outcome->zombies) == -1) return -1;
   Recorded recorded;
   bool const wanted = (options.adopt || options.remove) && !outcome->zombies.empty();
-  bool const handles = wanted && ReadRecorded(set, log, report, &recorded) == 0;
+  bool const handles = wanted && ReadRecorded(set, report, &recorded) == 0;
   if (wanted && !handles) report.Fail(set.directory, "nothing is adopted or removed while not all records can be read");
-  if (handles && options.adopt && AdoptAll(set, log, report, recorded, outcome) == -1) return -1;
+  if (handles && options.adopt && AdoptAll(set, report, recorded, outcome) == -1) return -1;
   // records may name files further down than the scan looks
   Keep(outcome->zombies, recorded.paths, "what a record names");
   KeepForeign(outcome->zombies, set.directory);
@@ -204,21 +203,20 @@ int Handle(Options const& options, FileSet& set, EngineLog& log, Report& report,
   auto const count = std::count_if(outcome->zombies.begin(), outcome->zombies.end(),
                                    [](Zombie const& zombie) { return zombie.stays.empty(); });
   if (handles && options.remove && !IsInterrupted() && IsConfirmed(options, std::size_t(count)))
-    outcome->removed = RemoveZombies(outcome->zombies, set, log, report);
+    outcome->removed = RemoveZombies(outcome->zombies, set, report);
   return 0;
 }
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   if (options.remove && !Choice::CanConfirm("--remove", options.yes, options.json, report)) return kUsage;
   FileSet set;
   int result = kDone;
-  if (OpenPrivateFileSet(options.directory, Access::Change, {}, log, report, &set, &result) == -1) return result;
+  if (OpenPrivateFileSet(options.directory, Access::Change, {}, report, &set, &result) == -1) return result;
   Outcome outcome;
   WatchForInterruption();
   set.root->SetStop(IsInterrupted);
-  int const handled = Handle(options, set, log, report, &outcome);
+  int const handled = Handle(options, set, report, &outcome);
   if (IsInterrupted())
     report.Fail(options.directory, "interrupted before all was scanned, adopted or removed; the same command goes on");
   if (handled == -1) return kFailed;

@@ -4,7 +4,7 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/Search.h"
 
 #include <memory>
@@ -55,12 +55,10 @@ struct Options {
 };
 
 // 0, or -1 (reported) when the file-set can't be read.
-int SetAll(Mark const& mark, Options const& options, FileSet& set, EngineLog& log, Report& report,
-           std::vector<std::string>* done) {
+int SetAll(Mark const& mark, Options const& options, FileSet& set, Report& report, std::vector<std::string>* done) {
   using Attributes::kStudyInstanceUid;
   Search::Rows rows;
-  if (Search(set, log, report).Run(Level::STUDY, {{kStudyInstanceUid, JoinedUids(options.studies)}}, &rows) == -1)
-    return -1;
+  if (Search(set, report).Run(Level::STUDY, {{kStudyInstanceUid, JoinedUids(options.studies)}}, &rows) == -1) return -1;
   std::set<std::string> found;
   for (auto const& row : rows)
     found.insert(row->Text(kStudyInstanceUid));
@@ -80,18 +78,16 @@ int SetAll(Mark const& mark, Options const& options, FileSet& set, EngineLog& lo
     int error = 0;
     SCL_MoveIdentifier study(Level::STUDY, &error);
     study.SetStudyInstanceUID(Dicom_UI(uid));
-    log.Begin();
     if (mark.set(*set.root, study) == 0)
       done->push_back(uid);
     else
-      report.Fail(uid, log.Cause());
+      report.Fail(uid, LastCause());
   }
   return 0;
 }
 
 int Run(Mark const& mark, Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   if (options.studies.empty() && !options.all.wanted) {
     report.Fail(mark.command, "say which: --study or --all");
     return kUsage;
@@ -99,9 +95,9 @@ int Run(Mark const& mark, Options const& options) {
   if (options.all.wanted && !Choice::CanConfirm("--all", options.all.yes, options.json, report)) return kUsage;
   FileSet set;
   int result = kDone;
-  if (OpenPrivateFileSet(options.directory, Access::Change, {}, log, report, &set, &result) == -1) return result;
+  if (OpenPrivateFileSet(options.directory, Access::Change, {}, report, &set, &result) == -1) return result;
   std::vector<std::string> done;
-  if (SetAll(mark, options, set, log, report, &done) == -1) return kNotOpened;
+  if (SetAll(mark, options, set, report, &done) == -1) return kNotOpened;
   if (options.json)
     std::printf("%s\n", JsonText({{mark.done, done}, {"failures", FailuresJson(report, "study")}}).c_str());
   else

@@ -7,7 +7,6 @@
 #include "output/Json.h"
 #include "output/Report.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
 
 #include <cerrno>
 #include <chrono>
@@ -83,7 +82,6 @@ bool WantsFullDurability(Options const& options) {
 struct Target {
   Options const& options;
   FileSet& set;
-  EngineLog& log;
   Report const& report;
 
   // The records of a standard file-set say that its files are native.
@@ -103,8 +101,7 @@ std::string Attempt(ReadAhead& objects, ReadAhead::Object (ReadAhead::*read)(), 
     std::string problem;
     if (target.Decompresses() && !Decompress(*next.object, &problem) && !problem.empty())
       target.report.Warn(path, problem + ": it stays compressed");
-    return StoreObject(*next.object, {options.icon, options.accept_mismatch, options.move ? path : ""}, target.set,
-                       target.log);
+    return StoreObject(*next.object, {options.icon, options.accept_mismatch, options.move ? path : ""}, target.set);
   } catch (std::bad_alloc const&) {
     KlbGError.SetSystem(ENOMEM);
     return "out of memory";
@@ -144,7 +141,7 @@ void StoreFiles(SourceFiles const& files, Target const& target, Report& report, 
   }
 }
 
-Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& report) {
+Outcome StoreAll(Options const& options, FileSet& set, Report& report) {
   SourceFiles const files = FindSourceFiles(options.sources, options.directory, report);
   bool const full = WantsFullDurability(options);
   set.root->SetDurability(full ? Util_Durability::Full : Util_Durability::Relaxed);
@@ -152,7 +149,7 @@ Outcome StoreAll(Options const& options, FileSet& set, EngineLog& log, Report& r
   auto const start = std::chrono::steady_clock::now();
   Outcome outcome{0, 0, 0, 0, "each object was on the disk before the next"};
   report.Begin(files.paths.size());
-  StoreFiles(files, {options, set, log, report}, report, &outcome);
+  StoreFiles(files, {options, set, report}, report, &outcome);
   report.End();
   outcome.refused = report.Failures().size();
   if (!full && outcome.stored > 0) {
@@ -188,14 +185,13 @@ void PrintOutcome(Outcome const& outcome, Options const& options, Report const& 
 
 int Run(Options const& options) {
   Report report;
-  EngineLog log(options.directory);
   Disk_StoreParams params;
   params.store_native = options.Compresses(RecogniseFileSet(options.directory).structure) ? 0 : 1;
   params.standard_structure = options.standard ? 1 : 0;
   params.refuse_lost = options.init ? 0 : 1;
-  FileSet set = OpenFileSet(options.directory, options.init ? Access::MakeAmong : Access::Make, params, log, report);
+  FileSet set = OpenFileSet(options.directory, options.init ? Access::MakeAmong : Access::Make, params, report);
   if (!set.root) return kNotOpened;
-  Outcome const outcome = StoreAll(options, set, log, report);
+  Outcome const outcome = StoreAll(options, set, report);
   PrintOutcome(outcome, options, report);
   return report.Result();
 }

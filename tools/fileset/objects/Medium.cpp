@@ -1,9 +1,10 @@
 #include "objects/Medium.h"
 
 #include "objects/StoreObject.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 
 #include <cerrno>
+#include <cstring>
 #include <dicom/Util_TransferSyntax.h>
 #include <fcntl.h>
 #include <infra/Klb_GError.h>
@@ -65,14 +66,14 @@ std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
   std::string const uids = object.GetStudyInstanceUID().GetText() + "|" + object.GetSeriesInstanceUID().GetText() +
                            "|" + object.GetSOPInstanceUID().GetText();
   if (added_.count(uids) != 0) return "the series holds two objects of this UID: the first is copied";
-  log_.Begin();
   Util_FileSystem::DurabilityScope folders; // as of the file-set
   folders.Begin(Util_Durability::Relaxed);
+  KlbGError.Set(0);
   std::string const path = PathFor(object, set_.directory);
   Dicom_UI syntax;
   if (path.empty() || WriteNew(path, bytes, &syntax) == -1) {
     if (errno != 0) KlbGError.SetSystem(errno);
-    return failed();
+    return failed(errno != 0 ? std::strerror(errno) : "no name is free for it");
   }
   Disk_StoreRequest const request{.msg = &object,
                                   .store_unmatching_images = 1,
@@ -80,12 +81,12 @@ std::string Medium::Add(IOD_Msg& object, std::string_view bytes) {
                                   .existing_file = path.c_str(),
                                   .syntax_in_file = &syntax};
   // a failure may have come after the record was written, so the file stays
-  if (set_.root->Store(request) == -1) return failed();
+  if (set_.root->Store(request) == -1) return failed(LastCause());
   added_.insert(uids);
   return {};
 }
 
-std::string Medium::failed() {
+std::string Medium::failed(std::string const& cause) {
   is_full_ = RanOutOfDisk();
-  return log_.Cause() + (is_full_ ? kDiskIsFull : "");
+  return cause + (is_full_ ? kDiskIsFull : "");
 }

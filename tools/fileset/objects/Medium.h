@@ -9,11 +9,9 @@
 #include <string>
 #include <string_view>
 
-class EngineLog;
-
 class Medium {
 public:
-  Medium(FileSet set, EngineLog& log) : set_(std::move(set)), log_(log) {
+  explicit Medium(FileSet set) : set_(std::move(set)) {
     set_.root->SetDurability(Util_Durability::Relaxed); // until Sync
   }
 
@@ -25,10 +23,9 @@ public:
   int Sync() { return set_.root->Sync(); }
 
 private:
-  std::string failed();
+  std::string failed(std::string const& cause);
 
   FileSet set_;
-  EngineLog& log_;
   std::set<std::string> added_; // the UIDs of each object
   bool is_full_ = false;
 };

@@ -1,6 +1,6 @@
 #include "objects/StoreObject.h"
 
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 
 #include <Disk/Disk_Error.h>
 #include <cerrno>
@@ -47,13 +47,13 @@ bool RanOutOfDisk() {
   return code == DISK_ERROR_SYSTEM + ENOSPC || code == DISK_ERROR_SYSTEM + EDQUOT;
 }
 
-std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log, std::string* stored_as) {
+std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, std::string* stored_as) {
   bool const move = !how.file_to_move.empty();
   char const* const contradiction = object.GetPixelContradiction();
   if (!move && contradiction) return contradiction; // before folders are made for what can't be written
   std::string problem = move ? MoveProblem(how.file_to_move, set.directory) : "";
   if (!problem.empty()) return problem;
-  log.Begin();
+  KlbGError.Set(0);
   char place[Disk_FileID::kPathSize] = "";
   int const result = set.root->Store({.msg = &object,
                                       .add_icon = how.icon,
@@ -62,5 +62,5 @@ std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, Engi
                                       .file_to_move = how.file_to_move.c_str(),
                                       .stored_file_name = place});
   if (stored_as) *stored_as = place;
-  return result == 0 ? "" : log.Cause();
+  return result == 0 ? "" : LastCause();
 }

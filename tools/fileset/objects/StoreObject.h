@@ -25,5 +25,4 @@ struct StoreHow {
 
 // Stores an object. Returns the cause of a failure, else an empty text. `*stored_as`, which may be null, becomes the
 // path of a moved file.
-std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, EngineLog& log,
-                        std::string* stored_as = nullptr);
+std::string StoreObject(IOD_Msg& object, StoreHow const& how, FileSet& set, std::string* stored_as = nullptr);

@@ -1,7 +1,7 @@
 #include "sets/CacheView.h"
 
 #include "output/Report.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
 #include <algorithm>
@@ -10,8 +10,7 @@
 #include <infra/I18n.h>
 #include <set>
 
-std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, Access access, EngineLog& log,
-                                           Report& report) {
+std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, Access access, Report& report) {
   FoundFileSet const found = FindFileSet(directory, access, false);
   std::string problem = found.problem;
   if (problem.empty() && found.structure == Structure::Standard)
@@ -25,9 +24,8 @@ std::unique_ptr<CacheView> CacheView::Open(std::string const& directory, Access 
   cache->SetDeletesCineFiles(false); // as for other file-sets
   Disk_StudyMetaData none; // reads the grade tables now, so that what they lack isn't taken for the cause of a refusal
   Disk_CacheRepositoryCleanGradeFactory::GetInstance()->GradeStudies(&none, 1);
-  log.Begin();
   if (cache->Construct() == 0) return cache;
-  report.Fail(directory, log.Cause());
+  report.Fail(directory, LastCause());
   return nullptr;
 }
 

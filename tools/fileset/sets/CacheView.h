@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-class EngineLog;
 class Report;
 
 class CacheView : public Disk_CacheRepository {
@@ -22,7 +21,7 @@ public:
   };
 
   // Null (reported) if there is no cache and the access makes none.
-  static std::unique_ptr<CacheView> Open(std::string const& directory, Access access, EngineLog& log, Report& report);
+  static std::unique_ptr<CacheView> Open(std::string const& directory, Access access, Report& report);
 
   Space Measure();
   // The graded studies, in the order in which they would be deleted. 0, or -1.

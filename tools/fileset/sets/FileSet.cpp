@@ -2,7 +2,7 @@
 
 #include "output/Report.h"
 #include "program/Exit.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/OwnFiles.h"
 
 #include <algorithm>
@@ -136,8 +136,7 @@ bool MayReceive(std::string const& folder, std::string const& directory, Report&
   return false;
 }
 
-FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
-                    Report& report) {
+FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, Report& report) {
   auto const [structure, problem, has_records] = FindFileSet(directory, access, params.standard_structure);
   FileSet set{directory, structure, has_records, nullptr};
   bool const writes = access != Access::Read && access != Access::Visit;
@@ -158,19 +157,18 @@ FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParam
   if (structure == Structure::Standard) params.standard_structure = 1;
   // reading must not leave a lock file where there is no file-set, nor a trace on another system's medium
   params.read_only = access == Access::Read || (access == Access::Visit && structure != Structure::Private);
-  log.Begin();
   set.root = Open(directory, params);
   if (!set.root && access == Access::Visit) {
     params.read_only = 1;
     set.root = Open(directory, params);
   }
-  if (!set.root) report.Fail(directory, log.Cause());
+  if (!set.root) report.Fail(directory, LastCause());
   return set;
 }
 
-int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
-                       Report& report, FileSet* set, int* result) {
-  *set = OpenFileSet(directory, access, params, log, report);
+int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StoreParams params, Report& report,
+                       FileSet* set, int* result) {
+  *set = OpenFileSet(directory, access, params, report);
   *result = kNotOpened;
   if (!set->root) return -1;
   if (set->structure == Structure::Private) return 0;

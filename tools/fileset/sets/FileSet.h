@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 
-class EngineLog;
 class Report;
 
 enum class Structure {
@@ -51,9 +50,8 @@ bool IsInside(std::string const& path, std::string const& directory);
 // Whether files of the file-set may be copied to `folder`. A folder inside the file-set may not, which is reported.
 bool MayReceive(std::string const& folder, std::string const& directory, Report& report);
 
-FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
-                    Report& report);
+FileSet OpenFileSet(std::string const& directory, Access access, Disk_StoreParams params, Report& report);
 
 // The same for a command of the private structure alone. 0; or -1 (reported), and `*result` is the command's Exit.
-int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StoreParams params, EngineLog& log,
-                       Report& report, FileSet* set, int* result);
+int OpenPrivateFileSet(std::string const& directory, Access access, Disk_StoreParams params, Report& report,
+                       FileSet* set, int* result);

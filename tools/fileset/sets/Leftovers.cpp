@@ -1,7 +1,7 @@
 #include "sets/Leftovers.h"
 
 #include "output/Report.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -26,7 +26,7 @@ StudyFolders FoldersOf(Search::Rows const& studies, std::string const& directory
   return folders;
 }
 
-void ReportLeft(std::vector<std::string> const& files, std::string const& folder, EngineLog const& log,
+void ReportLeft(std::vector<std::string> const& files, std::string const& folder, Disk_PassedOver const& passed,
                 Report& report) {
   std::set<std::string> left;
   std::error_code error;
@@ -39,7 +39,7 @@ void ReportLeft(std::vector<std::string> const& files, std::string const& folder
     if (!fs::is_directory(entry->symlink_status(error))) left.insert(entry->path());
   if (is_there && left.empty()) left.insert(folder);
   for (std::string const& path : left) {
-    std::string const cause = log.CauseOf(path);
+    std::string const cause = CauseAt(path, passed);
     report.Fail(path, "is left on the disk" + (cause.empty() ? "" : ": " + cause));
   }
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-class EngineLog;
+class Disk_PassedOver;
 class Report;
 
 // The path of the file that a record names; empty if it names none.
@@ -23,5 +23,6 @@ using StudyFolders = std::map<std::string, std::string>;
 StudyFolders FoldersOf(Search::Rows const& studies, std::string const& directory);
 
 // Reports each of these files that still exists, and each file in or below the folder of a deleted study or series.
-// `folder` may be empty.
-void ReportLeft(std::vector<std::string> const& files, std::string const& folder, EngineLog const& log, Report& report);
+// `folder` may be empty. `passed` is what the delete went on past.
+void ReportLeft(std::vector<std::string> const& files, std::string const& folder, Disk_PassedOver const& passed,
+                Report& report);

@@ -1,7 +1,7 @@
 #include "sets/Search.h"
 
 #include "output/Report.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -92,7 +92,6 @@ SCL_QueryIdentifier Search::identifier(Level level, Level from, Level to) const 
 
 int Search::ask(SCL_QueryIdentifier const& identifier, Rows* rows) {
   if (root_is_damaged_) return ask_lenient(identifier, set_.directory, {}, rows);
-  log_.Begin();
   return Ask(*set_.root, identifier, rows);
 }
 
@@ -109,7 +108,7 @@ Disk_RootDirectoryFile* Search::Lenient() {
 
 // Tells a failure under `name`, then finds what can be read all the same. 0, or -1.
 int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const& name, Rows* rows) {
-  std::string const cause = log_.Cause();
+  std::string const cause = LastCause();
   tell(name, cause);
   return passes_over_damage_ && Lenient() ? ask_lenient(identifier, name, cause, rows) : -1;
 }
@@ -117,10 +116,10 @@ int Search::ask_damaged(SCL_QueryIdentifier const& identifier, std::string const
 // Reports each damaged place, except the one that was `told` already.
 int Search::ask_lenient(SCL_QueryIdentifier const& identifier, std::string const& name, std::string const& told,
                         Rows* rows) {
-  log_.Begin();
+  Disk_PassedOver passed;
   int const result = Ask(*lenient_, identifier, rows);
-  for (std::string const& place : log_.Places())
-    if (!told.starts_with(place)) tell(name, place);
+  for (std::string const& place : CausesOf(passed))
+    if (place != told) tell(name, place);
   return result;
 }
 

@@ -19,7 +19,7 @@ public:
   using Rows = std::vector<std::unique_ptr<Dicom_Msg>>;
 
   // All three are the caller's and must outlive the search.
-  Search(FileSet& set, EngineLog& log, Report& report) : set_(set), log_(log), report_(report) {}
+  Search(FileSet& set, Report& report) : set_(set), report_(report) {}
 
   // Finds also what can be read of a damaged study. For commands that only show or copy.
   Search& PassOverDamage() {
@@ -48,7 +48,6 @@ private:
   void ask_each_study(Rows const& parents, SCL_QueryIdentifier identifier, Rows* rows);
 
   FileSet& set_;
-  EngineLog& log_;
   Report& report_;
   bool passes_over_damage_ = false;
   std::unique_ptr<Disk_RootDirectoryFile> lenient_; // made when it is needed

@@ -2,7 +2,7 @@
 
 #include "output/Report.h"
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
+#include "sets/Cause.h"
 #include "sets/OwnFiles.h"
 #include "sets/Search.h"
 
@@ -131,20 +131,22 @@ private:
   std::set<std::string> listed_;
 };
 
-int Scan(FileSet& set, CToolParseDICOMReport& callbacks, EngineLog& log, Report& report) {
-  log.Begin();
+int Scan(FileSet& set, CToolParseDICOMReport& callbacks, Report& report) {
+  Disk_PassedOver passed;
   int const result = set.root->ProcessZombieFiles(callbacks);
-  if (!IsInterrupted() && (result == -1 || log.HasErrors()))
-    report.Fail(set.directory, (result == -1 ? "can't be scanned: " : "not all of it can be scanned: ") + log.Cause());
+  if (!IsInterrupted() && result == -1)
+    report.Fail(set.directory, "can't be scanned: " + LastCause());
+  else if (!IsInterrupted() && !passed.Entries().empty())
+    report.Fail(set.directory, "not all of it can be scanned: " + FirstOf(passed));
   return result;
 }
 
 } // namespace
 
-void DropLostStudies(FileSet& set, EngineLog& log, Report& report) {
+void DropLostStudies(FileSet& set, Report& report) {
   using namespace Attributes;
   Search::Rows rows;
-  if (Search(set, log, report).Run(Level::STUDY, {{kReferencedFileId, ""}}, &rows) == -1) return;
+  if (Search(set, report).Run(Level::STUDY, {{kReferencedFileId, ""}}, &rows) == -1) return;
   Disk_SupportPar par;
   par.delete_supported = 1;
   set.root->SetSupportPar(par);
@@ -159,33 +161,32 @@ void DropLostStudies(FileSet& set, EngineLog& log, Report& report) {
     identifier.SetSeriesInstanceUID(Dicom_UIDGenerator().Generate());
     MXL_SubOperationsReport told;
     SCL_ResponseStatus done;
-    log.Begin();
     if (set.root->Delete(identifier, 1, &told, done) == 0)
       report.Warn("study " + uid, "its folder was gone; its record is removed");
     else
-      report.Fail("study " + uid, "its folder isn't found, and its record can't be removed: " + log.Cause());
+      report.Fail("study " + uid, "its folder isn't found, and its record can't be removed: " + LastCause());
   }
 }
 
-int FindZombies(FileSet& set, EngineLog& log, Report& report, Zombies* zombies) {
+int FindZombies(FileSet& set, Report& report, Zombies* zombies) {
   Collection collection(report);
-  int const result = Scan(set, collection, log, report);
+  int const result = Scan(set, collection, report);
   *zombies = std::move(collection.zombies);
   return result;
 }
 
-std::vector<std::string> RemoveZombies(Zombies const& zombies, FileSet& set, EngineLog& log, Report& report) {
+std::vector<std::string> RemoveZombies(Zombies const& zombies, FileSet& set, Report& report) {
   Removal removal(zombies, set.directory, report);
-  Scan(set, removal, log, report);
+  Scan(set, removal, report);
   return removal.removed;
 }
 
-int ReadRecorded(FileSet& set, EngineLog& log, Report& report, Recorded* recorded) {
+int ReadRecorded(FileSet& set, Report& report, Recorded* recorded) {
   using namespace Attributes;
   std::size_t const failures = report.Failures().size();
   for (Level const level : {Level::STUDY, Level::SERIES, Level::IMAGE}) {
     Search::Rows rows;
-    if (Search(set, log, report).Run(level, {{kReferencedFileId, ""}}, &rows) == -1) return -1;
+    if (Search(set, report).Run(level, {{kReferencedFileId, ""}}, &rows) == -1) return -1;
     for (auto const& row : rows) {
       std::string const path = Disk_FileID(set.directory.c_str(), row->Value<Dicom_CS>(kReferencedFileId), 0).Path();
       recorded->paths.insert(path);

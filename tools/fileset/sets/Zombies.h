@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-class EngineLog;
 class Report;
 
 struct Zombie {
@@ -22,14 +21,14 @@ struct Zombie {
 using Zombies = std::vector<Zombie>;
 
 // Drops the records of studies whose folder a killed delete has removed; each is told.
-void DropLostStudies(FileSet& set, EngineLog& log, Report& report);
+void DropLostStudies(FileSet& set, Report& report);
 
 // In the order of the scan. 0, or -1 (reported). A study that can't be scanned is reported and left out.
-int FindZombies(FileSet& set, EngineLog& log, Report& report, Zombies* zombies);
+int FindZombies(FileSet& set, Report& report, Zombies* zombies);
 
 // Removes those of `zombies` that don't stay and that no record names meanwhile. Links aren't followed. Failures are
 // reported. Returns the paths that are gone.
-std::vector<std::string> RemoveZombies(Zombies const& zombies, FileSet& set, EngineLog& log, Report& report);
+std::vector<std::string> RemoveZombies(Zombies const& zombies, FileSet& set, Report& report);
 
 // What the records of a file-set name.
 struct Recorded {
@@ -38,4 +37,4 @@ struct Recorded {
 };
 
 // 0, or -1 (reported) when not all records can be read.
-int ReadRecorded(FileSet& set, EngineLog& log, Report& report, Recorded* recorded);
+int ReadRecorded(FileSet& set, Report& report, Recorded* recorded);
