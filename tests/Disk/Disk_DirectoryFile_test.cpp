@@ -129,15 +129,3 @@ TEST_F(DirectoryFileTest, VersionIsComparedAtEveryLook) {
   file.MarkDirty();
   EXPECT_TRUE(file.IsUpToDate()) << "nothing is read back over what is pending";
 }
-
-TEST_F(DirectoryFileTest, DirectoryFileThatCantBeParsedIsLeftAlone) {
-  auto root = Open();
-  auto msg = Example();
-  for (std::string const& content : {std::string(), std::string("not a DICOM file at all"), std::string(200, '\0')}) {
-    std::ofstream(At("DICOMDIR")) << content;
-    LogCapture log;
-    EXPECT_EQ(Store(*root, *msg), -1);
-    EXPECT_EQ(log.Count(3, "Store: Can't read root directory file."), 1);
-    EXPECT_EQ(Files(), (std::map<std::string, std::uintmax_t>{{"DICOMDIR", content.size()}, {"LOCKFILE", 0}}));
-  }
-}

@@ -1,7 +1,6 @@
 #include "support/FaultyFileSystem.h"
 #include "support/FileSetFixture.h"
 
-#include <Disk/Disk_Error.h>
 #include <Disk/Disk_ObjectFile.h>
 
 namespace {
@@ -39,24 +38,6 @@ TEST_F(FetchTest, BothRoadsGiveWhatWasStored) {
   }
 }
 
-TEST_F(FetchTest, WhatIsntThereIsToldApart) {
-  auto root = Open();
-  auto msg = Example();
-  ASSERT_EQ(Store(*root, *msg), 0);
-  for (auto const& [tag, line] : {std::pair(kStudyUid, "GetOne(): Can't find study."),
-                                  {kSeriesUid, "GetOne(): Can't find series."},
-                                  {kSopUid, "GetOne(): Can't find image with SOPInstanceUID = 1.2"}}) {
-    SCL_MoveIdentifier identifier = Uids(*msg);
-    identifier.Set(tag, Dicom_UI("1.2"));
-    LogCapture log;
-    EXPECT_FALSE(Fetch(*root, identifier));
-    EXPECT_EQ(log.Count(3, line), 1) << line;
-  }
-  IOD_Msg* object = nullptr;
-  EXPECT_EQ(root->GetOne(Uids(*msg), 7, &object, nullptr), -1);
-  EXPECT_EQ(KlbGError.Get(), DISK_ERROR_INFORMATION_MODEL);
-}
-
 TEST_F(FetchTest, AccessDateOncePerChangeOfStudy) {
   auto root = Open();
   auto msg = Example();
@@ -92,7 +73,6 @@ TEST_F(FetchTest, AccessDateOncePerChangeOfStudy) {
   // asked for as such it is set, whatever it was
   ASSERT_EQ(root->SetStudyAccessed(msg->GetStudyInstanceUID()), 0);
   EXPECT_EQ(AccessDate().substr(0, 4), "2020");
-  EXPECT_EQ(root->SetStudyAccessed(Dicom_UI("1.2")), -1);
   std::filesystem::remove(At("VERSION"));
   FaultyFileSystem watched;
   EXPECT_TRUE(Fetch(*Open(), Uids(*msg)));

@@ -182,6 +182,7 @@ TEST_P(MeanwhileTest, OnAReadOnlyMediumAFailedReadIsRepeated) {
     EXPECT_EQ(Studies(*root), 5) << "after the failure of read " << failures;
   }
   EXPECT_GT(failures, 1);
+  EXPECT_FALSE(fs::exists(At("LOCKFILE")) || fs::exists(At("VERSION"))) << "reading leaves nothing";
 }
 
 TEST_P(MeanwhileTest, AFileSetThatIsReplacedIsTheOneThatCounts) {

@@ -137,18 +137,6 @@ private:
   std::set<int> failed_syncs_;
 };
 
-// Whether a line of the log names a file of the site, or a cause.
-struct Listener {
-  Listener(Site const& site, int error) {
-    KlbGLog.SetLogLevel(4);
-    KlbGLog.SetSink([this, path = site.directory, cause = std::string(std::strerror(error))](int, auto const& line) {
-      told = told || line.find(path) != line.npos || line.find("errno") != line.npos || line.find(cause) != line.npos;
-    });
-  }
-  ~Listener() { KlbGLog.SetSink(nullptr), KlbGLog.SetLogLevel(3); }
-  bool told = false; // without an allocation: these fail, too
-};
-
 int Descriptors() { return int(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator())); }
 
 void RequireNoLocks(Site const& site) {
@@ -164,14 +152,13 @@ void RequireNoLocks(Site const& site) {
 
 struct Told {
   int result = -1, code = 0;
-  bool line = false;
+  bool cause = false;       // its text names a file of the site, or says what the system did
   bool is_missing = false;  // that an object isn't there is an answer, without a code or a cause
   bool for_reading = false; // a DICOMDIR that may not be written is opened for reading, and stays so for its root
 };
 
 Told Act(Case const& c, Session& session, Fault const& fault, std::string const& failed = "memory") {
   Told told;
-  Listener const listener(session.site, fault.error);
   KlbGError.Set(0);
   try {
     told.result = c.operation->act(session);
@@ -179,8 +166,10 @@ Told Act(Case const& c, Session& session, Fault const& fault, std::string const&
     throw Complaint(failed + ": an exception leaves it: " + e.what());
   }
   told.code = KlbGError.Get();
-  KlbGLog.Flush();
-  told.line = listener.told;
+  Disk_Failure const failure = Disk_LastFailure();
+  Require(told.result == 0 || failure.code != 0, failed + ": no failure is noted");
+  told.cause = std::strstr(failure.text, session.site.directory.c_str()) ||
+               std::strstr(failure.text, std::strerror(fault.error));
   return told;
 }
 
@@ -190,7 +179,6 @@ Told ActWithoutMemory(Case const& c, Session& session, Fault const& fault) {
   FailAllocations(fault.ordinal, fault.once);
   Told told = Act(c, session, fault);
   session.around = nullptr;
-  told.line = true; // without memory there may be none
   return told;
 }
 
@@ -205,7 +193,7 @@ Told ActWithFaults(Case const& c, Session& session, Fault const& fault) {
   std::string const failed = seam.unforgiven.empty() ? seam.first : seam.unforgiven;
   told.is_missing = fault.error == ENOENT;
   Require(told.result == 0 || told.code != 0 || told.is_missing, failed + ": no error code");
-  Require(told.result == 0 || told.line || told.is_missing, failed + ": no line in the log names a file or a cause");
+  Require(told.result == 0 || told.cause || told.is_missing, failed + ": neither a file nor a cause is told");
   return told;
 }
 

@@ -2,11 +2,9 @@
 #include "objects/ReadAhead.h"
 
 #include "program/Interruption.h"
-#include "sets/EngineLog.h"
 #include "support/ProgramFixture.h"
 
 #include <csignal>
-#include <infra/Klb_LogFile.h>
 
 namespace {
 
@@ -65,15 +63,6 @@ TEST_F(ReadAheadTest, ReadsAgainWhatWasDropped) {
   EXPECT_EQ(objects.Again().object->GetModality().GetText(), "CT");
   EXPECT_EQ(objects.Next().problem, "can't be read: No such file or directory");
   EXPECT_EQ(objects.Next().object->GetModality().GetText(), "SR");
-}
-
-TEST(EngineLogTest, TellsNoCauseOfAnotherThread) {
-  EngineLog log("set");
-  log.Begin();
-  std::thread([] { DISK_LOG(3, "theirs\n"); }).join();
-  EXPECT_FALSE(log.HasErrors());
-  DISK_LOG(3, "ours\n");
-  EXPECT_EQ(log.Cause(), "ours");
 }
 
 } // namespace
