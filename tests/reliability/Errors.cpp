@@ -6,9 +6,9 @@
 #include "Oracle.h"
 #include "support/FaultyFileSystem.h"
 
+#include <Disk/Disk_Failure.h>
 #include <fcntl.h>
 #include <infra/Klb_GError.h>
-#include <infra/Klb_LogFile.h>
 #include <sys/file.h>
 
 #include <cstring>
