@@ -2,6 +2,7 @@
 #include <Disk/Disk_SeriesDirectoryFile.h>
 
 #include "Disk/Disk_Guard.h"
+#include "Disk/Disk_Remove.h"
 #include "Disk/Disk_Structure.h"
 
 #include <Disk/Disk_ObjectFile.h>

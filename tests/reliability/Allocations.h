@@ -1,4 +1,4 @@
-// `operator new` of a program, which can be made to fail. To be included by one source of it.
+// `operator new` of a program, which can be made to fail. It is weak, so that several sources of it may include this.
 #pragma once
 
 #include <cstdlib>
@@ -28,11 +28,11 @@ inline void ArmAllocations(bool armed) { s_armed = armed; }
 /// How many there were while they were armed.
 inline int CountedAllocations() { return s_count; }
 
-void* operator new(std::size_t size) {
+[[gnu::weak]] void* operator new(std::size_t size) {
   if (void* const memory = Allocate(size)) return memory;
   throw std::bad_alloc();
 }
 
-void* operator new(std::size_t size, std::nothrow_t const&) noexcept { return Allocate(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::weak]] void* operator new(std::size_t size, std::nothrow_t const&) noexcept { return Allocate(size); }
+[[gnu::weak]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::weak]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
