@@ -77,7 +77,7 @@ int Disk_DicomDir::is_record_sequence() {
   std::uint32_t tag = 0;
   if (read_tag(&tag) == -1) return DISK_FAIL("is_record_sequence: Failed reading the tag.\n");
   if (Util_FileSystemInterface::Current().Lseek(file_descriptor, -4, SEEK_CUR) == -1)
-    return DISK_FAIL("is_record_sequence: faild seeking back.\n");
+    return DISK_FAIL(Klb_System(errno, "seek in", file_name).Unset(), "is_record_sequence: faild seeking back.\n");
   return tag == kRecordSequence.Number() ? 1 : 0;
 }
 

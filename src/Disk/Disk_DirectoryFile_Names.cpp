@@ -108,7 +108,8 @@ std::string Disk_DirectoryFile::unique_path(std::string path) const {
   };
   while (taken.Has(path) || has_record(path)) {
     if (!CountUp(path, component)) {
-      DISK_FAIL(DISK_ERROR_OUT_OF_NAMES, "FindUniqueFileName(): Out of resources.\n");
+      DISK_FAIL(Klb_Cause(DISK_ERROR_OUT_OF_NAMES).At(path).Because("no name like this is free"),
+                "FindUniqueFileName(): Out of resources.\n");
       return {};
     }
   }

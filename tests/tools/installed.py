@@ -29,7 +29,7 @@ def declared(prefix):
     for header in glob.glob(prefix + "/include/disk/*/*.h"):
         text = open(header).read()
         names.update(re.findall(r"^\s*(?:class|struct) (?:\[\[nodiscard\]\] )?DISK_EXPORT (\w+)", text, re.M))
-        names.update(re.findall(r"^(?:\[\[nodiscard\]\] )?DISK_EXPORT (?:extern )?[\w:]+ [\w ]*?(\w+)[(;]", text, re.M))
+        names.update(re.findall(r"^(?:\[\[nodiscard\]\] )?DISK_EXPORT (?:extern )?[\w:]+ [\w *]*?(\w+)[(;]", text, re.M))
         names.update(re.findall(r"^DICOM_\w+_CLASS\((\w+)", text, re.M))
     return names
 
