@@ -3,7 +3,7 @@
 #include "Bench.h"
 #include "Phantom.h"
 
-#include "Disk/Disk_RecordIO.h"
+#include "Disk/structure/Disk_RecordIO.h"
 
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_InstanceDirectoryRecord.h>

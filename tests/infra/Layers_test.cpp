@@ -7,8 +7,10 @@
 #include <regex>
 
 /// Where sources stand, from below. Each may include what stands in its own folder and in those before it.
-static std::string const kFolders[] = {"infra",          "dicom/text",   "dicom/values", "dicom/encoding",
-                                       "dicom/datasets", "dicom/pixels", "dicom/files",  "Disk"};
+static std::string const kFolders[] = {"infra",          "dicom/text",    "dicom/values",     "dicom/encoding",
+                                       "dicom/datasets", "dicom/pixels",  "dicom/files",      "Disk/files",
+                                       "Disk/records",   "Disk/standard", "Disk/structure",   "Disk/check",
+                                       "Disk/hierarchy", "Disk/query",    "Disk/maintenance", "Disk/cache"};
 
 /// A floor has one folder of headers, which counts as its lowest. -1 for a folder that isn't told above.
 static int PlaceOf(std::string const& folder, bool of_headers) {
