@@ -63,8 +63,8 @@ protected:
 
   /// The start of a filling: a new message. -1, with one of the lines, for a record that has one, or without memory.
   int start_filling(char const* has_data, char const* cant_allocate);
-  /// The end of one: the links of the standard shape. -1 on the first that can't be set.
-  int set_chain_elements();
+  /// The end of one: the links that a record of the standard shape has. -1 on the first that can't be set.
+  int set_chain_elements(bool standard);
 
   std::unique_ptr<IOD_Msg> record_msg;
   bool is_new = false;

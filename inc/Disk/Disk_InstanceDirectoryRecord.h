@@ -26,6 +26,7 @@ public:
 
 private:
   int AddGeneralAttributes(IOD_Msg const& msg, bool standard);
+  int set_references(IOD_Msg const& msg);
   int AddImageAttributes(IOD_Msg const& msg, bool standard, bool add_icon);
   int AddPresentationAttributes(IOD_Msg const& msg);
   int AddStructureReportingAttributes(IOD_Msg const& msg);

@@ -8,6 +8,7 @@
 
 class CToolParseDICOMReport;
 class Disk_RecordWalk;
+class Disk_StudyLock;
 struct Disk_Correction;
 
 /// One study: the records of its series, the study lock, and the directory file of the series that was asked for
@@ -17,6 +18,7 @@ public:
   /// `first_series_offset`: in the standard structure the place of the first series record, 0 for none.
   Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams params, Disk_DicomDir* dicomdir,
                           unsigned first_series_offset);
+  ~Disk_StudyDirectoryFile() override;
 
   unsigned GetOffset() const { return first_series_offset; }
   [[nodiscard]] int Read();
@@ -27,11 +29,11 @@ public:
   [[nodiscard]] int Pin();
   [[nodiscard]] int LockPinned();
   /// Whether the study that was locked last still is where it was.
-  bool IsInPlace() const { return !has_lock || lock_manager.IsInPlace(); }
+  bool IsInPlace() const;
   [[nodiscard]] int LockShared();
   /// The same for a study that was locked before, with GetKnown, which sees whether it is still there. -1 with ESTALE,
   /// and nothing is logged, when the lock file isn't open any more.
-  [[nodiscard]] int RelockShared() { return lock_manager.RelockShared(); }
+  [[nodiscard]] int RelockShared();
   int UnlockExclusive();
   int UnlockShared();
 
@@ -73,8 +75,6 @@ public:
   [[nodiscard]] int ProcessZombieFiles(CToolParseDICOMReport& report);
 
 private:
-  using Lock = int (Klb_LockFile::*)();
-  int with_lock(Lock operation, char const* failure);
   Disk_SeriesDirectoryRecord* GetSeriesRecord(Dicom_UI const& series_uid) const;
   int NewSeries(Disk_StudyDirectoryRecord* study, Disk_SeriesDirectoryRecord* series, Disk_StoreRequest const& request);
   int new_series_directory(Disk_SeriesDirectoryRecord* series, Disk_StoreRequest const& request);
@@ -94,9 +94,7 @@ private:
   int query_images(Disk_RecordWalk& walk, Disk_SeriesDirectoryRecord* series, Dicom_Sequence* results);
 
   Disk_RecordList<Disk_SeriesDirectoryRecord> series_records;
-  bool const has_lock; // otherwise that of the file-set is held throughout
-  Disk_LockManager lock_manager;
-  int no_lock_cause = 0; // errno, when its file couldn't be opened
+  std::unique_ptr<Disk_StudyLock> lock;
   std::unique_ptr<Disk_SeriesDirectoryFile> series_file;
   unsigned first_series_offset;
 };

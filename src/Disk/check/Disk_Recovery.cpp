@@ -127,16 +127,24 @@ int MendStandard(std::string const& prefix, std::string const& folder) {
   return System().Rename(copy.c_str(), file.c_str());
 }
 
-int Mend(std::string const& prefix, bool standard) {
+int MendPrivate(std::string const& prefix, std::string const& folder) {
+  return PrivateFiles{prefix, folder}.MendTree(Disk_FileID(prefix.c_str(), Dicom_CS(Disk_Names::kDicomdir), 0));
+}
+
+/// By the name of the structure, which ends BOOT.
+struct Mender {
+  std::string_view end_of_boot;
+  int (*mend)(std::string const& prefix, std::string const& folder);
+};
+constexpr Mender kMenders[] = {{"\nprivate\n", MendPrivate}, {"\nstandard\n", MendStandard}};
+
+int Mend(std::string const& prefix, Mender const& mender) {
   Disk_LockManager lock;
   Disk_Hold<Klb_LockFile> held;
   if (lock.Init(prefix.c_str(), 0) == -1 || held.Exclusive(lock) == -1) return -1;
   std::string const folder = Disk_Names::In(prefix, Disk_Names::kRelaxed);
-  int const mended =
-      standard ? MendStandard(prefix, folder)
-               : PrivateFiles{prefix, folder}.MendTree(Disk_FileID(prefix.c_str(), Dicom_CS(Disk_Names::kDicomdir), 0));
   // what was renamed lasts before the copies go
-  return mended == -1 ? -1 : Util_FileSystem::SyncFileSystem(prefix.c_str());
+  return mender.mend(prefix, folder) == -1 ? -1 : Util_FileSystem::SyncFileSystem(prefix.c_str());
 }
 
 } // namespace
@@ -164,7 +172,7 @@ int Disk_Recover(std::string const& prefix) {
   if (!file) return failed(); // an empty one has another meaning
   std::string_view const content(file->data(), file->size());
   // without a whole BOOT nothing was written under it, or all of it was synced
-  bool const standard = content.ends_with("\nstandard\n");
-  if ((standard || content.ends_with("\nprivate\n")) && Mend(prefix, standard) == -1) return failed();
+  for (Mender const& mender : kMenders)
+    if (content.ends_with(mender.end_of_boot) && Mend(prefix, mender) == -1) return failed();
   return Disk_RelaxedEpoch::RemoveCopies(folder) == -1 ? failed() : 0;
 }

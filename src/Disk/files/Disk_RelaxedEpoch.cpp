@@ -121,12 +121,12 @@ private:
 
 } // namespace
 
-Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, bool standard, Recovery recover)
-    : prefix_(std::move(prefix)), standard_(standard), recover_(recover) {}
+Disk_RelaxedEpoch::Disk_RelaxedEpoch(std::string prefix, std::string structure, Recovery recover)
+    : prefix_(std::move(prefix)), structure_(std::move(structure)), recover_(recover) {}
 
 std::string const& Disk_RelaxedEpoch::content() {
   if (boot_.empty()) boot_ = boot_id(); // it doesn't change for as long as we run
-  return content_ = boot_ + (standard_ ? "\nstandard\n" : "\nprivate\n");
+  return content_ = boot_ + "\n" + structure_ + "\n";
 }
 
 std::string Disk_RelaxedEpoch::boot_id() {

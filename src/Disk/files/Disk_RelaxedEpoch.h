@@ -20,7 +20,7 @@ class Disk_RelaxedEpoch {
 public:
   /// `recover` is called for an epoch of an earlier boot, and brings its files in order: 0, or -1.
   using Recovery = int (*)(std::string const& prefix);
-  Disk_RelaxedEpoch(std::string prefix, bool standard, Recovery recover);
+  Disk_RelaxedEpoch(std::string prefix, std::string structure, Recovery recover);
 
   // What a relaxed operation holds from its beginning to its end, outside of all other locks. BOOT lasts once a
   // first copy does.
@@ -65,7 +65,7 @@ private:
 
   std::string prefix_, boot_, content_; // of BOOT
   FileState lasting_{};                 // of the BOOT that was synced
-  bool standard_;
+  std::string structure_;               // its name, which BOOT tells
   Recovery recover_;
   Klb_LockFile lock_;
   bool initialised_ = false;

@@ -66,9 +66,9 @@ int Write(int fd, long version, std::string const& path) {
   return Failed("GetFileVersion(): Can't write version to VERSION file.\n", path);
 }
 
-int CantOpen(std::string const& path, bool standard) {
+int CantOpen(std::string const& path, bool may_lack_folder) {
   if (path.empty()) return DISK_FAIL("SetFileVersion(): Can't remove last component from file id.\n");
-  if (standard && errno == ENOENT) {
+  if (may_lack_folder && errno == ENOENT) {
     DISK_LOG(7, "SetFileVersion: Failed open the file version.\n");
     return 0;
   }
@@ -94,15 +94,15 @@ int Disk_NextVersion(std::string const& path, long* next) {
   return After(path.empty() || errno == ENOENT ? kNoVersion : kUnknownVersion, path, next);
 }
 
-int Disk_WriteVersion(std::string const& path, long version, bool standard) {
+int Disk_WriteVersion(std::string const& path, long version, bool may_lack_folder) {
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_WRONLY | O_CREAT | kSafe, 0664);
-  return file ? Write(file.Get(), version, path) : CantOpen(path, standard);
+  return file ? Write(file.Get(), version, path) : CantOpen(path, may_lack_folder);
 }
 
-int Disk_CountVersion(std::string const& path, bool standard, long* next) {
+int Disk_CountVersion(std::string const& path, bool may_lack_folder, long* next) {
   Util_FileDescriptor const file = Util_FileSystem::Open(path.c_str(), O_RDWR | kSafe);
   if (file) return After(ReadAndCut(file.Get()), path, next) == -1 ? -1 : Write(file.Get(), *next, path);
-  if (errno != ENOENT) return CantOpen(path, standard);
+  if (errno != ENOENT) return CantOpen(path, may_lack_folder);
   *next = 1;
-  return Disk_WriteVersion(path, *next, standard);
+  return Disk_WriteVersion(path, *next, may_lack_folder);
 }

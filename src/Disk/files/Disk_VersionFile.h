@@ -11,8 +11,8 @@ constexpr long kNoVersion = -1, kUnknownVersion = -2;
 long Disk_ReadVersion(std::string const& path);
 /// The version that the next write has: one more than what stands there now. 0, or -1 (logged).
 int Disk_NextVersion(std::string const& path, long* next);
-/// Writes a version. 0, or -1 (logged). In the standard structure a missing directory is no failure: an in-place store
-/// can leave a study or series without one.
-int Disk_WriteVersion(std::string const& path, long version, bool standard);
+/// Writes a version. 0, or -1 (logged). A missing directory is no failure with
+/// `may_lack_folder`: in the standard structure an in-place store can leave a study or series without one.
+int Disk_WriteVersion(std::string const& path, long version, bool may_lack_folder);
 /// Both in one opening.
-int Disk_CountVersion(std::string const& path, bool standard, long* next);
+int Disk_CountVersion(std::string const& path, bool may_lack_folder, long* next);

@@ -53,7 +53,7 @@ int Disk_RootDirectoryFile::construct(char const* file_set_prefix) {
       lock_manager.Init(file_set_prefix, params.read_only) == -1)
     return DISK_FAIL("Disk_RootDirectoryFile: Failed Init the lock.\n");
   if (leave_epoch() == -1) return -1;
-  epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, params.standard_structure != 0, Disk_Recover);
+  epoch = std::make_unique<Disk_RelaxedEpoch>(file_set_prefix, structure->Name(), Disk_Recover);
   int const result = structure->Open(file_set_prefix, params, writing_strategy, lock_manager);
   standard_dicomdir = structure->DicomDir();
   return result;

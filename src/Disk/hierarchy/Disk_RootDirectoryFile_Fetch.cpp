@@ -14,7 +14,7 @@ struct Disk_RootDirectoryFile::FetchRoad {
               Disk_AsyncFile* async);
   int fetch_again(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier, IOD_Msg** object);
   int fetch_by_uids(Dicom_UI const& study_uid, SCL_MoveIdentifier const& identifier, IOD_Msg** object, bool* reached);
-  void note_access(Dicom_UI const& study_uid);
+  void note_access(Dicom_UI const& study_uid, bool may_write);
   bool is_another_study(Dicom_UI const& study_uid) const;
 };
 
@@ -49,7 +49,7 @@ int Disk_RootDirectoryFile::FetchRoad::get_one(SCL_MoveIdentifier const& identif
     result = fetch_by_uids(study_uid, identifier, object, &reached);
     if (!reached) return -1;
   }
-  note_access(study_uid);
+  note_access(study_uid, may_write);
   if (file_set.Release() == -1) return DISK_FAIL("GetOne(): Can't unlock file-set.\n");
   return result;
 }
@@ -103,7 +103,7 @@ bool Disk_RootDirectoryFile::FetchRoad::is_another_study(Dicom_UI const& study_u
 }
 
 /// Brings the study's access date up to date. Nothing that goes wrong here fails the fetch.
-void Disk_RootDirectoryFile::FetchRoad::note_access(Dicom_UI const& study_uid) {
+void Disk_RootDirectoryFile::FetchRoad::note_access(Dicom_UI const& study_uid, bool may_write) {
   if (!is_another_study(study_uid)) return;
   root.current_study_uid = study_uid;
   root.Read();
@@ -111,7 +111,7 @@ void Disk_RootDirectoryFile::FetchRoad::note_access(Dicom_UI const& study_uid) {
     DISK_LOG(3, "Can not update the last access time of study. Study not found (uid: <%s>).\n", study_uid.CStr());
     return;
   }
-  if (!root.structure->NotesAccess() || root.params.read_only) return;
+  if (!may_write || root.params.read_only) return;
 
   // The file-set is locked shared, so nobody stores; of several fetches at this step one writes, and the others
   // leave it to that one. Whoever writes looks at the records once more first.

@@ -279,7 +279,8 @@ int Disk_RootDirectoryFile::NewPatient(Disk_PatientDirectoryRecord* patient) {
 int Disk_RootDirectoryFile::NewStudy(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study,
                                      int in_place, char const* existing_file) {
   DISK_LOG(7, "NewStudy:\n");
-  if (structure->NamesFolders() && StoreRoad{*this}.new_study_directory(study, in_place, existing_file) == -1)
+  if (structure->InNamedFolder([&] { return StoreRoad{*this}.new_study_directory(study, in_place, existing_file); }) ==
+      -1)
     return -1;
   return structure->Add(*records, patient, study);
 }

@@ -6,6 +6,7 @@
 #include "Disk/files/Disk_RelaxedEpoch.h"
 #include "Disk/files/Disk_Replacements.h"
 #include "Disk/structure/Disk_Structure.h"
+#include "Disk/structure/Disk_StudyLock.h"
 
 #include <infra/Util_FileSystem.h>
 
@@ -15,64 +16,31 @@ namespace {
 
 constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
 
-/// 1 or 0; -1 with errno when that can't be told.
-int IsLink(std::string const& path) {
-  struct stat status {};
-  if (Util_FileSystemInterface::Current().Lstat(path.c_str(), &status) == -1) return errno == ENOENT ? 0 : -1;
-  return S_ISLNK(status.st_mode) ? 1 : 0;
-}
-
 } // namespace
 
 Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
                                                  Disk_DicomDir* dicomdir, unsigned offset)
-    : Disk_DirectoryFile(id, store_params, dicomdir), has_lock(structure->LocksStudies()), first_series_offset(offset) {
-  if (!has_lock) return;
-  std::string const folder = directory().FolderPath();
-  // the lock in the folder of the file-set is that of the file-set, and held already
-  bool const own = !folder.empty() && folder != directory().GetFileSetPrefix();
-  // and where a link leads no lock file is made
-  errno = EINVAL;
-  int const link = own ? IsLink(folder) : -1;
-  if (link != -1 && lock_manager.Init(folder.c_str(), params.read_only || link == 1) == 0) return;
-  no_lock_cause = errno;
-  DISK_LOG(3, "Error when trying to lock study\n");
-}
-
-int Disk_StudyDirectoryFile::with_lock(Lock operation, char const* failure) {
-  if (!has_lock || (no_lock_cause == 0 && (lock_manager.*operation)() == 0)) return 0;
-  if (no_lock_cause != 0) {
-    DISK_FAIL(Klb_System(no_lock_cause, "open the lock file in", directory().FolderPath()),
-              "The lock file in %s can't be opened (errno=%d).\n", directory().FolderPath().c_str(), no_lock_cause);
-    errno = no_lock_cause;
-  }
-  int const cause = errno;
-  DISK_FAIL_TEXT(failure);
-  errno = cause;
-  return -1;
-}
+    : Disk_DirectoryFile(id, store_params, dicomdir), lock(structure->StudyLock(directory(), params.read_only)),
+      first_series_offset(offset) {}
+Disk_StudyDirectoryFile::~Disk_StudyDirectoryFile() = default;
 
 int Disk_StudyDirectoryFile::LockExclusive() {
-  return with_lock(&Klb_LockFile::LockExclusive, "Error when trying to lock study exclusively\n");
+  return lock->Do(&Klb_LockFile::LockExclusive, "Error when trying to lock study exclusively\n");
 }
 int Disk_StudyDirectoryFile::Pin() {
-  return with_lock(&Klb_LockFile::Pin, "Error when trying to lock study exclusively\n");
+  return lock->Do(&Klb_LockFile::Pin, "Error when trying to lock study exclusively\n");
 }
-int Disk_StudyDirectoryFile::LockPinned() {
-  if (!has_lock || lock_manager.LockPinned() == 0) return 0;
-  int const cause = errno;
-  DISK_LOG_TEXT(cause == ESTALE ? 6 : 3, "Error when trying to lock study exclusively\n");
-  errno = cause;
-  return -1;
-}
+int Disk_StudyDirectoryFile::LockPinned() { return lock->LockPinned(); }
+bool Disk_StudyDirectoryFile::IsInPlace() const { return lock->IsInPlace(); }
 int Disk_StudyDirectoryFile::LockShared() {
-  return with_lock(&Klb_LockFile::LockShared, "Error when trying to lock study shared\n");
+  return lock->Do(&Klb_LockFile::LockShared, "Error when trying to lock study shared\n");
 }
+int Disk_StudyDirectoryFile::RelockShared() { return lock->RelockShared(); }
 int Disk_StudyDirectoryFile::UnlockExclusive() {
-  return with_lock(&Klb_LockFile::UnlockExclusive, "Error when trying to unlock study \n");
+  return lock->Do(&Klb_LockFile::UnlockExclusive, "Error when trying to unlock study \n");
 }
 int Disk_StudyDirectoryFile::UnlockShared() {
-  return with_lock(&Klb_LockFile::UnlockShared, "Error when trying to unlock study\n");
+  return lock->Do(&Klb_LockFile::UnlockShared, "Error when trying to unlock study\n");
 }
 
 int Disk_StudyDirectoryFile::Read() {
@@ -190,7 +158,7 @@ int Disk_StudyDirectoryFile::add_series(Disk_StoreRequest const& request, Disk_S
 
 int Disk_StudyDirectoryFile::NewSeries(Disk_StudyDirectoryRecord* study, Disk_SeriesDirectoryRecord* series,
                                        Disk_StoreRequest const& request) {
-  if (structure->NamesFolders() && new_series_directory(series, request) == -1) return -1;
+  if (structure->InNamedFolder([&] { return new_series_directory(series, request); }) == -1) return -1;
   return structure->Add(series_records, study, series, &first_series_offset);
 }
 

@@ -48,7 +48,7 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
       continue;
     }
     ++tally->failed;
-    tally->missing += !image && !structure->IsAtomic();
+    if (!image) structure->CountMissing(*tally);
   }
   std::map<std::string, std::string> folders; // of the files that go, with one of them
   for (Disk_InstanceDirectoryRecord* image : going) {

@@ -22,7 +22,7 @@ int Disk_StudyDirectoryFile::Delete(Disk_Removal* removal) {
     Disk_SeriesDirectoryRecord* const series = GetSeriesRecord(removal->series_uid);
     if (!series && !going.empty()) {
       DISK_FAIL(DISK_FAILURE_NOT_FOUND, "Delete(): Can't find series.\n");
-      removal->series_missing = !structure->IsAtomic();
+      removal->series_missing = structure->CountMissing(removal->tally);
       count_left(removal);
       return -1;
     }
@@ -89,7 +89,7 @@ int Disk_StudyDirectoryFile::DeleteImagesOfSeries(Disk_SeriesDirectoryRecord* se
   DISK_LOG(7, "DeleteImagesOfSeries: ImagesInSeries %d\n", count);
   // a counter that a killed delete left too high keeps no series without images
   *removed = count == 0 || int(own.completed) == records;
-  if (*removed && count != 0 && !structure->IsAtomic()) ++tally->missing; // the study's counter is too high as well
+  if (*removed && count != 0) structure->CountMissing(*tally); // the study's counter is too high as well
   if (*removed) structure->RemoveSeriesFolder(*this, *series);
   return 0;
 }

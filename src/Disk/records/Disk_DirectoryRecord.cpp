@@ -28,7 +28,8 @@ int Disk_DirectoryRecord::start_filling(char const* has_data, char const* cant_a
   });
 }
 
-int Disk_DirectoryRecord::set_chain_elements() {
+int Disk_DirectoryRecord::set_chain_elements(bool standard) {
+  if (!standard) return 0;
   constexpr std::uint16_t kInUse = 0xFFFF;
   record_msg->SettleCharacterSet(); // other readers need to be told
   if (SetOffsetOfTheNextDirectoryRecord(Dicom_UL(0)) == -1) return -1;

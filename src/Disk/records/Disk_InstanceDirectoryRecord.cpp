@@ -78,21 +78,24 @@ int Disk_InstanceDirectoryRecord::FillInstanceRecord(IOD_Msg const& msg, bool st
   int const result = modality == IOD_Image::PR   ? AddPresentationAttributes(msg)
                      : modality == IOD_Image::SR ? AddStructureReportingAttributes(msg)
                                                  : AddImageAttributes(msg, standard, add_icon);
-  if (result == -1 || !standard) return result;
-  return Disk_Try("Disk_InstanceDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  if (result == -1) return -1;
+  return Disk_Try("Disk_InstanceDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
 }
 
 int Disk_InstanceDirectoryRecord::AddGeneralAttributes(IOD_Msg const& msg, bool standard) {
   if (Fill([&] { return record_msg->SetModality(msg.GetModality()); }) == -1) return -1;
   if (Fill([&] { return record_msg->SetImageNumber(msg.GetImageNumber()); }) == -1) return -1;
-  if (standard && Disk_Try("AddGeneralAttributes: Failed setting Referenced SOP Instance UID.\n",
-                           [&] { return SetReferencedSOPInstanceUIDInFile(msg.GetSOPInstanceUID()); }) == -1)
-    return -1;
-  if (standard && Disk_Try("AddGeneralAttributes: Failed set Referenced SOP Class UID.\n",
-                           [&] { return SetReferencedSOPClassUIDInFile(msg.GetSOPClassUID()); }) == -1)
-    return -1;
+  if (standard && set_references(msg) == -1) return -1;
   if (Fill([&] { return record_msg->SetSOPInstanceUID(msg.GetSOPInstanceUID()); }) == -1) return -1;
   return Fill([&] { return record_msg->SetSOPClassUID(msg.GetSOPClassUID()); });
+}
+
+int Disk_InstanceDirectoryRecord::set_references(IOD_Msg const& msg) {
+  if (Disk_Try("AddGeneralAttributes: Failed setting Referenced SOP Instance UID.\n",
+               [&] { return SetReferencedSOPInstanceUIDInFile(msg.GetSOPInstanceUID()); }) == -1)
+    return -1;
+  return Disk_Try("AddGeneralAttributes: Failed set Referenced SOP Class UID.\n",
+                  [&] { return SetReferencedSOPClassUIDInFile(msg.GetSOPClassUID()); });
 }
 
 int Disk_InstanceDirectoryRecord::AddImageAttributes(IOD_Msg const& msg, bool standard, bool add_icon) {

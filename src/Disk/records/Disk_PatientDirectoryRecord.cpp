@@ -65,6 +65,5 @@ int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool stan
   if (Disk_Try("Disk_PatientDirectoryRecord(): Can't add element.\n",
                [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1)
     return -1;
-  if (!standard) return 0;
-  return Disk_Try("Disk_PatientDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  return Disk_Try("Disk_PatientDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
 }

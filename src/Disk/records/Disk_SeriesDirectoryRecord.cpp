@@ -18,6 +18,8 @@ Disk_Attribute const kAttributes[] = {
     {{0x0018, std::uint16_t(0x1030)}, Disk_CopyAttribute<Dicom_LO>, A::IfPresent}, // Protocol Name
     {Dicom_Dictionary::KOLBA_SERIES_LABEL, Disk_CopyAttribute<Dicom_SH>, A::IfPresent},
     {{0x0008, std::uint16_t(0x103E)}, Disk_CopyAttribute<Dicom_LO>, A::IfPresent}, // Series Description
+    {Dicom_Dictionary::KOLBA_NUMBER_OF_IMAGES, Disk_SetOwnCounter, A::Always, A::Private},
+    {{0x0020, std::uint16_t(0x1209)}, Disk_SetCounter}, // Number of Series Related Instances
 };
 
 } // namespace
@@ -34,12 +36,7 @@ int Disk_SeriesDirectoryRecord::FillSeriesRecord(IOD_Msg const& msg, bool standa
   if (Disk_Try("Disk_SeriesDirectoryRecord(): Can't set directory record type.\n",
                [&] { return SetDirectoryRecordType(IOD_Image::SERIES); }) == -1)
     return -1;
-  auto const copy = [&] {
-    if (Disk_CopyAttributes(kAttributes, msg, *record_msg, standard) == -1) return -1;
-    if (!standard && record_msg->SetNumberOfImages(Dicom_UL(0)) == -1) return -1;
-    return record_msg->SetNumberOfSeriesRelatedImages(Dicom_IS(0, true));
-  };
+  auto const copy = [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); };
   if (Disk_Try("Disk_SeriesDirectoryRecord(): Can't add element.\n", copy) == -1) return -1;
-  if (!standard) return 0;
-  return Disk_Try("Disk_SeriesDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  return Disk_Try("Disk_SeriesDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
 }

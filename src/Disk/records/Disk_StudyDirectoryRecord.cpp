@@ -28,6 +28,22 @@ Disk_Attribute const kAttributes[] = {
     {Dicom_Dictionary::KOLBA_STUDY_BODY_PART, Disk_CopyAttribute<Dicom_CS>},
 };
 
+/// The bytes that Modalities In Study may grow by.
+int SetReservoir(IOD_Msg const&, IOD_Msg& to, Dicom_Tag const& tag, A::Need) {
+  int error = 0;
+  Dicom_OB const dummy(Disk_StudyDirectoryRecord::dummy_data_reservoir, Disk_StudyDirectoryRecord::kReservoirSize, 0,
+                       &error);
+  return to.Set(tag, dummy);
+}
+Disk_Attribute const kOldCounters[] = {
+    {Dicom_Dictionary::KOLBA_NUMBER_OF_SERIES, Disk_SetOwnCounter, A::Always, A::Private}};
+Disk_Attribute const kCounters[] = {
+    {Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, SetReservoir, A::Always, A::Standard},
+    {{0x0008, std::uint16_t(0x0061)}, Disk_CopyAttribute<Dicom_CS>}, // Modalities in Study
+    {{0x0020, std::uint16_t(0x1206)}, Disk_SetCounter},              // Number of Study Related Series
+    {{0x0020, std::uint16_t(0x1208)}, Disk_SetCounter},              // Number of Study Related Instances
+};
+
 } // namespace
 
 unsigned char const Disk_StudyDirectoryRecord::dummy_data_reservoir[kReservoirSize] = {0xB4};
@@ -64,23 +80,16 @@ int Disk_StudyDirectoryRecord::FillStudyRecord(IOD_Msg const& msg, bool standard
   if (Disk_Try("Disk_StudyDirectoryRecord(): Can't add body part tag.\n", set_body_part) == -1) return -1;
   if (fill_counters(standard) == -1) return -1;
   if (Disk_Try(kCantAdd, [&] { return fill_faked_dates(msg); }) == -1) return -1;
-  if (!standard) return 0;
-  return Disk_Try("Disk_StudyDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(); });
+  return Disk_Try("Disk_StudyDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
 }
 
 /// A new study holds nothing yet: what counts and lists its content starts empty.
 int Disk_StudyDirectoryRecord::fill_counters(bool standard) {
-  if (!standard && Disk_Try("Disk_StudyDirectoryRecord(): Can't add element the old way.\n",
-                            [&] { return record_msg->SetNumberOfSeries(Dicom_UL(0)); }) == -1)
+  IOD_Msg const none;
+  if (Disk_Try("Disk_StudyDirectoryRecord(): Can't add element the old way.\n",
+               [&] { return Disk_CopyAttributes(kOldCounters, none, *record_msg, standard); }) == -1)
     return -1;
-  return Disk_Try(kCantAdd, [&] {
-    int error = 0;
-    Dicom_OB const dummy(dummy_data_reservoir, kReservoirSize, 0, &error);
-    if (standard && record_msg->Set(Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, dummy) == -1) return -1;
-    if (record_msg->SetModalitiesInStudy(CS_NULL) == -1) return -1;
-    if (record_msg->SetNumberOfStudyRelatedSeries(Dicom_IS(0, true)) == -1) return -1;
-    return record_msg->SetNumberOfStudyRelatedImages(Dicom_IS(0, true));
-  });
+  return Disk_Try(kCantAdd, [&] { return Disk_CopyAttributes(kCounters, none, *record_msg, standard); });
 }
 
 /// A study without date or time is known by those of its images.

@@ -6,6 +6,7 @@
 #include "Disk/files/Disk_VersionFile.h"
 #include "Disk/structure/Disk_RecordIO.h"
 #include "Disk/structure/Disk_RootRecords.h"
+#include "Disk/structure/Disk_StudyLock.h"
 
 #include <infra/Util_FileSystem.h>
 
@@ -91,6 +92,7 @@ int ReadRootRecord(std::unique_ptr<Dicom_Msg> item, std::string const& path, Dis
 // The file-set: it opens with the first read
 
 int Disk_PrivateStructure::Open(char const*, Disk_StoreParams, Disk_StorageStrategy*, Klb_LockFile&) { return 0; }
+char const* Disk_PrivateStructure::Name() const { return "private"; }
 Disk_DicomDir* Disk_PrivateStructure::DicomDir() const { return nullptr; }
 void Disk_PrivateStructure::Close(Klb_LockFile&) {}
 int Disk_PrivateStructure::TakeOver(char const*, Disk_StoreParams, Disk_StorageStrategy*, Disk_Hold<Klb_LockFile>&,
@@ -109,7 +111,14 @@ void Disk_PrivateStructure::TellStore(char const*) const {}
 int Disk_PrivateStructure::Begin() { return 0; }
 int Disk_PrivateStructure::Commit(Disk_StorageStrategy*) { return 0; }
 bool Disk_PrivateStructure::Discard() { return false; }
+bool Disk_PrivateStructure::CountMissing(Disk_Tally& tally) const {
+  ++tally.missing;
+  return true;
+}
 bool Disk_PrivateStructure::IsAtomic() const { return false; }
+std::unique_ptr<Disk_StudyLock> Disk_PrivateStructure::StudyLock(Disk_FileID const& folder, bool read_only) const {
+  return std::make_unique<Disk_FolderLock>(folder, read_only);
+}
 bool Disk_PrivateStructure::LocksStudies() const { return true; }
 
 Disk_Replacements* Disk_PrivateStructure::Together(Disk_Replacements& replacements) const {
@@ -241,12 +250,13 @@ int Disk_PrivateStructure::MarkUpdated(IOD_Msg& series) const {
   if (series.SetLastUpdateDate(Disk_DirectoryFile::GetCurrentDate()) == -1) return -1;
   return series.SetLastUpdateTime(Disk_DirectoryFile::GetTickCount());
 }
-bool Disk_PrivateStructure::RecordsSyntax() const { return false; }
+int Disk_PrivateStructure::TellSyntax(std::function<int()> const&) const { return 0; }
 bool Disk_PrivateStructure::KeepsLength() const { return false; }
 
 // Folders
 
 bool Disk_PrivateStructure::NamesFolders() const { return true; }
+int Disk_PrivateStructure::InNamedFolder(std::function<int()> const& step) const { return step(); }
 int Disk_PrivateStructure::PrepareFolder(Disk_DirectoryFile&, Dicom_UI const&, bool) { return 0; }
 
 Disk_FileID Disk_PrivateStructure::FileBelow(Disk_DirectoryFile const& level, Disk_DirectoryRecord const& record,

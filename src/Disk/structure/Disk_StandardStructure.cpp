@@ -5,6 +5,7 @@
 #include "Disk/files/Disk_Remove.h"
 #include "Disk/files/Disk_VersionFile.h"
 #include "Disk/structure/Disk_RootRecords.h"
+#include "Disk/structure/Disk_StudyLock.h"
 
 #include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_DirectoryFile.h>
@@ -102,6 +103,7 @@ int Disk_StandardStructure::Open(char const* prefix, Disk_StoreParams params, Di
   return 0;
 }
 
+char const* Disk_StandardStructure::Name() const { return "standard"; }
 Disk_DicomDir* Disk_StandardStructure::DicomDir() const { return dicomdir_; }
 
 void Disk_StandardStructure::Close(Klb_LockFile& lock) {
@@ -164,7 +166,11 @@ bool Disk_StandardStructure::Discard() {
   dicomdir_->Discard();
   return true;
 }
+bool Disk_StandardStructure::CountMissing(Disk_Tally&) const { return false; }
 bool Disk_StandardStructure::IsAtomic() const { return true; }
+std::unique_ptr<Disk_StudyLock> Disk_StandardStructure::StudyLock(Disk_FileID const&, bool) const {
+  return std::make_unique<Disk_StudyLock>();
+}
 bool Disk_StandardStructure::LocksStudies() const { return false; }
 Disk_Replacements* Disk_StandardStructure::Together(Disk_Replacements&) const { return nullptr; }
 
@@ -331,12 +337,13 @@ int Disk_StandardStructure::Add(Disk_RecordList<Disk_InstanceDirectoryRecord>& r
 int Disk_StandardStructure::RefuseNoParent(void const* parent) const { return Disk_RefuseNull("Store", parent); }
 int Disk_StandardStructure::MarkNew(Disk_StudyDirectoryRecord&) const { return 0; }
 int Disk_StandardStructure::MarkUpdated(IOD_Msg&) const { return 0; }
-bool Disk_StandardStructure::RecordsSyntax() const { return true; }
+int Disk_StandardStructure::TellSyntax(std::function<int()> const& step) const { return step(); }
 bool Disk_StandardStructure::KeepsLength() const { return true; }
 
 // Folders: their names are made from UIDs
 
 bool Disk_StandardStructure::NamesFolders() const { return false; }
+int Disk_StandardStructure::InNamedFolder(std::function<int()> const&) const { return 0; }
 
 int Disk_StandardStructure::PrepareFolder(Disk_DirectoryFile& level, Dicom_UI const& uid, bool is_known) {
   std::string const path = level.GenerateFileID(uid).Path();

@@ -10,6 +10,7 @@ public:
   ~Disk_StandardStructure() override;
 
   int Open(char const* prefix, Disk_StoreParams params, Disk_StorageStrategy* strategy, Klb_LockFile& lock) override;
+  char const* Name() const override;
   Disk_DicomDir* DicomDir() const override;
   void Close(Klb_LockFile& lock) override;
   int TakeOver(char const* prefix, Disk_StoreParams params, Disk_StorageStrategy* strategy,
@@ -23,7 +24,9 @@ public:
   int Begin() override;
   int Commit(Disk_StorageStrategy* strategy) override;
   bool Discard() override;
+  bool CountMissing(Disk_Tally& tally) const override;
   bool IsAtomic() const override;
+  std::unique_ptr<Disk_StudyLock> StudyLock(Disk_FileID const& folder, bool read_only) const override;
   bool LocksStudies() const override;
   Disk_Replacements* Together(Disk_Replacements& replacements) const override;
   int LoadRoot(Disk_DirectoryFile& root, Disk_RootRecords& records) override;
@@ -52,9 +55,10 @@ public:
   int RefuseNoParent(void const* parent) const override;
   int MarkNew(Disk_StudyDirectoryRecord& study) const override;
   int MarkUpdated(IOD_Msg& series) const override;
-  bool RecordsSyntax() const override;
+  int TellSyntax(std::function<int()> const& step) const override;
   bool KeepsLength() const override;
   bool NamesFolders() const override;
+  int InNamedFolder(std::function<int()> const& step) const override;
   int PrepareFolder(Disk_DirectoryFile& level, Dicom_UI const& uid, bool is_known) override;
   Disk_FileID FileBelow(Disk_DirectoryFile const& level, Disk_DirectoryRecord const& record, Dicom_Tag const& uid_tag,
                         unsigned* first) const override;

@@ -23,6 +23,7 @@ class Disk_DicomDir;
 class Disk_DirectoryFile;
 class Disk_Replacements;
 class Disk_StorageStrategy;
+class Disk_StudyLock;
 struct Disk_FileState;
 struct Disk_RootRecords;
 
@@ -38,6 +39,8 @@ public:
 
   /// Opens what holds the records, or makes it, under the file-set's lock. 0, or -1 (logged).
   virtual int Open(char const* prefix, Disk_StoreParams params, Disk_StorageStrategy* strategy, Klb_LockFile& lock) = 0;
+  /// What it is called where that is written down.
+  virtual char const* Name() const = 0;
   /// Null in the private structure.
   virtual Disk_DicomDir* DicomDir() const = 0;
   /// When the root goes, which has the lock.
@@ -63,8 +66,12 @@ public:
   virtual int Commit(Disk_StorageStrategy* strategy) = 0;
   /// Whether the records in memory have what the file hasn't.
   virtual bool Discard() = 0;
+  /// What is there and shouldn't be, or the other way round, as a killed delete leaves it, counts as missing. Whether
+  /// it does: nothing is left so where an operation is all or nothing.
+  virtual bool CountMissing(Disk_Tally& tally) const = 0;
   /// Whether an operation that fails or is killed leaves nothing of itself.
   virtual bool IsAtomic() const = 0;
+  virtual std::unique_ptr<Disk_StudyLock> StudyLock(Disk_FileID const& folder, bool read_only) const = 0;
   /// Whether a study is worked on under a lock of its own, with that of the file-set given up.
   virtual bool LocksStudies() const = 0;
   /// The replacements that a durable write waits for, if it waits for any.
@@ -116,14 +123,17 @@ public:
   /// What a record has that isn't made from the object. 0, or -1.
   virtual int MarkNew(Disk_StudyDirectoryRecord& study) const = 0;
   virtual int MarkUpdated(IOD_Msg& series) const = 0;
-  /// Whether a record tells the transfer syntax of its file, and whether it keeps the length that it was made with.
-  virtual bool RecordsSyntax() const = 0;
+  /// Takes this step where a record tells the transfer syntax of its file. 0, or its result.
+  virtual int TellSyntax(std::function<int()> const& step) const = 0;
+  /// Whether a record keeps the length that it was made with.
   virtual bool KeepsLength() const = 0;
 
   // Folders
 
   /// Whether records name the folders of studies and series.
   virtual bool NamesFolders() const = 0;
+  /// Takes this step where they do, before the record is added. 0, or its result.
+  virtual int InNamedFolder(std::function<int()> const& step) const = 0;
   /// Where no record names it: sees that the folder of a study or series, below that of `level`, is there. 0, or -1.
   virtual int PrepareFolder(Disk_DirectoryFile& level, Dicom_UI const& uid, bool is_known) = 0;
   /// The directory file below a record of `level`, and the place of the first record in it.
