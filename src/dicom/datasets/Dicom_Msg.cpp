@@ -112,9 +112,10 @@ Dicom_OpenElements const& Dicom_Msg::Opened() const {
 }
 
 Dicom_OpenElements& Dicom_Msg::open() {
-  Opened();
+  Dicom_OpenElements* const known = open_.Get();
+  if (!known) open_.Reset(std::make_unique<Dicom_OpenElements>(packed_));
   if (packed_.Holds()) packed_.Drop();
-  return *open_.Get();
+  return known ? *known : *open_.Get();
 }
 
 void Dicom_Msg::BringInOrder() {

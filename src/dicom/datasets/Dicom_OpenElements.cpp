@@ -15,8 +15,8 @@ bool IsLower(Dicom_ME const& a, Dicom_ME const& b) { return NumberOf(a) < Number
 Dicom_OpenElements::Dicom_OpenElements(Dicom_PackedElements const& packed)
     : Dicom_Elements(packed.Origin()), own_origin_(packed.OwnOrigin()) {
   constexpr std::size_t kFew = 8; // few messages have less
-  if (packed.IsEmpty()) return;
   elements_.reserve(kFew);
+  if (packed.IsEmpty()) return;
   Dicom_Origin const& origin = *own_origin_;
   char const* const end = packed.Bytes() + packed.Length();
   bool sorted = true;
