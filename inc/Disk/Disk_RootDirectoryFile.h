@@ -29,6 +29,7 @@ struct DISK_EXPORT Disk_AutoDeleteCandidate {
 ///
 /// With READ_ONLY, operations that change the file-set fail before they take a lock: -1, error 210000 + EROFS. A null
 /// pointer gives -1 and error 210000 + EINVAL, unless it is said that it may be one.
+/// After a -1 Disk_LastFailure (Disk_Failure.h) tells the cause in words; docs/errors.md has what each failure gives.
 ///
 ///     int status = 0;
 ///     Disk_RootDirectoryFile root("/data/set", Disk_StoreParams(), 0, &status, nullptr);

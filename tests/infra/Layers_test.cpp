@@ -5,29 +5,44 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <regex>
+#include <sstream>
+#include <vector>
 
-/// Where sources stand, from below. Each may include what stands in its own folder and in those before it.
-static std::string const kFolders[] = {"infra",          "dicom/text",    "dicom/values",     "dicom/encoding",
-                                       "dicom/datasets", "dicom/pixels",  "dicom/files",      "Disk/files",
-                                       "Disk/records",   "Disk/standard", "Disk/structure",   "Disk/check",
-                                       "Disk/hierarchy", "Disk/query",    "Disk/maintenance", "Disk/cache"};
+/// Where sources stand, from below, as the tour has them: a line for each floor, its rooms behind it. Each may include
+/// what stands in its own folder and in those before it.
+static std::vector<std::string> const kFolders = [] {
+  std::ifstream in(DISK_SOURCE_DIR "/docs/tour.md");
+  std::vector<std::string> folders;
+  std::string line, floor, room;
+  while (std::getline(in, line) && line != "```text") continue;
+  while (std::getline(in, line) && line != "```") {
+    std::istringstream words(line);
+    words >> floor;
+    if (!(words >> room)) folders.push_back(floor);
+    for (; words; words >> room)
+      folders.push_back(floor == "fileset" ? room : floor + "/" + room); // a program names its rooms alone
+  }
+  return folders;
+}();
 
 /// A floor has one folder of headers, which counts as its lowest. -1 for a folder that isn't told above.
 static int PlaceOf(std::string const& folder, bool of_headers) {
-  for (int i = 0; i < int(std::size(kFolders)); ++i)
-    if (of_headers ? kFolders[i].starts_with(folder) : kFolders[i] == folder) return i;
+  for (int i = 0; i < int(kFolders.size()); ++i)
+    if (of_headers ? kFolders[std::size_t(i)].starts_with(folder) : kFolders[std::size_t(i)] == folder) return i;
   return -1;
 }
 
 TEST(Layers, IncludesPointOneWay) {
-  std::regex const include("^\\s*#\\s*include\\s*([<\"])((?:infra|dicom|Disk)[\\w/]*)/\\w+\\.\\w+[>\"]");
+  std::string const folders = "(?:infra|dicom|Disk|program|output|sets|objects|commands)[\\w/]*";
+  std::regex const include("^\\s*#\\s*include\\s*([<\"])(" + folders + ")/\\w+\\.\\w+[>\"]");
   std::map<std::string, int> sources;
   int lines = 0;
-  for (bool const is_header : {true, false}) {
-    auto const base = std::filesystem::path(DISK_SOURCE_DIR) / (is_header ? "inc" : "src");
+  for (std::string const root : {"inc", "src", "tools/fileset"}) {
+    auto const base = std::filesystem::path(DISK_SOURCE_DIR) / root;
+    bool const is_header = root == "inc", is_tool = root == "tools/fileset";
     for (auto const& entry : std::filesystem::recursive_directory_iterator(base)) {
       std::string const folder = entry.path().parent_path().lexically_relative(base);
-      bool const is_room = folder.find('/') != std::string::npos;
+      bool const is_room = is_tool || folder.find('/') != std::string::npos;
       if (entry.is_directory() || PlaceOf(folder.substr(0, folder.find('/')), true) == -1) continue;
       int const place = PlaceOf(folder, is_header);
       EXPECT_NE(place, -1) << entry.path() << " stands in the wrong folder";

@@ -52,8 +52,7 @@ Operation StoreThatMoves() {
     char stored[Disk_FileID::kPathSize] = "";
     auto const msg = MakeObject(object);
     return WithRoot(session, [&](auto& root) {
-      return root.Store(
-          {.msg = msg.get(), .move_store = 1, .file_to_move = source.c_str(), .stored_file_name = stored});
+      return root.Store(msg.get(), false, 0, 0, nullptr, 1, source.data(), stored, nullptr);
     });
   };
   return operation;

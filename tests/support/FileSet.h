@@ -31,8 +31,9 @@ inline std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, 
 inline int StoreObject(Disk_RootDirectoryFile& root, IOD_Msg* object, bool tolerate = false, bool icon = false) {
   return root.Store({.msg = object, .add_icon = icon, .store_unmatching_images = tolerate});
 }
-inline int StoreInPlace(Disk_RootDirectoryFile& root, IOD_Msg* object, std::string const& path) {
-  return root.Store({.msg = object, .in_place = 1, .existing_file = path.c_str()});
+/// By the long form, so that tests use both.
+inline int StoreInPlace(Disk_RootDirectoryFile& root, IOD_Msg* object, std::string path) {
+  return root.Store(object, false, 0, 1, path.data(), 0, nullptr, nullptr, nullptr);
 }
 
 /// UIDs as texts.
