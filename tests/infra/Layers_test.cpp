@@ -14,7 +14,8 @@ static std::vector<std::string> const kFolders = [] {
   std::ifstream in(DISK_SOURCE_DIR "/docs/tour.md");
   std::vector<std::string> folders;
   std::string line, floor, room;
-  while (std::getline(in, line) && line != "```text") continue;
+  while (std::getline(in, line) && line != "```text")
+    continue;
   while (std::getline(in, line) && line != "```") {
     std::istringstream words(line);
     words >> floor;
