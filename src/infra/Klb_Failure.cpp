@@ -31,7 +31,7 @@ public:
   explicit Text(char* text) : text_(text) { *text_ = '\0'; }
   Text& operator+=(std::string_view more) {
     std::size_t const count = std::min(more.size(), kMostText - 1 - length_);
-    std::memcpy(text_ + length_, more.data(), count);
+    more.copy(text_ + length_, count);
     text_[length_ += count] = '\0';
     return *this;
   }
