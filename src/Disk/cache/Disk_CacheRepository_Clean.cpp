@@ -3,8 +3,8 @@
 #include <Disk/Disk_CacheRepository.h>
 
 #include "Disk/cache/Disk_CleaningMutex.h"
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Tags.h"
 
 #include <Disk/Disk_CacheRepositoryCleanGradeFactory.h>
 #include <infra/I18n.h>

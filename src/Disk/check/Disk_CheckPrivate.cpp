@@ -2,10 +2,10 @@
 // stands in it.
 #include "Disk/check/Disk_CheckPrivate.h"
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/structure/Disk_RecordIO.h"
 
 #include <dicom/Util_File.h>

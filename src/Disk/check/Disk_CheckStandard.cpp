@@ -1,8 +1,8 @@
 #include "Disk/check/Disk_CheckStandard.h"
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_Names.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/standard/Disk_Redo.h"
 #include "dicom/encoding/Dicom_DataSetReader.h"
 

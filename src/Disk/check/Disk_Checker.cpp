@@ -3,6 +3,7 @@
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/files/Disk_VersionFile.h"
 
 #include <dicom/Dicom_Compressor.h>
@@ -17,11 +18,6 @@
 
 namespace {
 
-constexpr Dicom_Tag kRelatedSeries{0x0020, std::uint16_t(0x1206)};
-constexpr Dicom_Tag kStudyRelatedImages{0x0020, std::uint16_t(0x1208)};
-constexpr Dicom_Tag kSeriesRelatedImages{0x0020, std::uint16_t(0x1209)};
-constexpr Dicom_Tag kSopInstanceInFile{0x0004, std::uint16_t(0x1511)};
-constexpr Dicom_Tag kSyntaxInFile{0x0004, std::uint16_t(0x1512)};
 constexpr std::uint64_t kObjectsPerLock = 16;
 constexpr char kNotChecked[] = "not-checked", kNoMemory[] = "memory ran out before it could be looked at";
 
@@ -127,7 +123,8 @@ void Disk_Checker::BeginPatient(IOD_Msg const& record) {
 
 void Disk_Checker::EndPatient() {
   if (in_patient_ && studies_of_patient_ == 0)
-    Find("patient-empty", Disk_Finding::Damage, prefix_ + "/DICOMDIR", "the patient has no study");
+    Find("patient-empty", Disk_Finding::Damage, Disk_Names::In(prefix_, Disk_Names::kDicomdir),
+         "the patient has no study");
   in_patient_ = false;
   where_ = {};
 }
@@ -180,7 +177,8 @@ void Disk_Checker::EndStudy(IOD_Msg const& record, std::string const& path) {
   where_.series.clear();
   where_.instance.clear();
   if (series_of_study_ == 0) Find("study-empty", unfinished_delete(), path, "the study holds no series");
-  check_counter(record, kRelatedSeries, "study-series-count", "Number of Study Related Series", series_of_study_, path);
+  check_counter(record, kStudyRelatedSeries, "study-series-count", "Number of Study Related Series", series_of_study_,
+                path);
   if (!images_unknown_)
     check_counter(record, kStudyRelatedImages, "study-image-count", "Number of Study Related Images", images_of_study_,
                   path);
@@ -232,7 +230,7 @@ void Disk_Checker::check_modalities(IOD_Msg const& record, std::string const& pa
 void Disk_Checker::CheckInstance(IOD_Msg const& record, std::string const& directory_file, Disk_FileID const& id,
                                  std::string const& path) {
   std::string uid = record.GetSOPInstanceUID().GetText();
-  if (uid.empty()) uid = record.Text(kSopInstanceInFile);
+  if (uid.empty()) uid = record.Text(kReferencedSopInstanceUid);
   where_.instance = uid;
   ++result_->instances;
   ++images_of_series_;
@@ -247,7 +245,7 @@ void Disk_Checker::CheckInstance(IOD_Msg const& record, std::string const& direc
   if (!S_ISREG(status.st_mode))
     return Find("object-not-a-file", Disk_Finding::Damage, path, "what stands in place of the object is no file");
   if (status.st_size == 0) return Find("object-empty", Disk_Finding::Damage, path, "the object's file is empty");
-  if (options_.deep) objects_.push_back({series_where_, uid, record.Text(kSyntaxInFile), path});
+  if (options_.deep) objects_.push_back({series_where_, uid, record.Text(kReferencedSyntax), path});
 }
 
 // Files

@@ -1,11 +1,11 @@
 #include "Disk/check/Disk_Recovery.h"
 
 #include "Disk/check/Disk_CheckStandard.h"
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_LookAgain.h"
 #include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/structure/Disk_RecordIO.h"
 
 #include <Disk/Disk_LockManager.h>

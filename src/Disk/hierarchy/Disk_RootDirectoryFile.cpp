@@ -2,20 +2,19 @@
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/check/Disk_Recovery.h"
+#include "Disk/files/Disk_Names.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/hierarchy/Disk_Operation.h"
 #include "Disk/structure/Disk_RootRecords.h"
 
 #include <infra/I18n.h>
 
-namespace {
-
-constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
-
-} // namespace
+namespace {} // namespace
 
 Disk_RootDirectoryFile::Disk_RootDirectoryFile(char const* file_set_prefix, Disk_StoreParams store_params,
                                                long reserved, int* status, Disk_StorageStrategy* strategy)
-    : Disk_DirectoryFile(Disk_FileID(file_set_prefix, Dicom_CS("DICOMDIR", status), 0), store_params, nullptr),
+    : Disk_DirectoryFile(Disk_FileID(file_set_prefix, Dicom_CS(Disk_Names::kDicomdir, status), 0), store_params,
+                         nullptr),
       records(std::make_unique<Disk_RootRecords>()), reserved_kb(reserved) {
   structure = Disk_Structure::OfRoot(store_params);
   DISK_LOG(7, "In Disk_RootDirectoryFile::Disk_RootDirectoryFile()\n");

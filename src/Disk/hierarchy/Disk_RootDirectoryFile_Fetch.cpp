@@ -1,6 +1,7 @@
 // Fetches one object, by its file ID or by its UIDs, and notes the access in the study's record.
 #include <Disk/Disk_RootDirectoryFile.h>
 
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/hierarchy/Disk_Operation.h"
 
 #include <Disk/Disk_ObjectFile.h>
@@ -19,8 +20,6 @@ struct Disk_RootDirectoryFile::FetchRoad {
 };
 
 namespace {
-
-constexpr Dicom_Tag kFileId{0x0004, std::uint16_t(0x1500)};
 
 std::atomic<int> s_fetches{0}; // feeds a log line only
 
@@ -41,8 +40,8 @@ int Disk_RootDirectoryFile::FetchRoad::get_one(SCL_MoveIdentifier const& identif
   bool const may_write = root.structure->NotesAccess() && is_another_study(study_uid);
   if (root.lock(file_set, true, may_write) == -1) return DISK_FAIL("GetOne(): Can't lock file-set.\n");
   int result = -1;
-  if (identifier.Has(kFileId)) {
-    Disk_FileID const id = root.object_id(identifier.Value<Dicom_CS>(kFileId));
+  if (identifier.Has(kReferencedFileID)) {
+    Disk_FileID const id = root.object_id(identifier.Value<Dicom_CS>(kReferencedFileID));
     result = Disk_ObjectFile(id, root.params).Get(object, async);
   } else {
     bool reached = false;
@@ -60,7 +59,8 @@ int Disk_RootDirectoryFile::FetchRoad::fetch_again(Dicom_UI const& study_uid, SC
                                                    IOD_Msg** object) {
   if (!root.kept_study_file || !root.has_records()) return 1;
   Disk_StudyDirectoryRecord const* const study = root.GetStudyRecord(study_uid);
-  if (!study || !study->GetRecordMsg()->TextEquals(kFileId, root.kept_study_file->GetFileID().View())) return 1;
+  if (!study || !study->GetRecordMsg()->TextEquals(kReferencedFileID, root.kept_study_file->GetFileID().View()))
+    return 1;
   Disk_Hold<Disk_StudyDirectoryFile> held;
   if (held.SharedAgain(*root.kept_study_file) == -1) return 1;
   int const result =

@@ -2,8 +2,9 @@
 // and writes the root last. The private structure gives the file-set's lock up while it works in a known study.
 #include <Disk/Disk_RootDirectoryFile.h>
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Names.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/hierarchy/Disk_Operation.h"
 #include "Disk/structure/Disk_RootRecords.h"
 
@@ -289,7 +290,8 @@ int Disk_RootDirectoryFile::StoreRoad::new_study_directory(Disk_StudyDirectoryRe
                                                            char const* existing_file) {
   Disk_FileID id;
   if (study_directory(*study, in_place, existing_file, &id) == -1) return -1;
-  if (id.AddComponent("DIRFILE") == -1) return DISK_FAIL("NewStudy(): Can't add component to file-id.\n");
+  if (id.AddComponent(Disk_Names::kDirectoryFile) == -1)
+    return DISK_FAIL("NewStudy(): Can't add component to file-id.\n");
   Disk_StudyDirectoryFile file(id, root.params, root.standard_dicomdir, 0);
   file.MarkUnnamed();
   if ((in_place && file.RefuseLink() == -1) || file.Write() == -1)
@@ -338,7 +340,7 @@ int Disk_RootDirectoryFile::StoreRoad::directory_in_place(char const* existing_f
 }
 
 bool Disk_RootDirectoryFile::is_named(std::string const& id) const {
-  std::string const file = id + "\\DIRFILE";
+  std::string const file = id + std::string("\\") + Disk_Names::kDirectoryFile;
   for (Disk_PatientDirectoryRecord* patient : records->patients)
     for (Disk_StudyDirectoryRecord* study : patient->GetStudyRecords())
       if (study->GetRecordMsg()->TextEquals(kReferencedFileID, file)) return true;

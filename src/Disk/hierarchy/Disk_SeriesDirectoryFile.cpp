@@ -1,8 +1,8 @@
 // The records of one series: finds or makes that of an object, names its file, and writes or moves it into place.
 #include <Disk/Disk_SeriesDirectoryFile.h>
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/structure/Disk_Structure.h"
 
 #include <Disk/Disk_ObjectFile.h>

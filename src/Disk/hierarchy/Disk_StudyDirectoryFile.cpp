@@ -1,10 +1,11 @@
 #include <Disk/Disk_StudyDirectoryFile.h>
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_LookAgain.h"
+#include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
 #include "Disk/files/Disk_Replacements.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/structure/Disk_Structure.h"
 #include "Disk/structure/Disk_StudyLock.h"
 
@@ -12,11 +13,7 @@
 
 #include <cerrno>
 
-namespace {
-
-constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
-
-} // namespace
+namespace {} // namespace
 
 Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
                                                  Disk_DicomDir* dicomdir, unsigned offset)
@@ -178,7 +175,8 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
                        "NewSeries(): Can't create a new directory (errno=%d)\n", cause);
     DISK_LOG(6, "NewSeries: directory %s already exist.\n", path.c_str());
   }
-  if (id.AddComponent("DIRFILE") == -1) return DISK_FAIL("NewSeries(): Can't add component to file-id.\n");
+  if (id.AddComponent(Disk_Names::kDirectoryFile) == -1)
+    return DISK_FAIL("NewSeries(): Can't add component to file-id.\n");
   Disk_SeriesDirectoryFile file(id, params, standard_dicomdir, 0);
   file.MarkUnnamed();
   if (file.Write() == -1) return DISK_FAIL("NewSeries(): Can't write new directory file.\n");
@@ -186,7 +184,7 @@ int Disk_StudyDirectoryFile::new_series_directory(Disk_SeriesDirectoryRecord* se
 }
 
 bool Disk_StudyDirectoryFile::is_named(std::string const& id) const {
-  std::string const file = id + "\\DIRFILE";
+  std::string const file = id + std::string("\\") + Disk_Names::kDirectoryFile;
   return file == dropped_id ||
          series_records.Find(kReferencedFileID, file, [](Disk_SeriesDirectoryRecord const&) { return true; });
 }

@@ -2,6 +2,7 @@
 #include <Disk/Disk_SeriesDirectoryFile.h>
 
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_Remove.h"
 #include "Disk/structure/Disk_Structure.h"
 
@@ -53,7 +54,7 @@ int Disk_SeriesDirectoryFile::Delete(Dicom_UI const& image_uids, Disk_Tally* tal
   std::map<std::string, std::string> folders; // of the files that go, with one of them
   for (Disk_InstanceDirectoryRecord* image : going) {
     std::string const path = object_id(image->GetReferencedFileID()).Path();
-    if (!path.empty()) folders[path.substr(0, path.rfind('/'))] = path;
+    if (!path.empty()) folders[Disk_Names::FolderOf(path)] = path;
     // a series that goes takes all its images with it, also one whose file can't be removed
     Klb_Attempt const attempt;
     int const deleted = DeleteImage(*image);

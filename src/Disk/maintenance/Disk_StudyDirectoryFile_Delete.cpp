@@ -3,6 +3,7 @@
 
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_LookAgain.h"
+#include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_Remove.h"
 #include "Disk/structure/Disk_Structure.h"
 
@@ -104,7 +105,7 @@ bool Disk_StudyDirectoryFile::FindCorruptedEntry(Disk_SeriesDirectoryRecord cons
     return true;
   }
   struct stat status {};
-  std::string const folder = file.substr(0, file.rfind('/'));
+  std::string const folder = Disk_Names::FolderOf(file);
   if (Util_FileSystemInterface::Current().Stat((folder + "/.").c_str(), &status) == -1) {
     bool const gone = errno == ENOENT && Disk_IsGone(folder);
     DISK_LOG_TEXT(3, gone ? "FindCorruptedEntry: directory not found, entry will be deleted\n"

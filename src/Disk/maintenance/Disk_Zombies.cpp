@@ -1,3 +1,4 @@
+#include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
 #include "Disk/hierarchy/Disk_Operation.h"
 #include "Disk/structure/Disk_RootRecords.h"
@@ -161,8 +162,8 @@ int Disk_SeriesDirectoryFile::process_zombies(CToolParseDICOMReport& report) {
   if (comparison.List(folder, false) == -1) return -1;
   for (Disk_InstanceDirectoryRecord* image : image_records)
     comparison.named.insert(PathOf(GetFileSetPrefix(), *image));
-  comparison.named.insert(folder + "/VERSION");
-  comparison.named.insert(folder + "/DIRFILE");
+  comparison.named.insert(Disk_Names::In(folder, Disk_Names::kVersion));
+  comparison.named.insert(Disk_Names::In(folder, Disk_Names::kDirectoryFile));
   for (RWCString const& path : comparison.Zombies())
     if (report.ProcessFile(path) == -1) {
       DISK_LOG(3, "ProcessZombieFiles(): Warning: Can't Process a file %s (errno=%d).\n", path.data(), errno);

@@ -1,12 +1,9 @@
 #include <Disk/Disk_Access.h>
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Tags.h"
 
 namespace {
-
-constexpr Dicom_Tag kReferencedSopInstanceUid{0x0004, std::uint16_t(0x1511)};
-constexpr Dicom_Tag kLevel{0x0008, std::uint16_t(0x0052)};
 
 /// An entry of a list that is made from the identifier alone.
 int FillImageEntry(SCL_MoveIdentifier& entry, SCL_QueryIdentifier const& identifier, Dicom_UI const& image) {
@@ -57,7 +54,8 @@ int ListByQuery(SCL_QueryIdentifier const& identifier, SCL_InformationModel mode
       }) == -1)
     return -1;
   if (Disk_Try("create_list: Failed to create Query Identifier.\n", [&] {
-        if (images.Set(kLevel, level) == -1 || (all_series && images.SetSeriesInstanceUID(UI_NULL) == -1)) return -1;
+        if (images.Set(kQueryRetrieveLevel, level) == -1 || (all_series && images.SetSeriesInstanceUID(UI_NULL) == -1))
+          return -1;
         return images.SetSOPInstanceUID(UI_NULL) == -1 ? -1 : images.Set(kReferencedFileID, CS_NULL);
       }) == -1)
     return -1;

@@ -1,6 +1,7 @@
 #include "Disk/query/Disk_RecordWalk.h"
 
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/query/Disk_ResponseFilter.h"
 
 #include <limits>
@@ -59,10 +60,6 @@ Disk_WalkLevel const& WalkLevel(SCL_QueryRetrieveLevel::Value level) {
   }
 }
 
-constexpr Dicom_Tag kStudyInstanceUid{0x0020, std::uint16_t(0x000D)};
-constexpr Dicom_Tag kSeriesInstanceUid{0x0020, std::uint16_t(0x000E)};
-constexpr Dicom_Tag kSpecificCharacterSet{0x0008, std::uint16_t(0x0005)};
-constexpr Dicom_Tag kQueryRetrieveLevel{0x0008, std::uint16_t(0x0052)};
 constexpr char kCantStamp[] = "Query(): Can't create a message element.\n";
 
 /// An attribute of another vendor's equipment, whose absence means something. `tag` is unresolved.

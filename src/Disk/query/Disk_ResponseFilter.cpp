@@ -1,6 +1,7 @@
 #include "Disk/query/Disk_ResponseFilter.h"
 
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/query/Disk_RecordWalk.h"
 
 #include <Disk/Disk_DirectoryRecord.h>
@@ -11,8 +12,6 @@
 #include <vector>
 
 namespace {
-
-constexpr Dicom_Tag kSpecificCharacterSet{0x0008, std::uint16_t(0x0005)};
 
 /// Attributes that a response may lack whatever was asked for.
 constexpr Dicom_Tag kExempt[] = {

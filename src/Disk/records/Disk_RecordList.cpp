@@ -1,6 +1,7 @@
 #include <Disk/Disk_RecordList.h>
 
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/records/Disk_RecordWindow.h"
 #include "dicom/encoding/Dicom_DataSetReader.h"
 
@@ -20,7 +21,6 @@ namespace {
 
 constexpr unsigned kHeader = 8; // tag and length of an item
 constexpr char kCantConstruct[] = "ReadRecords: Failed constructing the record.\n";
-constexpr Dicom_Tag kAddedUid{0x0008, std::uint16_t(0x0018)};
 
 /// An open file as it stands.
 class File : public Disk_RecordSource {
@@ -335,13 +335,13 @@ void Disk_DirectoryRecord::keep_lookup_uid() {
 unsigned Disk_DirectoryRecord::dump_length(Dicom_TransferSyntax const& syntax) const {
   if (!added_uid_) return record_msg->GetDumpLen(syntax, 0, SCompressionParms());
   Dicom_Msg stripped(*record_msg);
-  stripped.Remove(kAddedUid);
+  stripped.Remove(kSopInstanceUid);
   return stripped.GetDumpLen(syntax, 0, SCompressionParms());
 }
 
 int Disk_DirectoryRecord::dump(char* buffer, unsigned length, Dicom_TransferSyntax const& syntax) const {
   if (!added_uid_) return record_msg->Dump(buffer, length, syntax, 0, nullptr);
   Dicom_Msg stripped(*record_msg);
-  stripped.Remove(kAddedUid);
+  stripped.Remove(kSopInstanceUid);
   return stripped.Dump(buffer, length, syntax, 0, nullptr);
 }

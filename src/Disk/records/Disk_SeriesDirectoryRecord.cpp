@@ -1,4 +1,5 @@
 // The series record, filled from an object by a table of attributes.
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/records/Disk_Attributes.h"
 
 #include <Disk/Disk_SeriesDirectoryRecord.h>
@@ -19,7 +20,7 @@ Disk_Attribute const kAttributes[] = {
     {Dicom_Dictionary::KOLBA_SERIES_LABEL, Disk_CopyAttribute<Dicom_SH>, A::IfPresent},
     {{0x0008, std::uint16_t(0x103E)}, Disk_CopyAttribute<Dicom_LO>, A::IfPresent}, // Series Description
     {Dicom_Dictionary::KOLBA_NUMBER_OF_IMAGES, Disk_SetOwnCounter, A::Always, A::Private},
-    {{0x0020, std::uint16_t(0x1209)}, Disk_SetCounter}, // Number of Series Related Instances
+    {kSeriesRelatedImages, Disk_SetCounter},
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 // The study record, filled from an object by a table of attributes. In the private structure it also counts and lists
 // what the study holds.
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/records/Disk_Attributes.h"
 #include "infra/Klb_Failure.h"
 
@@ -40,8 +41,8 @@ Disk_Attribute const kOldCounters[] = {
 Disk_Attribute const kCounters[] = {
     {Dicom_Dictionary::KOLBA_DUMMY_DICOMDIR_DATA, SetReservoir, A::Always, A::Standard},
     {{0x0008, std::uint16_t(0x0061)}, Disk_CopyAttribute<Dicom_CS>}, // Modalities in Study
-    {{0x0020, std::uint16_t(0x1206)}, Disk_SetCounter},              // Number of Study Related Series
-    {{0x0020, std::uint16_t(0x1208)}, Disk_SetCounter},              // Number of Study Related Instances
+    {kStudyRelatedSeries, Disk_SetCounter},
+    {kStudyRelatedImages, Disk_SetCounter},
 };
 
 } // namespace

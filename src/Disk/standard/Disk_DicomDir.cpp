@@ -1,10 +1,10 @@
 #include <Disk/Disk_DicomDir.h>
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_LookAgain.h"
 #include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/files/Disk_VersionFile.h"
 #include "Disk/standard/Disk_Extents.h"
 #include "Disk/standard/Disk_Redo.h"

@@ -1,7 +1,7 @@
 #include <Disk/Disk_DicomDir.h>
 
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
+#include "Disk/files/Disk_Tags.h"
 #include "dicom/encoding/Dicom_DataSetReader.h"
 
 #include <dicom/Util_TransferSyntax.h>

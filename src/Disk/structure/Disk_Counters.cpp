@@ -1,10 +1,11 @@
 #include "Disk/structure/Disk_Counters.h"
 
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/structure/Disk_Structure.h"
 
-Disk_Counter const kImagesOfSeries{Dicom_Tag(0x0020, std::uint16_t(0x1209)), &Dicom_Dictionary::KOLBA_NUMBER_OF_IMAGES};
-Disk_Counter const kSeriesOfStudy{Dicom_Tag(0x0020, std::uint16_t(0x1206)), &Dicom_Dictionary::KOLBA_NUMBER_OF_SERIES};
-Disk_Counter const kImagesOfStudy{Dicom_Tag(0x0020, std::uint16_t(0x1208)), nullptr};
+Disk_Counter const kImagesOfSeries{kSeriesRelatedImages, &Dicom_Dictionary::KOLBA_NUMBER_OF_IMAGES};
+Disk_Counter const kSeriesOfStudy{kStudyRelatedSeries, &Dicom_Dictionary::KOLBA_NUMBER_OF_SERIES};
+Disk_Counter const kImagesOfStudy{kStudyRelatedImages, nullptr};
 
 std::optional<int> Disk_Counted(IOD_Msg const& record, Disk_Counter const& counter) {
   Dicom_IS const related = record.Value<Dicom_IS>(counter.related);

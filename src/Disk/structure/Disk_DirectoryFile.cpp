@@ -1,8 +1,9 @@
-#include "Disk/files/Disk_FileSetTags.h"
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_LookAgain.h"
+#include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
 #include "Disk/files/Disk_Replacements.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/files/Disk_VersionFile.h"
 #include "Disk/structure/Disk_RecordIO.h"
 #include "Disk/structure/Disk_Structure.h"
@@ -41,7 +42,9 @@ int FillDirectory(IOD_Msg& msg, Dicom_Sequence& sequence) {
   return DISK_FAIL("Write(): Can't add element to message.\n");
 }
 
-std::string VersionPath(std::string const& folder) { return folder.empty() ? folder : folder + "/VERSION"; }
+std::string VersionPath(std::string const& folder) {
+  return folder.empty() ? folder : Disk_Names::In(folder, Disk_Names::kVersion);
+}
 
 } // namespace
 
@@ -115,10 +118,11 @@ int Disk_DirectoryFile::read_file(IOD_Msg** msg, int* found, bool is_expected) {
 /// Whether the folder holds more than what a killed delete removes last.
 bool Disk_DirectoryFile::holds_content() const {
   std::vector<Util_FileSystemInterface::Entry> entries;
-  std::string const folder = own_path.substr(0, own_path.rfind('/'));
+  std::string const folder = Disk_Names::FolderOf(own_path);
   if (Util_FileSystemInterface::Current().List(folder.c_str(), entries) == -1) return true;
   return std::any_of(entries.begin(), entries.end(), [](auto const& entry) {
-    return entry.name != "LOCKFILE" && entry.name != "VERSION" && !entry.name.ends_with(".tmp");
+    return entry.name != Disk_Names::kLockFile && entry.name != Disk_Names::kVersion &&
+           !Disk_Names::IsTemporary(entry.name);
   });
 }
 

@@ -1,8 +1,9 @@
 #include "Disk/structure/Disk_PrivateStructure.h"
 
-#include "Disk/files/Disk_FileSetTags.h"
+#include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
 #include "Disk/files/Disk_Remove.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/files/Disk_VersionFile.h"
 #include "Disk/structure/Disk_RecordIO.h"
 #include "Disk/structure/Disk_RootRecords.h"
@@ -14,8 +15,6 @@
 #include <utility>
 
 namespace {
-
-constexpr Dicom_Tag kSopInstanceUid{0x0008, std::uint16_t(0x0018)};
 
 int Logged(int result) {
   if (result == -1) DISK_FAIL("Store: Can't update study directory record.\n");
@@ -268,7 +267,7 @@ Disk_FileID Disk_PrivateStructure::FileBelow(Disk_DirectoryFile const& level, Di
 bool Disk_PrivateStructure::MayReuse(Disk_DirectoryFile const& kept) const { return kept.RefuseLink() == 0; }
 
 bool Disk_PrivateStructure::SyncsWithRecords(std::string const& object, std::string const& directory_file) const {
-  return object.substr(0, object.rfind('/')) == directory_file.substr(0, directory_file.rfind('/'));
+  return Disk_Names::FolderOf(object) == Disk_Names::FolderOf(directory_file);
 }
 
 void Disk_PrivateStructure::RemoveStudyFolder(Disk_DirectoryFile& root, Disk_FileID const& file, Dicom_UI const&) {
@@ -282,8 +281,8 @@ void Disk_PrivateStructure::RemoveStudyFolder(Disk_DirectoryFile& root, Disk_Fil
     DISK_LOG(4, "DeleteStudy(): Warning: can't remove component from file-id.\n");
     return;
   }
-  Disk_RemoveFile(folder + "/VERSION", 3, kCantDelete);
-  Disk_RemoveFile(folder + "/LOCKFILE", 3, kCantDelete);
+  Disk_RemoveFile(Disk_Names::In(folder, Disk_Names::kVersion), 3, kCantDelete);
+  Disk_RemoveFile(Disk_Names::In(folder, Disk_Names::kLockFile), 3, kCantDelete);
   Disk_RemoveDirectory(folder, 3, "DeleteStudy(): Warning: can't remove directory %s (errno=%d)\n");
 }
 
@@ -298,7 +297,7 @@ void Disk_PrivateStructure::RemoveSeriesFolder(Disk_DirectoryFile& study, Disk_S
     DISK_LOG(4, "DeleteSeries(): Warning: can't remove component from file-id.\n");
     return;
   }
-  Disk_RemoveFile(folder + "/VERSION", 4, kCantDelete);
+  Disk_RemoveFile(Disk_Names::In(folder, Disk_Names::kVersion), 4, kCantDelete);
   Disk_RemoveDirectory(folder, 4, "DeleteSeries(): Warning: can't remove directory %s (errno=%d)\n");
 }
 

@@ -1,10 +1,7 @@
 #include "Disk/structure/Disk_RootRecords.h"
+#include "Disk/files/Disk_Tags.h"
 
-namespace {
-
-constexpr Dicom_Tag kPatientId{0x0010, std::uint16_t(0x0020)};
-
-} // namespace
+namespace {} // namespace
 
 void Disk_RootRecords::Clear() {
   touched_patients.clear();

@@ -1,8 +1,10 @@
 #include "Disk/structure/Disk_StandardStructure.h"
 #include "infra/Klb_Failure.h"
 
+#include "Disk/files/Disk_Names.h"
 #include "Disk/files/Disk_RelaxedEpoch.h"
 #include "Disk/files/Disk_Remove.h"
+#include "Disk/files/Disk_Tags.h"
 #include "Disk/files/Disk_VersionFile.h"
 #include "Disk/structure/Disk_RootRecords.h"
 #include "Disk/structure/Disk_StudyLock.h"
@@ -18,8 +20,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr Dicom_Tag kReferencedSopInstanceUid{0x0004, std::uint16_t(0x1511)};
 
 /// Makes a filled record the last of its chain and reserves its place in the DICOMDIR. `link` is called with the place
 /// if the record is the first one. 0, and the list owns the record; or -1 with the message of the step that failed.
@@ -77,7 +77,7 @@ void RemoveHashDirectory(std::string const& folder, char const* who) {
   }
   std::string const version = std::string(who) + ": Warning: Can't delete file %s (errno=%d).\n";
   std::string const directory = std::string(who) + ": Warning: can't remove directory %s (errno=%d)\n";
-  if (Disk_RemoveFile(folder + "/VERSION", 4, version.c_str()) == -1) return;
+  if (Disk_RemoveFile(Disk_Names::In(folder, Disk_Names::kVersion), 4, version.c_str()) == -1) return;
   Disk_RemoveDirectory(folder, 4, directory.c_str());
 }
 
@@ -370,7 +370,7 @@ Disk_FileID Disk_StandardStructure::FileBelow(Disk_DirectoryFile const& level, D
                                               Dicom_Tag const& uid_tag, unsigned* first) const {
   *first = record.GetOffsetOfReferencedLowerLevelDirectoryEntity();
   Disk_FileID id = level.GenerateFileID(record.GetRecordMsg()->Value<Dicom_UI>(uid_tag));
-  std::ignore = id.AddComponent("DIRFILE"); // two short names always make a file ID
+  std::ignore = id.AddComponent(Disk_Names::kDirectoryFile); // two short names always make a file ID
   return id;
 }
 bool Disk_StandardStructure::MayReuse(Disk_DirectoryFile const&) const { return true; }

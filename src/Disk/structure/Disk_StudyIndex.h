@@ -1,6 +1,8 @@
 #pragma once
 #include <Disk/Disk_PatientDirectoryRecord.h>
 
+#include "Disk/files/Disk_Tags.h"
+
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -22,7 +24,7 @@ public:
     size_ = without_plain_uid_ = 0;
   }
   void Add(Disk_PatientDirectoryRecord* patient, Disk_StudyDirectoryRecord* study) {
-    std::string const uid = study->GetRecordMsg()->Text(kUid);
+    std::string const uid = study->GetRecordMsg()->Text(kStudyInstanceUid);
     entries_[uid].push_back({patient, study});
     ++size_;
     without_plain_uid_ += !IsPlainUid(uid);
@@ -50,7 +52,6 @@ private:
     return !text.empty() && text.find_first_not_of("0123456789.") == text.npos;
   }
 
-  static constexpr Dicom_Tag kUid{0x0020, std::uint16_t(0x000D)};
   std::size_t size_ = 0, without_plain_uid_ = 0;
   std::unordered_map<std::string, std::vector<Entry>> entries_;
 };
