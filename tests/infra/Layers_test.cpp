@@ -40,14 +40,13 @@ TEST(Layers, IncludesPointOneWay) {
   int lines = 0;
   for (std::string const root : {"inc", "src", "tools/fileset"}) {
     auto const base = std::filesystem::path(DISK_SOURCE_DIR) / root;
-    bool const is_header = root == "inc", is_tool = root == "tools/fileset";
+    bool const is_header = root == "inc";
     for (auto const& entry : std::filesystem::recursive_directory_iterator(base)) {
       std::string const folder = entry.path().parent_path().lexically_relative(base);
-      bool const is_room = is_tool || folder.find('/') != std::string::npos;
       if (entry.is_directory() || PlaceOf(folder.substr(0, folder.find('/')), true) == -1) continue;
       int const place = PlaceOf(folder, is_header);
       EXPECT_NE(place, -1) << entry.path() << " stands in the wrong folder";
-      EXPECT_TRUE(!is_room || ++sources[folder] <= 30) << folder << " has too many sources";
+      EXPECT_TRUE(is_header || ++sources[folder] <= 30) << folder << " has too many sources";
       std::ifstream file(entry.path());
       std::smatch match;
       for (std::string line; std::getline(file, line);) {

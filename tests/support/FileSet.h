@@ -31,9 +31,8 @@ inline std::unique_ptr<Disk_RootDirectoryFile> OpenSet(std::string const& path, 
 inline int StoreObject(Disk_RootDirectoryFile& root, IOD_Msg* object, bool tolerate = false, bool icon = false) {
   return root.Store({.msg = object, .add_icon = icon, .store_unmatching_images = tolerate});
 }
-/// By the long form, so that tests use both.
 inline int StoreInPlace(Disk_RootDirectoryFile& root, IOD_Msg* object, std::string path) {
-  return root.Store(object, false, 0, 1, path.data(), 0, nullptr, nullptr, nullptr);
+  return root.Store(object, false, 0, 1, path.data(), 0, nullptr, nullptr, nullptr); // tests use both forms
 }
 
 /// UIDs as texts.

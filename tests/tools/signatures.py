@@ -105,10 +105,10 @@ void literals(Disk_RootDirectoryFile& root, Disk_DicomDir& dir, Disk_SeriesDirec
   int error = 0;
   Disk_RootDirectoryFile other("/d", 8, 0, &error, 0);
   Disk_DirectoryRecord record(nullptr);
-  root.Store(&msg, false, 0, 0, 0, 0, 0, 0, 0), root.SetWritingStrategy(0), dir.Init("/d", false, 0), dir.Write(nullptr);
-  root.SetSupportPar({0, 1, 0}), root.SetAutoDeletePar({1, 2}), file.Delete(UI_NULL, 0), msg.Set(Dicom_Tag(8, 5), nullptr);
+  error = root.Store(&msg, false, 0, 0, 0, 0, 0, 0, 0) + file.Delete(UI_NULL, 0), dir.Init("/d", false, 0), dir.Write(nullptr);
+  root.SetWritingStrategy(0), root.SetSupportPar({0, 1, 0}), root.SetAutoDeletePar({1, 2}), msg.Set(Dicom_Tag(8, 5), nullptr);
   bool const same = value == CS_NULL || UI_NULL != value || UI_NULL == CS_NULL || UL_NULL == IS_NULL || OB_NULL == OW_NULL;
-  error = same + Dicom_IS(0, true) + int(UL_NULL) + US_NULL + Disk_StudyDirectoryRecord::dummy_data_reservoir[99] +
+  error += same + Dicom_IS(0, true) + int(UL_NULL) + US_NULL + Disk_StudyDirectoryRecord::dummy_data_reservoir[99] +
           Dicom_DT(DA_NULL, 0, 0, 0.0, 0).IsEmpty() + Disk_FileID(0, CS_NULL, 0).RemoveLastComponent();
 }
 int main() {
