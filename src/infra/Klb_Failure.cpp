@@ -20,7 +20,10 @@ struct State {
   Klb_Listener listener;
 
   Klb_Failure Failure() const { return {code, path, text}; }
-  void Clear() { code = *path = *text = 0; }
+  void Clear() {
+    code = 0;
+    *path = *text = '\0';
+  }
 };
 
 thread_local constinit State t_state{};
