@@ -10,6 +10,7 @@
 #include <dicom/Dicom_Msg.h>
 #include <infra/Util_FileSystemInterface.h>
 
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -247,7 +248,10 @@ std::unique_ptr<Dicom_Type> Dicom_ME::make_sequence(bool is_unknown) const {
     inner->encoding = kUnknownVREncoding;
     origin = inner;
   }
-  return std::make_unique<Dicom_SQ>(new Dicom_Sequence(origin, bytes_, bytes_ + length_));
+  std::unique_ptr<Dicom_Sequence> sequence(new Dicom_Sequence(origin, bytes_, bytes_ + length_));
+  auto value = std::make_unique<Dicom_SQ>(sequence.get());
+  std::ignore = sequence.release(); // the value has it
+  return value;
 }
 
 std::unique_ptr<Dicom_Type> Dicom_ME::unknown_as(Dicom_VR vr) const {
