@@ -63,8 +63,11 @@ protected:
 
   /// The start of a filling: a new message. -1, with one of the lines, for a record that has one, or without memory.
   int start_filling(char const* has_data, char const* cant_allocate);
-  /// The end of one: the links that a record of the standard shape has. -1 on the first that can't be set.
-  int set_chain_elements(bool standard);
+  /// The same for a record whose type is known: it gets that, and is new.
+  int start_filling(char const* has_data, char const* cant_allocate, Dicom_CS const& type, char const* cant_set_type);
+  /// The end of one: the links that a record of the standard shape has. -1, with the line, on the first that can't be
+  /// set.
+  int set_chain_elements(bool standard, char const* cant_set);
 
   std::unique_ptr<IOD_Msg> record_msg;
   bool is_new = false;

@@ -28,11 +28,20 @@ int Disk_DirectoryRecord::start_filling(char const* has_data, char const* cant_a
   });
 }
 
-int Disk_DirectoryRecord::set_chain_elements(bool standard) {
+int Disk_DirectoryRecord::start_filling(char const* has_data, char const* cant_allocate, Dicom_CS const& type,
+                                        char const* cant_set_type) {
+  if (start_filling(has_data, cant_allocate) == -1) return -1;
+  is_new = true;
+  return Disk_Try(cant_set_type, [&] { return SetDirectoryRecordType(type); });
+}
+
+int Disk_DirectoryRecord::set_chain_elements(bool standard, char const* cant_set) {
   if (!standard) return 0;
-  constexpr std::uint16_t kInUse = 0xFFFF;
-  record_msg->SettleCharacterSet(); // other readers need to be told
-  if (SetOffsetOfTheNextDirectoryRecord(Dicom_UL(0)) == -1) return -1;
-  if (SetOffsetOfReferencedLowerLevelDirectoryEntity(Dicom_UL(0)) == -1) return -1;
-  return SetRecordInUseFlag(Dicom_US(kInUse));
+  return Disk_Try(cant_set, [this] {
+    constexpr std::uint16_t kInUse = 0xFFFF;
+    record_msg->SettleCharacterSet(); // other readers need to be told
+    if (SetOffsetOfTheNextDirectoryRecord(Dicom_UL(0)) == -1) return -1;
+    if (SetOffsetOfReferencedLowerLevelDirectoryEntity(Dicom_UL(0)) == -1) return -1;
+    return SetRecordInUseFlag(Dicom_US(kInUse));
+  });
 }

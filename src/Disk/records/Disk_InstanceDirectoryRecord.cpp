@@ -79,7 +79,7 @@ int Disk_InstanceDirectoryRecord::FillInstanceRecord(IOD_Msg const& msg, bool st
                      : modality == IOD_Image::SR ? AddStructureReportingAttributes(msg)
                                                  : AddImageAttributes(msg, standard, add_icon);
   if (result == -1) return -1;
-  return Disk_Try("Disk_InstanceDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
+  return set_chain_elements(standard, "Disk_InstanceDirectoryRecord: Failed set element.\n");
 }
 
 int Disk_InstanceDirectoryRecord::AddGeneralAttributes(IOD_Msg const& msg, bool standard) {

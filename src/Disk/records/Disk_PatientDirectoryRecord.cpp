@@ -56,14 +56,11 @@ int Disk_PatientDirectoryRecord::ReadStudies(Disk_RecordSource const& source, un
 
 int Disk_PatientDirectoryRecord::FillPatientRecord(IOD_Msg const& msg, bool standard) {
   if (start_filling("Disk_PatientDirectoryRecord(): the record already has data!\n",
-                    "Failed allocating memory for patient record.\n") == -1)
-    return -1;
-  is_new = true;
-  if (Disk_Try("Disk_PatientDirectoryRecord(): Can't set directory record type.\n",
-               [&] { return SetDirectoryRecordType(IOD_Image::PATIENT); }) == -1)
+                    "Failed allocating memory for patient record.\n", IOD_Image::PATIENT,
+                    "Disk_PatientDirectoryRecord(): Can't set directory record type.\n") == -1)
     return -1;
   if (Disk_Try("Disk_PatientDirectoryRecord(): Can't add element.\n",
                [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); }) == -1)
     return -1;
-  return Disk_Try("Disk_PatientDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
+  return set_chain_elements(standard, "Disk_PatientDirectoryRecord: Failed set element.\n");
 }

@@ -31,13 +31,10 @@ Disk_SeriesDirectoryRecord::Disk_SeriesDirectoryRecord(Dicom_Msg const* msg, int
 
 int Disk_SeriesDirectoryRecord::FillSeriesRecord(IOD_Msg const& msg, bool standard) {
   if (start_filling("Disk_SeriesDirectoryRecord(): the record already has data!\n",
-                    "Failed allocating memory for series record.\n") == -1)
-    return -1;
-  is_new = true;
-  if (Disk_Try("Disk_SeriesDirectoryRecord(): Can't set directory record type.\n",
-               [&] { return SetDirectoryRecordType(IOD_Image::SERIES); }) == -1)
+                    "Failed allocating memory for series record.\n", IOD_Image::SERIES,
+                    "Disk_SeriesDirectoryRecord(): Can't set directory record type.\n") == -1)
     return -1;
   auto const copy = [&] { return Disk_CopyAttributes(kAttributes, msg, *record_msg, standard); };
   if (Disk_Try("Disk_SeriesDirectoryRecord(): Can't add element.\n", copy) == -1) return -1;
-  return Disk_Try("Disk_SeriesDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
+  return set_chain_elements(standard, "Disk_SeriesDirectoryRecord: Failed set element.\n");
 }

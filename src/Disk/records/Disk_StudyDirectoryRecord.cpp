@@ -65,11 +65,8 @@ int Disk_StudyDirectoryRecord::UpdatePatientDetails(IOD_Msg const& msg) {
 
 int Disk_StudyDirectoryRecord::FillStudyRecord(IOD_Msg const& msg, bool standard) {
   if (start_filling("Disk_StudyDirectoryRecord(): the record already has data!\n",
-                    "Failed allocating memory for study record.\n") == -1)
-    return -1;
-  is_new = true;
-  if (Disk_Try("Disk_StudyDirectoryRecord(): Can't set directory record type.\n",
-               [&] { return SetDirectoryRecordType(IOD_Image::STUDY); }) == -1)
+                    "Failed allocating memory for study record.\n", IOD_Image::STUDY,
+                    "Disk_StudyDirectoryRecord(): Can't set directory record type.\n") == -1)
     return -1;
   if (!standard && UpdatePatientDetails(msg) == -1)
     return DISK_FAIL("Disk_StudyDirectoryRecord: Failed setting the patients attributes.\n");
@@ -81,7 +78,7 @@ int Disk_StudyDirectoryRecord::FillStudyRecord(IOD_Msg const& msg, bool standard
   if (Disk_Try("Disk_StudyDirectoryRecord(): Can't add body part tag.\n", set_body_part) == -1) return -1;
   if (fill_counters(standard) == -1) return -1;
   if (Disk_Try(kCantAdd, [&] { return fill_faked_dates(msg); }) == -1) return -1;
-  return Disk_Try("Disk_StudyDirectoryRecord: Failed set element.\n", [&] { return set_chain_elements(standard); });
+  return set_chain_elements(standard, "Disk_StudyDirectoryRecord: Failed set element.\n");
 }
 
 /// A new study holds nothing yet: what counts and lists its content starts empty.
