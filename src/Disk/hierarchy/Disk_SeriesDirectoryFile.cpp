@@ -89,7 +89,7 @@ int Disk_SeriesDirectoryFile::NewImage(Disk_SeriesDirectoryRecord* series, Disk_
                              ? Disk_FileID(GetFileSetPrefix(), request.existing_file, &status, 0)
                              : GenerateReferencedFileID(record.GetImageNumber(), record.GetImageLabel(), &status);
   if (status == -1) return DISK_FAIL("NewImage(): Can't generate a file ID.\n");
-  if (structure->TellSyntax([&] { return set_syntax(image, request); }) == -1) return -1;
+  if (structure->RecordsSyntax() && set_syntax(image, request) == -1) return -1;
   if (image->SetReferencedFileID(id.GetID()) == -1) return -1;
   return structure->Add(image_records, series, image, &first_image_offset);
 }

@@ -1,3 +1,5 @@
+// How the counters of studies and series are read, with the attribute that is ours where that of the standard is
+// missing.
 #include "Disk/structure/Disk_Counters.h"
 
 #include "Disk/files/Disk_Tags.h"
@@ -19,9 +21,4 @@ int Disk_CountUp(Disk_Structure const& structure, Disk_DirectoryRecord& record, 
   std::optional<int> const before = Disk_Counted(*record.GetRecordMsg(), counter);
   if (!before && structure.MustCount(counter, Disk_Road::Store)) return -1;
   return structure.SetCounter(record, counter, Disk_Moved(before.value_or(0), 1));
-}
-
-int Disk_SetCounters(IOD_Msg& record, Disk_Counter const& counter, int value) {
-  if (record.Set(counter.related, Dicom_IS(value, true)) == -1) return -1;
-  return counter.ours ? record.Set(*counter.ours, Dicom_UL(std::uint32_t(std::max(value, 0)))) : 0; // it is unsigned
 }

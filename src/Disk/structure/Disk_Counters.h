@@ -29,5 +29,3 @@ inline int Disk_Moved(int count, std::int64_t step) {
 std::optional<int> Disk_Counted(IOD_Msg const& record, Disk_Counter const& counter);
 /// Counts one more. 0; or -1, also for a record that doesn't count and must.
 int Disk_CountUp(Disk_Structure const& structure, Disk_DirectoryRecord& record, Disk_Counter const& counter);
-/// Sets the counter of a record of the private structure.
-int Disk_SetCounters(IOD_Msg& record, Disk_Counter const& counter, int value);

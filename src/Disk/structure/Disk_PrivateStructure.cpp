@@ -249,7 +249,7 @@ int Disk_PrivateStructure::MarkUpdated(IOD_Msg& series) const {
   if (series.SetLastUpdateDate(Disk_DirectoryFile::GetCurrentDate()) == -1) return -1;
   return series.SetLastUpdateTime(Disk_DirectoryFile::GetTickCount());
 }
-int Disk_PrivateStructure::TellSyntax(std::function<int()> const&) const { return 0; }
+bool Disk_PrivateStructure::RecordsSyntax() const { return false; }
 bool Disk_PrivateStructure::KeepsLength() const { return false; }
 
 // Folders
@@ -322,7 +322,9 @@ int Disk_PrivateStructure::TakeOut(Disk_RootRecords& records, Disk_PatientDirect
 }
 
 int Disk_PrivateStructure::SetCounter(Disk_DirectoryRecord& record, Disk_Counter const& counter, int value) const {
-  return Disk_SetCounters(*record.GetRecordMsg(), counter, value);
+  IOD_Msg& msg = *record.GetRecordMsg();
+  if (msg.Set(counter.related, Dicom_IS(value, true)) == -1) return -1;
+  return counter.ours ? msg.Set(*counter.ours, Dicom_UL(std::uint32_t(std::max(value, 0)))) : 0; // it is unsigned
 }
 
 bool Disk_PrivateStructure::MustCount(Disk_Counter const& counter, Disk_Road road) const {

@@ -337,7 +337,7 @@ int Disk_StandardStructure::Add(Disk_RecordList<Disk_InstanceDirectoryRecord>& r
 int Disk_StandardStructure::RefuseNoParent(void const* parent) const { return Disk_RefuseNull("Store", parent); }
 int Disk_StandardStructure::MarkNew(Disk_StudyDirectoryRecord&) const { return 0; }
 int Disk_StandardStructure::MarkUpdated(IOD_Msg&) const { return 0; }
-int Disk_StandardStructure::TellSyntax(std::function<int()> const& step) const { return step(); }
+bool Disk_StandardStructure::RecordsSyntax() const { return true; }
 bool Disk_StandardStructure::KeepsLength() const { return true; }
 
 // Folders: their names are made from UIDs

@@ -55,7 +55,7 @@ public:
   int RefuseNoParent(void const* parent) const override;
   int MarkNew(Disk_StudyDirectoryRecord& study) const override;
   int MarkUpdated(IOD_Msg& series) const override;
-  int TellSyntax(std::function<int()> const& step) const override;
+  bool RecordsSyntax() const override;
   bool KeepsLength() const override;
   bool NamesFolders() const override;
   int InNamedFolder(std::function<int()> const& step) const override;

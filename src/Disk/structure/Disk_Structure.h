@@ -123,9 +123,8 @@ public:
   /// What a record has that isn't made from the object. 0, or -1.
   virtual int MarkNew(Disk_StudyDirectoryRecord& study) const = 0;
   virtual int MarkUpdated(IOD_Msg& series) const = 0;
-  /// Takes this step where a record tells the transfer syntax of its file. 0, or its result.
-  virtual int TellSyntax(std::function<int()> const& step) const = 0;
-  /// Whether a record keeps the length that it was made with.
+  /// Whether a record tells the transfer syntax of its file, and whether it keeps the length that it was made with.
+  virtual bool RecordsSyntax() const = 0;
   virtual bool KeepsLength() const = 0;
 
   // Folders
