@@ -58,9 +58,9 @@ int Disk_RootDirectoryFile::StoreRoad::store(Disk_StoreRequest const& request) {
   root.structure->TellStore("Store: standard DICOMDIR.\n");
   DISK_LOG_TEXT(6, root.Lowercase() ? "Store: Lowercase.\n" : "Store: Uppercase.\n");
   if (check_identifiers(msg) == -1) return -1;
+  // its file couldn't be written: better told now than when directories are made
   if (!request.in_place && !request.move_store && msg.GetSOPClassUID() == UI_NULL) {
-    DISK_FAIL(DISK_FAILURE_ARGUMENT,
-              "Can't get SOP Class UID.\n"); // its file can't be written: better now than when directories are made
+    DISK_FAIL(DISK_FAILURE_ARGUMENT, "Can't get SOP Class UID.\n");
     return DISK_FAIL("Store: Can't store.\n");
   }
   if (root.refuse_read_only("Store") == -1 || find_in_place(request) == -1) return -1;
@@ -128,8 +128,8 @@ int Disk_RootDirectoryFile::StoreRoad::try_beside_others(Disk_StoreRequest const
   if (!new_study) {
     if (lock_for_store(file_set) == -1) return -1;
     errno = 0;
-    study = root.study_file->IsInPlace() ? root.GetStudyRecord(study_uid)
-                                         : nullptr; // one that was made anew lacks the object
+    // one that was made anew lacks the object
+    study = root.study_file->IsInPlace() ? root.GetStudyRecord(study_uid) : nullptr;
     if (!study) {
       Klb_Cause const cause = Klb_System(errno == 0 ? ESTALE : errno, "find the study's record again");
       return DISK_FAIL(cause, "Problem reading study record of study <%s>\n", study_uid.CStr());

@@ -1,3 +1,4 @@
+// The records of one study: its lock, its series as an object finds or makes them, and a fetch through them.
 #include <Disk/Disk_StudyDirectoryFile.h>
 
 #include "Disk/files/Disk_Guard.h"

@@ -1,3 +1,5 @@
+// Makes room: deletes the least recently updated studies until the wanted space is free; and drops records of studies
+// whose folders are gone.
 #include <Disk/Disk_RootDirectoryFile.h>
 
 #include "Disk/files/Disk_LookAgain.h"

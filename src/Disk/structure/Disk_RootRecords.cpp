@@ -1,3 +1,4 @@
+// Finds patients and studies among the records of a root; studies through an index that is made when it is needed.
 #include "Disk/structure/Disk_RootRecords.h"
 #include "Disk/files/Disk_Tags.h"
 
