@@ -4,7 +4,6 @@
 
 #include "Disk/files/Disk_Guard.h"
 #include "Disk/files/Disk_Names.h"
-#include "Disk/files/Disk_RelaxedEpoch.h"
 #include "Disk/files/Disk_Tags.h"
 #include "Disk/structure/Disk_RecordIO.h"
 

@@ -9,8 +9,6 @@
 
 #include <infra/I18n.h>
 
-namespace {} // namespace
-
 Disk_RootDirectoryFile::Disk_RootDirectoryFile(char const* file_set_prefix, Disk_StoreParams store_params,
                                                long reserved, int* status, Disk_StorageStrategy* strategy)
     : Disk_DirectoryFile(Disk_FileID(file_set_prefix, Dicom_CS(Disk_Names::kDicomdir, status), 0), store_params,

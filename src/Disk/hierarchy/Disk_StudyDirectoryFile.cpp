@@ -14,8 +14,6 @@
 
 #include <cerrno>
 
-namespace {} // namespace
-
 Disk_StudyDirectoryFile::Disk_StudyDirectoryFile(Disk_FileID const& id, Disk_StoreParams store_params,
                                                  Disk_DicomDir* dicomdir, unsigned offset)
     : Disk_DirectoryFile(id, store_params, dicomdir), lock(structure->StudyLock(directory(), params.read_only)),

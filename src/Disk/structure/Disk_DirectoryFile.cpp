@@ -5,7 +5,6 @@
 #include "Disk/files/Disk_Replacements.h"
 #include "Disk/files/Disk_Tags.h"
 #include "Disk/files/Disk_VersionFile.h"
-#include "Disk/structure/Disk_RecordIO.h"
 #include "Disk/structure/Disk_Structure.h"
 
 #include <Disk/Disk_Bits.h>

@@ -1,8 +1,6 @@
 #include "Disk/files/Disk_Guard.h"
-#include "Disk/files/Disk_RelaxedEpoch.h"
 
 #include <Disk/Disk_Bits.h>
-#include <Disk/Disk_DicomDir.h>
 #include <Disk/Disk_DirectoryFile.h>
 #include <Disk/Disk_Error.h>
 #include <infra/Klb_GError.h>

@@ -2,8 +2,6 @@
 #include "Disk/structure/Disk_RootRecords.h"
 #include "Disk/files/Disk_Tags.h"
 
-namespace {} // namespace
-
 void Disk_RootRecords::Clear() {
   touched_patients.clear();
   index_.Clear();
